@@ -1,0 +1,81 @@
+// Tells whether the attribute log is clogged: whether the socket it is written to holds more than
+// half of its send buffer unsent.
+//
+// The machines ask on hot paths, before work that would publish many changes. The kernel is
+// therefore asked on every tenth question while the log flows, and on every one while it is
+// clogged.
+//
+//   if (attrLogSm && attrLogSm->isAttrLogClogged()) { postpone(); return; }
+#pragma once
+
+#include <GmpIgmpQuerier/Types.h>
+#include <Mox/Export.h>
+#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <Mox/Ptr.h>
+#include <Mox/Types.h>
+
+namespace Gmp::Igmp {
+
+using Mox::S32;
+
+class MOX_PUBLIC GmpAttrLogSm final : public Mox::RefCounted {
+ public:
+  using OutSm = Mox::NboAttrLog::SocketOutSm;
+
+  // Watches the socket of `outSm`; without one, the log is never clogged.
+  explicit GmpAttrLogSm(Ptr<const OutSm> outSm);
+
+  bool isAttrLogClogged();
+  // Bytes in the send queue now, -1 without a descriptor; a failing query on a valid descriptor is
+  // fatal, for a log taken as flowing when it is not would lose what is published next.
+  S32 getAttrLogKernBufferUsage();
+
+  const Ptr<const OutSm>& nboAttrLogOutSm() const { return nboAttrLogOutSm_; }
+  // The watched descriptor; -1 for none.
+  S32 attrLogSockFd() const { return attrLogSockFd_; }
+  // A new descriptor is measured at once.
+  void attrLogSockFdIs(S32 fd);
+  // Bytes; -1 when unknown. An unknown buffer counts as full.
+  S32 attrLogKernBufferSize() const { return attrLogKernBufferSize_; }
+  S32 attrLogKernBufferThreshold() const { return attrLogKernBufferThreshold_; }
+  S32 attrLogKernBufferUsage() const { return attrLogKernBufferUsage_; }
+  // Checks that found the log clogged.
+  U32 attrLogKernBufAboveThresholdCount() const { return attrLogKernBufAboveThresholdCount_; }
+  // Questions left until the kernel is asked.
+  S32 iterUntilBufferCheck() const { return iterUntilBufferCheck_; }
+  static constexpr S32 maxIterUntilBufferCheck() { return 10; }
+  bool initialized() const { return initialized_; }
+
+  // These store plainly: nobody is told.
+  void attrLogKernBufferSizeIs(S32 v) { attrLogKernBufferSize_ = v; }
+  void attrLogKernBufferThresholdIs(S32 v) { attrLogKernBufferThreshold_ = v; }
+  void attrLogKernBufferUsageIs(S32 v) { attrLogKernBufferUsage_ = v; }
+  void attrLogKernBufAboveThresholdCountIs(U32 v) { attrLogKernBufAboveThresholdCount_ = v; }
+  U32 attrLogKernBufAboveThresholdCountInc(U32 by) {
+    return attrLogKernBufAboveThresholdCount_ += by;
+  }
+  void iterUntilBufferCheckIs(S32 v) { iterUntilBufferCheck_ = v; }
+  // No lower bound: without a socket to watch it is never set again, and wraps in the end.
+  S32 iterUntilBufferCheckDec(S32 by) {
+    const U32 left = static_cast<U32>(iterUntilBufferCheck_) - static_cast<U32>(by);
+    return iterUntilBufferCheck_ = static_cast<S32>(left);
+  }
+
+  void handleInitialized();
+  void handleAttrLogSockFd();
+
+ private:
+  Ptr<const OutSm> nboAttrLogOutSm_;
+  S32 attrLogSockFd_ = -1;
+  S32 attrLogKernBufferSize_ = -1;
+  S32 attrLogKernBufferThreshold_ = -1;
+  S32 attrLogKernBufferUsage_ = -1;
+  U32 attrLogKernBufAboveThresholdCount_ = 0;
+  S32 iterUntilBufferCheck_ = 1;
+  bool initialized_ = false;
+};
+
+// A monitor of that machine's socket; null for one that never finds the log clogged.
+MOX_PUBLIC Ptr<GmpAttrLogSm> gmpAttrLogSmFactory(Ptr<const GmpAttrLogSm::OutSm> outSm);
+
+}  // namespace Gmp::Igmp

@@ -1,0 +1,281 @@
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <GmpIgmpQuerier/GroupList.h>
+#include <GmpIgmpQuerier/IgmpGroupRecord.h>
+#include <GmpIgmpQuerier/IgmpQuery.h>
+#include <GmpIgmpQuerier/IgmpReport.h>
+#include <GmpIgmpQuerier/IpAddrSet.h>
+#include <gtest/gtest.h>
+
+namespace Gmp::Igmp {
+namespace {
+
+constexpr IpAddr a(10, 0, 0, 1);
+constexpr IpAddr b(10, 0, 0, 2);
+constexpr IpAddr group(239, 1, 1, 1);
+
+template <class T>
+using Changes = std::vector<std::function<void(T&)>>;
+
+// Each change makes a default value another one.
+template <class T>
+void expectAllToCount(const Changes<T>& changes) {
+  for (size_t i = 0; i < changes.size(); ++i) {
+    SCOPED_TRACE(testing::Message() << "change " << i);
+    T value;
+    EXPECT_TRUE(!value);
+    EXPECT_TRUE(value == T());
+    changes[i](value);
+    EXPECT_FALSE(!value);
+    EXPECT_FALSE(value == T());
+    T same;
+    changes[i](same);
+    EXPECT_TRUE(value == same);
+  }
+}
+
+TEST(IpAddrSet, holdsEachAddressOnceInOrder) {
+  IpAddrSet set;
+  EXPECT_TRUE(set.insert(b));
+  EXPECT_TRUE(set.insert(a));
+  EXPECT_FALSE(set.insert(b));
+  EXPECT_EQ(set.size(), 2u);
+  EXPECT_EQ(std::vector<IpAddr>(set.begin(), set.end()), (std::vector<IpAddr>{a, b}));
+}
+
+TEST(IpAddrSet, isMadeOfAnyList) {
+  EXPECT_EQ((IpAddrSet{b, a, b}), (IpAddrSet{a, b}));
+  EXPECT_EQ(IpAddrSet(std::vector<IpAddr>{a, a}).size(), 1u);
+  EXPECT_TRUE(IpAddrSet(std::vector<IpAddr>{}).empty());
+}
+
+TEST(IpAddrSet, erasesOnlyWhatIsThere) {
+  IpAddrSet set{a, b};
+  EXPECT_TRUE(set.erase(a));
+  EXPECT_FALSE(set.erase(a));
+  EXPECT_FALSE(set.contains(a));
+  EXPECT_TRUE(set.contains(b));
+  set.clear();
+  EXPECT_TRUE(set.empty());
+  EXPECT_FALSE(set.erase(b));
+}
+
+TEST(IpAddrSet, printsAsTheMapThatItStandsFor) {
+  EXPECT_EQ(valueToStrep(IpAddrSet()), "{}");
+  EXPECT_EQ(valueToStrep(IpAddrSet{b, a}), "{'10.0.0.1': True, '10.0.0.2': True}");
+}
+
+TEST(IgmpQuery, isEmptyByDefaultItsVersionIncluded) {
+  const IgmpQuery query;
+  EXPECT_FALSE(query.validPacket);
+  EXPECT_EQ(query.version, igmpVersionUnknown);
+  EXPECT_EQ(query.maxResponseCode, 0);
+  EXPECT_EQ(query.groupAddress, IpAddr());
+  EXPECT_FALSE(query.s);
+  EXPECT_EQ(query.qrv, 0);
+  EXPECT_EQ(query.qqi, 0u);
+  EXPECT_TRUE(query.source.empty());
+}
+
+TEST(IgmpQuery, everyFieldCountsForEquality) {
+  expectAllToCount<IgmpQuery>({
+      [](IgmpQuery& q) { q.validPacket = true; },
+      [](IgmpQuery& q) { q.version = igmpVersion3; },
+      [](IgmpQuery& q) { q.maxResponseCode = 1; },
+      [](IgmpQuery& q) { q.groupAddress = group; },
+      [](IgmpQuery& q) { q.s = true; },
+      [](IgmpQuery& q) { q.qrv = 1; },
+      [](IgmpQuery& q) { q.qqi = 1; },
+      [](IgmpQuery& q) { q.newSource(a, true); },
+  });
+}
+
+TEST(IgmpQuery, sourcesComeOnceAndGoTogether) {
+  IgmpQuery query;
+  query.newSource(b, true);
+  query.newSource(a, true);
+  query.newSource(b, true);
+  EXPECT_EQ(query.source, (IpAddrSet{a, b}));
+  query.sourceDelAll();
+  EXPECT_TRUE(query.source.empty());
+  EXPECT_TRUE(!query);
+}
+
+TEST(IgmpQuery, decodesItsResponseTime) {
+  IgmpQuery query;
+  EXPECT_EQ(query.maxResponseSeconds(), 0.0);
+  query.maxResponseCode = 100;
+  EXPECT_EQ(query.maxResponseSeconds(), 10.0);
+  query.maxResponseCode = 0x8a;
+  EXPECT_EQ(query.maxResponseSeconds(), 20.8);
+  query.maxResponseCode = 0xff;
+  EXPECT_EQ(query.maxResponseSeconds(), 3174.4);
+}
+
+TEST(IgmpQuery, printsAllItsFields) {
+  EXPECT_EQ(valueToStrep(IgmpQuery()),
+            "Value('Gmp::Igmp::IgmpQuery', ** {'validPacket': False, 'version': "
+            "'igmpVersionUnknown', 'maxResponseCode': 0, 'groupAddress': '0.0.0.0', 's': False, "
+            "'qrv': 0, 'qqi': 0, 'source': {}})");
+  const IgmpQuery query{true, igmpVersion3, 255, group, true, 7, 31744, {a, b}};
+  EXPECT_EQ(valueToStrep(query),
+            "Value('Gmp::Igmp::IgmpQuery', ** {'validPacket': True, 'version': 'igmpVersion3', "
+            "'maxResponseCode': 255, 'groupAddress': '239.1.1.1', 's': True, 'qrv': 7, "
+            "'qqi': 31744, 'source': {'10.0.0.1': True, '10.0.0.2': True}})");
+}
+
+TEST(IgmpGroupRecord, everyFieldCountsForEquality) {
+  expectAllToCount<IgmpGroupRecord>({
+      [](IgmpGroupRecord& r) { r.version = igmpVersion3; },
+      [](IgmpGroupRecord& r) { r.rType = RecordType(1); },
+      [](IgmpGroupRecord& r) { r.multicastAddr = group; },
+      [](IgmpGroupRecord& r) { r.newSource(a, true); },
+  });
+}
+
+TEST(IgmpGroupRecord, sourcesComeOnceAndGoTogether) {
+  IgmpGroupRecord record;
+  record.newSource(a, true);
+  record.newSource(a, true);
+  EXPECT_EQ(record.source, IpAddrSet{a});
+  record.sourceDelAll();
+  EXPECT_TRUE(!record);
+}
+
+TEST(IgmpGroupRecord, printsAllItsFields) {
+  EXPECT_EQ(valueToStrep(IgmpGroupRecord()),
+            "Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersionUnknown', "
+            "'rType': 0, 'multicastAddr': '0.0.0.0', 'source': {}})");
+  const IgmpGroupRecord record{igmpVersion3, RecordType(4), group, {a}};
+  EXPECT_EQ(valueToStrep(record),
+            "Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersion3', 'rType': 4, "
+            "'multicastAddr': '239.1.1.1', 'source': {'10.0.0.1': True}})");
+}
+
+TEST(IgmpReport, everyFieldCountsForEquality) {
+  expectAllToCount<IgmpReport>({
+      [](IgmpReport& r) { r.validPacket = true; },
+      [](IgmpReport& r) { r.groupRecordIs(0); },
+      [](IgmpReport& r) { r.newGroupRecord(3, {}); },
+      [](IgmpReport& r) { r.groupRecordIs(0).rType = RecordType(1); },
+  });
+  IgmpReport one;
+  IgmpReport two;
+  one.groupRecordIs(1);
+  two.groupRecordIs(2);
+  EXPECT_FALSE(one == two) << "the index counts as well";
+}
+
+TEST(IgmpReport, recordsAreKeptInTheOrderOfTheirIndexes) {
+  IgmpReport report;
+  for (const U32 index : {5u, 0u, 3u}) {
+    report.newGroupRecord(index, {igmpVersion3, RecordType(static_cast<U8>(index)), group, {}});
+  }
+  std::string order;
+  for (const auto& [index, record] : report.groupRecord()) {
+    order += std::to_string(index) + "=" + stringValue(record.rType) + " ";
+  }
+  EXPECT_EQ(order, "0=0 3=3 5=5 ");
+}
+
+TEST(IgmpReport, absentRecordReadsAsADefaultOne) {
+  IgmpReport report;
+  EXPECT_TRUE(!report.groupRecord(0));
+  report.newGroupRecord(1, {igmpVersion3, RecordType(1), group, {}});
+  EXPECT_TRUE(!report.groupRecord(0));
+  EXPECT_TRUE(!report.groupRecord(2));
+  EXPECT_EQ(report.groupRecord(1).multicastAddr, group);
+  EXPECT_EQ(report.groupRecord().size(), 1u) << "reading makes nothing";
+}
+
+TEST(IgmpReport, recordIsFoundOrMade) {
+  IgmpReport report;
+  report.groupRecordIs(7).newSource(a, true);
+  report.groupRecordIs(7).newSource(b, true);
+  EXPECT_EQ(report.groupRecord(7).source, (IpAddrSet{a, b}));
+  EXPECT_EQ(report.groupRecord().size(), 1u);
+}
+
+TEST(IgmpReport, newRecordReplacesTheOneOfItsIndex) {
+  IgmpReport report;
+  report.groupRecordIs(7).newSource(a, true);
+  report.newGroupRecord(7, {igmpVersion3, RecordType(2), group, {b}});
+  EXPECT_EQ(report.groupRecord(7).source, IpAddrSet{b});
+  EXPECT_EQ(report.groupRecord().size(), 1u);
+}
+
+TEST(IgmpReport, deletesOnlyWhatIsThere) {
+  IgmpReport report;
+  report.groupRecordIs(1);
+  report.groupRecordIs(3);
+  report.groupRecordDel(2);
+  report.groupRecordDel(4);
+  EXPECT_EQ(report.groupRecord().size(), 2u);
+  report.groupRecordDel(1);
+  ASSERT_EQ(report.groupRecord().size(), 1u);
+  EXPECT_EQ(report.groupRecord()[0].index, 3u);
+  report.groupRecordDel(3);
+  EXPECT_TRUE(!report);
+}
+
+TEST(IgmpReport, printsBothItsFields) {
+  IgmpReport report;
+  EXPECT_EQ(valueToStrep(report),
+            "Value('Gmp::Igmp::IgmpReport', ** {'validPacket': False, 'groupRecord': {}})");
+  report.validPacket = true;
+  report.groupRecordIs(0);
+  report.groupRecordIs(1).version = igmpVersion3;
+  EXPECT_EQ(valueToStrep(report),
+            "Value('Gmp::Igmp::IgmpReport', ** {'validPacket': True, 'groupRecord': {"
+            "0: Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersionUnknown', "
+            "'rType': 0, 'multicastAddr': '0.0.0.0', 'source': {}}), "
+            "1: Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersion3', "
+            "'rType': 0, 'multicastAddr': '0.0.0.0', 'source': {}})}})");
+}
+
+TEST(GroupList, holdsEachGroupOnce) {
+  GroupList list;
+  list.groupListIs(group, true);
+  list.groupListIs(group, true);
+  list.groupListIs(a, true);
+  EXPECT_EQ(list.groupList(), (IpAddrSet{a, group}));
+  list.groupListDel(a);
+  list.groupListDel(b);
+  EXPECT_EQ(list.groupList(), IpAddrSet{group});
+  list.groupListDelAll();
+  EXPECT_TRUE(list.groupList().empty());
+}
+
+TEST(GroupList, countIsItsUsersOwn) {
+  GroupList list;
+  list.groupListIs(group, true);
+  EXPECT_EQ(list.groupCount(), 0);
+  list.groupCountIs(7);
+  EXPECT_EQ(list.groupCountInc(3), 10);
+  EXPECT_EQ(list.groupCount(), 10);
+  list.groupListDelAll();
+  EXPECT_EQ(list.groupCount(), 10);
+}
+
+TEST(GroupList, countWrapsAt16Bits) {
+  GroupList list;
+  list.groupCountIs(65535);
+  EXPECT_EQ(list.groupCountInc(2), 1);
+}
+
+TEST(GroupList, groupsAndCountBothCountForEquality) {
+  GroupList one;
+  GroupList two;
+  EXPECT_TRUE(one == two);
+  one.groupListIs(group, true);
+  EXPECT_FALSE(one == two);
+  two.groupListIs(group, true);
+  EXPECT_TRUE(one == two);
+  two.groupCountInc(1);
+  EXPECT_FALSE(one == two);
+}
+
+}  // namespace
+}  // namespace Gmp::Igmp

@@ -1,0 +1,29 @@
+// A set of group addresses with a count beside it that its user keeps.
+#pragma once
+
+#include <GmpIgmpQuerier/IpAddrSet.h>
+#include <GmpIgmpQuerier/Types.h>
+#include <Mox/Export.h>
+
+namespace Gmp::Igmp {
+
+class MOX_PUBLIC GroupList {
+ public:
+  const IpAddrSet& groupList() const { return groupList_; }
+  U16 groupCount() const { return groupCount_; }
+
+  void groupListIs(IpAddr group, bool) { groupList_.insert(group); }
+  void groupListDel(IpAddr group) { groupList_.erase(group); }
+  void groupListDelAll() { groupList_.clear(); }
+  void groupCountIs(U16 count) { groupCount_ = count; }
+  // Adds with wraparound; the new count.
+  U16 groupCountInc(U16 by) { return groupCount_ = static_cast<U16>(groupCount_ + by); }
+
+  friend bool operator==(const GroupList&, const GroupList&) = default;
+
+ private:
+  IpAddrSet groupList_;
+  U16 groupCount_ = 0;
+};
+
+}  // namespace Gmp::Igmp

@@ -1,0 +1,31 @@
+// One group record of a version 3 report (RFC 3376 4.2.4).
+#pragma once
+
+#include <string>
+
+#include <GmpIgmpQuerier/Enumerations.h>
+#include <GmpIgmpQuerier/IpAddrSet.h>
+#include <GmpIgmpQuerier/RecordType.h>
+#include <GmpIgmpQuerier/Types.h>
+#include <Mox/Export.h>
+
+namespace Gmp::Igmp {
+
+struct MOX_PUBLIC IgmpGroupRecord {
+  IgmpVersion version = igmpVersionUnknown;
+  RecordType rType;
+  IpAddr multicastAddr;
+  IpAddrSet source;
+
+  void newSource(IpAddr addr, bool) { source.insert(addr); }
+  void sourceDelAll() { source.clear(); }
+
+  friend bool operator==(const IgmpGroupRecord&, const IgmpGroupRecord&) = default;
+  // True for the value of a default-constructed record.
+  bool operator!() const { return *this == IgmpGroupRecord(); }
+};
+
+// "Value('Gmp::Igmp::IgmpGroupRecord', ** {...})", every field in its own form.
+MOX_PUBLIC std::string valueToStrep(const IgmpGroupRecord& record);
+
+}  // namespace Gmp::Igmp

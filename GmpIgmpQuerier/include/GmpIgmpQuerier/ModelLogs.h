@@ -1,0 +1,16 @@
+// What the state model tells operators and developers: its trace handle and its event-log message.
+#pragma once
+
+#include <Mox/EventLog.h>
+#include <Mox/Export.h>
+#include <Mox/Trace.h>
+
+namespace Gmp::Igmp {
+
+// Traces of packet code: parsing, reception, boundary.
+extern MOX_PUBLIC Mox::TraceHandle& igmpPacketTrace;
+
+// IGMP_MESSAGE_INVALID_SOURCE(source, group): a source list held an address that is not unicast.
+extern MOX_PUBLIC Mox::EventLogHandle igmpMessageInvalidSource;
+
+}  // namespace Gmp::Igmp

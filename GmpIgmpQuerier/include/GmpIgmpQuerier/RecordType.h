@@ -1,0 +1,34 @@
+// The type byte of a group record in a version 3 report (RFC 3376 4.2.12).
+#pragma once
+
+#include <compare>
+#include <ostream>
+#include <string>
+
+#include <GmpIgmpQuerier/Types.h>
+
+namespace Gmp::Igmp {
+
+// Any byte, also one that names no record type: what it means is judged where the record is used.
+// Prints as its decimal number.
+class RecordType {
+ public:
+  constexpr RecordType() = default;
+  constexpr explicit RecordType(U8 value) : value_(value) {}
+
+  constexpr U8 value() const { return value_; }
+  friend constexpr bool operator==(RecordType, RecordType) = default;
+  friend constexpr bool operator<(RecordType a, RecordType b) { return a.value_ < b.value_; }
+
+ private:
+  U8 value_ = 0;
+};
+
+inline std::string valueToStrep(RecordType type) { return std::to_string(type.value()); }
+inline std::string stringValue(RecordType type) { return valueToStrep(type); }
+inline void appendText(std::string& out, RecordType type) { out += valueToStrep(type); }
+inline std::ostream& operator<<(std::ostream& out, RecordType type) {
+  return out << valueToStrep(type);
+}
+
+}  // namespace Gmp::Igmp

@@ -1,0 +1,121 @@
+// Fixture of the group and source machines' tests: a querier that is up and silent, and groups in
+// any state without the packets that lead there.
+//
+//   const auto group = include({{s1_, 200.0}, {s2_, 1.0}});
+//   hearRecord(blockOldSources, group_, {s1_});
+//   EXPECT_EQ(timerOf(s1_), lmqt_);
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "TestBench.h"
+
+namespace Gmp::Igmp {
+
+inline void PrintTo(IgmpFilterMode mode, std::ostream* out) { *out << stringValue(mode); }
+inline void PrintTo(IgmpVersion version, std::ostream* out) { *out << stringValue(version); }
+inline void PrintTo(TimerState state, std::ostream* out) { *out << stringValue(state); }
+
+}  // namespace Gmp::Igmp
+
+namespace Gmp::Igmp::testing {
+
+// RFC 3376 4.2.12.
+inline constexpr U8 modeIsInclude = 1;
+inline constexpr U8 modeIsExclude = 2;
+inline constexpr U8 changeToInclude = 3;
+inline constexpr U8 changeToExclude = 4;
+inline constexpr U8 allowNewSources = 5;
+inline constexpr U8 blockOldSources = 6;
+
+class GroupBench : public TestBench {
+ protected:
+  static constexpr IpAddr s1_{10, 7, 0, 1};
+  static constexpr IpAddr s2_{10, 7, 0, 2};
+  static constexpr IpAddr s3_{10, 7, 0, 3};
+  static constexpr Seconds gmi_ = 260.0;  // group membership interval of the default values
+  static constexpr Seconds lmqi_ = 1.0;   // last member query interval
+  static constexpr Seconds lmqt_ = 2.0;   // last member query time
+
+  // A source and the seconds that its timer has left.
+  struct Source {
+    IpAddr addr;
+    Seconds left;
+  };
+
+  void SetUp() override {
+    start();
+    silenceGeneralQueries();
+  }
+
+  // The group in that state; a group timer of `never` is disabled.
+  Ptr<QuerierGroupSm> make(IgmpFilterMode mode, const std::vector<Source>& sources,
+                           Seconds groupLeft, IgmpVersion compatibility = igmpVersion3) {
+    Ptr<QuerierGroupSm> sm = getOrCreateGroupSm(querier_, group_);
+    sm->groupStatus()->filterModeIs(mode);
+    sm->groupStatus()->compatibilityModeIs(compatibility);
+    for (const Source& source : sources) {
+      getOrCreateSourceSm(sm, source.addr)->doSetTimer(source.left);
+    }
+    sm->doSetTimer(QuerierGroupSm::membershipTimerId, groupLeft);
+    traces_.clear();
+    return sm;
+  }
+  Ptr<QuerierGroupSm> include(const std::vector<Source>& sources,
+                              IgmpVersion compatibility = igmpVersion3) {
+    return make(filterModeInclude, sources, never, compatibility);
+  }
+  Ptr<QuerierGroupSm> exclude(const std::vector<Source>& sources, Seconds groupLeft = 100.0,
+                              IgmpVersion compatibility = igmpVersion3) {
+    return make(filterModeExclude, sources, groupLeft, compatibility);
+  }
+
+  bool groupExists() const { return static_cast<bool>(querier_->groupSm(group_)); }
+  bool sourceExists(IpAddr addr) const {
+    return groupExists() && static_cast<bool>(groupSm(group_)->source(addr));
+  }
+  Ptr<QuerierGroupSourceSm> sourceSm(IpAddr addr) const { return groupSm(group_)->source(addr); }
+  Ptr<QuerierSourceStatus> sourceStatus(IpAddr addr) const {
+    return groupStatus(group_)->source(addr);
+  }
+  // Seconds left.
+  Seconds timerOf(IpAddr addr) const { return sourceSm(addr)->sourceTimerRemaining(); }
+  Seconds groupTimer() const { return groupSm(group_)->membershipTimerRemaining(); }
+  Seconds rexmitTimer() const { return groupSm(group_)->rexmitTimerRemaining(); }
+  IgmpFilterMode filterMode() const { return groupStatus(group_)->filterMode(); }
+  IgmpVersion compatibility() const { return groupStatus(group_)->compatibilityMode(); }
+
+  std::vector<IpAddr> rexmitSources() const {
+    std::vector<IpAddr> all = groupSm(group_)->rexmitSource().keys();
+    std::sort(all.begin(), all.end());
+    return all;
+  }
+};
+
+// Does what it is told when an attribute of the entity changes, once.
+template <class E>
+class Once final : public E::NotifieeConst {
+ public:
+  Once(Ptr<const E> entity, std::string attribute, std::function<void()> action)
+      : E::NotifieeConst(std::move(entity)),
+        attribute_(std::move(attribute)),
+        action_(std::move(action)) {}
+  void onAttr(Mox::AttrId id) override { act(id); }
+  void onMember(Mox::AttrId id, U32) override { act(id); }
+  bool acted() const { return acted_; }
+
+ private:
+  void act(Mox::AttrId id) {
+    if (acted_ || E::attributes.nameOf(id) != attribute_) return;
+    acted_ = true;
+    action_();
+  }
+  std::string attribute_;
+  std::function<void()> action_;
+  bool acted_ = false;
+};
+
+}  // namespace Gmp::Igmp::testing

@@ -1,0 +1,41 @@
+// Specific queries of other routers (RFC 3376 6.6.1): what they ask about must be forgotten here
+// when they forget it there, so their timers are taken over, downwards only.
+#include <GmpIgmpQuerierSm/MachineLogs.h>
+#include <GmpIgmpQuerierSm/MessageText.h>
+#include <GmpIgmpQuerierSm/QuerierGroupSm.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+
+namespace Gmp::Igmp {
+
+using Mox::trace;
+
+namespace {
+
+// The sender's last member query time: its robustness stands for the count of its queries.
+Seconds lastMemberQueryTimeOf(const IgmpQuery& query) {
+  return query.maxResponseSeconds() * query.qrv;
+}
+
+}  // namespace
+
+void QuerierGroupSm::handleRxGSQuery(const IgmpQuery& query) {
+  trace<8>(machineTrace, *this, "::", "handleRxGSQuery", "( ", traceTextOf(query), " )");
+  lowerMembershipTimer(lastMemberQueryTimeOf(query));
+}
+
+// The old format carries neither count nor interval: the local configuration stands in for them.
+void QuerierGroupSm::handleRxGSQuery() {
+  trace<8>(machineTrace, *this, "::", "handleRxGSQuery", "()");
+  lowerMembershipTimer(lastMemberQueryTime());
+}
+
+void QuerierGroupSm::handleRxGSSQuery(const IgmpQuery& query) {
+  trace<8>(machineTrace, *this, "::", "handleRxGSSQuery", "( ", traceTextOf(query), " )");
+  const Seconds limit = lastMemberQueryTimeOf(query);
+  for (const IpAddr addr : query.source) {
+    const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
+    if (sourceSm && sourceSm->sourceTimerRemaining() > limit) sourceSm->doSetTimer(limit);
+  }
+}
+
+}  // namespace Gmp::Igmp

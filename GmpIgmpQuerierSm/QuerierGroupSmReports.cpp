@@ -1,0 +1,60 @@
+// Version 1 and 2 reports and leaves (RFC 3376 7.3.2, RFC 2236 3).
+#include <GmpIgmpQuerierSm/MachineLogs.h>
+#include <GmpIgmpQuerierSm/QuerierGroupSm.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+
+namespace Gmp::Igmp {
+
+using Mox::trace;
+
+// Version 1 hosts cannot leave, so whatever was being asked about the group is settled: it has
+// members for a group membership interval.
+void QuerierGroupSm::handleRxV1Report() {
+  trace<8>(machineTrace, *this, "::", "handleRxV1Report", "()");
+  groupStatus_->compatibilityModeIs(igmpVersion1);
+  doSetTimer(v1MembershipTimerId, groupMembershipInterval());
+  groupStatus_->filterModeIs(filterModeExclude);
+  groupStatus_->lastReporterIs(querierSm().pktSrc());
+  sourceDelAll();
+  rexmitSourceDelAll();
+  doSetTimer(membershipTimerId, groupMembershipInterval());
+  doSetTimer(rexmitTimerId, never);
+  rexmitGroupQueryIs(0);
+}
+
+// Deliberately leaves a group-specific query sequence running: the report has refreshed the group
+// timer, and the queries still due can only find more members.
+void QuerierGroupSm::handleRxV2Report() {
+  trace<8>(machineTrace, *this, "::", "handleRxV2Report", "()");
+  groupStatus_->lastReporterIs(querierSm().pktSrc());
+  if (groupStatus_->compatibilityMode() != igmpVersion1) {
+    groupStatus_->compatibilityModeIs(igmpVersion2);
+  }
+  doSetTimer(v2MembershipTimerId, groupMembershipInterval());
+  groupStatus_->filterModeIs(filterModeExclude);
+  sourceDelAll();
+  rexmitSourceDelAll();
+  doSetTimer(membershipTimerId, groupMembershipInterval());
+}
+
+// Ask whether anybody still listens, and expect the answer within the last member query time.
+// Whether this router may ask, handleRexmitTimer decides.
+void QuerierGroupSm::handleRxLeave() {
+  trace<8>(machineTrace, *this, "::", "handleRxLeave", "()");
+  if (groupStatus_->compatibilityMode() == igmpVersion1) {
+    return;  // version 1 hosts leave silently: with one present, a leave proves nothing (7.3.2)
+  }
+  for (const auto& [addr, sourceSm] : source_) toRexmitState(addr);
+  if (groupStatus_->filterMode() == filterModeExclude) {
+    rexmitGroupQueryIs(config().lastMemberQueryCount());
+    lowerMembershipTimer(lastMemberQueryTime());
+  }
+  doSetTimer(rexmitTimerId, 0.0);  // the first query leaves at the next turn of the wheel
+}
+
+// The group timer is only ever lowered here: a group already asked about must not live longer.
+void QuerierGroupSm::lowerMembershipTimer(Seconds limit) {
+  if (membershipTimerRemaining() > limit) doSetTimer(membershipTimerId, limit);
+}
+
+}  // namespace Gmp::Igmp

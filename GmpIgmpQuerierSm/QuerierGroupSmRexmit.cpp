@@ -1,0 +1,97 @@
+// Specific queries and their retransmission (RFC 3376 6.6.3): what is still to be asked, and asking
+// it.
+#include <stdlib.h>
+
+#include <vector>
+
+#include <GmpIgmpQuerierSm/MachineLogs.h>
+#include <GmpIgmpQuerierSm/QuerierGroupSm.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierSm/SendQuery.h>
+#include <Mox/ActivityClock.h>
+
+namespace Gmp::Igmp {
+
+using Mox::trace;
+
+void QuerierGroupSm::toRexmitState(IpAddr addr) {
+  trace<8>(machineTrace, *this, "::", "toRexmitState", "( ", addr, " )");
+  const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
+  if (!sourceSm || sourceSm->sourceTimerState() == timerDisabled) return;
+  const U32 count = config().lastMemberQueryCount();
+  if (count == 0) {
+    sourceSm->doSetTimer(0.0);
+    return;
+  }
+  const Seconds limit = lastMemberQueryTime();
+  if (limit > sourceSm->sourceTimerRemaining()) {
+    if (rexmitSource_.contains(addr)) return;
+  } else {
+    sourceSm->doSetTimer(limit);
+  }
+  trace<6>(machineTrace, "Setting number of retransmits of ", addr, " to ", count);
+  sourceSm->rexmitsIs(count);
+  rexmitSourceIs(addr, true);
+}
+
+void QuerierGroupSm::handleRexmitTimer() {
+  if (!initialized_) return;
+  const Ptr<QuerierGroupSm> alive(this);
+  const Ptr<QuerierSm> querier(&querierSm());
+  trace<8>(machineTrace, *this, "::", "handleRexmitTimer", "()", " @ ", Mox::now());
+  if (attrLogClogged()) {
+    trace<3>(machineTrace, "Reschedule rexmit timer as attr log will overflow.");
+    const double r = drand48();
+    doSetTimer(rexmitTimerId, r + r);
+    return;
+  }
+  trace<6>(machineTrace, "Rexmit Timer for ", group_, " on ", vlan(), " expired");
+  sendGroupSpecificQuery(querier.get(), group_);
+  if (ended()) return;  // who transmits the query may have ended the group at once
+  if (querier->querierStatus()->state() != QuerierStatus::querierStateQuerier) {
+    trace<6>(machineTrace, "Don't send query because we are not the querier");
+  } else if (groupStatus_->compatibilityMode() == igmpVersion3) {
+    sendSourceQueries();
+  }
+  if (ended()) return;
+  if (config().lastMemberQueryInterval() == 0.0) {
+    trace<6>(machineTrace, "Disabling timer, since LMQI is 0");
+    doSetTimer(rexmitTimerId, never);
+  } else if (owesQueries()) {
+    doSetTimer(rexmitTimerId, config().lastMemberQueryInterval());
+  } else {
+    trace<6>(machineTrace, "Disabling timer, since there are no pending retransmissions");
+    doSetTimer(rexmitTimerId, never);
+  }
+}
+
+// Sources that are about to time out are asked about with the S flag clear. Those that hosts have
+// confirmed meanwhile are asked about with the S flag set, once no group-specific query is due:
+// other routers must not lower their timers for them.
+void QuerierGroupSm::sendSourceQueries() {
+  const Seconds limit = lastMemberQueryTime();
+  std::vector<IpAddr> clear;
+  std::vector<IpAddr> set;
+  for (const IpAddr addr : rexmitSource_.keys()) {
+    const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
+    if (!sourceSm) {
+      rexmitSourceDel(addr);
+      continue;
+    }
+    if (limit >= sourceSm->sourceTimerRemaining()) {
+      clear.push_back(addr);
+    } else if (rexmitGroupQuery_ == 0) {
+      set.push_back(addr);
+    }
+    trace<6>(machineTrace, "Decrementing retransmissions for source ", addr, " on ", vlan());
+    sourceSm->rexmitsDec(1);
+    if (sourceSm->rexmits() == 0) {
+      trace<6>(machineTrace, "Final retransmission for source ", addr, " on ", vlan(),
+               " removing from list");
+      rexmitSourceDel(addr);
+    }
+  }
+  sendGroupAndSourceSpecificQuery(&querierSm(), group_, clear, set);
+}
+
+}  // namespace Gmp::Igmp

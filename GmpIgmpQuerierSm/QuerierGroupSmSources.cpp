@@ -1,0 +1,54 @@
+// The group's collection of source machines, and what a change of it means for the group.
+#include <utility>
+
+#include <GmpIgmpQuerierSm/MachineLogs.h>
+#include <GmpIgmpQuerierSm/QuerierGroupSm.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Mox/Errors.h>
+
+namespace Gmp::Igmp {
+
+using Mox::trace;
+
+Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& wheel) {
+  if (Ptr<QuerierGroupSourceSm> found = source(addr)) {
+    if (found->sourceTimer() != wheel) {
+      throw Mox::NameInUseError("_sourceTimer", wheelText(wheel), wheelText(found->sourceTimer()));
+    }
+    return found;
+  }
+  Ptr<QuerierGroupSourceSm> added = QuerierGroupSourceSmIs(addr, wheel, this);
+  source_.insert(addr, added);
+  handleSource(addr);
+  return added;
+}
+
+void QuerierGroupSm::sourceDel(IpAddr addr) {
+  const Ptr<QuerierGroupSourceSm> removed = source(addr);
+  if (!removed) return;
+  const Ptr<QuerierGroupSm> alive(this);
+  source_.erase(addr);
+  handleSource(addr);
+  removed->end();
+}
+
+void QuerierGroupSm::sourceDelAll() {
+  if (source_.empty()) return;
+  const Ptr<QuerierGroupSm> alive(this);
+  for (const IpAddr addr : source_.keys()) sourceDel(addr);
+}
+
+void QuerierGroupSm::handleSource(IpAddr addr) {
+  if (!initialized_) return;
+  trace<8>(machineTrace, *this, "::", "handleSource", "( ", addr, " )");
+  if (source_.contains(addr)) return;
+  trace<6>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());
+  groupStatus_->sourceDel(addr);
+  if (ended()) return;
+  if (groupStatus_->filterMode() == filterModeInclude && source_.empty()) {
+    trace<3>(machineTrace, "No sources remaining for ", group_, " on ", vlan(), ". Removing group");
+    querierSm().groupSmDel(group_);
+  }
+}
+
+}  // namespace Gmp::Igmp

@@ -1,0 +1,116 @@
+#include <GmpIgmpQuerierSm/QuerierGroupSourceSm.h>
+
+#include <stdlib.h>
+
+#include <limits>
+#include <utility>
+
+#include <GmpIgmpQuerierSm/MachineLogs.h>
+#include <GmpIgmpQuerierSm/QuerierGroupSm.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Mox/ActivityClock.h>
+
+namespace Gmp::Igmp {
+
+using Mox::trace;
+
+QuerierGroupSourceSm::QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm)
+    : addr_(addr), sourceTimer_(std::move(wheel), *this), groupSm_(groupSm) {
+  handleSourceTimer();
+  handleInitialized();
+}
+
+Seconds QuerierGroupSourceSm::sourceTimerRemaining() const {
+  return sourceTimerState_ == timerDisabled ? never : sourceTimerExpiry_ - Mox::now();
+}
+
+void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
+  if (groupSm_ == nullptr) return;
+  trace<8>(machineTrace, *this, "::", "doSetTimer", "( ", seconds, " )");
+  Seconds expiry = never;
+  TimerState state = timerDisabled;
+  if (seconds > std::numeric_limits<Seconds>::max()) {
+    sourceStatus_->expiredIs(true);
+  } else {
+    sourceStatus_->expiredIs(false);
+    expiry = Mox::now() + seconds;
+    state = timerRunning;
+  }
+  trace<6>(machineTrace, *this, "::", "doSetTimer", ": Setting source timer for ", groupSm_->vlan(),
+           ":", groupSm_->group(), ":", addr_, " to expire in ", seconds, " @ ", expiry);
+  sourceTimer_.timeMinIs(expiry);
+  sourceTimerExpiryIs(expiry);
+  sourceTimerStateIs(state);
+  // While readers lag, only the flag goes out: the exact time is worth less than room in the log.
+  if (groupSm_->attrLogClogged()) return;
+  sourceStatus_->expiryTimeIs(expiry);
+}
+
+void QuerierGroupSourceSm::handleInitialized() {
+  trace<8>(machineTrace, *this, "::", "handleInitialized", "()");
+  initializedIs(true);
+  QuerierGroupStatus& groupStatus = *groupSm_->groupStatus();
+  Ptr<QuerierSourceStatus> status = groupStatus.source(addr_);
+  if (status) {
+    trace<6>(machineTrace, *this, "::", "handleInitialized", "()", ": a source status for ", addr_,
+             " already exists");
+  } else {
+    trace<6>(machineTrace, *this, "::", "handleInitialized", "()", ": add source ", addr_,
+             " to status");
+    status = groupStatus.sourceIs(addr_);
+    status->creationTimeIs(Mox::now());
+  }
+  sourceStatus_ = std::move(status);
+  doSetTimer(never);
+}
+
+void QuerierGroupSourceSm::handleSourceTimer() {
+  if (!initialized_) return;
+  const Ptr<QuerierGroupSourceSm> alive(this);
+  const Ptr<QuerierGroupSm> group(groupSm_);
+  const Ptr<QuerierSm> querier(&group->querierSm());
+  trace<8>(machineTrace, *this, "::", "handleSourceTimer", "()");
+  trace<3>(machineTrace, "Source ", addr_, " for ", group->group(), " on ", group->vlan(),
+           " expired at ", sourceTimerExpiry_);
+  if (group->attrLogClogged()) {
+    trace<3>(machineTrace, "Postponing Source Cleanup for a few seconds.");
+    doSetTimer(drand48() * 10.0);
+    return;
+  }
+  doSetTimer(never);
+  if (groupSm_ == nullptr || group->groupStatus()->filterMode() != filterModeInclude) return;
+  trace<3>(machineTrace, "Removing source ", addr_, " for ", group->group(), " on ", group->vlan());
+  group->rexmitSourceDel(addr_);
+  group->sourceDel(addr_);
+}
+
+void QuerierGroupSourceSm::end() {
+  sourceTimer_.timeMinIs(never);
+  initialized_ = false;
+  groupSm_ = nullptr;
+}
+
+QuerierGroupSourceSmText tracePiece(const QuerierGroupSourceSm& sm) {
+  return {sm.groupSm() == nullptr ? IpAddr() : sm.groupSm()->group(), sm.addr()};
+}
+
+void appendText(std::string& out, const QuerierGroupSourceSmText& text) {
+  out +=
+      "QuerierGroupSourceSm( " + text.group.stringValue() + ", " + text.source.stringValue() + " )";
+}
+
+Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr, QuerierGroupSourceSm::Wheel wheel,
+                                                 QuerierGroupSm* groupSm) {
+  return makePtr<QuerierGroupSourceSm>(addr, std::move(wheel), groupSm);
+}
+
+Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(const Ptr<QuerierGroupSm>& group, IpAddr addr) {
+  trace<8>(machineTrace,
+           "Gmp::Igmp::QuerierGroupSourceSm::Ptr "
+           "Gmp::Igmp::getOrCreateSourceSm(Gmp::Igmp::QuerierGroupSm::Ptr, Ilvo::IpAddr)",
+           *group, " ", addr);
+  if (Ptr<QuerierGroupSourceSm> found = group->source(addr)) return found;
+  return group->sourceIs(addr, group->querierSm().queryIntervalTimer());
+}
+
+}  // namespace Gmp::Igmp

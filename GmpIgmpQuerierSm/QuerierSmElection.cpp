@@ -1,0 +1,111 @@
+// Querier election (RFC 3376 6.6.2): the lowest address of the link asks, the others follow it.
+#include <stdlib.h>
+
+#include <GmpIgmpQuerierSm/MachineLogs.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Ilvo/IgmpHdr.h>
+
+namespace Gmp::Igmp {
+
+using Mox::trace;
+
+// The first query leaves after a random delay, so that routers started together do not ask in step.
+void QuerierSm::becomeQuerier() {
+  if (!initialized_) return;
+  const Ptr<QuerierSm> alive(this);
+  trace<8>(machineTrace, *this, "::", "becomeQuerier", "()");
+  trace<3>(machineTrace, *this, ": Assigning our address ", ipAddr_, " as querier ");
+  querierStatus_->electedQuerierAddrIs(ipAddr_);
+  doSetTimer(otherQuerierTimerId, never);
+  querierStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  doSetTimer(queryIntervalTimerId, drand48() * 10.0);
+}
+
+void QuerierSm::doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& pkt) {
+  const Ptr<QuerierSm> alive(this);
+  trace<8>(machineTrace, "void Gmp::Igmp::QuerierSm::doQuerierElection(const Ptr&, const Ptr&)", ip,
+           "size ", pkt->offsetBytes());
+  const IpAddr src = ip.src();
+  if (src.isZero()) {
+    trace<6>(machineTrace, name(), " Ignoring Query from 0.0.0.0 for Querier Election");
+    return;
+  }
+  const IpAddr current = querierStatus_->electedQuerierAddr();
+  if (!current.isZero() && current < src) {
+    trace<6>(machineTrace, name(), " Existing querier ", current, " wins election");
+    return;
+  }
+  if (current == src) {
+    trace<6>(machineTrace, name(), " Existing querier ", current, " refreshing");
+  } else {
+    trace<3>(machineTrace, name(), " New querier ", src, " wins over ", current);
+    querierStatus_->electedQuerierAddrIs(src);
+    trace<6>(machineTrace, name(), " electedQuerierAddrIs ", src);
+  }
+  if (querierStatus_->electedQuerierAddr() == ipAddr_) return;  // our own query, looped back
+  if (querierStatus_->state() == QuerierStatus::querierStateQuerier) loseElection();
+  adoptQuerierValues(pkt);
+  trace<6>(machineTrace, name(), " set query timer='inf' as we are no longer the querier");
+  doSetTimer(queryIntervalTimerId, never);
+  const Seconds interval = querierStatus_->otherQuerierPresentInterval();
+  trace<6>(machineTrace, name(), " otherQuerier expires in ", interval);
+  doSetTimer(otherQuerierTimerId, interval);
+}
+
+// What this router has begun to ask, it finishes asking: the new querier has not heard the leave.
+void QuerierSm::loseElection() {
+  pendingRexmitDelAll();
+  for (const auto& [group, groupSm] : groupSm_) {
+    const bool owesQueries = groupSm->rexmitGroupQuery() != 0 || !groupSm->rexmitSource().empty();
+    if (owesQueries) pendingRexmitIs(group, true);
+  }
+  if (pendingRexmit_.empty()) {
+    transitionToNonQuerierIs(false);
+    querierStatus_->stateIs(QuerierStatus::querierStateNonQuerier);
+  } else {
+    transitionToNonQuerierIs(true);
+  }
+}
+
+// What the message leaves out is taken from the configuration, except the response time of an old
+// query, which is 10 seconds when it is 0 (RFC 3376 7.1).
+void QuerierSm::adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt) {
+  const QuerierConfig& config = *querierConfig();
+  if (!pkt->has(Ilvo::IgmpV3QueryHdr::bytes)) {
+    const Seconds response = Ilvo::IgmpV12Hdr(*pkt).maxResponseSeconds();
+    querierStatus_->robustnessIs(config.robustness());
+    querierStatus_->queryIntervalIs(config.queryInterval());
+    querierStatus_->queryResponseIntervalIs(response != 0.0 ? response : 10.0);
+    return;
+  }
+  const Ilvo::IgmpV3QueryHdr query(*pkt);
+  const U32 robustness = query.qrv();
+  const Seconds interval = query.queryIntervalSeconds();
+  const Seconds response = query.maxResponseSeconds();
+  trace<3>(machineTrace, name(), " IGMPv3 Querier detected and won election ",
+           " with Robustness:", robustness, " Interval:", interval, " Resp:", response);
+  querierStatus_->robustnessIs(robustness != 0 ? robustness : config.robustness());
+  querierStatus_->queryIntervalIs(interval != 0.0 ? interval : config.queryInterval());
+  querierStatus_->queryResponseIntervalIs(response != 0.0 ? response
+                                                          : config.queryResponseInterval());
+}
+
+// The elected querier has been silent for too long. Deliberately, the first query still asks with
+// half the response interval of the one that went: the hosts have its timing.
+void QuerierSm::handleOtherQuerierTimer() {
+  if (!initialized_) return;
+  const Ptr<QuerierSm> alive(this);
+  trace<8>(machineTrace, *this, "::", "handleOtherQuerierTimer", "()");
+  trace<3>(machineTrace, "Make myself as elected querier.");
+  querierStatus_->electedQuerierAddrIs(ipAddr_);
+  querierStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  doSetTimer(otherQuerierTimerId, never);
+  querierStatus_->robustnessIs(querierConfig()->robustness());
+  querierStatus_->queryIntervalIs(querierConfig()->queryInterval());
+  initialQuerySentIs(false);
+  handleQueryIntervalTimer();
+  querierStatus_->queryResponseIntervalIs(querierConfig()->queryResponseInterval());
+  transitionToNonQuerierIs(false);
+}
+
+}  // namespace Gmp::Igmp

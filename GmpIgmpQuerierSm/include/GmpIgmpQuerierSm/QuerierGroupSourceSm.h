@@ -1,0 +1,117 @@
+// Router-side state of one source of one group (RFC 3376 6.2.3): its timer, the queries still owed
+// for it, and its published status.
+//
+// The group machine owns it and decides which sources exist. In an INCLUDE group an expired source
+// goes, and the last one takes the group along; in an EXCLUDE group it stays as an excluded source.
+#pragma once
+
+#include <string>
+
+#include <GmpIgmpQuerier/Enumerations.h>
+#include <GmpIgmpQuerier/QuerierSourceStatus.h>
+#include <GmpIgmpQuerier/Types.h>
+#include <Mox/Entity.h>
+#include <Mox/Export.h>
+#include <Obel/TimerReactor.h>
+
+namespace Gmp::Igmp {
+
+class QuerierGroupSm;
+
+class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSourceSm> {
+ public:
+  static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierGroupSourceSm";
+  using Wheel = Ptr<const Obel::TimerWheel>;
+
+  class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierGroupSourceSm> {
+   public:
+    using NotifieeOf::NotifieeOf;
+    virtual void onSourceTimerExpiry() {}
+    virtual void onSourceTimerState() {}
+    virtual void onRexmits() {}
+    virtual void onInitialized() {}
+  };
+
+  // Runs at once: finds or makes the status entry, with the timer disabled.
+  QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm);
+
+  std::string name() const { return {}; }
+  IpAddr addr() const { return addr_; }
+  const Ptr<QuerierSourceStatus>& sourceStatus() const { return sourceStatus_; }
+  const Wheel& sourceTimer() const { return sourceTimer_.wheel(); }
+  // Absolute; +infinity when disabled.
+  Seconds sourceTimerExpiry() const { return sourceTimerExpiry_; }
+  // Seconds left; +infinity when disabled.
+  Seconds sourceTimerRemaining() const;
+  TimerState sourceTimerState() const { return sourceTimerState_; }
+  // Group-and-source-specific queries still to be sent for this source.
+  U32 rexmits() const { return rexmits_; }
+  bool initialized() const { return initialized_; }
+  // The owner; null once the source has been removed from it.
+  QuerierGroupSm* groupSm() const { return groupSm_; }
+
+  // Moves the timer to another wheel with its time.
+  void sourceTimerIs(Wheel wheel) { sourceTimer_.wheelIs(std::move(wheel)); }
+  void sourceTimerExpiryIs(Seconds v) { set<&Self::sourceTimerExpiry_>(v); }
+  void sourceTimerStateIs(TimerState v) { set<&Self::sourceTimerState_>(v); }
+  void rexmitsIs(U32 v) { set<&Self::rexmits_>(v); }
+  void rexmitsDec(U32 by) { rexmitsIs(rexmits_ - by); }
+  void initializedIs(bool v) { set<&Self::initialized_>(v); }
+
+  // Arms the source timer `seconds` from now, or disables it with +infinity, and publishes.
+  void doSetTimer(Seconds seconds);
+  void handleInitialized();
+  void handleSourceTimer();
+
+  // The owner lets go: nothing is armed or written any more.
+  void end();
+
+ private:
+  using Self = QuerierGroupSourceSm;
+
+  IpAddr addr_;
+  TimerState sourceTimerState_ = timerDisabled;
+  Ptr<QuerierSourceStatus> sourceStatus_;
+  Obel::TimerReactor<QuerierGroupSourceSm, &QuerierGroupSourceSm::handleSourceTimer> sourceTimer_;
+  Seconds sourceTimerExpiry_ = 0.0;
+  QuerierGroupSm* groupSm_;
+  U32 rexmits_ = 0;
+  bool initialized_ = false;
+
+  friend class Mox::Entity<QuerierGroupSourceSm>;
+
+ public:
+  static constexpr Mox::AttrTable attributes{
+      Mox::Constant{"name", &Self::name},
+      Mox::Key{"addr", &Self::addr_},
+      Mox::Piece{"sourceStatus", &Self::sourceStatus_},
+      Mox::Piece{"sourceTimer", &Self::sourceTimer_},
+      Mox::Attr{"sourceTimerExpiry", &Self::sourceTimerExpiry_, &Self::sourceTimerExpiryIs,
+                &NotifieeConst::onSourceTimerExpiry},
+      Mox::Attr{"sourceTimerState", &Self::sourceTimerState_, &Self::sourceTimerStateIs,
+                &NotifieeConst::onSourceTimerState},
+      Mox::Attr{"rexmits", &Self::rexmits_, &Self::rexmitsIs, &NotifieeConst::onRexmits},
+      Mox::Attr{"initialized", &Self::initialized_, &Self::initializedIs,
+                &NotifieeConst::onInitialized},
+      Mox::Piece{"groupSm", &Self::groupSm_},
+  };
+};
+
+// How a source machine reads in a trace, long after it is gone.
+struct QuerierGroupSourceSmText {
+  IpAddr group;
+  IpAddr source;
+};
+MOX_PUBLIC QuerierGroupSourceSmText tracePiece(const QuerierGroupSourceSm& sm);
+MOX_PUBLIC void appendText(std::string& out, const QuerierGroupSourceSmText& text);
+
+MOX_PUBLIC Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr,
+                                                            QuerierGroupSourceSm::Wheel wheel,
+                                                            QuerierGroupSm* groupSm);
+
+// The machine of that source in the group, made on the wheel of the querier's general queries if it
+// is not there. All creation by the handlers goes through here.
+MOX_PUBLIC Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(const Ptr<QuerierGroupSm>& group,
+                                                         IpAddr addr);
+
+}  // namespace Gmp::Igmp

@@ -1,0 +1,33 @@
+// The query builders (RFC 3376 4.1, 6.6; RFC 2236 2): each makes one IGMP message and publishes it
+// as the querier's sendPkt, dstGroup and writableCount. IP is the host's.
+#pragma once
+
+#include <vector>
+
+#include <GmpIgmpQuerier/Types.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Mox/Export.h>
+
+namespace Gmp::Igmp {
+
+// A query without sources in the version in effect, for the group, or, with 0.0.0.0, a general one.
+// Only the querier sends.
+MOX_PUBLIC void sendQuery(QuerierSm* querier, double maxResponseSeconds, IpAddr group);
+
+// The general query that is due now.
+MOX_PUBLIC void sendGeneralQuery(QuerierSm* querier);
+
+// One group-specific query, if the group owes one; it owes one less then.
+MOX_PUBLIC void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
+
+// One group-and-source-specific query with as many of the sources as fit, from the back of the
+// list, which loses them. False when no packet could be had: nothing is sent or removed then.
+MOX_PUBLIC bool sendGroupAndSourceSpecificQueryHelper(QuerierSm* querier, IpAddr group,
+                                                      std::vector<IpAddr>& sources, bool sFlag);
+
+// As many of these queries as the two lists need: first those with the S flag clear.
+MOX_PUBLIC void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,
+                                                std::vector<IpAddr>& sFlagClear,
+                                                std::vector<IpAddr>& sFlagSet);
+
+}  // namespace Gmp::Igmp

@@ -1,0 +1,97 @@
+#include <Agent/AgentLoop.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <csignal>
+
+#include <Agent/PacketPort.h>
+#include <Mox/ActivityClock.h>
+
+namespace Agent {
+
+using Mox::Seconds;
+
+AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
+    : wheel_(Mox::makePtr<Obel::TimerWheel>(Mox::now())),
+      onStateWanted_(setup.onStateWanted),
+      services_{.wheel = wheel_,
+                .turn = [this] { turn(); },
+                .openPort =
+                    [this](const Link& link, FrameReceiver& receiver) {
+                      return std::make_unique<PacketPort>(io_, link, receiver);
+                    },
+                .sink = sink,
+                .tellQueries = setup.tellQueries},
+      links_(io_, [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
+  for (const int number : {SIGINT, SIGTERM, SIGUSR1}) signals_.add(number);
+  waitForSignal();
+  for (const InterfaceQuerier::Setup& interface : setup.interfaces) {
+    queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
+    queriers_.back()->linkIs(links_.links().find(interface.name));
+  }
+  turn();
+}
+
+AgentLoop::~AgentLoop() = default;
+
+void AgentLoop::run() { io_.run(); }
+
+std::vector<InterfaceView> AgentLoop::views() const {
+  std::vector<InterfaceView> all;
+  for (const auto& querier : queriers_) all.push_back(querier->view());
+  return all;
+}
+
+void AgentLoop::handleLink(const std::string& name, const Link* link) {
+  const auto found =
+      std::ranges::find_if(queriers_, [&](const auto& querier) { return querier->name() == name; });
+  if (found == queriers_.end()) return;
+  turn();
+  (*found)->linkIs(link);
+  turn();
+}
+
+void AgentLoop::waitForSignal() {
+  signals_.async_wait([this](const boost::system::error_code& failed, int number) {
+    if (!failed) handleSignal(number);
+  });
+}
+
+void AgentLoop::handleSignal(int number) {
+  turn();
+  if (number != SIGUSR1) {
+    io_.stop();
+    return;
+  }
+  if (onStateWanted_) onStateWanted_();
+  waitForSignal();
+}
+
+void AgentLoop::turn() {
+  if (wheel_->turn(Mox::now()) != 0) {
+    for (const auto& querier : queriers_) querier->flush();
+  }
+  sleepUntilDue();
+}
+
+void AgentLoop::sleepUntilDue() {
+  const Seconds due = wheel_->nextDue();
+  if (due == timerSet_) return;
+  timerSet_ = due;
+  if (due == Mox::never) {
+    timer_.cancel();
+    return;
+  }
+  // The loop's clock and the activity clock may begin at different times, but run alike.
+  constexpr Seconds longest = 3600.0;
+  const Seconds left = std::clamp(due - Mox::now(), 0.0, longest);
+  timer_.expires_after(std::chrono::nanoseconds(std::llround(left * 1e9)));
+  timer_.async_wait([this](const boost::system::error_code& failed) {
+    if (failed) return;
+    timerSet_ = Mox::never;
+    turn();
+  });
+}
+
+}  // namespace Agent

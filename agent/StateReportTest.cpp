@@ -1,0 +1,193 @@
+#include <Agent/StateReport.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace Agent {
+namespace {
+
+using Gmp::Igmp::QuerierGroupStatus;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using Mox::never;
+using Mox::Ptr;
+
+constexpr Mox::Seconds now = 1000.0;
+
+InterfaceView interfaceNamed(const char* name, IpAddr addr) {
+  return {name, addr, Gmp::Igmp::querierConfigFactory(name), Gmp::Igmp::querierStatusFactory()};
+}
+
+QuerierStatus& statusOf(const InterfaceView& view) {
+  return const_cast<QuerierStatus&>(*view.status);
+}
+
+void becomeQuerier(const InterfaceView& view) {
+  QuerierStatus& status = statusOf(view);
+  status.stateIs(QuerierStatus::querierStateQuerier);
+  status.querierVersionIs(Gmp::Igmp::igmpVersion2);
+  status.electedQuerierAddrIs(view.address);
+  status.generalQueryExpiryTimeIs(1012.3);
+  status.otherQuerierExpiryTimeIs(never);
+  status.v2QueriesSentIs(4294967295u);
+}
+
+void joinVersion2(const InterfaceView& view, IpAddr addr) {
+  const Ptr<QuerierGroupStatus> group = statusOf(view).groupIs(addr);
+  group->compatibilityModeIs(Gmp::Igmp::igmpVersion2);
+  group->filterModeIs(Gmp::Igmp::filterModeExclude);
+  group->creationTimeIs(996.8);
+  group->expiryTimeIs(1250.0);
+  group->lastReporterIs(IpAddr(10, 0, 0, 11));
+}
+
+// In EXCLUDE: one source that somebody wants, one that nobody does.
+void joinVersion3(const InterfaceView& view, IpAddr addr) {
+  const Ptr<QuerierGroupStatus> group = statusOf(view).groupIs(addr);
+  group->filterModeIs(Gmp::Igmp::filterModeExclude);
+  group->creationTimeIs(900.0);
+  group->expiryTimeIs(1100.0);
+  group->sourceIs(IpAddr(10, 0, 0, 51))->expiredIs(true);
+  group->source(IpAddr(10, 0, 0, 51))->creationTimeIs(990.0);
+  group->source(IpAddr(10, 0, 0, 51))->expiryTimeIs(never);
+  group->sourceIs(IpAddr(10, 0, 0, 50))->expiryTimeIs(1200.0);
+  group->source(IpAddr(10, 0, 0, 50))->creationTimeIs(999.0);
+}
+
+TEST(DurationText, hasTwoUnitsAtMostAndADashForNone) {
+  EXPECT_EQ(durationText(0.0), "0.0s");
+  EXPECT_EQ(durationText(-3.0), "0.0s");
+  EXPECT_EQ(durationText(3.24), "3.2s");
+  EXPECT_EQ(durationText(9.94), "9.9s");
+  EXPECT_EQ(durationText(9.96), "10s");
+  EXPECT_EQ(durationText(59.6), "1m00s");
+  EXPECT_EQ(durationText(250.0), "4m10s");
+  EXPECT_EQ(durationText(3599.6), "1h00m");
+  EXPECT_EQ(durationText(3725.0), "1h02m");
+  EXPECT_EQ(durationText(86400.0 * 3 + 4 * 3600.0), "3d04h");
+  EXPECT_EQ(durationText(never), "-");
+  EXPECT_EQ(durationText(-never), "-");
+}
+
+TEST(StateText, showsInterfacesGroupsSourcesAndCountersInColumns) {
+  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                          interfaceNamed("eth1.100", IpAddr(192, 168, 100, 1))};
+  becomeQuerier(views[0]);
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  const std::string text = stateText(views, now);
+  const size_t groups = text.find("\n\n") + 2;
+  EXPECT_EQ(text.substr(0, groups),
+            "INTERFACE  ADDRESS        ROLE     QUERIER   VERSION  ROBUSTNESS  INTERVAL  RESPONSE  "
+            "NEXT QUERY  QUERIER LOST  GROUPS\n"
+            "eth0       10.0.0.1       querier  10.0.0.1  2        2           2m05s     10s       "
+            "12s         -             2\n"
+            "eth1.100   192.168.100.1  initial  -         0        2           2m05s     10s       "
+            "-           -             0\n\n");
+  EXPECT_EQ(text.substr(groups),
+            R"(INTERFACE  GROUP        MODE       VERSION  REPORTER   UP     LEFT
+eth0       232.1.1.1    exclude    3        0.0.0.0    1m40s  1m40s
+eth0         10.0.0.50  forwarded                      1.0s   3m20s
+eth0         10.0.0.51  excluded                       10s    -
+eth0       239.1.1.1    exclude    2        10.0.0.11  3.2s   4m10s
+
+COUNTER                   eth0        eth1.100
+joins                     0           0
+v1QueriesSent             0           0
+v2QueriesSent             4294967295  0
+v3QueriesSent             0           0
+v3GSQueriesSent           0           0
+v3GSSQueriesSent          0           0
+v1QueriesReceived         0           0
+v2QueriesReceived         0           0
+v3QueriesReceived         0           0
+v1ReportReceived          0           0
+v2ReportReceived          0           0
+v2LeaveReceived           0           0
+v3ReportReceived          0           0
+errorPacketReceived       0           0
+otherPacketReceived       0           0
+mcastBoundaryPktReceived  0           0
+)");
+}
+
+TEST(StateText, saysThatThereIsNothing) {
+  EXPECT_EQ(stateText({}, now), "no interfaces\n");
+  const std::vector views{interfaceNamed("eth0", IpAddr())};
+  EXPECT_NE(stateText(views, now).find("\nno groups\n"), std::string::npos);
+}
+
+TEST(StateText, aQuerierThatDoesNotRunShowsNoTimes) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  views[0].running = false;
+  const std::string text = stateText(views, now);
+  EXPECT_NE(text.find("eth0       10.0.0.1  stopped  10.0.0.1  2        2           2m05s     10s "
+                      "      -           -             1\n"),
+            std::string::npos)
+      << text;
+  EXPECT_NE(text.find("10.0.0.11  3.2s  -\n"), std::string::npos) << text;
+}
+
+TEST(StateJson, holdsEverythingInOneLine) {
+  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  EXPECT_EQ(stateJson(views, now),
+            R"({"time":1000.0,"event":"state","interfaces":[{"interface":"eth0",)"
+            R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
+            R"("querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
+            R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
+            R"("otherQuerierExpirySeconds":null,"counters":{"joins":0,"v1QueriesSent":0,)"
+            R"("v2QueriesSent":4294967295,"v3QueriesSent":0,"v3GSQueriesSent":0,)"
+            R"("v3GSSQueriesSent":0,"v1QueriesReceived":0,"v2QueriesReceived":0,)"
+            R"("v3QueriesReceived":0,"v1ReportReceived":0,"v2ReportReceived":0,)"
+            R"("v2LeaveReceived":0,"v3ReportReceived":0,"errorPacketReceived":0,)"
+            R"("otherPacketReceived":0,"mcastBoundaryPktReceived":0},"groups":[)"
+            R"({"group":"239.1.1.1","filterMode":"exclude","compatibilityMode":2,)"
+            R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,)"
+            R"("sources":[]}]}]})");
+}
+
+TEST(StateJson, showsSourcesInAddressOrder) {
+  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  const auto json = nlohmann::ordered_json::parse(stateJson(views, now));
+  EXPECT_EQ(json["interfaces"][0]["groups"][0]["sources"].dump(),
+            R"([{"source":"10.0.0.50","excluded":false,"timeLeftSeconds":200.0},)"
+            R"({"source":"10.0.0.51","excluded":true,"timeLeftSeconds":null}])");
+}
+
+TEST(StateJson, whatIsNotKnownIsNull) {
+  std::vector views{interfaceNamed("eth0", IpAddr())};
+  becomeQuerier(views[0]);
+  statusOf(views[0]).electedQuerierAddrIs(IpAddr());
+  views[0].running = false;
+  const auto json = nlohmann::json::parse(stateJson(views, now))["interfaces"][0];
+  EXPECT_TRUE(json["address"].is_null());
+  EXPECT_TRUE(json["querier"].is_null());
+  EXPECT_TRUE(json["nextQuerySeconds"].is_null());
+  EXPECT_EQ(json["running"], false);
+}
+
+TEST(StateJson, aTimeThatHasPassedIsNotNegative) {
+  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  const auto json = nlohmann::json::parse(stateJson(views, 2000.0))["interfaces"][0];
+  EXPECT_EQ(json["nextQuerySeconds"], 0.0);
+}
+
+TEST(PrintState, writesTheFormAskedFor) {
+  std::FILE* out = std::tmpfile();
+  printState(out, {}, now, Format::text);
+  printState(out, {}, now, Format::json);
+  std::rewind(out);
+  std::string text(200, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), out));
+  std::fclose(out);
+  EXPECT_EQ(text, "no interfaces\n{\"time\":1000.0,\"event\":\"state\",\"interfaces\":[]}\n");
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,62 @@
+// The live agent: queriers on real interfaces, one event loop, one thread, one timer wheel.
+//
+// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. Real time is
+// the activity clock's, and the wheel is turned before whatever happens and after it.
+//
+//   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
+//   loop.run();  // until SIGINT or SIGTERM
+//   printState(stdout, loop.views(), Mox::now(), Format::text);
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <Agent/Event.h>
+#include <Agent/InterfaceQuerier.h>
+#include <Agent/LinkMonitor.h>
+#include <Agent/StateReport.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+namespace Agent {
+
+class AgentLoop {
+ public:
+  struct Setup {
+    std::vector<InterfaceQuerier::Setup> interfaces;
+    bool tellQueries = false;             // an event for each query sent
+    std::function<void()> onStateWanted;  // SIGUSR1
+  };
+
+  // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched.
+  AgentLoop(const Setup& setup, EventSink& sink);
+  ~AgentLoop();
+  AgentLoop(const AgentLoop&) = delete;
+  AgentLoop& operator=(const AgentLoop&) = delete;
+
+  // Until SIGINT or SIGTERM.
+  void run();
+  std::vector<InterfaceView> views() const;
+
+ private:
+  void handleLink(const std::string& name, const Link* link);
+  void handleSignal(int number);
+  void waitForSignal();
+  // Fires what is due, tells what came of it, and sleeps until the next.
+  void turn();
+  void sleepUntilDue();
+
+  boost::asio::io_context io_{1};
+  boost::asio::signal_set signals_{io_};
+  boost::asio::steady_timer timer_{io_};
+  Mox::Seconds timerSet_ = Mox::never;  // what timer_ waits for
+  const Mox::Ptr<Obel::TimerWheel> wheel_;
+  const std::function<void()> onStateWanted_;
+  const InterfaceQuerier::Services services_;
+  std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;
+  LinkMonitor links_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,51 @@
+// Finds the IPv4 packet with IGMP in a captured frame: link layers off, VLAN tags looked through.
+//
+//   const CaptureContent content = igmpOf(DLT_EN10MB, frame, lengthOnLink);
+//   if (!content.skipped) querier->doRxPkt(makePtr<Ilvo::Pkt>(content.ipv4));
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <span>
+
+#include <Mox/Types.h>
+
+namespace Agent {
+
+// Why a frame is none for a querier. What only looks wrong is handed over: the querier judges and
+// counts it.
+enum class SkipReason {
+  notIpv4,
+  notIgmp,
+  tooShort,  // ends before the end of its headers
+  fragment,  // the rest of its message lies in other packets
+  cutShort,  // the capture kept too little of it
+};
+
+struct SkipReasonName {
+  SkipReason reason;
+  const char* name;  // in JSON
+  const char* text;  // for people
+};
+inline constexpr std::array skipReasons{
+    SkipReasonName{SkipReason::notIpv4, "notIpv4", "not IPv4"},
+    SkipReasonName{SkipReason::notIgmp, "notIgmp", "not IGMP"},
+    SkipReasonName{SkipReason::tooShort, "tooShort", "too short"},
+    SkipReasonName{SkipReason::fragment, "fragment", "a fragment"},
+    SkipReasonName{SkipReason::cutShort, "cutShort", "cut short by the capture"},
+};
+
+struct CaptureContent {
+  std::span<const Mox::U8> ipv4;  // with what follows it in the frame; empty when skipped
+  std::optional<SkipReason> skipped;
+};
+
+// Ethernet, raw IP, Linux cooked capture 1 and 2, BSD loopback.
+bool isKnownLinkType(int linkType);
+
+// What the frame holds. `lengthOnLink` is what it had before the capture cut it. The link type is
+// one of the known.
+CaptureContent igmpOf(int linkType, std::span<const Mox::U8> frame, std::size_t lengthOnLink);
+
+}  // namespace Agent

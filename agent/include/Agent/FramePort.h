@@ -1,0 +1,47 @@
+// Where an interface's frames go and come from. Behind it stands the kernel, or a test.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+
+#include <Mox/Types.h>
+
+namespace Agent {
+
+struct Link;
+
+class FramePort {
+ public:
+  FramePort() = default;
+  FramePort(const FramePort&) = delete;
+  FramePort& operator=(const FramePort&) = delete;
+  virtual ~FramePort() = default;
+
+  // One whole Ethernet frame. Empty when it went out, else why it did not.
+  virtual std::string send(std::span<const Mox::U8> frame) = 0;
+
+  // Frames received and lost since it was opened, as nobody took them in time.
+  virtual Mox::U64 dropped() = 0;
+};
+
+// Who is told. It may not close the port from rxFrame, and closes it from portFailed.
+class FrameReceiver {
+ public:
+  FrameReceiver() = default;
+  FrameReceiver(const FrameReceiver&) = delete;
+  FrameReceiver& operator=(const FrameReceiver&) = delete;
+  virtual ~FrameReceiver() = default;
+
+  // An Ethernet frame with IGMP in it, as it was on the link; valid during the call.
+  virtual void rxFrame(std::span<const Mox::U8> frame) = 0;
+  // Nothing will be received any more.
+  virtual void portFailed(const std::string& why) = 0;
+};
+
+// Opens the port of an interface; the receiver outlives it. Throws std::runtime_error with the
+// reason.
+using PortOpener = std::function<std::unique_ptr<FramePort>(const Link&, FrameReceiver&)>;
+
+}  // namespace Agent

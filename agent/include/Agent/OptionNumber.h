@@ -1,0 +1,22 @@
+// Reads the number that an option was given, or says what it must be.
+//
+//   optionNumber("--seed", text, {.least = 0, .most = 4294967295, .whole = true});
+#pragma once
+
+#include <string_view>
+
+namespace Agent {
+
+struct NumberRange {
+  double least;
+  double most;
+  bool whole = false;
+  const char* zero = nullptr;       // what 0 means where it is allowed beside the range
+  const char* reference = nullptr;  // where the range comes from
+};
+
+// Throws CLI::ValidationError, with a text such as "--robustness 9: must be from 1 to 7 (RFC
+// 3376 8.1)".
+double optionNumber(std::string_view option, std::string_view text, const NumberRange& range);
+
+}  // namespace Agent

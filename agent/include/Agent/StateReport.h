@@ -1,0 +1,42 @@
+// The state of all interfaces as tables for people or as one JSON object for programs: role and
+// timers, counters, groups, and below version 3 groups their sources.
+//
+//   printState(stdout, views, Mox::now(), Format::text);
+#pragma once
+
+#include <cstdio>
+#include <span>
+#include <string>
+
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <GmpIgmpQuerier/QuerierStatus.h>
+#include <Ilvo/IpAddr.h>
+#include <Mox/Ptr.h>
+#include <Mox/Types.h>
+
+namespace Agent {
+
+enum class Format { text, json };
+
+// What is shown of one interface. The times of a querier that does not run say nothing and are left
+// out.
+struct InterfaceView {
+  std::string name;
+  Ilvo::IpAddr address;
+  Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
+  Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
+  bool running = true;
+};
+
+// JSON is one line with "event": "state", so that it may stand among events.
+void printState(std::FILE* out, std::span<const InterfaceView> interfaces, Mox::Seconds now,
+                Format format);
+
+// The same, as a string.
+std::string stateText(std::span<const InterfaceView> interfaces, Mox::Seconds now);
+std::string stateJson(std::span<const InterfaceView> interfaces, Mox::Seconds now);
+
+// A duration for people: "3.2s", "42s", "4m10s", "1h02m", "3d04h"; "-" for none.
+std::string durationText(Mox::Seconds seconds);
+
+}  // namespace Agent

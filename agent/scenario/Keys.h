@@ -1,0 +1,61 @@
+// Reads the keys of one JSON object strictly: what is missing, of the wrong type, or left over is
+// an error that says so.
+//
+//   Keys keys(object, "step");
+//   const std::string name = keys.text("interface");
+//   keys.done();
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include <Ilvo/IpAddr.h>
+#include <Ilvo/IpPrefix.h>
+#include <Mox/Types.h>
+
+namespace Agent::Scenario {
+
+using Json = nlohmann::ordered_json;
+
+// A step that cannot be read.
+class StepError final : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Keys {
+ public:
+  // `what` names the object in errors, for instance "step".
+  Keys(const Json& object, std::string what);
+
+  bool has(const char* key) const { return object_.contains(key); }
+  const Json& value(const char* key);
+
+  std::string text(const char* key);
+  double number(const char* key);
+  Mox::U32 u32(const char* key);
+  bool flag(const char* key);
+  Ilvo::IpAddr addr(const char* key);
+  std::vector<Ilvo::IpGenPrefix> prefixes(const char* key);
+  std::vector<Mox::U8> hex(const char* key);
+
+  // An error when the object has keys that nobody asked for.
+  void done() const;
+
+ private:
+  const Json& object_;
+  std::string what_;
+  std::vector<std::string_view> known_;
+};
+
+// The same for a value that stands alone; `what` names it in errors.
+double numberOf(const Json& value, const std::string& what);
+Mox::U32 u32Of(const Json& value, const std::string& what);
+bool flagOf(const Json& value, const std::string& what);
+const std::string& textOf(const Json& value, const std::string& what);
+
+}  // namespace Agent::Scenario

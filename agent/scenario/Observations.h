@@ -1,0 +1,49 @@
+// Writes observations: one JSON object a line, each with the time on the clock and its event.
+#pragma once
+
+#include <cstdio>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <Ilvo/IpAddr.h>
+#include <Mox/Types.h>
+
+#include "Keys.h"
+
+namespace Agent::Scenario {
+
+class Observations {
+ public:
+  explicit Observations(std::FILE* out) : out_(out) {}
+  Observations(const Observations&) = delete;
+  Observations& operator=(const Observations&) = delete;
+  ~Observations() { flush(); }
+
+  // Begins a line; the keys follow, then end().
+  Observations& begin(std::string_view event);
+  Observations& text(std::string_view name, std::string_view value);   // escaped
+  Observations& plain(std::string_view name, std::string_view value);  // known to need no escaping
+  Observations& json(std::string_view name, const Json& value);
+  Observations& number(std::string_view name, int value);
+  Observations& hex(std::string_view name, std::span<const Mox::U8> bytes);
+  void end();
+
+  // Lines that follow are held back and can be preceded by others: see World's construction of
+  // queriers.
+  size_t mark() const { return lines_.size(); }
+  void insertAt(size_t mark, std::string_view lines) { lines_.insert(mark, lines); }
+  std::string takeFrom(size_t mark);
+  void holdBackIs(bool on);
+
+  void flush();
+
+ private:
+  void append(std::string_view name);
+
+  std::FILE* out_;
+  std::string lines_;
+  bool holdBack_ = false;
+};
+
+}  // namespace Agent::Scenario

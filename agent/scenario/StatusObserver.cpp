@@ -1,0 +1,137 @@
+#include "StatusObserver.h"
+
+#include <cstring>
+#include <utility>
+
+#include "AttrValues.h"
+
+namespace Agent::Scenario {
+
+using Gmp::Igmp::QuerierGroupStatus;
+using Gmp::Igmp::QuerierSourceStatus;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using Mox::AttrId;
+using Mox::Ptr;
+using Mox::U32;
+
+namespace {
+
+struct Writer {
+  std::string interface;
+  Observations& observations;
+  bool on;
+};
+
+Observations& begin(const Writer& writer, const char* entity, const std::string& key,
+                    const char* attr) {
+  return writer.observations.begin("change")
+      .text("interface", writer.interface)
+      .plain("entity", entity)
+      .plain("key", key)
+      .plain("attr", attr);
+}
+
+template <class E>
+void writeAttr(const Writer& writer, const E& entity, const char* type, const std::string& key,
+               AttrId id) {
+  if (!writer.on) return;
+  E::attributes.forEach([&](AttrId rowId, const auto& row) {
+    if constexpr (requires { jsonOf(entity.*row.member); }) {
+      if (rowId == id) {
+        begin(writer, type, key, row.name).json("value", jsonOf(entity.*row.member)).end();
+      }
+    }
+  });
+}
+
+void writeMember(const Writer& writer, const char* type, const std::string& key, const char* attr,
+                 IpAddr member, bool added) {
+  if (!writer.on) return;
+  Json value;
+  value[added ? "add" : "del"] = member.stringValue();
+  begin(writer, type, key, attr).json("value", value).end();
+}
+
+}  // namespace
+
+// Listens by identifier: every attribute of the table is seen, also one that is added to it later.
+class StatusObserver::SourceWatch final : public QuerierSourceStatus::NotifieeConst {
+ public:
+  SourceWatch(const Writer& writer, IpAddr group, const Ptr<QuerierSourceStatus>& status)
+      : NotifieeConst(status),
+        writer_(writer),
+        key_(group.stringValue() + " " + status->sourceAddr().stringValue()) {}
+  void onAttr(AttrId id) override {
+    writeAttr(writer_, *notifier(), "QuerierSourceStatus", key_, id);
+  }
+
+ private:
+  const Writer& writer_;
+  const std::string key_;
+};
+
+class StatusObserver::GroupWatch final : public QuerierGroupStatus::NotifieeConst {
+ public:
+  GroupWatch(const Writer& writer, const Ptr<QuerierGroupStatus>& status)
+      : NotifieeConst(status), writer_(writer), key_(status->groupAddr().stringValue()) {}
+  void onAttr(AttrId id) override {
+    writeAttr(writer_, *notifier(), "QuerierGroupStatus", key_, id);
+  }
+  void onMember(AttrId, U32 key) override {
+    const IpAddr addr(key);
+    const Ptr<QuerierSourceStatus> source = notifier()->source(addr);
+    writeMember(writer_, "QuerierGroupStatus", key_, "source", addr, static_cast<bool>(source));
+    sources_.erase(addr);
+    if (source) {
+      sources_.emplace(addr,
+                       std::make_unique<SourceWatch>(writer_, notifier()->groupAddr(), source));
+    }
+  }
+
+ private:
+  const Writer& writer_;
+  const std::string key_;
+  std::map<IpAddr, std::unique_ptr<SourceWatch>> sources_;
+};
+
+class StatusObserver::StatusWatch final : public QuerierStatus::NotifieeConst {
+ public:
+  StatusWatch(Writer writer, const Ptr<QuerierStatus>& status, std::function<void()> onQueryCounted)
+      : NotifieeConst(status),
+        writer_(std::move(writer)),
+        onQueryCounted_(std::move(onQueryCounted)) {}
+  void onAttr(AttrId id) override {
+    NotifieeConst::onAttr(id);
+    writeAttr(writer_, *notifier(), "QuerierStatus", "", id);
+  }
+  void onMember(AttrId, U32 key) override {
+    if (!writer_.on) return;
+    const IpAddr addr(key);
+    const Ptr<QuerierGroupStatus> group = notifier()->group(addr);
+    writeMember(writer_, "QuerierStatus", "", "group", addr, static_cast<bool>(group));
+    groups_.erase(addr);
+    if (group) groups_.emplace(addr, std::make_unique<GroupWatch>(writer_, group));
+  }
+  void onV1QueriesSent() override { onQueryCounted_(); }
+  void onV2QueriesSent() override { onQueryCounted_(); }
+  void onV3QueriesSent() override { onQueryCounted_(); }
+  // A query of no version is not counted; the next thing seen of it is the time of the one after
+  // it.
+  void onGeneralQueryExpiryTime() override { onQueryCounted_(); }
+
+ private:
+  const Writer writer_;
+  const std::function<void()> onQueryCounted_;
+  std::map<IpAddr, std::unique_ptr<GroupWatch>> groups_;
+};
+
+StatusObserver::StatusObserver(std::string interface, Ptr<QuerierStatus> status,
+                               Observations& observations, bool writeChanges,
+                               std::function<void()> onQueryCounted)
+    : watch_(std::make_unique<StatusWatch>(Writer{std::move(interface), observations, writeChanges},
+                                           status, std::move(onQueryCounted))) {}
+
+StatusObserver::~StatusObserver() = default;
+
+}  // namespace Agent::Scenario

@@ -1,0 +1,93 @@
+// What a scenario acts on: one wheel, one congestion monitor, and the interfaces with their
+// queriers.
+#pragma once
+
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <Agent/Scenario.h>
+#include <GmpAttrLogSm/GmpAttrLogSm.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Ilvo/IntfBoundaryStatus.h>
+#include <Obel/TimerWheel.h>
+
+#include "CongestedSocket.h"
+#include "Observations.h"
+#include "StatusObserver.h"
+
+namespace Agent::Scenario {
+
+// What a querier is built with, kept for a restart.
+struct QuerierArguments {
+  Ilvo::IpAddr ipAddr;
+  Mox::U32 mtu = 1500;
+  Mox::U32 startupQueryIntervalDefault = 30;
+  bool debugYieldAfterOne = false;
+};
+
+// One interface: its entities live as long as the run, its querier comes and goes.
+class Interface {
+ public:
+  Interface(const std::string& name, const QuerierArguments& arguments, Observations& observations,
+            const ScenarioOptions& options, Mox::Ptr<const Obel::TimerWheel> wheel,
+            Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor);
+  ~Interface();
+
+  // Null while it is removed.
+  Gmp::Igmp::QuerierSm* querier() const { return querier_.get(); }
+  Gmp::Igmp::QuerierConfig& config() const { return *config_; }
+  Gmp::Igmp::QuerierStatus& status() const { return *status_; }
+  const std::string& name() const { return name_; }
+
+  void create();
+  void remove();
+  // Null for none.
+  void boundaryIs(Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary);
+
+ private:
+  class QueryObserver;
+  void writeQuery(const Gmp::Igmp::QuerierSm& querier);
+
+  const std::string name_;
+  const QuerierArguments arguments_;
+  Observations& observations_;
+  const Mox::Ptr<const Obel::TimerWheel> wheel_;
+  const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
+  const Mox::Ptr<Gmp::Igmp::QuerierConfig> config_;
+  const Mox::Ptr<Gmp::Igmp::QuerierStatus> status_;
+  Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary_;
+  size_t countedAt_ = 0;  // where, during a construction, the first sent query was counted
+  bool counted_ = false;
+  StatusObserver statusObserver_;
+  Mox::Ptr<Gmp::Igmp::QuerierSm> querier_;
+  std::unique_ptr<QueryObserver> queryObserver_;
+};
+
+class World {
+ public:
+  World(const ScenarioOptions& options, std::FILE* out, Mox::Seconds start);
+  ~World();
+
+  const ScenarioOptions& options() const { return options_; }
+  Observations& observations() { return observations_; }
+  Interface* interface(const std::string& name) const;
+  Interface& interfaceIs(const std::string& name, const QuerierArguments& arguments);
+  void congestedIs(bool on) { socket_->congestedIs(on); }
+
+  // Fires what is due at or before `time`, then sets the clock to it. False when timers never
+  // settle.
+  bool advanceTo(Mox::Seconds time);
+
+ private:
+  const ScenarioOptions& options_;
+  Observations observations_;
+  const Mox::Ptr<Obel::TimerWheel> wheel_;
+  const Mox::Ptr<CongestedSocket> socket_;
+  const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
+  std::map<std::string, std::unique_ptr<Interface>> interfaces_;
+};
+
+}  // namespace Agent::Scenario

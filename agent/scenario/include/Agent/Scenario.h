@@ -1,0 +1,31 @@
+// Runs a scenario: timed steps in, timed observations out, both JSON Lines, in virtual time.
+//
+// The same file gives the same output on every run. Queriers, timers, packets and the attribute-log
+// socket are the real ones; only the clock is not. doc/scenario-format.md describes steps and
+// observations.
+//
+//   Agent::ScenarioOptions options{.file = "join.scenario", .changes = true};
+//   return Agent::runScenario(options, stdin, stdout, stderr);
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace Agent {
+
+struct ScenarioOptions {
+  std::string file;  // "-" for standard input
+  unsigned seed = 0;
+  bool changes = false;
+  bool traces = false;
+};
+
+enum ScenarioExit {
+  scenarioOk = 0,
+  scenarioUnreadable = 2,  // a step, or the file
+  scenarioNeverSettles = 3,
+};
+
+ScenarioExit runScenario(const ScenarioOptions& options, std::FILE* out, std::FILE* errors);
+
+}  // namespace Agent

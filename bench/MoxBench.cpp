@@ -1,0 +1,71 @@
+// The cost of what every handler does many times: a setter, a trace, a look at the clock.
+#include <GmpIgmpQuerier/QuerierStatus.h>
+#include <Mox/ActivityClock.h>
+#include <Mox/Trace.h>
+
+#include "Budget.h"
+
+namespace Bench {
+namespace {
+
+using Gmp::Igmp::IpAddr;
+using Gmp::Igmp::QuerierGroupStatus;
+
+struct Listener final : QuerierGroupStatus::NotifieeConst {
+  using NotifieeConst::NotifieeConst;
+  void onExpiryTime() override { ++heard; }
+  size_t heard = 0;
+};
+
+void setter(benchmark::State& state) {
+  const auto status = Mox::makePtr<QuerierGroupStatus>(IpAddr(239, 1, 1, 1));
+  double time = 1.0;
+  for (auto _ : state) {
+    status->expiryTimeIs(time);
+    time += 1.0;
+    benchmark::DoNotOptimize(status);
+  }
+  budget(state, 3.0);
+}
+BENCHMARK(setter)->Name("setter/nobodyListens");
+
+void heardSetter(benchmark::State& state) {
+  const auto status = Mox::makePtr<QuerierGroupStatus>(IpAddr(239, 1, 1, 1));
+  Listener listener(status);
+  double time = 1.0;
+  for (auto _ : state) {
+    status->expiryTimeIs(time);
+    time += 1.0;
+    benchmark::DoNotOptimize(status);
+  }
+  if (listener.heard == 0) state.SkipWithError("nobody heard");
+  budget(state, 15.0);
+}
+BENCHMARK(heardSetter)->Name("setter/oneNotifiee");
+
+void traceBelow(benchmark::State& state) {
+  Mox::TraceHandle& handle = Mox::TraceHandle::named("Bench");
+  const IpAddr group(239, 1, 1, 1);
+  for (auto _ : state) {
+    Mox::trace<8>(handle, "Found groupSm for group ", group);
+    benchmark::ClobberMemory();
+  }
+  budget(state, 2.0);
+}
+BENCHMARK(traceBelow)->Name("trace/belowTheLevelInForce");
+
+void traceKept(benchmark::State& state) {
+  Mox::TraceHandle& handle = Mox::TraceHandle::named("Bench");
+  const IpAddr group(239, 1, 1, 1);
+  const Mox::Name vlan("vlan10");
+  double time = 1.0;
+  for (auto _ : state) {
+    Mox::trace<3>(handle, "Membership for ", group, " on ", vlan, " expired", time);
+    time += 1.0;
+  }
+  budget(state, 20.0);
+}
+BENCHMARK(traceKept)->Name("trace/keptInTheRing");
+
+}  // namespace
+}  // namespace Bench

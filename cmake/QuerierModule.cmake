@@ -1,0 +1,53 @@
+include(GoogleTest)
+if(BUILD_TESTING OR NOT DEFINED BUILD_TESTING)
+  find_package(GTest REQUIRED)
+endif()
+
+# A module in one call: its archive, and its tests beside its sources. Others find the headers in
+# its include/ only by linking it, so that a dependency that points up does not compile.
+#
+#   querier_module(Obel SOURCES TimerWheel.cpp TESTS TimerWheelTest.cpp DEPS Querier::MoxBase)
+function(querier_module name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;TESTS;DEPS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  add_library(Querier::${name} ALIAS ${name})
+  target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}/include")
+  target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE querier_options)
+  set_property(GLOBAL APPEND PROPERTY QUERIER_INCLUDE_DIRS "${CMAKE_CURRENT_SOURCE_DIR}/include")
+  if(BUILD_TESTING AND ARG_TESTS)
+    querier_tests(${name}Tests SOURCES ${ARG_TESTS} DEPS ${name})
+  endif()
+endfunction()
+
+# A test program whose cases ctest knows one by one.
+function(querier_tests name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPS} querier_options GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+endfunction()
+
+# Joins modules into one shared library: exactly what they export on purpose is visible. Types
+# register at load time, so every object of the modules is linked, used or not.
+#
+#   querier_shared_library(GmpPlatform MODULES MoxBase Mox DEPS ...)
+function(querier_shared_library name)
+  cmake_parse_arguments(ARG "" "" "MODULES;DEPS" ${ARGN})
+  set(anchor "${CMAKE_CURRENT_BINARY_DIR}/${name}Version.cpp")
+  file(CONFIGURE OUTPUT "${anchor}" CONTENT
+    "extern \"C\" __attribute__((visibility(\"default\"))) const char ${name}Version[];
+const char ${name}Version[] = \"${PROJECT_VERSION}\";\n")
+  add_library(${name} SHARED "${anchor}")
+  add_library(Querier::${name} ALIAS ${name})
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  foreach(module IN LISTS ARG_MODULES)
+    # Objects, not archives: an archive that others need too would come in twice.
+    target_sources(${name} PRIVATE "$<TARGET_OBJECTS:${module}>")
+    get_target_property(dirs ${module} INTERFACE_INCLUDE_DIRECTORIES)
+    target_include_directories(${name} INTERFACE "$<BUILD_INTERFACE:${dirs}>")
+  endforeach()
+  target_include_directories(${name} INTERFACE "$<INSTALL_INTERFACE:include/gmp-igmp-querier>")
+  target_compile_features(${name} INTERFACE cxx_std_20)
+  target_link_libraries(${name} PUBLIC ${ARG_DEPS})
+endfunction()

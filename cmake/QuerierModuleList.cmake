@@ -1,0 +1,28 @@
+# Writes modules.txt into the build tree: a line for each module, in the order of the arrows (lower
+# ones first), with its name, its include directory and all that it sees. scripts/header_rules.py
+# reads it. What a module sees is asked of the targets, not listed a second time.
+function(querier_modules_below dir result)
+  get_directory_property(found DIRECTORY "${dir}" BUILDSYSTEM_TARGETS)
+  get_directory_property(subdirs DIRECTORY "${dir}" SUBDIRECTORIES)
+  foreach(sub IN LISTS subdirs)
+    querier_modules_below("${sub}" more)
+    list(APPEND found ${more})
+  endforeach()
+  set(${result} ${found} PARENT_SCOPE)
+endfunction()
+
+function(querier_write_module_list)
+  querier_modules_below("${PROJECT_SOURCE_DIR}" targets)
+  set(lines "")
+  foreach(target IN LISTS targets)
+    get_target_property(type ${target} TYPE)
+    get_target_property(source ${target} SOURCE_DIR)
+    if(type STREQUAL "STATIC_LIBRARY" AND IS_DIRECTORY "${source}/include")
+      string(APPEND lines
+        "${target}|${source}/include|$<TARGET_PROPERTY:${target},INTERFACE_INCLUDE_DIRECTORIES>\n")
+    endif()
+  endforeach()
+  file(GENERATE OUTPUT "${PROJECT_BINARY_DIR}/modules.txt" CONTENT "${lines}")
+endfunction()
+
+querier_write_module_list()

@@ -1,0 +1,28 @@
+# What every target of this project is compiled with.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+set(QUERIER_SANITIZE "" CACHE STRING "Sanitizers for every target, for instance address,undefined")
+
+add_library(querier_options INTERFACE)
+target_compile_options(querier_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  # At -O3 g++ 12 sees overlaps and overflows in std::string that are not there.
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
+
+# The shared libraries call their own functions, whatever a host defines: directly, without a table.
+add_compile_options(-fno-semantic-interposition)
+add_link_options(-Wl,-Bsymbolic-functions)
+
+if(QUERIER_SANITIZE)
+  add_compile_options(-fsanitize=${QUERIER_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${QUERIER_SANITIZE})
+endif()

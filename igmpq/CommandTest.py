@@ -1,0 +1,62 @@
+"""What the command says and how it ends before it touches any interface.
+
+    python3 CommandTest.py IGMPQ
+"""
+import subprocess
+import sys
+import unittest
+
+COMMAND = sys.argv.pop()
+
+
+def igmpq(*arguments):
+    return subprocess.run([COMMAND, *arguments], capture_output=True, text=True, timeout=60,
+                          check=False)
+
+
+class CommandTest(unittest.TestCase):
+    def expect_bad_use(self, arguments, text):
+        done = igmpq(*arguments)
+        self.assertEqual((done.returncode, done.stdout), (2, ""), arguments)
+        self.assertIn("igmpq: " + text, done.stderr)
+
+    def test_the_version_goes_to_standard_output(self):
+        done = igmpq("--version")
+        self.assertEqual(done.returncode, 0)
+        self.assertRegex(done.stdout, r"^igmpq \d+\.\d+\.\d+\n$")
+
+    def test_help_fits_on_one_screen_and_begins_with_examples(self):
+        for arguments in (["--help"], ["run", "--help"], ["replay", "--help"]):
+            done = igmpq(*arguments)
+            self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
+            self.assertLessEqual(len(done.stdout.splitlines()), 50, arguments)
+            self.assertIn("Usage: igmpq", done.stdout, arguments)
+        text = igmpq("--help").stdout
+        self.assertLess(text.index("Examples:"), text.index("Usage:"))
+
+    def test_a_verb_is_needed(self):
+        self.expect_bad_use([], "a verb is missing")
+        self.expect_bad_use(["walk"], "The following argument was not expected: walk")
+
+    def test_an_unknown_option_is_bad_use(self):
+        self.expect_bad_use(["run", "--bogus"], "The following argument was not expected: --bogus")
+
+    def test_a_value_out_of_range_is_named_with_its_range(self):
+        self.expect_bad_use(["run", "--robustness", "9"],
+                            "--robustness 9: must be from 1 to 7 (RFC 3376 8.1)")
+
+    def test_an_unknown_interface_is_bad_use_and_the_known_ones_are_listed(self):
+        self.expect_bad_use(["run", "nosuch0"], "there is no interface nosuch0; this machine has: ")
+        self.assertIn("lo", igmpq("run", "nosuch0").stderr)
+
+    def test_loopback_is_bad_use(self):
+        self.expect_bad_use(["run", "lo"], "interface lo is a loopback interface")
+
+    def test_a_capture_that_is_not_there_is_bad_use(self):
+        done = igmpq("replay", "/nonexistent.pcap", "--address", "10.0.0.1")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn("/nonexistent.pcap", done.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

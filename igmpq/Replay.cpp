@@ -1,0 +1,121 @@
+// `igmpq replay`: what a querier would have made of a capture, or makes of a scenario.
+#include <string>
+
+#include <fmt/format.h>
+
+#include <Agent/CaptureReplay.h>
+#include <Agent/OptionNumber.h>
+#include <Agent/QuerierSettings.h>
+#include <Agent/Scenario.h>
+#include <Mox/ActivityClock.h>
+
+#include "Verb.h"
+
+namespace Igmpq {
+
+using Agent::CaptureFile;
+using Agent::CaptureReplay;
+using Agent::Format;
+using Ilvo::IpAddr;
+
+namespace {
+
+constexpr double year = 366.0 * 86400.0;
+
+class ReplayVerb final : public Verb {
+ public:
+  explicit ReplayVerb(CLI::App& app)
+      : ReplayVerb(app.add_subcommand("replay", "Replay a capture file in virtual time")) {}
+
+  int run() override {
+    if (!scenario_.file.empty()) return Agent::runScenario(scenario_, stdout, stderr);
+    if (path_.empty()) throw BadUse("replay: name a CAPTURE, or a --scenario FILE");
+    if (replay_.address.isZero()) {
+      throw BadUse("--address is required: the replayed querier's own address, such as 10.0.0.1");
+    }
+    try {
+      CaptureFile file(path_);
+      replay(file);
+    } catch (const Agent::CaptureError& error) {
+      throw BadUse(error.what());
+    }
+    return exitOk;
+  }
+
+ private:
+  explicit ReplayVerb(CLI::App* options) : Verb(options) {
+    auto* capture =
+        options->add_option("CAPTURE", path_, "pcap or pcapng file, - for standard input")
+            ->type_name("");
+    options->add_option("--scenario", scenario_.file, "scenario file, - for standard input")
+        ->type_name("FILE")
+        ->excludes(capture);
+    options->add_flag("--changes", scenario_.changes,
+                      "of a scenario: write every change of the state");
+    options->add_flag("--traces", scenario_.traces, "of a scenario: write every trace");
+    options
+        ->add_option_function<std::string>(
+            "--address", [this](const std::string& text) { replay_.address = addressOf(text); },
+            "own address of the replayed querier")
+        ->type_name("A.B.C.D");
+    options->add_flag("--json", json_, "write JSON Lines");
+    number(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
+           "of what is left to chance (0)",
+           [this](double seed) { replay_.seed = scenario_.seed = static_cast<Mox::U32>(seed); });
+    number(*options, "--until", "SECONDS", {.least = 0, .most = year},
+           "go on that long after the last frame (0)",
+           [this](double seconds) { replay_.until = seconds; });
+    number(*options, "--max-gap", "SECONDS", {.least = 0, .most = year},
+           "shorten longer gaps between frames (86400)",
+           [this](double seconds) { replay_.maxGap = seconds; });
+    settings_.addOptions(*options);
+  }
+
+  static IpAddr addressOf(const std::string& text) {
+    const auto address = IpAddr::parse(text);
+    if (address && address->isUnicast() && !address->isZero()) return *address;
+    throw CLI::ValidationError(fmt::format("--address {}", text),
+                               "must be a unicast IPv4 address such as 10.0.0.1");
+  }
+
+  template <class Take>
+  static void number(CLI::App& options, const std::string& name, const std::string& value,
+                     const Agent::NumberRange& range, const std::string& help, Take take) {
+    options
+        .add_option_function<std::string>(
+            name, [=](const std::string& text) { take(Agent::optionNumber(name, text, range)); },
+            help)
+        ->type_name(value);
+  }
+
+  void replay(CaptureFile& file) const {
+    const auto config = Gmp::Igmp::querierConfigFactory("capture");
+    settings_.apply(*config);
+    const CaptureReplay* started = nullptr;
+    const auto sinceStart = [&started](Mox::Seconds time) {
+      return fmt::format("{:12.6f}", time - started->start());
+    };
+    const auto sink =
+        json_ ? Agent::jsonEventSink(stdout) : Agent::textEventSink(stdout, sinceStart);
+    CaptureReplay replay(replay_, config, settings_.boundary(), *sink);
+    started = &replay;
+    replay.run(file);
+    const Format format = json_ ? Format::json : Format::text;
+    if (format == Format::text) std::fputs("\n", stdout);
+    printState(stdout, replay.interfaces(), Mox::now(), format);
+    if (format == Format::text) std::fputs("\n", stdout);
+    printSummary(stdout, replay.summary(), Mox::now(), format);
+  }
+
+  std::string path_;
+  bool json_ = false;
+  Agent::ReplayOptions replay_;
+  Agent::ScenarioOptions scenario_;
+  Agent::QuerierSettings settings_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> replayVerb(CLI::App& app) { return std::make_unique<ReplayVerb>(app); }
+
+}  // namespace Igmpq

@@ -1,0 +1,158 @@
+// `igmpq run [INTERFACE...]`: queriers on real interfaces, until told to stop.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <sys/random.h>
+
+#include <Agent/AgentLoop.h>
+#include <Agent/LibraryMessages.h>
+#include <Agent/OptionNumber.h>
+#include <Agent/Privileges.h>
+#include <Agent/QuerierSettings.h>
+#include <Mox/ActivityClock.h>
+#include <Mox/HashMap.h>
+
+#include "Verb.h"
+
+namespace Igmpq {
+
+using Agent::AgentLoop;
+using Agent::Format;
+using Agent::Link;
+using Agent::LinkTable;
+
+namespace {
+
+Mox::U64 randomNumber() {
+  Mox::U64 number = 0;
+  if (getrandom(&number, sizeof(number), 0) != sizeof(number)) {
+    throw std::system_error(errno, std::generic_category(), "no random numbers");
+  }
+  return number;
+}
+
+// Neighbours must not foresee when this querier asks, nor which addresses collide in its tables.
+void chanceIs(std::optional<long> seed) {
+  if (!seed) Mox::hashMultiplierIs(randomNumber());
+  srand48(seed ? *seed : static_cast<long>(randomNumber()));
+}
+
+void checkFit(const LinkTable& links, const std::string& name) {
+  const Link* link = links.find(name);
+  if (link == nullptr) {
+    throw BadUse(fmt::format("there is no interface {}; this machine has: {}", name,
+                             fmt::join(links.names(), ", ")));
+  }
+  const std::string unfit = whyUnfit(*link);
+  if (!unfit.empty()) throw BadUse(fmt::format("interface {} {}", name, unfit));
+  if (link->mtu < Agent::minIpv4Mtu) {
+    throw BadUse(
+        fmt::format("interface {0} has an MTU of {1}, but IPv4 needs at least {2}; "
+                    "`ip link set {0} mtu 1500`",
+                    name, link->mtu, Agent::minIpv4Mtu));
+  }
+}
+
+std::vector<std::string> usableNames(const LinkTable& links) {
+  std::vector<std::string> names;
+  for (const auto& [index, link] : links.links()) {
+    if (isUsable(link)) names.push_back(link.name);
+  }
+  if (names.empty()) {
+    throw std::runtime_error(
+        "there is no Ethernet interface that is up and has an IPv4 address; name one that `igmpq "
+        "run` shall wait for");
+  }
+  return names;
+}
+
+class RunVerb final : public Verb {
+ public:
+  explicit RunVerb(CLI::App& app)
+      : RunVerb(app.add_subcommand("run", "Be the querier of network interfaces")) {}
+
+  // Whatever can be wrong is found before anything is opened.
+  int run() override {
+    const std::vector<std::string> names = interfaceNames();
+    const std::string missing = Agent::missingPrivilege();
+    if (!missing.empty()) throw std::runtime_error(missing);
+    chanceIs(seed_);
+    const auto sink = json_ ? Agent::jsonEventSink(stdout) : Agent::textEventSink(stdout);
+    const Agent::LibraryMessages messages(*sink);
+    AgentLoop::Setup setup{.interfaces = {}, .tellQueries = queries_, .onStateWanted = {}};
+    for (const std::string& name : names) {
+      const auto config = Gmp::Igmp::querierConfigFactory(name);
+      settings_.apply(*config);
+      setup.interfaces.push_back({name, config, settings_.boundary()});
+    }
+    std::optional<AgentLoop> loop;
+    setup.onStateWanted = [&] { print(*loop); };
+    loop.emplace(setup, *sink);
+    loop->run();
+    print(*loop);
+    return exitOk;
+  }
+
+ private:
+  explicit RunVerb(CLI::App* options) : Verb(options) {
+    options->footer(
+        "Examples:\n"
+        "  sudo igmpq run                      on all Ethernet interfaces that are up now\n"
+        "  sudo igmpq run eth0 eth1 --json     on these, with JSON Lines on standard output\n"
+        "  sudo igmpq run eth0 --boundary 239.255.0.0/16\n");
+    options->add_option("INTERFACE", interfaces_, "Ethernet interfaces; all that are up if none")
+        ->type_name("")
+        ->expected(0, -1);
+    options->add_flag("--json", json_, "write JSON Lines");
+    options->add_flag("--queries", queries_, "tell of each query sent");
+    options
+        ->add_option_function<std::string>(
+            "--seed",
+            [this](const std::string& text) {
+              seed_ = static_cast<long>(Agent::optionNumber(
+                  "--seed", text, {.least = 0, .most = 4294967295, .whole = true}));
+            },
+            "of what is left to chance (random)")
+        ->type_name("N");
+    settings_.addOptions(*options);
+  }
+
+  // As they were named, each once.
+  std::vector<std::string> interfaceNames() const {
+    const LinkTable links = Agent::currentLinks();
+    if (interfaces_.empty()) return usableNames(links);
+    std::vector<std::string> names;
+    for (const std::string& name : interfaces_) {
+      checkFit(links, name);
+      if (std::ranges::find(names, name) == names.end()) names.push_back(name);
+    }
+    return names;
+  }
+
+  void print(const AgentLoop& loop) const {
+    if (!json_) std::fputs("\n", stdout);
+    printState(stdout, loop.views(), Mox::now(), json_ ? Format::json : Format::text);
+    if (!json_) std::fputs("\n", stdout);
+    std::fflush(stdout);
+  }
+
+  std::vector<std::string> interfaces_;
+  bool json_ = false;
+  bool queries_ = false;
+  std::optional<long> seed_;
+  Agent::QuerierSettings settings_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> runVerb(CLI::App& app) { return std::make_unique<RunVerb>(app); }
+
+}  // namespace Igmpq

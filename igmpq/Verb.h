@@ -1,0 +1,45 @@
+// A verb of the command: a subcommand with its options, and what it does.
+//
+// It is made before the command line is parsed, so that its options are known, and run afterwards
+// if it was named. Bad use is told by a BadUse or by an error of the parser, both before anything
+// was opened.
+//
+//   std::unique_ptr<Verb> run = runVerb(app);
+//   app.parse(argc, argv);
+//   if (run->chosen()) return run->run();
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+
+#include <CLI/App.hpp>
+
+namespace Igmpq {
+
+enum ExitStatus { exitOk = 0, exitFailure = 1, exitBadUse = 2 };
+
+// What was asked for cannot be meant: ends with exitBadUse and this text.
+class BadUse final : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+class Verb {
+ public:
+  explicit Verb(CLI::App* options) : options_(options) {}
+  Verb(const Verb&) = delete;
+  Verb& operator=(const Verb&) = delete;
+  virtual ~Verb() = default;
+
+  bool chosen() const { return options_->parsed(); }
+  // The exit status. An exception that is no BadUse ends with exitFailure and its text.
+  virtual int run() = 0;
+
+ private:
+  CLI::App* options_;
+};
+
+std::unique_ptr<Verb> runVerb(CLI::App& app);
+std::unique_ptr<Verb> replayVerb(CLI::App& app);
+
+}  // namespace Igmpq

@@ -1,0 +1,89 @@
+// The command: finds the verb, runs it, and turns what goes wrong into a line and an exit status.
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/Config.hpp>
+#include <CLI/Error.hpp>
+#include <CLI/Formatter.hpp>
+
+#include "Verb.h"
+
+namespace {
+
+using Igmpq::Verb;
+
+// Examples come first: most readers need one of them and nothing else.
+class ExamplesFirst final : public CLI::Formatter {
+ public:
+  std::string make_help(const CLI::App* app, std::string name,  // NOLINT(*-naming)
+                        CLI::AppFormatMode mode) const override {
+    if (mode == CLI::AppFormatMode::Sub) return make_expanded(app);
+    return app->get_description() + "\n\n" + app->get_footer() + "\n" + make_usage(app, name) +
+           make_positionals(app) + make_groups(app, mode) + make_subcommands(app, mode);
+  }
+};
+
+int fail(const std::string& text, int status) {
+  std::fprintf(stderr, "igmpq: %s\n", text.c_str());
+  return status;
+}
+
+int runVerbOf(const std::vector<std::unique_ptr<Verb>>& verbs) {
+  try {
+    for (const auto& verb : verbs) {
+      if (verb->chosen()) return verb->run();
+    }
+    throw Igmpq::BadUse("a verb is missing: `igmpq --help` shows them");
+  } catch (const Igmpq::BadUse& error) {
+    return fail(error.what(), Igmpq::exitBadUse);
+  }
+}
+
+// Where it is said how to use what was used wrongly.
+std::string helpOf(const CLI::App& app) {
+  const std::vector<const CLI::App*> verbs = app.get_subcommands({});
+  for (const CLI::App* verb : verbs) {
+    if (verb->parsed()) return "`igmpq " + verb->get_name() + " --help` lists the options";
+  }
+  return "`igmpq --help` shows how to use it";
+}
+
+int command(int argc, const char* const* argv) {
+  CLI::App app("The router side of IGMP: asks for group members and keeps track of them.", "igmpq");
+  app.formatter(std::make_shared<ExamplesFirst>());
+  app.footer(
+      "Examples:\n"
+      "  sudo igmpq run                      be a querier on all Ethernet interfaces\n"
+      "  sudo igmpq run eth0 --json          on one, with JSON Lines on standard output\n"
+      "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
+      "  igmpq replay trace.pcap --address 10.0.0.1\n"
+      "                                      what a querier would have made of a capture\n"
+      "Signals to `igmpq run`: USR1 prints the state, INT and TERM end it with the state.\n"
+      "Exit status: 0 ok, 1 failure, 2 bad use.\n");
+  app.set_version_flag("--version", "igmpq " QUERIER_VERSION);
+  try {
+    std::vector<std::unique_ptr<Verb>> verbs;
+    verbs.push_back(Igmpq::runVerb(app));
+    verbs.push_back(Igmpq::replayVerb(app));
+    app.parse(argc, argv);
+    return runVerbOf(verbs);
+  } catch (const CLI::Success& done) {
+    return app.exit(done);
+  } catch (const CLI::ParseError& error) {
+    return fail(std::string(error.what()) + "\nigmpq: " + helpOf(app), Igmpq::exitBadUse);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return command(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "igmpq: %s\n", error.what());
+    return Igmpq::exitFailure;
+  }
+}

@@ -1,0 +1,82 @@
+"""Signals, rights and arguments of `igmpq run`."""
+import signal
+
+from querier import Querier, run_once
+from testcase import SHORT, LabTestCase, main
+
+GROUP = "239.1.1.1"
+
+
+class ProcessTest(LabTestCase):
+    def test_it_tells_its_state_when_asked_and_goes_on(self):
+        router, host = self.lab.station(1), self.lab.station(11, 2)
+        querier = Querier(router, *SHORT)
+        querier.expect("role", role="querier")
+        state = querier.state()
+        self.assertEqual(("eth0", router.address, "querier", 2, 2.0, 1.0, []),
+                         tuple(state[key] for key in (
+                             "interface", "address", "role", "querierVersion",
+                             "queryIntervalSeconds", "queryResponseIntervalSeconds", "groups")))
+        host.join(GROUP)
+        querier.expect("groupJoined", group=GROUP)
+        self.assertEqual([GROUP], list(querier.groups()))
+
+    def test_it_ends_well_on_signals(self):
+        router, host = self.lab.station(1), self.lab.station(11, 2)
+        host.join(GROUP)
+        for number in (signal.SIGTERM, signal.SIGINT):
+            with self.subTest(signal=number.name):
+                querier = Querier(router, *SHORT)
+                querier.expect("groupJoined", group=GROUP)
+                self.assertEqual(0, querier.stop(number))
+                last = querier.events[-1]
+                self.assertEqual("state", last["event"])
+                self.assertEqual([GROUP], [group["group"]
+                                           for group in last["interfaces"][0]["groups"]])
+                self.assertEqual([], querier.errors)
+
+    def test_the_final_state_of_text_mode_is_a_table(self):
+        router, host = self.lab.station(1), self.lab.station(11, 2)
+        host.join(GROUP)
+        done = run_once(router, "run", "eth0", *SHORT, wrapper=("timeout", "2"))
+        # timeout tells that it had to end it; the text is what counts here.
+        self.assertEqual(124, done.returncode)
+        joined, _, table = done.stdout.partition(f"joined {GROUP} by {host.address} (version 2)")
+        self.assertIn("eth0", joined)
+        self.assertIn(GROUP, table)
+        self.assertIn(router.address, table)
+        self.assertEqual("", done.stderr)
+
+    def test_without_the_right_to_open_packet_sockets_it_says_how_to_get_it(self):
+        router = self.lab.station(1)
+        done = run_once(router, "run", "eth0", wrapper=(
+            "setpriv", "--inh-caps", "-net_raw", "--bounding-set", "-net_raw"))
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("setcap cap_net_raw", done.stderr)
+
+    def test_an_unknown_interface_is_refused_and_the_known_ones_named(self):
+        router = self.lab.station(1)
+        done = run_once(router, "run", "eth0", "eth7")
+        self.assertEqual((2, ""), (done.returncode, done.stdout))
+        self.assertIn("eth7", done.stderr)
+        self.assertIn("eth0", done.stderr)
+
+    def test_an_option_out_of_its_range_is_refused(self):
+        router = self.lab.station(1)
+        done = run_once(router, "run", "eth0", "--robustness", "9")
+        self.assertEqual((2, ""), (done.returncode, done.stdout))
+        self.assertIn("--robustness 9: must be from 1 to 7", done.stderr)
+
+    def test_without_interface_names_it_takes_those_that_can(self):
+        router, host = self.lab.station(1), self.lab.station(11, 2)
+        router.ip("link", "add", "name", "bare0", "type", "bridge")
+        router.ip("link", "set", "bare0", "up")
+        host.join(GROUP)
+        done = run_once(router, "run", *SHORT, "--json", wrapper=("timeout", "2"))
+        self.assertIn('"eth0"', done.stdout)
+        self.assertNotIn('"bare0"', done.stdout)
+        self.assertNotIn('"lo"', done.stdout)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,120 @@
+"""Runs `igmpq run` on a station of the lab and follows its events."""
+import json
+import os
+import pathlib
+import signal
+import subprocess
+import threading
+import time
+
+from lab import wait_until
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+
+
+def program():
+    """The igmpq under test: as the build says, else that of the dev preset."""
+    path = pathlib.Path(os.environ.get("IGMPQ") or ROOT / "build/dev/igmpq/igmpq")
+    if not path.is_file(): raise OSError(f"no {path}: build it, or set IGMPQ")
+    return path
+
+
+def matches(event, kind, fields):
+    return event.get("event") == kind and all(
+        key in event and (want(event[key]) if callable(want) else event[key] == want)
+        for key, want in fields.items())
+
+
+class Querier:
+    """`expect` goes through the events in order: what it has found is behind it, and all before."""
+
+    def __init__(self, station, *options):
+        self.events = []
+        self.next = 0
+        self.arrived = threading.Condition()
+        self.ended = False
+        self.errors = []
+        self.process = station.lab.spawn(
+            station.namespace, program(), "run", "eth0", "--json", *options,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.readers = [
+            station.lab.read(self.process.stdout, self.line_arrived, self.all_arrived),
+            station.lab.read(self.process.stderr, self.errors.append)]
+
+    def line_arrived(self, line):
+        try:
+            event = json.loads(line)
+        except ValueError:
+            event = {"event": "this line is not JSON", "line": line}
+        with self.arrived:
+            self.events.append(event)
+            self.arrived.notify_all()
+
+    def all_arrived(self):
+        with self.arrived:
+            self.ended = True
+            self.arrived.notify_all()
+
+    def expect(self, kind, timeout=10, **fields):
+        """The next event of that kind with those fields; a field may be a predicate."""
+        event, self.next = self.find(self.next, kind, timeout, fields)
+        return event
+
+    def find(self, first, kind, timeout, fields):
+        end = time.monotonic() + timeout
+        place = first
+        with self.arrived:
+            while True:
+                for event in self.events[place:]:
+                    place += 1
+                    if matches(event, kind, fields): return event, place
+                if self.ended or not self.arrived.wait(end - time.monotonic()): break
+        wanted = " ".join([kind, *(f"{key}={want}" for key, want in fields.items())])
+        raise AssertionError(
+            f"no {wanted}" + (", igmpq ended" if self.ended else f" within {timeout} s")
+            + self.told("before", self.events[:first]) + self.told("since", self.events[first:])
+            + self.told("stderr", self.errors))
+
+    @staticmethod
+    def told(title, items):
+        lines = [item if isinstance(item, str) else json.dumps(item) for item in items]
+        return f"\n{title}:" + "".join(f"\n  {line.rstrip()}" for line in lines or ["nothing"])
+
+    def seen(self, kind, **fields):
+        with self.arrived:
+            return [event for event in self.events if matches(event, kind, fields)]
+
+    def expect_none(self, kind, during, **fields):
+        """Waits that long; no such event may ever have come."""
+        time.sleep(during)
+        found = self.seen(kind, **fields)
+        if found: raise AssertionError(f"unwanted {kind}" + self.told("all", self.events))
+
+    def state(self):
+        """What it tells of eth0 when asked."""
+        first = len(self.events)
+        self.process.send_signal(signal.SIGUSR1)
+        event, _ = self.find(first, "state", 10, {})
+        return event["interfaces"][0]
+
+    def groups(self):
+        return {group["group"]: group for group in self.state()["groups"]}
+
+    def wait_last_reporter(self, group, address):
+        wait_until(lambda: self.groups()[group]["lastReporter"] == address, 10,
+                   f"{address} to be the last reporter of {group}")
+
+    def stop(self, signal_number=signal.SIGTERM):
+        """Ends it; its exit status once all its lines are read."""
+        self.process.send_signal(signal_number)
+        status = self.process.wait(10)
+        for reader in self.readers:
+            reader.join(10)
+        return status
+
+
+def run_once(station, *arguments, wrapper=()):
+    """igmpq to its end: a CompletedProcess."""
+    return subprocess.run(
+        ("ip", "netns", "exec", station.namespace, *wrapper, program(), *arguments),
+        capture_output=True, text=True, timeout=20, check=False)

@@ -1,0 +1,44 @@
+"""What the lab's tests share."""
+import sys
+import unittest
+
+import lab
+
+SKIPPED = 77  # what ctest takes for a skipped test
+
+# The first query leaves within ten seconds of chance; this chance is 8 ms, 50 ms, 93 ms.
+NO_DELAY = ("--seed", "63230")
+# Short enough to wait for: a group lives 2 * 2 + 1 = 5 s after its last report, another querier
+# 2 * 2 + 1 / 2 = 4.5 s after its last query.
+SHORT = (*NO_DELAY, "--query-interval", "2", "--query-response-interval", "1",
+         "--startup-query-interval", "0", "--last-member-query-interval", "1",
+         "--querier-version", "2")
+# One general query at the start and then none while the test lasts: what is reported after that
+# was asked for by something else.
+QUIET = (*NO_DELAY, "--query-interval", "1000", "--query-response-interval", "1",
+         "--startup-query-count", "1", "--last-member-query-interval", "1",
+         "--querier-version", "2")
+
+
+class LabTestCase(unittest.TestCase):
+    """Each test has a link of its own, `self.lab`."""
+
+    def setUp(self):
+        self.lab = lab.Lab()
+        self.addCleanup(self.lab.close)
+
+    def assert_gaps(self, packets, lowest, highest):
+        """Two packets at least, and between each two of them as many seconds as given."""
+        times = [packet.time for packet in packets]
+        self.assertGreaterEqual(len(times), 2)
+        for earlier, later in zip(times, times[1:]):
+            self.assertGreaterEqual(later - earlier, lowest)
+            self.assertLessEqual(later - earlier, highest)
+
+
+def main():
+    reason = lab.why_not()
+    if reason:
+        print(f"skipped: no network namespaces here: {reason}", file=sys.stderr)
+        sys.exit(SKIPPED)
+    unittest.main(verbosity=2)

@@ -1,0 +1,163 @@
+// Ring of trace records, cheap enough to stay on: recording copies the pieces and a pointer to the
+// function that can print them; text is made when somebody reads the ring.
+//
+// The memory is taken once, by the constructor. The oldest records make room for new ones. Pieces
+// are trivially copyable. What a piece points to is not copied: string literals and facilities are
+// stored as pointers, so they must outlive the ring, and so must the code that recorded. One
+// thread.
+//
+//   Brevlog::Ring ring(1 << 20);
+//   ring.record(8, "QuerierGroupSm", now, "handleRxLeave", '(', sourceCount, ')');
+//   ring.forEach([](const Brevlog::Ring::Line& line) { std::puts(line.text().c_str()); });
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include <Mox/Export.h>
+#include <Mox/Text.h>
+#include <Mox/Types.h>
+
+namespace Brevlog {
+
+class MOX_PUBLIC Ring {
+  using Formatter = void (*)(std::string& out, const std::byte* pieces);
+
+  // A char array is kept as a pointer to its first character: it is taken for a literal.
+  template <class Piece>
+  using Stored = std::conditional_t<std::same_as<std::decay_t<Piece>, char*>, const char*, Piece>;
+
+ public:
+  // One record while forEach shows it; what refers to ring memory ends with that call.
+  class Line;
+
+  explicit Ring(size_t capacity);  // bytes: a power of two, at least 64
+  Ring(const Ring&) = delete;
+  Ring& operator=(const Ring&) = delete;
+
+  template <class... Piece>
+  void record(int level, const char* facility, Mox::Seconds time, const Piece&... piece) {
+    static_assert((std::is_trivially_copyable_v<Stored<Piece>> && ...),
+                  "a trace piece is copied as bytes: store a number or an address instead");
+    static_assert((!std::is_array_v<Stored<Piece>> && ...), "only char arrays are trace pieces");
+    constexpr size_t bytes = recordBytes<Piece...>();
+    std::byte* at = claim(bytes);
+    if (at == nullptr) return;
+    const Header header{&appendPieces<Stored<Piece>...>, facility, time,
+                        static_cast<Mox::U32>(bytes), level};
+    std::memcpy(at, &header, sizeof header);
+    at += sizeof header;
+    (store<Stored<Piece>>(at, piece), ...);
+  }
+
+  // Oldest first. The function must not record into this ring.
+  template <class F>
+  void forEach(F f) const;
+
+  Mox::U64 recorded() const { return recorded_; }        // stored since construction
+  Mox::U64 overwritten() const { return overwritten_; }  // of those, no longer there
+  Mox::U64 refused() const { return refused_; }          // not stored: bigger than the ring
+  size_t capacity() const { return mask_ + 1; }
+
+  // What a record of such pieces takes of the capacity.
+  template <class... Piece>
+  static constexpr size_t recordBytes() {
+    return (sizeof(Header) + (sizeof(Stored<Piece>) + ... + 0) + align - 1) / align * align;
+  }
+
+ private:
+  struct Header {
+    Formatter formatter;  // null: nothing from here to the end of the memory
+    const char* facility;
+    Mox::Seconds time;
+    Mox::U32 bytes;
+    Mox::S32 level;
+  };
+  // Records start at multiples of this, so the end of the memory always has room for the null that
+  // says that a record did not fit there.
+  static constexpr size_t align = sizeof(Formatter);
+
+  template <class T>
+  static void store(std::byte*& at, const T& piece) {
+    std::memcpy(at, &piece, sizeof piece);
+    at += sizeof piece;
+  }
+
+  template <class T>
+  static void appendPiece(std::string& out, const std::byte*& at) {
+    alignas(T) std::byte copy[sizeof(T)];
+    std::memcpy(copy, at, sizeof(T));
+    at += sizeof(T);
+    using Mox::appendText;
+    appendText(out, *reinterpret_cast<const T*>(copy));
+  }
+
+  template <class... T>
+  static void appendPieces([[maybe_unused]] std::string& out,
+                           [[maybe_unused]] const std::byte* at) {
+    (appendPiece<T>(out, at), ...);
+  }
+
+  std::byte* claim(size_t bytes);  // null when it can never fit
+  void makeRoom(size_t bytes);
+  void overwriteOldest();
+  std::byte* at(Mox::U64 position) const {
+    return reinterpret_cast<std::byte*>(memory_.get()) + (position & mask_);
+  }
+  size_t bytesToEnd(Mox::U64 position) const { return capacity() - (position & mask_); }
+  Header headerAt(Mox::U64 position) const;
+
+  const size_t mask_;
+  const std::unique_ptr<Mox::U64[]> memory_;
+  Mox::U64 head_ = 0;  // both count bytes for ever; the low bits are the place in the memory
+  Mox::U64 tail_ = 0;
+  Mox::U64 recorded_ = 0;
+  Mox::U64 overwritten_ = 0;
+  Mox::U64 refused_ = 0;
+};
+
+class Ring::Line {
+ public:
+  const Mox::Seconds time;
+  const int level;
+  const char* const facility;
+
+  // "facility pieces": the pieces as appendText writes them, nothing between them.
+  std::string text() const {
+    std::string out(facility);
+    out += ' ';
+    formatter_(out, pieces_);
+    return out;
+  }
+
+ private:
+  friend class Ring;
+  Line(const Header& header, const std::byte* pieces)
+      : time(header.time),
+        level(header.level),
+        facility(header.facility),
+        formatter_(header.formatter),
+        pieces_(pieces) {}
+
+  const Formatter formatter_;
+  const std::byte* const pieces_;
+};
+
+template <class F>
+void Ring::forEach(F f) const {
+  for (Mox::U64 position = tail_; position != head_;) {
+    const Header header = headerAt(position);
+    if (header.formatter == nullptr) {
+      position += bytesToEnd(position);
+    } else {
+      f(Line(header, at(position) + sizeof header));
+      position += header.bytes;
+    }
+  }
+}
+
+}  // namespace Brevlog

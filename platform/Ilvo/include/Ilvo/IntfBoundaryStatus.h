@@ -1,0 +1,34 @@
+// The multicast boundary of one interface: prefixes whose groups the querier must neither learn nor
+// ask for. Only the keys count; the value beside each is kept as it was given.
+//
+//   Ptr<IntfBoundaryStatus> status = makePtr<IntfBoundaryStatus>();
+//   status->boundaryIs(*IpGenPrefix::parse("239.0.0.0/8"), true);
+#pragma once
+
+#include <map>
+
+#include <Ilvo/IpPrefix.h>
+#include <Mox/Export.h>
+#include <Mox/Ptr.h>
+
+namespace Ilvo {
+
+class MOX_PUBLIC IntfBoundaryStatus final : public Mox::RefCounted {
+ public:
+  using Boundary = std::map<IpGenPrefix, bool>;
+
+  IntfBoundaryStatus();
+  ~IntfBoundaryStatus() override;
+
+  // In the order of the prefixes.
+  const Boundary& boundary() const { return boundary_; }
+
+  void boundaryIs(const IpGenPrefix& prefix, bool value);
+  void boundaryDel(const IpGenPrefix& prefix);
+  void boundaryDelAll();
+
+ private:
+  Boundary boundary_;
+};
+
+}  // namespace Ilvo

@@ -1,0 +1,59 @@
+// What an IPv4 header says, copied out of a packet: it stays valid when the packet's front moves on
+// and may be recorded as plain bytes.
+//
+// A header that says impossible things about its own size is none. One with a wrong checksum is,
+// and computedChecksum() tells.
+//
+//   std::optional<IpHdr> ip = IpHdr::of(*pkt);
+//   if (!ip || ip->computedChecksum() != 0) drop();
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include <Ilvo/IpAddr.h>
+#include <Ilvo/Pkt.h>
+#include <Ilvo/Types.h>
+#include <Mox/Export.h>
+
+namespace Ilvo {
+
+class MOX_PUBLIC IpHdr {
+ public:
+  IpHdr() = default;
+
+  // The header at the packet's front. Empty with fewer than 20 bytes, a version other than 4, a
+  // header length below 20 or beyond the packet, or a total length below the header length. A total
+  // length beyond the packet is for the caller to judge: such a packet was cut, but its header is
+  // sound.
+  static std::optional<IpHdr> of(const Pkt& pkt);
+
+  IpAddr src() const { return src_; }
+  IpAddr dst() const { return dst_; }
+  U8 protocol() const { return protocol_; }
+  U8 ttl() const { return ttl_; }
+  U8 tos() const { return tos_; }
+  U16 totalLen() const { return totalLen_; }
+  U8 headerBytes() const { return headerBytes_; }
+  U16 payloadLen() const { return static_cast<U16>(totalLen_ - headerBytes_); }
+  // Over the header with its options; 0 if it is right.
+  U16 computedChecksum() const { return computedChecksum_; }
+  // The Router Alert option is there (RFC 2113).
+  bool routerAlert() const { return routerAlert_; }
+
+ private:
+  IpAddr src_;
+  IpAddr dst_;
+  U16 totalLen_ = 0;
+  U16 computedChecksum_ = 0;
+  U8 headerBytes_ = 0;
+  U8 protocol_ = 0;
+  U8 ttl_ = 0;
+  U8 tos_ = 0;
+  bool routerAlert_ = false;
+};
+
+MOX_PUBLIC void appendText(std::string& out, const IpHdr& hdr);
+
+}  // namespace Ilvo

@@ -1,0 +1,37 @@
+// Where packets to be sent come from. An allocation can fail, and a test can make it fail, so that
+// what a querier does without a packet is not left to chance.
+//
+//   Ptr<Pkt> pkt = pktManager().pkt(12);
+//   if (!pkt) return;
+#pragma once
+
+#include <cstddef>
+
+#include <Ilvo/Pkt.h>
+#include <Ilvo/Types.h>
+#include <Mox/Export.h>
+#include <Mox/Ptr.h>
+
+namespace Ilvo {
+
+class MOX_PUBLIC PktManager {
+ public:
+  // An empty packet with room in front; null when there is no memory, or a failure was asked for.
+  Mox::Ptr<Pkt> pkt(std::size_t headroom);
+
+  // The next n allocations fail.
+  void failuresIs(U32 n) { failures_ = n; }
+  U32 failures() const { return failures_; }
+
+  // Packets handed out so far.
+  U64 allocated() const { return allocated_; }
+
+ private:
+  U64 allocated_ = 0;
+  U32 failures_ = 0;
+};
+
+// The one manager of the process; for its single event thread.
+MOX_PUBLIC PktManager& pktManager();
+
+}  // namespace Ilvo

@@ -1,0 +1,13 @@
+// The platform's names for numbers, as this box uses them.
+#pragma once
+
+#include <Mox/Types.h>
+
+namespace Ilvo {
+
+using Mox::U16;
+using Mox::U32;
+using Mox::U64;
+using Mox::U8;
+
+}  // namespace Ilvo

@@ -1,0 +1,96 @@
+#include <Mox/HashMap.h>
+
+#include <array>
+#include <memory>
+#include <random>
+#include <unordered_map>
+
+#include <gtest/gtest.h>
+
+#include "TestKey.h"
+
+namespace Mox {
+namespace {
+
+struct Random {
+  explicit Random(U32 seed) : engine(seed) {}
+  U32 operator()() { return static_cast<U32>(engine()); }
+  std::mt19937 engine;
+};
+
+struct Value {
+  U32 number = 0;
+  std::shared_ptr<int> token;  // one for each living member
+};
+
+constexpr U64 usualMultiplier = 0x9e3779b97f4a7c15u;
+// The usual one; all keys in one place; keys in the last places, so that runs wrap around.
+constexpr std::array<U64, 3> multipliers{usualMultiplier, 1, 0xc000000000000001u};
+
+class HashMapModelTest : public testing::TestWithParam<U64> {
+ protected:
+  HashMapModelTest() { hashMultiplierIs(GetParam()); }
+  ~HashMapModelTest() override { hashMultiplierIs(usualMultiplier); }
+
+  void runSeed(U32 seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Random random(seed);
+    const U32 keys = seed % 3 == 0 ? 8 : seed % 3 == 1 ? 60 : 600;
+    for (int step = 0; step < 600 && !HasFailure(); ++step) {
+      // Phases of growing and of shrinking, so that it is full and empty again and again.
+      const bool growing = step / 150 % 2 == 0;
+      const TestKey key(random() % keys);
+      if (random() % 4 < (growing ? 3u : 1u)) {
+        insert(key, random());
+      } else {
+        erase(key);
+      }
+      if (step % 25 == 0) compare(keys);
+    }
+    map_.clear();
+    model_.clear();
+    EXPECT_EQ(token_.use_count(), 1);
+  }
+
+ private:
+  void insert(TestKey key, U32 number) {
+    const bool added = map_.insert(key, Value{number, token_});
+    EXPECT_EQ(added, model_.insert_or_assign(key.value(), number).second);
+  }
+  void erase(TestKey key) { EXPECT_EQ(map_.erase(key), model_.erase(key.value()) == 1); }
+
+  void compare(U32 keys) {
+    ASSERT_EQ(map_.size(), model_.size());
+    ASSERT_EQ(static_cast<size_t>(token_.use_count()), model_.size() + 1);
+    size_t met = 0;
+    for (const auto& [key, value] : map_) {
+      ++met;
+      ASSERT_TRUE(model_.contains(key.value()));
+      ASSERT_EQ(value.number, model_[key.value()]);
+    }
+    ASSERT_EQ(met, model_.size());
+    for (U32 key = 0; key < keys; ++key) {
+      ASSERT_EQ(map_.contains(TestKey(key)), model_.contains(key)) << key;
+    }
+  }
+
+  std::shared_ptr<int> token_ = std::make_shared<int>();
+  HashMap<TestKey, Value> map_;
+  std::unordered_map<U32, U32> model_;
+};
+
+TEST_P(HashMapModelTest, agreesWithASimpleMap) {
+  for (U32 seed = 1; seed <= 200 && !HasFailure(); ++seed) runSeed(seed);
+}
+
+INSTANTIATE_TEST_SUITE_P(Multipliers, HashMapModelTest, testing::ValuesIn(multipliers));
+
+TEST(HashMultiplier, isMadeOdd) {
+  hashMultiplierIs(10);
+  EXPECT_EQ(detail::hashMultiplier, 11u);
+  hashMultiplierIs(usualMultiplier);
+  EXPECT_EQ(detail::hashMultiplier, usualMultiplier);
+}
+
+}  // namespace
+}  // namespace Mox

@@ -1,0 +1,177 @@
+// The one table that an entity type has: a row for each attribute, in the order of identifiers.
+//
+// Setters' notification, access by identifier or name, printing, iteration and replication walk
+// these rows; nothing else lists attributes. A row's place is its identifier, from 257 unless the
+// table says otherwise. Row kinds tell themselves apart by the members that they have:
+//
+//   Key         member                   construction argument, never changes
+//   Attr        member, set, slot        stored; its setter notifies `slot`
+//   Counter     member, set, slot, inc   stored; also counts
+//   Derived     get                      computed on reading
+//   Collection  collection, slot         members keyed by address; `slot` is told of one key
+//   Constant    get                      a fixed value
+//   Piece       member                   a timer or another part, without value or setter
+//
+//   static constexpr Mox::AttrTable attributes{
+//       Mox::Key{"groupAddr", &Self::groupAddr_},
+//       Mox::Attr{"filterMode", &Self::filterMode_, &Self::filterModeIs,
+//       &NotifieeConst::onFilterMode}};
+#pragma once
+
+#include <cstddef>
+#include <tuple>
+#include <utility>
+
+#include <Mox/Types.h>
+
+namespace Mox {
+
+using AttrId = U32;
+inline constexpr AttrId entityFirstAttrId = 257;
+
+enum class AttrKind : U8 { key, stored, counter, derived, collection, constant, piece };
+
+template <class E, class V>
+struct Key {
+  constexpr Key(const char* n, V E::*m) : name(n), member(m) {}
+  static constexpr AttrKind kind = AttrKind::key;
+  const char* name;
+  V E::*member;
+};
+
+template <class E, class V, class Arg, class N>
+struct Attr {
+  constexpr Attr(const char* n, V E::*m, void (E::*s)(Arg), void (N::*sl)())
+      : name(n), member(m), set(s), slot(sl) {}
+  static constexpr AttrKind kind = AttrKind::stored;
+  const char* name;
+  V E::*member;
+  void (E::*set)(Arg);
+  void (N::*slot)();
+};
+
+template <class E, class V, class N>
+struct Counter {
+  constexpr Counter(const char* n, V E::*m, void (E::*s)(V), V (E::*i)(V), void (N::*sl)())
+      : name(n), member(m), set(s), inc(i), slot(sl) {}
+  static constexpr AttrKind kind = AttrKind::counter;
+  const char* name;
+  V E::*member;
+  void (E::*set)(V);
+  V (E::*inc)(V);
+  void (N::*slot)();
+};
+
+template <class E, class V>
+struct Derived {
+  constexpr Derived(const char* n, V (E::*g)() const) : name(n), get(g) {}
+  static constexpr AttrKind kind = AttrKind::derived;
+  const char* name;
+  V (E::*get)() const;
+};
+
+template <class E, class V>
+struct Constant {
+  constexpr Constant(const char* n, V (E::*g)() const) : name(n), get(g) {}
+  static constexpr AttrKind kind = AttrKind::constant;
+  const char* name;
+  V (E::*get)() const;
+};
+
+// A change of one member is told to `immediate` and then, with its key, to `slot`; a notification
+// of the collection as a whole goes to `whole`.
+template <class E, class C, class K, class N>
+struct Collection {
+  constexpr Collection(const char* n, C E::*c, void (N::*sl)(K), void (N::*im)(), void (N::*wh)())
+      : name(n), collection(c), slot(sl), immediate(im), whole(wh) {}
+  static constexpr AttrKind kind = AttrKind::collection;
+  using KeyType = K;
+  const char* name;
+  C E::*collection;
+  void (N::*slot)(K);
+  void (N::*immediate)();
+  void (N::*whole)();
+};
+
+// A timer, or another piece that the object is built with and that only its own methods change.
+template <class E, class V>
+struct Piece {
+  constexpr Piece(const char* n, V E::*m) : name(n), member(m) {}
+  static constexpr AttrKind kind = AttrKind::piece;
+  const char* name;
+  V E::*member;
+};
+
+// What can be called by name: an operation of an object without arguments.
+template <class E>
+struct Operation {
+  const char* name;
+  void (E::*call)();
+};
+
+// The operations of a type, in a table of their own rows.
+template <class E, size_t count>
+struct OperationTable {
+  Operation<E> rows[count];
+
+  template <class F>
+  constexpr void forEach(F&& f) const {
+    for (const Operation<E>& row : rows) f(row);
+  }
+};
+template <class E, class... More>
+OperationTable(Operation<E>, More...) -> OperationTable<E, 1 + sizeof...(More)>;
+
+template <AttrId firstId, class... Rows>
+class AttrTableFrom {
+ public:
+  static constexpr AttrId first = firstId;
+  static constexpr size_t size = sizeof...(Rows);
+
+  constexpr explicit AttrTableFrom(Rows... rows) : rows_(rows...) {}
+
+  // Calls f(id, row) for each row, in the order of identifiers.
+  template <class F>
+  constexpr void forEach(F&& f) const {
+    call(f, std::index_sequence_for<Rows...>());
+  }
+
+  // The identifier of the attribute stored in `Member`; without such a row it does not compile.
+  template <auto Member>
+  consteval AttrId idOf() const {
+    AttrId found = 0;
+    forEach([&](AttrId id, const auto& row) {
+      if constexpr (requires { row.member == Member; }) {
+        if (row.member == Member) found = id;
+      } else if constexpr (requires { row.collection == Member; }) {
+        if (row.collection == Member) found = id;
+      }
+    });
+    if (found == 0) throw "this member has no row in the attribute table";
+    return found;
+  }
+
+  // The name of an attribute; null for an identifier that the table does not have.
+  constexpr const char* nameOf(AttrId wanted) const {
+    const char* name = nullptr;
+    forEach([&](AttrId id, const auto& row) {
+      if (id == wanted) name = row.name;
+    });
+    return name;
+  }
+
+ private:
+  template <class F, size_t... at>
+  constexpr void call(F&& f, std::index_sequence<at...>) const {
+    (f(static_cast<AttrId>(firstId + at), std::get<at>(rows_)), ...);
+  }
+  std::tuple<Rows...> rows_;
+};
+
+template <class... Rows>
+class AttrTable : public AttrTableFrom<entityFirstAttrId, Rows...> {
+ public:
+  constexpr explicit AttrTable(Rows... rows) : AttrTableFrom<entityFirstAttrId, Rows...>(rows...) {}
+};
+
+}  // namespace Mox

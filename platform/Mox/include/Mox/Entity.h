@@ -1,0 +1,232 @@
+// An entity: a counted, notifying object whose attributes are the rows of one table.
+//
+// Setters: an unchanged value does nothing; otherwise the value is stored and the notifiees are
+// told, in the order of their registration, before the setter returns. Collections: find-or-create,
+// delete by key, by iterator, all; each change tells the key. Nobody listening costs one
+// comparison.
+//
+//   class QuerierSourceStatus final : public Mox::Entity<QuerierSourceStatus> {
+//    public:
+//     class NotifieeConst : public Mox::NotifieeOf<QuerierSourceStatus> { ... slots ... };
+//     void expiredIs(bool v) { set<&Self::expired_>(v); }
+//     static constexpr Mox::AttrTable attributes{...};
+//   };
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <Mox/AttrTable.h>
+#include <Mox/Export.h>
+#include <Mox/Notifiee.h>
+#include <Mox/Ptr.h>
+#include <Mox/Types.h>
+
+namespace Mox {
+
+// What every entity is, whatever its type.
+class MOX_PUBLIC EntityBase : public RefCounted {
+ public:
+  // The qualified name of the type, for instance "Gmp::Igmp::QuerierStatus".
+  virtual const char* typeName() const = 0;
+  // The entity's own name; empty where it is found by its key or its owner.
+  virtual std::string entityName() const = 0;
+  // The name of an attribute of this type; null for an unknown identifier.
+  virtual const char* attrName(AttrId id) const = 0;
+  // The key under which a parent holds this entity, as text; empty for an entity without a key.
+  virtual std::string keyText() const = 0;
+
+  // The entity whose collection this one is a member of; null for none.
+  EntityBase* parent() const { return parent_; }
+  // The collection attribute of the parent that holds this entity; empty for none.
+  std::string parentAttrName() const;
+  // The path from the outermost parent, for instance "vlan10" or "QuerierStatus/group[239.1.1.1]".
+  std::string fullName() const;
+  // This entity itself, as the attribute of that name.
+  const EntityBase* entity() const { return this; }
+
+  // Told by the collection that takes this entity in or lets it go.
+  void parentIs(EntityBase* parent, AttrId attr) {
+    parent_ = parent;
+    parentAttr_ = attr;
+  }
+
+  size_t notifiees() const { return notifiees_ == nullptr ? 0 : notifiees_->size(); }
+  void notifieeAdd(Notifiee* notifiee) const;
+  void notifieeRemove(const Notifiee* notifiee) const;
+
+ protected:
+  EntityBase() = default;
+  ~EntityBase() override;
+
+  bool heard() const { return notifiees_ != nullptr; }
+  void tellAttr(AttrId id) const;
+  void tellMember(AttrId id, U32 key) const;
+  void tellCollection(AttrId id) const;
+
+ private:
+  AttrId parentAttr_ = 0;
+  mutable std::unique_ptr<NotifieeList> notifiees_;  // most entities have none
+  EntityBase* parent_ = nullptr;
+};
+
+// Turns "attribute id changed" into the call of the slot that the table names for it, and keeps the
+// entity alive while it is watched. E's own NotifieeConst derives from it and declares the slots.
+template <class E>
+class NotifieeOf : public Notifiee {
+ public:
+  // Watches `entity` from now on; null watches nothing.
+  explicit NotifieeOf(Ptr<const E> entity) : entity_(std::move(entity)) { add(); }
+  ~NotifieeOf() override { remove(); }
+
+  const Ptr<const E>& notifier() const { return entity_; }
+  // Watches another entity, or, given null, becomes inert.
+  void notifierIs(Ptr<const E> entity) {
+    remove();
+    entity_ = std::move(entity);
+    add();
+  }
+
+  void onAttr(AttrId id) override {
+    auto& self = static_cast<typename E::NotifieeConst&>(*this);
+    E::attributes.forEach([&](AttrId rowId, const auto& row) {
+      if constexpr (requires { (self.*row.slot)(); }) {
+        if (rowId == id) (self.*row.slot)();
+      }
+    });
+  }
+  void onMember(AttrId id, U32 key) override {
+    auto& self = static_cast<typename E::NotifieeConst&>(*this);
+    E::attributes.forEach([&](AttrId rowId, const auto& row) {
+      if constexpr (requires { row.collection; }) {
+        using Row = std::remove_cvref_t<decltype(row)>;
+        if (rowId == id) {
+          (self.*row.immediate)();
+          (self.*row.slot)(typename Row::KeyType(key));
+        }
+      }
+    });
+  }
+  void onCollection(AttrId id) override {
+    auto& self = static_cast<typename E::NotifieeConst&>(*this);
+    E::attributes.forEach([&](AttrId rowId, const auto& row) {
+      if constexpr (requires { row.collection; }) {
+        if (rowId == id) (self.*row.whole)();
+      }
+    });
+  }
+
+ private:
+  void add() {
+    if (entity_) entity_->notifieeAdd(this);
+  }
+  void remove() {
+    if (entity_) entity_->notifieeRemove(this);
+  }
+  Ptr<const E> entity_;
+};
+
+template <class Self>
+class Entity : public EntityBase {
+ public:
+  const char* typeName() const final { return Self::entityTypeName; }
+  const char* attrName(AttrId id) const final { return Self::attributes.nameOf(id); }
+  std::string entityName() const final { return textOfName(self().name()); }
+  std::string keyText() const final {
+    std::string text;
+    Self::attributes.forEach([&](AttrId, const auto& row) {
+      if constexpr (std::remove_cvref_t<decltype(row)>::kind == AttrKind::key) {
+        appendText(text, self().*row.member);
+      }
+    });
+    return text;
+  }
+
+ protected:
+  template <auto Member, class V>
+  void set(V value) {
+    auto& stored = self().*Member;
+    if (stored == value) return;
+    stored = std::move(value);
+    notify<Member>();
+  }
+
+  // Adds with wraparound; the new value.
+  template <auto Member, class V>
+  V inc(V by) {
+    V& stored = self().*Member;
+    if (by == 0) return stored;
+    stored = static_cast<V>(stored + by);
+    const V counted = stored;
+    notify<Member>();
+    return counted;
+  }
+
+  template <auto Member>
+  void notify() {
+    if (heard()) [[unlikely]] {
+      tellAttr(Self::attributes.template idOf<Member>());
+    }
+  }
+  template <auto Member, class K>
+  void notifyMember(K key) {
+    if (heard()) [[unlikely]] {
+      tellMember(Self::attributes.template idOf<Member>(), key.value());
+    }
+  }
+  template <auto Member>
+  void notifyCollection() {
+    if (heard()) [[unlikely]] {
+      tellCollection(Self::attributes.template idOf<Member>());
+    }
+  }
+
+  // The member of that key, or null.
+  template <auto Member, class K>
+  auto member(K key) const {
+    const auto* found = (self().*Member).find(key);
+    return found != nullptr ? *found : std::remove_cvref_t<decltype(*found)>();
+  }
+
+  // The member of that key, made if it is not there.
+  template <auto Member, class K>
+  auto memberIs(K key) {
+    auto& collection = self().*Member;
+    if (const auto* found = collection.find(key)) return *found;
+    using MemberPtr = std::remove_cvref_t<decltype(*collection.find(key))>;
+    MemberPtr added = makePtr<typename MemberPtr::element_type>(key);
+    added->parentIs(this, Self::attributes.template idOf<Member>());
+    collection.insert(key, added);
+    notifyMember<Member>(key);
+    return added;
+  }
+
+  // Removes the member of that key and returns it; null, and nobody is told, when there is none.
+  template <auto Member, class K>
+  auto memberDel(K key) {
+    auto& collection = self().*Member;
+    const auto* found = collection.find(key);
+    auto removed = found != nullptr ? *found : std::remove_cvref_t<decltype(*found)>();
+    if (removed) {
+      collection.erase(key);
+      removed->parentIs(nullptr, 0);
+      notifyMember<Member>(key);
+    }
+    return removed;
+  }
+
+ private:
+  template <class N>
+  static std::string textOfName(const N& name) {
+    if constexpr (requires { name.string(); }) {
+      return name.string();
+    } else {
+      return std::string(name);
+    }
+  }
+  Self& self() { return static_cast<Self&>(*this); }
+  const Self& self() const { return static_cast<const Self&>(*this); }
+};
+
+}  // namespace Mox

@@ -1,0 +1,74 @@
+// Event-log messages: the few conditions that an operator must hear of.
+//
+// A handle is declared once for each message: name, severity, format, what it means, what to do,
+// and its rate limit: at most `burst` messages of the same arguments in `interval` seconds of the
+// activity clock; an interval of 0 sets no limit. The sink is told of every message, with a mark on
+// those that the limit holds back. In the format, %s and %d stand for the arguments in order.
+//
+//   EventLogHandle invalidSource({"IGMP_MESSAGE_INVALID_SOURCE", 3, "Received ... %s ... %s.",
+//   ...}); invalidSource.log(source, group);
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include <Mox/Export.h>
+#include <Mox/Text.h>
+#include <Mox/Types.h>
+
+namespace Mox {
+
+struct EventLogMessage {
+  const char* name;
+  int severity;  // 0 emergency to 7 debug, as syslog counts
+  const char* format;
+  const char* explanation;
+  const char* recommendedAction;
+  Seconds interval;
+  double burst;
+  int flag;
+};
+
+// What the sink is told.
+struct EventLogEntry {
+  const EventLogMessage& message;
+  std::string text;
+  bool limited;  // held back by the rate limit
+};
+
+using EventLogSink = std::function<void(const EventLogEntry&)>;
+// Replaces the sink; an empty function brings back the default, a line on standard error.
+MOX_PUBLIC void eventLogSinkIs(EventLogSink sink);
+
+class MOX_PUBLIC EventLogHandle {
+ public:
+  explicit EventLogHandle(const EventLogMessage& message);
+  ~EventLogHandle();
+  EventLogHandle(const EventLogHandle&) = delete;
+  EventLogHandle& operator=(const EventLogHandle&) = delete;
+
+  const EventLogMessage& message() const { return message_; }
+  static std::vector<const EventLogHandle*> all();
+
+  template <class... Arg>
+  void log(const Arg&... args) {
+    emit({textOf(args)...});
+  }
+
+ private:
+  // How many messages of one list of arguments went out since when.
+  struct Recent {
+    Seconds since;
+    double count;
+  };
+  void emit(const std::vector<std::string>& args);
+  bool limited(const std::string& text);
+
+  EventLogMessage message_;
+  std::unordered_map<std::string, Recent> recent_;
+};
+
+}  // namespace Mox

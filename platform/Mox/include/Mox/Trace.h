@@ -1,0 +1,136 @@
+// Traces: what the system did, in pieces that become text only when somebody reads them.
+//
+// A trace has a level (3 events, 6 and 8 detail) and belongs to a handle, known by name. It goes to
+// two places at the same level: the Brevlog ring, which records pieces and is always on for events,
+// and the trace facility, a text sink that is off until somebody wants lines as they happen. A
+// trace above both levels costs one comparison.
+//
+// A piece is a literal, a number, a name, an enumerator, an address, or an object whose
+// `tracePiece` (found by argument-dependent lookup) gives a small copy that prints the same later.
+//
+//   trace<6>(igmpPacket, name(), " handling valid igmp packet of type ", type);
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include <Brevlog/Ring.h>
+#include <Mox/ActivityClock.h>
+#include <Mox/Export.h>
+#include <Mox/Name.h>
+#include <Mox/Place.h>
+#include <Mox/Text.h>
+#include <Mox/Types.h>
+
+namespace Mox {
+
+// A named source of traces with its two levels. Lives as long as the process.
+class MOX_PUBLIC TraceHandle {
+ public:
+  static constexpr int off = -1;
+  static constexpr int defaultRingLevel = 3;
+
+  // The handle of that name, made on first use. `modelFile` is what its lines name as their file.
+  static TraceHandle& named(std::string_view name, const char* modelFile = "");
+  static std::vector<TraceHandle*> all();
+
+  const char* name() const { return name_.c_str(); }
+  const char* modelFile() const { return modelFile_; }
+  int ringLevel() const { return ringLevel_; }
+  int facilityLevel() const { return facilityLevel_; }
+  // Lines up to and including that level are kept; `off` keeps none.
+  void ringLevelIs(int level);
+  void facilityLevelIs(int level);
+
+  int inForce() const { return inForce_; }
+
+ private:
+  TraceHandle(Name name, const char* modelFile) : name_(name), modelFile_(modelFile) {}
+
+  int inForce_ = defaultRingLevel;
+  int ringLevel_ = defaultRingLevel;
+  int facilityLevel_ = off;
+  Name name_;
+  const char* modelFile_;
+};
+
+// One line as the trace facility hands it out.
+struct TraceLine {
+  const TraceHandle& handle;
+  int level;
+  Place where;
+  std::string_view text;
+};
+
+// Where the facility's lines go; an empty function for nowhere.
+using TraceSink = std::function<void(const TraceLine&)>;
+MOX_PUBLIC void traceSinkIs(TraceSink sink);
+MOX_PUBLIC void traceSinkTell(const TraceLine& line);
+
+// The ring of this process.
+MOX_PUBLIC Brevlog::Ring& brevlog();
+
+// A byte that the facility writes as it is and the ring prints as a number.
+struct RawByte {
+  U8 value;
+};
+inline void appendText(std::string& out, RawByte byte) { out += static_cast<char>(byte.value); }
+
+// A handle together with the place that traces.
+struct TraceAt {
+  // Made at each call of trace(), hence not explicit.
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  TraceAt(const TraceHandle& h, Place w = Place::here()) : handle(h), where(w) {}
+  const TraceHandle& handle;
+  Place where;
+};
+
+namespace detail {
+
+template <class T>
+auto facilityPiece(const T& value) {
+  if constexpr (requires { tracePiece(value); }) {
+    return tracePiece(value);
+  } else {
+    return std::decay_t<const T&>(value);
+  }
+}
+
+template <class T>
+auto ringPiece(const T& value) {
+  if constexpr (std::is_same_v<T, RawByte>) {
+    return U32{value.value};
+  } else {
+    return facilityPiece(value);
+  }
+}
+
+template <class... Piece>
+[[gnu::noinline, gnu::cold]] void traceText(int level, const TraceAt& at, const Piece&... pieces) {
+  std::string text;
+  (appendText(text, facilityPiece(pieces)), ...);
+  traceSinkTell({at.handle, level, at.where, text});
+}
+
+template <int level, class... Piece>
+[[gnu::noinline]] void traceNow(const TraceAt& at, const Piece&... pieces) {
+  if (level <= at.handle.ringLevel()) {
+    brevlog().record(level, at.handle.name(), lastNow(), ringPiece(pieces)...);
+  }
+  if (level <= at.handle.facilityLevel()) traceText(level, at, pieces...);
+}
+
+}  // namespace detail
+
+template <int level, class... Piece>
+inline void trace(TraceAt at, const Piece&... pieces) {
+  if (level > at.handle.inForce()) [[likely]] {
+    return;
+  }
+  detail::traceNow<level>(at, pieces...);
+}
+
+}  // namespace Mox

@@ -1,0 +1,12 @@
+#include <Mox/Ptr.h>
+
+namespace Mox {
+
+namespace detail {
+bool threadSafePtrs = false;
+}
+
+bool threadSafePtrs() { return detail::threadSafePtrs; }
+void threadSafePtrsIs(bool on) { detail::threadSafePtrs = on; }
+
+}  // namespace Mox

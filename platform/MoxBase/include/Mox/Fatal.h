@@ -1,0 +1,30 @@
+// Fatal assertions: for programming errors only, on in release builds too.
+//
+// Bad input from outside never ends here: it is counted and dropped. What ends here names the model
+// file, the line, the function and the expression on standard error, tells the registered hook
+// (which may save a trace), and aborts.
+//
+//   fatalUnless(initialized_, "GmpIgmpQuerierSm.tin", "initialized( )");
+#pragma once
+
+#include <Mox/Export.h>
+#include <Mox/Place.h>
+
+namespace Mox {
+
+// Never returns.
+[[noreturn]] MOX_PUBLIC void fatal(const char* modelFile, const char* expression,
+                                   Place where = Place::here());
+
+inline void fatalUnless(bool holds, const char* modelFile, const char* expression,
+                        Place where = Place::here()) {
+  if (!holds) [[unlikely]] {
+    fatal(modelFile, expression, where);
+  }
+}
+
+// Called once, before the process aborts; null (the default) for none.
+using FatalHook = void (*)();
+MOX_PUBLIC void fatalHookIs(FatalHook hook);
+
+}  // namespace Mox

@@ -1,0 +1,97 @@
+#include <Obel/TimerWheel.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include <Mox/Fatal.h>
+
+namespace Obel {
+
+using Mox::Seconds;
+
+TimerWheel::TimerWheel(Seconds start) : now_(start), cursor_(tickOf(start)) {
+  Mox::fatalUnless(std::isfinite(start), "Obel/TimerWheel.h", "start is finite");
+  clear(due_);
+  clear(soon_);
+  for (auto& slot : slot_) {
+    for (Link& chain : slot) clear(chain);
+  }
+}
+
+TimerWheel::~TimerWheel() = default;
+
+Seconds TimerWheel::nextDue() const {
+  if (armed_ == 0) return Mox::never;  // slots may still hold disarmed timers
+  Seconds due = isEmpty(soon_) ? Mox::never : soonMin_;
+  if (!isEmpty(due_)) due = std::min(due, static_cast<const Reactor*>(due_.next)->timeMin_);
+  if (due != Mox::never) return due;
+  constexpr Seconds secondsPerTick = 1.0 / 128;
+  return static_cast<Seconds>(firstStart_) * secondsPerTick;
+}
+
+size_t TimerWheel::turn(Seconds now, size_t most) {
+  Mox::fatalUnless(!turning_, "Obel/TimerWheel.h", "a callback does not turn the wheel");
+  const Mox::Ptr<const TimerWheel> keep(this);  // a callback may drop the last other pointer
+  struct Turning {
+    explicit Turning(bool& flag) : flag_(flag) { flag_ = true; }
+    ~Turning() { flag_ = false; }
+    bool& flag_;
+  } const turning(turning_);
+
+  if (std::isfinite(now)) now_ = std::max(now_, now);
+  if (!isEmpty(soon_)) {
+    if (!soonInOrder_) orderSoon();
+    merge(due_, soon_);
+  }
+  if (const Tick tick = tickOf(now_); tick > cursor_) moveCursor(tick);
+
+  size_t fired = 0;
+  while (fired < most && !isEmpty(due_)) {
+    Reactor& first = *static_cast<Reactor*>(due_.next);
+    if (first.timeMin_ > now_) break;
+    unfile(first);
+    first.whereIs(placeNone, first.order());
+    first.timeMin_ = Mox::never;
+    --armed_;
+    ++fired;
+    first.onTime();  // may destroy it
+  }
+  return fired;
+}
+
+void TimerWheel::advanceTo(Seconds until) {
+  const Mox::Ptr<const TimerWheel> keep(this);
+  while (armed_ > 0) {
+    const Seconds due = nextDue();
+    if (!(due <= until)) break;
+    turn(std::max(now_, due));
+  }
+  if (until > now_) turn(until);
+}
+
+TimerWheel::Reactor::Reactor(Mox::Ptr<const TimerWheel> wheel)
+    : Link{nullptr, nullptr}, wheel_(std::move(wheel)) {}
+
+TimerWheel::Reactor::~Reactor() {
+  if (wheel_) wheel_->remove(*this);
+}
+
+void TimerWheel::Reactor::rearm(Seconds time) {
+  if (std::isnan(time)) time = Mox::never;
+  if (wheel_) {
+    wheel_->rearm(*this, time);
+  } else {
+    timeMin_ = time;
+  }
+}
+
+void TimerWheel::Reactor::wheelIs(Mox::Ptr<const TimerWheel> wheel) {
+  if (wheel == wheel_) return;
+  if (wheel_) wheel_->remove(*this);
+  wheel_ = std::move(wheel);
+  const Seconds time = std::exchange(timeMin_, Mox::never);  // the new wheel does not count it yet
+  if (time != Mox::never) rearm(time);
+}
+
+}  // namespace Obel

@@ -1,0 +1,175 @@
+// Timer service: calls reactors back at absolute times of the activity clock, never early.
+//
+// Order is contract: within one turn by timeMin, equal times in the order of arming, where arming
+// again counts as arming, for the same time too. A time already reached fires in the next turn,
+// which follows at once: nextDue() is then <= now. A reactor may be armed, disarmed, moved to
+// another wheel or destroyed from any callback, its own included; its destructor disarms it. Arm,
+// re-arm, disarm: O(1), no allocation. One thread.
+//
+// The wheel has no clock: its host turns it, and now() stands still between two turns. Hosts that
+// sleep turn the wheel before they handle what woke them, so that timers are armed from the real
+// now.
+//
+//   TimerReactor<Sm, &Sm::handleTick> tick(wheel, sm);
+//   tick.timeMinIs(wheel->now() + 5.0);  // timeMinIs(never) disarms
+//   ... sleep until wheel->nextDue(), then: wheel->turn(clock());
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <vector>
+
+#include <Mox/Export.h>
+#include <Mox/Ptr.h>
+#include <Mox/Types.h>
+
+namespace Obel {
+
+// Inside: a tick is 1/128 s. Timers of ticks that the cursor has not reached lie in slots, four
+// levels of 256, each level 256 times as coarse; a slot is filed anew, or is due, when the cursor
+// comes to its start. Timers of reached ticks lie in one of two lists: due_, in order of firing,
+// and soon_, those armed since the last turn. A turn moves the cursor to its time, puts what it
+// passed and what is in soon_ in order into due_, and fires the front of due_ up to its time: what
+// a callback arms goes to a slot or to soon_, thus not into the turn that runs.
+class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
+  struct Link {
+    Link* prev;
+    Link* next;
+  };
+
+ public:
+  class Reactor;
+
+  explicit TimerWheel(Mox::Seconds start = 0.0);
+  ~TimerWheel() override;
+
+  // The time of the last turn, or where the wheel began.
+  Mox::Seconds now() const { return now_; }
+
+  // When to turn next: never later than the earliest timer; `never` when none is armed. It costs no
+  // search, thus is a lower bound: for timers in slots the start of a slot, which may be one that a
+  // timer has left. A host may so wake with nothing to fire, once for each level that a timer comes
+  // down and once for a timer that was put off or disarmed.
+  Mox::Seconds nextDue() const;
+
+  // Fires what is due at `now`; says how many. The wheel never goes back: an earlier time, or one
+  // that is not finite, turns it at the time where it stands. Not from a callback.
+  // After `most` of them it stops; the rest fires in the next turn, which is due at once.
+  size_t turn(Mox::Seconds now, size_t most = static_cast<size_t>(-1));
+
+  // Virtual time: turn after turn, each at its time, until nothing is due by `until`, where the
+  // wheel then stands. With `never`: until no timer is left.
+  void advanceTo(Mox::Seconds until);
+
+  // How many timers have a time.
+  size_t armed() const { return armed_; }
+
+ private:
+  using Tick = Mox::S64;
+  struct Key {
+    Mox::Seconds time;
+    Mox::U64 order;
+    Reactor* reactor;
+    bool operator<(const Key& other) const {
+      return time != other.time ? time < other.time : order < other.order;
+    }
+  };
+
+  static constexpr size_t levels = 4;
+  static constexpr size_t levelBits = 8;
+  static constexpr size_t slotsPerLevel = size_t{1} << levelBits;
+  static constexpr size_t wordsPerLevel = slotsPerLevel / 64;
+  // A slot is a bundle of lists, filled in turn and walked side by side: with a million timers the
+  // time goes into waiting for memory, and one list would wait for one timer at a time.
+  static constexpr size_t chains = 8;
+  static constexpr Tick noStart = std::numeric_limits<Tick>::max();
+  // Where a reactor is: the number of its slot, or one of these.
+  static constexpr Mox::U64 placeNear = levels * slotsPerLevel;  // in due_ or soon_
+  static constexpr Mox::U64 placeNone = placeNear + 1;
+
+  static Tick tickOf(Mox::Seconds time);
+  static void clear(Link& list) { list.prev = list.next = &list; }
+  static bool isEmpty(const Link& list) { return list.next == &list; }
+  static void append(Link& list, Reactor& r);
+  static void merge(Link& to, Link& from);
+  static bool firesBefore(const Link* a, const Link* b);
+
+  void rearm(Reactor& r, Mox::Seconds time) const;
+  void remove(Reactor& r) const;
+  Mox::U64 file(Reactor& r, Tick tick) const;
+  void fileSoon(Reactor& r) const;
+  void unfile(Reactor& r) const;
+  Tick slotStart(size_t slot) const;
+  Tick firstSlotStart() const;
+  int firstOccupied(size_t level, size_t from) const;
+  void moveCursor(Tick target);
+  void emptySlot(size_t slot, Tick target);
+  void refile(Reactor& r, Tick target);
+  void orderSoon();
+  void appendScratch(Link& list);
+
+  Mox::Seconds now_;
+  Tick cursor_;  // of now_: every slot that starts by then is empty
+  bool turning_ = false;
+  std::vector<Key> scratch_;  // what is to be put in order
+  // Reactors hold the wheel as const: they cannot turn it, but they file themselves.
+  mutable size_t armed_ = 0;
+  mutable Mox::U64 nextOrder_ = 0;
+  mutable Link due_;
+  mutable Link soon_;
+  mutable bool soonInOrder_ = true;            // both of soon_ when it is not empty
+  mutable Mox::Seconds soonMin_ = Mox::never;  // a lower bound: who disarms does not search
+  mutable Tick firstStart_ = noStart;  // of the occupied slots; a lower bound too, for that reason
+  mutable std::array<Mox::U64, levels * wordsPerLevel> occupied_{};
+  mutable std::array<Mox::U32, levels * slotsPerLevel> slotSize_{};
+  mutable std::array<std::array<Link, chains>, levels * slotsPerLevel> slot_;
+};
+
+// What a timer calls. Without a wheel it keeps its time, and is armed when it gets one.
+class MOX_PUBLIC TimerWheel::Reactor : private TimerWheel::Link {
+ public:
+  explicit Reactor(Mox::Ptr<const TimerWheel> wheel);
+  virtual ~Reactor();
+  Reactor(const Reactor&) = delete;
+  Reactor& operator=(const Reactor&) = delete;
+
+  // The absolute time to be called at; `never` is idle, and what it is again when onTime begins.
+  Mox::Seconds timeMin() const { return timeMin_; }
+  // Arms, even for the old time: then behind its equals. Not a number counts as `never`.
+  void timeMinIs(Mox::Seconds time) {
+    // A slot is good for every time from its start on: when the cursor comes to it, the timer is
+    // filed by the time that it has then. Most timers are put off again and again before that.
+    if (time >= timeMin_ && time < Mox::never && place() < placeNear) {
+      timeMin_ = time;
+      whereIs(place(), wheel_.get()->nextOrder_++);
+    } else {
+      rearm(time);
+    }
+  }
+
+  const Mox::Ptr<const TimerWheel>& wheel() const { return wheel_; }
+  void wheelIs(Mox::Ptr<const TimerWheel> wheel);
+
+  virtual void onTime() = 0;
+
+ private:
+  friend class TimerWheel;
+  static constexpr unsigned placeBits = 12;
+
+  Mox::U64 place() const { return where_ & ((Mox::U64{1} << placeBits) - 1); }
+  Mox::U64 order() const { return where_ >> placeBits; }
+  void rearm(Mox::Seconds time);
+  void whereIs(Mox::U64 place, Mox::U64 order) { where_ = (order << placeBits) | place; }
+
+  Mox::Ptr<const TimerWheel> wheel_;
+  Mox::Seconds timeMin_ = Mox::never;
+  // Place in the low 12 bits, the number of the arming above: 52 bits, enough for 14 years at ten
+  // million a second.
+  Mox::U64 where_ = placeNone;
+};
+
+// There may be millions of them.
+static_assert(sizeof(TimerWheel::Reactor) <= 48);
+
+}  // namespace Obel
