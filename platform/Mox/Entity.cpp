@@ -17,13 +17,29 @@ std::string EntityBase::fullName() const {
   return own.empty() ? typeName() : own;
 }
 
-void EntityBase::notifieeAdd(Notifiee* notifiee) const {
-  if (notifiees_ == nullptr) notifiees_ = std::make_unique<NotifieeList>();
-  notifiees_->add(notifiee);
+const char* EntityBase::attrName(AttrId id) const {
+  const AttrInfo* attr = type().attr(id);
+  return attr == nullptr ? nullptr : attr->name;
 }
 
+EntityBase::Hearers& EntityBase::hearersMade() const {
+  if (hearers_ == nullptr) hearers_ = std::make_unique<Hearers>();
+  return *hearers_;
+}
+
+void EntityBase::notifieeAdd(Notifiee* notifiee) const { hearersMade().own.add(notifiee); }
+
 void EntityBase::notifieeRemove(const Notifiee* notifiee) const {
-  if (notifiees_ != nullptr) notifiees_->remove(notifiee);
+  if (hearers_ != nullptr) hearers_->own.remove(notifiee);
+}
+
+void EntityBase::treeNotifieeAdd(TreeNotifiee* notifiee) const {
+  hearersMade().tree.add(notifiee);
+  treeHeard_ = true;
+}
+
+void EntityBase::treeNotifieeRemove(const TreeNotifiee* notifiee) const {
+  if (hearers_ != nullptr) hearers_->tree.remove(notifiee);
 }
 
 namespace {
@@ -37,19 +53,33 @@ Ptr<const EntityBase> held(const EntityBase* entity) {
 
 }  // namespace
 
-void EntityBase::tellAttr(AttrId id) const {
+template <class F, class G>
+void EntityBase::tell(F&& tellOwn, G&& tellTree) const {
   const Ptr<const EntityBase> alive = held(this);
-  notifiees_->walk([&](Notifiee& n) { n.onAttr(id); });
+  if (hearers_ != nullptr) hearers_->own.walk(tellOwn);
+  if (!treeHeard_) return;
+  const EntityBase* outermost = this;
+  while (outermost->parent_ != nullptr) outermost = outermost->parent_;
+  if (outermost->hearers_ == nullptr || outermost->hearers_->tree.empty()) {
+    treeHeard_ = false;  // the last tree notifiee has gone: from now on a change costs nothing
+    return;
+  }
+  const Ptr<const EntityBase> root = held(outermost);
+  outermost->hearers_->tree.walk(tellTree);
+}
+
+void EntityBase::tellAttr(AttrId id) const {
+  tell([&](Notifiee& n) { n.onAttr(id); }, [&](TreeNotifiee& n) { n.onAttr(*this, id); });
 }
 
 void EntityBase::tellMember(AttrId id, U32 key) const {
-  const Ptr<const EntityBase> alive = held(this);
-  notifiees_->walk([&](Notifiee& n) { n.onMember(id, key); });
+  tell([&](Notifiee& n) { n.onMember(id, key); },
+       [&](TreeNotifiee& n) { n.onMember(*this, id, key); });
 }
 
 void EntityBase::tellCollection(AttrId id) const {
-  const Ptr<const EntityBase> alive = held(this);
-  notifiees_->walk([&](Notifiee& n) { n.onCollection(id); });
+  tell([&](Notifiee& n) { n.onCollection(id); },
+       [&](TreeNotifiee& n) { n.onCollection(*this, id); });
 }
 
 }  // namespace Mox

@@ -136,6 +136,12 @@ class AttrTableFrom {
     call(f, std::index_sequence_for<Rows...>());
   }
 
+  // The row at a place, counted from 0.
+  template <size_t at>
+  constexpr const auto& row() const {
+    return std::get<at>(rows_);
+  }
+
   // The identifier of the attribute stored in `Member`; without such a row it does not compile.
   template <auto Member>
   consteval AttrId idOf() const {

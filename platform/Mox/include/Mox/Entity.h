@@ -14,13 +14,16 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <Mox/AttrTable.h>
 #include <Mox/Export.h>
 #include <Mox/Notifiee.h>
 #include <Mox/Ptr.h>
+#include <Mox/TypeInfo.h>
 #include <Mox/Types.h>
 
 namespace Mox {
@@ -28,14 +31,19 @@ namespace Mox {
 // What every entity is, whatever its type.
 class MOX_PUBLIC EntityBase : public RefCounted {
  public:
-  // The qualified name of the type, for instance "Gmp::Igmp::QuerierStatus".
-  virtual const char* typeName() const = 0;
+  // Its attributes and how to reach them without knowing the type.
+  virtual const TypeInfo& type() const = 0;
   // The entity's own name; empty where it is found by its key or its owner.
   virtual std::string entityName() const = 0;
-  // The name of an attribute of this type; null for an unknown identifier.
-  virtual const char* attrName(AttrId id) const = 0;
-  // The key under which a parent holds this entity, as text; empty for an entity without a key.
+  // The key under which a parent holds this entity; 0 for an entity without a key.
+  virtual U32 key() const = 0;
+  // The same as text; empty for an entity without a key.
   virtual std::string keyText() const = 0;
+
+  // The qualified name of the type, for instance "Gmp::Igmp::QuerierStatus".
+  const char* typeName() const { return type().name; }
+  // The name of an attribute of this type; null for an unknown identifier.
+  const char* attrName(AttrId id) const;
 
   // The entity whose collection this one is a member of; null for none.
   EntityBase* parent() const { return parent_; }
@@ -49,25 +57,42 @@ class MOX_PUBLIC EntityBase : public RefCounted {
   // Told by the collection that takes this entity in or lets it go.
   void parentIs(EntityBase* parent, AttrId attr) {
     parent_ = parent;
-    parentAttr_ = attr;
+    parentAttr_ = static_cast<U16>(attr);
+    if (parent != nullptr) treeHeard_ = parent->treeHeard_;
   }
 
-  size_t notifiees() const { return notifiees_ == nullptr ? 0 : notifiees_->size(); }
+  size_t notifiees() const { return hearers_ == nullptr ? 0 : hearers_->own.size(); }
   void notifieeAdd(Notifiee* notifiee) const;
   void notifieeRemove(const Notifiee* notifiee) const;
+
+  // Tree notifiees register with the outermost entity. They hear it, the members that come below it
+  // from then on, and of those that were there before the ones that have been made heard: whoever
+  // walks the tree makes heard what it has seen, and no walk is needed just to register.
+  void treeNotifieeAdd(TreeNotifiee* notifiee) const;
+  void treeNotifieeRemove(const TreeNotifiee* notifiee) const;
+  void treeHeardIs() const { treeHeard_ = true; }
 
  protected:
   EntityBase() = default;
   ~EntityBase() override;
 
-  bool heard() const { return notifiees_ != nullptr; }
+  bool heard() const { return treeHeard_ || hearers_ != nullptr; }
   void tellAttr(AttrId id) const;
   void tellMember(AttrId id, U32 key) const;
   void tellCollection(AttrId id) const;
 
  private:
-  AttrId parentAttr_ = 0;
-  mutable std::unique_ptr<NotifieeList> notifiees_;  // most entities have none
+  struct Hearers {
+    NotifieeList<Notifiee> own;
+    NotifieeList<TreeNotifiee> tree;
+  };
+  Hearers& hearersMade() const;
+  template <class F, class G>
+  void tell(F&& tellOwn, G&& tellTree) const;
+
+  U16 parentAttr_ = 0;
+  mutable bool treeHeard_ = false;            // by tree notifiees of the outermost entity
+  mutable std::unique_ptr<Hearers> hearers_;  // most entities have none
   EntityBase* parent_ = nullptr;
 };
 
@@ -130,9 +155,18 @@ class NotifieeOf : public Notifiee {
 template <class Self>
 class Entity : public EntityBase {
  public:
-  const char* typeName() const final { return Self::entityTypeName; }
-  const char* attrName(AttrId id) const final { return Self::attributes.nameOf(id); }
+  const TypeInfo& type() const final { return typeInfoOf<Self>(); }
   std::string entityName() const final { return textOfName(self().name()); }
+  U32 key() const final {
+    U32 number = 0;
+    Self::attributes.forEach([&](AttrId, const auto& row) {
+      if constexpr (std::remove_cvref_t<decltype(row)>::kind == AttrKind::key &&
+                    requires { (self().*row.member).value(); }) {
+        number = (self().*row.member).value();
+      }
+    });
+    return number;
+  }
   std::string keyText() const final {
     std::string text;
     Self::attributes.forEach([&](AttrId, const auto& row) {
@@ -215,6 +249,62 @@ class Entity : public EntityBase {
     }
     return removed;
   }
+
+ public:
+  // The collection of the table's row at `place`, for TypeInfo.
+  template <size_t place>
+  struct CollectionAccess {
+    static constexpr auto row = Self::attributes.template row<place>();
+    using K = typename decltype(row)::KeyType;
+    using Members = std::remove_cvref_t<decltype(std::declval<const Self&>().*row.collection)>;
+    using Member = typename std::remove_cvref_t<decltype(*std::declval<const Members&>().find(
+        std::declval<K>()))>::element_type;
+    static constexpr bool ordered = requires(const Members& m, K k) { m.lowerBound(k); };
+
+    static const Members& members(const EntityBase& entity) {
+      return static_cast<const Self&>(entity).*row.collection;
+    }
+    static size_t size(const EntityBase& entity) { return members(entity).size(); }
+    static EntityBase* find(const EntityBase& entity, U32 key) {
+      const auto* found = members(entity).find(K(key));
+      return found == nullptr ? nullptr : found->get();
+    }
+    static EntityBase* add(EntityBase& entity, U32 key) {
+      return static_cast<Self&>(entity).template memberIs<row.collection>(K(key)).get();
+    }
+    static void remove(EntityBase& entity, U32 key) {
+      static_cast<Self&>(entity).template memberDel<row.collection>(K(key));
+    }
+    static std::vector<U32> keys(const EntityBase& entity) {
+      std::vector<U32> all;
+      all.reserve(size(entity));
+      if constexpr (ordered) {
+        const Members& from = members(entity);
+        for (auto at = from.begin(); at != from.end(); ++at) all.push_back(at.key().value());
+      } else {
+        for (const auto& member : members(entity)) all.push_back(member.key.value());
+      }
+      return all;
+    }
+    static std::optional<U32> next(const EntityBase& entity, U32 from) {
+      const auto at = members(entity).lowerBound(K(from));
+      if (at == members(entity).end()) return {};
+      return at.key().value();
+    }
+    static constexpr CollectionInfo info() {
+      CollectionInfo made{.id = static_cast<AttrId>(Self::attributes.first + place),
+                          .name = row.name,
+                          .ordered = ordered,
+                          .memberType = &typeInfoOf<Member>,
+                          .size = &size,
+                          .find = &find,
+                          .add = &add,
+                          .remove = &remove,
+                          .keys = &keys};
+      if constexpr (ordered) made.next = &next;
+      return made;
+    }
+  };
 
  private:
   template <class N>

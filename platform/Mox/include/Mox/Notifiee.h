@@ -4,6 +4,7 @@
 // added during a notification is told from the next one on. A notification allocates nothing.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <vector>
 
@@ -32,12 +33,41 @@ class MOX_PUBLIC Notifiee {
   virtual ~Notifiee() = default;
 };
 
-// The notifiees of one entity, in the order in which they registered.
-class MOX_PUBLIC NotifieeList {
+// One who is told of the changes of an entity and of all that it knows below it: what replicates a
+// whole tree need not register with each of a million members. See EntityBase::treeHeardIs.
+class MOX_PUBLIC TreeNotifiee {
  public:
-  void add(Notifiee* notifiee) { list_.push_back(notifiee); }
-  void remove(const Notifiee* notifiee);
-  size_t size() const;
+  TreeNotifiee(const TreeNotifiee&) = delete;
+  TreeNotifiee& operator=(const TreeNotifiee&) = delete;
+
+  virtual void onAttr(const EntityBase& entity, AttrId id) = 0;
+  virtual void onMember(const EntityBase& entity, AttrId id, U32 key) = 0;
+  virtual void onCollection(const EntityBase& entity, AttrId id) = 0;
+
+ protected:
+  TreeNotifiee() = default;
+  virtual ~TreeNotifiee() = default;
+};
+
+// Those who are told by one entity, in the order in which they registered.
+template <class N>
+class NotifieeList {
+ public:
+  void add(N* notifiee) { list_.push_back(notifiee); }
+  void remove(const N* notifiee) {
+    const auto found = std::find(list_.begin(), list_.end(), notifiee);
+    if (found == list_.end()) return;
+    if (walks_ == 0) {
+      list_.erase(found);
+    } else {
+      *found = nullptr;
+      holes_ = true;
+    }
+  }
+  size_t size() const {
+    return list_.size() - static_cast<size_t>(std::count(list_.begin(), list_.end(), nullptr));
+  }
+  bool empty() const { return list_.empty(); }
 
   // Calls tell(notifiee) for those who were registered when it began and still are.
   template <class F>
@@ -51,7 +81,7 @@ class MOX_PUBLIC NotifieeList {
 
  private:
   // Removals leave holes while a walk is under way; the end of the outermost walk closes them.
-  struct MOX_PUBLIC Walk {
+  struct Walk {
     explicit Walk(NotifieeList& list) : list_(list) { ++list_.walks_; }
     ~Walk() {
       if (--list_.walks_ == 0 && list_.holes_) list_.closeHoles();
@@ -60,9 +90,12 @@ class MOX_PUBLIC NotifieeList {
     Walk& operator=(const Walk&) = delete;
     NotifieeList& list_;
   };
-  void closeHoles();
+  void closeHoles() {
+    std::erase(list_, nullptr);
+    holes_ = false;
+  }
 
-  std::vector<Notifiee*> list_;
+  std::vector<N*> list_;
   U32 walks_ = 0;
   bool holes_ = false;
 };

@@ -1,0 +1,101 @@
+// Between the types of attributes and Value: one rule for every type, used by whatever reads or
+// writes attributes without knowing them.
+//
+// Flags, numbers, seconds and texts stay what they are; enumerators and addresses travel as their
+// number. A value that the type does not have is a RangeError.
+#pragma once
+
+#include <concepts>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <variant>
+
+#include <Mox/Enumeration.h>
+#include <Mox/Errors.h>
+#include <Mox/Types.h>
+#include <Mox/Value.h>
+
+namespace Mox {
+
+// What a value is made of, which decides its width wherever it is written.
+enum class ValueKind : U8 { flag, u32, u64, seconds, text };
+
+namespace detail {
+
+// An address, or another key of 32 bits.
+template <class T>
+concept Numbered = requires(T t) {
+  { t.value() } -> std::same_as<U32>;
+}
+&&std::constructible_from<T, U32>;
+
+template <class T>
+constexpr ValueKind kindOf() {
+  if constexpr (std::same_as<T, bool>) {
+    return ValueKind::flag;
+  } else if constexpr (std::same_as<T, U64>) {
+    return ValueKind::u64;
+  } else if constexpr (std::integral<T> || std::is_enum_v<T> || Numbered<T>) {
+    return ValueKind::u32;
+  } else if constexpr (std::floating_point<T>) {
+    return ValueKind::seconds;
+  } else {
+    return ValueKind::text;
+  }
+}
+
+}  // namespace detail
+
+template <class T>
+inline constexpr ValueKind valueKind = detail::kindOf<std::remove_cvref_t<T>>();
+
+template <class T>
+Value valueFrom(const T& typed) {
+  if constexpr (std::same_as<T, bool>) {
+    return typed;
+  } else if constexpr (detail::Numbered<T>) {
+    return U64{typed.value()};
+  } else if constexpr (std::integral<T> || std::is_enum_v<T>) {
+    return static_cast<U64>(typed);
+  } else if constexpr (std::floating_point<T>) {
+    return double{typed};
+  } else if constexpr (requires { typed.string(); }) {
+    return typed.string();
+  } else {
+    return std::string(typed);
+  }
+}
+
+namespace detail {
+
+template <class Held>
+const Held& held(const Value& value, const char* wanted) {
+  if (const Held* found = std::get_if<Held>(&value)) return *found;
+  throw RangeError(std::string("the value is not ") + wanted);
+}
+
+}  // namespace detail
+
+template <class T>
+T typedFrom(const Value& value) {
+  if constexpr (Enumeration<T>) {
+    return enumeratorFrom<T>(value);
+  } else if constexpr (std::same_as<T, bool>) {
+    return detail::held<bool>(value, "a flag");
+  } else if constexpr (std::integral<T> || detail::Numbered<T>) {
+    using Number = std::conditional_t<std::integral<T>, T, U32>;
+    const U64 number = detail::held<U64>(value, "a whole number");
+    if (number > std::numeric_limits<Number>::max()) {
+      throw RangeError(std::to_string(number) + " is too large");
+    }
+    return T(static_cast<Number>(number));
+  } else if constexpr (std::floating_point<T>) {
+    return detail::held<double>(value, "a number of seconds");
+  } else {
+    return T(detail::held<std::string>(value, "a text"));
+  }
+}
+
+}  // namespace Mox

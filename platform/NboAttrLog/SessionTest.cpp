@@ -1,0 +1,3 @@
+#include <Mox/NboAttrLog/Session.h>
+
+#include <gtest/gtest.h>

@@ -1,0 +1,147 @@
+#include <Mox/NboAttrLog/TreeOut.h>
+
+#include <algorithm>
+#include <utility>
+
+#include <Mox/Errors.h>
+#include <Mox/Fatal.h>
+
+namespace Mox::NboAttrLog {
+
+// Delivery into a stream calls nobody; who comes back here during it has broken that rule, and
+// would write a frame into the middle of another.
+class TreeOut::Delivering {
+ public:
+  explicit Delivering(TreeOut& tree) : tree_(tree) {
+    if (tree.delivering_) throw InternalError("entity reactor is already active");
+    tree.delivering_ = true;
+  }
+  ~Delivering() { tree_.delivering_ = false; }
+  Delivering(const Delivering&) = delete;
+  Delivering& operator=(const Delivering&) = delete;
+
+ private:
+  TreeOut& tree_;
+};
+
+TreeOut::TreeOut(Host& host, U32 number, std::string path, Ptr<EntityBase> entity, Copy copy,
+                 bool writable)
+    : host_(host),
+      number_(number),
+      path_(std::move(path)),
+      entity_(std::move(entity)),
+      copy_(copy),
+      writable_(writable) {
+  fatalUnless(entity_->parent() == nullptr, "NboAttrLog", "a directory entry has no parent");
+  if (copy == Copy::original) {
+    flow_ = FlowOut::everythingOf(entity_->type());
+    host_.deferredIs();
+  } else {
+    announced_ = true;
+  }
+  entity_->treeNotifieeAdd(this);
+}
+
+TreeOut::~TreeOut() { entity_->treeNotifieeRemove(this); }
+
+bool TreeOut::drain() {
+  const Delivering delivering(*this);
+  EntitySa sa(host_.out(), *entity_, flow_, {.root = number_});
+  if (!announced_) {
+    if (!host_.out().sufficientBuffer()) return false;
+    sa.doSerializeOrphan(path_, writable_);
+    announced_ = true;
+  }
+  return sa.handleAttrFlowOut();
+}
+
+bool TreeOut::concerns(const EntityBase& entity, AttrId id) const {
+  if (&entity == receivingEntity_ && id == receivingId_) return false;
+  if (copy_ == Copy::readOnly) throw ReadOnlyError(entity.attrName(id));
+  return true;
+}
+
+void TreeOut::onAttr(const EntityBase& entity, AttrId id) {
+  if (!concerns(entity, id)) return;
+  const Delivering delivering(*this);
+  const Ref ref = refOf(entity);
+  if (host_.deferred() || !host_.out().sufficientBuffer()) {
+    host_.deferredIs();
+    if (FlowOut* flow = remembered(ref)) flow->attrDirtyIs(id);
+    return;
+  }
+  FlowOut nothingLeft;
+  EntitySa(host_.out(), entity, nothingLeft, ref).sendAttr(id);
+  host_.transmit();
+}
+
+void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
+  if (!concerns(entity, id)) return;
+  const Delivering delivering(*this);
+  const Ref ref = refOf(entity);
+  if (host_.deferred() || !host_.out().sufficientBuffer()) {
+    host_.deferredIs();
+    if (FlowOut* flow = remembered(ref)) {
+      flow->attrDirtyIs(id);
+      flow->members().dirtyIs(key, true);
+    }
+    return;
+  }
+  FlowOut left;
+  const bool all =
+      EntitySa(host_.out(), entity, left, ref).sendMember(entity.type().collections.front(), key);
+  if (!all) {
+    host_.deferredIs();
+    if (FlowOut* flow = remembered(ref)) *flow = std::move(left);
+  }
+  host_.transmit();
+}
+
+// The collection as a whole: every member again, so that the peer can drop what is not among them.
+void TreeOut::onCollection(const EntityBase& entity, AttrId id) {
+  if (!concerns(entity, id)) return;
+  const Delivering delivering(*this);
+  host_.deferredIs();
+  if (FlowOut* flow = remembered(refOf(entity))) {
+    flow->attrDirtyIs(id);
+    flow->membersDel();
+    flow->members().wholeIs();
+  }
+  host_.transmit();
+}
+
+Ref TreeOut::refOf(const EntityBase& entity) const {
+  Ref ref{.root = number_};
+  for (const EntityBase* at = &entity; at->parent() != nullptr; at = at->parent()) {
+    ref.keys.at(ref.depth++) = at->key();
+  }
+  std::reverse(ref.keys.begin(), ref.keys.begin() + ref.depth);
+  return ref;
+}
+
+FlowOut* TreeOut::remembered(const Ref& ref) {
+  FlowOut* flow = &flow_;
+  const TypeInfo* type = &entity_->type();
+  for (U8 level = 0; level < ref.depth; ++level) {
+    const CollectionInfo& collection = type->collections.front();
+    FlowOut::Members& members = flow->members();
+    if (members.covers(ref.keys.at(level))) return nullptr;
+    flow->attrDirtyIs(collection.id);
+    flow = &members.flows()[ref.keys.at(level)];
+    type = &collection.memberType();
+  }
+  return flow;
+}
+
+TreeOut::Receiving::Receiving(TreeOut& tree, const EntityBase& entity, AttrId id)
+    : tree_(tree), outerEntity_(tree.receivingEntity_), outerId_(tree.receivingId_) {
+  tree.receivingEntity_ = &entity;
+  tree.receivingId_ = id;
+}
+
+TreeOut::Receiving::~Receiving() {
+  tree_.receivingEntity_ = outerEntity_;
+  tree_.receivingId_ = outerId_;
+}
+
+}  // namespace Mox::NboAttrLog

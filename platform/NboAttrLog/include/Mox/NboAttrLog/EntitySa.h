@@ -1,0 +1,55 @@
+// How one entity goes through the attribute log of one connection: the adapter between an entity
+// and the streams.
+//
+// It is made for a moment, of what it needs: the connection's tree, the entity, and the FlowOut
+// that holds what the peer lacks. Everything is derived from the type's attribute table.
+#pragma once
+
+#include <Mox/AttrTable.h>
+#include <Mox/Entity.h>
+#include <Mox/Export.h>
+#include <Mox/NboAttrLog/FlowOut.h>
+#include <Mox/NboAttrLog/Frame.h>
+#include <Mox/NboAttrLog/InStream.h>
+#include <Mox/NboAttrLog/OutStream.h>
+#include <Mox/Types.h>
+
+namespace Mox::NboAttrLog {
+
+class MOX_PUBLIC EntitySa {
+ public:
+  EntitySa(OutStream& out, const EntityBase& entity, FlowOut& flow, const Ref& ref)
+      : out_(out), entity_(entity), flow_(flow), ref_(ref) {}
+
+  // Announces an entity that is a member of nothing: type and construction argument. Its attributes
+  // follow the normal path.
+  void doSerializeOrphan(std::string_view path, bool writable);
+
+  // Sends the value of now of one attribute.
+  void sendAttr(AttrId id);
+  // Sends that the member of that key is there, with all that is in it, or that it is gone. False
+  // when the stream was full before everything inside was sent; the rest is remembered.
+  bool sendMember(const CollectionInfo& collection, U32 key);
+
+  // Sends what is dirty, from the attribute `from` on in the order of identifiers, with the values
+  // of now. False when the stream is full before the end: the next call goes on from there.
+  bool handleAttrFlowOut(AttrId from = 0);
+
+ private:
+  const AttrInfo* nextDirty(AttrId from) const;
+  void sendScalars(const AttrInfo* first);
+  bool serializeColl(const CollectionInfo& collection);
+  bool sendKeys(const CollectionInfo& collection);
+  bool sendInside(const CollectionInfo& collection);
+  bool sendInside(const CollectionInfo& collection, std::map<U32, FlowOut>::iterator inside);
+  std::optional<U32> nextKey(const CollectionInfo& collection);
+  bool resumeOrSend(const CollectionInfo& collection, U32 key);
+  void sendTransaction(FrameType type, const CollectionInfo& collection, U8 flags);
+
+  OutStream& out_;
+  const EntityBase& entity_;
+  FlowOut& flow_;
+  Ref ref_;
+};
+
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,85 @@
+// The incoming half of a connection: bytes as they come, cut into frames, and the reading of a
+// frame's fields.
+//
+// A frame that is too long ends the stream: no more of it is kept than the longest frame needs. A
+// reader of too few bytes gives zeros and says so afterwards, so that what reads a frame asks once.
+//
+//   InStream in;
+//   in.take(bytes, [](FrameType type, Reader& reader) { ... return true; });
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Mox/AttrValue.h>
+#include <Mox/Export.h>
+#include <Mox/NboAttrLog/Frame.h>
+#include <Mox/Types.h>
+#include <Mox/Value.h>
+
+namespace Mox::NboAttrLog {
+
+class MOX_PUBLIC Reader {
+ public:
+  explicit Reader(std::span<const U8> bytes) : rest_(bytes) {}
+
+  U8 u8();
+  U16 u16();
+  U32 u32();
+  U64 u64();
+  double seconds();
+  std::string_view text();
+  Value value(ValueKind kind);
+  Ref ref();
+  // A construction argument; nothing where there is none.
+  Value argument();
+
+  // False once a field was not there or had a value that its kind does not have.
+  bool ok() const { return ok_; }
+  bool atEnd() const { return rest_.empty(); }
+  // Whether the frame was read exactly to its end.
+  bool complete() const { return ok_ && rest_.empty(); }
+
+ private:
+  U64 number(size_t bytes);
+
+  std::span<const U8> rest_;
+  bool ok_ = true;
+};
+
+class MOX_PUBLIC InStream {
+ public:
+  // Calls handle(payload with the type in front) for each complete frame; false as soon as one of
+  // them returns false or a frame cannot be one.
+  template <class F>
+  bool take(std::span<const U8> bytes, F&& handle) {
+    held_.insert(held_.end(), bytes.begin(), bytes.end());
+    size_t at = 0;
+    bool good = true;
+    while (good && held_.size() - at >= 2) {
+      const size_t length = static_cast<size_t>(held_[at] << 8 | held_[at + 1]);
+      good = length >= 1 && length <= longestPayload + 1;
+      if (!good) {
+        malformed_ = true;
+      } else if (held_.size() - at < 2 + length) {
+        break;
+      } else {
+        good = handle(std::span<const U8>(held_).subspan(at + 2, length));
+        at += 2 + length;
+      }
+    }
+    held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(at));
+    return good;
+  }
+  // Whether the stream ended because a length cannot be one.
+  bool malformed() const { return malformed_; }
+
+ private:
+  std::vector<U8> held_;
+  bool malformed_ = false;
+};
+
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,64 @@
+// The incoming half of one connection for one directory entry: applies what the peer sends to the
+// entity and to those below it, through their setters, so that their notifiees hear of it.
+//
+// What cannot be applied is a fault, which ends the connection; nothing of that frame is applied
+// after it.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+#include <Mox/Entity.h>
+#include <Mox/Export.h>
+#include <Mox/NboAttrLog/Frame.h>
+#include <Mox/NboAttrLog/InStream.h>
+#include <Mox/NboAttrLog/TreeOut.h>
+#include <Mox/Ptr.h>
+#include <Mox/Types.h>
+
+namespace Mox::NboAttrLog {
+
+class MOX_PUBLIC TreeIn {
+ public:
+  // What the host says of a value that came in: why it is refused, empty when it is taken.
+  class MOX_PUBLIC Judge {
+   public:
+    virtual std::string whyRefused(const EntityBase& entity, const AttrInfo& attr,
+                                   const Value& value) = 0;
+
+   protected:
+    ~Judge() = default;
+  };
+
+  // `out` is the same connection's other half, which must not send back what comes in.
+  TreeIn(Ptr<EntityBase> entity, bool writable, TreeOut& out)
+      : entity_(std::move(entity)), writable_(writable), out_(out) {}
+
+  const Ptr<EntityBase>& entity() const { return entity_; }
+
+  // Each acts on one frame from behind its Ref, and gives the fault, empty for none. An
+  // InternalError when the peer may not write here.
+  std::string handleAttrDeserialization(const Ref& ref, Reader& in, Judge& judge,
+                                        const std::string& peerName);
+  std::string handleAddition(const Ref& ref, Reader& in, const std::string& peerName);
+  std::string handleRemoval(const Ref& ref, Reader& in, const std::string& peerName);
+  // A collection walk of the peer begins or ends. At the end of one that named every member, those
+  // that it did not name are removed.
+  std::string handleAttrTransaction(const Ref& ref, FrameType type, Reader& in,
+                                    const std::string& peerName);
+
+ private:
+  EntityBase* find(const Ref& ref) const;
+  void checkWritable(const EntityBase& entity, const std::string& peerName) const;
+  const CollectionInfo* collection(const EntityBase& entity, AttrId id) const;
+  void named(const Ref& ref, U32 key);
+  void remove(EntityBase& entity, const CollectionInfo& collection, const Ref& ref, U32 key);
+
+  const Ptr<EntityBase> entity_;
+  const bool writable_;
+  TreeOut& out_;
+  std::map<Ref, std::set<U32>> notNamed_;  // by walks under way that name every member
+};
+
+}  // namespace Mox::NboAttrLog
