@@ -48,10 +48,17 @@ constexpr ValueKind kindOf() {
 
 }  // namespace detail
 
+// A type of attribute that has a value; pieces such as timers have none.
+template <class T>
+concept Valued = std::integral<T> || std::floating_point<T> || std::is_enum_v<T> ||
+    detail::Numbered<T> || std::constructible_from<std::string, const T&> || requires(const T& t) {
+  { t.string() } -> std::same_as<std::string>;
+};
+
 template <class T>
 inline constexpr ValueKind valueKind = detail::kindOf<std::remove_cvref_t<T>>();
 
-template <class T>
+template <Valued T>
 Value valueFrom(const T& typed) {
   if constexpr (std::same_as<T, bool>) {
     return typed;

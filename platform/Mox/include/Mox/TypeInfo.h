@@ -84,16 +84,21 @@ struct RowAccess {
     (self.*row.set)(typedFrom<V>(value));
   }
 
+  template <class V>
+  static constexpr void valued(AttrInfo& info) {
+    if constexpr (Valued<V>) {
+      info.get = &get;
+      info.value = valueKind<V>;
+      if constexpr (requires { row.set; }) info.set = &set;
+    }
+  }
   static constexpr AttrInfo info(AttrId id) {
     AttrInfo info{.id = id, .name = row.name, .kind = row.kind};
-    if constexpr (requires(const E& e) { valueFrom(e.*row.member); }) {
-      info.get = &get;
-      info.value = valueKind<decltype(std::declval<const E&>().*row.member)>;
+    if constexpr (requires { row.member; }) {
+      valued<std::remove_cvref_t<decltype(std::declval<const E&>().*row.member)>>(info);
     } else if constexpr (requires { row.get; }) {
-      info.get = &get;
-      info.value = valueKind<decltype((std::declval<const E&>().*row.get)())>;
+      valued<std::remove_cvref_t<decltype((std::declval<const E&>().*row.get)())>>(info);
     }
-    if constexpr (requires { row.set; }) info.set = &set;
     return info;
   }
 };
