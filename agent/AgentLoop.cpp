@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <csignal>
+#include <stdexcept>
 
 #include <Agent/PacketPort.h>
 #include <Mox/ActivityClock.h>
@@ -15,6 +16,7 @@ using Mox::Seconds;
 AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
     : wheel_(Mox::makePtr<Obel::TimerWheel>(Mox::now())),
       onStateWanted_(setup.onStateWanted),
+      attrLog_(served(setup, sink)),
       services_{.wheel = wheel_,
                 .turn = [this] { turn(); },
                 .openPort =
@@ -22,18 +24,45 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
                       return std::make_unique<PacketPort>(io_, link, receiver);
                     },
                 .sink = sink,
-                .tellQueries = setup.tellQueries},
+                .tellQueries = setup.tellQueries,
+                .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
       links_(io_, [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1}) signals_.add(number);
   waitForSignal();
   for (const InterfaceQuerier::Setup& interface : setup.interfaces) {
     queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
+    publish(*queriers_.back());
     queriers_.back()->linkIs(links_.links().find(interface.name));
   }
   turn();
 }
 
 AgentLoop::~AgentLoop() = default;
+
+std::unique_ptr<AttrLogServer> AgentLoop::served(const Setup& setup, EventSink& sink) {
+  if (!setup.attrLog) return nullptr;
+  const auto turned = [this] {
+    turn();
+    for (const auto& querier : queriers_) querier->flush();
+  };
+  try {
+    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, turned);
+  } catch (const std::runtime_error& error) {
+    if (setup.attrLogRequired) throw;
+    Event event{.time = Mox::now(), .kind = Event::error};
+    event.text = error.what();
+    sink.event(event);
+    return nullptr;
+  }
+}
+
+void AgentLoop::publish(const InterfaceQuerier& querier) {
+  using Mox::NboAttrLog::Access;
+  if (attrLog_ == nullptr) return;
+  Mox::NboAttrLog::Directory& directory = attrLog_->directory();
+  directory.entryIs("config/" + querier.name(), querier.config(), Access::configurable);
+  directory.entryIs("status/" + querier.name(), querier.status(), Access::readOnly);
+}
 
 void AgentLoop::run() { io_.run(); }
 

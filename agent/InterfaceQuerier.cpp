@@ -78,6 +78,7 @@ void InterfaceQuerier::start() {
   const auto& wheel = services_.wheel;
   querier_ = Gmp::Igmp::querierSmFactory(setup_.config, status_, ipAddr_, link_.mtu, 0, wheel,
                                          wheel, wheel, false);
+  querier_->attrLogSmIs(services_.attrLogSm);
   querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
   output_ = std::make_unique<Output>(querier_, *this);
   // A querier that was one before asks inside its constructor, before anybody could watch.

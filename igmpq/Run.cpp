@@ -13,6 +13,7 @@
 #include <sys/random.h>
 
 #include <Agent/AgentLoop.h>
+#include <Agent/AttrLogSocket.h>
 #include <Agent/LibraryMessages.h>
 #include <Agent/OptionNumber.h>
 #include <Agent/Privileges.h>
@@ -87,7 +88,11 @@ class RunVerb final : public Verb {
     chanceIs(seed_);
     const auto sink = json_ ? Agent::jsonEventSink(stdout) : Agent::textEventSink(stdout);
     const Agent::LibraryMessages messages(*sink);
-    AgentLoop::Setup setup{.interfaces = {}, .tellQueries = queries_, .onStateWanted = {}};
+    AgentLoop::Setup setup{.interfaces = {},
+                           .tellQueries = queries_,
+                           .onStateWanted = {},
+                           .attrLog = attrLog(),
+                           .attrLogRequired = !socket_.empty()};
     for (const std::string& name : names) {
       const auto config = Gmp::Igmp::querierConfigFactory(name);
       settings_.apply(*config);
@@ -122,7 +127,27 @@ class RunVerb final : public Verb {
             },
             "of what is left to chance (random)")
         ->type_name("N");
+    options->add_option("--socket", socket_, "where others see and set the state")
+        ->type_name("PATH")
+        ->default_str(Agent::attrLogSocketPath());
+    options
+        ->add_option_function<std::string>(
+            "--stall-timeout",
+            [this](const std::string& text) {
+              stallTimeout_ =
+                  Agent::optionNumber("--stall-timeout", text, {.least = 1, .most = 86400});
+            },
+            "after which a reader that takes nothing is disconnected")
+        ->type_name("SECONDS")
+        ->default_str("30");
     settings_.addOptions(*options);
+  }
+
+  // Who named no path can do without: another agent may serve at the usual one.
+  std::optional<Agent::AttrLogServer::Setup> attrLog() const {
+    const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
+    if (path.empty()) return std::nullopt;
+    return Agent::AttrLogServer::Setup{.path = path, .stallTimeout = stallTimeout_};
   }
 
   // As they were named, each once.
@@ -148,6 +173,8 @@ class RunVerb final : public Verb {
   bool json_ = false;
   bool queries_ = false;
   std::optional<long> seed_;
+  std::string socket_;
+  Mox::Seconds stallTimeout_ = 30.0;
   Agent::QuerierSettings settings_;
 };
 

@@ -10,8 +10,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
+#include <Agent/AttrLogServer.h>
 #include <Agent/Event.h>
 #include <Agent/InterfaceQuerier.h>
 #include <Agent/LinkMonitor.h>
@@ -26,11 +28,14 @@ class AgentLoop {
  public:
   struct Setup {
     std::vector<InterfaceQuerier::Setup> interfaces;
-    bool tellQueries = false;             // an event for each query sent
-    std::function<void()> onStateWanted;  // SIGUSR1
+    bool tellQueries = false;                          // an event for each query sent
+    std::function<void()> onStateWanted;               // SIGUSR1
+    std::optional<AttrLogServer::Setup> attrLog = {};  // none: nobody else sees the state
+    bool attrLogRequired = false;  // else it is told and done without where it cannot be served
   };
 
-  // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched.
+  // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched,
+  // and std::runtime_error when the attribute log cannot be served.
   AgentLoop(const Setup& setup, EventSink& sink);
   ~AgentLoop();
   AgentLoop(const AgentLoop&) = delete;
@@ -41,6 +46,8 @@ class AgentLoop {
   std::vector<InterfaceView> views() const;
 
  private:
+  std::unique_ptr<AttrLogServer> served(const Setup& setup, EventSink& sink);
+  void publish(const InterfaceQuerier& querier);
   void handleLink(const std::string& name, const Link* link);
   void handleSignal(int number);
   void waitForSignal();
@@ -54,6 +61,7 @@ class AgentLoop {
   Mox::Seconds timerSet_ = Mox::never;  // what timer_ waits for
   const Mox::Ptr<Obel::TimerWheel> wheel_;
   const std::function<void()> onStateWanted_;
+  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   const InterfaceQuerier::Services services_;
   std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;
   LinkMonitor links_;

@@ -19,6 +19,7 @@
 #include <Agent/LinkTable.h>
 #include <Agent/StateReport.h>
 #include <Agent/StatusWatcher.h>
+#include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
@@ -37,11 +38,12 @@ class InterfaceQuerier final : private FrameReceiver {
     std::function<void()> turn;
     PortOpener openPort;
     EventSink& sink;
-    bool tellQueries = false;  // an event for each query sent
+    bool tellQueries = false;                          // an event for each query sent
+    Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> attrLogSm = {};  // null for a log that nobody reads
   };
   struct Setup {
     std::string name;
-    Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
+    Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
     Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary = {};  // null for none
   };
 
@@ -49,6 +51,8 @@ class InterfaceQuerier final : private FrameReceiver {
   ~InterfaceQuerier() override;
 
   const std::string& name() const { return setup_.name; }
+  const Mox::Ptr<Gmp::Igmp::QuerierConfig>& config() const { return setup_.config; }
+  const Mox::Ptr<Gmp::Igmp::QuerierStatus>& status() const { return status_; }
 
   // What the kernel says of the interface now; null when there is none of that name.
   void linkIs(const Link* link);

@@ -1,0 +1,157 @@
+#include "AttrLogPeer.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <Agent/ConfigWrites.h>
+#include <Mox/ActivityClock.h>
+#include <boost/asio/post.hpp>
+
+namespace Agent {
+
+using Mox::NboAttrLog::Moved;
+using Mox::NboAttrLog::Rights;
+
+namespace {
+
+ucred credentials(int fd) {
+  ucred peer{};
+  socklen_t length = sizeof(peer);
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
+    peer.uid = static_cast<uid_t>(-1);
+    peer.gid = static_cast<gid_t>(-1);
+  }
+  return peer;
+}
+
+bool inGroup(int fd, gid_t group) {
+  std::vector<gid_t> groups(NGROUPS_MAX);
+  auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) return false;
+  groups.resize(length / sizeof(gid_t));
+  return std::ranges::find(groups, group) != groups.end();
+}
+
+// Root, and the user and the group that the agent itself runs as.
+Rights rightsOf(int fd) {
+  const ucred peer = credentials(fd);
+  const bool may =
+      peer.uid == 0 || peer.uid == geteuid() || peer.gid == getegid() || inGroup(fd, getegid());
+  return may ? Rights::configure : Rights::read;
+}
+
+std::string nameOf(int fd) {
+  const ucred peer = credentials(fd);
+  return fmt::format("user {} (process {})", peer.uid, peer.pid);
+}
+
+}  // namespace
+
+AttrLogServer::Peer::Peer(AttrLogServer& server, Socket socket)
+    : server_(server),
+      socket_(std::move(socket)),
+      name_(nameOf(socket_.native_handle())),
+      connectedSince_(Mox::now()),
+      session_(
+          *this,
+          {.name = "igmpq run", .peerName = name_, .rights = rightsOf(socket_.native_handle())},
+          &server.directory_),
+      out_(Mox::makePtr<Mox::NboAttrLog::StreamSocketOutSm>(socket_.native_handle(),
+                                                            session_.stream())),
+      in_(Mox::makePtr<Mox::NboAttrLog::SocketInSm>(socket_.native_handle(), session_)) {}
+
+void AttrLogServer::Peer::start() {
+  onOutput();  // the hello
+  waitReadable();
+}
+
+void AttrLogServer::Peer::close() {
+  open_ = false;
+  boost::system::error_code ignored;
+  socket_.close(ignored);
+}
+
+int AttrLogServer::Peer::queued() {
+  int bytes = 0;
+  return open_ && ioctl(fd(), TIOCOUTQ, &bytes) == 0 ? bytes : 0;
+}
+
+Mox::Seconds AttrLogServer::Peer::stalledSince() {
+  const int now = queued();
+  const bool waits = now != 0 || !session_.stream().pending().empty();
+  const bool took =
+      std::exchange(takenSeen_, out_->bytesTaken()) != takenSeen_ || now < queuedSeen_;
+  queuedSeen_ = now;
+  if (!waits || took) {
+    since_ = Mox::never;
+  } else if (since_ == Mox::never) {
+    since_ = Mox::now();
+  }
+  return since_;
+}
+
+// What is built while the loop does one thing goes out together afterwards.
+void AttrLogServer::Peer::onOutput() {
+  if (!open_ || std::exchange(flushDue_, true)) return;
+  boost::asio::post(server_.io_, [self = weak_from_this()] {
+    if (const auto peer = self.lock()) peer->flush();
+  });
+}
+
+std::string AttrLogServer::Peer::whyRefused(const Mox::EntityBase&, const Mox::AttrInfo& attr,
+                                            const Mox::Value& value) {
+  return whyConfigRefused(attr, value);
+}
+
+void AttrLogServer::Peer::waitReadable() {
+  socket_.async_wait(Socket::wait_read, [self = weak_from_this()](const auto& failed) {
+    const auto peer = self.lock();
+    if (peer && !failed) peer->handleReadable();
+  });
+}
+
+void AttrLogServer::Peer::waitWritable() {
+  socket_.async_wait(Socket::wait_write, [self = weak_from_this()](const auto& failed) {
+    const auto peer = self.lock();
+    if (peer && !failed) peer->flush();
+  });
+}
+
+void AttrLogServer::Peer::handleReadable() {
+  if (!open_) return;
+  server_.turn_();  // timers that a change arms count from the real now
+  const Moved moved = in_->handleReadable();
+  server_.turn_();
+  if (moved != Moved::ended) return waitReadable();
+  out_->handleWritable();  // the peer may want to know why
+  end(session_.fault());
+}
+
+// One buffer at a time: what is left waits until the loop has seen to packets and timers.
+void AttrLogServer::Peer::flush() {
+  flushDue_ = false;
+  if (!open_) return;
+  session_.drain();
+  const Moved moved = out_->handleWritable();
+  if (moved == Moved::ended) return end({});
+  if (moved == Moved::blocked) {
+    flushDue_ = true;
+    waitWritable();
+    server_.watch(*this);
+  } else if (!session_.allSent() && session_.greeted()) {
+    onOutput();
+  }
+}
+
+void AttrLogServer::Peer::end(const std::string& why) {
+  const auto alive = shared_from_this();
+  server_.peerDel(*this, why);
+}
+
+}  // namespace Agent

@@ -1,0 +1,12 @@
+// Where an agent serves its attribute log, and others find it.
+#pragma once
+
+#include <string>
+
+namespace Agent {
+
+// "/run/igmpq/attrlog.sock" for root, "$XDG_RUNTIME_DIR/igmpq/attrlog.sock" for others; empty when
+// the environment names no such directory.
+std::string attrLogSocketPath();
+
+}  // namespace Agent
