@@ -49,7 +49,11 @@ bool EntitySa::sendMember(const CollectionInfo& collection, U32 key) {
   member->treeHeardIs();
   FlowOut flow = FlowOut::everythingOf(member->type());
   if (EntitySa(out_, *member, flow, below).handleAttrFlowOut()) return true;
-  flow_.members().flows()[key] = std::move(flow);
+  if (hasLeaves(collection)) {
+    flow_.members().leafIs(key, flow.dirtyBits());
+  } else {
+    flow_.members().flows()[key] = std::move(flow);
+  }
   flow_.attrDirtyIs(collection.id);
   return false;
 }
@@ -90,21 +94,20 @@ void EntitySa::sendScalars(const AttrInfo* first) {
 }
 
 bool EntitySa::serializeColl(const CollectionInfo& collection) {
-  FlowOut::Members& members = flow_.members();
-  if (members.hasKeys() && !sendKeys(collection)) return false;
-  if (!sendInside(collection)) return false;
+  const bool all =
+      hasLeaves(collection)
+          ? sendLeaves(collection)
+          : (!flow_.members().hasRecords() || sendRecords(collection)) && sendInside(collection);
+  if (!all) return false;
   flow_.attrDirtyDel(collection.id);
   flow_.membersDel();
   return true;
 }
 
 // One transaction, or the part of it for which there is room.
-bool EntitySa::sendKeys(const CollectionInfo& collection) {
+bool EntitySa::sendRecords(const CollectionInfo& collection) {
   FlowOut::Members& members = flow_.members();
-  const U8 whole = members.whole() ? transactionWhole : 0;
-  sendTransaction(FrameType::begin, collection,
-                  static_cast<U8>(whole | (members.begun() ? transactionResumed : 0)));
-  members.begunIs(true);
+  sendBegin(collection);
   bool room = true;
   while (room) {
     const std::optional<U32> key = nextKey(collection);
@@ -112,13 +115,41 @@ bool EntitySa::sendKeys(const CollectionInfo& collection) {
     members.bookmarkIs(key);
     room = out_.sufficientBuffer() && resumeOrSend(collection, *key);
   }
-  sendTransaction(FrameType::end, collection,
-                  static_cast<U8>(whole | (room ? 0 : transactionMore)));
-  if (!room) return false;
-  members.begunIs(false);
-  members.wholeDel();
-  members.bookmarkIs({});
-  return true;
+  if (room) members.bookmarkIs({});
+  sendEnd(collection, room);
+  return room;
+}
+
+// Leaves have no order to go by: what has been sent is forgotten, and what is left is the bookmark.
+bool EntitySa::sendLeaves(const CollectionInfo& collection) {
+  FlowOut::Members& members = flow_.members();
+  if (members.walking()) {
+    for (const U32 key : collection.keys(entity_)) {
+      members.leafIs(key, FlowOut::Members::leafRecord);
+    }
+    members.walkingDel();
+  }
+  const bool transaction = members.hasRecords();
+  if (transaction) sendBegin(collection);
+  bool room = true;
+  for (const U32 key : members.leafKeys()) {
+    room = out_.sufficientBuffer() && sendLeaf(collection, key);
+    if (!room) break;
+  }
+  if (transaction) sendEnd(collection, room);
+  return room;
+}
+
+bool EntitySa::sendLeaf(const CollectionInfo& collection, U32 key) {
+  const U32 bits = flow_.members().leafTake(key);
+  if ((bits & FlowOut::Members::leafRecord) != 0) return sendMember(collection, key);
+  const EntityBase* member = collection.find(entity_, key);
+  FlowOut inside(bits);
+  if (member == nullptr || EntitySa(out_, *member, inside, ref_.member(key)).handleAttrFlowOut()) {
+    return true;
+  }
+  flow_.members().leafIs(key, inside.dirtyBits());
+  return false;
 }
 
 // The key after those that this walk has sent: of the collection while the walk goes through all of
@@ -188,11 +219,27 @@ bool EntitySa::sendInside(const CollectionInfo& collection,
   return true;
 }
 
-void EntitySa::sendTransaction(FrameType type, const CollectionInfo& collection, U8 flags) {
+void EntitySa::sendBegin(const CollectionInfo& collection) {
+  FlowOut::Members& members = flow_.members();
+  const U8 resumed = members.begun() ? transactionResumed : 0;
+  sendMarker(FrameType::begin, collection, resumed);
+  members.begunIs(true);
+}
+
+void EntitySa::sendEnd(const CollectionInfo& collection, bool all) {
+  FlowOut::Members& members = flow_.members();
+  sendMarker(FrameType::end, collection, all ? 0 : transactionMore);
+  if (!all) return;
+  members.begunIs(false);
+  members.wholeDel();
+}
+
+void EntitySa::sendMarker(FrameType type, const CollectionInfo& collection, U8 flag) {
+  const U8 whole = flow_.members().whole() ? transactionWhole : 0;
   out_.begin(type);
   out_.ref(ref_);
   out_.u16(static_cast<U16>(collection.id));
-  out_.u8(flags);
+  out_.u8(static_cast<U8>(whole | flag));
   out_.end();
 }
 

@@ -25,7 +25,7 @@ FlowOut FlowOut::everythingOf(const TypeInfo& type) {
 
 U32 FlowOut::bitOf(AttrId id) {
   const U32 bit = id - entityFirstAttrId - 1;
-  fatalUnless(bit < 32, "NboAttrLog", "an attribute without a dirty bit was changed");
+  fatalUnless(bit < 31, "NboAttrLog", "an attribute without a dirty bit was changed");
   return U32{1} << bit;
 }
 
@@ -38,14 +38,70 @@ FlowOut::Members& FlowOut::members() {
   return *members_;
 }
 
+FlowOut::Members::Inner& FlowOut::Members::inner() {
+  if (inner_ == nullptr) inner_ = std::make_unique<Inner>();
+  return *inner_;
+}
+
+const std::map<U32, bool>& FlowOut::Members::dirty() const {
+  static const std::map<U32, bool> none;
+  return inner_ == nullptr ? none : inner_->dirty;
+}
+
 void FlowOut::Members::dirtyIs(U32 key, bool value) {
-  dirty_[key] = value;
-  flows_.erase(key);  // its record will carry all of it
+  inner().dirty[key] = value;
+  inner().flows.erase(key);  // its record will carry all of it
+}
+
+void FlowOut::Members::dirtyDel(U32 key) { inner().dirty.erase(key); }
+
+std::optional<U32> FlowOut::Members::bookmark() const {
+  return inner_ == nullptr ? std::nullopt : inner_->bookmark;
+}
+
+void FlowOut::Members::bookmarkIs(std::optional<U32> key) { inner().bookmark = key; }
+
+std::map<U32, FlowOut>& FlowOut::Members::flows() { return inner().flows; }
+
+U32 FlowOut::Members::nextFlow() const { return inner_ == nullptr ? 0 : inner_->nextFlow; }
+
+void FlowOut::Members::nextFlowIs(U32 key) { inner().nextFlow = key; }
+
+std::vector<U32> FlowOut::Members::leafKeys() const {
+  std::vector<U32> keys;
+  keys.reserve(leaves_.size());
+  for (const auto& leaf : leaves_) keys.push_back(leaf.key.value());
+  return keys;
+}
+
+void FlowOut::Members::leafIs(U32 key, U32 bits) {
+  const U32* known = leaves_.find(LeafKey(key));
+  const U32 before = known == nullptr ? 0 : *known;
+  if ((before & leafRecord) != 0) return;  // its record will carry all of it
+  if ((bits & leafRecord) != 0) ++leafRecords_;
+  leaves_.insert(LeafKey(key), (bits & leafRecord) != 0 ? leafRecord : before | bits);
+}
+
+U32 FlowOut::Members::leafTake(U32 key) {
+  const U32* known = leaves_.find(LeafKey(key));
+  const U32 bits = known == nullptr ? 0 : *known;
+  if ((bits & leafRecord) != 0) --leafRecords_;
+  leaves_.erase(LeafKey(key));
+  return bits;
 }
 
 bool FlowOut::Members::covers(U32 key) const {
-  if (dirty_.contains(key)) return true;
-  return walking_ && key >= bookmark_.value_or(0) && !flows_.contains(key);
+  if (inner_ == nullptr) return walking_;
+  if (inner_->dirty.contains(key)) return true;
+  return walking_ && key >= inner_->bookmark.value_or(0) && !inner_->flows.contains(key);
+}
+
+bool FlowOut::Members::hasRecords() const {
+  return whole_ || begun_ || leafRecords_ != 0 || !dirty().empty();
+}
+
+bool FlowOut::Members::empty() const {
+  return !hasRecords() && leaves_.empty() && (inner_ == nullptr || inner_->flows.empty());
 }
 
 }  // namespace Mox::NboAttrLog

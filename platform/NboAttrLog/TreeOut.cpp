@@ -66,8 +66,7 @@ void TreeOut::onAttr(const EntityBase& entity, AttrId id) {
   const Delivering delivering(*this);
   const Ref ref = refOf(entity);
   if (host_.deferred() || !host_.out().sufficientBuffer()) {
-    host_.deferredIs();
-    if (FlowOut* flow = remembered(ref)) flow->attrDirtyIs(id);
+    remembered(ref, FlowOut::bitOf(id));
     return;
   }
   FlowOut nothingLeft;
@@ -79,20 +78,20 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
   if (!concerns(entity, id)) return;
   const Delivering delivering(*this);
   const Ref ref = refOf(entity);
+  const CollectionInfo& collection = entity.type().collections.front();
   if (host_.deferred() || !host_.out().sufficientBuffer()) {
-    host_.deferredIs();
-    if (FlowOut* flow = remembered(ref)) {
-      flow->attrDirtyIs(id);
-      flow->members().dirtyIs(key, true);
+    if (FlowOut* flow = remembered(ref, FlowOut::bitOf(id))) {
+      if (hasLeaves(collection)) {
+        flow->members().leafIs(key, FlowOut::Members::leafRecord);
+      } else {
+        flow->members().dirtyIs(key, true);
+      }
     }
     return;
   }
   FlowOut left;
-  const bool all =
-      EntitySa(host_.out(), entity, left, ref).sendMember(entity.type().collections.front(), key);
-  if (!all) {
-    host_.deferredIs();
-    if (FlowOut* flow = remembered(ref)) *flow = std::move(left);
+  if (!EntitySa(host_.out(), entity, left, ref).sendMember(collection, key)) {
+    if (FlowOut* flow = remembered(ref, left.dirtyBits())) *flow = std::move(left);
   }
   host_.transmit();
 }
@@ -101,9 +100,7 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
 void TreeOut::onCollection(const EntityBase& entity, AttrId id) {
   if (!concerns(entity, id)) return;
   const Delivering delivering(*this);
-  host_.deferredIs();
-  if (FlowOut* flow = remembered(refOf(entity))) {
-    flow->attrDirtyIs(id);
+  if (FlowOut* flow = remembered(refOf(entity), FlowOut::bitOf(id))) {
     flow->membersDel();
     flow->members().wholeIs();
   }
@@ -119,17 +116,24 @@ Ref TreeOut::refOf(const EntityBase& entity) const {
   return ref;
 }
 
-FlowOut* TreeOut::remembered(const Ref& ref) {
+FlowOut* TreeOut::remembered(const Ref& ref, U32 bits) {
+  host_.deferredIs();
   FlowOut* flow = &flow_;
   const TypeInfo* type = &entity_->type();
   for (U8 level = 0; level < ref.depth; ++level) {
     const CollectionInfo& collection = type->collections.front();
+    const U32 key = ref.keys.at(level);
     FlowOut::Members& members = flow->members();
-    if (members.covers(ref.keys.at(level))) return nullptr;
+    if (members.covers(key)) return nullptr;
     flow->attrDirtyIs(collection.id);
-    flow = &members.flows()[ref.keys.at(level)];
+    if (hasLeaves(collection)) {
+      members.leafIs(key, bits);
+      return nullptr;
+    }
+    flow = &members.flows()[key];
     type = &collection.memberType();
   }
+  flow->dirtyBitsAdd(bits);
   return flow;
 }
 

@@ -18,6 +18,8 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierConfig final : public Mox::Entity<QuerierConfig> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierConfig";
+  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierConfig> {
    public:

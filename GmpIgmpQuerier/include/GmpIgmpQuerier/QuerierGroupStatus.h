@@ -17,6 +17,8 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierGroupStatus";
+  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
   using SourceMap = Mox::HashMap<IpAddr, Ptr<QuerierSourceStatus>>;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierGroupStatus> {

@@ -12,6 +12,8 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierSourceStatus final : public Mox::Entity<QuerierSourceStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierSourceStatus";
+  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierSourceStatus> {
    public:

@@ -22,6 +22,8 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierStatus";
+  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
   using GroupMap = Mox::OrderedMap<IpAddr, Ptr<QuerierGroupStatus>>;
 
   // Role in the querier election, RFC 3376 6.6.2.

@@ -26,6 +26,10 @@
 #include <Mox/TypeInfo.h>
 #include <Mox/Types.h>
 
+namespace Mox::NboAttrLog {
+class EntitySa;  // the adapter between entities and the attribute log, for types to name
+}
+
 namespace Mox {
 
 // What every entity is, whatever its type.

@@ -16,8 +16,15 @@
 
 namespace Mox::NboAttrLog {
 
+// Whether members have no members of their own.
+inline bool hasLeaves(const CollectionInfo& collection) {
+  return collection.memberType().collections.empty();
+}
+
 class MOX_PUBLIC EntitySa {
  public:
+  using FlowOut = NboAttrLog::FlowOut;
+
   EntitySa(OutStream& out, const EntityBase& entity, FlowOut& flow, const Ref& ref)
       : out_(out), entity_(entity), flow_(flow), ref_(ref) {}
 
@@ -39,12 +46,16 @@ class MOX_PUBLIC EntitySa {
   const AttrInfo* nextDirty(AttrId from) const;
   void sendScalars(const AttrInfo* first);
   bool serializeColl(const CollectionInfo& collection);
-  bool sendKeys(const CollectionInfo& collection);
+  bool sendRecords(const CollectionInfo& collection);
+  bool sendLeaves(const CollectionInfo& collection);
+  bool sendLeaf(const CollectionInfo& collection, U32 key);
   bool sendInside(const CollectionInfo& collection);
   bool sendInside(const CollectionInfo& collection, std::map<U32, FlowOut>::iterator inside);
   std::optional<U32> nextKey(const CollectionInfo& collection);
   bool resumeOrSend(const CollectionInfo& collection, U32 key);
-  void sendTransaction(FrameType type, const CollectionInfo& collection, U8 flags);
+  void sendBegin(const CollectionInfo& collection);
+  void sendEnd(const CollectionInfo& collection, bool all);
+  void sendMarker(FrameType type, const CollectionInfo& collection, U8 flag);
 
   OutStream& out_;
   const EntityBase& entity_;

@@ -8,9 +8,11 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <Mox/AttrTable.h>
 #include <Mox/Export.h>
+#include <Mox/HashMap.h>
 #include <Mox/TypeInfo.h>
 #include <Mox/Types.h>
 
@@ -21,12 +23,14 @@ class MOX_PUBLIC FlowOut {
   class Members;
 
   FlowOut() = default;
+  explicit FlowOut(U32 dirty) : dirty_(dirty) {}
   // Of an entity of which nothing has been sent.
   static FlowOut everythingOf(const TypeInfo& type);
 
   // Bit 0 is the attribute after the first: what the first holds travels in the announcement.
   static U32 bitOf(AttrId id);
   U32 dirtyBits() const { return dirty_; }
+  void dirtyBitsAdd(U32 bits) { dirty_ |= bits; }
   bool attrDirty(AttrId id) const { return (dirty_ & bitOf(id)) != 0; }
   void attrDirtyIs(AttrId id) { dirty_ |= bitOf(id); }
   void attrDirtyDel(AttrId id) { dirty_ &= ~bitOf(id); }
@@ -42,22 +46,31 @@ class MOX_PUBLIC FlowOut {
   std::unique_ptr<Members> members_;
 };
 
+// Members that have members of their own need a FlowOut each, in key order, so that a walk through
+// a million of them can stop and go on. Leaves, of which there are the most, need a number each.
 class MOX_PUBLIC FlowOut::Members {
  public:
   // Keys of members whose coming or going is still to be sent, in ascending order.
-  const std::map<U32, bool>& dirty() const { return dirty_; }
+  const std::map<U32, bool>& dirty() const;
   void dirtyIs(U32 key, bool value);
-  void dirtyDel(U32 key) { dirty_.erase(key); }
+  void dirtyDel(U32 key);
 
   // The key at which an interrupted walk goes on.
-  std::optional<U32> bookmark() const { return bookmark_; }
-  void bookmarkIs(std::optional<U32> key) { bookmark_ = key; }
+  std::optional<U32> bookmark() const;
+  void bookmarkIs(std::optional<U32> key);
 
   // Members that the peer has, with what it lacks of each.
-  std::map<U32, FlowOut>& flows() { return flows_; }
+  std::map<U32, FlowOut>& flows();
   // Where the round through them goes on.
-  U32 nextFlow() const { return nextFlow_; }
-  void nextFlowIs(U32 key) { nextFlow_ = key; }
+  U32 nextFlow() const;
+  void nextFlowIs(U32 key);
+
+  // Of a leaf, its dirty bits, or the bit that says that its coming or going is still to be sent.
+  static constexpr U32 leafRecord = U32{1} << 31;
+  std::vector<U32> leafKeys() const;
+  void leafIs(U32 key, U32 bits);
+  // Its bits, which are forgotten.
+  U32 leafTake(U32 key);
 
   // A walk that names every member, so that the peer can drop the others.
   bool whole() const { return whole_; }
@@ -72,14 +85,27 @@ class MOX_PUBLIC FlowOut::Members {
 
   // Whether the member's record is still to come, so that nothing inside it needs remembering.
   bool covers(U32 key) const;
-  bool hasKeys() const { return whole_ || begun_ || !dirty_.empty(); }
-  bool empty() const { return !hasKeys() && flows_.empty(); }
+  // Whether there are records to be sent, which is what a transaction is for.
+  bool hasRecords() const;
+  bool empty() const;
 
  private:
-  std::map<U32, bool> dirty_;
-  std::map<U32, FlowOut> flows_;
-  std::optional<U32> bookmark_;
-  U32 nextFlow_ = 0;
+  struct LeafKey {
+    explicit LeafKey(U32 v) : key(v) {}
+    U32 value() const { return key; }
+    U32 key;
+  };
+  struct Inner {
+    std::map<U32, bool> dirty;
+    std::map<U32, FlowOut> flows;
+    std::optional<U32> bookmark;
+    U32 nextFlow = 0;
+  };
+  Inner& inner();
+
+  std::unique_ptr<Inner> inner_;
+  HashMap<LeafKey, U32> leaves_;
+  U32 leafRecords_ = 0;
   bool whole_ = false;
   bool walking_ = false;
   bool begun_ = false;

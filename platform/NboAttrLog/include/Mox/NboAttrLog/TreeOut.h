@@ -71,8 +71,9 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
   // Whether a change is to be sent or remembered at all.
   bool concerns(const EntityBase& entity, AttrId id) const;
   Ref refOf(const EntityBase& entity) const;
-  // The flow of that entity, made where it is not there; null when a record to come covers it.
-  FlowOut* remembered(const Ref& ref);
+  // Adds dirty bits to what is remembered of that entity. Its flow; null for a leaf, and where a
+  // record to come covers it.
+  FlowOut* remembered(const Ref& ref, U32 bits);
 
   Host& host_;
   const U32 number_;
