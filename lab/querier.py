@@ -34,8 +34,11 @@ class Querier:
         self.arrived = threading.Condition()
         self.ended = False
         self.errors = []
+        # Of its own: at the usual place only one agent of a machine can serve.
+        self.socket = pathlib.Path(station.lab.scratch.name, f"{station.number}.sock")
         self.process = station.lab.spawn(
-            station.namespace, program(), "run", "eth0", "--json", *options,
+            station.namespace, program(), "run", "eth0", "--json",
+            "--socket", self.socket, *options,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.readers = [
             station.lab.read(self.process.stdout, self.line_arrived, self.all_arrived),
