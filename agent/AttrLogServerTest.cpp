@@ -80,8 +80,8 @@ class Reader final : private Mox::NboAttrLog::SessionHost {
 class AttrLogServerTest : public testing::Test {
  protected:
   AttrLogServerTest() {
-    char name[] = "/tmp/AttrLogServerTest.XXXXXX";
-    folder_ = mkdtemp(name);
+    folder_ = "/tmp/AttrLogServerTest." + std::string(6, 'X');  // which mkdtemp replaces
+    if (mkdtemp(folder_.data()) == nullptr) throw std::runtime_error("no folder for the socket");
     path_ = folder_ + "/run/attrlog.sock";
     Mox::virtualTimeIs(1000.0);
     Mox::eventLogSinkIs([this](const Mox::EventLogEntry& entry) { logged_ += entry.text; });

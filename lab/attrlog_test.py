@@ -1,0 +1,156 @@
+"""The attribute log between real processes: readers that come, go, stall and are lied to."""
+import json
+import os
+import pathlib
+import random
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+from lab import wait_until
+from querier import Querier, program
+from testcase import NO_DELAY, LabTestCase, main
+
+GROUPS = 10000
+# Groups live longer than a test; one that is left is gone after two questions in 0.2 s.
+LASTING = (*NO_DELAY, "--query-interval", "1000", "--query-response-interval", "100",
+           "--startup-query-count", "1", "--last-member-query-interval", "0.1",
+           "--querier-version", "2")
+REPORTS = pathlib.Path(__file__).with_name("reports.py")
+STALL_SECONDS = float(os.environ.get("LAB_STALL_SECONDS", "60"))
+
+
+def resident_kib(process):
+    # What was spawned is `ip netns exec`, which has become the program itself.
+    for line in pathlib.Path("/proc", str(process.pid), "status").read_text().splitlines():
+        if line.startswith("VmRSS:"): return int(line.split()[1])
+    raise AssertionError("no VmRSS")
+
+
+class Watch:
+    """`igmpq watch --json` on the same machine, and the groups that it says are there."""
+
+    def __init__(self, router, path):
+        self.groups = set()
+        self.events = []
+        self.process = router.lab.spawn(router.namespace, program(), "watch", "--json",
+                                        "--socket", path, stdout=subprocess.PIPE)
+        router.lab.read(self.process.stdout, self.line_arrived)
+
+    def line_arrived(self, line):
+        event = json.loads(line)
+        if event["event"] == "groupJoined": self.groups.add(event["group"])
+        if event["event"] == "groupLeft": self.groups.discard(event["group"])
+        if not event["event"].startswith("group"): self.events.append(event)
+
+
+class AttrLogTest(LabTestCase):
+    def setUp(self):
+        super().setUp()
+        self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
+        self.querier = Querier(self.router, *LASTING, "--stall-timeout", "300")
+        self.querier.expect("role", role="querier")
+        self.socket = str(self.querier.socket)
+
+    def show(self, *arguments):
+        done = subprocess.run((program(), "show", *arguments, "--json", "--socket", self.socket),
+                              capture_output=True, text=True, timeout=60, check=False)
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+        return json.loads(done.stdout)
+
+    def shown_groups(self):
+        return {group["group"] for group in self.show("groups")}
+
+    def agent_groups(self):
+        return {group["group"] for group in self.querier.state()["groups"]}
+
+    def change(self, seconds, seed=1):
+        return self.lab.spawn(self.host.namespace, sys.executable, REPORTS, GROUPS, seconds, seed,
+                              stdout=subprocess.PIPE)
+
+    def joined(self, changing):
+        out, _ = changing.communicate(timeout=120)
+        return set(out.split())
+
+    def test_readers_come_and_go_while_groups_change(self):
+        changing = self.change(10)
+        chance = random.Random(2)
+        readers = []
+        while changing.poll() is None:
+            while len(readers) < 50:
+                readers.append(self.lab.spawn(
+                    self.router.namespace, program(), chance.choice(("show", "watch")),
+                    "--socket", self.socket, stdout=subprocess.DEVNULL))
+            time.sleep(0.05)
+            for reader in chance.sample(readers, 10):
+                reader.send_signal(chance.choice((signal.SIGKILL, signal.SIGTERM)))
+                readers.remove(reader)
+                reader.wait(20)
+        for reader in readers:
+            reader.kill()
+            reader.wait(20)
+        joined = self.joined(changing)
+        wait_until(lambda: self.agent_groups() == joined, 20, "the groups that were left to go")
+        self.assertEqual(joined, self.shown_groups())
+
+    def test_a_stopped_reader_costs_no_memory_and_catches_up(self):
+        watch = Watch(self.router, self.socket)
+        joined = self.joined(self.change(1))
+        wait_until(lambda: watch.groups == joined, 20, "the reader to see every group")
+        before = resident_kib(self.querier.process)
+        watch.process.send_signal(signal.SIGSTOP)
+        joined = self.joined(self.change(max(1.0, STALL_SECONDS - GROUPS / 2000), seed=3))
+        # Each group may be remembered as dirty, 64 bytes; the rest is the allocator's.
+        self.assertLess(resident_kib(self.querier.process) - before, 4096)
+        watch.process.send_signal(signal.SIGCONT)
+        wait_until(lambda: self.agent_groups() == joined, 30, "the groups that were left to go")
+        wait_until(lambda: watch.groups == joined, 30, "the reader to catch up")
+
+    def test_a_killed_agent_that_comes_back_is_followed(self):
+        watch = Watch(self.router, self.socket)
+        self.host.join("239.1.1.1")
+        wait_until(lambda: "239.1.1.1" in watch.groups, 10, "the reader to see the group")
+        self.querier.process.kill()
+        self.querier.process.wait(10)
+        self.host.leave("239.1.1.1")
+        self.host.join("239.2.2.2")
+        self.querier = Querier(self.router, *LASTING)
+        wait_until(lambda: watch.groups == {"239.2.2.2"}, 30, "the reader to follow the new agent")
+        self.assertIsNone(watch.process.poll())
+
+    def test_garbage_harms_nobody_else(self):
+        watch = Watch(self.router, self.socket)
+        chance = random.Random(4)
+        for size in (1, 2, 3, 20, 70000):
+            for head in (b"", b"\xff\xff", b"\x00\x00", b"\x00\x20\x01Mox"):
+                with socket.socket(socket.AF_UNIX) as stranger:
+                    stranger.connect(self.socket)
+                    try:
+                        stranger.sendall(head + chance.randbytes(size))
+                    except OSError:
+                        pass  # it had enough of us
+        self.host.join("239.1.1.1")
+        wait_until(lambda: "239.1.1.1" in watch.groups, 10, "the reader to see the group")
+        self.assertEqual({"239.1.1.1"}, self.shown_groups())
+
+    def test_a_writer_without_permission_changes_nothing(self):
+        os.chmod(self.socket, 0o666)
+        for folder in pathlib.Path(self.socket).parents:
+            if folder.parent == pathlib.Path("/"): break
+            os.chmod(folder, 0o755)
+        nobody = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+        shown = subprocess.run((*nobody, program(), "show", "--json", "--socket", self.socket),
+                               capture_output=True, text=True, timeout=20, check=False)
+        self.assertEqual((0, ""), (shown.returncode, shown.stderr))
+        done = subprocess.run((*nobody, program(), "set", "eth0", "robustness=4",
+                               "--socket", self.socket),
+                              capture_output=True, text=True, timeout=20, check=False)
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("permi", done.stderr)
+        self.assertEqual(2, self.querier.state()["robustness"])
+
+
+if __name__ == "__main__":
+    main()
