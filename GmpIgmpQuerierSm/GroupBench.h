@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Once.h"
 #include "TestBench.h"
 
 namespace Gmp::Igmp {
@@ -46,10 +47,7 @@ class GroupBench : public TestBench {
     Seconds left;
   };
 
-  void SetUp() override {
-    start();
-    silenceGeneralQueries();
-  }
+  void SetUp() override { startQuiet(); }
 
   // The group in that state; a group timer of `never` is disabled.
   Ptr<QuerierGroupSm> make(IgmpFilterMode mode, const std::vector<Source>& sources,
@@ -93,29 +91,6 @@ class GroupBench : public TestBench {
     std::sort(all.begin(), all.end());
     return all;
   }
-};
-
-// Does what it is told when an attribute of the entity changes, once.
-template <class E>
-class Once final : public E::NotifieeConst {
- public:
-  Once(Ptr<const E> entity, std::string attribute, std::function<void()> action)
-      : E::NotifieeConst(std::move(entity)),
-        attribute_(std::move(attribute)),
-        action_(std::move(action)) {}
-  void onAttr(Mox::AttrId id) override { act(id); }
-  void onMember(Mox::AttrId id, U32) override { act(id); }
-  bool acted() const { return acted_; }
-
- private:
-  void act(Mox::AttrId id) {
-    if (acted_ || E::attributes.nameOf(id) != attribute_) return;
-    acted_ = true;
-    action_();
-  }
-  std::string attribute_;
-  std::function<void()> action_;
-  bool acted_ = false;
 };
 
 }  // namespace Gmp::Igmp::testing

@@ -70,17 +70,10 @@ class QuerierPropertyTest : public TestBench {
   }
 
   void begin(U64 seed) {
-    release();
-    Mox::virtualTimeIs(begin_);
+    freshWorld();
     random_.seed(seed);
     srand48(static_cast<long>(seed));
-    wheel_ = makePtr<Obel::TimerWheel>(begin_);
-    config_ = querierConfigFactory("vlan10");
-    config_->querierVersionIs(igmpVersion3);
     config_->sendQueryIs(!oneIn(5));
-    status_ = querierStatusFactory();
-    attrLog_ = nullptr;
-    monitor_ = nullptr;
     setup_.mtu = oneOf<U32>({0, 48, 1500});
     setup_.debugYieldAfterOne = oneIn(2);
     expected_ = {};

@@ -12,8 +12,6 @@ namespace {
 
 class QuerierSmElection : public TestBench {
  protected:
-  static constexpr IpAddr source_{192, 0, 2, 1};
-
   void startInitial() {
     config_->sendQueryIs(false);
     start();
@@ -292,7 +290,7 @@ TEST_F(QuerierSmElection, PendingSourcesKeepTheRoleToo) {
 
 TEST_F(QuerierSmElection, OnlyGroupsThatOweQueriesArePending) {
   startAsking();
-  hearV2Report(IpAddr(239, 1, 1, 2));
+  hearV2Report(group2_);
   querier_->pendingRexmitIs(IpAddr(239, 9, 9, 9), true);  // of an earlier hand-over
   hearV3Query(lower_);
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));

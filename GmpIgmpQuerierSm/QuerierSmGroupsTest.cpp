@@ -16,9 +16,7 @@ const std::string batch = "QuerierSm( vlan10 )::handleQuerierGroupStatus()";
 
 class QuerierSmGroups : public TestBench {
  protected:
-  static constexpr IpAddr group2_{239, 1, 1, 2};
   static constexpr IpAddr group3_{239, 1, 1, 3};
-  static constexpr IpAddr source_{192, 0, 2, 1};
   static constexpr Seconds lease_ = 260.0;  // 2 * 125 + 10
 
   // Without the querier's role, so that rebuilding is all that happens.

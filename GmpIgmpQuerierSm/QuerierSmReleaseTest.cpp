@@ -1,6 +1,6 @@
 // The end of a querier: what it leaves behind, and that it may come at any moment, in particular in
 // the middle of one of its own handlers.
-#include "TestBench.h"
+#include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {
 
@@ -9,62 +9,23 @@ using Status = QuerierStatus;
 
 namespace {
 
-class QuerierSmRelease : public TestBench {
+class QuerierSmRelease : public NotificationBench {
  protected:
-  static constexpr IpAddr source_{192, 0, 2, 1};
-
-  // Calls `told` for whatever it is told of one entity.
-  template <class E>
-  class Teller final : public E::NotifieeConst {
-   public:
-    Teller(Ptr<const E> entity, std::function<void()> told)
-        : E::NotifieeConst(std::move(entity)), told_(std::move(told)) {}
-    void onAttr(Mox::AttrId) override { told_(); }
-    void onMember(Mox::AttrId, U32) override { told_(); }
-
-   private:
-    std::function<void()> told_;
-  };
-
-  void freshWorld() {
-    release();
-    Mox::virtualTimeIs(begin_);
-    wheel_ = makePtr<Obel::TimerWheel>(begin_);
-    config_ = querierConfigFactory("vlan10");
-    config_->querierVersionIs(igmpVersion3);
-    status_ = querierStatusFactory();
-  }
-
-  // Runs `action` as often as it tells something, and lets the querier go at another notification
-  // each time. Says how many there were.
-  size_t releaseAtEachNotification(const std::function<void()>& prepare,
-                                   const std::function<void()>& action) {
-    for (size_t at = 0;; ++at) {
-      freshWorld();
-      prepare();
-      size_t told = 0;
-      Teller<QuerierSm>* ownTeller = nullptr;
-      const auto onTold = [&] {
-        if (told++ != at) return;
-        ownTeller->notifierIs(nullptr);
-        release();
-      };
-      Teller<QuerierSm> sm(querier_, onTold);
-      ownTeller = &sm;
-      Teller<QuerierStatus> status(status_, onTold);
-      Teller<QuerierGroupStatus> group(status_->group(group_), onTold);
-      action();
-      if (told <= at) return told;
-      EXPECT_EQ(wheel_->armed(), 0u) << "released at notification " << at;
-      EXPECT_EQ(config_->notifiees(), 0u) << "released at notification " << at;
-    }
+  // Lets the querier go at each notification of the action. Says how many there were.
+  size_t releaseAtEachNotification(const Deed& prepare, const Deed& action) {
+    return interfereAtEach(
+        prepare, action, [&] { release(); },
+        [&] {
+          EXPECT_EQ(wheel_->armed(), 0u);
+          EXPECT_EQ(config_->notifiees(), 0u);
+        });
   }
 };
 
 TEST_F(QuerierSmRelease, WritesNothingSendsNothingAndKeepsTheGroups) {
   start();
   hearV2Report(group_);
-  hearRecord(1, IpAddr(239, 1, 1, 2), {source_});
+  hearRecord(1, group2_, {source_});
   takeSent();
   watch(status_, "status");
   watch(status_->group(group_), "group");
@@ -77,7 +38,7 @@ TEST_F(QuerierSmRelease, WritesNothingSendsNothingAndKeepsTheGroups) {
   EXPECT_THAT(traceTexts(), IsEmpty());
   EXPECT_THAT(sent_, IsEmpty());
   EXPECT_NE(status_->group(group_), nullptr);
-  EXPECT_EQ(status_->group(IpAddr(239, 1, 1, 2))->source().size(), 1u);
+  EXPECT_EQ(status_->group(group2_)->source().size(), 1u);
   EXPECT_EQ(status_->state(), Status::querierStateQuerier);
 }
 
@@ -131,7 +92,7 @@ TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfAConfigurationChange) {
     start();
     hearV2Report(group_);
   };
-  const std::vector<std::function<void()>> changes = {
+  const std::vector<Deed> changes = {
       [&] { config_->queryIntervalIs(60.0); },
       [&] { config_->queryResponseIntervalIs(5.0); },
       [&] { config_->robustnessIs(3); },
@@ -166,11 +127,11 @@ TEST_F(QuerierSmRelease, MayComeWhileReportsAndLeavesAreProcessed) {
     silenceGeneralQueries();
     hearRecord(2, group_, {source_});
   };
-  const std::vector<std::function<void()>> packets = {
+  const std::vector<Deed> packets = {
       [&] { hearV1Report(group_); },
       [&] { hearV2Report(group_); },
       [&] {
-        hearRecord(1, IpAddr(239, 1, 1, 2), {source_, host_});
+        hearRecord(1, group2_, {source_, host_});
       },
       [&] { hearRecord(6, group_, {host_}); },
       [&] {
@@ -200,7 +161,7 @@ TEST_F(QuerierSmRelease, MayComeInDirectCalls) {
     start();
     runFor(10.0);
   };
-  const std::vector<std::function<void()>> calls = {
+  const std::vector<Deed> calls = {
       [&] { querier_->clearCounters(); },
       [&] { querier_->becomeQuerier(); },
       [&] { querier_->handleInitialized(); },

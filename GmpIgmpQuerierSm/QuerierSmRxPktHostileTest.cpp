@@ -1,5 +1,5 @@
 // Damaged, cut and foreign packets: what is counted, what is traced, and that nothing else moves.
-#include "TestBench.h"
+#include "RxBench.h"
 
 namespace Gmp::Igmp::testing {
 
@@ -8,20 +8,10 @@ using ::testing::IsEmpty;
 
 namespace {
 
-class QuerierSmRxPktHostile : public TestBench {
+class QuerierSmRxPktHostile : public RxBench {
  protected:
   static constexpr size_t ipBytes_ = 24;  // with Router Alert
 
-  void startWatched() {
-    start();
-    silenceGeneralQueries();
-    watch(status_, "status");
-    forget();
-  }
-  void forget() {
-    journal_.clear();
-    traces_.clear();
-  }
   // Exactly one more error, and nothing else published.
   void expectError(const std::string& trace) {
     EXPECT_THAT(journal_, ElementsAre("status.errorPacketReceived " +

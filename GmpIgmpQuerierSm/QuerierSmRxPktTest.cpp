@@ -1,5 +1,5 @@
 // What each accepted message does and counts, and what it must not count.
-#include "TestBench.h"
+#include "RxBench.h"
 
 namespace Gmp::Igmp::testing {
 
@@ -11,29 +11,11 @@ namespace {
 
 const std::string boundaryGroup = "Group address configured in multicast boundary";
 
-class QuerierSmRxPkt : public TestBench {
+class QuerierSmRxPkt : public RxBench {
  protected:
   static constexpr IpAddr reserved_{224, 0, 0, 5};
   static constexpr IpAddr unicast_{10, 9, 9, 9};
-  static constexpr IpAddr source_{192, 0, 2, 1};
 
-  void startAs(IgmpVersion version) {
-    release();
-    config_->querierVersionIs(version);
-    start();
-    silenceGeneralQueries();
-    watch(status_, "status");
-    forget();
-  }
-  void forget() {
-    journal_.clear();
-    traces_.clear();
-  }
-  void boundTo(const char* prefix) {
-    const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
-    boundary->boundaryIs(*Ilvo::IpGenPrefix::parse(prefix), true);
-    querier_->mcastBoundaryIntfStatusIs(boundary);
-  }
   // The counters of received packets that moved since forget(), with their values, in order.
   std::vector<std::string> counted() const {
     std::vector<std::string> lines;

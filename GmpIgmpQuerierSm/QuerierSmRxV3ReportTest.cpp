@@ -1,4 +1,4 @@
-#include "TestBench.h"
+#include "RxBench.h"
 
 namespace Gmp::Igmp::testing {
 
@@ -8,21 +8,7 @@ using ::testing::UnorderedElementsAre;
 
 namespace {
 
-class QuerierSmRxV3Report : public TestBench {
- protected:
-  static constexpr IpAddr group2_{239, 1, 1, 2};
-  static constexpr IpAddr source_{192, 0, 2, 1};
-
-  void startAs(IgmpVersion version) {
-    release();
-    config_->querierVersionIs(version);
-    start();
-    silenceGeneralQueries();
-    watch(status_, "status");
-    traces_.clear();
-    journal_.clear();
-  }
-};
+class QuerierSmRxV3Report : public RxBench {};
 
 TEST_F(QuerierSmRxV3Report, EachRecordGoesToItsGroupAndTheReportCountsOnce) {
   startAs(igmpVersion3);
@@ -119,9 +105,7 @@ TEST_F(QuerierSmRxV3Report, AReportWithOnlyAReservedRecordIsStillCounted) {
 
 TEST_F(QuerierSmRxV3Report, EachRecordInsideTheBoundaryIsCountedAndSkipped) {
   startAs(igmpVersion3);
-  const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
-  boundary->boundaryIs(*Ilvo::IpGenPrefix::parse("239.1.0.0/16"), true);
-  querier_->mcastBoundaryIntfStatusIs(boundary);
+  boundTo("239.1.0.0/16");
   hearV3Report({{.type = 4, .group = group_},
                 {.type = 4, .group = group2_},
                 {.type = 4, .group = IpAddr(239, 2, 0, 1)}});
@@ -135,9 +119,7 @@ TEST_F(QuerierSmRxV3Report, EachRecordInsideTheBoundaryIsCountedAndSkipped) {
 
 TEST_F(QuerierSmRxV3Report, AReservedRecordInsideTheBoundaryIsNotCountedThere) {
   startAs(igmpVersion3);
-  const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
-  boundary->boundaryIs(*Ilvo::IpGenPrefix::parse("0.0.0.0/0"), true);
-  querier_->mcastBoundaryIntfStatusIs(boundary);
+  boundTo("0.0.0.0/0");
   hearRecord(4, IpAddr(224, 0, 0, 5));
   EXPECT_EQ(status_->mcastBoundaryPktReceived(), 0u);
 }

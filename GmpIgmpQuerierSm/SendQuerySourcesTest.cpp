@@ -20,11 +20,8 @@ class SendQuerySources : public TestBench {
     return list;
   }
   void startWithMtu(U32 mtu) {
-    release();
     setup_.mtu = mtu;
-    start();
-    silenceGeneralQueries();
-    traces_.clear();
+    startQuiet();
   }
   bool sendOne(std::vector<IpAddr>& list, bool sFlag = false) {
     return sendGroupAndSourceSpecificQueryHelper(querier_.get(), group_, list, sFlag);

@@ -23,12 +23,6 @@ class SendQuery : public TestBench {
     EXPECT_EQ(sent_.size(), 1u);
     return sent_.at(0);
   }
-  void startQuiet() {
-    release();
-    start();
-    silenceGeneralQueries();
-    traces_.clear();
-  }
   // A group of that compatibility mode that owes group-specific queries.
   Ptr<QuerierGroupSm> owingGroup(IgmpVersion mode, U32 owed = 2) {
     Ptr<QuerierGroupSm> sm = getOrCreateGroupSm(querier_, group_);

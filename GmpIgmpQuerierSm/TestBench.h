@@ -156,6 +156,8 @@ class TestBench : public ::testing::Test {
   static constexpr IpAddr higher_{10, 0, 0, 9};  // loses against it
   static constexpr IpAddr host_{10, 0, 0, 77};
   static constexpr IpAddr group_{239, 1, 1, 1};
+  static constexpr IpAddr group2_{239, 1, 1, 2};
+  static constexpr IpAddr source_{192, 0, 2, 1};
 
   struct Setup {
     IpAddr ipAddr = own_;
@@ -168,9 +170,8 @@ class TestBench : public ::testing::Test {
   };
 
   TestBench() {
-    Mox::virtualTimeIs(begin_);
+    freshWorld();
     srand48(1);
-    config_->querierVersionIs(igmpVersion3);
     Mox::eventLogSinkIs([this](const Mox::EventLogEntry& e) {
       events_.push_back({e.message.name, e.text, e.limited});
     });
@@ -207,6 +208,17 @@ class TestBench : public ::testing::Test {
     output_.reset();
     querier_ = nullptr;
   }
+  // As it was before the first start.
+  void freshWorld() {
+    release();
+    Mox::virtualTimeIs(begin_);
+    wheel_ = makePtr<Obel::TimerWheel>(begin_);
+    config_ = querierConfigFactory("vlan10");
+    config_->querierVersionIs(igmpVersion3);
+    status_ = querierStatusFactory();
+    attrLog_ = nullptr;
+    monitor_ = nullptr;
+  }
   // Another start on the same status, as after a restart of the process.
   QuerierSm& restart() {
     release();
@@ -214,6 +226,18 @@ class TestBench : public ::testing::Test {
   }
   // Specific queries are easier to tell without the general ones.
   void silenceGeneralQueries() { querier_->doSetTimer(QuerierSm::queryIntervalTimerId, never); }
+  // A querier that sends no general query by itself, and nothing collected of its start.
+  void startQuiet() {
+    release();
+    start();
+    silenceGeneralQueries();
+    forget();
+  }
+  // Of what was collected, traces and journal.
+  void forget() {
+    traces_.clear();
+    journal_.clear();
+  }
 
   Seconds now() const { return Mox::now(); }
   // Fires every timer at its time; then it is `until`.
@@ -310,8 +334,8 @@ class TestBench : public ::testing::Test {
     monitor_->iterUntilBufferCheckIs(1);
   }
 
-  Ptr<Obel::TimerWheel> wheel_ = makePtr<Obel::TimerWheel>(begin_);
-  Ptr<QuerierConfig> config_ = querierConfigFactory("vlan10");
+  Ptr<Obel::TimerWheel> wheel_;
+  Ptr<QuerierConfig> config_;
   Setup setup_;
   Ptr<AttrLogSocket> attrLog_;
   Ptr<GmpAttrLogSm> monitor_;
@@ -319,7 +343,7 @@ class TestBench : public ::testing::Test {
   std::vector<TracedLine> traces_;
   std::vector<LoggedEvent> events_;
   std::vector<std::string> journal_;
-  Ptr<QuerierStatus> status_ = statusNow();
+  Ptr<QuerierStatus> status_;
   Ptr<QuerierSm> querier_;
 
  private:
@@ -334,11 +358,6 @@ class TestBench : public ::testing::Test {
     TestBench& bench_;
   };
 
-  // The status keeps the time of its making.
-  static Ptr<QuerierStatus> statusNow() {
-    Mox::virtualTimeIs(begin_);
-    return querierStatusFactory();
-  }
   void collectSent(const QuerierSm& querier) {
     std::vector<U8> bytes;
     if (const auto& pkt = querier.sendPkt()) bytes.assign(pkt->data().begin(), pkt->data().end());
