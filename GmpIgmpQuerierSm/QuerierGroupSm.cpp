@@ -58,6 +58,30 @@ const QuerierConfig& QuerierGroupSm::config() const { return *querierSm().querie
 QuerierStatus& QuerierGroupSm::querierStatus() const { return *querierSm().querierStatus(); }
 bool QuerierGroupSm::attrLogClogged() const { return querierSm().attrLogClogged(); }
 
+void QuerierGroupSm::filterModeIs(IgmpFilterMode v) {
+  if (!ended()) groupStatus_->filterModeIs(v);
+}
+
+void QuerierGroupSm::compatibilityModeIs(IgmpVersion v) {
+  if (!ended()) groupStatus_->compatibilityModeIs(v);
+}
+
+void QuerierGroupSm::lastReporterIs(IpAddr v) {
+  if (!ended()) groupStatus_->lastReporterIs(v);
+}
+
+Seconds QuerierGroupSm::groupMembershipInterval() const {
+  return ended() ? 0.0 : querierStatus().groupMembershipInterval();
+}
+
+Seconds QuerierGroupSm::lastMemberQueryTime() const {
+  return ended() ? 0.0 : config().lastMemberQueryTime();
+}
+
+U32 QuerierGroupSm::lastMemberQueryCount() const {
+  return ended() ? 0 : config().lastMemberQueryCount();
+}
+
 Seconds QuerierGroupSm::membershipTimerRemaining() const {
   return membershipTimerState_ == timerDisabled ? never : membershipTimerExpiry_ - Mox::now();
 }
@@ -79,7 +103,7 @@ void QuerierGroupSm::doSetTimer(TimerId id, Seconds seconds) {
       membershipTimer_.timeMinIs(expiry);
       membershipTimerExpiryIs(expiry);
       membershipTimerStateIs(state);
-      groupStatus_->expiryTimeIs(expiry);
+      if (!ended()) groupStatus_->expiryTimeIs(expiry);
       return;
     case v1MembershipTimerId:
       v1MembershipTimer_.timeMinIs(expiry);
@@ -102,6 +126,7 @@ void QuerierGroupSm::doSetTimer(TimerId id, Seconds seconds) {
 // A querier that lost the election still owes the retransmissions it had begun. The last group to
 // finish them completes the hand-over.
 void QuerierGroupSm::finishPendingRexmit(TimerState rexmitState) {
+  if (ended()) return;
   QuerierSm& querier = querierSm();
   if (!querier.transitionToNonQuerier()) return;
   if (rexmitState == timerRunning) {
@@ -194,11 +219,10 @@ void QuerierGroupSm::handleMembershipTimer() {
     if (!sourceSm || sourceSm->sourceTimerState() != timerDisabled) continue;
     trace<3>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());
     rexmitSourceDel(addr);
-    sourceDel(addr);
-    if (ended()) return;  // an INCLUDE group goes with its last source
+    sourceDel(addr);  // an INCLUDE group goes with its last source
   }
   if (rexmitSource_.empty()) doSetTimer(rexmitTimerId, never);
-  groupStatus_->filterModeIs(filterModeInclude);
+  filterModeIs(filterModeInclude);
   if (ended() || !source_.empty()) return;
   trace<3>(machineTrace, "Deleting groupSm for group ", group_);
   querier->groupSmDel(group_);

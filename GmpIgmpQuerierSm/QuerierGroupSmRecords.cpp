@@ -76,17 +76,14 @@ bool QuerierGroupSm::applyRecord(U8 type, AddrList b) {
 }
 
 void QuerierGroupSm::allowSources(AddrList b) {
-  const Ptr<QuerierGroupSm> self(this);
-  for (const IpAddr addr : b) {
-    getOrCreateSourceSm(self, addr)->doSetTimer(groupMembershipInterval());
-  }
+  for (const IpAddr addr : b) sourceTimerIs(addr, groupMembershipInterval());
 }
 
 // Sources that go in this switch do not take the group along: the filter mode has changed by then.
 void QuerierGroupSm::includeIsExclude(AddrList b) {
-  groupStatus_->filterModeIs(filterModeExclude);
+  filterModeIs(filterModeExclude);
   for (const IpAddr addr : b) {
-    if (!source_.contains(addr)) getOrCreateSourceSm(this, addr)->doSetTimer(never);
+    if (!source_.contains(addr)) sourceTimerIs(addr, never);
   }
   deleteSourcesNotIn(b);
   doSetTimer(membershipTimerId, groupMembershipInterval());
@@ -99,12 +96,12 @@ void QuerierGroupSm::includeToInclude(AddrList b) {
 }
 
 void QuerierGroupSm::includeToExclude(AddrList b) {
-  groupStatus_->filterModeIs(filterModeExclude);
+  filterModeIs(filterModeExclude);
   for (const IpAddr addr : b) {
     if (source_.contains(addr)) {
       toRexmitState(addr);
     } else {
-      getOrCreateSourceSm(this, addr)->doSetTimer(never);
+      sourceTimerIs(addr, never);
     }
   }
   deleteSourcesNotIn(b);
@@ -122,21 +119,18 @@ void QuerierGroupSm::includeBlock(AddrList b) {
 void QuerierGroupSm::excludeIsExclude(AddrList b) {
   deleteSourcesNotIn(b);
   for (const IpAddr addr : b) {
-    if (!source_.contains(addr)) {
-      getOrCreateSourceSm(this, addr)->doSetTimer(groupMembershipInterval());
-    }
+    if (!source_.contains(addr)) sourceTimerIs(addr, groupMembershipInterval());
   }
   doSetTimer(membershipTimerId, groupMembershipInterval());
 }
 
 void QuerierGroupSm::excludeToInclude(AddrList b) {
-  const Ptr<QuerierGroupSm> self(this);
   const std::vector<IpAddr> a = source_.keys();
   allowSources(b);
   for (const IpAddr addr : a) {
     if (!isIn(b, addr)) toRexmitState(addr);
   }
-  rexmitGroupQueryIs(config().lastMemberQueryCount());
+  rexmitGroupQueryIs(lastMemberQueryCount());
   lowerMembershipTimer(lastMemberQueryTime());
   doSetTimer(rexmitTimerId, 0.0);
 }
@@ -157,9 +151,7 @@ void QuerierGroupSm::excludeBlock(AddrList b) {
 // asked about for that time.
 void QuerierGroupSm::excludeAsk(AddrList b) {
   for (const IpAddr addr : b) {
-    if (!source_.contains(addr)) {
-      getOrCreateSourceSm(this, addr)->doSetTimer(membershipTimerRemaining());
-    }
+    if (!source_.contains(addr)) sourceTimerIs(addr, membershipTimerRemaining());
     toRexmitState(addr);
   }
 }
@@ -167,7 +159,7 @@ void QuerierGroupSm::excludeAsk(AddrList b) {
 // Older hosts cannot name sources: with one present, the record counts as one without a list
 // (7.3.2).
 void QuerierGroupSm::olderHostsToExclude() {
-  groupStatus_->filterModeIs(filterModeExclude);
+  filterModeIs(filterModeExclude);
   sourceDelAll();
   rexmitSourceDelAll();
   doSetTimer(membershipTimerId, groupMembershipInterval());
@@ -195,6 +187,7 @@ void QuerierGroupSm::closeRecord() {
   } else if (rexmitTimerState_ != timerRunning) {
     doSetTimer(rexmitTimerId, config().lastMemberQueryInterval());
   }
+  if (ended()) return;
   if (groupStatus_->filterMode() == filterModeInclude && source_.empty()) {
     trace<3>(machineTrace, "Deleting groupSm for group ", group_);
     querierSm().groupSmDel(group_);

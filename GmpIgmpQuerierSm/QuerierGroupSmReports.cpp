@@ -11,10 +11,11 @@ using Mox::trace;
 // members for a group membership interval.
 void QuerierGroupSm::handleRxV1Report() {
   trace<8>(machineTrace, *this, "::", "handleRxV1Report", "()");
-  groupStatus_->compatibilityModeIs(igmpVersion1);
+  const IpAddr reporter = querierSm().pktSrc();
+  compatibilityModeIs(igmpVersion1);
   doSetTimer(v1MembershipTimerId, groupMembershipInterval());
-  groupStatus_->filterModeIs(filterModeExclude);
-  groupStatus_->lastReporterIs(querierSm().pktSrc());
+  filterModeIs(filterModeExclude);
+  lastReporterIs(reporter);
   sourceDelAll();
   rexmitSourceDelAll();
   doSetTimer(membershipTimerId, groupMembershipInterval());
@@ -26,12 +27,10 @@ void QuerierGroupSm::handleRxV1Report() {
 // timer, and the queries still due can only find more members.
 void QuerierGroupSm::handleRxV2Report() {
   trace<8>(machineTrace, *this, "::", "handleRxV2Report", "()");
-  groupStatus_->lastReporterIs(querierSm().pktSrc());
-  if (groupStatus_->compatibilityMode() != igmpVersion1) {
-    groupStatus_->compatibilityModeIs(igmpVersion2);
-  }
+  lastReporterIs(querierSm().pktSrc());
+  if (groupStatus_->compatibilityMode() != igmpVersion1) compatibilityModeIs(igmpVersion2);
   doSetTimer(v2MembershipTimerId, groupMembershipInterval());
-  groupStatus_->filterModeIs(filterModeExclude);
+  filterModeIs(filterModeExclude);
   sourceDelAll();
   rexmitSourceDelAll();
   doSetTimer(membershipTimerId, groupMembershipInterval());
@@ -44,9 +43,9 @@ void QuerierGroupSm::handleRxLeave() {
   if (groupStatus_->compatibilityMode() == igmpVersion1) {
     return;  // version 1 hosts leave silently: with one present, a leave proves nothing (7.3.2)
   }
-  for (const auto& [addr, sourceSm] : source_) toRexmitState(addr);
+  askSourcesNotIn({});
   if (groupStatus_->filterMode() == filterModeExclude) {
-    rexmitGroupQueryIs(config().lastMemberQueryCount());
+    rexmitGroupQueryIs(lastMemberQueryCount());
     lowerMembershipTimer(lastMemberQueryTime());
   }
   doSetTimer(rexmitTimerId, 0.0);  // the first query leaves at the next turn of the wheel

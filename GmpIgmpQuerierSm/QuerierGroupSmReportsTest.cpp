@@ -243,6 +243,26 @@ TEST_F(QuerierGroupSmReportsTest, unansweredLeavesEndTheGroupAfterTheLastMemberQ
   EXPECT_FALSE(groupExists());
 }
 
+TEST_F(QuerierGroupSmReportsTest, aLeaveAsksAboutEachSourceThatStaysWhileOthersGo) {
+  const Ptr<QuerierGroupSm> sm = exclude({});
+  std::vector<IpAddr> staying;
+  std::vector<IpAddr> going;
+  std::vector<std::unique_ptr<Once<QuerierSourceStatus>>> listeners;
+  const auto removeThem = [&] {
+    for (const IpAddr addr : going) sm->sourceDel(addr);
+  };
+  for (U8 i = 0; i < 100; ++i) {
+    const IpAddr addr(10, 7, 1, i);
+    getOrCreateSourceSm(sm, addr)->doSetTimer(200.0);
+    (i % 2 == 0 ? staying : going).push_back(addr);
+    listeners.push_back(
+        std::make_unique<Once<QuerierSourceStatus>>(sourceStatus(addr), "expiryTime", removeThem));
+  }
+  hearLeave(group_);
+  EXPECT_EQ(rexmitSources(), staying);
+  EXPECT_EQ(sm->source().size(), staying.size());
+}
+
 TEST_F(QuerierGroupSmReportsTest, aQuerierReleasedWhileAReportIsHandledFinishesIt) {
   const Ptr<Sm> sm = include({{s1_, 50.0}});
   const Ptr<QuerierGroupStatus> status = sm->groupStatus();

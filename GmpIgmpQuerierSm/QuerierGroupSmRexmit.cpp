@@ -31,7 +31,8 @@ void QuerierGroupSm::toRexmitState(IpAddr addr) {
   }
   trace<6>(machineTrace, "Setting number of retransmits of ", addr, " to ", count);
   sourceSm->rexmitsIs(count);
-  rexmitSourceIs(addr, true);
+  // Whoever was told of these changes may have removed the source: nobody asks about it then.
+  if (!sourceSm->ended()) rexmitSourceIs(addr, true);
 }
 
 void QuerierGroupSm::handleRexmitTimer() {
@@ -46,12 +47,12 @@ void QuerierGroupSm::handleRexmitTimer() {
     return;
   }
   trace<6>(machineTrace, "Rexmit Timer for ", group_, " on ", vlan(), " expired");
-  sendGroupSpecificQuery(querier.get(), group_);
+  if (rexmitGroupQuery_ != 0) sendGroupSpecificQuery(querier.get(), group_);
   if (ended()) return;  // who transmits the query may have ended the group at once
   if (querier->querierStatus()->state() != QuerierStatus::querierStateQuerier) {
     trace<6>(machineTrace, "Don't send query because we are not the querier");
   } else if (groupStatus_->compatibilityMode() == igmpVersion3) {
-    sendSourceQueries();
+    sendSourceQueries(*querier);
   }
   if (ended()) return;
   if (config().lastMemberQueryInterval() == 0.0) {
@@ -68,13 +69,15 @@ void QuerierGroupSm::handleRexmitTimer() {
 // Sources that are about to time out are asked about with the S flag clear. Those that hosts have
 // confirmed meanwhile are asked about with the S flag set, once no group-specific query is due:
 // other routers must not lower their timers for them.
-void QuerierGroupSm::sendSourceQueries() {
+void QuerierGroupSm::sendSourceQueries(QuerierSm& querier) {
+  requireOwnAddress(querier);  // before any count moves
   const Seconds limit = lastMemberQueryTime();
   std::vector<IpAddr> clear;
   std::vector<IpAddr> set;
   for (const IpAddr addr : rexmitSource_.keys()) {
     const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
-    if (!sourceSm) {
+    // Gone, or gone and made anew meanwhile: it owes nothing any more.
+    if (!sourceSm || sourceSm->rexmits() == 0) {
       rexmitSourceDel(addr);
       continue;
     }
@@ -83,15 +86,16 @@ void QuerierGroupSm::sendSourceQueries() {
     } else if (rexmitGroupQuery_ == 0) {
       set.push_back(addr);
     }
-    trace<6>(machineTrace, "Decrementing retransmissions for source ", addr, " on ", vlan());
+    trace<6>(machineTrace, "Decrementing retransmissions for source ", addr, " on ",
+             querier.name());
     sourceSm->rexmitsDec(1);
     if (sourceSm->rexmits() == 0) {
-      trace<6>(machineTrace, "Final retransmission for source ", addr, " on ", vlan(),
+      trace<6>(machineTrace, "Final retransmission for source ", addr, " on ", querier.name(),
                " removing from list");
       rexmitSourceDel(addr);
     }
   }
-  sendGroupAndSourceSpecificQuery(&querierSm(), group_, clear, set);
+  if (!ended()) sendGroupAndSourceSpecificQuery(&querier, group_, clear, set);
 }
 
 }  // namespace Gmp::Igmp

@@ -1,6 +1,10 @@
 // Specific queries and their retransmission: what is asked, how often, with which flag, and when
 // not.
+#include <cstdio>
+
 #include "GroupBench.h"
+
+#include <Mox/Fatal.h>
 
 namespace Gmp::Igmp::testing {
 
@@ -9,6 +13,9 @@ namespace {
 using Sm = QuerierGroupSm;
 using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
+
+const std::string groupQuery =
+    "void Gmp::Igmp::sendGroupSpecificQuery(Gmp::Igmp::QuerierSm*, Ilvo::IpAddr)";
 
 class QuerierGroupSmRexmitTest : public GroupBench {
  protected:
@@ -95,71 +102,6 @@ TEST_F(QuerierGroupSmRexmitTest, withOlderHostsSourcesAreNotAskedAbout) {
     EXPECT_EQ(traced("Don't send query because we are not the querier"), 0U);
     querier_->groupSmDel(group_);
   }
-}
-
-TEST_F(QuerierGroupSmRexmitTest, toRexmitStateLowersAHighTimer) {
-  const Ptr<Sm> sm = exclude({{s1_, 200.0}});
-  sm->toRexmitState(s1_);
-  EXPECT_EQ(timerOf(s1_), lmqt_);
-  EXPECT_EQ(sourceSm(s1_)->rexmits(), 2U);
-  EXPECT_THAT(rexmitSources(), ElementsAre(s1_));
-  EXPECT_EQ(rexmitTimer(), never) << "the caller arms the timer";
-  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::toRexmitState( 10.7.0.1 )"), 1U);
-  EXPECT_EQ(traced("Setting number of retransmits of 10.7.0.1 to 2"), 1U);
-}
-
-TEST_F(QuerierGroupSmRexmitTest, toRexmitStateLeavesALowTimerAndAsks) {
-  const Ptr<Sm> sm = exclude({{s1_, 1.0}});
-  sm->toRexmitState(s1_);
-  EXPECT_EQ(timerOf(s1_), 1.0);
-  EXPECT_EQ(sourceSm(s1_)->rexmits(), 2U);
-  EXPECT_THAT(rexmitSources(), ElementsAre(s1_));
-}
-
-TEST_F(QuerierGroupSmRexmitTest, toRexmitStateDoesNotRestartASourceAlreadyAskedAbout) {
-  const Ptr<Sm> sm = exclude({{s1_, 1.0}});
-  sm->rexmitSourceIs(s1_, true);
-  sourceSm(s1_)->rexmitsIs(1);
-  sm->toRexmitState(s1_);
-  EXPECT_EQ(sourceSm(s1_)->rexmits(), 1U);
-  EXPECT_EQ(tracedBegin("Setting number of retransmits"), 0U);
-}
-
-TEST_F(QuerierGroupSmRexmitTest, toRexmitStateRestartsASourceWhoseTimerIsAtOrAboveTheLimit) {
-  for (const Seconds left : {2.0, 2.5}) {
-    const Ptr<Sm> sm = exclude({{s1_, left}});
-    sm->rexmitSourceIs(s1_, true);
-    sourceSm(s1_)->rexmitsIs(1);
-    sm->toRexmitState(s1_);
-    EXPECT_EQ(sourceSm(s1_)->rexmits(), 2U);
-    EXPECT_EQ(timerOf(s1_), lmqt_);
-  }
-}
-
-TEST_F(QuerierGroupSmRexmitTest, aSourceWithADisabledTimerIsNeverAskedAbout) {
-  const Ptr<Sm> sm = exclude({{s1_, never}});
-  sm->toRexmitState(s1_);
-  EXPECT_TRUE(rexmitSources().empty());
-  EXPECT_EQ(timerOf(s1_), never);
-  hearRecord(changeToExclude, group_, {s1_});
-  runFor(10.0);
-  EXPECT_TRUE(takeSent().empty());
-}
-
-TEST_F(QuerierGroupSmRexmitTest, toRexmitStateIgnoresASourceThatIsNotThere) {
-  const Ptr<Sm> sm = exclude({});
-  sm->toRexmitState(s1_);
-  EXPECT_TRUE(rexmitSources().empty());
-  EXPECT_FALSE(sourceExists(s1_));
-}
-
-TEST_F(QuerierGroupSmRexmitTest, withACountOfZeroTheSourceTimerRunsOutAtOnce) {
-  config_->lastMemberQueryCountIs(0);
-  const Ptr<Sm> sm = exclude({{s1_, 200.0}});
-  sm->toRexmitState(s1_);
-  EXPECT_EQ(timerOf(s1_), 0.0);
-  EXPECT_TRUE(rexmitSources().empty());
-  EXPECT_EQ(sourceSm(s1_)->rexmits(), 0U);
 }
 
 TEST_F(QuerierGroupSmRexmitTest, droppedSourcesAreAskedAboutUntilTheyGo) {
@@ -352,12 +294,53 @@ TEST_F(QuerierGroupSmRexmitTest, aQuerierWithoutAddressMustNotAskAboutSources) {
   EXPECT_DEATH(sm->handleRexmitTimer(), "q->ipAddr\\(\\) != Ilvo::IpAddr::ipAddrZero\\(\\)");
 }
 
+// What the failing querier still owes, as its last word says it.
+const Sm* failing = nullptr;
+void sayWhatIsOwed() {
+  std::string owed;
+  for (const auto& [addr, sourceSm] : failing->source()) {
+    owed += addr.stringValue() + " owes " + std::to_string(sourceSm->rexmits());
+  }
+  std::fprintf(stderr, "%s of %zu\n", owed.c_str(), failing->rexmitSource().size());
+}
+
+TEST_F(QuerierGroupSmRexmitTest, withoutAnAddressNoCountMoves) {
+  const Ptr<Sm> sm = exclude({{s1_, 1.0}});
+  owe(sm, {s1_}, 1);
+  querier_->ipAddrIs(IpAddr());
+  failing = sm.get();
+  Mox::fatalHookIs(sayWhatIsOwed);
+  EXPECT_DEATH(sm->handleRexmitTimer(), "10.7.0.1 owes 1 of 1");
+  Mox::fatalHookIs(nullptr);
+}
+
 TEST_F(QuerierGroupSmRexmitTest, aRunWithNothingOwedSendsNothing) {
   const Ptr<Sm> sm = exclude({{s1_, 200.0}});
   sm->doSetTimer(Sm::rexmitTimerId, 0.0);
   runFor(0.0);
   EXPECT_TRUE(takeSent().empty());
   EXPECT_EQ(status_->v3GSQueriesSent(), 0U);
+  EXPECT_EQ(tracedBegin(groupQuery), 0U);
+}
+
+TEST_F(QuerierGroupSmRexmitTest, eachOwedGroupQueryIsTraced) {
+  exclude({});
+  hearLeave(group_);
+  runFor(10.0);
+  EXPECT_EQ(traced(groupQuery), 2U);
+}
+
+TEST_F(QuerierGroupSmRexmitTest, aSourceMadeAnewOwesNothing) {
+  const Ptr<Sm> sm = exclude({{s1_, 50.0}, {s2_, 1.0}});
+  owe(sm, {s1_, s2_});
+  sm->sourceDel(s1_);
+  getOrCreateSourceSm(sm, s1_)->doSetTimer(50.0);
+  runFor(0.0);
+  const std::vector<SentQuery> sent = takeSent();
+  ASSERT_EQ(sent.size(), 1U);
+  EXPECT_THAT(sent[0].sources(), ElementsAre(s2_));
+  EXPECT_EQ(sourceSm(s1_)->rexmits(), 0U);
+  EXPECT_THAT(rexmitSources(), ElementsAre(s2_));
 }
 
 TEST_F(QuerierGroupSmRexmitTest, theGroupMayBeEndedByWhoTransmitsTheQuery) {

@@ -18,9 +18,17 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& whe
     return found;
   }
   Ptr<QuerierGroupSourceSm> added = QuerierGroupSourceSmIs(addr, wheel, this);
+  if (ended()) {  // by who was told of the source's status entry
+    added->end();
+    return added;
+  }
   source_.insert(addr, added);
   handleSource(addr);
   return added;
+}
+
+void QuerierGroupSm::sourceTimerIs(IpAddr addr, Seconds seconds) {
+  if (!ended()) getOrCreateSourceSm(this, addr)->doSetTimer(seconds);
 }
 
 void QuerierGroupSm::sourceDel(IpAddr addr) {

@@ -24,8 +24,10 @@ Seconds QuerierGroupSourceSm::sourceTimerRemaining() const {
   return sourceTimerState_ == timerDisabled ? never : sourceTimerExpiry_ - Mox::now();
 }
 
+bool QuerierGroupSourceSm::ended() const { return groupSm_ == nullptr || groupSm_->ended(); }
+
 void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
-  if (groupSm_ == nullptr) return;
+  if (ended()) return;
   trace<8>(machineTrace, *this, "::", "doSetTimer", "( ", seconds, " )");
   Seconds expiry = never;
   TimerState state = timerDisabled;
@@ -36,13 +38,14 @@ void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
     expiry = Mox::now() + seconds;
     state = timerRunning;
   }
+  if (ended()) return;  // by who was told of the flag
   trace<6>(machineTrace, *this, "::", "doSetTimer", ": Setting source timer for ", groupSm_->vlan(),
            ":", groupSm_->group(), ":", addr_, " to expire in ", seconds, " @ ", expiry);
   sourceTimer_.timeMinIs(expiry);
   sourceTimerExpiryIs(expiry);
   sourceTimerStateIs(state);
   // While readers lag, only the flag goes out: the exact time is worth less than room in the log.
-  if (groupSm_->attrLogClogged()) return;
+  if (ended() || groupSm_->attrLogClogged()) return;
   sourceStatus_->expiryTimeIs(expiry);
 }
 
@@ -58,7 +61,7 @@ void QuerierGroupSourceSm::handleInitialized() {
     trace<6>(machineTrace, *this, "::", "handleInitialized", "()", ": add source ", addr_,
              " to status");
     status = groupStatus.sourceIs(addr_);
-    status->creationTimeIs(Mox::now());
+    if (!ended()) status->creationTimeIs(Mox::now());
   }
   sourceStatus_ = std::move(status);
   doSetTimer(never);
@@ -78,7 +81,7 @@ void QuerierGroupSourceSm::handleSourceTimer() {
     return;
   }
   doSetTimer(never);
-  if (groupSm_ == nullptr || group->groupStatus()->filterMode() != filterModeInclude) return;
+  if (ended() || group->groupStatus()->filterMode() != filterModeInclude) return;
   trace<3>(machineTrace, "Removing source ", addr_, " for ", group->group(), " on ", group->vlan());
   group->rexmitSourceDel(addr_);
   group->sourceDel(addr_);

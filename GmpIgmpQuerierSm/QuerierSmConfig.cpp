@@ -46,7 +46,10 @@ void QuerierSm::handleQuerierVersion() {
   const IgmpVersion configured = querierConfig()->querierVersion();
   trace<6>(machineTrace, *this, ": querier version is ", configured);
   querierStatus_->querierVersionIs(configured);
-  for (const auto& [group, groupSm] : groupSm_) groupSm->handleQuerierVersion();
+  // Whoever is told of a group's new mode may end groups: the walk is one over their addresses.
+  for (const IpAddr group : groupSm_.keys()) {
+    if (const Ptr<QuerierGroupSm> sm = groupSm(group)) sm->handleQuerierVersion();
+  }
 }
 
 void QuerierSm::handleQueryInterval() {

@@ -1,3 +1,4 @@
+#include "Once.h"
 #include "TestBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -55,7 +56,7 @@ TEST_F(QuerierSmConfig, RobustnessIsTracedAndTakenOverAndTouchesNoTimer) {
 TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
   start();
   hearV2Report(group_);
-  hearRecord(4, IpAddr(239, 1, 1, 2));
+  hearRecord(4, group2_);
   traces_.clear();
   config_->querierVersionIs(igmpVersion1);
   EXPECT_EQ(traced("QuerierSm( vlan10 )::handleQuerierVersion()"), 1u);
@@ -265,6 +266,21 @@ TEST_F(QuerierSmConfig, SwitchingSendingOffActsBeforeTheInstanceIsInitializedToo
   querier_->initializedIs(false);
   config_->sendQueryIs(false);
   EXPECT_EQ(status_->state(), Status::querierStateNonQuerier);
+}
+
+TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstHearsOfANewVersion) {
+  start();
+  std::vector<std::unique_ptr<Once<QuerierGroupStatus>>> listeners;
+  for (U8 i = 0; i < 100; ++i) {
+    const IpAddr group(239, 2, 0, i);
+    hearRecord(4, group);
+    listeners.push_back(std::make_unique<Once<QuerierGroupStatus>>(
+        groupStatus(group), "compatibilityMode", [&] { querier_->groupSmDelAll(); }));
+  }
+  config_->querierVersionIs(igmpVersion2);
+  EXPECT_TRUE(querier_->groupSm().empty());
+  EXPECT_EQ(std::count_if(listeners.begin(), listeners.end(), [](auto& l) { return l->acted(); }),
+            1);
 }
 
 TEST_F(QuerierSmConfig, OtherAttributesHaveNoHandler) {

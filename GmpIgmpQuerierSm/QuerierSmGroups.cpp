@@ -118,6 +118,7 @@ void QuerierSm::handleQuerierGroupStatus(IpAddr group) {
   trace<6>(machineTrace, *this, "::", "handleQuerierGroupStatus", "()", ": processing group ",
            group);
   if (dropStaleGroup(*status)) return;
+  if (querierStatus_->group(group) != status) return;  // dropped by who was told of a source
   const Wheel& wheel = queryIntervalTimer();
   const Ptr<QuerierGroupSm> groupSm = groupSmIs(group, wheel, wheel, wheel, wheel);
   rebuildTimers(groupSm, *status);
@@ -128,7 +129,8 @@ void QuerierSm::handleQuerierGroupStatus(IpAddr group) {
 bool QuerierSm::dropStaleGroup(QuerierGroupStatus& status) {
   if (status.filterMode() != filterModeInclude) return false;
   for (const IpAddr source : status.source().keys()) {
-    if (!status.source(source)->expired()) continue;
+    const Ptr<QuerierSourceStatus> entry = status.source(source);
+    if (!entry || !entry->expired()) continue;
     trace<6>(machineTrace, "Delete source ", source, " from status");
     status.sourceDel(source);
   }
@@ -156,7 +158,9 @@ void QuerierSm::rebuildSources(const Ptr<QuerierGroupSm>& groupSm,
                                const QuerierGroupStatus& status) {
   const Seconds lease = querierStatus_->groupMembershipInterval();
   for (const IpAddr addr : status.source().keys()) {
-    const bool expired = status.source(addr)->expired();  // the machine's creation sets it
+    const Ptr<QuerierSourceStatus> source = status.source(addr);
+    if (!source || groupSm->ended()) continue;  // removed by who was told of another one
+    const bool expired = source->expired();     // the machine's creation sets it
     const Ptr<QuerierGroupSourceSm> sourceSm = getOrCreateSourceSm(groupSm, addr);
     if (!expired) sourceSm->doSetTimer(lease);
   }

@@ -1,4 +1,5 @@
 // What a rebuilt group looks like, and the restart of a querier on the status of the one before it.
+#include "Once.h"
 #include "TestBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -12,7 +13,6 @@ namespace {
 
 class QuerierSmRebuild : public TestBench {
  protected:
-  static constexpr IpAddr source_{192, 0, 2, 1};
   static constexpr IpAddr source2_{192, 0, 2, 2};
   static constexpr Seconds lease_ = 260.0;  // 2 * 125 + 10
 
@@ -104,6 +104,64 @@ TEST_F(QuerierSmRebuild, AnIncludeGroupThatLosesItsLastSourceGoesWithoutAMachine
               ElementsAre("status.querierVersion igmpVersion3", "status.group 239.1.1.1"));
 }
 
+TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheOthers) {
+  preload(filterModeInclude);
+  preloadSource(source_, true);
+  preloadSource(source2_, true);
+  const Ptr<QuerierGroupStatus> entry = status_->group(group_);
+  Once<QuerierGroupStatus> once(entry, "source", [&] { entry->sourceDelAll(); });
+  config_->sendQueryIs(false);
+  start();
+  EXPECT_TRUE(once.acted());
+  EXPECT_EQ(status_->group(group_), nullptr);
+  EXPECT_TRUE(querier_->groupSm().empty());
+}
+
+TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheGroup) {
+  preload(filterModeInclude);
+  preloadSource(source_, true);
+  preloadSource(source2_, false);
+  Once<QuerierGroupStatus> once(status_->group(group_), "source",
+                                [&] { status_->groupDel(group_); });
+  config_->sendQueryIs(false);
+  start();
+  EXPECT_TRUE(once.acted());
+  EXPECT_EQ(status_->group(group_), nullptr);
+  EXPECT_TRUE(querier_->groupSm().empty());
+}
+
+TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayRemoveTheOthers) {
+  preload(filterModeExclude);
+  preloadSource(source_, false);
+  preloadSource(source2_, false);
+  const Ptr<QuerierGroupStatus> entry = status_->group(group_);
+  const auto removeOther = [&](IpAddr other) { return [&, other] { entry->sourceDel(other); }; };
+  Once<QuerierSourceStatus> first(entry->source(source_), "expired", removeOther(source2_));
+  Once<QuerierSourceStatus> second(entry->source(source2_), "expired", removeOther(source_));
+  const QuerierGroupSm& sm = rebuild();
+  EXPECT_NE(first.acted(), second.acted());
+  EXPECT_EQ(sm.source().size(), 1u);
+  EXPECT_EQ(sm.source().keys(), entry->source().keys());
+}
+
+TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayEndTheGroup) {
+  preload(filterModeExclude);
+  preloadSource(source_, false);
+  preloadSource(source2_, false);
+  config_->sendQueryIs(false);
+  setup_.debugYieldAfterOne = true;
+  status_->groupIs(IpAddr(239, 0, 0, 1))->filterModeIs(filterModeExclude);
+  start();  // rebuilds the one before it
+  const auto endIt = [&] { querier_->groupSmDel(group_); };
+  const Ptr<QuerierGroupStatus> entry = status_->group(group_);
+  Once<QuerierSourceStatus> first(entry->source(source_), "expired", endIt);
+  Once<QuerierSourceStatus> second(entry->source(source2_), "expired", endIt);
+  runFor(0.0);
+  EXPECT_NE(first.acted(), second.acted());
+  EXPECT_EQ(groupSm(group_), nullptr);
+  EXPECT_EQ(status_->group(group_), nullptr);
+}
+
 TEST_F(QuerierSmRebuild, AnExcludeGroupWithoutSourcesStays) {
   preload(filterModeExclude);
   EXPECT_TRUE(rebuild().source().empty());
@@ -111,10 +169,10 @@ TEST_F(QuerierSmRebuild, AnExcludeGroupWithoutSourcesStays) {
 
 TEST_F(QuerierSmRebuild, WalkGoesOnBehindAStaleGroup) {
   preload(filterModeInclude);
-  status_->groupIs(IpAddr(239, 1, 1, 2))->filterModeIs(filterModeExclude);
+  status_->groupIs(group2_)->filterModeIs(filterModeExclude);
   config_->sendQueryIs(false);
   start();
-  EXPECT_THAT(querier_->groupSm().keys(), ElementsAre(IpAddr(239, 1, 1, 2)));
+  EXPECT_THAT(querier_->groupSm().keys(), ElementsAre(group2_));
 }
 
 TEST_F(QuerierSmRebuild, CompatibilityIsThatOfTheQuerierWhenTheMachineIsMade) {
@@ -171,13 +229,13 @@ TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWhenNobodyReports) {
 TEST_F(QuerierSmRebuild, ARestartTakesTheGroupsOver) {
   start();
   hearRecord(2, group_, {source_, source2_});
-  hearRecord(1, IpAddr(239, 1, 1, 2), {source_});
+  hearRecord(1, group2_, {source_});
   runFor(100.0);
   restart();
-  EXPECT_THAT(querier_->groupSm().keys(), UnorderedElementsAre(group_, IpAddr(239, 1, 1, 2)));
+  EXPECT_THAT(querier_->groupSm().keys(), UnorderedElementsAre(group_, group2_));
   EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now() + lease_);
   EXPECT_THAT(groupSm(group_)->source().keys(), UnorderedElementsAre(source_, source2_));
-  EXPECT_EQ(groupSm(IpAddr(239, 1, 1, 2))->source(source_)->sourceTimerExpiry(), now() + lease_);
+  EXPECT_EQ(groupSm(group2_)->source(source_)->sourceTimerExpiry(), now() + lease_);
 }
 
 TEST_F(QuerierSmRebuild, ARestartOnAQuerierStatusSendsAtOnceAndAgainWithinTenSeconds) {

@@ -31,10 +31,10 @@ Ptr<Pkt> packetFor(const QuerierSm& querier, size_t bytes) {
 
 // Other routers lower their timers to the last member query time when they hear a specific query,
 // unless the S flag says that hosts have confirmed the group meanwhile (RFC 3376 6.6.3.1).
-bool suppressFor(const QuerierSm& querier, IpAddr group) {
-  if (group.isZero()) return false;
-  const Ptr<QuerierGroupSm> groupSm = querier.groupSm(group);
-  return groupSm->membershipTimerRemaining() > querier.querierConfig()->lastMemberQueryTime();
+// A general query, which has no group, never sets it.
+bool suppressFor(const QuerierSm& querier, const QuerierGroupSm* group) {
+  const QuerierConfig& config = *querier.querierConfig();
+  return group != nullptr && group->membershipTimerRemaining() > config.lastMemberQueryTime();
 }
 
 void fillV3(const QuerierSm& querier, IgmpV3QueryHdr& hdr, double maxResponseSeconds, IpAddr group,
@@ -94,16 +94,17 @@ void sendQuery(QuerierSm* querier, double maxResponseSeconds, IpAddr group) {
     trace<6>(igmpPacketTrace, "Don't send query because we are not the querier");
     return;
   }
+  const bool general = group.isZero();
+  const Ptr<QuerierGroupSm> groupSm = general ? nullptr : querier->groupSm(group);
   querier->dstGroupIs(group);
-  const IgmpVersion version = group.isZero()
-                                  ? status->querierVersion()
-                                  : querier->groupSm(group)->groupStatus()->compatibilityMode();
+  const IgmpVersion version =
+      general ? status->querierVersion() : groupSm->groupStatus()->compatibilityMode();
   const bool v3 = version == igmpVersion3;
   Ptr<Pkt> pkt = packetFor(*querier, v3 ? IgmpV3QueryHdr::bytes : IgmpV12Hdr::bytes);
   if (!pkt) return;
   if (v3) {
     IgmpV3QueryHdr hdr(*pkt);
-    fillV3(*querier, hdr, maxResponseSeconds, group, suppressFor(*querier, group));
+    fillV3(*querier, hdr, maxResponseSeconds, group, suppressFor(*querier, groupSm.get()));
     hdr.checksumUpdate(IgmpV3QueryHdr::bytes);
     trace<6>(igmpPacketTrace, "Querier ", querier->name(), " sending query from ",
              querier->ipAddr(), " with", hdr.text());
@@ -173,12 +174,16 @@ bool sendGroupAndSourceSpecificQueryHelper(QuerierSm* querier, IpAddr group,
   return true;
 }
 
+void requireOwnAddress(const QuerierSm& querier, Mox::Place where) {
+  Mox::fatalUnless(!querier.ipAddr().isZero(), machineModelFile,
+                   "q->ipAddr() != Ilvo::IpAddr::ipAddrZero()", where);
+}
+
 void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,
                                      std::vector<IpAddr>& sFlagClear,
                                      std::vector<IpAddr>& sFlagSet) {
   const Ptr<QuerierSm> alive(querier);
-  Mox::fatalUnless(!querier->ipAddr().isZero(), machineModelFile,
-                   "q->ipAddr() != Ilvo::IpAddr::ipAddrZero()");
+  requireOwnAddress(*querier);
   // Without a packet, what is left goes out with the next retransmission, if one is due.
   while (!sFlagClear.empty()) {
     if (!sendGroupAndSourceSpecificQueryHelper(querier, group, sFlagClear, false)) break;

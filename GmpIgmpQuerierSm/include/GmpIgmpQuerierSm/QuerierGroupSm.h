@@ -168,11 +168,22 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
     AddrSet set;
   };
   DeclaredSets& declaredSets() const;
-  Seconds groupMembershipInterval() const { return querierStatus().groupMembershipInterval(); }
-  Seconds lastMemberQueryTime() const { return config().lastMemberQueryTime(); }
+
+  // Whoever is told of a change may end the group in the middle of a handler. What the handler does
+  // then goes nowhere: these write and arm nothing, as doSetTimer does, and the owner's values are
+  // none.
+  void filterModeIs(IgmpFilterMode v);
+  void compatibilityModeIs(IgmpVersion v);
+  void lastReporterIs(IpAddr v);
+  // Makes the source if it is not there.
+  void sourceTimerIs(IpAddr addr, Seconds seconds);
+  Seconds groupMembershipInterval() const;
+  Seconds lastMemberQueryTime() const;
+  U32 lastMemberQueryCount() const;
+
   void finishPendingRexmit(TimerState rexmitState);
   void lowerMembershipTimer(Seconds limit);
-  void sendSourceQueries();
+  void sendSourceQueries(QuerierSm& querier);
   bool owesQueries() const { return rexmitGroupQuery_ != 0 || !rexmitSource_.empty(); }
 
   // The record table (RFC 3376 6.4), by filter mode and record type. B are the record's sources

@@ -49,6 +49,8 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   bool initialized() const { return initialized_; }
   // The owner; null once the source has been removed from it.
   QuerierGroupSm* groupSm() const { return groupSm_; }
+  // It was removed from its group, or the group has ended.
+  bool ended() const;
 
   // Moves the timer to another wheel with its time.
   void sourceTimerIs(Wheel wheel) { sourceTimer_.wheelIs(std::move(wheel)); }

@@ -7,6 +7,7 @@
 #include <GmpIgmpQuerier/Types.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Mox/Export.h>
+#include <Mox/Place.h>
 
 namespace Gmp::Igmp {
 
@@ -24,6 +25,9 @@ MOX_PUBLIC void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
 // list, which loses them. False when no packet could be had: nothing is sent or removed then.
 MOX_PUBLIC bool sendGroupAndSourceSpecificQueryHelper(QuerierSm* querier, IpAddr group,
                                                       std::vector<IpAddr>& sources, bool sFlag);
+
+// Who asks about sources has an address: other routers compare it with theirs. Fatal without one.
+MOX_PUBLIC void requireOwnAddress(const QuerierSm& querier, Mox::Place where = Mox::Place::here());
 
 // As many of these queries as the two lists need: first those with the S flag clear.
 MOX_PUBLIC void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,

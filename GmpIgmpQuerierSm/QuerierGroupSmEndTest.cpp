@@ -1,0 +1,131 @@
+// The end of a group or of its sources in the middle of a handler, by whoever is told of what the
+// handler does: nothing is armed or written for what has ended, and what is left stays whole.
+#include "NotificationBench.h"
+
+namespace Gmp::Igmp::testing {
+
+namespace {
+
+class QuerierGroupSmEnd : public NotificationBench {
+ protected:
+  // Where a group may stand when it is hit: with two wanted sources and, in EXCLUDE mode, an
+  // unwanted one; asked about or not.
+  struct State {
+    IgmpFilterMode mode;
+    IgmpVersion compatibility;
+    bool asking;
+  };
+  static std::vector<State> states() {
+    std::vector<State> all;
+    for (const auto mode : {filterModeInclude, filterModeExclude}) {
+      for (const auto version : {igmpVersion1, igmpVersion2, igmpVersion3}) {
+        for (const bool asking : {false, true}) all.push_back({mode, version, asking});
+      }
+    }
+    return all;
+  }
+
+  void prepare(const State& state) {
+    startQuiet();
+    const Ptr<QuerierGroupSm> sm = getOrCreateGroupSm(querier_, group_);
+    sm->groupStatus()->filterModeIs(state.mode);
+    getOrCreateSourceSm(sm, source_)->doSetTimer(1.5);
+    getOrCreateSourceSm(sm, host_)->doSetTimer(100.0);
+    if (state.mode == filterModeExclude) {
+      getOrCreateSourceSm(sm, lower_);
+      sm->doSetTimer(QuerierGroupSm::membershipTimerId, 2.5);
+    }
+    if (state.compatibility == igmpVersion1) {
+      sm->doSetTimer(QuerierGroupSm::v1MembershipTimerId, 1.25);
+    }
+    sm->groupStatus()->compatibilityModeIs(state.compatibility);
+    if (state.asking) hearLeave(group_);
+  }
+
+  // Each machine has its status entry and the reverse, and each armed timer its machine.
+  void expectWhole() const {
+    size_t armed = 0;
+    for (const auto& [addr, sm] : querier_->groupSm()) {
+      ASSERT_EQ(sm->groupStatus(), status_->group(addr));
+      armed += sm->membershipTimerState() == timerRunning ? 1U : 0U;
+      armed += sm->v1MembershipTimerState() == timerRunning ? 1U : 0U;
+      armed += sm->v2MembershipTimerState() == timerRunning ? 1U : 0U;
+      armed += sm->rexmitTimerState() == timerRunning ? 1U : 0U;
+      EXPECT_EQ(sm->source().size(), sm->groupStatus()->source().size());
+      for (const auto& [source, sourceSm] : sm->source()) {
+        EXPECT_EQ(sourceSm->sourceStatus(), sm->groupStatus()->source(source));
+        armed += sourceSm->sourceTimerState() == timerRunning ? 1U : 0U;
+      }
+    }
+    EXPECT_EQ(status_->group().size(), querier_->groupSm().size());
+    EXPECT_EQ(wheel_->armed(), armed);
+  }
+
+  // What a group may go through.
+  std::vector<std::pair<std::string, Deed>> actions() {
+    const std::vector<IpAddr> some{lower_, source_, IpAddr(192, 0, 2, 9)};
+    std::vector<std::pair<std::string, Deed>> all{
+        {"to include nothing", [=, this] { hearRecord(3, group_); }},
+        {"version 1 report", [=, this] { hearV1Report(group_); }},
+        {"version 2 report", [=, this] { hearV2Report(group_); }},
+        {"leave", [=, this] { hearLeave(group_); }},
+        {"leave without a question",
+         [=, this] {
+           config_->lastMemberQueryCountIs(0);
+           hearLeave(group_);
+         }},
+        {"old query", [=, this] { hearV2Query(higher_, group_); }},
+        {"group query", [=, this] { hearV3Query(higher_, {.group = group_, .code = 1}); }},
+        {"source query",
+         [=, this] { hearV3Query(higher_, {.group = group_, .code = 1, .sources = some}); }},
+        {"querier version", [=, this] { config_->querierVersionIs(igmpVersion2); }},
+        {"timers", [=, this] { runFor(3.0); }},
+    };
+    for (U8 type = 1; type <= 7; ++type) {
+      all.emplace_back("record " + std::to_string(type),
+                       [=, this] { hearRecord(type, group_, some); });
+    }
+    return all;
+  }
+
+  void interfereEverywhere(const Deed& interfere, const Deed& verify) {
+    for (const State& state : states()) {
+      for (const auto& [name, action] : actions()) {
+        SCOPED_TRACE(name + ", " + stringValue(state.mode) + ", " +
+                     stringValue(state.compatibility) + (state.asking ? ", asking" : ""));
+        const size_t told = interfereAtEach([&] { prepare(state); }, action, interfere,
+                                            [&] {
+                                              expectWhole();
+                                              verify();
+                                            });
+        EXPECT_GE(told, 1U);
+      }
+    }
+  }
+};
+
+TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedAtEachChange) {
+  interfereEverywhere([&] { querier_->groupSmDel(group_); }, [&] { EXPECT_EQ(toldAfter_, 0U); });
+}
+
+TEST_F(QuerierGroupSmEnd, AllSourcesMayBeRemovedAtEachChange) {
+  const auto removeAll = [&] {
+    if (const Ptr<QuerierGroupSm> sm = groupSm(group_)) sm->sourceDelAll();
+  };
+  interfereEverywhere(removeAll, [] {});
+}
+
+TEST_F(QuerierGroupSmEnd, OneSourceMayBeRemovedAtEachChange) {
+  const auto removeOne = [&] {
+    if (const Ptr<QuerierGroupSm> sm = groupSm(group_)) sm->sourceDel(host_);
+  };
+  interfereEverywhere(removeOne, [&] {
+    runFor(600.0);
+    EXPECT_TRUE(querier_->groupSm().empty());
+    expectWhole();
+  });
+}
+
+}  // namespace
+
+}  // namespace Gmp::Igmp::testing
