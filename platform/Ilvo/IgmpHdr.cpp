@@ -89,11 +89,9 @@ void IgmpV3QueryHdr::sourceAppend(IpAddr v) {
   numSourcesIs(static_cast<U16>(n + 1));
 }
 
-void IgmpV3QueryHdr::maxResponseSecondsIs(double seconds) {
-  // A product like 12.8 * 10 may fall just short of the whole number that is meant.
-  constexpr double shortfall = 1e-6;
-  codeIs(seconds > 0.0 ? igmpCodeEncode(seconds * 10 + shortfall) : U8{0});
-}
+// Ten times the double nearest to a number of tenths is that number exactly, so nothing has to be
+// added before it is rounded down.
+void IgmpV3QueryHdr::maxResponseSecondsIs(double seconds) { codeIs(igmpCodeEncode(seconds * 10)); }
 
 void IgmpV3QueryHdr::queryIntervalSecondsIs(double seconds) { qqicIs(igmpCodeEncode(seconds)); }
 

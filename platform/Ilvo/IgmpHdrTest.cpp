@@ -8,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <Ilvo/IgmpCode.h>
+
 namespace Ilvo {
 namespace {
 
@@ -189,6 +191,20 @@ TEST(IgmpV3QueryHdr, encodesTheMaximumResponseTimeInTenths) {
     hdr.codeIs(0x77);
     hdr.maxResponseSecondsIs(c.seconds);
     EXPECT_EQ(hdr.code(), c.code) << c.seconds << " seconds";
+  }
+}
+
+TEST(IgmpV3QueryHdr, takesTenthsForWhatTheyAreAndRoundsJustBelowThemDown) {
+  const auto pkt = pktOf(std::vector<U8>(12));
+  IgmpV3QueryHdr hdr(*pkt);
+  for (unsigned tenths = 1; tenths <= igmpCodeMax; ++tenths) {
+    const double seconds = tenths / 10.0;
+    hdr.maxResponseSecondsIs(seconds);
+    ASSERT_EQ(hdr.code(), igmpCodeEncode(tenths)) << seconds << " seconds";
+    hdr.maxResponseSecondsIs(0.5 * (tenths / 5.0));  // half of an interval of twice the length
+    ASSERT_EQ(hdr.code(), igmpCodeEncode(tenths)) << "half of " << 2 * seconds << " seconds";
+    hdr.maxResponseSecondsIs(seconds - 5e-8);
+    ASSERT_EQ(hdr.code(), igmpCodeEncode(tenths - 1)) << "just below " << seconds << " seconds";
   }
 }
 
