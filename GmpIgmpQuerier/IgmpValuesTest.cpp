@@ -67,6 +67,20 @@ TEST(IpAddrSet, printsAsTheMapThatItStandsFor) {
   EXPECT_EQ(valueToStrep(IpAddrSet{b, a}), "{'10.0.0.1': True, '10.0.0.2': True}");
 }
 
+// Whether there is a textual dump of it at all.
+template <class T>
+concept HasStrep = requires(T value) {
+  valueToStrep(value);
+};
+
+TEST(ValueToStrep, takesAFlagAndNothingThatWouldOnlyBecomeOne) {
+  EXPECT_EQ(valueToStrep(true), "True");
+  EXPECT_EQ(valueToStrep(false), "False");
+  static_assert(HasStrep<bool> && HasStrep<IpAddr> && HasStrep<RecordType>);
+  static_assert(!HasStrep<int> && !HasStrep<U8> && !HasStrep<U32> && !HasStrep<double>);
+  static_assert(!HasStrep<const char*> && !HasStrep<IpAddr*>);
+}
+
 TEST(IgmpQuery, isEmptyByDefaultItsVersionIncluded) {
   const IgmpQuery query;
   EXPECT_FALSE(query.validPacket);

@@ -4,6 +4,7 @@
 // map from address to true that it stands for.
 #pragma once
 
+#include <concepts>
 #include <string>
 #include <vector>
 
@@ -39,7 +40,11 @@ class MOX_PUBLIC IpAddrSet {
 // For instance "{'10.0.0.1': True, '10.0.0.2': True}".
 MOX_PUBLIC std::string valueToStrep(const IpAddrSet& set);
 
-// How a flag stands in a textual dump of values.
-inline std::string valueToStrep(bool value) { return value ? "True" : "False"; }
+// How a flag stands in a textual dump of values. A flag only: a number or a pointer that has no
+// text of its own must not become "True" by conversion.
+template <std::same_as<bool> T>
+std::string valueToStrep(T value) {
+  return value ? "True" : "False";
+}
 
 }  // namespace Gmp::Igmp
