@@ -147,22 +147,21 @@ Interface& World::interfaceIs(const std::string& name, const QuerierArguments& a
   return *made;
 }
 
+void World::clockIs(Seconds time) {
+  if (time > Mox::now()) firedSinceClockMoved_ = 0;
+  Mox::virtualTimeIs(time);
+}
+
 bool World::advanceTo(Seconds time) {
   constexpr size_t settleLimit = 100000;
-  Seconds standing = Mox::now();
-  size_t fired = 0;
   while (wheel_->nextDue() <= time) {
     const Seconds due = std::max(Mox::now(), wheel_->nextDue());
-    if (due > standing) {
-      standing = due;
-      fired = 0;
-    }
-    Mox::virtualTimeIs(due);
+    clockIs(due);
     // One by one: a callback may arm a timer for a time before that of others which are due.
-    fired += wheel_->turn(due, 1);
-    if (fired > settleLimit) return false;
+    firedSinceClockMoved_ += wheel_->turn(due, 1);
+    if (firedSinceClockMoved_ > settleLimit) return false;
   }
-  Mox::virtualTimeIs(time);
+  clockIs(time);
   return true;
 }
 

@@ -78,16 +78,19 @@ class World {
   void congestedIs(bool on) { socket_->congestedIs(on); }
 
   // Fires what is due at or before `time`, then sets the clock to it. False when timers never
-  // settle.
+  // settle: too many fired without the clock moving, however many steps that took.
   bool advanceTo(Mox::Seconds time);
 
  private:
+  void clockIs(Mox::Seconds time);
+
   const ScenarioOptions& options_;
   Observations observations_;
   const Mox::Ptr<Obel::TimerWheel> wheel_;
   const Mox::Ptr<CongestedSocket> socket_;
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
   std::map<std::string, std::unique_ptr<Interface>> interfaces_;
+  size_t firedSinceClockMoved_ = 0;
 };
 
 }  // namespace Agent::Scenario

@@ -208,6 +208,21 @@ class BadScenarioTest(unittest.TestCase):
         self.assertEqual(len(sent), 100001)
         self.assertEqual({query["t"] for query in sent}, {sent[0]["t"]})
 
+    def test_steps_of_one_time_share_the_limit(self):
+        """Each step lets 30000 timers fire: the fourth is one too many, but not a moment later."""
+        def steps(later):
+            lines = ""
+            for n in range(4):
+                groups = [{"groupAddr": f"239.{n}.{i >> 8}.{i & 255}"} for i in range(30000)]
+                lines += line({**INTERFACE, "at": 1000 + later * n, "name": f"vlan{n}",
+                               "config": {"sendQuery": False}, "debugYieldAfterOne": True,
+                               "groups": groups})
+            return lines + line(at(1000 + later * 4, "advance"))
+        done = igmpq(steps(0))
+        self.assertEqual((done.returncode, done.stderr), (3, "timers never settle at 1000.0\n"))
+        done = igmpq(steps(0.001))
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+
     def test_many_timers_of_one_time_do_settle(self):
         """More expiries in one step than the limit, but not of one time."""
         groups = [f"239.{n >> 16}.{n >> 8 & 255}.{n & 255}" for n in range(60000)]
