@@ -2,26 +2,15 @@
 
 #include <array>
 #include <memory>
-#include <random>
 #include <unordered_map>
 
 #include <gtest/gtest.h>
 
+#include "MapTestSupport.h"
 #include "TestKey.h"
 
 namespace Mox {
 namespace {
-
-struct Random {
-  explicit Random(U32 seed) : engine(seed) {}
-  U32 operator()() { return static_cast<U32>(engine()); }
-  std::mt19937 engine;
-};
-
-struct Value {
-  U32 number = 0;
-  std::shared_ptr<int> token;  // one for each living member
-};
 
 constexpr U64 usualMultiplier = 0x9e3779b97f4a7c15u;
 // The usual one; all keys in one place; keys in the last places, so that runs wrap around.
@@ -54,7 +43,7 @@ class HashMapModelTest : public testing::TestWithParam<U64> {
 
  private:
   void insert(TestKey key, U32 number) {
-    const bool added = map_.insert(key, Value{number, token_});
+    const bool added = map_.insert(key, ModelValue{number, token_});
     EXPECT_EQ(added, model_.insert_or_assign(key.value(), number).second);
   }
   void erase(TestKey key) { EXPECT_EQ(map_.erase(key), model_.erase(key.value()) == 1); }
@@ -75,7 +64,7 @@ class HashMapModelTest : public testing::TestWithParam<U64> {
   }
 
   std::shared_ptr<int> token_ = std::make_shared<int>();
-  HashMap<TestKey, Value> map_;
+  HashMap<TestKey, ModelValue> map_;
   std::unordered_map<U32, U32> model_;
 };
 

@@ -9,6 +9,7 @@
 #include <Mox/Ptr.h>
 #include <gtest/gtest.h>
 
+#include "MapTestSupport.h"
 #include "TestKey.h"
 
 namespace Mox {
@@ -24,12 +25,6 @@ std::vector<U32> sortedKeys(const Map& map) {
 }
 using Keys = std::vector<U32>;
 
-// Calls its function when it is destroyed.
-struct AtEnd final : RefCounted {
-  explicit AtEnd(std::function<void()> then) : then_(std::move(then)) {}
-  ~AtEnd() override { then_(); }
-  const std::function<void()> then_;
-};
 using EndMap = HashMap<TestKey, Ptr<AtEnd>>;
 
 TEST(HashMap, isOnePointerAndHasNothingAtFirst) {
@@ -172,15 +167,6 @@ TEST(HashMap, movesWithItsMembers) {
   EXPECT_FALSE(assigned.contains(TestKey(4)));
 }
 
-TEST(HashMap, erasedValueIsDestroyedAtOnce) {
-  bool ended = false;
-  EndMap map;
-  map.insert(TestKey(1), makePtr<AtEnd>([&] { ended = true; }));
-  map.insert(TestKey(2), makePtr<AtEnd>([] {}));
-  map.erase(TestKey(1));
-  EXPECT_TRUE(ended);
-}
-
 TEST(HashMap, endOfAnErasedValueMayUseTheMap) {
   EndMap map;
   std::string seen;
@@ -198,40 +184,6 @@ TEST(HashMap, endOfAnErasedValueMayUseTheMap) {
   EXPECT_EQ(seen, "gone 2");
   EXPECT_EQ(map.size(), 21u);
   EXPECT_TRUE(map.contains(TestKey(3)));
-}
-
-TEST(HashMap, endOfTheLastErasedValueMayInsertAgain) {
-  EndMap map;
-  auto comesBack = [&] { map.insert(TestKey(2), makePtr<AtEnd>([] {})); };
-  map.insert(TestKey(1), makePtr<AtEnd>(comesBack));
-  EXPECT_TRUE(map.erase(TestKey(1)));
-  EXPECT_EQ(map.size(), 1u);
-  EXPECT_TRUE(map.contains(TestKey(2)));
-}
-
-TEST(HashMap, endOfAReplacedValueMayUseTheMap) {
-  EndMap map;
-  auto comesBack = [&] {
-    for (U32 key = 10; key < 30; ++key) map.insert(TestKey(key), makePtr<AtEnd>([] {}));
-  };
-  map.insert(TestKey(1), makePtr<AtEnd>(comesBack));
-  EXPECT_FALSE(map.insert(TestKey(1), makePtr<AtEnd>([] {})));
-  EXPECT_EQ(map.size(), 21u);
-  EXPECT_TRUE(map.contains(TestKey(1)));
-}
-
-TEST(HashMap, valuesThatEndWithTheirMapFindItEmpty) {
-  std::string seen;
-  {
-    EndMap map;
-    auto look = [&] { seen += std::to_string(map.size()) + (map.find(TestKey(1)) ? "!" : ""); };
-    map.insert(TestKey(1), makePtr<AtEnd>(look));
-    map.insert(TestKey(2), makePtr<AtEnd>(look));
-    map.clear();
-    EXPECT_EQ(seen, "00");
-    map.insert(TestKey(1), makePtr<AtEnd>(look));
-  }
-  EXPECT_EQ(seen, "000");
 }
 
 TEST(HashMap, growingKeepsValuesAlive) {

@@ -2,25 +2,14 @@
 
 #include <map>
 #include <memory>
-#include <random>
 
 #include <gtest/gtest.h>
 
+#include "MapTestSupport.h"
 #include "TestKey.h"
 
 namespace Mox {
 namespace {
-
-struct Random {
-  explicit Random(U32 seed) : engine(seed) {}
-  U32 operator()() { return static_cast<U32>(engine()); }
-  std::mt19937 engine;
-};
-
-struct Value {
-  U32 number = 0;
-  std::shared_ptr<int> token;  // one for each living member
-};
 
 // An ordered map and a simple one that are told the same, and an iterator that stands in the first
 // one all the while.
@@ -44,7 +33,7 @@ class OrderedMapModelTest : public testing::Test {
   }
 
  private:
-  using Map = OrderedMap<TestKey, Value>;
+  using Map = OrderedMap<TestKey, ModelValue>;
 
   // Phases of growing and of shrinking; some changes hit a run of neighbours, as clean-ups do.
   void change(Random& random, U32 keys, bool growing) {
@@ -54,7 +43,7 @@ class OrderedMapModelTest : public testing::Test {
     for (U32 key = first; key < first + run; ++key) {
       if (adding) {
         const U32 number = random();
-        const bool added = map_.insert(TestKey(key), Value{number, token_});
+        const bool added = map_.insert(TestKey(key), ModelValue{number, token_});
         EXPECT_EQ(added, model_.insert_or_assign(key, number).second);
       } else {
         EXPECT_EQ(map_.erase(TestKey(key)), model_.erase(key) == 1);

@@ -8,6 +8,7 @@
 #include <Mox/Ptr.h>
 #include <gtest/gtest.h>
 
+#include "MapTestSupport.h"
 #include "TestKey.h"
 
 namespace Mox {
@@ -33,12 +34,6 @@ Keys series(U32 first, U32 step, U32 count) {
   return keys;
 }
 
-// Calls its function when it is destroyed.
-struct AtEnd final : RefCounted {
-  explicit AtEnd(std::function<void()> then) : then_(std::move(then)) {}
-  ~AtEnd() override { then_(); }
-  const std::function<void()> then_;
-};
 using EndMap = OrderedMap<TestKey, Ptr<AtEnd>>;
 
 TEST(OrderedMap, hasNothingAtFirst) {
@@ -201,15 +196,6 @@ TEST(OrderedMap, iteratorsAreEqualAtTheSameKeyAndAtTheEnd) {
   EXPECT_TRUE(at == map.end());
 }
 
-TEST(OrderedMap, erasedValueIsDestroyedAtOnce) {
-  bool ended = false;
-  EndMap map;
-  map.insert(TestKey(1), makePtr<AtEnd>([&] { ended = true; }));
-  map.insert(TestKey(2), makePtr<AtEnd>([] {}));
-  map.erase(TestKey(1));
-  EXPECT_TRUE(ended);
-}
-
 TEST(OrderedMap, endOfAnErasedValueMayUseTheMap) {
   EndMap map;
   std::string seen;
@@ -224,29 +210,6 @@ TEST(OrderedMap, endOfAnErasedValueMayUseTheMap) {
   EXPECT_EQ(seen, "39 gone");
   EXPECT_EQ(map.size(), 100u);
   EXPECT_EQ(map.begin().key(), TestKey(100));
-}
-
-TEST(OrderedMap, endOfTheLastErasedValueMayInsertAgain) {
-  EndMap map;
-  auto comesBack = [&] { map.insert(TestKey(2), makePtr<AtEnd>([] {})); };
-  map.insert(TestKey(1), makePtr<AtEnd>(comesBack));
-  EXPECT_TRUE(map.erase(TestKey(1)));
-  EXPECT_EQ(map.size(), 1u);
-  EXPECT_EQ(map.begin().key(), TestKey(2));
-}
-
-TEST(OrderedMap, valuesThatEndWithTheirMapFindItEmpty) {
-  std::string seen;
-  {
-    EndMap map;
-    auto look = [&] { seen += std::to_string(map.size()) + (map.find(TestKey(1)) ? "!" : ""); };
-    map.insert(TestKey(1), makePtr<AtEnd>(look));
-    map.insert(TestKey(2), makePtr<AtEnd>(look));
-    map.clear();
-    EXPECT_EQ(seen, "00");
-    map.insert(TestKey(1), makePtr<AtEnd>(look));
-  }
-  EXPECT_EQ(seen, "000");
 }
 
 TEST(OrderedMap, valuesStayAliveWhileNodesSplitAndJoin) {
