@@ -100,25 +100,9 @@ LinkTable currentLinks() {
 // Listens before it asks: what changes in between is told twice, not lost.
 LinkMonitor::LinkMonitor(boost::asio::io_context& io, Handler handler)
     : socket_(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR)),
-      descriptor_(io, mnl_socket_get_fd(socket_.get())),
       handler_(std::move(handler)),
-      table_(currentLinks()) {
-  wait();
-}
-
-LinkMonitor::~LinkMonitor() {
-  descriptor_.release();  // the descriptor is the socket's to close
-}
-
-void LinkMonitor::wait() {
-  const std::weak_ptr<bool> alive = alive_;
-  descriptor_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
-                         [this, alive](const boost::system::error_code& failed) {
-                           if (failed || alive.expired()) return;
-                           handleReadable();
-                           if (!alive.expired()) wait();
-                         });
-}
+      table_(currentLinks()),
+      watch_(io, mnl_socket_get_fd(socket_.get()), [this] { handleReadable(); }) {}
 
 void LinkMonitor::handleReadable() {
   LinkTable next = table_;

@@ -86,23 +86,7 @@ PacketPort::PacketPort(boost::asio::io_context& io, const Link& link, FrameRecei
     : receiver_(receiver),
       allMulticast_(link),
       handle_(opened(link)),
-      descriptor_(io, pcap_get_selectable_fd(handle_.get())) {
-  wait();
-}
-
-PacketPort::~PacketPort() {
-  descriptor_.release();  // the descriptor is the handle's to close
-}
-
-void PacketPort::wait() {
-  const std::weak_ptr<bool> alive = alive_;
-  descriptor_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
-                         [this, alive](const boost::system::error_code& failed) {
-                           if (failed || alive.expired()) return;
-                           readBatch();
-                           if (!alive.expired()) wait();
-                         });
-}
+      watch_(io, pcap_get_selectable_fd(handle_.get()), [this] { readBatch(); }) {}
 
 void PacketPort::readBatch() {
   for (int i = 0; i < batchFrames; ++i) {

@@ -12,8 +12,8 @@
 #include <string>
 
 #include <Agent/LinkTable.h>
+#include <Agent/ReadableWatch.h>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 
 struct mnl_socket;
 
@@ -31,24 +31,21 @@ class LinkMonitor {
 
   // Throws std::system_error when the kernel cannot be asked.
   LinkMonitor(boost::asio::io_context& io, Handler handler);
-  ~LinkMonitor();
   LinkMonitor(const LinkMonitor&) = delete;
   LinkMonitor& operator=(const LinkMonitor&) = delete;
 
   const LinkTable& links() const { return table_; }
 
  private:
-  void wait();
   void handleReadable();
   // False when messages were lost.
   bool readAll(LinkTable& table);
   void tableIs(LinkTable table);
 
   NetlinkSocket socket_;
-  boost::asio::posix::stream_descriptor descriptor_;
   Handler handler_;
   LinkTable table_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // what outlives it may ask
+  ReadableWatch watch_;  // of the socket, so it goes before it
 };
 
 }  // namespace Agent

@@ -13,8 +13,8 @@
 
 #include <Agent/FramePort.h>
 #include <Agent/LinkTable.h>
+#include <Agent/ReadableWatch.h>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 
 struct pcap;
 
@@ -24,7 +24,6 @@ class PacketPort final : public FramePort {
  public:
   // Throws std::runtime_error when the interface cannot be opened.
   PacketPort(boost::asio::io_context& io, const Link& link, FrameReceiver& receiver);
-  ~PacketPort() override;
 
   std::string send(std::span<const Mox::U8> frame) override;
   Mox::U64 dropped() override;
@@ -47,14 +46,12 @@ class PacketPort final : public FramePort {
   using Handle = std::unique_ptr<pcap, PcapClose>;
 
   static Handle opened(const Link& link);
-  void wait();
   void readBatch();
 
   FrameReceiver& receiver_;
   AllMulticast allMulticast_;
   Handle handle_;
-  boost::asio::posix::stream_descriptor descriptor_;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // what outlives it may ask
+  ReadableWatch watch_;  // of the handle, so it goes before it
 };
 
 }  // namespace Agent
