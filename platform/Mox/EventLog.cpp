@@ -17,8 +17,8 @@ EventLogSink& sink() {
   return *current;
 }
 
-std::vector<const EventLogHandle*>& handles() {
-  static auto* all = new std::vector<const EventLogHandle*>;
+std::vector<EventLogHandle*>& handles() {
+  static auto* all = new std::vector<EventLogHandle*>;
   return *all;
 }
 
@@ -40,7 +40,10 @@ std::string filledIn(std::string_view format, const std::vector<std::string>& ar
 
 }  // namespace
 
-void eventLogSinkIs(EventLogSink newSink) { sink() = std::move(newSink); }
+void eventLogSinkIs(EventLogSink newSink) {
+  sink() = std::move(newSink);
+  for (EventLogHandle* handle : handles()) handle->recent_.clear();
+}
 
 EventLogHandle::EventLogHandle(const EventLogMessage& message) : message_(message) {
   handles().push_back(this);
@@ -48,7 +51,9 @@ EventLogHandle::EventLogHandle(const EventLogMessage& message) : message_(messag
 
 EventLogHandle::~EventLogHandle() { std::erase(handles(), this); }
 
-std::vector<const EventLogHandle*> EventLogHandle::all() { return handles(); }
+std::vector<const EventLogHandle*> EventLogHandle::all() {
+  return {handles().begin(), handles().end()};
+}
 
 void EventLogHandle::emit(const std::vector<std::string>& args) {
   std::string text = filledIn(message_.format, args);

@@ -113,6 +113,18 @@ TEST_F(EventLogTest, handlesLimitEachForItself) {
   EXPECT_EQ(texts_, (Texts{"odd", "odd"}));
 }
 
+TEST_F(EventLogTest, aNewSinkIsToldWhatTheOldOneHasHeardTooOften) {
+  EventLogHandle handle(message("odd", 10.0, 1.0));
+  handle.log();
+  Texts toldToTheNew;
+  eventLogSinkIs([&](const EventLogEntry& entry) {
+    toldToTheNew.push_back(entry.text + (entry.limited ? " (limited)" : ""));
+  });
+  handle.log();
+  handle.log();
+  EXPECT_EQ(toldToTheNew, (Texts{"odd", "odd (limited)"}));
+}
+
 TEST_F(EventLogTest, floodOfDifferentArgumentsIsLimitedAsOne) {
   EventLogHandle handle(message("odd %d", 10.0, 1.0));
   size_t passed = 0;

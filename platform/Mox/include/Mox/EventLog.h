@@ -40,7 +40,8 @@ struct EventLogEntry {
 };
 
 using EventLogSink = std::function<void(const EventLogEntry&)>;
-// Replaces the sink; an empty function brings back the default, a line on standard error.
+// Replaces the sink; an empty function brings back the default, a line on standard error. All
+// limits begin anew: who has been told nothing yet has not been told too often.
 MOX_PUBLIC void eventLogSinkIs(EventLogSink sink);
 
 class MOX_PUBLIC EventLogHandle {
@@ -64,6 +65,7 @@ class MOX_PUBLIC EventLogHandle {
     Seconds since;
     double count;
   };
+  friend void eventLogSinkIs(EventLogSink sink);
   void emit(const std::vector<std::string>& args);
   bool limited(const std::string& text);
 
