@@ -98,6 +98,7 @@ CaptureReplay::CaptureReplay(const ReplayOptions& options, Ptr<const QuerierConf
 CaptureReplay::~CaptureReplay() = default;
 
 void CaptureReplay::run(CaptureFile& file) {
+  Mox::virtualTimeIs(start_);  // also where no frame comes to say otherwise
   while (const std::optional<CaptureFile::Frame> frame = file.next()) hear(*frame);
   summary_.damage = file.damage();
   if (querier_) querier_->advanceTo(Mox::now() + options_.until);

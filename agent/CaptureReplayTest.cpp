@@ -130,6 +130,14 @@ TEST_F(CaptureReplayTest, theSameSeedGivesTheSameEvents) {
   EXPECT_NE(replayed(), first);
 }
 
+TEST_F(CaptureReplayTest, aSecondReplayTellsMessagesThatTheFirstHasToldAlready) {
+  capture(1000.0, buildV2Query(IpAddr(), 0, {.src = IpAddr(10, 0, 0, 9)}));
+  config_->querierVersionIs(Gmp::Igmp::igmpVersion3);
+  const std::vector<std::string> first = replayed();
+  EXPECT_THAT(first, testing::Contains(testing::HasSubstr("version 1")));
+  EXPECT_EQ(replayed(), first);
+}
+
 TEST_F(CaptureReplayTest, timeThatRunsBackwardsStandsStill) {
   capture(1000.0, buildV2Report(group, host));
   capture(900.0, buildV2Report(IpAddr(239, 2, 2, 2), host));
@@ -175,6 +183,12 @@ TEST_F(CaptureReplayTest, showsTheStateAtTheEnd) {
   EXPECT_EQ(views[0].address, IpAddr(10, 0, 0, 5));
   EXPECT_TRUE(views[0].status->group(group));
   EXPECT_EQ(replay_->start(), 1000.0);
+}
+
+TEST_F(CaptureReplayTest, aCaptureWithoutFramesEndsWhereItBegins) {
+  replay();
+  EXPECT_EQ(replay_->start(), 0.0);
+  EXPECT_EQ(Mox::now(), 0.0) << "not the machine's time, which differs each time";
 }
 
 TEST_F(CaptureReplayTest, aCaptureWithoutFramesHasNoQuerier) {

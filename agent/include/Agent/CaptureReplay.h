@@ -1,11 +1,11 @@
 // A querier that lives through a capture: it hears its frames at their times, in virtual time.
 //
-// It begins at the time of the first frame. Before a frame is handed over, every timer that is due
-// by its time has fired, at its own time. Everything on the way is told to the sink: the changes of
-// the state and the queries that this querier would have sent. Time that runs backwards in the
-// capture stands still here, and a gap longer than `maxGap` is shortened to it: clocks are set
-// while captures run. The same capture with the same options gives the same events. The process's
-// clock stays virtual afterwards.
+// It begins at the time of the first frame, or at 0 if there is none. Before a frame is handed
+// over, every timer that is due by its time has fired, at its own time. Everything on the way is
+// told to the sink: the changes of the state and the queries that this querier would have sent.
+// Time that runs backwards in the capture stands still here, and a gap longer than `maxGap` is
+// shortened to it: clocks are set while captures run. The same capture with the same options gives
+// the same events. The process's clock stays virtual afterwards.
 //
 //   CaptureReplay replay(options, config, nullptr, *sink);
 //   replay.run(file);
