@@ -5,8 +5,10 @@
 // QUERIER_PROPERTY_RUNS sets the number of sequences, QUERIER_PROPERTY_SEED the first seed. A
 // failure names its seed and step: that seed with one run shows it again.
 #include <cstdlib>
+#include <optional>
 #include <random>
-#include <set>
+
+#include <GmpIgmpQuerierSm/QuerierInvariants.h>
 
 #include "TestBench.h"
 
@@ -22,30 +24,6 @@ U64 environmentNumber(const char* name, U64 otherwise) {
 class QuerierPropertyTest : public TestBench {
  protected:
   static constexpr IpAddr stranger_{10, 0, 0, 1};  // wins against everybody
-
-  // Counters as what was fed must have moved them.
-  struct Counters {
-    U32 v1Queries = 0, v2Queries = 0, v3Queries = 0;
-    U32 v1Reports = 0, v2Reports = 0, leaves = 0, v3Reports = 0;
-    U32 errors = 0, others = 0;
-    bool operator==(const Counters&) const = default;
-  };
-
-  // A takeover from a silent querier ends a hand-over as it stands, with groups pending.
-  class HandOverWatch final : public QuerierSm::NotifieeConst {
-   public:
-    HandOverWatch(Ptr<const QuerierSm> querier, bool& takenOver)
-        : NotifieeConst(std::move(querier)), takenOver_(takenOver) {}
-    void onTransitionToNonQuerier() override {
-      const QuerierSm& querier = *notifier();
-      if (querier.transitionToNonQuerier() || querier.pendingRexmit().empty()) return;
-      takenOver_ = true;
-      EXPECT_EQ(querier.querierStatus()->electedQuerierAddr(), querier.ipAddr());
-    }
-
-   private:
-    bool& takenOver_;
-  };
 
   size_t below(size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(random_); }
   bool oneIn(size_t n) { return below(n) == 0; }
@@ -70,6 +48,7 @@ class QuerierPropertyTest : public TestBench {
   }
 
   void begin(U64 seed) {
+    invariants_.reset();
     freshWorld();
     random_.seed(seed);
     srand48(static_cast<long>(seed));
@@ -79,17 +58,16 @@ class QuerierPropertyTest : public TestBench {
     expected_ = {};
     sent_.clear();
     events_.clear();
-    queryBorn_.clear();
-    everClogged_ = takenOver_ = false;
+    invariants_.emplace(wheel_);
     come();
   }
   void come() {
     start();
     if (monitor_) querier_->attrLogSmIs(monitor_);
-    handOver_ = std::make_unique<HandOverWatch>(querier_, takenOver_);
+    invariants_->watch(querier_);
   }
   void go() {
-    handOver_.reset();
+    invariants_->release();
     release();
   }
 
@@ -208,7 +186,7 @@ class QuerierPropertyTest : public TestBench {
         receive(Ilvo::buildIgmpPacket({0x13, 0, 0, 0, 0, 0, 0, 0}, IpAddr(224, 0, 0, 1)));
         return "other packet";
       case 2:
-        everClogged_ = true;
+        invariants_->attrLogWasClogged();
         clog();
         return "log clogged";
       case 3:
@@ -223,113 +201,22 @@ class QuerierPropertyTest : public TestBench {
 
   // A report has the group exclude, or want sources, or end.
   void reportedIf(bool taken, IpAddr group) {
-    if (taken) queryBorn_.erase(group);
+    if (taken) invariants_->reported(group);
   }
   // A query about an unknown group makes one that no report has said anything about.
   void bornIfNew(IpAddr group) {
-    if (!group.isZero() && !querier_->groupSm(group)) queryBorn_.insert(group);
+    if (!group.isZero() && !querier_->groupSm(group)) invariants_->bornOfQuery(group);
   }
 
   void expectInvariants() {
-    const bool rebuilding = querier_->initGroupStatusTimerMin() != never;
-    size_t running = rebuilding ? 1 : 0;
-    running += querier_->queryIntervalTimerState() == timerRunning;
-    running += querier_->otherQuerierTimerState() == timerRunning;
-    size_t machines = 0;
-    for (const auto& [group, sm] : querier_->groupSm()) {
-      ++machines;
-      ASSERT_EQ(sm->groupStatus(), status_->group(group)) << group.stringValue();
-      expectGroup(*sm, running);
-    }
-    if (rebuilding) {
-      EXPECT_GE(status_->group().size(), machines);
-    } else {
-      EXPECT_EQ(status_->group().size(), machines);
-    }
-    EXPECT_EQ(wheel_->armed(), running) << "timers that run, and no others, are armed";
-    EXPECT_GE(status_->joins(), machines);
-    expectHandOver();
-    expectCounters();
-  }
-
-  void expectGroup(const QuerierGroupSm& sm, size_t& running) {
-    const QuerierGroupStatus& status = *sm.groupStatus();
-    ASSERT_EQ(&sm.querierSm(), querier_.get());
-    for (const TimerState state : {sm.membershipTimerState(), sm.v1MembershipTimerState(),
-                                   sm.v2MembershipTimerState(), sm.rexmitTimerState()}) {
-      running += state == timerRunning;
-    }
-    EXPECT_EQ(status.expiryTime(), sm.membershipTimerExpiry());
-    EXPECT_EQ(sm.membershipTimerExpiry() == never, sm.membershipTimerState() == timerDisabled);
-    EXPECT_EQ(sm.rexmitTimerExpiry() == never, sm.rexmitTimerState() == timerDisabled);
-    EXPECT_GE(sm.membershipTimerRemaining(), 0.0);
-    EXPECT_GE(sm.rexmitTimerRemaining(), 0.0);
-    EXPECT_EQ(status.source().size(), sm.source().size());
-    for (const auto& [addr, source] : sm.source()) expectSource(sm, addr, *source, running);
-    for (const auto& [addr, flag] : sm.rexmitSource()) {
-      ASSERT_TRUE(sm.source().contains(addr)) << addr.stringValue();
-      EXPECT_GT(sm.source(addr)->rexmits(), 0U);
-    }
-    EXPECT_TRUE(sm.rexmitClrSource().empty());
-    EXPECT_TRUE(sm.rexmitSetSource().empty());
-    if (status.filterMode() == filterModeInclude && sm.source().empty()) {
-      EXPECT_TRUE(queryBorn_.contains(sm.group()))
-          << "INCLUDE of nothing " << sm.group().stringValue();
-    }
-  }
-
-  void expectSource(const QuerierGroupSm& sm, IpAddr addr, const QuerierGroupSourceSm& source,
-                    size_t& running) {
-    const bool disabled = source.sourceTimerState() == timerDisabled;
-    running += !disabled;
-    ASSERT_EQ(source.groupSm(), &sm);
-    ASSERT_EQ(source.sourceStatus(), sm.groupStatus()->source(addr));
-    ASSERT_FALSE(addr.isZero());
-    EXPECT_EQ(source.sourceStatus()->expired(), disabled);
-    EXPECT_EQ(source.sourceTimerExpiry() == never, disabled);
-    EXPECT_GE(source.sourceTimerRemaining(), 0.0);
-    if (!everClogged_) {
-      EXPECT_EQ(source.sourceStatus()->expiryTime(), source.sourceTimerExpiry());
-    }
-    if (sm.groupStatus()->filterMode() == filterModeInclude) {
-      EXPECT_FALSE(disabled);
-    }
-  }
-
-  void expectHandOver() {
-    if (querier_->pendingRexmit().empty()) {
-      takenOver_ = false;
-      EXPECT_FALSE(querier_->transitionToNonQuerier());
-    } else {
-      EXPECT_TRUE(querier_->transitionToNonQuerier() || takenOver_);
-    }
-  }
-
-  void expectCounters() {
-    const Counters counted{status_->v1QueriesReceived(),  status_->v2QueriesReceived(),
-                           status_->v3QueriesReceived(),  status_->v1ReportReceived(),
-                           status_->v2ReportReceived(),   status_->v2LeaveReceived(),
-                           status_->v3ReportReceived(),   status_->errorPacketReceived(),
-                           status_->otherPacketReceived()};
-    EXPECT_EQ(counted, expected_);
-    EXPECT_EQ(status_->mcastBoundaryPktReceived(), 0U);
-    U32 old = 0;
-    U32 v3 = 0;
-    U32 withSources = 0;
-    for (const SentQuery& query : sent_) {
-      ++(!query.isV3() ? old : query.numSources() == 0 ? v3 : withSources);
-    }
-    EXPECT_EQ(status_->v1QueriesSent() + status_->v2QueriesSent(), old);
-    EXPECT_EQ(status_->v3QueriesSent(), v3);
-    EXPECT_EQ(status_->v3GSSQueriesSent(), withSources);
+    for (const std::string& breach : invariants_->breaches()) ADD_FAILURE() << breach;
+    const ReceiveCounters counted = receiveCountersOf(*status_);
+    EXPECT_TRUE(counted == expected_) << textOf(counted) << "; fed " << textOf(expected_);
   }
 
   std::mt19937_64 random_;
-  Counters expected_;
-  std::set<IpAddr> queryBorn_;
-  bool everClogged_ = false;
-  bool takenOver_ = false;
-  std::unique_ptr<HandOverWatch> handOver_;
+  ReceiveCounters expected_;  // as what was fed must have moved them
+  std::optional<QuerierInvariants> invariants_;
 };
 
 TEST_F(QuerierPropertyTest, randomSequencesKeepTheInvariants) {
