@@ -159,7 +159,7 @@ bool World::advanceTo(Seconds time) {
     clockIs(due);
     // One by one: a callback may arm a timer for a time before that of others which are due.
     firedSinceClockMoved_ += wheel_->turn(due, 1);
-    if (firedSinceClockMoved_ > settleLimit) return false;
+    if (firedSinceClockMoved_ > settleLimit || ++turns_ > options_.turnsMost) return false;
   }
   clockIs(time);
   return true;

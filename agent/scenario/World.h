@@ -85,6 +85,7 @@ class World {
   void clockIs(Mox::Seconds time);
 
   const ScenarioOptions& options_;
+  size_t turns_ = 0;
   Observations observations_;
   const Mox::Ptr<Obel::TimerWheel> wheel_;
   const Mox::Ptr<CongestedSocket> socket_;

@@ -8,7 +8,9 @@
 //   return Agent::runScenario(options, stdin, stdout, stderr);
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
+#include <limits>
 #include <string>
 
 namespace Agent {
@@ -18,6 +20,9 @@ struct ScenarioOptions {
   unsigned seed = 0;
   bool changes = false;
   bool traces = false;
+  // For callers that must bound the work: a run that turns its timer wheel more often than that
+  // counts as one that never settles.
+  std::size_t turnsMost = std::numeric_limits<std::size_t>::max();
 };
 
 enum ScenarioExit {
