@@ -1,0 +1,35 @@
+// What a packet must do to the counters of a querier, found a second time: by arithmetic on the
+// bytes, with nothing of the receive path that it is held against.
+//
+//   const Verdict verdict = judge(packet, {.configured = igmpVersion3}, *querier);
+//   querier->doRxPkt(pkt);  // its counters have moved by verdict.moves
+#pragma once
+
+#include <span>
+#include <vector>
+
+#include <GmpIgmpQuerierSm/QuerierInvariants.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+
+namespace Fuzz {
+
+struct Rules {
+  Gmp::Igmp::IgmpVersion configured = Gmp::Igmp::igmpVersion3;
+  bool boundary = false;  // around 239.255.0.0/16
+};
+
+struct Verdict {
+  Gmp::Igmp::testing::ReceiveCounters moves = {};
+  // The group of a query that is acted on; 0.0.0.0 for none.
+  Ilvo::IpAddr asked = {};
+  // The groups of a report that is acted on.
+  std::vector<Ilvo::IpAddr> reported = {};
+};
+
+Verdict judge(std::span<const Mox::U8> packet, const Rules& rules,
+              const Gmp::Igmp::QuerierSm& querier);
+
+// Both checksums made right, as far as the packet has them; its lengths stay as they are.
+void repair(std::vector<Mox::U8>& packet);
+
+}  // namespace Fuzz

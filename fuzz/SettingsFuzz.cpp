@@ -1,0 +1,152 @@
+// Any arguments are safe to give as settings. What is accepted lies in its range, goes together,
+// and printed as arguments again is accepted again, as the same; what is refused is refused for a
+// reason. The same goes for a number that is read as an option's value alone.
+//
+// Each line of the input is one argument; a number is tried of what stands behind its first "=".
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include <Agent/OptionNumber.h>
+#include <Agent/QuerierSettings.h>
+#include <SettingRules.h>
+
+#include "Property.h"
+
+namespace {
+
+using Fuzz::property;
+using Gmp::Igmp::QuerierConfig;
+using Mox::Ptr;
+
+using Arguments = std::vector<std::string>;
+using Prefixes = std::vector<std::string>;
+
+Arguments linesOf(std::string_view text) {
+  Arguments lines;
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    lines.emplace_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return lines;
+}
+
+// One command line, and what it made.
+struct Parsed {
+  bool accepted = false;
+  Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
+  Prefixes boundary;
+};
+
+Parsed parsed(Arguments arguments) {
+  Parsed result;
+  CLI::App app;
+  Agent::QuerierSettings settings;
+  settings.addOptions(app);
+  std::reverse(arguments.begin(), arguments.end());
+  try {
+    app.parse(arguments);
+  } catch (const CLI::Error& error) {
+    property(*error.what() != '\0', "what is refused is refused for a reason");
+    return result;
+  }
+  result.accepted = true;
+  settings.apply(*result.config);
+  if (settings.boundary()) {
+    for (const auto& [prefix, set] : settings.boundary()->boundary()) {
+      result.boundary.push_back(prefix.stringValue());
+    }
+  }
+  return result;
+}
+
+// Calls f(name, value) for each setting.
+template <class F>
+void forEachSetting(const QuerierConfig& config, F f) {
+  QuerierConfig::attributes.forEach([&](Mox::AttrId, const auto& row) {
+    if constexpr (Agent::isSetting<decltype(row)>) {
+      f(std::string_view(row.name), config.*row.member);
+    }
+  });
+}
+
+template <class V>
+std::string printed(V value) {
+  if constexpr (std::is_same_v<V, bool>) return value ? "on" : "off";
+  if constexpr (std::is_floating_point_v<V>) return fmt::format("{}", value);
+  return std::to_string(static_cast<unsigned>(value));
+}
+
+Arguments printed(const Parsed& settings) {
+  Arguments arguments;
+  forEachSetting(*settings.config, [&](std::string_view name, auto value) {
+    arguments.push_back(Agent::optionName(name) + "=" + printed(value));
+  });
+  for (const std::string& prefix : settings.boundary) arguments.push_back("--boundary=" + prefix);
+  return arguments;
+}
+
+void requireRanges(const QuerierConfig& config) {
+  forEachSetting(config, [](std::string_view name, auto value) {
+    const Agent::SettingRule& rule = *Agent::settingRule(name);
+    const auto number = static_cast<double>(value);
+    property((number >= rule.least && number <= rule.most) || (number == 0.0 && rule.zero),
+             std::string(name) + " lies in its range");
+  });
+  property(config.queryResponseInterval() < config.queryInterval(),
+           "answers are due before the next query (RFC 3376 8.3)");
+  property(config.querierVersion() == Gmp::Igmp::igmpVersion3 ||
+               config.lastMemberQueryInterval() <= 25.5,
+           "queries of the old versions can say the last member query interval (RFC 2236 2.2)");
+}
+
+void trySettings(const Arguments& arguments) {
+  const Parsed first = parsed(arguments);
+  if (!first.accepted) return;
+  requireRanges(*first.config);
+  const Parsed again = parsed(printed(first));
+  property(again.accepted, "what is accepted and printed is accepted again");
+  property(printed(again) == printed(first), "and is the same");
+}
+
+std::optional<double> numberIn(const std::string& text, const Agent::NumberRange& range) {
+  try {
+    return Agent::optionNumber("--number", text, range);
+  } catch (const CLI::ValidationError& error) {
+    property(*error.what() != '\0', "what is refused is refused for a reason");
+    return std::nullopt;
+  }
+}
+
+void tryNumber(const std::string& text, const Agent::NumberRange& range) {
+  const std::optional<double> number = numberIn(text, range);
+  if (!number) return;
+  property((*number >= range.least && *number <= range.most) || (*number == 0.0 && range.zero),
+           "a number that is accepted lies in its range");
+  property(!range.whole || *number == std::floor(*number), "a whole number is one");
+  const std::string again = range.whole ? fmt::format("{:.0f}", *number) : fmt::to_string(*number);
+  property(numberIn(again, range) == number, "a number that is printed reads the same");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const Arguments arguments = linesOf({reinterpret_cast<const char*>(data), size});
+  trySettings(arguments);
+  for (const std::string& argument : arguments) {
+    const std::string number = argument.substr(argument.find('=') + 1);
+    tryNumber(number, {.least = -1e300, .most = 1e300});
+    tryNumber(number, {.least = -1e15, .most = 1e15, .whole = true});
+    tryNumber(number, {.least = 0.25, .most = 1024, .zero = "nothing"});
+  }
+  return 0;
+}
