@@ -57,8 +57,9 @@ class CopyHost final : public SessionHost {
                               const Mox::Value& key) override {
     auto& copy = copies_[std::string(path)];
     if (copy == nullptr && type == QuerierStatus::entityTypeName) copy = querierStatusFactory();
-    if (copy == nullptr && type == QuerierConfig::entityTypeName) {
-      copy = querierConfigFactory(std::get<std::string>(key));
+    const auto* name = std::get_if<std::string>(&key);
+    if (copy == nullptr && type == QuerierConfig::entityTypeName && name != nullptr) {
+      copy = querierConfigFactory(*name);
     }
     return copy;
   }
@@ -72,6 +73,7 @@ class CopyHost final : public SessionHost {
     return found == copies_.end() ? nullptr : static_cast<E*>(found->second.get());
   }
   bool current() const { return current_; }
+  void currentDel() { current_ = false; }
   U32 answer() const { return answer_; }
 
  private:

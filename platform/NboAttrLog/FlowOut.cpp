@@ -4,15 +4,10 @@
 
 namespace Mox::NboAttrLog {
 
-namespace {
-
-// What a peer learns of an attribute otherwise, or computes itself, is not sent.
-bool flows(const AttrInfo& attr) {
-  return attr.kind == AttrKind::stored || attr.kind == AttrKind::counter ||
-         attr.kind == AttrKind::collection;
+bool FlowOut::flows(const AttrInfo& attr) {
+  if (attr.kind == AttrKind::collection) return true;
+  return (attr.kind == AttrKind::stored || attr.kind == AttrKind::counter) && attr.get != nullptr;
 }
-
-}  // namespace
 
 FlowOut FlowOut::everythingOf(const TypeInfo& type) {
   FlowOut all;

@@ -1,5 +1,6 @@
 #include <Mox/NboAttrLog/Session.h>
 
+#include <algorithm>
 #include <utility>
 
 #include <Mox/ActivityClock.h>
@@ -19,6 +20,7 @@ Session::Session(SessionHost& host, Setup setup, Directory* directory)
   if (!serving()) return;
   directory_->followerAdd(this);
   currentDue_ = true;
+  deferredIs();  // the notice of an empty directory is due as well
   for (const auto& [number, entry] : directory_->entries()) serve(number, entry);
 }
 
@@ -49,6 +51,7 @@ void Session::onEntry(U32 number) {
   const auto entry = directory_->entries().find(number);
   if (entry != directory_->entries().end()) return serve(number, entry->second);
   const auto tree = trees_.find(number);
+  if (tree == trees_.end()) return;  // another follower took it away before this one heard of it
   if (tree->second.out->announced()) gone_.push_back(number);
   trees_.erase(tree);
   deferredIs();
@@ -66,23 +69,11 @@ std::string Session::whyRefused(const EntityBase& entity, const AttrInfo& attr,
 
 void Session::drain() {
   if (!greeted_ || !deferred_ || !fault_.empty()) return;
-  deferred_ = !(drainTrees() && drainNotices());
+  deferred_ = !(drainGone() && drainTrees() && drainNotices());
 }
 
-// In rounds, from where the stream was full: no tree waits for ever behind a busy one.
-bool Session::drainTrees() {
-  for (size_t done = 0; done < trees_.size();) {
-    auto tree = trees_.lower_bound(nextTree_);
-    if (tree == trees_.end()) tree = trees_.begin();
-    nextTree_ = tree->first;
-    if (tree->second.out != nullptr && !tree->second.out->drain()) return false;
-    ++done;
-    ++nextTree_;
-  }
-  return true;
-}
-
-bool Session::drainNotices() {
+// Before the trees: a path that is given to another entity ends first and begins again then.
+bool Session::drainGone() {
   while (!gone_.empty()) {
     if (!out_.sufficientBuffer()) return false;
     out_.begin(FrameType::rootGone);
@@ -90,6 +81,23 @@ bool Session::drainNotices() {
     out_.end();
     gone_.pop_back();
   }
+  return true;
+}
+
+// In rounds, each with a turn that begins with room: no tree waits for ever behind a busy one.
+bool Session::drainTrees() {
+  for (size_t done = 0; done < trees_.size(); ++done) {
+    auto tree = trees_.lower_bound(nextTree_);
+    if (tree == trees_.end()) tree = trees_.begin();
+    nextTree_ = tree->first;
+    if (!out_.sufficientBuffer()) return false;
+    ++nextTree_;
+    if (tree->second.out != nullptr && !tree->second.out->drain()) return false;
+  }
+  return true;
+}
+
+bool Session::drainNotices() {
   const auto notice = [&](FrameType type, std::optional<U32> token) {
     if (!out_.sufficientBuffer()) return false;
     out_.begin(type);
@@ -194,7 +202,10 @@ std::string Session::handleRoot(Reader& in) {
   const U8 writable = in.u8();
   const std::string type(in.text());
   const Value key = in.argument();
-  if (serving() || writable > 1 || !in.complete() || trees_.contains(number)) {
+  const auto taken = [&](const auto& tree) {
+    return tree.first == number || tree.second.path == path;
+  };
+  if (serving() || writable > 1 || !in.complete() || std::ranges::any_of(trees_, taken)) {
     return "a directory entry that does not belong here";
   }
   Tree& tree = trees_[number];

@@ -1,3 +1,367 @@
+// How a connection begins, what it answers, and what ends it.
 #include <Mox/NboAttrLog/Session.h>
 
+#include <string>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "SessionTestSupport.h"
+
+namespace Mox::NboAttrLog {
+namespace {
+
+using testing::IsEmpty;
+
+class SessionTest : public ServingTest {
+ protected:
+  // Serves shelf/a without having been greeted.
+  void serveSilently() {
+    directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+    serve();
+    takeWithoutDraining();
+  }
+};
+
+TEST_F(SessionTest, nothingButTheHelloIsSentBeforeThePeersHello) {
+  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  serve();
+  shelf_->visitsIs(1);
+  directory_.entryIs("shelf/b", makePtr<Shelf>("b"), Access::readOnly);
+  session_->ask(1);
+  EXPECT_EQ(take().size(), 1u);
+  EXPECT_EQ(host_.outputs_, 0);
+}
+
+TEST_F(SessionTest, helloTellsTheHostThatThereIsOutput) {
+  serveSilently();
+  ASSERT_TRUE(send(helloFrame));
+  EXPECT_TRUE(session_->greeted());
+  EXPECT_EQ(host_.outputs_, 1);
+}
+
+TEST_F(SessionTest, helloTellsTheDifferenceOfTheClocksAndOnesOwnRights) {
+  TestHost host;
+  Session copy(host, {.name = "copy", .peerName = "agent"});
+  virtualTimeIs(990.0);
+  ASSERT_TRUE(copy.input(framed("01 4d6f784c 0001 408f400000000000 01" + textHex("agent"))));
+  EXPECT_EQ(copy.clockDifference(), 10.0);
+  EXPECT_EQ(copy.ownRights(), Rights::configure);
+}
+
+struct FaultCase {
+  const char* rule;
+  std::string frame;
+  const char* fault;
+};
+void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.frame; }
+std::string ruleOf(const testing::TestParamInfo<FaultCase>& info) { return info.param.rule; }
+
+class FirstFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
+
+TEST_P(FirstFrameTest, endsTheConnection) {
+  serveSilently();
+  EXPECT_FALSE(send(GetParam().frame));
+  EXPECT_EQ(session_->fault(), GetParam().fault);
+  EXPECT_FALSE(session_->greeted());
+  EXPECT_EQ(take(), framesOf({"0c" + textHex(GetParam().fault)}));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Hello, FirstFrameTest,
+    testing::Values(FaultCase{"wrongMagic", "01 4d6f784d 0001 0000000000000000 00 0000",
+                              "the peer does not speak the attribute log"},
+                    FaultCase{"tooShortForAVersion", "01 4d6f784c 00",
+                              "the peer does not speak the attribute log"},
+                    FaultCase{"wrongVersion", "01 4d6f784c 0002 00",
+                              "the peer speaks version 2 of the attribute log, not 1"},
+                    FaultCase{"withoutName", "01 4d6f784c 0001 0000000000000000 00",
+                              "a hello that contradicts itself"},
+                    FaultCase{"unknownRights", "01 4d6f784c 0001 0000000000000000 02 0000",
+                              "a hello that contradicts itself"},
+                    FaultCase{"moreThanAHello", "01 4d6f784c 0001 0000000000000000 00 0000 00",
+                              "a hello that contradicts itself"},
+                    FaultCase{"anotherFrameFirst", "0a 00000001", "the first frame is not a hello"},
+                    FaultCase{"unknownFrameFirst", "ff", "the first frame is not a hello"}),
+    ruleOf);
+
+class HostileFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
+
+TEST_P(HostileFrameTest, endsTheConnectionAndChangesNothing) {
+  shelf_->visitsIs(5);
+  shelf_->bookIs(7)->loansIs(6);
+  serveShelf(Access::configurable, Rights::read);
+  EXPECT_FALSE(send(GetParam().frame));
+  EXPECT_EQ(session_->fault(), GetParam().fault);
+  EXPECT_EQ(take(), framesOf({"0c" + textHex(GetParam().fault)}));
+  EXPECT_FALSE(shelf_->lit());
+  EXPECT_EQ(shelf_->visits(), 5u);
+  EXPECT_EQ(shelf_->books(), 1u);
+  EXPECT_EQ(shelf_->book(7)->loans(), 6u);
+  EXPECT_EQ(shelf_->book(7)->pages(), 0u);
+}
+
+const char* const readOnlyShelf = "write-update from readonly proxy: a peerName: uid 7";
+const char* const readOnlyBook = "write-update from readonly proxy: a/book[7] peerName: uid 7";
+
+INSTANTIATE_TEST_SUITE_P(
+    PeerWithoutRights, HostileFrameTest,
+    testing::Values(
+        FaultCase{"attribute", "04 00000001 00 0103 00000009", readOnlyShelf},
+        FaultCase{"attributeOfAMember", "04 00000001 01 00000007 0104 00000009", readOnlyBook},
+        FaultCase{"noAttribute", "04 00000001 00", readOnlyShelf},
+        FaultCase{"addition", "06 00000001 01 00000009 0104" + textHex("Test::Book") + "00000009",
+                  readOnlyShelf},
+        FaultCase{"additionToAMember",
+                  "06 00000001 02 00000007 00000001 0103" + textHex("Test::Page") + "00000001",
+                  readOnlyBook},
+        FaultCase{"removal", "07 00000001 00 0104 00000007", readOnlyShelf},
+        FaultCase{"begin", "05 00000001 00 0104 01", readOnlyShelf},
+        FaultCase{"end", "08 00000001 00 0104 01", readOnlyShelf},
+        FaultCase{"root", shelfRoot, "a directory entry that does not belong here"},
+        FaultCase{"rootGone", "03 00000001", "the end of a directory entry that is not there"},
+        FaultCase{"current", "09", "a notice that does not belong here"},
+        FaultCase{"secondHello", helloFrame, "a hello that contradicts itself"},
+        FaultCase{"unknownType", "0d", "a frame of an unknown type"},
+        FaultCase{"typeZero", "00", "a frame of an unknown type"},
+        FaultCase{"shortQuestion", "0a 000000", "a question that is too short or too long"},
+        FaultCase{"longQuestion", "0a 0000000000", "a question that is too short or too long"},
+        FaultCase{"deepReference", "04 00000001 05 00000001 00000001 00000001 00000001 00000001",
+                  "a frame that names no entity"},
+        FaultCase{"noReference", "04 0000", "a frame that names no entity"},
+        FaultCase{"absentMember", "04 00000001 01 00000008 0104 00000009",
+                  "attributes of a member that is not there"},
+        FaultCase{"memberOfNoCollection", "04 00000001 03 00000007 00000001 00000001 0104 00000009",
+                  "attributes of a member that is not there"}),
+    ruleOf);
+
+class BadWriteTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
+
+TEST_P(BadWriteTest, endsTheConnectionAndChangesNothing) {
+  shelf_->visitsIs(5);
+  shelf_->bookIs(7)->loansIs(6);
+  serveShelf(Access::configurable, Rights::configure);
+  host_.refused_ = "label";
+  EXPECT_FALSE(send(GetParam().frame));
+  EXPECT_EQ(session_->fault(), GetParam().fault);
+  EXPECT_FALSE(shelf_->lit());
+  EXPECT_EQ(shelf_->visits(), 5u);
+  EXPECT_EQ(shelf_->label(), "");
+  EXPECT_EQ(shelf_->wood(), pine);
+  EXPECT_EQ(shelf_->books(), 1u);
+  EXPECT_EQ(shelf_->book(7)->pages(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    PeerWithRights, BadWriteTest,
+    testing::Values(
+        FaultCase{"flagOfTwo", "04 00000001 00 0102 02", "a value of lit that it cannot have"},
+        FaultCase{"shortValue", "04 00000001 00 0103 000000",
+                  "a value of visits that it cannot have"},
+        FaultCase{"textBeyondTheEnd", "04 00000001 00 0108 0003 6162",
+                  "a value of label that it cannot have"},
+        FaultCase{"textTooLong", "04 00000001 00 0108" + textHex(std::string(256, 'x')),
+                  "a value of label that it cannot have"},
+        FaultCase{"enumeratorThatIsNone", "04 00000001 00 0109 00000003",
+                  "wood: Test::Wood has no value 3"},
+        FaultCase{"refusedByTheHost", "04 00000001 00 0108 0001 61", "label is not for you"},
+        FaultCase{"derivedAttribute", "04 00000001 00 0106 00000003",
+                  "an attribute that Test::Shelf cannot be sent"},
+        FaultCase{"key", "04 00000001 00 0101 0001 62",
+                  "an attribute that Test::Shelf cannot be sent"},
+        FaultCase{"collectionAsAttribute", "04 00000001 00 0104 00",
+                  "an attribute that Test::Shelf cannot be sent"},
+        FaultCase{"attributeWithoutValue", "04 00000001 00 010b 00",
+                  "an attribute that Test::Shelf cannot be sent"},
+        FaultCase{"unknownAttribute", "04 00000001 00 010c 00",
+                  "an attribute that Test::Shelf cannot be sent"},
+        FaultCase{"halfAnIdentifier", "04 00000001 00 01",
+                  "an attribute that Test::Shelf cannot be sent"},
+        FaultCase{"additionOfAnotherType",
+                  "06 00000001 01 00000009 0104" + textHex("Test::Page") + "00000009",
+                  "an addition of a type that does not belong"},
+        FaultCase{"additionOfTwoKeys",
+                  "06 00000001 01 00000009 0104" + textHex("Test::Book") + "00000008",
+                  "an addition that contradicts itself"},
+        FaultCase{"additionOfTheEntryItself",
+                  "06 00000001 00 0104" + textHex("Test::Book") + "00000008",
+                  "an addition that contradicts itself"},
+        FaultCase{"additionToNoCollection",
+                  "06 00000001 01 00000009 0103" + textHex("Test::Book") + "00000009",
+                  "an addition to what is not a collection"},
+        FaultCase{"additionToAnAbsentMember",
+                  "06 00000001 02 00000009 00000001 0103" + textHex("Test::Page") + "00000001",
+                  "an addition to a member that is not there"},
+        FaultCase{"removalFromNoCollection", "07 00000001 00 0103 00000007",
+                  "a removal from what is not a collection"},
+        FaultCase{"removalFromAnAbsentMember", "07 00000001 01 00000009 0103 00000007",
+                  "a removal from a member that is not there"},
+        FaultCase{"longRemoval", "07 00000001 00 0104 0000000700",
+                  "a removal that is too short or too long"},
+        FaultCase{"beginOfNoCollection", "05 00000001 00 0103 00",
+                  "a transaction of what is not a collection"},
+        FaultCase{"beginInAnAbsentMember", "05 00000001 01 00000009 0103 00",
+                  "a transaction of a member that is not there"},
+        FaultCase{"shortEnd", "08 00000001 00 0104",
+                  "a transaction marker that is too short or too long"}),
+    ruleOf);
+
+TEST_F(SessionTest, peerWithRightsWritesAndHearsNoEcho) {
+  serveShelf(Access::configurable, Rights::configure);
+  ASSERT_TRUE(send("04 00000001 00 0103 00000009"));
+  EXPECT_EQ(shelf_->visits(), 9u);
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(SessionTest, otherPeersHearWhatOneWrites) {
+  serveShelf(Access::configurable, Rights::configure);
+  TestHost otherHost;
+  Session other(otherHost, {.name = "agent", .peerName = "uid 8"}, &directory_);
+  FrameTaker otherTaker;
+  ASSERT_TRUE(other.input(framed(helloFrame)));
+  other.drain();
+  otherTaker.take(other.stream());
+  ASSERT_TRUE(send("04 00000001 00 0103 00000009"));
+  EXPECT_EQ(otherTaker.take(other.stream()), framesOf({"04 00000001 00 0103 00000009"}));
+}
+
+TEST_F(SessionTest, rightsDoNotReachAnEntryThatIsReadOnly) {
+  serveShelf(Access::readOnly, Rights::configure);
+  EXPECT_FALSE(send("04 00000001 00 0103 00000009"));
+  EXPECT_EQ(session_->fault(), readOnlyShelf);
+}
+
+TEST_F(SessionTest, announcementSaysWhetherThisPeerMayWrite) {
+  directory_.entryIs("shelf/a", shelf_, Access::configurable);
+  serve(Rights::configure);
+  ASSERT_TRUE(send(helloFrame));
+  EXPECT_EQ(take().at(1), framesOf({writableShelfRoot}).front());
+}
+
+TEST_F(SessionTest, valuesInFrontOfTheBadOneAreTaken) {
+  serveShelf(Access::configurable, Rights::configure);
+  EXPECT_FALSE(send("04 00000001 00 0102 01 0103 000000"));
+  EXPECT_TRUE(shelf_->lit());
+}
+
+TEST_F(SessionTest, writeToAnEntryThatHasGoneSinceIsForgotten) {
+  serveShelf(Access::configurable, Rights::configure);
+  directory_.entryDel("shelf/a");
+  EXPECT_TRUE(send("04 00000001 00 0103 00000009"));
+  EXPECT_EQ(shelf_->visits(), 0u);
+}
+
+TEST_F(SessionTest, questionIsAnsweredAfterAllThatIsLeftOver) {
+  serveShelf();
+  stall();
+  shelf_->visitsIs(3);
+  ASSERT_TRUE(send("0a 00000005"));
+  unstall();
+  EXPECT_EQ(take(), framesOf({"04 00000001 00 0103 00000003", "0b 00000005"}));
+}
+
+TEST_F(SessionTest, answerReachesTheHost) {
+  serveShelf();
+  ASSERT_TRUE(send("0b 00000005"));
+  EXPECT_EQ(host_.told(), "answer(5) ");
+}
+
+TEST_F(SessionTest, laterQuestionStandsForThoseBeforeIt) {
+  serveShelf();
+  session_->ask(1);
+  session_->ask(2);
+  ASSERT_TRUE(send("0a 00000005"));
+  ASSERT_TRUE(send("0a 00000006"));
+  EXPECT_EQ(take(), framesOf({"0a 00000002", "0b 00000006"}));
+}
+
+TEST_F(SessionTest, peersRefusalEndsTheConnectionWithoutAnAnswer) {
+  serveShelf();
+  EXPECT_FALSE(send("0c 0004 66756c6c"));
+  EXPECT_EQ(session_->fault(), "the peer ended the connection: full");
+  EXPECT_EQ(session_->refusal(), "full");
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(SessionTest, refusalMayComeInsteadOfAHello) {
+  serveSilently();
+  EXPECT_FALSE(send("0c 0004 66756c6c"));
+  EXPECT_EQ(session_->refusal(), "full");
+}
+
+TEST_F(SessionTest, refusalIsSaidOnceAndOnlyWhereThereIsRoom) {
+  serveShelf();
+  session_->refuse("first");
+  session_->refuse("second");
+  EXPECT_EQ(session_->fault(), "first");
+  EXPECT_EQ(takeWithoutDraining(), framesOf({"0c" + textHex("first")}));
+}
+
+TEST_F(SessionTest, refusalIsNotSaidToAFullStream) {
+  serveShelf();
+  stall();
+  session_->refuse("full");
+  EXPECT_EQ(session_->fault(), "full");
+  const Frames frames = takeWithoutDraining();
+  EXPECT_EQ(frames.back().substr(0, 2), "04");
+}
+
+TEST_F(SessionTest, nothingIsReadOrBuiltAfterTheEnd) {
+  serveShelf(Access::configurable, Rights::configure);
+  session_->refuse("over");
+  takeWithoutDraining();
+  EXPECT_FALSE(send("04 00000001 00 0103 00000009"));
+  EXPECT_EQ(shelf_->visits(), 0u);
+  session_->ask(1);
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(SessionTest, framesBehindABadOneAreNotActedOn) {
+  serveShelf(Access::configurable, Rights::configure);
+  auto bytes = framed("ff");
+  const auto second = framed("04 00000001 00 0103 00000009");
+  bytes.insert(bytes.end(), second.begin(), second.end());
+  EXPECT_FALSE(session_->input(bytes));
+  EXPECT_EQ(shelf_->visits(), 0u);
+}
+
+TEST_F(SessionTest, impossibleLengthEndsTheConnection) {
+  serveShelf();
+  EXPECT_FALSE(session_->input(bytesOf("ffff")));
+  EXPECT_EQ(session_->fault(), "a frame of an impossible length");
+}
+
+TEST_F(SessionTest, framesMayBeSplitAnywhere) {
+  auto bytes = framed(helloFrame);
+  for (const auto& hex : {"04 00000001 00 0103 00000009 0102 01", "0a 00000005"}) {
+    const auto frame = framed(hex);
+    bytes.insert(bytes.end(), frame.begin(), frame.end());
+  }
+  for (size_t at = 0; at <= bytes.size(); ++at) {
+    SCOPED_TRACE(at);
+    Directory directory;
+    const Ptr<Shelf> shelf = makePtr<Shelf>("a");
+    directory.entryIs("shelf/a", shelf, Access::configurable);
+    Session session(host_, {.name = "agent", .peerName = "uid 0", .rights = Rights::configure},
+                    &directory);
+    ASSERT_TRUE(session.input(std::span(bytes).first(at)));
+    ASSERT_TRUE(session.input(std::span(bytes).subspan(at)));
+    EXPECT_EQ(shelf->visits(), 9u);
+    EXPECT_TRUE(shelf->lit());
+    session.drain();
+    FrameTaker taker;
+    EXPECT_EQ(taker.take(session.stream()).back(), "0b00000005");
+  }
+}
+
+TEST_F(SessionTest, sessionThatEndsHearsNoMoreOfItsEntities) {
+  serveShelf();
+  session_.reset();
+  const int before = host_.outputs_;
+  shelf_->visitsIs(1);
+  directory_.entryDel("shelf/a");
+  EXPECT_EQ(host_.outputs_, before);
+}
+
+}  // namespace
+}  // namespace Mox::NboAttrLog

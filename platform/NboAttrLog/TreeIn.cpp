@@ -68,7 +68,8 @@ std::string TreeIn::handleAddition(const Ref& ref, Reader& in, const std::string
   if (members == nullptr) return "an addition to what is not a collection";
   if (members->memberType().name != type) return "an addition of a type that does not belong";
   const TreeOut::Receiving receiving(out_, *entity, id);
-  members->add(*entity, key);
+  // A copy that outlived a connection holds members that this one has not heard yet.
+  members->add(*entity, key)->treeHeardIs();
   named(above, key);
   return {};
 }

@@ -62,7 +62,7 @@ bool TreeOut::concerns(const EntityBase& entity, AttrId id) const {
 }
 
 void TreeOut::onAttr(const EntityBase& entity, AttrId id) {
-  if (!concerns(entity, id)) return;
+  if (!FlowOut::flows(*entity.type().attr(id)) || !concerns(entity, id)) return;
   const Delivering delivering(*this);
   const Ref ref = refOf(entity);
   if (host_.deferred() || !host_.out().sufficientBuffer()) {
@@ -86,6 +86,7 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
       } else {
         flow->members().dirtyIs(key, true);
       }
+      keepBounded(*flow, collection.size(entity));
     }
     return;
   }
@@ -94,6 +95,14 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
     if (FlowOut* flow = remembered(ref, left.dirtyBits())) *flow = std::move(left);
   }
   host_.transmit();
+}
+
+// Members that came and went while the peer took nothing are not remembered for ever: a walk that
+// names those that are there tells the same.
+void TreeOut::keepBounded(FlowOut& flow, size_t members) {
+  if (flow.members().records() <= 2 * members + keysAlwaysKept) return;
+  flow.membersDel();
+  flow.members().wholeIs();
 }
 
 // The collection as a whole: every member again, so that the peer can drop what is not among them.

@@ -27,6 +27,9 @@ class MOX_PUBLIC FlowOut {
   // Of an entity of which nothing has been sent.
   static FlowOut everythingOf(const TypeInfo& type);
 
+  // Whether an attribute is sent at all: what a peer learns otherwise, or computes itself, is not.
+  static bool flows(const AttrInfo& attr);
+
   // Bit 0 is the attribute after the first: what the first holds travels in the announcement.
   static U32 bitOf(AttrId id);
   U32 dirtyBits() const { return dirty_; }
@@ -87,6 +90,8 @@ class MOX_PUBLIC FlowOut::Members {
   bool covers(U32 key) const;
   // Whether there are records to be sent, which is what a transaction is for.
   bool hasRecords() const;
+  // Keys of which it is remembered that they came or went.
+  size_t records() const { return dirty().size() + leafRecords_; }
   bool empty() const;
 
  private:

@@ -36,7 +36,8 @@ enum class Rights : U8 { read = 0, configure = 1 };
 
 class MOX_PUBLIC SessionHost {
  public:
-  // Bytes wait in the stream: the socket should take them. Called within other calls.
+  // Bytes wait in the stream, or more of them would if the session were asked to drain. Called
+  // within other calls: the host takes note, or gives the socket what waits, and drains later.
   virtual void onOutput() = 0;
 
   // A copy's entity for a directory entry of the peer; null for one that is of no interest.
@@ -116,6 +117,7 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   bool serving() const { return directory_ != nullptr; }
   void sayHello();
   void serve(U32 number, const Directory::Entry& entry);
+  bool drainGone();
   bool drainTrees();
   bool drainNotices();
 

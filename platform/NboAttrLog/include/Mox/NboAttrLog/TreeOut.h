@@ -37,6 +37,10 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
     readOnly,  // of the peer's entity; writing it is an error
   };
 
+  // Keys of members that came or went are remembered one by one up to this number and twice the
+  // size of the collection.
+  static constexpr size_t keysAlwaysKept = 1024;
+
   TreeOut(Host& host, U32 number, std::string path, Ptr<EntityBase> entity, Copy copy,
           bool writable);
   ~TreeOut() override;
@@ -71,6 +75,7 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
   // Whether a change is to be sent or remembered at all.
   bool concerns(const EntityBase& entity, AttrId id) const;
   Ref refOf(const EntityBase& entity) const;
+  static void keepBounded(FlowOut& flow, size_t members);
   // Adds dirty bits to what is remembered of that entity. Its flow; null for a leaf, and where a
   // record to come covers it.
   FlowOut* remembered(const Ref& ref, U32 bits);

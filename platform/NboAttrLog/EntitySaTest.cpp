@@ -1,0 +1,244 @@
+// Every record as literal bytes: what is written here is what doc/attribute-log.md promises.
+#include <Mox/NboAttrLog/EntitySa.h>
+
+#include <limits>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "SessionTestSupport.h"
+
+namespace Mox::NboAttrLog {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class EntitySaTest : public ServingTest {};
+
+TEST_F(EntitySaTest, helloCarriesMagicVersionClockRightsAndName) {
+  serve(Rights::configure);
+  EXPECT_EQ(hexOf(session_->stream().pending()),
+            hexOf(bytesOf("0017 01 4d6f784c 0001 408f400000000000 01 0005 6167656e74")));
+}
+
+TEST_F(EntitySaTest, peerIsSentEverythingInTheOrderOfIdentifiers) {
+  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  serve();
+  takeWithoutDraining();
+  ASSERT_TRUE(send(helloFrame));
+  EXPECT_EQ(take(),
+            framesOf({shelfRoot, "04 00000001 00 0102 00 0103 00000000", "05 00000001 00 0104 01",
+                      "08 00000001 00 0104 01", shelfRest, currentFrame}));
+}
+
+TEST_F(EntitySaTest, announcementNamesPathRightTypeAndConstructionArgument) {
+  OutStream out;
+  FlowOut flow;
+  EntitySa(out, *shelf_, flow, {.root = 9}).doSerializeOrphan("x", true);
+  EXPECT_EQ(hexOf(out.pending()),
+            hexOf(bytesOf("001a 02 00000009 0001 78 01 000b 546573743a3a5368656c66 05 0001 61")));
+}
+
+// A type that is found by its owner alone has no argument to be constructed with.
+class Nameless final : public Entity<Nameless> {
+ public:
+  static constexpr const char* entityTypeName = "Test::Nameless";
+  class NotifieeConst : public NotifieeOf<Nameless> {};
+  std::string name() const { return {}; }
+
+ private:
+  friend class Entity<Nameless>;
+
+ public:
+  static constexpr AttrTable attributes{Constant{"name", &Nameless::name}};
+};
+
+TEST_F(EntitySaTest, announcementWithoutConstructionArgumentSaysSo) {
+  OutStream out;
+  FlowOut flow;
+  const Ptr<Nameless> nameless = makePtr<Nameless>();
+  EntitySa(out, *nameless, flow, {.root = 2}).doSerializeOrphan("n", false);
+  EXPECT_EQ(hexOf(out.pending()),
+            hexOf(framed("02 00000002 0001 6e 00" + textHex("Test::Nameless") + "00")));
+}
+
+TEST_F(EntitySaTest, constructionArgumentOfThirtyTwoBitsIsOfTheSecondKind) {
+  OutStream out;
+  FlowOut flow;
+  const Ptr<Page> page = makePtr<Page>(Number(0xe8000001u));
+  EntitySa(out, *page, flow, {.root = 2}).doSerializeOrphan("p", false);
+  EXPECT_EQ(hexOf(out.pending()),
+            hexOf(framed("02 00000002 0001 70 00" + textHex("Test::Page") + "02 e8000001")));
+}
+
+TEST_F(EntitySaTest, eachKindOfValueHasItsWidth) {
+  serveShelf();
+  shelf_->litIs(true);
+  shelf_->visitsIs(0x01020304u);
+  shelf_->totalIs(0x0102030405060708u);
+  shelf_->heightIs(1.5);
+  shelf_->labelIs("up");
+  shelf_->woodIs(oak);
+  shelf_->ownerIs(Number(0xc0a80001u));
+  EXPECT_EQ(takeWithoutDraining(),
+            framesOf({"04 00000001 00 0102 01", "04 00000001 00 0103 01020304",
+                      "04 00000001 00 0105 0102030405060708",
+                      "04 00000001 00 0107 3ff8000000000000", "04 00000001 00 0108 0002 7570",
+                      "04 00000001 00 0109 00000004", "04 00000001 00 010a c0a80001"}));
+}
+
+TEST_F(EntitySaTest, secondsCanBeInfinite) {
+  serveShelf();
+  shelf_->heightIs(std::numeric_limits<double>::infinity());
+  EXPECT_EQ(takeWithoutDraining(), framesOf({"04 00000001 00 0107 7ff0000000000000"}));
+}
+
+TEST_F(EntitySaTest, longestTextIsSentWholeAndALongerOneIsCut) {
+  serveShelf();
+  shelf_->labelIs(std::string(255, 'x'));
+  shelf_->labelIs(std::string(256, 'y'));
+  EXPECT_EQ(takeWithoutDraining(),
+            framesOf({"04 00000001 00 0108" + textHex(std::string(255, 'x')),
+                      "04 00000001 00 0108" + textHex(std::string(255, 'y'))}));
+}
+
+TEST_F(EntitySaTest, derivedAttributeIsNeverSent) {
+  serveShelf();
+  shelf_->visitsIs(21);
+  ASSERT_EQ(shelf_->twice(), 42u);
+  EXPECT_EQ(take(), framesOf({"04 00000001 00 0103 00000015"}));
+}
+
+TEST_F(EntitySaTest, attributeWithoutAValueIsNeverSent) {
+  serveShelf();
+  shelf_->placeIs({.row = 3});
+  EXPECT_TRUE(session_->allSent());
+  EXPECT_THAT(take(), IsEmpty());
+}
+
+TEST_F(EntitySaTest, additionCarriesTypeAndKeyAndAllThatIsInIt) {
+  serveShelf();
+  shelf_->bookIs(7);
+  EXPECT_EQ(takeWithoutDraining(),
+            framesOf({"06 00000001 01 00000007 0104" + textHex("Test::Book") + "00000007",
+                      "05 00000001 01 00000007 0103 01", "08 00000001 01 00000007 0103 01",
+                      "04 00000001 01 00000007 0104 00000000"}));
+}
+
+TEST_F(EntitySaTest, removalCarriesTheKeyOnly) {
+  shelf_->bookIs(7);
+  serveShelf();
+  shelf_->bookDel(7);
+  EXPECT_EQ(takeWithoutDraining(), framesOf({"07 00000001 00 0104 00000007"}));
+}
+
+TEST_F(EntitySaTest, memberOfAMemberIsNamedByTheKeysThatLeadToIt) {
+  shelf_->bookIs(7);
+  serveShelf();
+  shelf_->book(7)->pageIs(0xff)->tornIs(true);
+  shelf_->book(7)->pageDel(0xff);
+  EXPECT_EQ(takeWithoutDraining(),
+            framesOf({"06 00000001 02 00000007 000000ff 0103" + textHex("Test::Page") + "000000ff",
+                      "04 00000001 02 00000007 000000ff 0103 00",
+                      "04 00000001 02 00000007 000000ff 0103 01",
+                      "07 00000001 01 00000007 0103 000000ff"}));
+}
+
+TEST_F(EntitySaTest, endOfADirectoryEntryCarriesItsNumber) {
+  serveShelf();
+  directory_.entryDel("shelf/a");
+  EXPECT_EQ(take(), framesOf({"03 00000001"}));
+}
+
+TEST_F(EntitySaTest, questionAndAnswerCarryTheirToken) {
+  serveShelf();
+  session_->ask(0x01020304);
+  EXPECT_EQ(take(), framesOf({"0a 01020304"}));
+  ASSERT_TRUE(send("0a 0000abcd"));
+  EXPECT_EQ(take(), framesOf({"0b 0000abcd"}));
+}
+
+TEST_F(EntitySaTest, refusalCarriesTheReason) {
+  serveShelf();
+  session_->refuse("no");
+  EXPECT_EQ(takeWithoutDraining(), framesOf({"0c 0002 6e6f"}));
+}
+
+// More text than one frame takes.
+class Wall final : public Entity<Wall> {
+ public:
+  static constexpr const char* entityTypeName = "Test::Wall";
+  class NotifieeConst : public NotifieeOf<Wall> {
+   public:
+    virtual void onText() {}
+  };
+  explicit Wall(Name name) : name_(name) {}
+  Name name() const { return name_; }
+  void aIs(std::string v) { set<&Wall::a_>(std::move(v)); }
+  void bIs(std::string v) { set<&Wall::b_>(std::move(v)); }
+  void cIs(std::string v) { set<&Wall::c_>(std::move(v)); }
+  void dIs(std::string v) { set<&Wall::d_>(std::move(v)); }
+
+ private:
+  friend class Entity<Wall>;
+  Name name_;
+  std::string a_ = std::string(255, 'a');
+  std::string b_ = std::string(255, 'b');
+  std::string c_ = std::string(255, 'c');
+  std::string d_ = std::string(255, 'd');
+
+ public:
+  static constexpr AttrTable attributes{
+      Key{"name", &Wall::name_},
+      Attr{"a", &Wall::a_, &Wall::aIs, &NotifieeConst::onText},
+      Attr{"b", &Wall::b_, &Wall::bIs, &NotifieeConst::onText},
+      Attr{"c", &Wall::c_, &Wall::cIs, &NotifieeConst::onText},
+      Attr{"d", &Wall::d_, &Wall::dIs, &NotifieeConst::onText},
+  };
+};
+
+TEST_F(EntitySaTest, attributesThatDoNotFitIntoAFrameFollowInTheNext) {
+  directory_.entryIs("wall", makePtr<Wall>("w"), Access::readOnly);
+  serve();
+  takeWithoutDraining();
+  ASSERT_TRUE(send(helloFrame));
+  const auto text = [](char c) { return textHex(std::string(255, c)); };
+  EXPECT_THAT(take(), ElementsAre(hexOf(bytesOf("02 00000001" + textHex("wall") + "00" +
+                                                textHex("Test::Wall") + "05" + textHex("w"))),
+                                  hexOf(bytesOf("04 00000001 00 0102" + text('a') + "0103" +
+                                                text('b') + "0104" + text('c'))),
+                                  hexOf(bytesOf("04 00000001 00 0105" + text('d'))), "09"));
+}
+
+TEST(FlowOutTest, bitsBeginWithTheAttributeAfterTheFirst) {
+  EXPECT_EQ(FlowOut::bitOf(258), 1u);
+  EXPECT_EQ(FlowOut::bitOf(260), 4u);
+  EXPECT_EQ(FlowOut::bitOf(288), 0x40000000u);
+}
+
+TEST(FlowOutTest, everythingIsWhatFlowsAndNothingElse) {
+  const FlowOut all = FlowOut::everythingOf(typeInfoOf<Shelf>());
+  EXPECT_EQ(all.dirtyBits(), 0b111101111u);  // neither `twice` nor `place`
+  EXPECT_TRUE(all.hasDirtyAttributes());
+  EXPECT_TRUE(all.membersIfAny()->whole());
+}
+
+TEST(FlowOutTest, nothingIsDirtyAtFirst) { EXPECT_FALSE(FlowOut().hasDirtyAttributes()); }
+
+TEST(FlowOutTest, dirtyKeyAloneIsSomethingDirty) {
+  FlowOut flow;
+  flow.members().dirtyIs(7, true);
+  EXPECT_TRUE(flow.hasDirtyAttributes());
+  flow.members().dirtyDel(7);
+  EXPECT_FALSE(flow.hasDirtyAttributes());
+}
+
+TEST(FlowOutDeathTest, attributeBeyondTheBitsIsABug) {
+  EXPECT_DEATH(FlowOut::bitOf(289), "without a dirty bit");
+  EXPECT_DEATH(FlowOut::bitOf(257), "without a dirty bit");
+}
+
+}  // namespace
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,89 @@
+// What a serving session may not say to one that keeps copies.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "SessionTestSupport.h"
+
+namespace Mox::NboAttrLog {
+namespace {
+
+class SessionCopyTest : public testing::Test {
+ protected:
+  bool send(std::string_view hex) { return session_.input(framed(hex)); }
+  void greet() {
+    ASSERT_TRUE(send(helloFrame));
+    ASSERT_TRUE(send(shelfRoot));
+  }
+
+  TestHost host_;
+  Session session_{host_, {.name = "copy", .peerName = "agent"}};
+};
+
+TEST_F(SessionCopyTest, currentReachesTheHost) {
+  greet();
+  host_.told();
+  ASSERT_TRUE(send(currentFrame));
+  EXPECT_EQ(host_.told(), "current ");
+}
+
+TEST_F(SessionCopyTest, questionIsAnswered) {
+  greet();
+  FrameTaker taker;
+  taker.take(session_.stream());
+  ASSERT_TRUE(send("0a 00000005"));
+  session_.drain();
+  EXPECT_EQ(taker.take(session_.stream()), Frames{"0b00000005"});
+}
+
+TEST_F(SessionCopyTest, numberIsGivenOnce) {
+  greet();
+  EXPECT_FALSE(send("02 00000001" + textHex("shelf/b") + "00" + textHex("Test::Shelf") + "05" +
+                    textHex("b")));
+  EXPECT_EQ(session_.fault(), "a directory entry that does not belong here");
+}
+
+TEST_F(SessionCopyTest, pathIsGivenOnceAtATime) {
+  greet();
+  EXPECT_FALSE(send("02 00000002" + textHex("shelf/a") + "01" + textHex("Test::Shelf") + "05" +
+                    textHex("a")));
+  EXPECT_EQ(session_.fault(), "a directory entry that does not belong here");
+}
+
+TEST_F(SessionCopyTest, copyIsOfTheTypeThatWasAnnounced) {
+  ASSERT_TRUE(send(helloFrame));
+  host_.keeps_ = makePtr<Shelf>("a");
+  EXPECT_FALSE(send("02 00000002" + textHex("shelf/a") + "00" + textHex("Test::Chair") + "05" +
+                    textHex("a")));
+  EXPECT_EQ(session_.fault(), "a directory entry of an unknown type");
+}
+
+TEST_F(SessionCopyTest, writableIsYesOrNo) {
+  ASSERT_TRUE(send(helloFrame));
+  EXPECT_FALSE(send("02 00000002" + textHex("shelf/a") + "02" + textHex("Test::Shelf") + "05" +
+                    textHex("a")));
+}
+
+TEST_F(SessionCopyTest, entityFrameNeedsItsEntry) {
+  greet();
+  EXPECT_FALSE(send("04 00000002 00 0103 00000009"));
+  EXPECT_EQ(session_.fault(), "a frame for a directory entry that is not there");
+}
+
+TEST_F(SessionCopyTest, entryEndsOnce) {
+  greet();
+  ASSERT_TRUE(send("03 00000001"));
+  EXPECT_FALSE(send("03 00000001"));
+  EXPECT_EQ(session_.fault(), "the end of a directory entry that is not there");
+}
+
+TEST_F(SessionCopyTest, faultLeavesTheCopyAsItWas) {
+  greet();
+  ASSERT_TRUE(send("04 00000001 00 0103 00000009"));
+  EXPECT_FALSE(send("04 00000001 00 0109 00000003"));
+  EXPECT_EQ(host_.copy("shelf/a")->visits(), 9u);
+  EXPECT_EQ(host_.copy("shelf/a")->wood(), pine);
+}
+
+}  // namespace
+}  // namespace Mox::NboAttrLog

@@ -1,0 +1,197 @@
+// A session under test and, instead of a peer, hands that write and read frames byte by byte.
+//
+// Frames are written as hexadecimal digits, type first, without the length: "0a 00000007". Blanks
+// are for the eye.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <Mox/ActivityClock.h>
+#include <Mox/NboAttrLog/Session.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "TestEntities.h"
+
+namespace Mox::NboAttrLog {
+
+using Frames = std::vector<std::string>;
+
+inline std::vector<U8> bytesOf(std::string_view hex) {
+  std::string digits(hex);
+  std::erase(digits, ' ');
+  std::vector<U8> bytes;
+  for (size_t at = 0; at + 1 < digits.size(); at += 2) {
+    bytes.push_back(static_cast<U8>(std::stoul(digits.substr(at, 2), nullptr, 16)));
+  }
+  return bytes;
+}
+
+inline std::string hexOf(std::span<const U8> bytes) {
+  static constexpr std::string_view digits = "0123456789abcdef";
+  std::string hex;
+  for (const U8 byte : bytes) {
+    hex += digits[byte >> 4];
+    hex += digits[byte & 15];
+  }
+  return hex;
+}
+
+// The same frames without blanks, to be compared with what came.
+inline Frames framesOf(const Frames& written) {
+  Frames plain;
+  for (const std::string& frame : written) plain.push_back(hexOf(bytesOf(frame)));
+  return plain;
+}
+
+// The digits of a text as a frame holds it: its length, then its bytes.
+inline std::string textHex(std::string_view text) {
+  const U8 length[] = {static_cast<U8>(text.size() >> 8), static_cast<U8>(text.size())};
+  const std::vector<U8> bytes(text.begin(), text.end());
+  return hexOf(length) + hexOf(bytes);
+}
+
+// A frame as it travels: with its length in front.
+inline std::vector<U8> framed(std::string_view hex) {
+  std::vector<U8> bytes = bytesOf(hex);
+  const size_t length = bytes.size();
+  bytes.insert(bytes.begin(), {static_cast<U8>(length >> 8), static_cast<U8>(length)});
+  return bytes;
+}
+
+// Takes what waits in a stream, up to so many bytes, and puts frames together.
+class FrameTaker {
+ public:
+  static constexpr size_t everything = ~size_t{0};
+
+  // The frames that are complete now.
+  Frames take(OutStream& stream, size_t most = everything) {
+    const auto waiting = stream.pending();
+    const size_t bytes = std::min(most, waiting.size());
+    Frames complete;
+    const bool good = in_.take(waiting.first(bytes), [&](std::span<const U8> frame) {
+      complete.push_back(hexOf(frame));
+      return true;
+    });
+    EXPECT_TRUE(good) << "a frame of an impossible length was sent";
+    stream.taken(bytes);
+    return complete;
+  }
+
+ private:
+  InStream in_;
+};
+
+class TestHost final : public SessionHost {
+ public:
+  void onOutput() override {
+    ++outputs_;
+    if (then_) then_();
+  }
+  Ptr<EntityBase> rootIs(std::string_view path, std::string_view typeName,
+                         const Value& key) override {
+    told_ += "root(" + std::string(path) + ") ";
+    const std::string* name = std::get_if<std::string>(&key);
+    if (ignores_ || name == nullptr) return {};
+    if (keeps_) return keeps_;
+    auto& copy = copies_[std::string(path)];
+    if (copy == nullptr && typeName == Shelf::entityTypeName) copy = makePtr<Shelf>(Name(*name));
+    return copy;
+  }
+  void rootDel(std::string_view path) override {
+    told_ += "rootDel(" + std::string(path) + ") ";
+    copies_.erase(std::string(path));
+  }
+  void onCurrent() override { told_ += "current "; }
+  void onAnswer(U32 token) override { told_ += "answer(" + std::to_string(token) + ") "; }
+  std::string whyRefused(const EntityBase&, const AttrInfo& attr, const Value&) override {
+    return attr.name == refused_ ? std::string(attr.name) + " is not for you" : std::string();
+  }
+
+  // What it was told since the last call.
+  std::string told() { return std::exchange(told_, {}); }
+  Ptr<Shelf> copy(const std::string& path) const {
+    const auto found = copies_.find(path);
+    return found == copies_.end() ? nullptr : found->second;
+  }
+
+  int outputs_ = 0;
+  bool ignores_ = false;        // is interested in no directory entry
+  Ptr<Shelf> keeps_;            // offered for whatever is announced
+  std::string refused_;         // the attribute that peers may not write
+  std::function<void()> then_;  // done whenever there is output
+
+ private:
+  std::map<std::string, Ptr<Shelf>> copies_;
+  std::string told_;
+};
+
+// Names of what the tests send and expect most.
+inline const std::string helloFrame =
+    "01 4d6f784c 0001 408f400000000000 00" + textHex("peer");  // the clock says 1000
+inline const std::string shelfRoot =
+    "02 00000001" + textHex("shelf/a") + "00" + textHex("Test::Shelf") + "05" + textHex("a");
+inline const std::string writableShelfRoot =
+    "02 00000001" + textHex("shelf/a") + "01" + textHex("Test::Shelf") + "05" + textHex("a");
+inline const std::string currentFrame = "09";
+// All attributes of a shelf as it is made, but for those in front of its books.
+inline const std::string shelfRest =
+    "04 00000001 00 0105 0000000000000000 0107 0000000000000000 0108 0000 0109 00000000"
+    "010a 00000000";
+
+// A serving session, greeted, whose peer is the test.
+class ServingTest : public testing::Test {
+ protected:
+  ServingTest() { virtualTimeIs(1000.0); }
+  ~ServingTest() override { realTimeIs(); }
+
+  void serve(Rights rights = Rights::read, size_t bufferBytes = OutStream::defaultCapacity) {
+    session_ = std::make_unique<Session>(
+        host_,
+        Session::Setup{
+            .name = "agent", .peerName = "uid 7", .rights = rights, .bufferBytes = bufferBytes},
+        &directory_);
+  }
+  // Serves shelf/a, and lets the peer take all that there is.
+  void serveShelf(Access access = Access::readOnly, Rights rights = Rights::read) {
+    directory_.entryIs("shelf/a", shelf_, access);
+    serve(rights);
+    ASSERT_TRUE(send(helloFrame));
+    take();
+    ASSERT_TRUE(session_->allSent());
+  }
+  bool send(std::string_view hex) { return session_->input(framed(hex)); }
+  // Builds and takes until nothing is left over.
+  Frames take() {
+    Frames all;
+    for (session_->drain(); !session_->stream().pending().empty(); session_->drain()) {
+      for (std::string& frame : taker_.take(session_->stream())) all.push_back(std::move(frame));
+    }
+    return all;
+  }
+  // Only what is in the stream already.
+  Frames takeWithoutDraining() { return taker_.take(session_->stream()); }
+
+  // The stream is full: with changes that nobody has taken. What follows is remembered.
+  void stall() {
+    for (bool lit = !shelf_->lit(); session_->stream().sufficientBuffer(); lit = !lit) {
+      shelf_->litIs(lit);
+    }
+  }
+  // The peer takes what is in the stream, without what was remembered.
+  void unstall() { takeWithoutDraining(); }
+
+  TestHost host_;
+  Directory directory_;
+  Ptr<Shelf> shelf_ = makePtr<Shelf>("a");
+  std::unique_ptr<Session> session_;
+  FrameTaker taker_;
+};
+
+}  // namespace Mox::NboAttrLog
