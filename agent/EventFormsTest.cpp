@@ -52,6 +52,25 @@ Event query(IpAddr asked, std::vector<IpAddr> sources) {
   return event;
 }
 
+Event configured(const char* attribute, Mox::Value value) {
+  Event event = eth0(Event::configChanged);
+  event.attribute = attribute;
+  event.value = std::move(value);
+  return event;
+}
+
+Event counters() {
+  Event event = eth0(Event::counters);
+  event.counts = {{"joins", 3}, {"v2QueriesSent", 7}};
+  return event;
+}
+
+Event ofAgent(Event::Kind kind, const char* text) {
+  Event event{.time = 12.5, .kind = kind};
+  event.text = text;
+  return event;
+}
+
 Event ofLink(Event::Kind kind) {
   Event event = eth0(kind);
   event.address = router;
@@ -124,6 +143,18 @@ const std::vector<Form>& forms() {
        R"("event":"interfaceGone","interface":"eth0","address":null})"},
       {ofLink(Event::addressChanged), "address changed, address 10.0.0.1",
        R"("event":"addressChanged","interface":"eth0","address":"10.0.0.1"})"},
+      {configured("queryInterval", 60.5), "configured queryInterval 60.5s",
+       R"("event":"configChanged","interface":"eth0","attribute":"queryInterval",)"
+       R"("valueSeconds":60.5})"},
+      {configured("robustness", Mox::U64{3}), "configured robustness 3",
+       R"("event":"configChanged","interface":"eth0","attribute":"robustness","value":3})"},
+      {configured("sendQuery", false), "configured sendQuery off",
+       R"("event":"configChanged","interface":"eth0","attribute":"sendQuery","value":false})"},
+      {counters(), "counters joins 3, v2QueriesSent 7",
+       R"("event":"counters","interface":"eth0","counters":{"joins":3,"v2QueriesSent":7}})"},
+      {ofAgent(Event::agentLost, "the agent has gone"), "the agent has gone",
+       R"("event":"agentLost","text":"the agent has gone"})"},
+      {ofAgent(Event::agentBack, ""), "the agent is back", R"("event":"agentBack"})"},
       {message(Event::error, "no \"luck\""), "error: no \"luck\"",
        R"("event":"error","interface":"eth0","text":"no \"luck\""})"},
   };

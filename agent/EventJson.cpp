@@ -23,6 +23,10 @@ const char* kindName(Event::Kind kind) {
     case Event::interfaceDown: return "interfaceDown";
     case Event::interfaceGone: return "interfaceGone";
     case Event::addressChanged: return "addressChanged";
+    case Event::configChanged: return "configChanged";
+    case Event::counters: return "counters";
+    case Event::agentLost: return "agentLost";
+    case Event::agentBack: return "agentBack";
     case Event::error: return "error";
   }
   return "unknown";
@@ -39,6 +43,16 @@ void addQuery(Json& json, const Event& event) {
   json["maxResponseSeconds"] = secondsJson(event.maxResponse);
   json["sources"] = Json::array();
   for (const Ilvo::IpAddr source : event.sources) json["sources"].push_back(source.stringValue());
+}
+
+void addValue(Json& json, const Event& event) {
+  json["attribute"] = event.attribute;
+  if (const auto* flag = std::get_if<bool>(&event.value)) json["value"] = *flag;
+  if (const auto* number = std::get_if<Mox::U64>(&event.value)) json["value"] = *number;
+  if (const auto* seconds = std::get_if<Mox::Seconds>(&event.value)) {
+    json["valueSeconds"] = secondsJson(*seconds);
+  }
+  if (const auto* text = std::get_if<std::string>(&event.value)) json["value"] = *text;
 }
 
 void addFields(Json& json, const Event& event) {
@@ -69,6 +83,12 @@ void addFields(Json& json, const Event& event) {
       json["configuredVersion"] = event.configuredVersion;
       json["text"] = event.text;
       return;
+    case Event::configChanged: addValue(json, event); return;
+    case Event::counters:
+      for (const auto& [name, count] : event.counts) json["counters"][name] = count;
+      return;
+    case Event::agentBack: return;
+    case Event::agentLost:
     case Event::invalidSource:
     case Event::error: json["text"] = event.text; return;
     case Event::interfaceUp:

@@ -44,6 +44,23 @@ std::string interfaceText(std::string_view what, const Event& event) {
   return fmt::format("{}, address {}", what, event.address.stringValue());
 }
 
+std::string valueText(const Mox::Value& value) {
+  if (const auto* flag = std::get_if<bool>(&value)) return *flag ? "on" : "off";
+  if (const auto* number = std::get_if<Mox::U64>(&value)) return fmt::to_string(*number);
+  if (const auto* seconds = std::get_if<Mox::Seconds>(&value)) return fmt::format("{}s", *seconds);
+  const auto* text = std::get_if<std::string>(&value);
+  return text == nullptr ? std::string() : *text;
+}
+
+std::string countersText(const Event& event) {
+  std::string text = "counters";
+  const char* before = " ";
+  for (const auto& [name, count] : event.counts) {
+    text += fmt::format("{}{} {}", std::exchange(before, ", "), name, count);
+  }
+  return text;
+}
+
 class TextSink final : public EventSink {
  public:
   TextSink(std::FILE* out, TimeText timeText) : out_(out), timeText_(std::move(timeText)) {}
@@ -82,6 +99,11 @@ std::string eventText(const Event& event) {
     case Event::interfaceDown: return interfaceText("interface down", event);
     case Event::interfaceGone: return interfaceText("interface gone", event);
     case Event::addressChanged: return interfaceText("address changed", event);
+    case Event::configChanged:
+      return fmt::format("configured {} {}", event.attribute, valueText(event.value));
+    case Event::counters: return countersText(event);
+    case Event::agentLost: return event.text;
+    case Event::agentBack: return "the agent is back";
     case Event::error: return fmt::format("error: {}", event.text);
   }
   return {};

@@ -5,10 +5,10 @@
 
 #include <fmt/format.h>
 
-#include <Agent/OptionNumber.h>
 #include <Ilvo/IpPrefix.h>
 
 #include "SettingRules.h"
+#include "SettingText.h"
 
 namespace Agent {
 
@@ -28,24 +28,6 @@ constexpr const char* valueName() {
   if constexpr (std::is_same_v<V, Gmp::Igmp::IgmpVersion>) return "1|2|3";
   if constexpr (std::is_same_v<V, Mox::Seconds>) return "SECONDS";
   return "N";
-}
-
-double numberOf(const SettingRule& rule, std::string_view text, bool whole) {
-  return optionNumber(optionName(rule.attribute), text,
-                      {rule.least, rule.most, whole, rule.zero, rule.reference});
-}
-
-template <class V>
-V valueOf(const SettingRule& rule, std::string_view text) {
-  if constexpr (std::is_same_v<V, bool>) {
-    if (text == "on") return true;
-    if (text == "off") return false;
-    refuse(rule.attribute, text, "must be on or off");
-  } else if constexpr (std::is_same_v<V, Mox::Seconds>) {
-    return numberOf(rule, text, false);
-  } else {
-    return static_cast<V>(static_cast<Mox::U32>(numberOf(rule, text, true)));
-  }
 }
 
 template <class V>
@@ -75,7 +57,7 @@ void QuerierSettings::addOptions(CLI::App& app) {
       using V = std::remove_cvref_t<decltype((*wanted_).*row.member)>;
       const SettingRule& rule = *settingRule(row.name);
       const auto take = [this, row, &rule](const std::string& text) {
-        ((*wanted_).*row.set)(valueOf<V>(rule, text));
+        ((*wanted_).*row.set)(settingOf<V>(optionName(rule.attribute), rule, text));
         given_.insert(rule.attribute);
       };
       app.add_option_function<std::string>(optionName(row.name), take, rule.help)
@@ -110,33 +92,8 @@ void QuerierSettings::boundaryAdd(const std::string& text) {
 }
 
 void QuerierSettings::checkTogether() const {
-  checkResponseInterval();
-  checkLastMemberInterval();
-}
-
-// The option that was given is the one to blame.
-void QuerierSettings::checkResponseInterval() const {
-  const double response = wanted_->queryResponseInterval();
-  const double interval = wanted_->queryInterval();
-  if (response < interval) return;
-  if (given_.contains("queryResponseInterval")) {
-    refuse(
-        "queryResponseInterval", fmt::to_string(response),
-        fmt::format("must be less than the query interval, {} seconds (RFC 3376 8.3)", interval));
-  }
-  refuse("queryInterval", fmt::to_string(interval),
-         fmt::format("must be more than the query response interval, {} seconds (RFC 3376 8.3)",
-                     response));
-}
-
-void QuerierSettings::checkLastMemberInterval() const {
-  const double interval = wanted_->lastMemberQueryInterval();
-  const auto version = static_cast<unsigned>(wanted_->querierVersion());
-  if (version == 3 || interval <= oldLastMemberIntervalMost) return;
-  refuse("lastMemberQueryInterval", fmt::to_string(interval),
-         fmt::format("must be from {} to {} in version {} (RFC 2236 2.2)",
-                     settingRule("lastMemberQueryInterval")->least, oldLastMemberIntervalMost,
-                     version));
+  const auto found = contradictionOf(*wanted_, given_);
+  if (found) refuse(found->attribute, found->value, found->why);
 }
 
 }  // namespace Agent

@@ -75,7 +75,7 @@ TEST(StateText, showsInterfacesGroupsSourcesAndCountersInColumns) {
   becomeQuerier(views[0]);
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
   joinVersion3(views[0], IpAddr(232, 1, 1, 1));
-  const std::string text = stateText(views, now);
+  const std::string text = stateText(StatePart::everything, views, now);
   const size_t groups = text.find("\n\n") + 2;
   EXPECT_EQ(text.substr(0, groups),
             "INTERFACE  ADDRESS        ROLE     QUERIER   VERSION  ROBUSTNESS  INTERVAL  RESPONSE  "
@@ -112,9 +112,9 @@ mcastBoundaryPktReceived  0           0
 }
 
 TEST(StateText, saysThatThereIsNothing) {
-  EXPECT_EQ(stateText({}, now), "no interfaces\n");
+  EXPECT_EQ(stateText(StatePart::everything, {}, now), "no interfaces\n");
   const std::vector views{interfaceNamed("eth0", IpAddr())};
-  EXPECT_NE(stateText(views, now).find("\nno groups\n"), std::string::npos);
+  EXPECT_NE(stateText(StatePart::everything, views, now).find("\nno groups\n"), std::string::npos);
 }
 
 TEST(StateText, aQuerierThatDoesNotRunShowsNoTimes) {
@@ -122,7 +122,7 @@ TEST(StateText, aQuerierThatDoesNotRunShowsNoTimes) {
   becomeQuerier(views[0]);
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
   views[0].running = false;
-  const std::string text = stateText(views, now);
+  const std::string text = stateText(StatePart::everything, views, now);
   EXPECT_NE(text.find("eth0       10.0.0.1  stopped  10.0.0.1  2        2           2m05s     10s "
                       "      -           -             1\n"),
             std::string::npos)
@@ -134,29 +134,31 @@ TEST(StateJson, holdsEverythingInOneLine) {
   const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
   becomeQuerier(views[0]);
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
-  EXPECT_EQ(stateJson(views, now),
-            R"({"time":1000.0,"event":"state","interfaces":[{"interface":"eth0",)"
-            R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
-            R"("querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
-            R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
-            R"("otherQuerierExpirySeconds":null,"counters":{"joins":0,"v1QueriesSent":0,)"
-            R"("v2QueriesSent":4294967295,"v3QueriesSent":0,"v3GSQueriesSent":0,)"
-            R"("v3GSSQueriesSent":0,"v1QueriesReceived":0,"v2QueriesReceived":0,)"
-            R"("v3QueriesReceived":0,"v1ReportReceived":0,"v2ReportReceived":0,)"
-            R"("v2LeaveReceived":0,"v3ReportReceived":0,"errorPacketReceived":0,)"
-            R"("otherPacketReceived":0,"mcastBoundaryPktReceived":0},"groups":[)"
-            R"({"group":"239.1.1.1","filterMode":"exclude","compatibilityMode":2,)"
-            R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,)"
-            R"("sources":[]}]}]})");
+  EXPECT_EQ(
+      stateJson(StatePart::everything, views, now),
+      R"({"time":1000.0,"event":"state","interfaces":[{"interface":"eth0",)"
+      R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
+      R"("querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
+      R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
+      R"("otherQuerierExpirySeconds":null,"groupCount":1,"counters":{"joins":0,"v1QueriesSent":0,)"
+      R"("v2QueriesSent":4294967295,"v3QueriesSent":0,"v3GSQueriesSent":0,)"
+      R"("v3GSSQueriesSent":0,"v1QueriesReceived":0,"v2QueriesReceived":0,)"
+      R"("v3QueriesReceived":0,"v1ReportReceived":0,"v2ReportReceived":0,)"
+      R"("v2LeaveReceived":0,"v3ReportReceived":0,"errorPacketReceived":0,)"
+      R"("otherPacketReceived":0,"mcastBoundaryPktReceived":0},"groups":[)"
+      R"({"group":"239.1.1.1","filterMode":"exclude","compatibilityMode":2,)"
+      R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,)"
+      R"("sources":[]}]}]})"
+      "\n");
 }
 
 TEST(StateJson, showsSourcesInAddressOrder) {
   const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
   joinVersion3(views[0], IpAddr(232, 1, 1, 1));
-  const auto json = nlohmann::ordered_json::parse(stateJson(views, now));
+  const auto json = nlohmann::ordered_json::parse(stateJson(StatePart::everything, views, now));
   EXPECT_EQ(json["interfaces"][0]["groups"][0]["sources"].dump(),
-            R"([{"source":"10.0.0.50","excluded":false,"timeLeftSeconds":200.0},)"
-            R"({"source":"10.0.0.51","excluded":true,"timeLeftSeconds":null}])");
+            R"([{"source":"10.0.0.50","excluded":false,"upSeconds":1.0,"timeLeftSeconds":200.0},)"
+            R"({"source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null}])");
 }
 
 TEST(StateJson, whatIsNotKnownIsNull) {
@@ -164,7 +166,8 @@ TEST(StateJson, whatIsNotKnownIsNull) {
   becomeQuerier(views[0]);
   statusOf(views[0]).electedQuerierAddrIs(IpAddr());
   views[0].running = false;
-  const auto json = nlohmann::json::parse(stateJson(views, now))["interfaces"][0];
+  const auto json =
+      nlohmann::json::parse(stateJson(StatePart::everything, views, now))["interfaces"][0];
   EXPECT_TRUE(json["address"].is_null());
   EXPECT_TRUE(json["querier"].is_null());
   EXPECT_TRUE(json["nextQuerySeconds"].is_null());
@@ -174,14 +177,96 @@ TEST(StateJson, whatIsNotKnownIsNull) {
 TEST(StateJson, aTimeThatHasPassedIsNotNegative) {
   const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
   becomeQuerier(views[0]);
-  const auto json = nlohmann::json::parse(stateJson(views, 2000.0))["interfaces"][0];
+  const auto json =
+      nlohmann::json::parse(stateJson(StatePart::everything, views, 2000.0))["interfaces"][0];
   EXPECT_EQ(json["nextQuerySeconds"], 0.0);
+}
+
+// What a copy of an agent's state says: it has neither the address nor whether the querier runs.
+InterfaceView viewOfACopy() {
+  InterfaceView view = interfaceNamed("eth0", IpAddr());
+  statusOf(view).stateIs(QuerierStatus::querierStateNonQuerier);
+  statusOf(view).electedQuerierAddrIs(IpAddr(10, 0, 0, 1));
+  statusOf(view).otherQuerierExpiryTimeIs(1100.0);
+  statusOf(view).generalQueryExpiryTimeIs(never);
+  view.isCopy = true;
+  return view;
+}
+
+TEST(StateParts, interfacesShowNoAddressesWhereNoneIsKnown) {
+  const std::vector views{viewOfACopy()};
+  EXPECT_EQ(stateText(StatePart::interfaces, views, now),
+            "INTERFACE  ROLE        QUERIER   VERSION  ROBUSTNESS  INTERVAL  RESPONSE  NEXT QUERY  "
+            "QUERIER LOST  GROUPS\n"
+            "eth0       nonQuerier  10.0.0.1  0        2           2m05s     10s       -           "
+            "1m40s         0\n");
+  const auto json = nlohmann::json::parse(stateJson(StatePart::interfaces, views, now));
+  ASSERT_EQ(json.size(), 1u);
+  EXPECT_TRUE(json[0]["address"].is_null());
+  EXPECT_TRUE(json[0]["running"].is_null());
+  EXPECT_EQ(json[0]["otherQuerierExpirySeconds"], 100.0);
+  EXPECT_EQ(json[0]["groupCount"], 0);
+}
+
+TEST(StateParts, groupsAreAnArrayOfObjectsWithTheirSources) {
+  const std::vector views{viewOfACopy()};
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  EXPECT_EQ(stateJson(StatePart::groups, views, now),
+            R"([
+{"interface":"eth0","group":"232.1.1.1","filterMode":"exclude","compatibilityMode":3,)"
+            R"("lastReporter":"0.0.0.0","upSeconds":100.0,"timeLeftSeconds":100.0,"sources":[)"
+            R"({"source":"10.0.0.50","excluded":false,"upSeconds":1.0,"timeLeftSeconds":200.0},)"
+            R"({"source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null}]},
+{"interface":"eth0","group":"239.1.1.1","filterMode":"exclude","compatibilityMode":2,)"
+            R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,"sources":[]}
+]
+)");
+}
+
+TEST(StateParts, sourcesAreARowEach) {
+  const std::vector views{viewOfACopy()};
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  EXPECT_EQ(stateText(StatePart::sources, views, now),
+            "INTERFACE  GROUP      SOURCE     STATE      UP    LEFT\n"
+            "eth0       232.1.1.1  10.0.0.50  forwarded  1.0s  3m20s\n"
+            "eth0       232.1.1.1  10.0.0.51  excluded   10s   -\n");
+  const auto json = nlohmann::json::parse(stateJson(StatePart::sources, views, now));
+  EXPECT_EQ(json[1], nlohmann::json::parse(R"({"interface":"eth0","group":"232.1.1.1",
+      "source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null})"));
+}
+
+TEST(StateParts, countersAndSettingsAreARowAnInterfaceForPrograms) {
+  const std::vector views{viewOfACopy()};
+  statusOf(views[0]).joinsIs(7);
+  EXPECT_EQ(nlohmann::json::parse(stateJson(StatePart::counters, views, now))[0]["joins"], 7);
+  EXPECT_EQ(stateJson(StatePart::config, views, now),
+            R"([
+{"interface":"eth0","robustness":2,"queryIntervalSeconds":125.0,)"
+            R"("queryResponseIntervalSeconds":10.0,"startupQueryIntervalSeconds":0.0,)"
+            R"("startupQueryCount":2,"lastMemberQueryIntervalSeconds":1.0,"querierVersion":2,)"
+            R"("lastMemberQueryCount":2,"lastMemberQueryTimeSeconds":2.0,)"
+            R"("addRandomDelayToTimer":false,"sendQuery":true}
+]
+)");
+  EXPECT_EQ(stateText(StatePart::config, views, now).substr(0, 60),
+            "SETTING                  eth0\nrobustness               2\nque");
+}
+
+TEST(StateParts, sayThatThereIsNothing) {
+  const std::vector views{viewOfACopy()};
+  EXPECT_EQ(stateText(StatePart::groups, views, now), "no groups\n");
+  EXPECT_EQ(stateText(StatePart::sources, views, now), "no sources\n");
+  for (const StatePart part : {StatePart::interfaces, StatePart::counters, StatePart::config}) {
+    EXPECT_EQ(stateText(part, {}, now), "no interfaces\n");
+    EXPECT_EQ(stateJson(part, {}, now), "[]\n");
+  }
 }
 
 TEST(PrintState, writesTheFormAskedFor) {
   std::FILE* out = std::tmpfile();
-  printState(out, {}, now, Format::text);
-  printState(out, {}, now, Format::json);
+  printState(out, StatePart::everything, {}, now, Format::text);
+  printState(out, StatePart::everything, {}, now, Format::json);
   std::rewind(out);
   std::string text(200, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), out));

@@ -2,11 +2,14 @@
 
     python3 CommandTest.py IGMPQ
 """
+import socket
 import subprocess
 import sys
+import tempfile
 import unittest
 
 COMMAND = sys.argv.pop()
+NOWHERE = "/nonexistent/attrlog.sock"
 
 
 def igmpq(*arguments):
@@ -26,7 +29,8 @@ class CommandTest(unittest.TestCase):
         self.assertRegex(done.stdout, r"^igmpq \d+\.\d+\.\d+\n$")
 
     def test_help_fits_on_one_screen_and_begins_with_examples(self):
-        for arguments in (["--help"], ["run", "--help"], ["replay", "--help"]):
+        for arguments in (["--help"], ["run", "--help"], ["replay", "--help"], ["show", "--help"],
+                          ["watch", "--help"], ["set", "--help"]):
             done = igmpq(*arguments)
             self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
             self.assertLessEqual(len(done.stdout.splitlines()), 50, arguments)
@@ -51,6 +55,40 @@ class CommandTest(unittest.TestCase):
 
     def test_loopback_is_bad_use(self):
         self.expect_bad_use(["run", "lo"], "interface lo is a loopback interface")
+
+    def test_settings_that_cannot_be_are_bad_use_before_any_agent_is_looked_for(self):
+        for assignment, text in (
+                ("queryInterval=0", "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)"),
+                ("query-interval=x", "query-interval x: not a number; must be from 1 to 31744"),
+                ("sendQuery=maybe", "sendQuery maybe: must be on or off"),
+                ("speed=1", "speed: there is no such setting; there are: robustness, "),
+                ("robustness", "robustness: must be ATTRIBUTE=VALUE, such as queryInterval=60")):
+            self.expect_bad_use(["set", "eth0", assignment, "--socket", NOWHERE], text)
+        self.expect_bad_use(["set", "eth0"], "SETTING is required")
+        self.expect_bad_use(["set"], "INTERFACE is required")
+
+    def test_without_an_agent_it_says_so_and_how_to_start_one(self):
+        for arguments in (["show"], ["show", "groups", "eth0", "--json"], ["watch"],
+                          ["set", "eth0", "robustness=3"]):
+            done = igmpq(*arguments, "--socket", NOWHERE)
+            self.assertEqual((done.returncode, done.stdout), (1, ""), arguments)
+            self.assertIn(f"igmpq: no agent is running: nobody serves {NOWHERE}; start one with "
+                          "`sudo igmpq run`", done.stderr)
+
+    def test_what_serves_no_attribute_log_is_not_understood(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = folder + "/other.sock"
+            with socket.socket(socket.AF_UNIX) as server:
+                server.bind(path)
+                server.listen()
+                with subprocess.Popen([COMMAND, "show", "--socket", path], text=True,
+                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+                    connection, _ = server.accept()
+                    with connection:
+                        connection.sendall(b"\x00\x01\x63")
+                        self.assertEqual(1, process.wait(60))
+                    self.assertEqual("", process.stdout.read())
+                    self.assertIn("is not understood", process.stderr.read())
 
     def test_a_capture_that_is_not_there_is_bad_use(self):
         done = igmpq("replay", "/nonexistent.pcap", "--address", "10.0.0.1")

@@ -102,7 +102,7 @@ class ReplayVerb final : public Verb {
     replay.run(file);
     const Format format = json_ ? Format::json : Format::text;
     if (format == Format::text) std::fputs("\n", stdout);
-    printState(stdout, replay.interfaces(), Mox::now(), format);
+    printState(stdout, Agent::StatePart::everything, replay.interfaces(), Mox::now(), format);
     if (format == Format::text) std::fputs("\n", stdout);
     printSummary(stdout, replay.summary(), Mox::now(), format);
   }

@@ -164,7 +164,8 @@ class RunVerb final : public Verb {
 
   void print(const AgentLoop& loop) const {
     if (!json_) std::fputs("\n", stdout);
-    printState(stdout, loop.views(), Mox::now(), json_ ? Format::json : Format::text);
+    printState(stdout, Agent::StatePart::everything, loop.views(), Mox::now(),
+               json_ ? Format::json : Format::text);
     if (!json_) std::fputs("\n", stdout);
     std::fflush(stdout);
   }

@@ -41,5 +41,8 @@ class Verb {
 
 std::unique_ptr<Verb> runVerb(CLI::App& app);
 std::unique_ptr<Verb> replayVerb(CLI::App& app);
+std::unique_ptr<Verb> showVerb(CLI::App& app);
+std::unique_ptr<Verb> watchVerb(CLI::App& app);
+std::unique_ptr<Verb> setVerb(CLI::App& app);
 
 }  // namespace Igmpq

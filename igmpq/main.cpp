@@ -59,6 +59,9 @@ int command(int argc, const char* const* argv) {
       "  sudo igmpq run                      be a querier on all Ethernet interfaces\n"
       "  sudo igmpq run eth0 --json          on one, with JSON Lines on standard output\n"
       "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
+      "  igmpq show groups                   what a running one knows\n"
+      "  igmpq watch                         what happens there\n"
+      "  sudo igmpq set eth0 query-interval=60\n"
       "  igmpq replay trace.pcap --address 10.0.0.1\n"
       "                                      what a querier would have made of a capture\n"
       "Signals to `igmpq run`: USR1 prints the state, INT and TERM end it with the state.\n"
@@ -67,6 +70,9 @@ int command(int argc, const char* const* argv) {
   try {
     std::vector<std::unique_ptr<Verb>> verbs;
     verbs.push_back(Igmpq::runVerb(app));
+    verbs.push_back(Igmpq::showVerb(app));
+    verbs.push_back(Igmpq::watchVerb(app));
+    verbs.push_back(Igmpq::setVerb(app));
     verbs.push_back(Igmpq::replayVerb(app));
     app.parse(argc, argv);
     return runVerbOf(verbs);

@@ -28,7 +28,7 @@ def matches(event, kind, fields):
 class Querier:
     """`expect` goes through the events in order: what it has found is behind it, and all before."""
 
-    def __init__(self, station, *options):
+    def __init__(self, station, *options, verb=("run", "eth0")):
         self.events = []
         self.next = 0
         self.arrived = threading.Condition()
@@ -37,7 +37,7 @@ class Querier:
         # Of its own: at the usual place only one agent of a machine can serve.
         self.socket = pathlib.Path(station.lab.scratch.name, f"{station.number}.sock")
         self.process = station.lab.spawn(
-            station.namespace, program(), "run", "eth0", "--json",
+            station.namespace, program(), *verb, "--json",
             "--socket", self.socket, *options,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.readers = [

@@ -5,7 +5,7 @@
 //
 //   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
 //   loop.run();  // until SIGINT or SIGTERM
-//   printState(stdout, loop.views(), Mox::now(), Format::text);
+//   printState(stdout, StatePart::everything, loop.views(), Mox::now(), Format::text);
 #pragma once
 
 #include <functional>

@@ -9,4 +9,7 @@ namespace Agent {
 // the environment names no such directory.
 std::string attrLogSocketPath();
 
+// Where a running agent is to be found: at one's own path if there is a socket, else at root's.
+std::string servedAttrLogSocketPath();
+
 }  // namespace Agent

@@ -9,7 +9,7 @@
 //
 //   CaptureReplay replay(options, config, nullptr, *sink);
 //   replay.run(file);
-//   printState(stdout, replay.interfaces(), Mox::now(), Format::text);
+//   printState(stdout, StatePart::everything, replay.interfaces(), Mox::now(), Format::text);
 #pragma once
 
 #include <map>

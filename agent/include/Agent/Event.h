@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <GmpIgmpQuerier/Enumerations.h>
@@ -19,6 +20,7 @@
 #include <Ilvo/Pkt.h>
 #include <Mox/Ptr.h>
 #include <Mox/Types.h>
+#include <Mox/Value.h>
 
 namespace Agent {
 
@@ -38,6 +40,10 @@ struct Event {
     interfaceDown,    // address
     interfaceGone,    // address
     addressChanged,   // address
+    configChanged,    // attribute, value
+    counters,         // counts
+    agentLost,        // text
+    agentBack,        // what follows comes from the agent again
     error,            // text
   };
 
@@ -53,6 +59,9 @@ struct Event {
   unsigned configuredVersion = 0;
   Mox::Seconds maxResponse = 0.0;
   std::vector<Ilvo::IpAddr> sources = {};
+  const char* attribute = "";
+  Mox::Value value = {};
+  std::vector<std::pair<const char*, Mox::U64>> counts = {};  // those that changed, by name
   std::string text = {};
 };
 

@@ -43,8 +43,6 @@ class QuerierSettings {
  private:
   void boundaryAdd(const std::string& text);
   void checkTogether() const;
-  void checkResponseInterval() const;
-  void checkLastMemberInterval() const;
 
   Mox::Ptr<Gmp::Igmp::QuerierConfig> wanted_;
   Mox::Ptr<Ilvo::IntfBoundaryStatus> boundary_;

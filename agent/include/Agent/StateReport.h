@@ -1,7 +1,7 @@
-// The state of all interfaces as tables for people or as one JSON object for programs: role and
-// timers, counters, groups, and below version 3 groups their sources.
+// The state of interfaces, whole or a part of it, as tables for people or as JSON for programs:
+// role and timers, counters, groups and their sources, settings.
 //
-//   printState(stdout, views, Mox::now(), Format::text);
+//   printState(stdout, StatePart::everything, views, Mox::now(), Format::text);
 #pragma once
 
 #include <cstdio>
@@ -18,6 +18,8 @@ namespace Agent {
 
 enum class Format { text, json };
 
+enum class StatePart { everything, interfaces, groups, sources, counters, config };
+
 // What is shown of one interface. The times of a querier that does not run say nothing and are left
 // out.
 struct InterfaceView {
@@ -26,15 +28,17 @@ struct InterfaceView {
   Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
   bool running = true;
+  bool isCopy = false;  // of another process's state: address and running are not known
 };
 
-// JSON is one line with "event": "state", so that it may stand among events.
-void printState(std::FILE* out, std::span<const InterfaceView> interfaces, Mox::Seconds now,
-                Format format);
+// JSON of everything is one line with "event": "state", so that it may stand among events; of a
+// part an array of objects. Keys may be added, never renamed.
+void printState(std::FILE* out, StatePart part, std::span<const InterfaceView> interfaces,
+                Mox::Seconds now, Format format);
 
 // The same, as a string.
-std::string stateText(std::span<const InterfaceView> interfaces, Mox::Seconds now);
-std::string stateJson(std::span<const InterfaceView> interfaces, Mox::Seconds now);
+std::string stateText(StatePart part, std::span<const InterfaceView> interfaces, Mox::Seconds now);
+std::string stateJson(StatePart part, std::span<const InterfaceView> interfaces, Mox::Seconds now);
 
 // A duration for people: "3.2s", "42s", "4m10s", "1h02m", "3d04h"; "-" for none.
 std::string durationText(Mox::Seconds seconds);

@@ -1,0 +1,95 @@
+// Rows of typed cells that are printed as columns for people or as JSON objects for programs.
+//
+// A column has a key for JSON and a heading for people; without one of them it is for the other
+// alone.
+// Columns may share an object inside the row's object. Rows may have rows below them, of one other
+// table: an array in JSON, indented lines for people, each cell under the heading that it shares.
+// Texts of cells are not copied: they outlive the table.
+//
+//   Table table({{"group", "GROUP"}, {"timeLeftSeconds", "LEFT"}});
+//   table.row({group.groupAddr(), Duration{left}});
+//   table.appendText(out);  // "GROUP      LEFT\n239.1.1.1  4m10s\n"
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include <Ilvo/IpAddr.h>
+#include <Mox/Types.h>
+
+namespace Agent {
+
+// "4m10s" for people, 250.0 for programs; nothing for one that is not finite.
+struct Duration {
+  Mox::Seconds seconds;
+};
+// "31.25s" for people: for what somebody chose.
+struct Interval {
+  Mox::Seconds seconds;
+};
+// True or false for programs, one of two words for people.
+struct Flag {
+  bool value;
+  const char* yes;
+  const char* no;
+};
+// Empty: "-" for people, null for programs.
+using Cell = std::variant<std::monostate, Flag, Mox::U64, Ilvo::IpAddr, Duration, Interval,
+                          std::string_view>;
+
+// Nothing for 0.0.0.0, where that stands for none.
+inline Cell knownAddress(Ilvo::IpAddr addr) { return addr.isZero() ? Cell() : Cell(addr); }
+
+class Table {
+ public:
+  struct Column {
+    const char* key;
+    const char* heading = nullptr;
+    const char* object = nullptr;  // the object that the key is in
+  };
+
+  explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+
+  // As many cells as there are columns.
+  void row(std::span<const Cell> cells);
+  void row(std::initializer_list<Cell> cells) { row({cells.begin(), cells.size()}); }
+  size_t rows() const { return belowBegin_.size(); }
+
+  // The rows that are added there from now on are those of the last row here.
+  Table& belowIs(const char* key, std::vector<Column> columns);
+  Table& below() { return *below_; }
+
+  // Columns that are as wide as their widest cell; nothing follows the last cell of a line.
+  void appendText(std::string& out) const;
+  // The same with a line for each column and a column for each row.
+  void appendTurnedText(std::string& out) const;
+  // An array of objects, all in one line or each in its own.
+  enum class Lines { one, each };
+  void appendJson(std::string& out, Lines lines) const { appendJson(out, lines, 0, rows()); }
+
+ private:
+  using Line = std::vector<std::string>;
+
+  std::span<const Cell> cells(size_t row) const {
+    return std::span(cells_).subspan(row * columns_.size(), columns_.size());
+  }
+  size_t belowEnd(size_t row) const;
+  std::vector<size_t> shown() const;
+  void lineBelow(Line& line, const std::vector<size_t>& columns, size_t row) const;
+  template <class F>
+  void forEachLine(F f) const;
+  void appendJson(std::string& out, Lines lines, size_t first, size_t end) const;
+  void appendObject(std::string& out, size_t row) const;
+
+  const std::vector<Column> columns_;
+  std::vector<Cell> cells_;
+  std::vector<size_t> belowBegin_;  // of each row, the first row below
+  const char* belowKey_ = nullptr;
+  std::unique_ptr<Table> below_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,89 @@
+// `igmpq set INTERFACE ATTRIBUTE=VALUE...`: settings of a running querier.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <Agent/SettingWrite.h>
+#include <CLI/Error.hpp>
+
+#include "Client.h"
+#include "Verb.h"
+
+namespace Igmpq {
+
+namespace {
+
+constexpr std::chrono::seconds longestWait(5);
+
+class SetVerb final : public Verb {
+ public:
+  explicit SetVerb(CLI::App& app)
+      : SetVerb(app.add_subcommand("set", "Change settings of a running querier")) {}
+
+  int run() override {
+    Agent::SettingWrite settings;
+    try {
+      for (const std::string& assignment : assignments_) settings.add(assignment);
+      return write(settings);
+    } catch (const CLI::ValidationError& error) {
+      throw BadUse(error.what());
+    }
+  }
+
+ private:
+  explicit SetVerb(CLI::App* options) : Verb(options) {
+    options->footer(fmt::format(
+        "Examples:\n"
+        "  sudo igmpq set eth0 queryInterval=60 robustness=3\n"
+        "  sudo igmpq set eth0 query-interval=30 query-response-interval=5\n"
+        "  sudo igmpq set eth0 sendQuery=off\n"
+        "ATTRIBUTE is one of {}; `igmpq run --help` tells what they mean and `igmpq show config` "
+        "what they are. A restarted agent begins with what it is started with.\n"
+        "Exit status: 0 set, 1 failure (no agent, no permission, refused), 2 bad use.\n",
+        fmt::join(Agent::SettingWrite::names(), ", ")));
+    options->add_option("INTERFACE", interface_, "interface of the running agent")
+        ->type_name("")
+        ->required();
+    options->add_option("SETTING", assignments_, "what to set, all of it or nothing")
+        ->type_name("")
+        ->option_text("ATTRIBUTE=VALUE...")
+        ->required()
+        ->expected(1, -1);
+    addSocketOption(*options, socket_);
+  }
+
+  int write(const Agent::SettingWrite& settings) const {
+    Client client(socket_);
+    client.fetch();
+    const Agent::AttrLogCopy::Interface& copy = interfaceOf(client.interfaces(), interface_);
+    settings.checkAgainst(*copy.config);
+    if (!copy.configurable) {
+      throw std::runtime_error(
+          "not permitted to configure the agent: be root, or of the user or the group that it "
+          "runs as; nothing was set");
+    }
+    settings.write(*copy.config);
+    if (!client.settle(longestWait)) {
+      throw std::runtime_error(fmt::format(
+          "the agent has not answered within {} s; `igmpq show config {}` tells what is set",
+          longestWait.count(), interface_));
+    }
+    for (const std::string& line : settings.outcome(copy)) {
+      fmt::print("{} {}\n", interface_, line);
+    }
+    return exitOk;
+  }
+
+  std::string interface_;
+  std::vector<std::string> assignments_;
+  std::string socket_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> setVerb(CLI::App& app) { return std::make_unique<SetVerb>(app); }
+
+}  // namespace Igmpq

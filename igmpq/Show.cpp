@@ -1,0 +1,96 @@
+// `igmpq show`: what the running agent knows, once.
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Agent/StateReport.h>
+#include <Mox/ActivityClock.h>
+
+#include "Client.h"
+#include "Verb.h"
+
+namespace Igmpq {
+
+using Agent::Format;
+using Agent::StatePart;
+
+namespace {
+
+constexpr std::array<std::pair<const char*, StatePart>, 6> parts{
+    {{"all", StatePart::everything},
+     {"interfaces", StatePart::interfaces},
+     {"groups", StatePart::groups},
+     {"sources", StatePart::sources},
+     {"counters", StatePart::counters},
+     {"config", StatePart::config}}};
+
+class ShowVerb final : public Verb {
+ public:
+  explicit ShowVerb(CLI::App& app)
+      : ShowVerb(app.add_subcommand("show", "Show what a running agent knows")) {}
+
+  int run() override {
+    const StatePart part = takePart();
+    Client client(socket_);
+    client.fetch();
+    printState(stdout, part, views(client.interfaces()), Mox::now(),
+               json_ ? Format::json : Format::text);
+    return std::ferror(stdout) != 0 ? exitFailure : exitOk;
+  }
+
+ private:
+  explicit ShowVerb(CLI::App* options) : Verb(options) {
+    options->footer(
+        "Examples:\n"
+        "  igmpq show                    everything\n"
+        "  igmpq show groups eth0        the groups of one interface, with their sources\n"
+        "  igmpq show counters --json\n"
+        "PART is interfaces, groups, sources, counters, config or all (if none).\n"
+        "Exit status: 0 ok, 1 failure (no agent, no permission), 2 bad use.\n");
+    options
+        ->add_option("PART_INTERFACE", words_,
+                     "a part of the state, then interfaces; all of both if none")
+        ->type_name("")
+        ->option_text("[PART] [INTERFACE...]")
+        ->expected(0, -1);
+    options->add_flag("--json", json_, "write JSON; times are seconds");
+    addSocketOption(*options, socket_);
+  }
+
+  // The rest of the words are interfaces.
+  StatePart takePart() {
+    if (words_.empty()) return StatePart::everything;
+    const auto* const found =
+        std::ranges::find_if(parts, [&](const auto& part) { return words_.front() == part.first; });
+    if (found == parts.end()) return StatePart::everything;
+    words_.erase(words_.begin());
+    return found->second;
+  }
+
+  std::vector<Agent::InterfaceView> views(const Agent::AttrLogCopy::Interfaces& interfaces) const {
+    for (const std::string& name : words_) interfaceOf(interfaces, name);
+    std::vector<Agent::InterfaceView> all;
+    for (const auto& [name, copy] : interfaces) {
+      if (!words_.empty() && std::ranges::find(words_, name) == words_.end()) continue;
+      all.push_back({.name = name,
+                     .address = {},
+                     .config = copy.config,
+                     .status = copy.status,
+                     .isCopy = true});
+    }
+    return all;
+  }
+
+  std::vector<std::string> words_;
+  bool json_ = false;
+  std::string socket_;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> showVerb(CLI::App& app) { return std::make_unique<ShowVerb>(app); }
+
+}  // namespace Igmpq
