@@ -20,6 +20,7 @@
 #include <boost/asio/write.hpp>
 
 #include "EventRecorder.h"
+#include "TempFolder.h"
 
 namespace Agent {
 namespace {
@@ -44,9 +45,6 @@ constexpr IpAddr group(239, 1, 1, 1);
 class AttrLogCopyTest : public testing::Test {
  protected:
   AttrLogCopyTest() {
-    char name[] = "/tmp/AttrLogCopyTest.XXXXXX";
-    folder_ = mkdtemp(name);
-    path_ = folder_ + "/attrlog.sock";
     Mox::virtualTimeIs(1000.0);
     Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
     wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
@@ -65,7 +63,6 @@ class AttrLogCopyTest : public testing::Test {
     server_.reset();
     Mox::eventLogSinkIs({});
     Mox::realTimeIs();
-    std::filesystem::remove_all(folder_);
   }
 
   void serve() {
@@ -88,8 +85,8 @@ class AttrLogCopyTest : public testing::Test {
     return copy_->interfaces().at(name);
   }
 
-  std::string folder_;
-  std::string path_;
+  const TempFolder folder_;
+  const std::string path_ = folder_.path() + "/attrlog.sock";
   boost::asio::io_context io_;
   Mox::Ptr<Obel::TimerWheel> wheel_;
   AttrLogCopy::Interfaces served_;

@@ -19,6 +19,8 @@
 #include <Mox/NboAttrLog/SocketInSm.h>
 #include <Mox/NboAttrLog/SocketOutSm.h>
 
+#include "TempFolder.h"
+
 namespace Agent {
 namespace {
 
@@ -80,9 +82,6 @@ class Reader final : private Mox::NboAttrLog::SessionHost {
 class AttrLogServerTest : public testing::Test {
  protected:
   AttrLogServerTest() {
-    folder_ = "/tmp/AttrLogServerTest." + std::string(6, 'X');  // which mkdtemp replaces
-    if (mkdtemp(folder_.data()) == nullptr) throw std::runtime_error("no folder for the socket");
-    path_ = folder_ + "/run/attrlog.sock";
     Mox::virtualTimeIs(1000.0);
     Mox::eventLogSinkIs([this](const Mox::EventLogEntry& entry) { logged_ += entry.text; });
     wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
@@ -92,7 +91,6 @@ class AttrLogServerTest : public testing::Test {
     server_.reset();
     Mox::eventLogSinkIs({});
     Mox::realTimeIs();
-    std::filesystem::remove_all(folder_);
   }
 
   void serve() {
@@ -119,8 +117,8 @@ class AttrLogServerTest : public testing::Test {
     }
   }
 
-  std::string folder_;
-  std::string path_;
+  const TempFolder folder_;
+  const std::string path_ = folder_.path() + "/run/attrlog.sock";
   std::string logged_;
   int turns_ = 0;
   boost::asio::io_context io_;

@@ -96,9 +96,10 @@ std::string toldBy(Agent::CaptureFile& file) {
   property(summary.frames == summary.igmp + summary.skippedInAll(),
            "each frame is heard or skipped for a reason");
   property(follower.groups() == groupsOf(replay), "the events tell which groups and sources are");
-  return follower.text() + stateText(replay.interfaces(), Mox::now()) +
-         stateJson(replay.interfaces(), Mox::now()) + summaryText(summary) +
-         summaryJson(summary, Mox::now());
+  return follower.text() +
+         stateText(Agent::StatePart::everything, replay.interfaces(), Mox::now()) +
+         stateJson(Agent::StatePart::everything, replay.interfaces(), Mox::now()) +
+         summaryText(summary) + summaryJson(summary, Mox::now());
 }
 
 }  // namespace

@@ -138,8 +138,9 @@ class VerbsTest(LabTestCase):
         elected = Querier(lower, *SHORT)
         elected.expect("role", role="querier")
         wait_until(lambda: self.show("interfaces")[0]["role"] == "nonQuerier", 10, "the election")
-        self.assertEqual([f"eth0 robustness 4: set; not in effect while {lower.address} is querier"],
-                         self.set("robustness=4"))
+        self.assertEqual(
+            [f"eth0 robustness 4: set; not in effect while {lower.address} is querier"],
+            self.set("robustness=4"))
 
     def test_set_refuses_what_does_not_go_together_before_it_is_sent(self):
         querier = self.run_querier(*QUIET)

@@ -1,0 +1,149 @@
+// Any bytes are safe to receive on a connection of the attribute log, in pieces of any size. Who
+// may only read changes nothing; who may configure changes nothing but the configuration; a
+// connection that has ended stays ended and has a reason; and a copy that has taken in whatever it
+// took can be told a whole state afterwards and equals it then.
+//
+// The first byte says who receives and how large the pieces are; the rest is what comes.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <GmpIgmpQuerier/QuerierStatus.h>
+#include <Mox/ActivityClock.h>
+#include <Mox/NboAttrLog/Session.h>
+
+#include "Property.h"
+
+namespace {
+
+using Fuzz::property;
+using Gmp::Igmp::QuerierConfig;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using Mox::Ptr;
+using Mox::NboAttrLog::Access;
+using Mox::NboAttrLog::Directory;
+using Mox::NboAttrLog::Rights;
+using Mox::NboAttrLog::Session;
+
+using Bytes = std::span<const std::uint8_t>;
+
+// All values of an entity and of those below it. NaN is as good as any other number here.
+void collect(const Mox::EntityBase& entity, std::string& out) {
+  for (const Mox::AttrInfo& attr : entity.type().attrs) {
+    if (attr.get == nullptr) continue;
+    const Mox::Value value = attr.get(entity);
+    if (const auto* flag = std::get_if<bool>(&value)) out += *flag ? "yes" : "no";
+    if (const auto* number = std::get_if<Mox::U64>(&value)) out += std::to_string(*number);
+    if (const auto* seconds = std::get_if<double>(&value)) out += std::to_string(*seconds);
+    if (const auto* text = std::get_if<std::string>(&value)) out += *text;
+    out += ' ';
+  }
+  for (const Mox::CollectionInfo& collection : entity.type().collections) {
+    std::vector<Mox::U32> keys = collection.keys(entity);
+    std::sort(keys.begin(), keys.end());
+    for (const Mox::U32 key : keys) collect(*collection.find(entity, key), out);
+  }
+}
+
+std::string all(const Mox::EntityBase& entity) {
+  std::string out;
+  collect(entity, out);
+  return out;
+}
+
+class Host final : public Mox::NboAttrLog::SessionHost {
+ public:
+  void onOutput() override {}
+  Ptr<Mox::EntityBase> rootIs(std::string_view path, std::string_view, const Mox::Value&) override {
+    if (path == "config/eth0") return config;
+    if (path == "status/eth0") return status;
+    return {};
+  }
+  const Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
+  const Ptr<QuerierStatus> status = Gmp::Igmp::querierStatusFactory();
+};
+
+struct Original {
+  Original() {
+    status->groupIs(IpAddr(0xef010101))->sourceIs(IpAddr(0x0a000001))->expiryTimeIs(260.0);
+    status->groupIs(IpAddr(0xef010102));
+    directory.entryIs("config/eth0", config, Access::configurable);
+    directory.entryIs("status/eth0", status, Access::readOnly);
+  }
+  const Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
+  const Ptr<QuerierStatus> status = Gmp::Igmp::querierStatusFactory();
+  Directory directory;
+};
+
+void drink(Session& session) {
+  session.drain();
+  session.stream().taken(session.stream().pending().size());
+}
+
+// Everything in pieces, for as long as the connection lasts.
+void receive(Session& session, Bytes bytes, std::size_t piece) {
+  while (!bytes.empty()) {
+    const Bytes next = bytes.first(std::min(piece, bytes.size()));
+    bytes = bytes.subspan(next.size());
+    const bool goesOn = session.input(next);
+    property(goesOn == session.fault().empty(), "a connection ends for a reason");
+    drink(session);
+    if (goesOn) continue;
+    property(!session.input(bytes), "a connection that has ended stays ended");
+    return;
+  }
+}
+
+void serve(Rights rights, Bytes bytes, std::size_t piece) {
+  Original original;
+  const std::string status = all(*original.status);
+  const std::string config = all(*original.config);
+  Host host;
+  Session session(host, {.name = "agent", .peerName = "stranger", .rights = rights},
+                  &original.directory);
+  receive(session, bytes, piece);
+  property(all(*original.status) == status, "no peer writes the status");
+  property(rights == Rights::configure || all(*original.config) == config,
+           "who may only read writes nothing");
+}
+
+void copy(Bytes bytes, std::size_t piece) {
+  Host host;
+  {
+    Session session(host, {.name = "reader", .peerName = "stranger"});
+    receive(session, bytes, piece);
+  }
+  Original original;
+  Host serving;
+  Session from(serving, {.name = "agent", .peerName = "reader"}, &original.directory);
+  Session to(host, {.name = "reader", .peerName = "agent"});
+  from.input(to.stream().pending());
+  do {
+    from.drain();
+    const Bytes waiting = from.stream().pending();
+    property(to.input(waiting), "a good peer is understood after a bad one");
+    from.stream().taken(waiting.size());
+  } while (!from.allSent());
+  property(all(*host.status) == all(*original.status), "a copy equals the original");
+  property(all(*host.config) == all(*original.config), "a copy equals the original");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  Mox::virtualTimeIs(1000.0);
+  const Bytes bytes = Bytes(data, size).subspan(1);
+  const std::size_t piece = std::size_t{1} << (data[0] >> 4);
+  switch (data[0] % 3) {
+    case 0: serve(Rights::read, bytes, piece); break;
+    case 1: serve(Rights::configure, bytes, piece); break;
+    default: copy(bytes, piece); break;
+  }
+  return 0;
+}
