@@ -67,15 +67,18 @@ class AttrLogTest(LabTestCase):
         return {group["group"] for group in self.querier.state()["groups"]}
 
     def change(self, seconds, seed=1):
-        return self.lab.spawn(self.host.namespace, sys.executable, REPORTS, GROUPS, seconds, seed,
-                              stdout=subprocess.PIPE)
+        # A file: nobody reads while it runs, and a pipe would fill.
+        self.told = pathlib.Path(self.lab.scratch.name, "joined")
+        with self.told.open("w") as told:
+            return self.lab.spawn(self.host.namespace, sys.executable, REPORTS, GROUPS, seconds,
+                                  seed, stdout=told)
 
     def joined(self, changing):
-        out, _ = changing.communicate(timeout=120)
-        return set(out.split())
+        self.assertEqual(0, changing.wait(120))
+        return set(self.told.read_text().split())
 
     def test_readers_come_and_go_while_groups_change(self):
-        changing = self.change(10)
+        changing = self.change(10.0)
         chance = random.Random(2)
         readers = []
         while changing.poll() is None:
@@ -97,7 +100,7 @@ class AttrLogTest(LabTestCase):
 
     def test_a_stopped_reader_costs_no_memory_and_catches_up(self):
         watch = Watch(self.router, self.socket)
-        joined = self.joined(self.change(1))
+        joined = self.joined(self.change(1.0))
         wait_until(lambda: watch.groups == joined, 20, "the reader to see every group")
         before = resident_kib(self.querier.process)
         watch.process.send_signal(signal.SIGSTOP)
