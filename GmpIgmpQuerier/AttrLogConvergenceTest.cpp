@@ -20,12 +20,16 @@ std::string differenceOf(const std::string& original, const std::string& copy) {
   std::istringstream copies(copy);
   std::string wanted;
   std::string found;
-  while (!std::getline(originals, wanted).fail() | !std::getline(copies, found).fail()) {
-    if (wanted != found) return "wanted: " + wanted + ", found: " + found;
+  do {
     wanted.clear();
     found.clear();
-  }
-  return {};
+    std::getline(originals, wanted);
+    std::getline(copies, found);
+  } while (wanted == found && (originals || copies));
+  if (wanted == found) return {};
+  std::string difference = "wanted: ";
+  difference.append(wanted).append(", found: ").append(found);
+  return difference;
 }
 
 // One random history. Few addresses, so that members come, go and come again before a copy hears.

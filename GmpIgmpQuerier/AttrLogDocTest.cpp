@@ -41,7 +41,8 @@ std::map<std::string, std::vector<std::string>> documentedTables() {
     cells >> bar >> id >> bar >> name >> bar >> kind >> bar >> value;
     const bool row = !id.empty() && id.find_first_not_of("0123456789") == std::string::npos;
     if (row && !type.empty()) {
-      tables[type].push_back(id + " " + name + " " + kind + " " + value);
+      std::string& added = tables[type].emplace_back(id);
+      added.append(" ").append(name).append(" ").append(kind).append(" ").append(value);
     }
   }
   return tables;
@@ -89,6 +90,7 @@ TEST(AttrLogDocTest, framesHaveTheirNumbers) {
       {FrameType::current, "current"},   {FrameType::question, "question"},
       {FrameType::answer, "answer"},     {FrameType::refusal, "refusal"}};
   std::vector<std::string> rows;
+  rows.reserve(types.size());
   for (const auto& [type, name] : types) {
     rows.push_back("| " + std::to_string(static_cast<int>(type)) + " | " + name + " |");
   }

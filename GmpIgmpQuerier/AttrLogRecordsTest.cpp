@@ -21,7 +21,6 @@ using Mox::NboAttrLog::InStream;
 using Mox::NboAttrLog::Reader;
 using Mox::NboAttrLog::Ref;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const IpAddr groupA(0xe6000001u);  // 230.0.0.1
 const IpAddr sourceA(0x0a000001u);

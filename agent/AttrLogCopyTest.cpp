@@ -26,16 +26,12 @@ namespace Agent {
 namespace {
 
 using boost::asio::local::stream_protocol;
-using Gmp::Igmp::QuerierConfig;
-using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
 using Mox::NboAttrLog::Access;
 using Mox::NboAttrLog::Directory;
 using Mox::NboAttrLog::Moved;
-using Mox::NboAttrLog::Rights;
 using Mox::NboAttrLog::Session;
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::ThrowsMessage;

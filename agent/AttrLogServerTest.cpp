@@ -207,8 +207,9 @@ class StalledReaderTest : public AttrLogServerTest {
  protected:
   StalledReaderTest() {
     settle({&stalled_, &quick_});
-    for (Mox::U32 group = 0; group < 20000; ++group)
+    for (Mox::U32 group = 0; group < 20000; ++group) {
       status_->groupIs(Ilvo::IpAddr(0xe8000000u + group));
+    }
     for (int round = 0; round < 200; ++round) settle({&quick_});
   }
   Reader stalled_{path_};
@@ -239,8 +240,9 @@ TEST_F(StalledReaderTest, stalledReaderIsDisconnectedAndTheLogFlowsAgain) {
 }
 
 TEST_F(StalledReaderTest, readerThatGoesOnCatchesUpWithWhatIsThereThen) {
-  for (Mox::U32 group = 0; group < 10000; ++group)
+  for (Mox::U32 group = 0; group < 10000; ++group) {
     status_->groupDel(Ilvo::IpAddr(0xe8000000u + group));
+  }
   for (int round = 0; round < 200; ++round) settle({&stalled_, &quick_});
   EXPECT_EQ(stalled_.status()->group().size(), 10000u);
   EXPECT_EQ(quick_.status()->group().size(), 10000u);

@@ -9,7 +9,6 @@
 
 namespace Agent {
 
-using Gmp::Igmp::QuerierConfig;
 using Gmp::Igmp::QuerierStatus;
 using Mox::AttrInfo;
 using Mox::AttrKind;

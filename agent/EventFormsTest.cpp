@@ -98,8 +98,8 @@ struct Form {
   const char* json;
 };
 
-const std::vector<Form>& forms() {
-  static const std::vector<Form> all{
+std::vector<Form> formsOfTheLink() {
+  return {
       {role(QuerierStatus::querierStateInitial, IpAddr()), "role initial",
        R"("event":"role","interface":"eth0","role":"initial","querier":null})"},
       {role(QuerierStatus::querierStateQuerier, router), "role querier (elected 10.0.0.1)",
@@ -131,6 +131,11 @@ const std::vector<Form>& forms() {
        "query sent for 239.1.1.1, version 3, answers within 2.5s, sources 10.0.0.50 10.0.0.11",
        R"("event":"querySent","interface":"eth0","group":"239.1.1.1","version":3,)"
        R"("maxResponseSeconds":2.5,"sources":["10.0.0.50","10.0.0.11"]})"},
+  };
+}
+
+std::vector<Form> formsOfTheAgent() {
+  return {
       {message(Event::versionMismatch, "heard 3"), "heard 3",
        R"("event":"versionMismatch","interface":"eth0","heardVersion":3,"configuredVersion":2,)"
        R"("text":"heard 3"})"},
@@ -158,6 +163,15 @@ const std::vector<Form>& forms() {
       {message(Event::error, "no \"luck\""), "error: no \"luck\"",
        R"("event":"error","interface":"eth0","text":"no \"luck\""})"},
   };
+}
+
+const std::vector<Form>& forms() {
+  static const std::vector<Form> all = [] {
+    std::vector<Form> joined = formsOfTheLink();
+    const std::vector<Form> more = formsOfTheAgent();
+    joined.insert(joined.end(), more.begin(), more.end());
+    return joined;
+  }();
   return all;
 }
 

@@ -75,6 +75,7 @@ bool isStartupPart(const AttrInfo& attr, const Value& value) {
 
 std::vector<std::string> SettingWrite::names() {
   std::vector<std::string> all;
+  all.reserve(settingRules.size());
   for (const SettingRule& rule : settingRules) all.emplace_back(rule.attribute);
   return all;
 }

@@ -103,7 +103,7 @@ Columns withoutFirst(const Columns& columns) { return {columns.begin() + 1, colu
 
 void addGroupSources(Table& table, const InterfaceView& view, const QuerierGroupStatus& group,
                      Seconds now) {
-  if (group.source().size() == 0) return;
+  if (group.source().empty()) return;
   for (const auto& source : sourcesOf(group)) {
     table.row({source->sourceAddr(), excludedFlag(group, *source),
                Duration{now - source->creationTime()}, timeLeft(view, source->expiryTime(), now)});
@@ -219,7 +219,7 @@ Table sourceTable(InterfaceViews interfaces, Seconds now) {
                {"timeLeftSeconds", "LEFT"}});
   for (const InterfaceView& each : interfaces) {
     forEachGroup(each, [&](const InterfaceView& view, const QuerierGroupStatus& group) {
-      if (group.source().size() == 0) return;
+      if (group.source().empty()) return;
       for (const auto& source : sourcesOf(group)) {
         table.row({view.name, group.groupAddr(), source->sourceAddr(), excludedFlag(group, *source),
                    Duration{now - source->creationTime()},

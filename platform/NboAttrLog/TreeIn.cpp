@@ -39,7 +39,7 @@ std::string TreeIn::handleAttrDeserialization(const Ref& ref, Reader& in, Judge&
     }
     const Value value = in.value(attr->value);
     if (!in.ok()) return std::string("a value of ") + attr->name + " that it cannot have";
-    const std::string refused = judge.whyRefused(*entity, *attr, value);
+    std::string refused = judge.whyRefused(*entity, *attr, value);
     if (!refused.empty()) return refused;
     const TreeOut::Receiving receiving(out_, *entity, attr->id);
     try {

@@ -55,7 +55,9 @@ class TreeInTest : public testing::Test {
     EXPECT_TRUE(send(shelfRoot));
     for (const U32 key : keys) {
       const std::string hex = hexOf(std::array{U8{0}, U8{0}, U8{0}, static_cast<U8>(key)});
-      EXPECT_TRUE(send("06 00000001 01" + hex + "0104" + textHex("Test::Book") + hex));
+      std::string frame = "06 00000001 01";
+      frame.append(hex).append("0104").append(textHex("Test::Book")).append(hex);
+      EXPECT_TRUE(send(frame));
     }
     connect();
     EXPECT_TRUE(send(shelfRoot));

@@ -5,8 +5,8 @@
 #pragma once
 
 #include <array>
-#include <compare>
 #include <cstddef>
+#include <tuple>
 
 #include <Mox/AttrValue.h>
 #include <Mox/Types.h>
@@ -59,7 +59,10 @@ struct Ref {
     below.keys.at(below.depth++) = key;
     return below;
   }
-  friend auto operator<=>(const Ref&, const Ref&) = default;
+  friend bool operator==(const Ref&, const Ref&) = default;
+  friend bool operator<(const Ref& a, const Ref& b) {
+    return std::tie(a.root, a.depth, a.keys) < std::tie(b.root, b.depth, b.keys);
+  }
 };
 
 }  // namespace Mox::NboAttrLog
