@@ -2,7 +2,9 @@
 
     python3 CommandTest.py IGMPQ
 """
+import contextlib
 import socket
+import struct
 import subprocess
 import sys
 import tempfile
@@ -15,6 +17,33 @@ NOWHERE = "/nonexistent/attrlog.sock"
 def igmpq(*arguments):
     return subprocess.run([COMMAND, *arguments], capture_output=True, text=True, timeout=60,
                           check=False)
+
+
+def text(words):
+    return struct.pack("!H", len(words)) + words.encode()
+
+
+def frame(number, payload=b""):
+    return struct.pack("!HB", len(payload) + 1, number) + payload
+
+
+def agent_with_eth0(may_configure):
+    """What an agent says when it is connected to."""
+    config = struct.pack("!I", 1) + text("config/eth0") + bytes((may_configure,))
+    config += text("Gmp::Igmp::QuerierConfig") + b"\x05" + text("eth0")
+    status = struct.pack("!I", 2) + text("status/eth0") + b"\x00"
+    status += text("Gmp::Igmp::QuerierStatus") + b"\x00"
+    hello = struct.pack("!4sHdB", b"MoxL", 1, 0.0, may_configure) + text("agent")
+    return frame(1, hello) + frame(2, config) + frame(2, status) + frame(9)
+
+
+@contextlib.contextmanager
+def served():
+    with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX) as server:
+        server.bind(folder + "/agent.sock")
+        server.settimeout(60)
+        server.listen()
+        yield server
 
 
 class CommandTest(unittest.TestCase):
@@ -76,19 +105,53 @@ class CommandTest(unittest.TestCase):
                           "`sudo igmpq run`", done.stderr)
 
     def test_what_serves_no_attribute_log_is_not_understood(self):
-        with tempfile.TemporaryDirectory() as folder:
-            path = folder + "/other.sock"
-            with socket.socket(socket.AF_UNIX) as server:
-                server.bind(path)
-                server.listen()
-                with subprocess.Popen([COMMAND, "show", "--socket", path], text=True,
-                                      stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
-                    connection, _ = server.accept()
-                    with connection:
-                        connection.sendall(b"\x00\x01\x63")
-                        self.assertEqual(1, process.wait(60))
-                    self.assertEqual("", process.stdout.read())
-                    self.assertIn("is not understood", process.stderr.read())
+        with served() as server:
+            self.expect_failure(["show"], server, [b"\x00\x01\x63"], "is not understood")
+
+    def test_who_may_not_configure_is_told_before_anything_is_sent(self):
+        with served() as server:
+            said = self.expect_failure(["set", "eth0", "robustness=3"], server,
+                                       [agent_with_eth0(may_configure=False)],
+                                       "not permitted to configure the agent")
+        self.assertEqual([1], said)
+
+    def test_what_the_agent_refuses_is_told_with_its_reason(self):
+        with served() as server:
+            said = self.expect_failure(["set", "eth0", "robustness=3"], server,
+                                       [agent_with_eth0(may_configure=True),
+                                        frame(12, text("robustness 3: not today"))],
+                                       "the agent refuses: robustness 3: not today")
+        self.assertEqual([1, 4, 10], said)
+
+    def test_an_agent_that_goes_in_the_middle_is_missed(self):
+        with served() as server:
+            self.expect_failure(["show"], server, [agent_with_eth0(may_configure=True)[:60]],
+                                "the agent has gone")
+
+    def expect_failure(self, arguments, server, answers, told):
+        """Each answer follows something that the command says; the types of all its frames."""
+        said = b""
+        with subprocess.Popen([COMMAND, *arguments, "--socket", server.getsockname()], text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            connection, _ = server.accept()
+            with connection:
+                connection.settimeout(60)
+                for answer in answers:
+                    said += connection.recv(65536)
+                    connection.sendall(answer)
+                connection.shutdown(socket.SHUT_WR)
+                self.assertEqual(1, process.wait(60))
+                while rest := connection.recv(65536):
+                    said += rest
+            self.assertEqual("", process.stdout.read())
+            self.assertIn("igmpq: ", errors := process.stderr.read())
+            self.assertIn(told, errors)
+        types = []
+        while said:
+            length, number = struct.unpack_from("!HB", said)
+            types.append(number)
+            said = said[2 + length:]
+        return types
 
     def test_a_capture_that_is_not_there_is_bad_use(self):
         done = igmpq("replay", "/nonexistent.pcap", "--address", "10.0.0.1")

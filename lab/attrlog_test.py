@@ -35,8 +35,9 @@ class Watch:
     def __init__(self, router, path):
         self.groups = set()
         self.events = []
-        self.process = router.lab.spawn(router.namespace, program(), "watch", "--json",
-                                        "--socket", path, stdout=subprocess.PIPE)
+        self.process = router.lab.spawn(
+            router.namespace, program(), "watch", "--json", "--existing", "--socket", path,
+            stdout=subprocess.PIPE)
         router.lab.read(self.process.stdout, self.line_arrived)
 
     def line_arrived(self, line):

@@ -72,11 +72,13 @@ class VerbsTest(LabTestCase):
         self.assertEqual(2, self.show("counters", "eth0")[0]["joins"])
         self.assertIn(GROUP, self.igmpq("show").stdout)
 
-    def test_show_names_the_interfaces_there_are(self):
+    def test_an_interface_that_is_not_there_is_refused_with_those_that_are(self):
         self.run_querier(*QUIET)
-        done = self.igmpq("show", "groups", "eth7")
-        self.assertEqual((2, ""), (done.returncode, done.stdout))
-        self.assertIn("the agent has no interface eth7; it has: eth0", done.stderr)
+        for arguments in (("show", "groups", "eth7"), ("watch", "eth0", "eth7"),
+                          ("set", "eth7", "robustness=3")):
+            done = self.igmpq(*arguments)
+            self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
+            self.assertIn("the agent has no interface eth7; it has: eth0", done.stderr)
 
     def test_watch_tells_what_happens_with_its_reporter(self):
         host, other = self.lab.station(11, 2), self.lab.station(12, 3)
@@ -153,7 +155,7 @@ class VerbsTest(LabTestCase):
     def test_who_is_nobody_is_not_let_in(self):
         self.run_querier(*QUIET)
         for arguments in (("show",), ("watch",), ("set", "eth0", "robustness=3")):
-            # The folder of the lab is for its owner alone, as the socket is.
+            # The folder of the lab is for its owner alone.
             done = self.igmpq(*arguments, wrapper=NOBODY)
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("not permitted to connect to the agent", done.stderr)
