@@ -1,7 +1,6 @@
 """Version 2 reports and leaves for many groups, as fast as they are asked for.
 
-  reports.py GROUPS SECONDS SEED   every group once, then random joins and leaves for that long;
-                                   prints the groups that are joined at the end, one a line
+  reports.py GROUPS SECONDS SEED   every group once, then random joins and leaves for that long
 """
 import random
 import socket
@@ -53,7 +52,6 @@ def main():
         else:
             joined.add(number)
             send(REPORT, number)
-    print("\n".join(address(number) for number in sorted(joined)))
 
 
 if __name__ == "__main__":
