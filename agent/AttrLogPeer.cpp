@@ -85,8 +85,8 @@ int AttrLogServer::Peer::queued() {
 Mox::Seconds AttrLogServer::Peer::stalledSince() {
   const int now = queued();
   const bool waits = now != 0 || !session_.stream().pending().empty();
-  const bool took =
-      std::exchange(takenSeen_, out_->bytesTaken()) != takenSeen_ || now < queuedSeen_;
+  const bool took = out_->bytesTaken() != takenSeen_ || now < queuedSeen_;
+  takenSeen_ = out_->bytesTaken();
   queuedSeen_ = now;
   if (!waits || took) {
     since_ = Mox::never;
