@@ -23,11 +23,9 @@ std::string whyConfigRefused(const Mox::AttrInfo& attr, const Mox::Value& value)
   const SettingRule* rule = settingRule(attr.name);
   if (rule == nullptr) return fmt::format("{} cannot be set", attr.name);
   const double number = numberOf(value);
-  if (rule->zero != nullptr && number == 0.0) return {};
-  if (number >= rule->least && number <= rule->most) return {};
-  return fmt::format("{} {}: must be {}from {} to {} ({})", attr.name, number,
-                     rule->zero == nullptr ? "" : fmt::format("0 ({}) or ", rule->zero),
-                     rule->least, rule->most, rule->reference);
+  const NumberRange range = rangeOf(*rule);
+  if (fits(number, range)) return {};
+  return fmt::format("{} {}: {}", attr.name, number, mustText(range));
 }
 
 }  // namespace Agent

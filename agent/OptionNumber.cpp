@@ -12,14 +12,6 @@ namespace Agent {
 
 namespace {
 
-std::string mustText(const NumberRange& range) {
-  std::string text = "must be ";
-  if (range.zero != nullptr) text += fmt::format("0 ({}) or ", range.zero);
-  text += fmt::format("from {} to {}", range.least, range.most);
-  if (range.reference != nullptr) text += fmt::format(" ({})", range.reference);
-  return text;
-}
-
 std::optional<double> numberOf(std::string_view text) {
   double number = 0.0;
   const char* end = text.data() + text.size();
@@ -36,6 +28,19 @@ std::optional<double> wholeNumberOf(std::string_view text) {
 
 }  // namespace
 
+std::string mustText(const NumberRange& range) {
+  std::string text = "must be ";
+  if (range.zero != nullptr) text += fmt::format("0 ({}) or ", range.zero);
+  text += fmt::format("from {} to {}", range.least, range.most);
+  if (range.reference != nullptr) text += fmt::format(" ({})", range.reference);
+  return text;
+}
+
+bool fits(double number, const NumberRange& range) {
+  if (range.zero != nullptr && number == 0.0) return true;
+  return number >= range.least && number <= range.most;
+}
+
 double optionNumber(std::string_view option, std::string_view text, const NumberRange& range) {
   const std::optional<double> number = range.whole ? wholeNumberOf(text) : numberOf(text);
   const auto refuse = [&](const std::string& why) {
@@ -44,9 +49,7 @@ double optionNumber(std::string_view option, std::string_view text, const Number
   if (!number) {
     refuse(fmt::format("not a {}number; {}", range.whole ? "whole " : "", mustText(range)));
   }
-  const bool inRange = *number >= range.least && *number <= range.most;
-  const bool allowedZero = range.zero != nullptr && *number == 0.0;
-  if (!inRange && !allowedZero) refuse(mustText(range));
+  if (!fits(*number, range)) refuse(mustText(range));
   return *number;
 }
 

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include <Agent/OptionNumber.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <Mox/AttrTable.h>
 
@@ -44,6 +45,10 @@ inline constexpr std::array settingRules{
 // The versions before 3 name the response time in tenths of a second, in the same byte (RFC
 // 2236 2.2).
 inline constexpr double oldLastMemberIntervalMost = 25.5;
+
+inline NumberRange rangeOf(const SettingRule& rule, bool whole = false) {
+  return {rule.least, rule.most, whole, rule.zero, rule.reference};
+}
 
 // The rule of an attribute; null when there is none.
 constexpr const SettingRule* settingRule(std::string_view attribute) {

@@ -9,7 +9,6 @@
 
 #include <fmt/format.h>
 
-#include <Agent/OptionNumber.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <CLI/CLI.hpp>
 
@@ -27,8 +26,7 @@ V settingOf(std::string_view name, const SettingRule& rule, std::string_view tex
     throw CLI::ValidationError(fmt::format("{} {}", name, text), "must be on or off");
   } else {
     constexpr bool whole = !std::is_same_v<V, Mox::Seconds>;
-    const double number =
-        optionNumber(name, text, {rule.least, rule.most, whole, rule.zero, rule.reference});
+    const double number = optionNumber(name, text, rangeOf(rule, whole));
     if constexpr (whole) return static_cast<V>(static_cast<Mox::U32>(number));
     return static_cast<V>(number);
   }

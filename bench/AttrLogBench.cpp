@@ -1,7 +1,5 @@
 // The attribute log: what a published change costs, how fast a new reader has everything and how
 // long that keeps the agent from anything else, and what a reader that takes nothing costs.
-#include <malloc.h>
-
 #include <algorithm>
 #include <array>
 #include <thread>
@@ -15,9 +13,9 @@
 #include <Mox/NboAttrLog/Session.h>
 #include <Mox/NboAttrLog/SocketInSm.h>
 #include <Mox/NboAttrLog/SocketOutSm.h>
-#include <Mox/Pool.h>
 
 #include "Budget.h"
+#include "HeapBytes.h"
 
 namespace Bench {
 namespace {
@@ -178,12 +176,6 @@ BENCHMARK(wholeState)
     ->Name("attrLog/wholeState/group")
     ->Apply(sizes<1000, 100000>)
     ->UseManualTime();
-
-size_t heapBytes() {
-  const auto info = mallinfo2();
-  const Mox::PoolUse pool = Mox::poolUse();
-  return info.uordblks + info.hblkhd - pool.heapChunks + pool.cells + pool.mappedBlocks;
-}
 
 // Everything changes under a reader that takes nothing: what the agent remembers of it, beyond the
 // connection itself.

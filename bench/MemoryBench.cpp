@@ -1,22 +1,12 @@
 // What one group and one source cost in memory, containers and allocator included.
-#include <malloc.h>
-
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <Mox/Pool.h>
 
 #include "BenchQuerier.h"
 #include "Budget.h"
+#include "HeapBytes.h"
 
 namespace Bench {
 namespace {
-
-// The allocator's, with the pool's cells in place of its chunks, which other benchmarks may have
-// filled.
-size_t heapBytes() {
-  const auto info = mallinfo2();
-  const Mox::PoolUse pool = Mox::poolUse();
-  return info.uordblks + info.hblkhd - pool.heapChunks + pool.cells + pool.mappedBlocks;
-}
 
 void bytesPerItem(benchmark::State& state, double bytes, double allowed) {
   state.counters["bytes_per_item"] = bytes;

@@ -3,6 +3,7 @@
 //   optionNumber("--seed", text, {.least = 0, .most = 4294967295, .whole = true});
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace Agent {
@@ -14,6 +15,11 @@ struct NumberRange {
   const char* zero = nullptr;       // what 0 means where it is allowed beside the range
   const char* reference = nullptr;  // where the range comes from
 };
+
+// Whether a number is in the range, or the 0 that is allowed beside it; not a number never is.
+bool fits(double number, const NumberRange& range);
+// What a number must be, for instance "must be from 1 to 7 (RFC 3376 8.1)".
+std::string mustText(const NumberRange& range);
 
 // Throws CLI::ValidationError, with a text such as "--robustness 9: must be from 1 to 7 (RFC
 // 3376 8.1)".
