@@ -71,7 +71,7 @@ TEST_F(GmpAttrLogSmTest, withoutAnOutputMachineItKnowsNothing) {
   EXPECT_EQ(monitor->attrLogKernBufferUsage(), -1);
   EXPECT_EQ(monitor->attrLogKernBufAboveThresholdCount(), 0u);
   EXPECT_EQ(monitor->iterUntilBufferCheck(), 1);
-  EXPECT_EQ(GmpAttrLogSm::maxIterUntilBufferCheck(), 10);
+  EXPECT_EQ(monitor->maxIterUntilBufferCheck(), 10);
   EXPECT_EQ(traces(), Texts{"8 GmpAttrLogSm::handleInitialized()"});
 }
 

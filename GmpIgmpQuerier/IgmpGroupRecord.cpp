@@ -1,12 +1,15 @@
 #include <GmpIgmpQuerier/IgmpGroupRecord.h>
 
+#include <Mox/ValueStrep.h>
+
+#include "HasCollection.h"
+
 namespace Gmp::Igmp {
 
-std::string valueToStrep(const IgmpGroupRecord& r) {
-  return "Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': " + valueToStrep(r.version) +
-         ", 'rType': " + valueToStrep(r.rType) +
-         ", 'multicastAddr': " + valueToStrep(r.multicastAddr) +
-         ", 'source': " + valueToStrep(r.source) + "})";
+std::string valueToStrep(const IgmpGroupRecord& record) { return Mox::valueStrep(record); }
+
+IgmpGroupRecord IgmpGroupRecordInstance(std::string_view) {
+  hasCollection("No String constructor for IgmpGroupRecord - has collection");
 }
 
 }  // namespace Gmp::Igmp

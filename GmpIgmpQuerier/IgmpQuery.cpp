@@ -1,6 +1,9 @@
 #include <GmpIgmpQuerier/IgmpQuery.h>
 
 #include <Ilvo/IgmpCode.h>
+#include <Mox/ValueStrep.h>
+
+#include "HasCollection.h"
 
 namespace Gmp::Igmp {
 
@@ -8,13 +11,10 @@ Seconds IgmpQuery::maxResponseSeconds() const {
   return Ilvo::igmpCodeDecode(maxResponseCode) / 10.0;
 }
 
-std::string valueToStrep(const IgmpQuery& q) {
-  return "Value('Gmp::Igmp::IgmpQuery', ** {'validPacket': " + valueToStrep(q.validPacket) +
-         ", 'version': " + valueToStrep(q.version) +
-         ", 'maxResponseCode': " + std::to_string(q.maxResponseCode) +
-         ", 'groupAddress': " + valueToStrep(q.groupAddress) + ", 's': " + valueToStrep(q.s) +
-         ", 'qrv': " + std::to_string(q.qrv) + ", 'qqi': " + std::to_string(q.qqi) +
-         ", 'source': " + valueToStrep(q.source) + "})";
+std::string valueToStrep(const IgmpQuery& query) { return Mox::valueStrep(query); }
+
+IgmpQuery IgmpQueryInstance(std::string_view) {
+  hasCollection("No String constructor for IgmpQuery - has collection");
 }
 
 }  // namespace Gmp::Igmp

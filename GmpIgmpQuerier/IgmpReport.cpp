@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include <Mox/ValueStrep.h>
+
+#include "HasCollection.h"
+
 namespace Gmp::Igmp {
 
 namespace {
@@ -37,14 +41,19 @@ void IgmpReport::groupRecordDel(U32 index) {
   if (found != records_.end() && found->index == index) records_.erase(found);
 }
 
-std::string valueToStrep(const IgmpReport& report) {
-  std::string records = "{";
-  for (const auto& [index, record] : report.groupRecord()) {
-    if (records.size() > 1) records += ", ";
-    records += std::to_string(index) + ": " + valueToStrep(record);
+std::string valueToStrep(const IgmpReport& report) { return Mox::valueStrep(report); }
+
+std::string valueToStrep(const IgmpReport::Records& records) {
+  std::string text = "{";
+  for (const auto& [index, record] : records) {
+    if (text.size() > 1) text += ", ";
+    text += std::to_string(index) + ": " + valueToStrep(record);
   }
-  return "Value('Gmp::Igmp::IgmpReport', ** {'validPacket': " + valueToStrep(report.validPacket) +
-         ", 'groupRecord': " + records + "}})";
+  return text + "}";
+}
+
+IgmpReport IgmpReportInstance(std::string_view) {
+  hasCollection("No String constructor for IgmpReport - has collection");
 }
 
 }  // namespace Gmp::Igmp

@@ -16,6 +16,7 @@ using Mox::trace;
 
 QuerierGroupSourceSm::QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm)
     : addr_(addr), sourceTimer_(std::move(wheel), *this), groupSm_(groupSm) {
+  parentIs(groupSm, QuerierGroupSm::attributes.idOf<QuerierGroupSm::sourceMember>());
   handleSourceTimer();
   handleInitialized();
 }
@@ -91,6 +92,7 @@ void QuerierGroupSourceSm::end() {
   sourceTimer_.timeMinIs(never);
   initialized_ = false;
   groupSm_ = nullptr;
+  parentIs(nullptr, 0);
 }
 
 QuerierGroupSourceSmText tracePiece(const QuerierGroupSourceSm& sm) {

@@ -113,12 +113,13 @@ TEST_F(QuerierSmLifecycle, AttributesStandInTheOrderOfTheirDeclaration) {
   QuerierSm::attributes.forEach([&](Mox::AttrId, const auto& row) { names.push_back(row.name); });
   EXPECT_THAT(
       names,
-      ElementsAre("querierConfig", "querierStatus", "ipAddr", "mtu", "startupQueryIntervalDefault",
-                  "mcastBoundaryIntfStatus", "otherQuerierTimer", "otherQuerierTimerState",
-                  "transitionToNonQuerier", "pendingRexmit", "initialQuerySent", "dstGroup",
-                  "sendPkt", "writableCount", "groupSm", "queryIntervalTimer",
-                  "queryIntervalTimerState", "initGroupStatusBookmark", "initGroupStatusTimer",
-                  "attrLogSm", "debugYieldAfterOne", "pktSrc", "initialized"));
+      ElementsAre("name", "querierConfig", "querierStatus", "ipAddr", "mtu",
+                  "startupQueryIntervalDefault", "mcastBoundaryIntfStatus", "otherQuerierTimer",
+                  "otherQuerierTimerState", "transitionToNonQuerier", "pendingRexmit",
+                  "initialQuerySent", "dstGroup", "sendPkt", "writableCount", "groupSm",
+                  "queryIntervalTimer", "queryIntervalTimerState", "initGroupStatusBookmark",
+                  "initGroupStatusTimer", "attrLogSm", "debugYieldAfterOne", "pktSrc",
+                  "initialized", "handleInitialized", "becomeQuerier", "clearCounters", "doRxPkt"));
 }
 
 TEST_F(QuerierSmLifecycle, SettersTellAChangeOnceAndNothingForTheSameValue) {

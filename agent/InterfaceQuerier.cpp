@@ -5,6 +5,7 @@
 
 #include <Agent/QueryDatagram.h>
 #include <Mox/ActivityClock.h>
+#include <Mox/GenericAccess.h>
 
 namespace Agent {
 
@@ -20,6 +21,9 @@ constexpr Seconds retryInterval =
     1.0;  // an interface that flaps may be down again when it is opened
 constexpr Seconds careInterval = 5.0;      // between two looks at an open port
 constexpr Seconds troubleInterval = 60.0;  // between two events of the same trouble
+
+// Packets go in by name, as from a host that knows the library by its registry only.
+const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<QuerierSm>(), "doRxPkt");
 
 }  // namespace
 
@@ -170,7 +174,7 @@ void InterfaceQuerier::rxFrame(std::span<const Mox::U8> frame) {
   const std::span<const Mox::U8> packet = ipv4Of(frame);
   if (packet.empty() || !querier_ || isQueryFrom(link_.mac, ipAddr_, frame)) return;
   services_.turn();  // timers that the packet arms count from the real now
-  querier_->doRxPkt(makePtr<Ilvo::Pkt>(packet));
+  doRxPkt(*querier_, makePtr<Ilvo::Pkt>(packet));
   flush();
   services_.turn();
 }

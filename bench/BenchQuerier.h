@@ -13,6 +13,7 @@
 #include <Ilvo/Checksum.h>
 #include <Ilvo/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
+#include <Mox/GenericAccess.h>
 
 namespace Bench {
 
@@ -40,6 +41,11 @@ class BenchQuerier {
 
   // A version 2 report, as from a host.
   void reportV2(IpAddr group) { querier_->doRxPkt(reportOf(group, *reports_[0])); }
+
+  // The same through generic access.
+  void reportV2(IpAddr group, const Mox::Call<Ptr<Ilvo::Pkt>>& doRxPkt) {
+    doRxPkt(*querier_, reportOf(group, *reports_[0]));
+  }
 
   // Version 2 reports for all of them, as from a host that reads batches: each is expected
   // some packets before it is handed in.

@@ -20,6 +20,21 @@ void refresh(benchmark::State& state) {
 }
 BENCHMARK(refresh)->Name("doRxPkt/v2Report/knownGroup")->Apply(sizes<1000, 1000000>);
 
+// The same through generic access, as the agent hands packets in.
+void refreshByName(benchmark::State& state) {
+  const size_t count = static_cast<size_t>(state.range(0));
+  BenchQuerier bench;
+  for (const IpAddr group : shuffledGroups(count)) bench.reportV2(group);
+  const std::vector<IpAddr> order = shuffledGroups(count, 2);
+  const Mox::Call<Ptr<Ilvo::Pkt>> doRxPkt(bench.querier().type(), "doRxPkt");
+  for (auto _ : state) {
+    for (const IpAddr group : order) bench.reportV2(group, doRxPkt);
+  }
+  if (bench.status().group().size() != count) state.SkipWithError("not all groups are there");
+  budget(state, 150.0, count);
+}
+BENCHMARK(refreshByName)->Name("doRxPkt/v2Report/knownGroup/byName")->Apply(sizes<1000>);
+
 // The same for a host that reads packets in batches, and expects each before it is handed in.
 void refreshExpected(benchmark::State& state) {
   const size_t count = static_cast<size_t>(state.range(0));

@@ -13,6 +13,8 @@ function(querier_module name)
   add_library(Querier::${name} ALIAS ${name})
   target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}/include")
   target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE querier_options)
+  # A unique symbol would keep the shared library in memory for ever: who unloads it means it.
+  target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
   set_property(GLOBAL APPEND PROPERTY QUERIER_INCLUDE_DIRS "${CMAKE_CURRENT_SOURCE_DIR}/include")
   if(BUILD_TESTING AND ARG_TESTS)
     querier_tests(${name}Tests SOURCES ${ARG_TESTS} DEPS ${name})

@@ -176,17 +176,17 @@ class CallStep final : public InterfaceStep {
  public:
   CallStep(Keys& keys, const World* world) : InterfaceStep(keys, world) {
     const std::string name = keys.text("name");
-    QuerierSm::operations.forEach([&](const auto& row) {
-      if (name == row.name) call_ = row.call;
-    });
-    if (call_ == nullptr) throw StepError(fmt::format("a querier has no operation \"{}\"", name));
+    operation_ = Mox::typeInfoOf<QuerierSm>().attr(name);
+    if (operation_ == nullptr || operation_->call == nullptr || operation_->parameter != nullptr) {
+      throw StepError(fmt::format("a querier has no operation \"{}\"", name));
+    }
   }
   void run(World&, Interface& interface) const override {
-    if (QuerierSm* querier = interface.querier()) (querier->*call_)();
+    if (QuerierSm* querier = interface.querier()) operation_->call(*querier, nullptr);
   }
 
  private:
-  void (QuerierSm::*call_)() = nullptr;
+  const Mox::AttrInfo* operation_ = nullptr;
 };
 
 class RestartStep final : public InterfaceStep {

@@ -21,6 +21,10 @@ Ring::Ring(size_t capacity)
     : mask_(checkedCapacity(capacity) - 1),
       memory_(std::make_unique<Mox::U64[]>(capacity / sizeof(Mox::U64))) {}
 
+void Ring::clear() {
+  while (tail_ != head_) overwriteOldest();
+}
+
 std::byte* Ring::claim(size_t bytes) {
   if (bytes > capacity()) {
     ++refused_;

@@ -13,4 +13,14 @@ void IntfBoundaryStatus::boundaryDel(const IpGenPrefix& prefix) { boundary_.eras
 
 void IntfBoundaryStatus::boundaryDelAll() { boundary_.clear(); }
 
+std::string shownValue(const Mox::Ptr<const IntfBoundaryStatus>& status) {
+  std::string text;
+  if (!status) return text;
+  for (const auto& [prefix, value] : status->boundary()) {
+    if (!text.empty()) text += ", ";
+    text += prefix.stringValue();
+  }
+  return text;
+}
+
 }  // namespace Ilvo

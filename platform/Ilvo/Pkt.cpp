@@ -40,4 +40,15 @@ void Pkt::growFront(std::size_t more) {
   end_ += more;
 }
 
+std::string shownValue(const Mox::Ptr<Pkt>& pkt) {
+  constexpr const char* digits = "0123456789abcdef";
+  std::string text;
+  if (!pkt) return text;
+  for (const U8 byte : pkt->data()) {
+    text += digits[byte >> 4];
+    text += digits[byte & 0xf];
+  }
+  return text;
+}
+
 }  // namespace Ilvo

@@ -1,8 +1,46 @@
 #include <Mox/Entity.h>
 
+#include <array>
+
 namespace Mox {
 
+namespace {
+const EntityBase& entityOf(const Object& object) { return static_cast<const EntityBase&>(object); }
+}  // namespace
+
 EntityBase::~EntityBase() = default;
+
+namespace {
+
+constexpr std::array<AttrInfo, 4> frameworkAttrs{
+    AttrInfo{.id = 253,
+             .name = "fullName",
+             .kind = AttrKind::derived,
+             .typeName = "string",
+             .get = [](const Object& o) -> Value { return entityOf(o).fullName(); },
+             .text = [](const Object& o) { return entityOf(o).fullName(); }},
+    AttrInfo{.id = 254,
+             .name = "parent",
+             .kind = AttrKind::derived,
+             .typeName = EntityBase::valueTypeName,
+             .held = [](const Object& o) -> const Object* { return entityOf(o).parent(); }},
+    AttrInfo{.id = 255,
+             .name = "parentAttrName",
+             .kind = AttrKind::derived,
+             .typeName = "string",
+             .get = [](const Object& o) -> Value { return entityOf(o).parentAttrName(); },
+             .text = [](const Object& o) { return entityOf(o).parentAttrName(); }},
+    AttrInfo{.id = 256,
+             .name = "entity",
+             .kind = AttrKind::derived,
+             .typeName = EntityBase::valueTypeName,
+             .held = [](const Object& o) -> const Object* { return entityOf(o).entity(); }},
+};
+static_assert(frameworkAttrs.back().id < entityFirstAttrId);
+
+}  // namespace
+
+std::span<const AttrInfo> entityFrameworkAttrs() { return frameworkAttrs; }
 
 std::string EntityBase::parentAttrName() const {
   const char* name = parent_ == nullptr ? nullptr : parent_->attrName(parentAttr_);

@@ -242,7 +242,7 @@ TEST_F(EntityTest, knowsItsTypeNameAndAttributes) {
   EXPECT_EQ(entity.keyText(), "kew");
   EXPECT_STREQ(entity.attrName(257), "name");
   EXPECT_STREQ(entity.attrName(262), "pot");
-  EXPECT_EQ(entity.attrName(256), nullptr);
+  EXPECT_EQ(entity.attrName(252), nullptr);
   EXPECT_EQ(entity.attrName(263), nullptr);
   EXPECT_EQ(entity.entity(), &entity);
 }

@@ -28,7 +28,7 @@ TraceHandle& TraceHandle::named(std::string_view name, const char* modelFile) {
   if (found == handles().end()) {
     std::unique_ptr<TraceHandle> made(new TraceHandle(Name(name), modelFile));
     found = handles().emplace(std::string(name), std::move(made)).first;
-  } else if (*found->second->modelFile_ == '\0') {
+  } else if (found->second->modelFile_.empty()) {
     found->second->modelFile_ = modelFile;  // its levels were set before its code first ran
   }
   return *found->second;

@@ -45,6 +45,7 @@ Value Reader::value(ValueKind kind) {
     case ValueKind::u64: return u64();
     case ValueKind::seconds: return seconds();
     case ValueKind::text: return std::string(text());
+    case ValueKind::s32: return S64{static_cast<S32>(u32())};
   }
   return {};
 }

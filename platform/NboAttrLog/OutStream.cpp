@@ -63,6 +63,7 @@ void OutStream::value(ValueKind kind, const Value& v) {
     case ValueKind::u64: return u64(std::get<U64>(v));
     case ValueKind::seconds: return seconds(std::get<double>(v));
     case ValueKind::text: return text(std::get<std::string>(v));
+    case ValueKind::s32: return u32(static_cast<U32>(std::get<S64>(v)));
   }
 }
 

@@ -9,17 +9,20 @@
 #pragma once
 
 #include <GmpIgmpQuerier/Types.h>
+#include <Mox/AttrTable.h>
 #include <Mox/Export.h>
 #include <Mox/NboAttrLog/SocketOutSm.h>
 #include <Mox/Ptr.h>
+#include <Mox/TypeInfo.h>
 #include <Mox/Types.h>
 
 namespace Gmp::Igmp {
 
 using Mox::S32;
 
-class MOX_PUBLIC GmpAttrLogSm final : public Mox::RefCounted {
+class MOX_PUBLIC GmpAttrLogSm final : public Mox::ObjectOf<GmpAttrLogSm> {
  public:
+  static constexpr const char* entityTypeName = "Gmp::Igmp::GmpAttrLogSm";
   using OutSm = Mox::NboAttrLog::SocketOutSm;
 
   // Watches the socket of `outSm`; without one, the log is never clogged.
@@ -43,7 +46,7 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::RefCounted {
   U32 attrLogKernBufAboveThresholdCount() const { return attrLogKernBufAboveThresholdCount_; }
   // Questions left until the kernel is asked.
   S32 iterUntilBufferCheck() const { return iterUntilBufferCheck_; }
-  static constexpr S32 maxIterUntilBufferCheck() { return 10; }
+  S32 maxIterUntilBufferCheck() const { return 10; }  // constant
   bool initialized() const { return initialized_; }
 
   // These store plainly: nobody is told.
@@ -65,6 +68,8 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::RefCounted {
   void handleAttrLogSockFd();
 
  private:
+  using Self = GmpAttrLogSm;
+
   Ptr<const OutSm> nboAttrLogOutSm_;
   S32 attrLogSockFd_ = -1;
   S32 attrLogKernBufferSize_ = -1;
@@ -73,6 +78,28 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::RefCounted {
   U32 attrLogKernBufAboveThresholdCount_ = 0;
   S32 iterUntilBufferCheck_ = 1;
   bool initialized_ = false;
+
+ public:
+  static constexpr auto attributes = Mox::attrTableFrom<130>(
+      Mox::Piece{"nboAttrLogOutSm", &Self::nboAttrLogOutSm_},
+      Mox::Operation{"isAttrLogClogged", &Self::isAttrLogClogged},
+      Mox::Stored{"attrLogSockFd", &Self::attrLogSockFd_, &Self::attrLogSockFdIs},
+      Mox::Stored{"attrLogKernBufferSize", &Self::attrLogKernBufferSize_,
+                  &Self::attrLogKernBufferSizeIs, Mox::Unit::bytes},
+      Mox::Stored{"attrLogKernBufferThreshold", &Self::attrLogKernBufferThreshold_,
+                  &Self::attrLogKernBufferThresholdIs, Mox::Unit::bytes},
+      Mox::Stored{"attrLogKernBufferUsage", &Self::attrLogKernBufferUsage_,
+                  &Self::attrLogKernBufferUsageIs, Mox::Unit::bytes},
+      Mox::Tally{"attrLogKernBufAboveThresholdCount", &Self::attrLogKernBufAboveThresholdCount_,
+                 &Self::attrLogKernBufAboveThresholdCountIs,
+                 &Self::attrLogKernBufAboveThresholdCountInc},
+      Mox::Stored{"iterUntilBufferCheck", &Self::iterUntilBufferCheck_,
+                  &Self::iterUntilBufferCheckIs},
+      Mox::Constant{"maxIterUntilBufferCheck", &Self::maxIterUntilBufferCheck},
+      Mox::Operation{"handleAttrLogSockFd", &Self::handleAttrLogSockFd},
+      Mox::Operation{"getAttrLogKernBufferUsage", &Self::getAttrLogKernBufferUsage},
+      Mox::Piece{"initialized", &Self::initialized_},
+      Mox::Operation{"handleInitialized", &Self::handleInitialized});
 };
 
 // A monitor of that machine's socket; null for one that never finds the log clogged.

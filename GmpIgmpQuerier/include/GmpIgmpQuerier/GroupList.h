@@ -1,14 +1,20 @@
 // A set of group addresses with a count beside it that its user keeps.
 #pragma once
 
+#include <string>
+
 #include <GmpIgmpQuerier/IpAddrSet.h>
 #include <GmpIgmpQuerier/Types.h>
+#include <Mox/AttrTable.h>
 #include <Mox/Export.h>
+#include <Mox/ValueStrep.h>
 
 namespace Gmp::Igmp {
 
 class MOX_PUBLIC GroupList {
  public:
+  static constexpr const char* valueTypeName = "Gmp::Igmp::GroupList";
+
   const IpAddrSet& groupList() const { return groupList_; }
   U16 groupCount() const { return groupCount_; }
 
@@ -24,6 +30,15 @@ class MOX_PUBLIC GroupList {
  private:
   IpAddrSet groupList_;
   U16 groupCount_ = 0;
+
+ public:
+  static constexpr Mox::FieldTable fields{
+      Mox::Field{"groupList", &GroupList::groupList_},
+      Mox::Field{"groupCount", &GroupList::groupCount_},
+  };
 };
+
+// "Value('Gmp::Igmp::GroupList', ** {...})", every field in its own form.
+inline std::string valueToStrep(const GroupList& list) { return Mox::valueStrep(list); }
 
 }  // namespace Gmp::Igmp

@@ -2,15 +2,18 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <GmpIgmpQuerier/Enumerations.h>
 #include <GmpIgmpQuerier/IpAddrSet.h>
 #include <GmpIgmpQuerier/Types.h>
+#include <Mox/AttrTable.h>
 #include <Mox/Export.h>
 
 namespace Gmp::Igmp {
 
 struct MOX_PUBLIC IgmpQuery {
+  static constexpr const char* valueTypeName = "Gmp::Igmp::IgmpQuery";
   bool validPacket = false;
   IgmpVersion version = igmpVersionUnknown;
   U8 maxResponseCode = 0;  // as it stands in the message
@@ -30,9 +33,22 @@ struct MOX_PUBLIC IgmpQuery {
   friend bool operator==(const IgmpQuery&, const IgmpQuery&) = default;
   // True for the value of a default-constructed query.
   bool operator!() const { return *this == IgmpQuery(); }
+
+  static constexpr Mox::FieldTable fields{
+      Mox::Field{"validPacket", &IgmpQuery::validPacket},
+      Mox::Field{"version", &IgmpQuery::version},
+      Mox::Field{"maxResponseCode", &IgmpQuery::maxResponseCode},
+      Mox::Field{"groupAddress", &IgmpQuery::groupAddress},
+      Mox::Field{"s", &IgmpQuery::s},
+      Mox::Field{"qrv", &IgmpQuery::qrv},
+      Mox::Field{"qqi", &IgmpQuery::qqi},
+      Mox::Field{"source", &IgmpQuery::source},
+  };
 };
 
 // "Value('Gmp::Igmp::IgmpQuery', ** {...})", every field in its own form.
 MOX_PUBLIC std::string valueToStrep(const IgmpQuery& query);
+// A fatal assertion: a query holds a collection, and no text form of those is read back.
+[[noreturn]] MOX_PUBLIC IgmpQuery IgmpQueryInstance(std::string_view text);
 
 }  // namespace Gmp::Igmp

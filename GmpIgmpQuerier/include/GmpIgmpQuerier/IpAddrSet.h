@@ -15,6 +15,8 @@ namespace Gmp::Igmp {
 
 class MOX_PUBLIC IpAddrSet {
  public:
+  static constexpr const char* valueTypeName = "set of Ilvo::IpAddr";
+
   IpAddrSet() = default;
   IpAddrSet(std::initializer_list<IpAddr> addrs) : IpAddrSet(std::vector<IpAddr>(addrs)) {}
   // Takes any list: sorts it and drops what is there twice.

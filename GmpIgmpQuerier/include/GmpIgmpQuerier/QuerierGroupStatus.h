@@ -97,9 +97,9 @@ class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatu
       Mox::Attr{"compatibilityMode", &Self::compatibilityMode_, &Self::compatibilityModeIs,
                 &NotifieeConst::onCompatibilityMode},
       Mox::Attr{"creationTime", &Self::creationTime_, &Self::creationTimeIs,
-                &NotifieeConst::onCreationTime},
-      Mox::Attr{"expiryTime", &Self::expiryTime_, &Self::expiryTimeIs,
-                &NotifieeConst::onExpiryTime},
+                &NotifieeConst::onCreationTime, Mox::Unit::time},
+      Mox::Attr{"expiryTime", &Self::expiryTime_, &Self::expiryTimeIs, &NotifieeConst::onExpiryTime,
+                Mox::Unit::time},
       Mox::Attr{"lastReporter", &Self::lastReporter_, &Self::lastReporterIs,
                 &NotifieeConst::onLastReporter},
   };

@@ -55,9 +55,9 @@ class MOX_PUBLIC QuerierSourceStatus final : public Mox::Entity<QuerierSourceSta
       Mox::Key{"sourceAddr", &Self::sourceAddr_},
       Mox::Attr{"expired", &Self::expired_, &Self::expiredIs, &NotifieeConst::onExpired},
       Mox::Attr{"creationTime", &Self::creationTime_, &Self::creationTimeIs,
-                &NotifieeConst::onCreationTime},
-      Mox::Attr{"expiryTime", &Self::expiryTime_, &Self::expiryTimeIs,
-                &NotifieeConst::onExpiryTime},
+                &NotifieeConst::onCreationTime, Mox::Unit::time},
+      Mox::Attr{"expiryTime", &Self::expiryTime_, &Self::expiryTimeIs, &NotifieeConst::onExpiryTime,
+                Mox::Unit::time},
   };
 };
 

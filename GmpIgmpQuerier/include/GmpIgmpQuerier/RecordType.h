@@ -6,6 +6,7 @@
 #include <string>
 
 #include <GmpIgmpQuerier/Types.h>
+#include <Mox/AttrTable.h>
 
 namespace Gmp::Igmp {
 
@@ -13,6 +14,8 @@ namespace Gmp::Igmp {
 // Prints as its decimal number.
 class RecordType {
  public:
+  static constexpr const char* valueTypeName = "Gmp::Igmp::RecordType";
+
   constexpr RecordType() = default;
   constexpr explicit RecordType(U8 value) : value_(value) {}
 
@@ -22,6 +25,9 @@ class RecordType {
 
  private:
   U8 value_ = 0;
+
+ public:
+  static constexpr Mox::FieldTable fields{Mox::Field{"value", &RecordType::value_}};
 };
 
 inline std::string valueToStrep(RecordType type) { return std::to_string(type.value()); }

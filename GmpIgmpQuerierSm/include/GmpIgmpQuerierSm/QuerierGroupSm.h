@@ -228,27 +228,30 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   friend class Mox::Entity<QuerierGroupSm>;
 
  public:
+  // Names the collection to its members.
+  static constexpr auto sourceMember = &QuerierGroupSm::source_;
   static constexpr Mox::AttrTable attributes{
       Mox::Constant{"name", &Self::name},
       Mox::Key{"group", &Self::group_},
       Mox::Piece{"groupStatus", &Self::groupStatus_},
-      Mox::Piece{"membershipTimer", &Self::membershipTimer_},
+      Mox::Piece{"membershipTimer", &Self::membershipTimer_, Mox::Unit::time},
       Mox::Attr{"membershipTimerExpiry", &Self::membershipTimerExpiry_,
-                &Self::membershipTimerExpiryIs, &NotifieeConst::onMembershipTimerExpiry},
+                &Self::membershipTimerExpiryIs, &NotifieeConst::onMembershipTimerExpiry,
+                Mox::Unit::time},
       Mox::Attr{"membershipTimerState", &Self::membershipTimerState_, &Self::membershipTimerStateIs,
                 &NotifieeConst::onMembershipTimerState},
-      Mox::Piece{"v1MembershipTimer", &Self::v1MembershipTimer_},
+      Mox::Piece{"v1MembershipTimer", &Self::v1MembershipTimer_, Mox::Unit::time},
       Mox::Attr{"v1MembershipTimerState", &Self::v1MembershipTimerState_,
                 &Self::v1MembershipTimerStateIs, &NotifieeConst::onV1MembershipTimerState},
-      Mox::Piece{"v2MembershipTimer", &Self::v2MembershipTimer_},
+      Mox::Piece{"v2MembershipTimer", &Self::v2MembershipTimer_, Mox::Unit::time},
       Mox::Attr{"v2MembershipTimerState", &Self::v2MembershipTimerState_,
                 &Self::v2MembershipTimerStateIs, &NotifieeConst::onV2MembershipTimerState},
-      Mox::Piece{"rexmitTimer", &Self::rexmitTimer_},
+      Mox::Piece{"rexmitTimer", &Self::rexmitTimer_, Mox::Unit::time},
       Mox::Attr{"rexmitTimerExpiry", &Self::rexmitTimerExpiry_, &Self::rexmitTimerExpiryIs,
-                &NotifieeConst::onRexmitTimerExpiry},
+                &NotifieeConst::onRexmitTimerExpiry, Mox::Unit::time},
       Mox::Attr{"rexmitTimerState", &Self::rexmitTimerState_, &Self::rexmitTimerStateIs,
                 &NotifieeConst::onRexmitTimerState},
-      Mox::Piece{"source", &Self::source_},
+      Mox::Members{"source", &Self::source_},
       Mox::Piece{"rexmitSource", &Self::rexmitSource_},
       Mox::Constant{"rexmitClrSource", &Self::rexmitClrSource},
       Mox::Constant{"rexmitSetSource", &Self::rexmitSetSource},

@@ -49,6 +49,8 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   bool initialized() const { return initialized_; }
   // The owner; null once the source has been removed from it.
   QuerierGroupSm* groupSm() const { return groupSm_; }
+  // The owner as the parent entity; null after the end.
+  Mox::EntityBase* owner() const { return parent(); }
   // It was removed from its group, or the group has ended.
   bool ended() const;
 
@@ -87,15 +89,15 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
       Mox::Constant{"name", &Self::name},
       Mox::Key{"addr", &Self::addr_},
       Mox::Piece{"sourceStatus", &Self::sourceStatus_},
-      Mox::Piece{"sourceTimer", &Self::sourceTimer_},
+      Mox::Piece{"sourceTimer", &Self::sourceTimer_, Mox::Unit::time},
       Mox::Attr{"sourceTimerExpiry", &Self::sourceTimerExpiry_, &Self::sourceTimerExpiryIs,
-                &NotifieeConst::onSourceTimerExpiry},
+                &NotifieeConst::onSourceTimerExpiry, Mox::Unit::time},
       Mox::Attr{"sourceTimerState", &Self::sourceTimerState_, &Self::sourceTimerStateIs,
                 &NotifieeConst::onSourceTimerState},
       Mox::Attr{"rexmits", &Self::rexmits_, &Self::rexmitsIs, &NotifieeConst::onRexmits},
       Mox::Attr{"initialized", &Self::initialized_, &Self::initializedIs,
                 &NotifieeConst::onInitialized},
-      Mox::Piece{"groupSm", &Self::groupSm_},
+      Mox::Constant{"groupSm", &Self::owner},
   };
 };
 

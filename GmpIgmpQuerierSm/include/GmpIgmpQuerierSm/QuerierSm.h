@@ -243,16 +243,17 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   // Names the collection to its members.
   static constexpr auto groupSmMember = &QuerierSm::groupSm_;
   static constexpr Mox::AttrTable attributes{
-      Mox::Piece{"querierConfig", &Self::querierConfig_},
+      Mox::Constant{"name", &Self::name},
+      Mox::Constant{"querierConfig", &Self::querierConfig},
       Mox::Piece{"querierStatus", &Self::querierStatus_},
       Mox::Attr{"ipAddr", &Self::ipAddr_, &Self::ipAddrIs, &NotifieeConst::onIpAddr},
-      Mox::Attr{"mtu", &Self::mtu_, &Self::mtuIs, &NotifieeConst::onMtu},
+      Mox::Attr{"mtu", &Self::mtu_, &Self::mtuIs, &NotifieeConst::onMtu, Mox::Unit::bytes},
       Mox::Attr{"startupQueryIntervalDefault", &Self::startupQueryIntervalDefault_,
                 &Self::startupQueryIntervalDefaultIs,
                 &NotifieeConst::onStartupQueryIntervalDefault},
       Mox::Attr{"mcastBoundaryIntfStatus", &Self::mcastBoundaryIntfStatus_,
                 &Self::mcastBoundaryIntfStatusIs, &NotifieeConst::onMcastBoundaryIntfStatus},
-      Mox::Piece{"otherQuerierTimer", &Self::otherQuerierTimer_},
+      Mox::Piece{"otherQuerierTimer", &Self::otherQuerierTimer_, Mox::Unit::time},
       Mox::Attr{"otherQuerierTimerState", &Self::otherQuerierTimerState_,
                 &Self::otherQuerierTimerStateIs, &NotifieeConst::onOtherQuerierTimerState},
       Mox::Attr{"transitionToNonQuerier", &Self::transitionToNonQuerier_,
@@ -264,26 +265,23 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
       Mox::Attr{"sendPkt", &Self::sendPkt_, &Self::sendPktIs, &NotifieeConst::onSendPkt},
       Mox::Counter{"writableCount", &Self::writableCount_, &Self::writableCountIs,
                    &Self::writableCountInc, &NotifieeConst::onWritableCount},
-      Mox::Piece{"groupSm", &Self::groupSm_},
-      Mox::Piece{"queryIntervalTimer", &Self::queryIntervalTimer_},
+      Mox::Members{"groupSm", &Self::groupSm_},
+      Mox::Piece{"queryIntervalTimer", &Self::queryIntervalTimer_, Mox::Unit::time},
       Mox::Attr{"queryIntervalTimerState", &Self::queryIntervalTimerState_,
                 &Self::queryIntervalTimerStateIs, &NotifieeConst::onQueryIntervalTimerState},
       Mox::Attr{"initGroupStatusBookmark", &Self::initGroupStatusBookmark_,
                 &Self::initGroupStatusBookmarkIs, &NotifieeConst::onInitGroupStatusBookmark},
-      Mox::Piece{"initGroupStatusTimer", &Self::initGroupStatusTimer_},
+      Mox::Piece{"initGroupStatusTimer", &Self::initGroupStatusTimer_, Mox::Unit::time},
       Mox::Attr{"attrLogSm", &Self::attrLogSm_, &Self::attrLogSmIs, &NotifieeConst::onAttrLogSm},
       Mox::Attr{"debugYieldAfterOne", &Self::debugYieldAfterOne_, &Self::debugYieldAfterOneIs,
                 &NotifieeConst::onDebugYieldAfterOne},
       Mox::Attr{"pktSrc", &Self::pktSrc_, &Self::pktSrcIs, &NotifieeConst::onPktSrc},
       Mox::Attr{"initialized", &Self::initialized_, &Self::initializedIs,
                 &NotifieeConst::onInitialized},
-  };
-
-  // What an operator may call by name.
-  static constexpr Mox::OperationTable operations{
-      Mox::Operation<QuerierSm>{"handleInitialized", &QuerierSm::handleInitialized},
-      Mox::Operation<QuerierSm>{"becomeQuerier", &QuerierSm::becomeQuerier},
-      Mox::Operation<QuerierSm>{"clearCounters", &QuerierSm::clearCounters},
+      Mox::Operation{"handleInitialized", &Self::handleInitialized},
+      Mox::Operation{"becomeQuerier", &Self::becomeQuerier},
+      Mox::Operation{"clearCounters", &Self::clearCounters},
+      Mox::Operation{"doRxPkt", &Self::doRxPkt},
   };
 };
 

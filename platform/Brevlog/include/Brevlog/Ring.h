@@ -54,6 +54,9 @@ class MOX_PUBLIC Ring {
     (store<Stored<Piece>>(at, piece), ...);
   }
 
+  // Forgets all records; the counts go on.
+  void clear();
+
   // Oldest first. The function must not record into this ring.
   template <class F>
   void forEach(F f) const;
@@ -126,10 +129,11 @@ class Ring::Line {
   const int level;
   const char* const facility;
 
-  // "facility pieces": the pieces as appendText writes them, nothing between them.
-  std::string text() const {
-    std::string out(facility);
-    out += ' ';
+  // "facility pieces".
+  std::string text() const { return std::string(facility) + ' ' + pieces(); }
+  // The pieces as appendText writes them, nothing between them.
+  std::string pieces() const {
+    std::string out;
     formatter_(out, pieces_);
     return out;
   }

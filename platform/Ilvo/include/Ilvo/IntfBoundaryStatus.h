@@ -6,6 +6,7 @@
 #pragma once
 
 #include <map>
+#include <string>
 
 #include <Ilvo/IpPrefix.h>
 #include <Mox/Export.h>
@@ -15,6 +16,7 @@ namespace Ilvo {
 
 class MOX_PUBLIC IntfBoundaryStatus final : public Mox::RefCounted {
  public:
+  static constexpr const char* valueTypeName = "Ilvo::IntfBoundaryStatus";
   using Boundary = std::map<IpGenPrefix, bool>;
 
   IntfBoundaryStatus();
@@ -30,5 +32,8 @@ class MOX_PUBLIC IntfBoundaryStatus final : public Mox::RefCounted {
  private:
   Boundary boundary_;
 };
+
+// What there is to see of a boundary: its prefixes in their order.
+MOX_PUBLIC std::string shownValue(const Mox::Ptr<const IntfBoundaryStatus>& status);
 
 }  // namespace Ilvo

@@ -19,6 +19,8 @@ namespace Ilvo {
 
 class MOX_PUBLIC IpAddr {
  public:
+  static constexpr const char* valueTypeName = "Ilvo::IpAddr";
+
   constexpr IpAddr() = default;
   explicit constexpr IpAddr(U32 hostOrder) : value_(hostOrder) {}
   constexpr IpAddr(U8 a, U8 b, U8 c, U8 d)

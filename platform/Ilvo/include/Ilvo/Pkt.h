@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <string>
 
 #include <Ilvo/IpAddr.h>
 #include <Ilvo/Types.h>
@@ -25,6 +26,8 @@ namespace Ilvo {
 
 class MOX_PUBLIC Pkt final : public Mox::RefCounted {
  public:
+  static constexpr const char* valueTypeName = "Ilvo::Pkt";
+
   // Empty, with room for `headroom` bytes in front.
   explicit Pkt(std::size_t headroom = 0);
   // Holds a copy of the bytes.
@@ -99,5 +102,8 @@ class MOX_PUBLIC Pkt final : public Mox::RefCounted {
   std::unique_ptr<U8[]> heap_;
   U8* buffer_ = inline_.data();  // or that of heap_, once inline_ is too small
 };
+
+// What there is to see of a packet: its bytes between front and end, two hexadecimal digits each.
+MOX_PUBLIC std::string shownValue(const Mox::Ptr<Pkt>& pkt);
 
 }  // namespace Ilvo

@@ -7,10 +7,16 @@
 //   Key         member                   construction argument, never changes
 //   Attr        member, set, slot        stored; its setter notifies `slot`
 //   Counter     member, set, slot, inc   stored; also counts
+//   Stored      member, set              stored; its setter tells nobody
+//   Tally       member, set, inc         the same for what counts
 //   Derived     get                      computed on reading
 //   Collection  collection, slot         members keyed by address; `slot` is told of one key
+//   Members     members                  members that only their owner makes and removes
 //   Constant    get                      a fixed value
-//   Piece       member                   a timer or another part, without value or setter
+//   Piece       member                   a timer or another part that cannot be written
+//   Operation   call                     can be called, with one argument at most
+//
+// A row of seconds that are a time on the activity clock says Unit::time, one of bytes Unit::bytes.
 //
 //   static constexpr Mox::AttrTable attributes{
 //       Mox::Key{"groupAddr", &Self::groupAddr_},
@@ -29,7 +35,15 @@ namespace Mox {
 using AttrId = U32;
 inline constexpr AttrId entityFirstAttrId = 257;
 
-enum class AttrKind : U8 { key, stored, counter, derived, collection, constant, piece };
+enum class AttrKind : U8 { key, stored, counter, derived, collection, constant, piece, operation };
+
+// What a value counts, where its type does not say it: a number of seconds is a duration.
+enum class Unit : U8 { byType, time, bytes };
+
+template <class K, class V>
+class HashMap;
+template <class T>
+class Ptr;
 
 template <class E, class V>
 struct Key {
@@ -41,13 +55,14 @@ struct Key {
 
 template <class E, class V, class Arg, class N>
 struct Attr {
-  constexpr Attr(const char* n, V E::*m, void (E::*s)(Arg), void (N::*sl)())
-      : name(n), member(m), set(s), slot(sl) {}
+  constexpr Attr(const char* n, V E::*m, void (E::*s)(Arg), void (N::*sl)(), Unit u = Unit::byType)
+      : name(n), member(m), set(s), slot(sl), unit(u) {}
   static constexpr AttrKind kind = AttrKind::stored;
   const char* name;
   V E::*member;
   void (E::*set)(Arg);
   void (N::*slot)();
+  Unit unit;
 };
 
 template <class E, class V, class N>
@@ -60,6 +75,28 @@ struct Counter {
   void (E::*set)(V);
   V (E::*inc)(V);
   void (N::*slot)();
+};
+
+template <class E, class V, class Arg>
+struct Stored {
+  constexpr Stored(const char* n, V E::*m, void (E::*s)(Arg), Unit u = Unit::byType)
+      : name(n), member(m), set(s), unit(u) {}
+  static constexpr AttrKind kind = AttrKind::stored;
+  const char* name;
+  V E::*member;
+  void (E::*set)(Arg);
+  Unit unit;
+};
+
+template <class E, class V>
+struct Tally {
+  constexpr Tally(const char* n, V E::*m, void (E::*s)(V), V (E::*i)(V))
+      : name(n), member(m), set(s), inc(i) {}
+  static constexpr AttrKind kind = AttrKind::counter;
+  const char* name;
+  V E::*member;
+  void (E::*set)(V);
+  V (E::*inc)(V);
 };
 
 template <class E, class V>
@@ -93,34 +130,33 @@ struct Collection {
   void (N::*whole)();
 };
 
+template <class E, class K, class M>
+struct Members {
+  constexpr Members(const char* n, HashMap<K, Ptr<M>> E::*m) : name(n), members(m) {}
+  static constexpr AttrKind kind = AttrKind::collection;
+  using KeyType = K;
+  const char* name;
+  HashMap<K, Ptr<M>> E::*members;
+};
+
 // A timer, or another piece that the object is built with and that only its own methods change.
 template <class E, class V>
 struct Piece {
-  constexpr Piece(const char* n, V E::*m) : name(n), member(m) {}
+  constexpr Piece(const char* n, V E::*m, Unit u = Unit::byType) : name(n), member(m), unit(u) {}
   static constexpr AttrKind kind = AttrKind::piece;
   const char* name;
   V E::*member;
+  Unit unit;
 };
 
-// What can be called by name: an operation of an object without arguments.
-template <class E>
+template <class E, class R, class... Arg>
 struct Operation {
+  static_assert(sizeof...(Arg) <= 1, "an operation takes one argument at most");
+  constexpr Operation(const char* n, R (E::*c)(Arg...)) : name(n), call(c) {}
+  static constexpr AttrKind kind = AttrKind::operation;
   const char* name;
-  void (E::*call)();
+  R (E::*call)(Arg...);
 };
-
-// The operations of a type, in a table of their own rows.
-template <class E, size_t count>
-struct OperationTable {
-  Operation<E> rows[count];
-
-  template <class F>
-  constexpr void forEach(F&& f) const {
-    for (const Operation<E>& row : rows) f(row);
-  }
-};
-template <class E, class... More>
-OperationTable(Operation<E>, More...) -> OperationTable<E, 1 + sizeof...(More)>;
 
 template <AttrId firstId, class... Rows>
 class AttrTableFrom {
@@ -151,6 +187,8 @@ class AttrTableFrom {
         if (row.member == Member) found = id;
       } else if constexpr (requires { row.collection == Member; }) {
         if (row.collection == Member) found = id;
+      } else if constexpr (requires { row.members == Member; }) {
+        if (row.members == Member) found = id;
       }
     });
     if (found == 0) throw "this member has no row in the attribute table";
@@ -172,6 +210,25 @@ class AttrTableFrom {
     (f(static_cast<AttrId>(firstId + at), std::get<at>(rows_)), ...);
   }
   std::tuple<Rows...> rows_;
+};
+
+template <AttrId firstId, class... Rows>
+constexpr auto attrTableFrom(Rows... rows) {
+  return AttrTableFrom<firstId, Rows...>(rows...);
+}
+
+// A field of a value, which is copied as a whole: it has neither setter nor notifiees.
+template <class E, class V>
+struct Field {
+  constexpr Field(const char* n, V E::*m) : name(n), member(m) {}
+  const char* name;
+  V E::*member;
+};
+
+template <class... Rows>
+class FieldTable : public AttrTableFrom<1, Rows...> {
+ public:
+  constexpr explicit FieldTable(Rows... rows) : AttrTableFrom<1, Rows...>(rows...) {}
 };
 
 template <class... Rows>

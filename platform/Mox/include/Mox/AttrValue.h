@@ -2,7 +2,9 @@
 // writes attributes without knowing them.
 //
 // Flags, numbers, seconds and texts stay what they are; enumerators and addresses travel as their
-// number. A value that the type does not have is a RangeError.
+// number. A value that the type does not have is a RangeError. A type that is none of these, such
+// as a timer, is shown as what its `shownValue` gives, found by argument-dependent lookup; it
+// cannot be written.
 #pragma once
 
 #include <concepts>
@@ -10,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include <Mox/Enumeration.h>
@@ -20,7 +23,7 @@
 namespace Mox {
 
 // What a value is made of, which decides its width wherever it is written.
-enum class ValueKind : U8 { flag, u32, u64, seconds, text };
+enum class ValueKind : U8 { flag, u32, u64, seconds, text, s32 };
 
 namespace detail {
 
@@ -37,6 +40,8 @@ constexpr ValueKind kindOf() {
     return ValueKind::flag;
   } else if constexpr (std::same_as<T, U64>) {
     return ValueKind::u64;
+  } else if constexpr (std::signed_integral<T>) {
+    return ValueKind::s32;
   } else if constexpr (std::integral<T> || std::is_enum_v<T> || Numbered<T>) {
     return ValueKind::u32;
   } else if constexpr (std::floating_point<T>) {
@@ -55,6 +60,12 @@ concept Valued = std::integral<T> || std::floating_point<T> || std::is_enum_v<T>
   { t.string() } -> std::same_as<std::string>;
 };
 
+// A type that has no value of its own to write, but one to show.
+template <class T>
+concept Shown = !Valued<T> && requires(const T& t) {
+  { shownValue(t) } -> std::convertible_to<Value>;
+};
+
 template <class T>
 inline constexpr ValueKind valueKind = detail::kindOf<std::remove_cvref_t<T>>();
 
@@ -64,6 +75,8 @@ Value valueFrom(const T& typed) {
     return typed;
   } else if constexpr (detail::Numbered<T>) {
     return U64{typed.value()};
+  } else if constexpr (std::signed_integral<T>) {
+    return S64{typed};
   } else if constexpr (std::integral<T> || std::is_enum_v<T>) {
     return static_cast<U64>(typed);
   } else if constexpr (std::floating_point<T>) {
@@ -91,6 +104,10 @@ T typedFrom(const Value& value) {
     return enumeratorFrom<T>(value);
   } else if constexpr (std::same_as<T, bool>) {
     return detail::held<bool>(value, "a flag");
+  } else if constexpr (std::signed_integral<T>) {
+    const S64 number = detail::held<S64>(value, "a whole number");
+    if (!std::in_range<T>(number)) throw RangeError(std::to_string(number) + " is out of range");
+    return static_cast<T>(number);
   } else if constexpr (std::integral<T> || detail::Numbered<T>) {
     using Number = std::conditional_t<std::integral<T>, T, U32>;
     const U64 number = detail::held<U64>(value, "a whole number");

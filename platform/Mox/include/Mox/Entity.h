@@ -22,6 +22,7 @@
 #include <Mox/AttrTable.h>
 #include <Mox/Export.h>
 #include <Mox/Notifiee.h>
+#include <Mox/Object.h>
 #include <Mox/Ptr.h>
 #include <Mox/TypeInfo.h>
 #include <Mox/Types.h>
@@ -33,10 +34,10 @@ class EntitySa;  // the adapter between entities and the attribute log, for type
 namespace Mox {
 
 // What every entity is, whatever its type.
-class MOX_PUBLIC EntityBase : public RefCounted {
+class MOX_PUBLIC EntityBase : public Object {
  public:
-  // Its attributes and how to reach them without knowing the type.
-  virtual const TypeInfo& type() const = 0;
+  static constexpr const char* valueTypeName = "Mox::Entity";
+
   // The entity's own name; empty where it is found by its key or its owner.
   virtual std::string entityName() const = 0;
   // The key under which a parent holds this entity; 0 for an entity without a key.
@@ -260,14 +261,22 @@ class Entity : public EntityBase {
   struct CollectionAccess {
     static constexpr auto row = Self::attributes.template row<place>();
     using K = typename decltype(row)::KeyType;
-    using Members = std::remove_cvref_t<decltype(std::declval<const Self&>().*row.collection)>;
-    using Member = typename std::remove_cvref_t<decltype(*std::declval<const Members&>().find(
-        std::declval<K>()))>::element_type;
-    static constexpr bool ordered = requires(const Members& m, K k) { m.lowerBound(k); };
+    // Members that only their owner makes and removes have a row of another kind.
+    static constexpr bool owned = requires { row.members; };
 
-    static const Members& members(const EntityBase& entity) {
-      return static_cast<const Self&>(entity).*row.collection;
+    static const auto& members(const EntityBase& entity) {
+      const Self& self = static_cast<const Self&>(entity);
+      if constexpr (owned) {
+        return self.*row.members;
+      } else {
+        return self.*row.collection;
+      }
     }
+    using Map = std::remove_cvref_t<decltype(members(std::declval<const EntityBase&>()))>;
+    using Member = typename std::remove_cvref_t<decltype(*std::declval<const Map&>().find(
+        std::declval<K>()))>::element_type;
+    static constexpr bool ordered = requires(const Map& m, K k) { m.lowerBound(k); };
+
     static size_t size(const EntityBase& entity) { return members(entity).size(); }
     static EntityBase* find(const EntityBase& entity, U32 key) {
       const auto* found = members(entity).find(K(key));
@@ -283,7 +292,7 @@ class Entity : public EntityBase {
       std::vector<U32> all;
       all.reserve(size(entity));
       if constexpr (ordered) {
-        const Members& from = members(entity);
+        const Map& from = members(entity);
         for (auto at = from.begin(); at != from.end(); ++at) all.push_back(at.key().value());
       } else {
         for (const auto& member : members(entity)) all.push_back(member.key.value());
@@ -295,6 +304,12 @@ class Entity : public EntityBase {
       if (at == members(entity).end()) return {};
       return at.key().value();
     }
+    static std::string keyText(U32 key) { return detail::plainText(K(key)); }
+    static std::optional<U32> keyOf(std::string_view text) {
+      const auto parsed = K::parse(text);
+      if (!parsed) return {};
+      return parsed->value();
+    }
     static constexpr CollectionInfo info() {
       CollectionInfo made{.id = static_cast<AttrId>(Self::attributes.first + place),
                           .name = row.name,
@@ -302,10 +317,16 @@ class Entity : public EntityBase {
                           .memberType = &typeInfoOf<Member>,
                           .size = &size,
                           .find = &find,
-                          .add = &add,
-                          .remove = &remove,
-                          .keys = &keys};
+                          .keys = &keys,
+                          .keyText = &keyText};
+      if constexpr (!owned) {
+        made.add = &add;
+        made.remove = &remove;
+      }
       if constexpr (ordered) made.next = &next;
+      if constexpr (requires(std::string_view text) { K::parse(text)->value(); }) {
+        made.keyOf = &keyOf;
+      }
       return made;
     }
   };

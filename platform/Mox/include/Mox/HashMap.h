@@ -12,15 +12,18 @@
 //   if (auto* found = groupSm.find(addr)) ...
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <memory>
 #include <new>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include <Mox/Export.h>
 #include <Mox/Pool.h>
+#include <Mox/Text.h>
 #include <Mox/Types.h>
 
 namespace Mox {
@@ -36,6 +39,8 @@ MOX_PUBLIC void hashMultiplierIs(U64 multiplier);
 template <class K, class V>
 class HashMap {
  public:
+  static constexpr const char* valueTypeName = "set";  // of keys, where it maps to a flag
+
   struct Member {
     K key;
     V& value;
@@ -217,5 +222,18 @@ class HashMap {
 
   Block* block_ = nullptr;
 };
+
+// A set of keys reads as a list in their order.
+template <class K>
+std::string shownValue(const HashMap<K, bool>& set) {
+  std::vector<K> keys = set.keys();
+  std::sort(keys.begin(), keys.end(), [](K a, K b) { return a.value() < b.value(); });
+  std::string text;
+  for (const K key : keys) {
+    if (!text.empty()) text += ", ";
+    appendText(text, key);
+  }
+  return text;
+}
 
 }  // namespace Mox

@@ -38,7 +38,7 @@ class MOX_PUBLIC TraceHandle {
   static std::vector<TraceHandle*> all();
 
   const char* name() const { return name_.c_str(); }
-  const char* modelFile() const { return modelFile_; }
+  const char* modelFile() const { return modelFile_.c_str(); }
   int ringLevel() const { return ringLevel_; }
   int facilityLevel() const { return facilityLevel_; }
   // Lines up to and including that level are kept; `off` keeps none.
@@ -54,7 +54,7 @@ class MOX_PUBLIC TraceHandle {
   int ringLevel_ = defaultRingLevel;
   int facilityLevel_ = off;
   Name name_;
-  const char* modelFile_;
+  Name modelFile_;  // kept: the library that named it may be unloaded
 };
 
 // One line as the trace facility hands it out.

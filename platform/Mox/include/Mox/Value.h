@@ -8,7 +8,8 @@
 
 namespace Mox {
 
-// Nothing, flag, whole number, seconds, or text. Enumerations travel as their number or name.
-using Value = std::variant<std::monostate, bool, U64, double, std::string>;
+// Nothing, flag, whole number, seconds, text, or a number that may be negative. Enumerations travel
+// as their number or name.
+using Value = std::variant<std::monostate, bool, U64, double, std::string, S64>;
 
 }  // namespace Mox

@@ -129,6 +129,12 @@ class Ptr {
   T* object_ = nullptr;
 };
 
+// What there is to see of a pointer to something without attributes: whether it is there.
+template <class T>
+bool shownValue(const Ptr<T>& pointer) {
+  return pointer != nullptr;
+}
+
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
   return Ptr<T>::adopt(new T(std::forward<Args>(args)...));

@@ -129,6 +129,8 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
 // What a timer calls. Without a wheel it keeps its time, and is armed when it gets one.
 class MOX_PUBLIC TimerWheel::Reactor : private TimerWheel::Link {
  public:
+  static constexpr const char* valueTypeName = "Obel::TimerWheel::Reactor";
+
   explicit Reactor(Mox::Ptr<const TimerWheel> wheel);
   virtual ~Reactor();
   Reactor(const Reactor&) = delete;
@@ -168,6 +170,9 @@ class MOX_PUBLIC TimerWheel::Reactor : private TimerWheel::Link {
   // million a second.
   Mox::U64 where_ = placeNone;
 };
+
+// What there is to see of a timer: when it is due.
+inline Mox::Seconds shownValue(const TimerWheel::Reactor& reactor) { return reactor.timeMin(); }
 
 // There may be millions of them.
 static_assert(sizeof(TimerWheel::Reactor) <= 48);

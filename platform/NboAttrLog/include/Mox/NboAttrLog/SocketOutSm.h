@@ -14,6 +14,8 @@ namespace Mox::NboAttrLog {
 
 class MOX_PUBLIC SocketOutSm : public RefCounted {
  public:
+  static constexpr const char* valueTypeName = "Mox::NboAttrLog::SocketOutSm";
+
   // The descriptor that the machine was given to hold; 0 when it was given none.
   virtual int sockFd() const = 0;
   // The descriptor of the current connection; negative when there is none.

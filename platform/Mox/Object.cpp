@@ -1,0 +1,7 @@
+#include <Mox/Object.h>
+
+namespace Mox {
+
+Object::~Object() = default;
+
+}  // namespace Mox

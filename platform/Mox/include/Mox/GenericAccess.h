@@ -1,0 +1,53 @@
+// Reads, writes and calls by identifier or name, whatever the type of the object.
+//
+//   attrValueIs(*config, "robustness", Value(U64{3}));  // through the setter: notifies
+//   call(*querier, "clearCounters");
+//   const Call<Ptr<Pkt>> doRxPkt(querier->type(), "doRxPkt");
+//   doRxPkt(*querier, pkt);                              // as fast as a virtual call
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <typeinfo>
+
+#include <Mox/Export.h>
+#include <Mox/Object.h>
+#include <Mox/TypeInfo.h>
+#include <Mox/Value.h>
+
+namespace Mox {
+
+// The value; nothing for collections, operations and what holds another object. An InternalError
+// names an attribute that the type does not have.
+MOX_PUBLIC Value attrValue(const Object& object, AttrId id);
+MOX_PUBLIC Value attrValue(const Object& object, std::string_view attrName);
+
+// Writes through the setter, which notifies as for anybody else. False, and nothing happens, for
+// what cannot be written; a RangeError for a value that the type does not have.
+MOX_PUBLIC bool attrValueIs(Object& object, AttrId id, const Value& value);
+MOX_PUBLIC bool attrValueIs(Object& object, std::string_view attrName, const Value& value);
+
+// Calls an operation without an argument; nothing for one without a result. An InternalError names
+// an operation that the type does not have, or one that needs an argument.
+MOX_PUBLIC Value call(Object& object, std::string_view operation);
+
+namespace detail {
+MOX_PUBLIC const AttrInfo& operationTaking(const TypeInfo& type, std::string_view operation,
+                                           const std::type_info& parameter);
+}
+
+// An operation with one argument of type Arg: looked up and its parameter checked once, called
+// often. For objects of that type only.
+template <class Arg>
+class Call {
+ public:
+  Call(const TypeInfo& type, std::string_view operation)
+      : call_(detail::operationTaking(type, operation, typeid(Arg)).call) {}
+
+  Value operator()(Object& object, const Arg& argument) const { return call_(object, &argument); }
+
+ private:
+  Value (*call_)(Object&, const void*);
+};
+
+}  // namespace Mox

@@ -1,0 +1,24 @@
+// What can be reached without knowing its type: an object that tells its type, and through it its
+// attributes, collections and operations. See Mox/TypeInfo.h.
+#pragma once
+
+#include <Mox/AttrTable.h>
+#include <Mox/Export.h>
+#include <Mox/Ptr.h>
+#include <Mox/Types.h>
+
+namespace Mox {
+
+struct TypeInfo;
+
+class MOX_PUBLIC Object : public RefCounted {
+ public:
+  // Its attributes and how to reach them.
+  virtual const TypeInfo& type() const = 0;
+
+ protected:
+  Object() = default;
+  ~Object() override;
+};
+
+}  // namespace Mox
