@@ -49,7 +49,8 @@ function(installTree)
   endforeach()
   check_installed(man/man3/querierSmFactory.3)
   if(EXISTS "${prefix}/bin/igmpq")
-    check_installed(man/man1/igmpq.1 man/man1/igmpq-run.1 man/man5/igmpq-scenario.5)
+    check_installed(man/man1/igmpq.1 man/man1/igmpq-run.1 man/man5/igmpq-scenario.5
+      bash-completion/completions/igmpq zsh/site-functions/_igmpq)
   endif()
 endfunction()
 
