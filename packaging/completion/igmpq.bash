@@ -23,7 +23,7 @@ _igmpq_verbs() {
 
 # The options of a verb, each with what stands for its value: "--send-query on|off".
 _igmpq_options() {
-  _igmpq_ask "$1" --help | sed -n '/^Options:/,$ {
+  _igmpq_ask "$1" --help | sed 's/ \(Excludes\|Needs\): .*//' | sed -n '/^Options:/,$ {
     s/^  -h,--help .*/-h\n--help/p; t
     s/^  \(--[a-z-]\+\) \([^ =]\+\).*/\1 \2/p; t
     s/^  \(--[a-z-]\+\).*/\1/p
@@ -47,10 +47,6 @@ _igmpq_agent_interfaces() {
 _igmpq_listed() {
   _igmpq_ask "$1" --help | sed -n "s/^$2 is \(one of \)\?\([^;(.]*\).*/\2/p" |
     sed 's/, \| and \| or /\n/g; s/ *$//'
-}
-
-_igmpq_operations() {
-  _igmpq_ask call --help | grep -o '[A-Za-z]\+\(|[A-Za-z]\+\)\+' | tr '|' '\n' | sort -u
 }
 
 _igmpq_handles() {
@@ -107,7 +103,7 @@ _igmpq_words() {
     show,0) _igmpq_listed show PART && _igmpq_agent_interfaces ;;
     show,* | watch,* | set,0 | call,0) _igmpq_agent_interfaces ;;
     set,*) _igmpq_settings "$begun" ;;
-    call,1) _igmpq_operations ;;
+    call,1) _igmpq_listed call OPERATION ;;
     get,*) _igmpq_ask_agent get --complete "$begun" ;;
     types,0) _igmpq_types ;;
   esac
