@@ -1,5 +1,6 @@
 # What a system gets: two shared libraries, their public headers, a CMake package, pkg-config files
-# and the command. The installed tree may be moved: nothing in it names the prefix.
+# and the command. The installed tree may be moved: nothing in it names the prefix. Manual pages and
+# completion are installed where they are kept, by `doc/man` and `packaging/completion`.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
