@@ -140,13 +140,16 @@ void AttrLogServer::Peer::flush() {
   session_.drain();
   const Moved moved = out_->handleWritable();
   if (moved == Moved::ended) return end({});
-  if (moved == Moved::blocked) {
+  const bool wasBlocked = std::exchange(blocked_, moved == Moved::blocked);
+  if (blocked_) {
     flushDue_ = true;
     waitWritable();
     server_.watch(*this);
-  } else if (!session_.allSent() && session_.greeted()) {
-    onOutput();
+    return;
   }
+  // What others wait for is not to be judged by a socket that flows again.
+  if (wasBlocked) server_.watchMostCongested();
+  if (!session_.allSent() && session_.greeted()) onOutput();
 }
 
 void AttrLogServer::Peer::end(const std::string& why) {

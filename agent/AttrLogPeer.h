@@ -55,6 +55,7 @@ class AttrLogServer::Peer final : public std::enable_shared_from_this<Peer>,
   const Mox::Ptr<Mox::NboAttrLog::SocketInSm> in_;
   bool open_ = true;
   bool flushDue_ = false;  // posted, or waiting for the socket
+  bool blocked_ = false;   // waiting for the socket
   Mox::U64 takenSeen_ = 0;
   int queuedSeen_ = 0;
   Mox::Seconds since_ = Mox::never;

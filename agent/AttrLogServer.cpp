@@ -97,7 +97,11 @@ void AttrLogServer::listen() {
 void AttrLogServer::accept() {
   acceptor_.async_accept(
       [this](const boost::system::error_code& failed, stream_protocol::socket socket) {
-        if (failed) return;
+        if (failed == boost::asio::error::operation_aborted) return;  // the server has gone
+        if (failed) {
+          acceptLater_ = true;
+          return;
+        }
         peers_.push_back(std::make_shared<Peer>(*this, std::move(socket)));
         peers_.back()->start();
         accept();

@@ -6,6 +6,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -172,6 +173,23 @@ TEST_F(AttrLogServerTest, valueThatWouldSpinATimerIsRefusedWithTheRange) {
   EXPECT_THAT(logged_, HasSubstr("from the attribute log: queryInterval 0: must be"));
 }
 
+TEST_F(AttrLogServerTest, peerForWhichThereIsNoDescriptorIsTakenInOnceThereIsOne) {
+  Reader reader(path_);
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int next = dup(0);  // the number that the server's end would get
+  ASSERT_GE(next, 0);
+  ::close(next);
+  const rlimit none{static_cast<rlim_t>(next), before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  settle({});
+  EXPECT_EQ(server_->peers(), 0u);
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  advance(2.0);
+  settle({&reader});
+  EXPECT_TRUE(reader.current());
+}
+
 TEST_F(AttrLogServerTest, garbageEndsThatConnectionOnly) {
   Reader good(path_);
   Reader bad(path_);
@@ -226,6 +244,27 @@ TEST_F(StalledReaderTest, monitorWatchesTheCongestedSocket) {
     clogged = server_->monitor()->isAttrLogClogged() || clogged;
   }
   EXPECT_TRUE(clogged);
+}
+
+// The one that flows again says nothing of the one that does not.
+TEST_F(AttrLogServerTest, monitorTurnsToAnotherSocketWhenTheOneItWatchedFlowsAgain) {
+  Reader first(path_);
+  settle({&first});
+  advance(1.0);
+  const int firstFd = server_->monitor()->attrLogSockFd();
+  Reader second(path_);
+  settle({&first, &second});
+  for (Mox::U32 group = 0; group < 20000; ++group) {
+    status_->groupIs(Ilvo::IpAddr(0xe8000000u + group));
+  }
+  for (int round = 0; round < 200; ++round) settle({});  // neither reads
+  const int watched = server_->monitor()->attrLogSockFd();
+  Reader& quick = watched == firstFd ? first : second;
+  // Each has taken all that was there when the socket flows again, and time has not moved since.
+  for (int round = 0; round < 200; ++round) settle({&quick});
+  EXPECT_NE(server_->monitor()->attrLogSockFd(), watched);
+  EXPECT_GT(server_->monitor()->getAttrLogKernBufferUsage(),
+            server_->monitor()->attrLogKernBufferThreshold());
 }
 
 TEST_F(StalledReaderTest, stalledReaderIsDisconnectedAndTheLogFlowsAgain) {
