@@ -59,6 +59,7 @@ bool EntitySa::sendMember(const CollectionInfo& collection, U32 key) {
 }
 
 bool EntitySa::handleAttrFlowOut(AttrId from) {
+  if (from == 0 && !sendBehindInterrupted()) return false;
   while (const AttrInfo* attr = nextDirty(from)) {
     if (!out_.sufficientBuffer()) return false;
     if (attr->kind == AttrKind::collection) {
@@ -79,6 +80,17 @@ const AttrInfo* EntitySa::nextDirty(AttrId from) const {
   return nullptr;
 }
 
+// A walk may last for as long as members change faster than the peer takes them. The attributes
+// behind it do not wait for that. They do wait for the first walk, which everything goes through
+// once.
+bool EntitySa::sendBehindInterrupted() {
+  const FlowOut::Members* members = flow_.membersIfAny();
+  if (members == nullptr || !members->interrupted()) return true;
+  const CollectionInfo& collection = entity_.type().collections.front();
+  const bool first = hasLeaves(collection) ? members->whole() : members->walking();
+  return first || handleAttrFlowOut(collection.id + 1);
+}
+
 // Dirty attributes that follow each other share a frame.
 void EntitySa::sendScalars(const AttrInfo* first) {
   out_.begin(FrameType::attributes);
@@ -94,14 +106,19 @@ void EntitySa::sendScalars(const AttrInfo* first) {
 }
 
 bool EntitySa::serializeColl(const CollectionInfo& collection) {
-  const bool all =
-      hasLeaves(collection)
-          ? sendLeaves(collection)
-          : (!flow_.members().hasRecords() || sendRecords(collection)) && sendInside(collection);
-  if (!all) return false;
-  flow_.attrDirtyDel(collection.id);
-  flow_.membersDel();
-  return true;
+  if (hasLeaves(collection) ? sendLeaves(collection) : sendMembers(collection)) {
+    flow_.attrDirtyDel(collection.id);
+    flow_.membersDel();
+    return true;
+  }
+  flow_.members().interruptedIs();
+  return false;
+}
+
+bool EntitySa::sendMembers(const CollectionInfo& collection) {
+  FlowOut::Members& members = flow_.members();
+  if (members.insideFirst() && !members.walking() && !sendInside(collection)) return false;
+  return (!members.hasRecords() || sendRecords(collection)) && sendInside(collection);
 }
 
 // One transaction, or the part of it for which there is room.
@@ -193,14 +210,16 @@ bool EntitySa::resumeOrSend(const CollectionInfo& collection, U32 key) {
   return true;
 }
 
-// What changed inside members that the peer has, in rounds: the first keys do not starve the last.
+// What changed inside members that the peer has, in rounds, each with a turn that begins with room:
+// no member waits for ever behind a busy one.
 bool EntitySa::sendInside(const CollectionInfo& collection) {
   FlowOut::Members& members = flow_.members();
   auto& flows = members.flows();
   while (!flows.empty()) {
     auto next = flows.lower_bound(members.nextFlow());
     if (next == flows.end()) next = flows.begin();
-    members.nextFlowIs(next->first);
+    if (!out_.sufficientBuffer()) return false;
+    members.nextFlowIs(next->first + 1);  // behind the last key it is the first one's turn
     if (!sendInside(collection, next)) return false;
   }
   return true;

@@ -1,5 +1,7 @@
 #include <Mox/NboAttrLog/FlowOut.h>
 
+#include <algorithm>
+
 #include <Mox/Fatal.h>
 
 namespace Mox::NboAttrLog {
@@ -66,6 +68,7 @@ std::vector<U32> FlowOut::Members::leafKeys() const {
   std::vector<U32> keys;
   keys.reserve(leaves_.size());
   for (const auto& leaf : leaves_) keys.push_back(leaf.key.value());
+  if (!keys.empty()) std::ranges::rotate(keys, keys.begin() + leavesTaken_ % keys.size());
   return keys;
 }
 
@@ -82,6 +85,7 @@ U32 FlowOut::Members::leafTake(U32 key) {
   const U32 bits = known == nullptr ? 0 : *known;
   if ((bits & leafRecord) != 0) --leafRecords_;
   leaves_.erase(LeafKey(key));
+  ++leavesTaken_;
   return bits;
 }
 

@@ -166,6 +166,13 @@ class ServingTest : public testing::Test {
     take();
     ASSERT_TRUE(session_->allSent());
   }
+  // The same through a stream that does not hold much.
+  void serveSmall() {
+    directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+    serve(Rights::read, OutStream::leastCapacity);
+    ASSERT_TRUE(send(helloFrame));
+    take();
+  }
   bool send(std::string_view hex) { return session_->input(framed(hex)); }
   // Builds and takes until nothing is left over.
   Frames take() {
@@ -175,8 +182,24 @@ class ServingTest : public testing::Test {
     }
     return all;
   }
+  // One drain, and what it sent.
+  Frames drained() {
+    session_->drain();
+    return takeWithoutDraining();
+  }
   // Only what is in the stream already.
   Frames takeWithoutDraining() { return taker_.take(session_->stream()); }
+
+  // The keys of the books that these frames announce.
+  static std::vector<U32> announced(const Frames& frames) {
+    std::vector<U32> keys;
+    for (const std::string& frame : frames) {
+      if (frame.starts_with("060000000101")) {
+        keys.push_back(static_cast<U32>(std::stoul(frame.substr(12, 8), nullptr, 16)));
+      }
+    }
+    return keys;
+  }
 
   // The stream is full: with changes that nobody has taken. What follows is remembered.
   void stall() {

@@ -164,28 +164,6 @@ TEST_F(TreeOutTest, changedKeyIsNotifiedLikeOneThatCame) {
 class InterruptedWalkTest : public TreeOutTest {
  protected:
   static constexpr U32 books = 60;  // of about 90 bytes each, into a buffer of 2304
-
-  void serveSmall() {
-    directory_.entryIs("shelf/a", shelf_, Access::readOnly);
-    serve(Rights::read, OutStream::leastCapacity);
-    ASSERT_TRUE(send(helloFrame));
-    take();
-  }
-  // One drain, and what it sent.
-  Frames drained() {
-    session_->drain();
-    return takeWithoutDraining();
-  }
-  // The keys of the books that these frames announce.
-  static std::vector<U32> announced(const Frames& frames) {
-    std::vector<U32> keys;
-    for (const std::string& frame : frames) {
-      if (frame.starts_with("060000000101")) {
-        keys.push_back(static_cast<U32>(std::stoul(frame.substr(12, 8), nullptr, 16)));
-      }
-    }
-    return keys;
-  }
 };
 
 TEST_F(InterruptedWalkTest, goesOnAtTheNextKeyAndNamesEachOnce) {
@@ -197,8 +175,11 @@ TEST_F(InterruptedWalkTest, goesOnAtTheNextKeyAndNamesEachOnce) {
   const Frames second = drained();
   ASSERT_FALSE(session_->allSent());
   EXPECT_EQ(first.front(), hexOf(bytesOf("05 00000001 00 0104 00")));
-  EXPECT_EQ(first.back(), hexOf(bytesOf("08 00000001 00 0104 02")));    // more
-  EXPECT_EQ(second.front(), hexOf(bytesOf("05 00000001 00 0104 02")));  // resumed
+  EXPECT_EQ(first.back(), hexOf(bytesOf("08 00000001 00 0104 02")));  // more
+  // What the last book still lacks, then the walk goes on.
+  EXPECT_EQ(second.at(0), hexOf(bytesOf("04 00000001 01 0000000f 0104 00000000")));
+  EXPECT_EQ(announced(first).back(), 0x0fu);
+  EXPECT_EQ(second.at(1), hexOf(bytesOf("05 00000001 00 0104 02")));  // resumed
   EXPECT_EQ(announced(second).front(), announced(first).back() + 1);
   std::vector<U32> keys = announced(first);
   for (const Frames& frames : {second, take()}) {
@@ -279,6 +260,20 @@ TEST_F(InterruptedWalkTest, membersThatComeAndGoForEverAreNotRememberedForEver) 
   EXPECT_EQ(
       remembered(),
       joined({{"05 00000001 00 0104 01"}, bookFrames("00000007"), {"08 00000001 00 0104 01"}}));
+}
+
+TEST_F(InterruptedWalkTest, attributeBehindTheFirstWalkWaitsForItsEnd) {
+  for (U32 key = 1; key <= books; ++key) shelf_->bookIs(key);
+  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  serve(Rights::read, OutStream::leastCapacity);
+  ASSERT_TRUE(send(helloFrame));
+  const Frames first = drained();
+  const Frames rest = take();
+  const std::string behind = "0400000001000105";
+  EXPECT_EQ(std::ranges::count_if(first, [&](const auto& f) { return f.starts_with(behind); }), 0);
+  const auto end = std::ranges::find(rest, hexOf(bytesOf("08 00000001 00 0104 01")));
+  ASSERT_NE(end, rest.end());
+  EXPECT_TRUE((end + 1)->starts_with(behind));
 }
 
 TEST_F(TreeOutTest, peerThatIsTakingDoesNotWaitForOneThatIsNot) {

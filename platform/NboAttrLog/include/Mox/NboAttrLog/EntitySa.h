@@ -44,8 +44,10 @@ class MOX_PUBLIC EntitySa {
 
  private:
   const AttrInfo* nextDirty(AttrId from) const;
+  bool sendBehindInterrupted();
   void sendScalars(const AttrInfo* first);
   bool serializeColl(const CollectionInfo& collection);
+  bool sendMembers(const CollectionInfo& collection);
   bool sendRecords(const CollectionInfo& collection);
   bool sendLeaves(const CollectionInfo& collection);
   bool sendLeaf(const CollectionInfo& collection, U32 key);

@@ -70,6 +70,8 @@ class MOX_PUBLIC FlowOut::Members {
 
   // Of a leaf, its dirty bits, or the bit that says that its coming or going is still to be sent.
   static constexpr U32 leafRecord = U32{1} << 31;
+  // Those that are remembered. Each that was taken moves the first one on, so that those that are
+  // taken and remembered again all the time do not hide the others.
   std::vector<U32> leafKeys() const;
   void leafIs(U32 key, U32 bits);
   // Its bits, which are forgotten.
@@ -85,6 +87,14 @@ class MOX_PUBLIC FlowOut::Members {
   // The walk's begin has been sent, and its last end has not.
   bool begun() const { return begun_; }
   void begunIs(bool begun) { begun_ = begun; }
+  // The stream was full before the end of a walk. Keys and what is inside members take turns at
+  // being first then, so that neither waits for ever for the other.
+  bool interrupted() const { return interrupted_; }
+  bool insideFirst() const { return insideFirst_; }
+  void interruptedIs() {
+    interrupted_ = true;
+    insideFirst_ = !insideFirst_;
+  }
 
   // Whether the member's record is still to come, so that nothing inside it needs remembering.
   bool covers(U32 key) const;
@@ -111,9 +121,12 @@ class MOX_PUBLIC FlowOut::Members {
   std::unique_ptr<Inner> inner_;
   HashMap<LeafKey, U32> leaves_;
   U32 leafRecords_ = 0;
+  U32 leavesTaken_ = 0;
   bool whole_ = false;
   bool walking_ = false;
   bool begun_ = false;
+  bool interrupted_ = false;
+  bool insideFirst_ = false;
 };
 
 }  // namespace Mox::NboAttrLog
