@@ -104,9 +104,9 @@ void AttrLogServer::Peer::onOutput() {
   });
 }
 
-std::string AttrLogServer::Peer::whyRefused(const Mox::EntityBase&, const Mox::AttrInfo& attr,
-                                            const Mox::Value& value) {
-  return whyConfigRefused(attr, value);
+std::string AttrLogServer::Peer::whyRefused(const Mox::EntityBase& entity,
+                                            std::span<const Mox::NboAttrLog::Written> values) {
+  return whyConfigRefused(entity, values);
 }
 
 void AttrLogServer::Peer::waitReadable() {

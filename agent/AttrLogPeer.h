@@ -37,8 +37,8 @@ class AttrLogServer::Peer final : public std::enable_shared_from_this<Peer>,
 
  private:
   void onOutput() override;
-  std::string whyRefused(const Mox::EntityBase& entity, const Mox::AttrInfo& attr,
-                         const Mox::Value& value) override;
+  std::string whyRefused(const Mox::EntityBase& entity,
+                         std::span<const Mox::NboAttrLog::Written> values) override;
 
   void waitReadable();
   void waitWritable();

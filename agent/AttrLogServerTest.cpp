@@ -53,6 +53,8 @@ class Reader final : private Mox::NboAttrLog::SessionHost {
   }
   // One bite of what came.
   void takeOnce() { moved_ = in_.handleReadable(); }
+  // What is written from here until the next step leaves in one frame.
+  void gather() { session_.ask(1); }
   void say(const std::string& bytes) { ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
   bool ended() const { return moved_ == Moved::ended; }
   bool current() const { return current_; }
@@ -171,6 +173,53 @@ TEST_F(AttrLogServerTest, valueThatWouldSpinATimerIsRefusedWithTheRange) {
   EXPECT_EQ(writer.refusal(), "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)");
   EXPECT_EQ(server_->peers(), 0u);
   EXPECT_THAT(logged_, HasSubstr("from the attribute log: queryInterval 0: must be"));
+}
+
+TEST_F(AttrLogServerTest, valueThatContradictsWhatIsInForceIsRefused) {
+  Reader writer(path_);
+  settle({&writer});
+  writer.config()->queryResponseIntervalIs(125.0);
+  settle({&writer});
+  EXPECT_EQ(config_->queryResponseInterval(), 10.0);
+  EXPECT_EQ(writer.refusal(),
+            "queryResponseInterval 125: must be less than the query interval, 125 seconds "
+            "(RFC 3376 8.3)");
+}
+
+TEST_F(AttrLogServerTest, valuesOfOneFrameAreJudgedTogether) {
+  Reader writer(path_);
+  settle({&writer});
+  writer.gather();
+  writer.config()->queryResponseIntervalIs(2.0);
+  writer.config()->queryIntervalIs(5.0);  // leaves in front of the other one
+  settle({&writer});
+  EXPECT_EQ(writer.refusal(), "");
+  EXPECT_EQ(config_->queryInterval(), 5.0);
+  EXPECT_EQ(config_->queryResponseInterval(), 2.0);
+}
+
+TEST_F(AttrLogServerTest, valuesOfOneFrameThatContradictEachOtherAreAllRefused) {
+  Reader writer(path_);
+  settle({&writer});
+  writer.gather();
+  writer.config()->robustnessIs(5);
+  writer.config()->queryIntervalIs(20.0);
+  writer.config()->queryResponseIntervalIs(20.0);
+  settle({&writer});
+  EXPECT_THAT(writer.refusal(), HasSubstr("queryResponseInterval 20: must be less than"));
+  EXPECT_EQ(config_->robustness(), 2u);
+  EXPECT_EQ(config_->queryInterval(), 125.0);
+}
+
+TEST_F(AttrLogServerTest, writersThatDoNotHearOfEachOtherCannotContradictEachOther) {
+  Reader first(path_);
+  Reader second(path_);
+  settle({&first, &second});
+  first.config()->queryIntervalIs(15.0);           // more than the response interval, 10
+  second.config()->queryResponseIntervalIs(20.0);  // less than the query interval of its copy, 125
+  settle({&first, &second});
+  EXPECT_EQ(server_->peers(), 1u);
+  EXPECT_LT(config_->queryResponseInterval(), config_->queryInterval());
 }
 
 TEST_F(AttrLogServerTest, peerForWhichThereIsNoDescriptorIsTakenInOnceThereIsOne) {

@@ -5,8 +5,12 @@
 #include <fmt/format.h>
 
 #include "SettingRules.h"
+#include "SettingText.h"
 
 namespace Agent {
+
+using Gmp::Igmp::QuerierConfig;
+using Mox::NboAttrLog::Written;
 
 namespace {
 
@@ -17,15 +21,35 @@ double numberOf(const Mox::Value& value) {
   return NAN;
 }
 
-}  // namespace
-
-std::string whyConfigRefused(const Mox::AttrInfo& attr, const Mox::Value& value) {
+std::string whyOutOfRange(const Mox::AttrInfo& attr, const Mox::Value& value) {
   const SettingRule* rule = settingRule(attr.name);
   if (rule == nullptr) return fmt::format("{} cannot be set", attr.name);
   const double number = numberOf(value);
   const NumberRange range = rangeOf(*rule);
   if (fits(number, range)) return {};
   return fmt::format("{} {}: {}", attr.name, number, mustText(range));
+}
+
+std::string whyContradicted(const QuerierConfig& config, std::span<const Written> values) {
+  const auto after = copyOf(config);
+  std::set<std::string_view> given;
+  for (const auto& [attr, value] : values) {
+    attr->set(*after, value);
+    given.insert(attr->name);
+  }
+  const auto found = contradictionOf(*after, given);
+  return found ? fmt::format("{} {}: {}", found->attribute, found->value, found->why)
+               : std::string();
+}
+
+}  // namespace
+
+std::string whyConfigRefused(const Mox::EntityBase& config, std::span<const Written> values) {
+  for (const auto& [attr, value] : values) {
+    std::string refused = whyOutOfRange(*attr, value);
+    if (!refused.empty()) return refused;
+  }
+  return whyContradicted(static_cast<const QuerierConfig&>(config), values);
 }
 
 }  // namespace Agent

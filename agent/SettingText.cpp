@@ -34,6 +34,14 @@ std::optional<Contradiction> lastMemberIntervalOf(const QuerierConfig& config) {
 
 }  // namespace
 
+Mox::Ptr<QuerierConfig> copyOf(const QuerierConfig& config) {
+  Mox::Ptr<QuerierConfig> same = Gmp::Igmp::querierConfigFactory(config.name());
+  for (const Mox::AttrInfo& attr : config.type().attrs) {
+    if (attr.set != nullptr) attr.set(*same, attr.get(config));
+  }
+  return same;
+}
+
 std::optional<Contradiction> contradictionOf(const QuerierConfig& config,
                                              const std::set<std::string_view>& given) {
   const auto found = responseIntervalOf(config, given);

@@ -32,6 +32,9 @@ V settingOf(std::string_view name, const SettingRule& rule, std::string_view tex
   }
 }
 
+// Another configuration with the same values, to try what others would make of it.
+Mox::Ptr<Gmp::Igmp::QuerierConfig> copyOf(const Gmp::Igmp::QuerierConfig& config);
+
 // Two values that are each in their range and do not go together.
 struct Contradiction {
   std::string_view attribute;  // the one to blame

@@ -41,14 +41,6 @@ const AttrInfo* readSetting(std::string_view name, std::string_view text, Value&
   return found;
 }
 
-Ptr<QuerierConfig> copied(const QuerierConfig& config) {
-  Ptr<QuerierConfig> same = Gmp::Igmp::querierConfigFactory(config.name());
-  for (const AttrInfo& attr : config.type().attrs) {
-    if (attr.set != nullptr) attr.set(*same, attr.get(config));
-  }
-  return same;
-}
-
 const AttrInfo* statusAttr(const AttrInfo& attr) {
   const AttrInfo* shown = Mox::typeInfoOf<QuerierStatus>().attr(std::string_view(attr.name));
   return shown != nullptr && shown->kind == Mox::AttrKind::stored ? shown : nullptr;
@@ -66,9 +58,21 @@ std::string notInEffectText(const QuerierStatus& status) {
                      status.electedQuerierAddr().stringValue());
 }
 
-// 0 stands for a part of what the query interval was when the querier took it over.
+// 0 stands for a part of what the query interval is when the querier takes it over.
 bool isStartupPart(const AttrInfo& attr, const Value& value) {
   return attr.name == std::string_view("startupQueryInterval") && value == Value(0.0);
+}
+
+// A querier that had the 0 already is not told of it again, and keeps a part of an older interval.
+std::string startupPartText(const AttrLogCopy::Interface& interface) {
+  const Mox::Seconds effective = interface.status->startupQueryInterval();
+  if (effective == 0.25 * interface.config->queryInterval()) {
+    return fmt::format("in effect: {} s, a quarter of the query interval", effective);
+  }
+  if (interface.status->state() == QuerierStatus::querierStateInitial) {
+    return notInEffectText(*interface.status);
+  }
+  return fmt::format("set; {} s is in effect until the querier starts again", effective);
 }
 
 }  // namespace
@@ -101,7 +105,7 @@ void SettingWrite::add(std::string_view assignment) {
 }
 
 void SettingWrite::checkAgainst(const QuerierConfig& config) const {
-  const Ptr<QuerierConfig> after = copied(config);
+  const Ptr<QuerierConfig> after = copyOf(config);
   std::set<std::string_view> given;
   for (const Setting& setting : settings_) {
     writeOne(*after, setting);
@@ -118,9 +122,12 @@ void SettingWrite::writeOne(QuerierConfig& config, const Setting& setting) {
 
 void SettingWrite::write(QuerierConfig& config) const {
   std::vector<Setting> left = settings_;
+  // What stands for a part of the query interval comes after the interval that it is a part of.
+  std::ranges::stable_partition(
+      left, [](const Setting& setting) { return !isStartupPart(*setting.attr, setting.value); });
   while (!left.empty()) {
     auto next = std::ranges::find_if(left, [&](const Setting& setting) {
-      const Ptr<QuerierConfig> after = copied(config);
+      const Ptr<QuerierConfig> after = copyOf(config);
       writeOne(*after, setting);
       return !contradictionOf(*after, {});
     });
@@ -147,9 +154,7 @@ std::string SettingWrite::outcomeOf(const Setting& setting,
   const AttrInfo* shown = statusAttr(*setting.attr);
   if (shown == nullptr) return "set";
   const Value effective = shown->get(*interface.status);
-  if (isStartupPart(*setting.attr, setting.value)) {
-    return fmt::format("set; {} s is in effect", std::get<Mox::Seconds>(effective));
-  }
+  if (isStartupPart(*setting.attr, setting.value)) return startupPartText(interface);
   return effective == setting.value ? "in effect" : notInEffectText(*interface.status);
 }
 

@@ -126,7 +126,36 @@ TEST_F(SettingWriteTest, saysWhatIsInEffectAndWhatHasNothingToShowForIt) {
   copy_.status->startupQueryIntervalIs(31.25);
   EXPECT_THAT(written({"robustness=3", "lastMemberQueryCount=1", "startupQueryInterval=0"}),
               ElementsAre("robustness 3: in effect", "lastMemberQueryCount 1: set",
-                          "startupQueryInterval 0 s: set; 31.25 s is in effect"));
+                          "startupQueryInterval 0 s: in effect: 31.25 s, a quarter of the query "
+                          "interval"));
+}
+
+TEST_F(SettingWriteTest, saysWhenAQuarterOfAnOlderQueryIntervalStaysInEffect) {
+  add({"startupQueryInterval=0"});
+  copy_.config->queryIntervalIs(60.0);
+  copy_.status->startupQueryIntervalIs(31.25);
+  EXPECT_THAT(settings_.outcome(copy_),
+              ElementsAre("startupQueryInterval 0 s: set; 31.25 s is in effect until the querier "
+                          "starts again"));
+  copy_.status->stateIs(QuerierStatus::querierStateInitial);
+  EXPECT_THAT(settings_.outcome(copy_),
+              ElementsAre("startupQueryInterval 0 s: set; not in effect while no querier runs on "
+                          "the interface"));
+}
+
+// Takes the startup interval over as a querier does.
+class TakesStartupInterval final : public QuerierConfig::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onStartupQueryInterval() override { quarter_ = 0.25 * notifier()->queryInterval(); }
+  double quarter_ = 0.0;
+};
+
+TEST_F(SettingWriteTest, quarterOfTheQueryIntervalIsOfTheOneThatIsGivenWithIt) {
+  copy_.config->startupQueryIntervalIs(20.0);
+  TakesStartupInterval querier(copy_.config);
+  written({"startupQueryInterval=0", "queryInterval=60"});
+  EXPECT_EQ(querier.quarter_, 15.0);
 }
 
 TEST_F(SettingWriteTest, saysWhatKeepsAValueFromBeingInEffect) {

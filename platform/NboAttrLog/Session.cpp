@@ -12,7 +12,7 @@ namespace Mox::NboAttrLog {
 Ptr<EntityBase> SessionHost::rootIs(std::string_view, std::string_view, const Value&) { return {}; }
 void SessionHost::rootDel(std::string_view) {}
 void SessionHost::onAnswer(U32) {}
-std::string SessionHost::whyRefused(const EntityBase&, const AttrInfo&, const Value&) { return {}; }
+std::string SessionHost::whyRefused(const EntityBase&, std::span<const Written>) { return {}; }
 
 Session::Session(SessionHost& host, Setup setup, Directory* directory)
     : host_(host), setup_(std::move(setup)), directory_(directory), out_(setup_.bufferBytes) {
@@ -62,9 +62,8 @@ void Session::deferredIs() {
   if (!before && greeted_) host_.onOutput();
 }
 
-std::string Session::whyRefused(const EntityBase& entity, const AttrInfo& attr,
-                                const Value& value) {
-  return host_.whyRefused(entity, attr, value);
+std::string Session::whyRefused(const EntityBase& entity, std::span<const Written> values) {
+  return host_.whyRefused(entity, values);
 }
 
 void Session::drain() {

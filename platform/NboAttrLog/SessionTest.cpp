@@ -238,9 +238,23 @@ TEST_F(SessionTest, announcementSaysWhetherThisPeerMayWrite) {
   EXPECT_EQ(take().at(1), framesOf({writableShelfRoot}).front());
 }
 
-TEST_F(SessionTest, valuesInFrontOfTheBadOneAreTaken) {
+TEST_F(SessionTest, valuesInFrontOfAnUnreadableOneAreNotTaken) {
   serveShelf(Access::configurable, Rights::configure);
   EXPECT_FALSE(send("04 00000001 00 0102 01 0103 000000"));
+  EXPECT_FALSE(shelf_->lit());
+}
+
+TEST_F(SessionTest, valuesInFrontOfARefusedOneAreNotTaken) {
+  serveShelf(Access::configurable, Rights::configure);
+  host_.refused_ = "visits";
+  EXPECT_FALSE(send("04 00000001 00 0102 01 0103 00000007"));
+  EXPECT_EQ(session_->fault(), "visits is not for you");
+  EXPECT_FALSE(shelf_->lit());
+}
+
+TEST_F(SessionTest, valuesInFrontOfOneThatItsTypeDoesNotHaveAreTaken) {
+  serveShelf(Access::configurable, Rights::configure);
+  EXPECT_FALSE(send("04 00000001 00 0102 01 0109 00000003"));
   EXPECT_TRUE(shelf_->lit());
 }
 

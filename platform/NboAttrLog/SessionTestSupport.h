@@ -110,8 +110,11 @@ class TestHost final : public SessionHost {
   }
   void onCurrent() override { told_ += "current "; }
   void onAnswer(U32 token) override { told_ += "answer(" + std::to_string(token) + ") "; }
-  std::string whyRefused(const EntityBase&, const AttrInfo& attr, const Value&) override {
-    return attr.name == refused_ ? std::string(attr.name) + " is not for you" : std::string();
+  std::string whyRefused(const EntityBase&, std::span<const Written> values) override {
+    for (const Written& written : values) {
+      if (written.attr->name == refused_) return refused_ + " is not for you";
+    }
+    return {};
   }
 
   // What it was told since the last call.

@@ -27,20 +27,29 @@ const CollectionInfo* TreeIn::collection(const EntityBase& entity, AttrId id) co
   return collections.empty() || collections.front().id != id ? nullptr : &collections.front();
 }
 
+std::string TreeIn::readValues(const EntityBase& entity, Reader& in) {
+  values_.clear();
+  while (!in.atEnd()) {
+    const AttrInfo* attr = entity.type().attr(AttrId{in.u16()});
+    if (attr == nullptr || attr->set == nullptr) {
+      return std::string("an attribute that ") + entity.typeName() + " cannot be sent";
+    }
+    values_.push_back({attr, in.value(attr->value)});
+    if (!in.ok()) return std::string("a value of ") + attr->name + " that it cannot have";
+  }
+  return {};
+}
+
+// All values are read before the first is written: those of a frame may only go together.
 std::string TreeIn::handleAttrDeserialization(const Ref& ref, Reader& in, Judge& judge,
                                               const std::string& peerName) {
   const Ptr<EntityBase> entity = find(ref);
   if (!entity) return "attributes of a member that is not there";
   checkWritable(*entity, peerName);
-  while (!in.atEnd()) {
-    const AttrInfo* attr = entity->type().attr(AttrId{in.u16()});
-    if (attr == nullptr || attr->set == nullptr) {
-      return std::string("an attribute that ") + entity->typeName() + " cannot be sent";
-    }
-    const Value value = in.value(attr->value);
-    if (!in.ok()) return std::string("a value of ") + attr->name + " that it cannot have";
-    std::string refused = judge.whyRefused(*entity, *attr, value);
-    if (!refused.empty()) return refused;
+  std::string fault = readValues(*entity, in);
+  if (fault.empty()) fault = judge.whyRefused(*entity, values_);
+  if (!fault.empty()) return fault;
+  for (const auto& [attr, value] : values_) {
     const TreeOut::Receiving receiving(out_, *entity, attr->id);
     try {
       attr->set(*entity, value);

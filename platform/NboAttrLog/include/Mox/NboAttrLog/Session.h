@@ -48,9 +48,8 @@ class MOX_PUBLIC SessionHost {
   virtual void onCurrent() {}
   // All that was sent before the question has been acted on.
   virtual void onAnswer(U32 token);
-  // Why a value that the peer writes is refused; empty when it is taken.
-  virtual std::string whyRefused(const EntityBase& entity, const AttrInfo& attr,
-                                 const Value& value);
+  // Why values that the peer writes together are refused; empty when they are taken.
+  virtual std::string whyRefused(const EntityBase& entity, std::span<const Written> values);
 
  protected:
   ~SessionHost() = default;
@@ -110,8 +109,7 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   bool deferred() const override { return deferred_; }
   void deferredIs() override;
   void transmit() override { host_.onOutput(); }
-  std::string whyRefused(const EntityBase& entity, const AttrInfo& attr,
-                         const Value& value) override;
+  std::string whyRefused(const EntityBase& entity, std::span<const Written> values) override;
   void onEntry(U32 number) override;
 
   bool serving() const { return directory_ != nullptr; }

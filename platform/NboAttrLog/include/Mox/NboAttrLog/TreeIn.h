@@ -7,7 +7,9 @@
 
 #include <map>
 #include <set>
+#include <span>
 #include <string>
+#include <vector>
 
 #include <Mox/Entity.h>
 #include <Mox/Export.h>
@@ -15,17 +17,25 @@
 #include <Mox/NboAttrLog/InStream.h>
 #include <Mox/NboAttrLog/TreeOut.h>
 #include <Mox/Ptr.h>
+#include <Mox/TypeInfo.h>
 #include <Mox/Types.h>
+#include <Mox/Value.h>
 
 namespace Mox::NboAttrLog {
 
+// A value that a peer gives to an attribute.
+struct Written {
+  const AttrInfo* attr;
+  Value value;
+};
+
 class MOX_PUBLIC TreeIn {
  public:
-  // What the host says of a value that came in: why it is refused, empty when it is taken.
+  // What the host says of the values of one frame, which are written together or not at all: why
+  // they are refused, empty when they are taken.
   class MOX_PUBLIC Judge {
    public:
-    virtual std::string whyRefused(const EntityBase& entity, const AttrInfo& attr,
-                                   const Value& value) = 0;
+    virtual std::string whyRefused(const EntityBase& entity, std::span<const Written> values) = 0;
 
    protected:
     ~Judge() = default;
@@ -49,6 +59,7 @@ class MOX_PUBLIC TreeIn {
                                     const std::string& peerName);
 
  private:
+  std::string readValues(const EntityBase& entity, Reader& in);
   EntityBase* find(const Ref& ref) const;
   void checkWritable(const EntityBase& entity, const std::string& peerName) const;
   const CollectionInfo* collection(const EntityBase& entity, AttrId id) const;
@@ -59,6 +70,7 @@ class MOX_PUBLIC TreeIn {
   const bool writable_;
   TreeOut& out_;
   std::map<Ref, std::set<U32>> notNamed_;  // by walks under way that name every member
+  std::vector<Written> values_;            // of the frame that is being acted on
 };
 
 }  // namespace Mox::NboAttrLog
