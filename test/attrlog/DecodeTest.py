@@ -81,11 +81,12 @@ class ServedState(unittest.TestCase):
                                         "collection": "group", "key": "239.0.0.77"})
         self.assertEqual(next(frames), {"frame": "addition", "entity": "status/eth0",
                                         "collection": "group", "key": "239.2.3.4"})
-        self.told("remove")
+        last = self.told("remove")
         gone = [frame["entity"] for frame in frames_until(frames, "rootGone", 2)]
         self.assertEqual(sorted(gone), ["config/eth1", "status/eth1"])
         self.server.stdin.close()  # the follower ends with the log
         self.server.wait(LONGEST)
+        self.assertEqual(json.loads(follower.stdout.read()), {"state": last})
         self.assertEqual(follower.wait(LONGEST), 0)
 
 
@@ -121,7 +122,7 @@ class BrokenLog(unittest.TestCase):
 
     def test_log_without_current_is_not_complete(self):
         self.assertEqual(self.decoded(self.HELLO),
-                         (1, "the log ended before everything had come"))
+                         (1, "the log ended within a frame, or before everything had come"))
 
     def test_refusal_is_told(self):
         self.assertEqual(self.decoded("0c 0002 6e6f"), (1, "refused: no"))

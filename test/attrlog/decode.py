@@ -3,7 +3,8 @@
 
 A second reading of doc/attribute-log.md, written from that document alone: it shares nothing with
 the library. Connects to a Unix socket, reads until everything that was there has come, and writes
-the state of every interface; with --follow it writes each frame as a line of JSON as it comes.
+the state of every interface; with --follow it writes each frame as a line of JSON as it comes, and
+the state in a line of its own when the log ends.
 
 Exit status: 0, 1 when the log breaks its rules or is refused, 2 when it cannot be reached.
 """
@@ -271,18 +272,31 @@ def exactly(stream, size):
     return data
 
 
+def next_frame(stream):
+    """The bytes of the next frame; none where the log ends between two frames."""
+    head = stream.read(2)
+    if not head:
+        return None
+    length = struct.unpack(">H", head + exactly(stream, 2 - len(head)))[0]
+    if not 1 <= length <= 1022:
+        raise LogError("a frame of an impossible length")
+    return exactly(stream, length)
+
+
 def read(stream, send, follow):
     log = Log()
     while follow or not log.current:
-        length = struct.unpack(">H", exactly(stream, 2))[0]
-        if not 1 <= length <= 1022:
-            raise LogError("a frame of an impossible length")
-        said = log.frame(exactly(stream, length))
+        data = next_frame(stream)
+        if data is None:
+            break
+        said = log.frame(data)
         if said["frame"] == "question":
             send(framed(struct.pack(">BI", 11, said["token"])))
         if follow:
             print(json.dumps(said), flush=True)
-    print(json.dumps(log.state(), indent=2))
+    if not log.current:
+        raise EOFError
+    print(json.dumps({"state": log.state()}) if follow else json.dumps(log.state(), indent=2))
 
 
 def main():
@@ -305,9 +319,7 @@ def main():
             print(error, file=sys.stderr)
             return 1
         except EOFError:
-            if arguments.follow:
-                return 0
-            print("the log ended before everything had come", file=sys.stderr)
+            print("the log ended within a frame, or before everything had come", file=sys.stderr)
             return 1
     return 0
 
