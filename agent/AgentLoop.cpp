@@ -62,6 +62,7 @@ void AgentLoop::publish(const InterfaceQuerier& querier) {
   Mox::NboAttrLog::Directory& directory = attrLog_->directory();
   directory.entryIs("config/" + querier.name(), querier.config(), Access::configurable);
   directory.entryIs("status/" + querier.name(), querier.status(), Access::readOnly);
+  directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
 }
 
 void AgentLoop::run() { io_.run(); }

@@ -26,6 +26,7 @@ namespace {
 
 constexpr std::string_view configFolder = "config/";
 constexpr std::string_view statusFolder = "status/";
+constexpr std::string_view stateFolder = "interface/";
 
 std::string whyNotConnected(const std::string& path, const boost::system::error_code& failed) {
   using boost::system::errc::connection_refused;
@@ -152,21 +153,28 @@ Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::rootIs(std::string_view path,
                                                           const Mox::Value&) {
   const bool config = path.starts_with(configFolder) && typeName == QuerierConfig::entityTypeName;
   const bool status = path.starts_with(statusFolder) && typeName == QuerierStatus::entityTypeName;
-  if (!config && !status) return {};
-  const std::string name(path.substr(config ? configFolder.size() : statusFolder.size()));
+  const bool state = path.starts_with(stateFolder) && typeName == InterfaceState::entityTypeName;
+  if (!config && !status && !state) return {};
+  const std::string name(path.substr(path.find('/') + 1));
   named_.insert(name);
   Interface& interface = owner_.interfaces_[name];
   if (!interface.config) interface.config = Gmp::Igmp::querierConfigFactory(name);
   if (!interface.status) interface.status = Gmp::Igmp::querierStatusFactory();
   interface.configurable = session_.ownRights() == Rights::configure;
+  if (state && !interface.state) interface.state = Mox::makePtr<InterfaceState>(Mox::Name(name));
+  if (state) return interface.state;
   if (config) return interface.config;
   return interface.status;
 }
 
 void AttrLogCopy::Connection::rootDel(std::string_view path) {
   const std::string name(path.substr(path.find('/') + 1));
+  const auto interface = owner_.interfaces_.find(name);
+  if (interface == owner_.interfaces_.end()) return;
+  if (path.starts_with(stateFolder)) interface->second.state = nullptr;
+  if (!path.starts_with(configFolder) && !path.starts_with(statusFolder)) return;
   named_.erase(name);
-  owner_.interfaces_.erase(name);
+  owner_.interfaces_.erase(interface);
 }
 
 void AttrLogCopy::Connection::onCurrent() {

@@ -1,7 +1,9 @@
 #include <Agent/AttrLogCopy.h>
 
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
 
@@ -194,6 +196,56 @@ TEST_F(AttrLogCopyTest, afterAReconnectionOnlyDifferencesAreNews) {
               testing::UnorderedElementsAre("1000 interface gone", "1000 configured robustness 4",
                                             "1000 joined 239.1.1.3 by 0.0.0.0 (version 3, include)",
                                             "1000 left 239.1.1.2"));
+}
+
+TEST_F(AttrLogCopyTest, holdsWhatTheAgentTellsOfTheInterfaceItself) {
+  interfaceIs("eth0");
+  serve();
+  const auto state = Mox::makePtr<InterfaceState>("eth0");
+  state->addressIs(IpAddr(10, 0, 0, 1));
+  server_->directory().entryIs("interface/eth0", state, Access::readOnly);
+  copy_->connect();
+  settle();
+  ASSERT_NE(copyOf("eth0").state, nullptr);
+  EXPECT_EQ(copyOf("eth0").state->address(), IpAddr(10, 0, 0, 1));
+  state->runningIs(true);
+  state->electedTimeIs(900.0);
+  settle();
+  EXPECT_TRUE(copyOf("eth0").state->running());
+  EXPECT_EQ(copyOf("eth0").state->electedTime(), 900.0);
+  server_->directory().entryDel("interface/eth0");
+  settle();
+  EXPECT_EQ(copyOf("eth0").state, nullptr);
+  EXPECT_NE(copyOf("eth0").status, nullptr);
+}
+
+// Whoever writes a decoder reads the document, which has one line for each attribute.
+TEST(InterfaceStateDocTest, attributesAreDocumented) {
+  std::ifstream document(ATTR_LOG_DOCUMENT);
+  const std::string text(std::istreambuf_iterator<char>(document), {});
+  const size_t section = text.find(std::string("### ") + InterfaceState::entityTypeName + "\n");
+  ASSERT_NE(section, std::string::npos);
+  const char* const rows[] = {"| 257 | name | key | text |", "| 258 | address | stored | u32 |",
+                              "| 259 | running | stored | flag |",
+                              "| 260 | electedTime | stored | seconds |"};
+  const auto attrs = Mox::typeInfoOf<InterfaceState>().attrs;
+  ASSERT_EQ(attrs.size(), std::size(rows));
+  for (const Mox::AttrInfo& attr : attrs) {
+    const std::string row = rows[attr.id - 257];
+    EXPECT_THAT(row, HasSubstr(std::string("| ") + attr.name + " |"));
+    EXPECT_NE(text.find(row, section), std::string::npos) << row;
+  }
+}
+
+TEST_F(AttrLogCopyTest, entryOfNoInterestTakesNoInterfaceAlong) {
+  interfaceIs("eth0");
+  serve();
+  server_->directory().entryIs("other/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
+  copy_->connect();
+  settle();
+  server_->directory().entryDel("other/eth0");
+  settle();
+  EXPECT_EQ(copy_->interfaces().size(), 1u);
 }
 
 TEST_F(AttrLogCopyTest, anInterfaceThatTheAgentGivesUpGoes) {

@@ -38,10 +38,22 @@ class InterfaceQuerier::Output final : public QuerierSm::NotifieeConst {
   InterfaceQuerier& owner_;
 };
 
+class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
+ public:
+  Election(const Mox::Ptr<QuerierStatus>& status, InterfaceState& state)
+      : NotifieeConst(status), state_(state) {}
+  void onElectedQuerierAddr() override { state_.electedTimeIs(Mox::now()); }
+
+ private:
+  InterfaceState& state_;
+};
+
 InterfaceQuerier::InterfaceQuerier(const Services& services, const Setup& setup)
     : services_(services),
       setup_(setup),
       status_(Gmp::Igmp::querierStatusFactory()),
+      state_(makePtr<InterfaceState>(setup.name)),
+      election_(std::make_unique<Election>(status_, *state_)),
       watcher_(setup.name, status_, services.sink),
       care_(services.wheel, *this) {}
 
@@ -78,10 +90,14 @@ void InterfaceQuerier::start() {
     return;
   }
   ipAddr_ = *link_.primaryAddress();
+  state_->addressIs(ipAddr_);
   presenceIs(Presence::up);
   const auto& wheel = services_.wheel;
   querier_ = Gmp::Igmp::querierSmFactory(setup_.config, status_, ipAddr_, link_.mtu, 0, wheel,
                                          wheel, wheel, false);
+  state_->runningIs(true);
+  // Who was elected before may have gone meanwhile: it counts from now.
+  if (!status_->electedQuerierAddr().isZero()) state_->electedTimeIs(Mox::now());
   querier_->attrLogSmIs(services_.attrLogSm);
   querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
   output_ = std::make_unique<Output>(querier_, *this);
@@ -93,6 +109,8 @@ void InterfaceQuerier::stop() {
   care_.timeMinIs(Mox::never);
   output_ = nullptr;
   querier_ = nullptr;
+  state_->runningIs(false);
+  state_->electedTimeIs(0.0);
   portIs(nullptr);
 }
 
@@ -120,6 +138,7 @@ void InterfaceQuerier::portIs(std::unique_ptr<FramePort> port) {
 void InterfaceQuerier::ipAddrIs(IpAddr addr) {
   if (addr == ipAddr_) return;
   ipAddr_ = addr;
+  state_->addressIs(addr);
   tell(Event::addressChanged);
   querier_->ipAddrIs(addr);
   const bool isQuerier =
@@ -193,7 +212,8 @@ InterfaceView InterfaceQuerier::view() const {
           .address = ipAddr_,
           .config = setup_.config,
           .status = status_,
-          .running = running()};
+          .running = running(),
+          .electedTime = state_->electedTime()};
 }
 
 void InterfaceQuerier::tell(Event::Kind kind, std::string text) {

@@ -115,6 +115,7 @@ class InterfaceQuerierTest : public testing::Test {
   }
   void join() { hear(Ilvo::buildV2Report(group, {.src = host})); }
   const Gmp::Igmp::QuerierStatus& status() { return *querier().view().status; }
+  const InterfaceState& state() { return *querier().state(); }
   std::vector<Bytes> sent() { return std::exchange(sent_, {}); }
 
   Mox::Ptr<Obel::TimerWheel> wheel_;
@@ -150,6 +151,40 @@ TEST_F(InterfaceQuerierTest, sendsTheFirstQueryWithinTenSeconds) {
   advance(10.0);
   EXPECT_THAT(sent(), ElementsAre(queryFrame(ourMac, ourAddr, IpAddr(),
                                              Bytes{0x11, 0x64, 0xee, 0x9b, 0, 0, 0, 0})));
+}
+
+TEST_F(InterfaceQuerierTest, keepsTheTimeSinceWhichTheElectedQuerierIsTheSame) {
+  EXPECT_EQ(state().electedTime(), 0.0);
+  up();
+  EXPECT_EQ(state().electedTime(), 1000.0);
+  advance(100.0);
+  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  EXPECT_EQ(state().electedTime(), 1100.0);
+  advance(100.0);
+  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  EXPECT_EQ(state().electedTime(), 1100.0);
+  EXPECT_EQ(querier().view().electedTime, 1100.0);
+}
+
+TEST_F(InterfaceQuerierTest, countsTheElectedQuerierAnewAfterItCouldNotListen) {
+  up();
+  down();
+  EXPECT_EQ(state().electedTime(), 0.0);
+  advance(100.0);
+  up();
+  EXPECT_EQ(state().electedTime(), 1100.0);
+}
+
+TEST_F(InterfaceQuerierTest, publishesItsAddressAndWhetherItRuns) {
+  EXPECT_FALSE(state().running());
+  up();
+  EXPECT_TRUE(state().running());
+  EXPECT_EQ(state().address(), ourAddr);
+  up(lowerAddr);
+  EXPECT_EQ(state().address(), lowerAddr);
+  down();
+  EXPECT_FALSE(state().running());
+  EXPECT_EQ(state().address(), lowerAddr);
 }
 
 TEST_F(InterfaceQuerierTest, tellsOfQueriesOnlyWhenAsked) {

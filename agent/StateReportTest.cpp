@@ -70,20 +70,21 @@ TEST(DurationText, hasTwoUnitsAtMostAndADashForNone) {
 }
 
 TEST(StateText, showsInterfacesGroupsSourcesAndCountersInColumns) {
-  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
-                          interfaceNamed("eth1.100", IpAddr(192, 168, 100, 1))};
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                    interfaceNamed("eth1.100", IpAddr(192, 168, 100, 1))};
   becomeQuerier(views[0]);
+  views[0].electedTime = 750.0;
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
   joinVersion3(views[0], IpAddr(232, 1, 1, 1));
   const std::string text = stateText(StatePart::everything, views, now);
   const size_t groups = text.find("\n\n") + 2;
   EXPECT_EQ(text.substr(0, groups),
-            "INTERFACE  ADDRESS        ROLE     QUERIER   VERSION  ROBUSTNESS  INTERVAL  RESPONSE  "
-            "NEXT QUERY  QUERIER LOST  GROUPS\n"
-            "eth0       10.0.0.1       querier  10.0.0.1  2        2           2m05s     10s       "
-            "12s         -             2\n"
-            "eth1.100   192.168.100.1  initial  -         0        2           2m05s     10s       "
-            "-           -             0\n\n");
+            "INTERFACE  ADDRESS        ROLE     QUERIER   SINCE  VERSION  ROBUSTNESS  INTERVAL  "
+            "RESPONSE  NEXT QUERY  QUERIER LOST  GROUPS\n"
+            "eth0       10.0.0.1       querier  10.0.0.1  4m10s  2        2           2m05s     "
+            "10s       12s         -             2\n"
+            "eth1.100   192.168.100.1  initial  -         -      0        2           2m05s     "
+            "10s       -           -             0\n\n");
   EXPECT_EQ(text.substr(groups),
             R"(INTERFACE  GROUP        MODE       VERSION  REPORTER   UP     LEFT
 eth0       232.1.1.1    exclude    3        0.0.0.0    1m40s  1m40s
@@ -122,23 +123,26 @@ TEST(StateText, aQuerierThatDoesNotRunShowsNoTimes) {
   becomeQuerier(views[0]);
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
   views[0].running = false;
+  views[0].electedTime = 750.0;
   const std::string text = stateText(StatePart::everything, views, now);
-  EXPECT_NE(text.find("eth0       10.0.0.1  stopped  10.0.0.1  2        2           2m05s     10s "
-                      "      -           -             1\n"),
-            std::string::npos)
+  EXPECT_NE(
+      text.find("eth0       10.0.0.1  stopped  10.0.0.1  -      2        2           2m05s     "
+                "10s       -           -             1\n"),
+      std::string::npos)
       << text;
   EXPECT_NE(text.find("10.0.0.11  3.2s  -\n"), std::string::npos) << text;
 }
 
 TEST(StateJson, holdsEverythingInOneLine) {
-  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
   becomeQuerier(views[0]);
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  views[0].electedTime = 750.0;
   EXPECT_EQ(
       stateJson(StatePart::everything, views, now),
       R"({"time":1000.0,"event":"state","interfaces":[{"interface":"eth0",)"
       R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
-      R"("querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
+      R"("querierUpSeconds":250.0,"querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
       R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
       R"("otherQuerierExpirySeconds":null,"groupCount":1,"counters":{"joins":0,"v1QueriesSent":0,)"
       R"("v2QueriesSent":4294967295,"v3QueriesSent":0,"v3GSQueriesSent":0,)"
@@ -170,6 +174,7 @@ TEST(StateJson, whatIsNotKnownIsNull) {
       nlohmann::json::parse(stateJson(StatePart::everything, views, now))["interfaces"][0];
   EXPECT_TRUE(json["address"].is_null());
   EXPECT_TRUE(json["querier"].is_null());
+  EXPECT_TRUE(json["querierUpSeconds"].is_null());
   EXPECT_TRUE(json["nextQuerySeconds"].is_null());
   EXPECT_EQ(json["running"], false);
 }
@@ -182,7 +187,7 @@ TEST(StateJson, aTimeThatHasPassedIsNotNegative) {
   EXPECT_EQ(json["nextQuerySeconds"], 0.0);
 }
 
-// What a copy of an agent's state says: it has neither the address nor whether the querier runs.
+// A copy of an agent that keeps its address and whether its querier runs to itself.
 InterfaceView viewOfACopy() {
   InterfaceView view = interfaceNamed("eth0", IpAddr());
   statusOf(view).stateIs(QuerierStatus::querierStateNonQuerier);
@@ -196,10 +201,10 @@ InterfaceView viewOfACopy() {
 TEST(StateParts, interfacesShowNoAddressesWhereNoneIsKnown) {
   const std::vector views{viewOfACopy()};
   EXPECT_EQ(stateText(StatePart::interfaces, views, now),
-            "INTERFACE  ROLE        QUERIER   VERSION  ROBUSTNESS  INTERVAL  RESPONSE  NEXT QUERY  "
-            "QUERIER LOST  GROUPS\n"
-            "eth0       nonQuerier  10.0.0.1  0        2           2m05s     10s       -           "
-            "1m40s         0\n");
+            "INTERFACE  ROLE        QUERIER   SINCE  VERSION  ROBUSTNESS  INTERVAL  RESPONSE  "
+            "NEXT QUERY  QUERIER LOST  GROUPS\n"
+            "eth0       nonQuerier  10.0.0.1  -      0        2           2m05s     10s       "
+            "-           1m40s         0\n");
   const auto json = nlohmann::json::parse(stateJson(StatePart::interfaces, views, now));
   ASSERT_EQ(json.size(), 1u);
   EXPECT_TRUE(json[0]["address"].is_null());

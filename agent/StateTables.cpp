@@ -30,6 +30,12 @@ Duration timeLeft(const InterfaceView& view, Seconds expiry, Seconds now) {
   return {std::max(expiry - now, 0.0)};
 }
 
+// Since an absolute time; nothing for one that is not known, or when nobody counts any more.
+Duration timePassed(const InterfaceView& view, Seconds since, Seconds now) {
+  if (!view.running || since == 0.0) return {Mox::never};
+  return {std::max(now - since, 0.0)};
+}
+
 // In address order: the collection itself has none.
 std::vector<Ptr<const QuerierSourceStatus>> sourcesOf(const QuerierGroupStatus& group) {
   std::vector<Ilvo::IpAddr> keys = group.source().keys();
@@ -58,6 +64,7 @@ const Columns interfaceColumns{{"interface", "INTERFACE"},
                                {"role"},
                                {nullptr, "ROLE"},
                                {"querier", "QUERIER"},
+                               {"querierUpSeconds", "SINCE"},
                                {"querierVersion", "VERSION"},
                                {"robustness", "ROBUSTNESS"},
                                {"queryIntervalSeconds", "INTERVAL"},
@@ -75,6 +82,7 @@ Cells interfaceCells(const InterfaceView& view, Seconds now) {
           role,
           view.running ? role : "stopped",
           knownAddress(status.electedQuerierAddr()),
+          timePassed(view, view.electedTime, now),
           Mox::U64{status.querierVersion()},
           Mox::U64{status.robustness()},
           Duration{status.queryInterval()},

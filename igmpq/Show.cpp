@@ -75,11 +75,15 @@ class ShowVerb final : public Verb {
     std::vector<Agent::InterfaceView> all;
     for (const auto& [name, copy] : interfaces) {
       if (!words_.empty() && std::ranges::find(words_, name) == words_.end()) continue;
-      all.push_back({.name = name,
-                     .address = {},
-                     .config = copy.config,
-                     .status = copy.status,
-                     .isCopy = true});
+      Agent::InterfaceView view{
+          .name = name, .address = {}, .config = copy.config, .status = copy.status};
+      if (copy.state) {
+        view.address = copy.state->address();
+        view.running = copy.state->running();
+        view.electedTime = copy.state->electedTime();
+      }
+      view.isCopy = !copy.state;
+      all.push_back(view);
     }
     return all;
   }

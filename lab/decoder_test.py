@@ -120,8 +120,11 @@ class DecoderTest(LabTestCase):
         # These are not shown.
         for name in ("creationTime", "startupQueryInterval"): status.pop(name)
         interface.is_equal("counters", status)
-        # Of a copy these are not known.
-        for name in ("address", "running"): self.assertIsNone(interface.fields.pop(name, None))
+        state = decoded["eth0"]["interface"]
+        interface.is_equal("address", state.pop("address"))
+        interface.is_equal("running", state.pop("running"))
+        interface.is_time("querierUpSeconds", interface.now - state.pop("electedTime"))
+        self.assertEqual({"name": "eth0"}, state)
         interface.all_taken()
         self.compare_config(decoded["eth0"]["config"], config)
 

@@ -69,6 +69,10 @@ class VerbsTest(LabTestCase):
         for key in ("role", "querier", "querierVersion", "queryIntervalSeconds", "groupCount"):
             self.assertEqual(state[key], everything[key])
         self.assertLess(0, everything["nextQuerySeconds"])
+        self.assertLess(0, everything["querierUpSeconds"])
+        self.router.down()
+        wait_until(lambda: self.show("interfaces")[0]["running"] is False, 10, "a stopped querier")
+        self.assertIsNone(self.show("interfaces")[0]["nextQuerySeconds"])
         self.assertEqual(2, self.show("counters", "eth0")[0]["joins"])
         self.assertIn(GROUP, self.igmpq("show").stdout)
 

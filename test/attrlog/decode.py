@@ -56,6 +56,8 @@ TYPES = {
         | attributes(261, "compatibilityMode:u32", "creationTime:seconds", "expiryTime:seconds",
                      "lastReporter:addr"),
         (260, "source", "Gmp::Igmp::QuerierSourceStatus")),
+    "Agent::InterfaceState": (
+        attributes(258, "address:addr", "running:flag", "electedTime:seconds"), None),
     "Gmp::Igmp::QuerierSourceStatus": (
         attributes(259, "expired:flag", "creationTime:seconds", "expiryTime:seconds"), None),
 }
@@ -253,7 +255,7 @@ class Log:
         raise LogError("refused: " + fields.value("text"))
 
     def state(self):
-        """By interface: {"config": {...}, "status": {...}}."""
+        """By interface: {"config": {...}, "status": {...}, "interface": {...}}."""
         interfaces = {}
         for number, path in self.paths.items():
             part, _, name = path.partition("/")

@@ -1,4 +1,4 @@
-// Live copies of what an agent serves: configuration and status of each of its interfaces.
+// Live copies of what an agent serves: configuration, status and state of each of its interfaces.
 //
 // Copies outlive connections: what a new connection brings is compared with what is there, so that
 // whoever watches the copies hears of the differences alone. It is the host's loop that moves
@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 
+#include <Agent/InterfaceState.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Mox/Ptr.h>
@@ -34,6 +35,7 @@ class AttrLogCopy {
   struct Interface {
     Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
     Mox::Ptr<Gmp::Igmp::QuerierStatus> status;
+    Mox::Ptr<InterfaceState> state = {};  // null where the agent tells none
     bool configurable = false;  // what is written into this configuration reaches the agent
   };
   using Interfaces = std::map<std::string, Interface>;
@@ -63,7 +65,7 @@ class AttrLogCopy {
   bool connected() const { return connection_ != nullptr; }
   const std::string& path() const { return path_; }
 
-  // Each has both, once it is current.
+  // Each has configuration and status, once it is current.
   const Interfaces& interfaces() const { return interfaces_; }
   // Has the agent answer; to be called while connected.
   void ask(Mox::U32 token);

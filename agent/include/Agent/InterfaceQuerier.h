@@ -16,6 +16,7 @@
 
 #include <Agent/Event.h>
 #include <Agent/FramePort.h>
+#include <Agent/InterfaceState.h>
 #include <Agent/LinkTable.h>
 #include <Agent/StateReport.h>
 #include <Agent/StatusWatcher.h>
@@ -53,6 +54,7 @@ class InterfaceQuerier final : private FrameReceiver {
   const std::string& name() const { return setup_.name; }
   const Mox::Ptr<Gmp::Igmp::QuerierConfig>& config() const { return setup_.config; }
   const Mox::Ptr<Gmp::Igmp::QuerierStatus>& status() const { return status_; }
+  const Mox::Ptr<InterfaceState>& state() const { return state_; }
 
   // What the kernel says of the interface now; null when there is none of that name.
   void linkIs(const Link* link);
@@ -64,6 +66,7 @@ class InterfaceQuerier final : private FrameReceiver {
 
  private:
   class Output;
+  class Election;
   enum class Presence { unknown, up, down, gone };
 
   void start();
@@ -83,6 +86,8 @@ class InterfaceQuerier final : private FrameReceiver {
   const Services& services_;
   const Setup setup_;
   const Mox::Ptr<Gmp::Igmp::QuerierStatus> status_;
+  const Mox::Ptr<InterfaceState> state_;
+  const std::unique_ptr<Election> election_;
   StatusWatcher watcher_;
   Link link_;  // as it was told last
   Presence presence_ = Presence::unknown;

@@ -28,7 +28,8 @@ struct InterfaceView {
   Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
   bool running = true;
-  bool isCopy = false;  // of another process's state: address and running are not known
+  bool isCopy = false;  // of another process's state, which keeps address and running to itself
+  Mox::Seconds electedTime = 0.0;  // since when the elected querier is; 0 when that is not known
 };
 
 // JSON of everything is one line with "event": "state", so that it may stand among events; of a
