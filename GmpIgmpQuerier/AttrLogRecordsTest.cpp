@@ -1,10 +1,12 @@
 // The records of the four entities, as a peer reads them.
 #include <algorithm>
+#include <concepts>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include <Mox/ActivityClock.h>
+#include <Mox/NboAttrLog/EntitySa.h>
 #include <Mox/NboAttrLog/Session.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -269,6 +271,42 @@ TEST_F(AttrLogRecordsTest, lastMemberQueryTimeIsNotSent) {
   lines();
   config_->lastMemberQueryCountIs(3);
   EXPECT_THAT(lines(), ElementsAre("265=3"));
+}
+
+// Each entity type names its adapter, which does without a connection.
+template <class E>
+class AttrLogAdapterTest : public testing::Test {};
+using EntityTypes =
+    testing::Types<QuerierConfig, QuerierStatus, QuerierGroupStatus, QuerierSourceStatus>;
+TYPED_TEST_SUITE(AttrLogAdapterTest, EntityTypes);
+
+template <class E>
+Ptr<E> made() {
+  if constexpr (std::constructible_from<E, IpAddr>) {
+    return Mox::makePtr<E>(groupA);
+  } else if constexpr (std::constructible_from<E, Mox::Name>) {
+    return Mox::makePtr<E>("vlan10");
+  } else {
+    return Mox::makePtr<E>();
+  }
+}
+
+TYPED_TEST(AttrLogAdapterTest, announcesAnEntityAndSendsWhatIsDirtyFromAnIdentifierOn) {
+  using Sa = typename TypeParam::MoxNboAttrLogSa;
+  const auto entity = made<TypeParam>();
+  Mox::NboAttrLog::OutStream out;
+  auto flow = Sa::FlowOut::everythingOf(entity->type());
+  Sa adapter(out, *entity, flow, {.root = 1});
+  adapter.doSerializeOrphan("path", false);
+  const std::string announced(reinterpret_cast<const char*>(out.pending().data()),
+                              out.pending().size());
+  EXPECT_NE(announced.find(TypeParam::entityTypeName), std::string::npos);
+  const Mox::AttrId last = entity->type().attrs.back().id;
+  ASSERT_TRUE(adapter.handleAttrFlowOut(last));
+  EXPECT_FALSE(flow.attrDirty(last));
+  EXPECT_TRUE(flow.hasDirtyAttributes());  // those in front
+  ASSERT_TRUE(adapter.handleAttrFlowOut());
+  EXPECT_FALSE(flow.hasDirtyAttributes());
 }
 
 TEST(AttrLogEntitiesTest, receivedConfigurationIsNotSentBack) {

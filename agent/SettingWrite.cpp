@@ -123,8 +123,9 @@ void SettingWrite::writeOne(QuerierConfig& config, const Setting& setting) {
 void SettingWrite::write(QuerierConfig& config) const {
   std::vector<Setting> left = settings_;
   // What stands for a part of the query interval comes after the interval that it is a part of.
-  std::ranges::stable_partition(
-      left, [](const Setting& setting) { return !isStartupPart(*setting.attr, setting.value); });
+  std::stable_partition(left.begin(), left.end(), [](const Setting& setting) {
+    return !isStartupPart(*setting.attr, setting.value);
+  });
   while (!left.empty()) {
     auto next = std::ranges::find_if(left, [&](const Setting& setting) {
       const Ptr<QuerierConfig> after = copyOf(config);

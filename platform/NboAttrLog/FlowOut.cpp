@@ -68,7 +68,9 @@ std::vector<U32> FlowOut::Members::leafKeys() const {
   std::vector<U32> keys;
   keys.reserve(leaves_.size());
   for (const auto& leaf : leaves_) keys.push_back(leaf.key.value());
-  if (!keys.empty()) std::ranges::rotate(keys, keys.begin() + leavesTaken_ % keys.size());
+  if (keys.empty()) return keys;
+  const auto first = static_cast<std::ptrdiff_t>(leavesTaken_ % keys.size());
+  std::rotate(keys.begin(), keys.begin() + first, keys.end());
   return keys;
 }
 
