@@ -50,7 +50,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
       Mox::Attr{"address", &Self::address_, &Self::addressIs, &NotifieeConst::onAddress},
       Mox::Attr{"running", &Self::running_, &Self::runningIs, &NotifieeConst::onRunning},
       Mox::Attr{"electedTime", &Self::electedTime_, &Self::electedTimeIs,
-                &NotifieeConst::onElectedTime},
+                &NotifieeConst::onElectedTime, Mox::Unit::time},
   };
 };
 
