@@ -73,6 +73,7 @@ int command(int argc, const char* const* argv) {
     verbs.push_back(Igmpq::showVerb(app));
     verbs.push_back(Igmpq::watchVerb(app));
     verbs.push_back(Igmpq::setVerb(app));
+    verbs.push_back(Igmpq::typesVerb(app));
     verbs.push_back(Igmpq::replayVerb(app));
     app.parse(argc, argv);
     return runVerbOf(verbs);

@@ -16,7 +16,8 @@
 //   Piece       member                   a timer or another part that cannot be written
 //   Operation   call                     can be called, with one argument at most
 //
-// A row of seconds that are a time on the activity clock says Unit::time, one of bytes Unit::bytes.
+// A row whose Seconds are a time on the activity clock says so by Unit::time, one of bytes by
+// Unit::bytes.
 //
 //   static constexpr Mox::AttrTable attributes{
 //       Mox::Key{"groupAddr", &Self::groupAddr_},
@@ -37,8 +38,8 @@ inline constexpr AttrId entityFirstAttrId = 257;
 
 enum class AttrKind : U8 { key, stored, counter, derived, collection, constant, piece, operation };
 
-// What a value counts, where its type does not say it: a number of seconds is a duration.
-enum class Unit : U8 { byType, time, bytes };
+// What a value counts, where its type does not say it: a value of type Seconds is a duration.
+enum class Unit : U8 { byType, seconds, time, bytes };
 
 template <class K, class V>
 class HashMap;

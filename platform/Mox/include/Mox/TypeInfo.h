@@ -48,6 +48,7 @@ struct AttrInfo {
   // Calls the operation with the address of its argument; without a parameter that is ignored.
   Value (*call)(Object&, const void* argument) = nullptr;
   const std::type_info* parameter = nullptr;
+  const char* parameterName = "";
 };
 
 // How the members of a collection are reached by key.
@@ -191,6 +192,7 @@ struct RowAccess {
     };
     if constexpr (!std::is_void_v<R>) info.typeName = typeNameOf<R>();
     ((info.parameter = &typeid(std::remove_cvref_t<Arg>)), ...);
+    ((info.parameterName = typeNameOf<Arg>()), ...);
   }
 
   static constexpr AttrInfo info(AttrId id) {

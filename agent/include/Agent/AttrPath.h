@@ -1,0 +1,44 @@
+// Objects and their attributes by path, as `igmpq get` reads them: from a root through collections
+// and attributes that hold other objects, to an object, a value or the keys of a collection.
+//
+//   const ObjectRoots roots{{"status/eth0", status}, {"querierSm/eth0", querier}};
+//   readPath(roots, "status/eth0/group[239.1.1.1]/expiryTime").text    // "1260.5"
+//   completions(roots, "status/eth0/qu")                               // paths that begin so
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <Mox/Object.h>
+#include <Mox/Ptr.h>
+#include <nlohmann/json.hpp>
+
+namespace Agent {
+
+using ObjectRoots = std::vector<std::pair<std::string, Mox::Ptr<const Mox::Object>>>;
+
+// Nothing is there; the text says what is.
+class PathError final : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What a path leads to. An object's values are those of its attributes by their names, of which one
+// that holds another object is that object's name, and a collection the number of its members. A
+// collection's are its keys, and past `mostKeys` there is a last text that says how many more.
+struct PathContent {
+  nlohmann::ordered_json value;
+  nlohmann::ordered_json text;  // the same with every value as people read it
+};
+inline constexpr size_t mostKeys = 10'000;
+
+PathContent readPath(const ObjectRoots& roots, std::string_view path);
+
+// Paths that begin so, at most `mostCompletions`.
+inline constexpr size_t mostCompletions = 1'000;
+std::vector<std::string> completions(const ObjectRoots& roots, std::string_view prefix);
+
+}  // namespace Agent
