@@ -154,8 +154,9 @@ class VerbTest(unittest.TestCase):
         self.assertEqual(set(names), factory)
 
     def test_operations_are_those_of_a_querier(self):
-        header = ROOT / "GmpIgmpQuerierSm/include/GmpIgmpQuerierSm/QuerierSm.h"
-        operations = re.findall(r'Operation<QuerierSm>\{"(\w+)"', header.read_text("utf-8"))
+        [machine] = json.loads(run([COMMAND, "types", "QuerierSm", "--json"]).stdout)
+        operations = [attribute["name"] for attribute in machine["attributes"]
+                      if attribute["kind"] == "operation" and attribute["parameter"] is None]
         page = "\n".join(Page("igmpq-call.1").section("DESCRIPTION"))
         self.assertEqual(sorted(operations), sorted(re.findall(r"^\.It Cm (\w+)$", page, re.M)))
 

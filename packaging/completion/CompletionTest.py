@@ -150,7 +150,9 @@ class CompletionTest(unittest.TestCase):
     @unittest.skipUnless("types" in verbs(), "no verb types")
     def test_types(self):
         found = self.offered("igmpq types Gmp::Igmp::QuerierStat")
-        self.assertEqual({"QuerierStatus"}, {offer.rpartition(":")[2] for offer in found})
+        self.assertEqual({"QuerierStatus", "QuerierState"},
+                         {offer.rpartition(":")[2] for offer in found})
+        self.assertEqual(set(), self.offered("igmpq types Ilvo"))
 
     @unittest.skipUnless(SHELL is Bash, "only bash takes words apart")
     def test_words_that_are_not_taken_apart_are_offered_whole(self):

@@ -54,7 +54,7 @@ _igmpq_handles() {
 }
 
 _igmpq_types() {
-  _igmpq_ask types --json | grep -o '"[A-Za-z0-9]\+\(::[A-Za-z0-9]\+\)\+"' | tr -d '"' | sort -u
+  _igmpq_ask types | sed -e 1d -e 's/ .*//'
 }
 
 # What may stand for the value of an option that is no file.
