@@ -6,6 +6,7 @@
 #include <csignal>
 #include <stdexcept>
 
+#include <Agent/AttrLogSocket.h>
 #include <Agent/PacketPort.h>
 #include <Mox/ActivityClock.h>
 
@@ -13,10 +14,28 @@ namespace Agent {
 
 using Mox::Seconds;
 
+namespace {
+
+// Who did not ask for a server in particular can do without: it is told of, and null.
+template <class Server, class Make>
+std::unique_ptr<Server> serveOrTell(bool required, EventSink& sink, Make make) {
+  try {
+    return make();
+  } catch (const std::runtime_error& error) {
+    if (required) throw;
+    Event event{.time = Mox::now(), .kind = Event::error};
+    event.text = error.what();
+    sink.event(event);
+    return nullptr;
+  }
+}
+
+}  // namespace
+
 AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
     : wheel_(Mox::makePtr<Obel::TimerWheel>(Mox::now())),
       onStateWanted_(setup.onStateWanted),
-      attrLog_(served(setup, sink)),
+      attrLog_(attrLogServed(setup, sink)),
       services_{.wheel = wheel_,
                 .turn = [this] { turn(); },
                 .openPort =
@@ -26,6 +45,7 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
                 .sink = sink,
                 .tellQueries = setup.tellQueries,
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
+      requests_(requestsServed(setup, sink)),
       links_(io_, [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1}) signals_.add(number);
   waitForSignal();
@@ -39,21 +59,28 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
 
 AgentLoop::~AgentLoop() = default;
 
-std::unique_ptr<AttrLogServer> AgentLoop::served(const Setup& setup, EventSink& sink) {
+std::unique_ptr<AttrLogServer> AgentLoop::attrLogServed(const Setup& setup, EventSink& sink) {
   if (!setup.attrLog) return nullptr;
-  const auto turned = [this] {
-    turn();
-    for (const auto& querier : queriers_) querier->flush();
-  };
-  try {
-    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, turned);
-  } catch (const std::runtime_error& error) {
-    if (setup.attrLogRequired) throw;
-    Event event{.time = Mox::now(), .kind = Event::error};
-    event.text = error.what();
-    sink.event(event);
-    return nullptr;
-  }
+  return serveOrTell<AttrLogServer>(setup.attrLogRequired, sink, [&] {
+    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, [this] { turnAndTell(); });
+  });
+}
+
+std::unique_ptr<RequestServer> AgentLoop::requestsServed(const Setup& setup, EventSink& sink) {
+  if (attrLog_ == nullptr) return nullptr;
+  const RequestServices services{.queriers =
+                                     [this] {
+                                       RequestServices::Queriers all;
+                                       for (const auto& querier : queriers_) {
+                                         all.emplace(querier->name(), querier->querier());
+                                       }
+                                       return all;
+                                     },
+                                 .turn = [this] { turnAndTell(); }};
+  return serveOrTell<RequestServer>(setup.attrLogRequired, sink, [&] {
+    return std::make_unique<RequestServer>(io_, requestSocketPath(setup.attrLog->path), wheel_,
+                                           services);
+  });
 }
 
 void AgentLoop::publish(const InterfaceQuerier& querier) {
@@ -65,7 +92,12 @@ void AgentLoop::publish(const InterfaceQuerier& querier) {
   directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
 }
 
-void AgentLoop::run() { io_.run(); }
+// Each round is what came of one packet, timer or client.
+void AgentLoop::run() {
+  while (io_.run_one() != 0) {
+    if (requests_) requests_->followUp();
+  }
+}
 
 std::vector<InterfaceView> AgentLoop::views() const {
   std::vector<InterfaceView> all;
@@ -103,6 +135,11 @@ void AgentLoop::turn() {
     for (const auto& querier : queriers_) querier->flush();
   }
   sleepUntilDue();
+}
+
+void AgentLoop::turnAndTell() {
+  turn();
+  for (const auto& querier : queriers_) querier->flush();
 }
 
 void AgentLoop::sleepUntilDue() {

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/un.h>
 
+#include <Agent/LocalConnect.h>
 #include <Mox/NboAttrLog/Session.h>
 #include <Mox/NboAttrLog/SocketInSm.h>
 #include <Mox/NboAttrLog/SocketOutSm.h>
@@ -27,27 +27,6 @@ namespace {
 constexpr std::string_view configFolder = "config/";
 constexpr std::string_view statusFolder = "status/";
 constexpr std::string_view stateFolder = "interface/";
-
-std::string whyNotConnected(const std::string& path, const boost::system::error_code& failed) {
-  using boost::system::errc::connection_refused;
-  using boost::system::errc::no_such_file_or_directory;
-  using boost::system::errc::not_a_directory;
-  using boost::system::errc::permission_denied;
-  if (failed == no_such_file_or_directory || failed == connection_refused ||
-      failed == not_a_directory) {
-    return fmt::format(
-        "no agent is running: nobody serves {}; start one with `sudo igmpq run`, or name another "
-        "one's with --socket",
-        path);
-  }
-  if (failed == permission_denied) {
-    return fmt::format(
-        "not permitted to connect to the agent at {}: be root, or of the user or the group that it "
-        "runs as",
-        path);
-  }
-  return fmt::format("cannot connect to the agent at {}: {}", path, failed.message());
-}
 
 }  // namespace
 
@@ -191,13 +170,9 @@ AttrLogCopy::~AttrLogCopy() {
 }
 
 void AttrLogCopy::connect() {
-  if (path_.size() >= sizeof(sockaddr_un::sun_path)) {
-    throw AttrLogError(fmt::format("{} is too long for the path of a socket", path_));
-  }
   stream_protocol::socket socket(io_);
-  boost::system::error_code failed;
-  socket.connect(stream_protocol::endpoint(path_), failed);
-  if (failed) throw AttrLogError(whyNotConnected(path_, failed));
+  const std::string why = connectToAgent(socket, path_);
+  if (!why.empty()) throw AttrLogError(why);
   connection_ = std::make_shared<Connection>(*this, std::move(socket));
   connection_->start();
 }

@@ -1,66 +1,27 @@
 #include "AttrLogPeer.h"
 
-#include <algorithm>
 #include <utility>
-#include <vector>
 
-#include <fmt/format.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <Agent/ConfigWrites.h>
 #include <Mox/ActivityClock.h>
 #include <boost/asio/post.hpp>
 
+#include "LocalPeer.h"
+
 namespace Agent {
 
 using Mox::NboAttrLog::Moved;
-using Mox::NboAttrLog::Rights;
-
-namespace {
-
-ucred credentials(int fd) {
-  ucred peer{};
-  socklen_t length = sizeof(peer);
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
-    peer.uid = static_cast<uid_t>(-1);
-    peer.gid = static_cast<gid_t>(-1);
-  }
-  return peer;
-}
-
-bool inGroup(int fd, gid_t group) {
-  std::vector<gid_t> groups(NGROUPS_MAX);
-  auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) return false;
-  groups.resize(length / sizeof(gid_t));
-  return std::ranges::find(groups, group) != groups.end();
-}
-
-// Root, and the user and the group that the agent itself runs as.
-Rights rightsOf(int fd) {
-  const ucred peer = credentials(fd);
-  const bool may =
-      peer.uid == 0 || peer.uid == geteuid() || peer.gid == getegid() || inGroup(fd, getegid());
-  return may ? Rights::configure : Rights::read;
-}
-
-std::string nameOf(int fd) {
-  const ucred peer = credentials(fd);
-  return fmt::format("user {} (process {})", peer.uid, peer.pid);
-}
-
-}  // namespace
 
 AttrLogServer::Peer::Peer(AttrLogServer& server, Socket socket)
     : server_(server),
       socket_(std::move(socket)),
-      name_(nameOf(socket_.native_handle())),
+      name_(peerName(socket_.native_handle())),
       connectedSince_(Mox::now()),
       session_(
           *this,
-          {.name = "igmpq run", .peerName = name_, .rights = rightsOf(socket_.native_handle())},
+          {.name = "igmpq run", .peerName = name_, .rights = peerRights(socket_.native_handle())},
           &server.directory_),
       out_(Mox::makePtr<Mox::NboAttrLog::StreamSocketOutSm>(socket_.native_handle(),
                                                             session_.stream())),

@@ -15,7 +15,7 @@ namespace Agent {
 class AttrLogServer::Peer final : public std::enable_shared_from_this<Peer>,
                                   private Mox::NboAttrLog::SessionHost {
  public:
-  using Socket = boost::asio::local::stream_protocol::socket;
+  using Socket = LocalListener::Socket;
 
   Peer(AttrLogServer& server, Socket socket);
 

@@ -1,12 +1,9 @@
 #include <Agent/AttrLogServer.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <stdexcept>
 #include <utility>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
@@ -15,7 +12,6 @@
 
 namespace Agent {
 
-using boost::asio::local::stream_protocol;
 using Mox::Seconds;
 
 namespace {
@@ -42,18 +38,6 @@ class NoSocketYet final : public Mox::NboAttrLog::SocketOutSm {
   int connectionFd() const override { return -1; }
 };
 
-[[noreturn]] void fail(const std::string& path, const std::string& why) {
-  throw std::runtime_error(fmt::format("cannot serve the attribute log at {}: {}", path, why));
-}
-
-// A socket file that nobody listens at is what an agent that was killed left behind.
-void removeStale(boost::asio::io_context& io, const std::string& path) {
-  boost::system::error_code failed;
-  stream_protocol::socket(io).connect(stream_protocol::endpoint(path), failed);
-  if (!failed) fail(path, "another agent serves there; choose another path with --socket");
-  if (failed == boost::system::errc::connection_refused) std::filesystem::remove(path);
-}
-
 }  // namespace
 
 AttrLogServer::AttrLogServer(boost::asio::io_context& io, Setup setup,
@@ -63,54 +47,24 @@ AttrLogServer::AttrLogServer(boost::asio::io_context& io, Setup setup,
       setup_(std::move(setup)),
       turn_(std::move(turn)),
       monitor_(Gmp::Igmp::gmpAttrLogSmFactory(Mox::makePtr<NoSocketYet>())),
-      acceptor_(io),
+      listener_(io, {.path = setup_.path, .what = "the attribute log"}, wheel,
+                [this](LocalListener::Socket socket) { letIn(std::move(socket)); }),
       care_(wheel, *this) {
-  listen();
-  accept();
   care_.timeMinIs(Mox::now() + careInterval);
 }
 
 AttrLogServer::~AttrLogServer() {
   monitor_->attrLogSockFdIs(-1);
   for (const auto& peer : peers_) peer->close();
-  std::error_code ignored;
-  std::filesystem::remove(setup_.path, ignored);
 }
 
-void AttrLogServer::listen() {
-  const std::string& path = setup_.path;
-  if (path.size() >= 108) fail(path, "the path is too long for a socket");
-  try {
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    removeStale(io_, path);
-    acceptor_.open();
-    acceptor_.bind(stream_protocol::endpoint(path));
-    std::filesystem::permissions(path, std::filesystem::perms(0660));
-    acceptor_.listen();
-  } catch (const std::system_error& error) {
-    fail(path, error.code().message());
-  }
-}
-
-// Without a free descriptor the next one is taken in when the care comes round: the kernel keeps
-// it.
-void AttrLogServer::accept() {
-  acceptor_.async_accept(
-      [this](const boost::system::error_code& failed, stream_protocol::socket socket) {
-        if (failed == boost::asio::error::operation_aborted) return;  // the server has gone
-        if (failed) {
-          acceptLater_ = true;
-          return;
-        }
-        peers_.push_back(std::make_shared<Peer>(*this, std::move(socket)));
-        peers_.back()->start();
-        accept();
-      });
+void AttrLogServer::letIn(LocalListener::Socket socket) {
+  peers_.push_back(std::make_shared<Peer>(*this, std::move(socket)));
+  peers_.back()->start();
 }
 
 void AttrLogServer::handleCare() {
   care_.timeMinIs(Mox::now() + careInterval);
-  if (std::exchange(acceptLater_, false)) accept();
   const Seconds now = Mox::now();
   for (const auto& peer : std::vector(peers_)) {
     if (peer->stalledSince() + setup_.stallTimeout <= now) {

@@ -26,4 +26,11 @@ std::string servedAttrLogSocketPath() {
   return !own.empty() && std::filesystem::exists(own, failed) ? own : rootPath;
 }
 
+std::string requestSocketPath(const std::string& attrLogPath) {
+  std::filesystem::path path(attrLogPath);
+  if (path.filename() == "attrlog.sock") return path.replace_filename("request.sock");
+  if (path.extension() == ".request") return attrLogPath + ".request";  // two sockets, two names
+  return path.replace_extension(".request");
+}
+
 }  // namespace Agent

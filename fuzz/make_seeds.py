@@ -258,6 +258,27 @@ ATTR_LOGS = {
     "too-long": bytes([READER]) + b"\xff\xff\1",
 }
 
+# Requests: the first byte says who asks, in pieces of which size, and whether more is traced later.
+MAY, TRACES = 0x80, 0x40
+CALL = b'{"op":"call","interface":"eth0","operation":"%s"}\n'
+REQUEST_LINES = {
+    "calls": bytes([MAY | 7]) + CALL % b"clearCounters" + CALL % b"becomeQuerier" +
+             CALL % b"handleInitialized" + CALL % b"explode",
+    "calls-of-a-reader": bytes([7]) + CALL % b"clearCounters" + b'{"op":"traceLevel","level":9}\n',
+    "levels": bytes([MAY | 1]) + b'{"op":"traceLevel","level":8}\n{"op":"traceHandles"}\n'
+              b'{"op":"traceLevel","handle":"IgmpPacket","level":-1}\r\n{"op":"traceLevel"}\n'
+              b'{"op":"traceLevel","level":1e1}\n'
+              b'{"op":"traceLevel","level":18446744073709551615}\n',
+    "dump": bytes([MAY | TRACES | 63]) + b'{"op":"trace","handle":"Fuzz"}\n{"op":"trace"}\n',
+    "follow": bytes([TRACES | 63]) + b'{"op":"trace","handle":"Fuzz","follow":true}\n{"op":"x"}\n',
+    "other-keys": bytes([MAY | 63]) + b'{"op":"trace","handle":null,"\\u0000":[[{}]]}\n{}\n'
+                  b'{"op":"trace","op":"call"}\n{"op":7}\n',
+    "no-object": bytes([MAY | 63]) + b'{"op":"traceHandles"}\n[1]\n' + CALL % b"clearCounters",
+    "bad-text": bytes([MAY | 63]) + b'{"op":"tr\xc0"}\n',
+    "deep": bytes([63]) + b"[" * 3000 + b"\n",
+    "long": bytes([63]) + b" " * 4000,
+}
+
 
 def main():
     for name, description in QUERIES.items():
@@ -275,6 +296,8 @@ def main():
         write("CaptureFuzz", name, content)
     for name, content in ATTR_LOGS.items():
         write("AttrLogFuzz", name, content)
+    for name, content in REQUEST_LINES.items():
+        write("RequestFuzz", name, content)
     for name, text in SETTINGS.items():
         write("SettingsFuzz", name, text)
 

@@ -3,6 +3,7 @@
     python3 CommandTest.py IGMPQ
 """
 import contextlib
+import json
 import socket
 import struct
 import subprocess
@@ -38,9 +39,9 @@ def agent_with_eth0(may_configure):
 
 
 @contextlib.contextmanager
-def served():
+def served(name="agent.sock"):
     with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX) as server:
-        server.bind(folder + "/agent.sock")
+        server.bind(f"{folder}/{name}")
         server.settimeout(60)
         server.listen()
         yield server
@@ -59,7 +60,8 @@ class CommandTest(unittest.TestCase):
 
     def test_help_fits_on_one_screen_and_begins_with_examples(self):
         for arguments in (["--help"], ["run", "--help"], ["replay", "--help"], ["show", "--help"],
-                          ["watch", "--help"], ["set", "--help"]):
+                          ["watch", "--help"], ["set", "--help"], ["call", "--help"],
+                          ["trace", "--help"]):
             done = igmpq(*arguments)
             self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
             self.assertLessEqual(len(done.stdout.splitlines()), 50, arguments)
@@ -103,6 +105,66 @@ class CommandTest(unittest.TestCase):
             self.assertEqual((done.returncode, done.stdout), (1, ""), arguments)
             self.assertIn(f"igmpq: no agent is running: nobody serves {NOWHERE}; start one with "
                           "`sudo igmpq run`", done.stderr)
+
+    def test_requests_look_beside_the_attribute_log(self):
+        for arguments in (["call", "eth0", "clearCounters"], ["trace"], ["trace", "--follow"],
+                          ["trace", "--handles", "--json"], ["trace", "--level", "-1"]):
+            for given, served_at in ((NOWHERE, "/nonexistent/request.sock"),
+                                     ("/nonexistent/1.sock", "/nonexistent/1.request")):
+                done = igmpq(*arguments, "--socket", given)
+                self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
+                self.assertIn(f"igmpq: no agent is running: nobody serves {served_at}; start one",
+                              done.stderr)
+
+    def test_requests_that_cannot_be_are_bad_use_before_any_agent_is_looked_for(self):
+        for arguments, told in (
+                (["call", "eth0"], "OPERATION is required"),
+                (["call"], "INTERFACE is required"),
+                (["trace", "--level", "10"], "--level 10: must be from -1 to 9"),
+                (["trace", "--level", "-2"], "--level -2: must be from -1 to 9"),
+                (["trace", "--level", "x"], "--level x: not a whole number; must be from -1 to 9"),
+                (["trace", "--handles", "--follow"], "--follow excludes --handles")):
+            done = igmpq(*arguments, "--socket", NOWHERE)
+            self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
+            self.assertIn(told, done.stderr)
+
+    def test_what_the_agent_says_of_a_request_decides_how_the_command_ends(self):
+        trace = {"time": 12.5, "level": 3, "handle": "Some", "text": "words"}
+        line = json.dumps(trace).encode() + b"\n"
+        for arguments, answer, status, output, errors in (
+                (["call", "eth0", "x"], b"{}\n", 0, "", ""),
+                (["call", "eth0", "x"], b'{"error":"not now"}\n', 1, "", "igmpq: not now\n"),
+                (["call", "eth0", "x"], b'{"error":"what?","badUse":true}\n', 2, "",
+                 "igmpq: what?\n"),
+                (["call", "eth0", "x"], b"", 1, "", "igmpq: the agent has gone\n"),
+                (["call", "eth0", "x"], b"[]\n", 1, "", "is not understood"),
+                (["trace"], line + b'{"lost":7}\n' + line + b'{"end":true}\n', 0,
+                 "12.500000  3 Some             words\n" * 2, "igmpq: 7 lines are lost"),
+                (["trace", "--json"], b'{"lost":7}\n{"end":true}\n', 0, '{"lost":7}\n', ""),
+                (["trace"], line, 1, "12.500000  3 Some             words\n",
+                 "igmpq: the agent has gone\n"),
+                (["trace"], b'{"time":null}\n', 1, "", "is not understood"),
+                (["trace", "--handles"], b'{"handles":[{"name":"Some","level":-1}]}\n', 0,
+                 "Some             -1\n", ""),
+                (["trace", "--level", "8"], b'{"error":"not you"}\n', 1, "", "igmpq: not you\n")):
+            with self.subTest(arguments=arguments, answer=answer):
+                done = self.answered(arguments, answer)
+                self.assertEqual((status, output), (done.returncode, done.stdout))
+                self.assertIn(errors, done.stderr)
+                self.assertEqual(errors == "", done.stderr == "")
+
+    def answered(self, arguments, answer):
+        """The command against an agent that says this to its first request, then goes."""
+        with served("agent.request") as server, subprocess.Popen(
+                [COMMAND, *arguments, "--socket", server.getsockname()[:-8] + ".sock"], text=True,
+                stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+            connection, _ = server.accept()
+            with connection:
+                connection.settimeout(60)
+                self.assertTrue(connection.recv(65536).endswith(b"}\n"))
+                connection.sendall(answer)
+            output, errors = process.communicate(timeout=60)
+            return subprocess.CompletedProcess(arguments, process.returncode, output, errors)
 
     def test_what_serves_no_attribute_log_is_not_understood(self):
         with served() as server:

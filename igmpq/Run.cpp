@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -18,6 +19,7 @@
 #include <Agent/OptionNumber.h>
 #include <Agent/Privileges.h>
 #include <Agent/QuerierSettings.h>
+#include <Agent/TraceText.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/HashMap.h>
 
@@ -98,6 +100,7 @@ class RunVerb final : public Verb {
       settings_.apply(*config);
       setup.interfaces.push_back({name, config, settings_.boundary()});
     }
+    Agent::fatalTraceFolderIs(traceFolder());
     std::optional<AgentLoop> loop;
     setup.onStateWanted = [&] { print(*loop); };
     loop.emplace(setup, *sink);
@@ -148,6 +151,12 @@ class RunVerb final : public Verb {
     const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
     if (path.empty()) return std::nullopt;
     return Agent::AttrLogServer::Setup{.path = path, .stallTimeout = stallTimeout_};
+  }
+
+  // Beside the socket, where others look for this agent.
+  std::string traceFolder() const {
+    const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
+    return std::filesystem::path(path).parent_path();
   }
 
   // As they were named, each once.

@@ -62,6 +62,8 @@ int command(int argc, const char* const* argv) {
       "  igmpq show groups                   what a running one knows\n"
       "  igmpq watch                         what happens there\n"
       "  sudo igmpq set eth0 query-interval=60\n"
+      "  sudo igmpq call eth0 clearCounters\n"
+      "  igmpq trace --follow                what it records of its own doings\n"
       "  igmpq replay trace.pcap --address 10.0.0.1\n"
       "                                      what a querier would have made of a capture\n"
       "Signals to `igmpq run`: USR1 prints the state, INT and TERM end it with the state.\n"
@@ -73,6 +75,8 @@ int command(int argc, const char* const* argv) {
     verbs.push_back(Igmpq::showVerb(app));
     verbs.push_back(Igmpq::watchVerb(app));
     verbs.push_back(Igmpq::setVerb(app));
+    verbs.push_back(Igmpq::callVerb(app));
+    verbs.push_back(Igmpq::traceVerb(app));
     verbs.push_back(Igmpq::typesVerb(app));
     verbs.push_back(Igmpq::replayVerb(app));
     app.parse(argc, argv);

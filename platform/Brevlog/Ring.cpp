@@ -1,6 +1,7 @@
 #include <Brevlog/Ring.h>
 
 #include <bit>
+#include <utility>
 
 #include <Mox/Fatal.h>
 
@@ -63,6 +64,23 @@ Ring::Header Ring::headerAt(Mox::U64 position) const {
   std::memcpy(&header.formatter, at(position), sizeof header.formatter);
   if (header.formatter != nullptr) std::memcpy(&header, at(position), sizeof header);
   return header;
+}
+
+Mox::U64 Ring::Reader::position() {
+  skipOverwritten();
+  return passed_;
+}
+
+Mox::U64 Ring::Reader::takeLost() {
+  skipOverwritten();
+  return std::exchange(lost_, 0);
+}
+
+void Ring::Reader::skipOverwritten() {
+  if (at_ >= ring_.tail_) return;
+  lost_ += ring_.overwritten_ - passed_;
+  at_ = ring_.tail_;
+  passed_ = ring_.overwritten_;
 }
 
 }  // namespace Brevlog

@@ -33,6 +33,20 @@ class RingModel {
     }
   }
 
+  // Reads some of what is there; nothing is skipped but what is counted as lost.
+  void readSome() {
+    unread_ += reader_.takeLost();
+    ASSERT_EQ(unread_, reader_.position());
+    for (unsigned wanted = random_() % 8; wanted > 0; --wanted) {
+      std::string text;
+      const bool read = reader_.next([&](const Ring::Line& line) { text = line.text(); });
+      ASSERT_EQ(read, unread_ < model_.size());
+      if (!read) return;
+      ASSERT_EQ(text, model_[unread_].text);
+      ++unread_;
+    }
+  }
+
   // What is there is the newest of what was recorded, none of it too few.
   void check() const {
     std::deque<std::string> texts;
@@ -67,6 +81,8 @@ class RingModel {
   }
 
   Ring ring_;
+  Ring::Reader reader_{ring_};
+  size_t unread_ = 0;  // the first record that it has not read
   std::mt19937 random_;
   std::deque<Expected> model_;
   size_t biggest_ = 0;
@@ -79,6 +95,7 @@ TEST(RingModelTest, holdsTheNewestRecordsWhateverTheirSizes) {
     for (int i = 0; i < 300; ++i) {
       model.recordAny();
       model.check();
+      if (i % 3 == 0) model.readSome();
       if (HasFatalFailure()) return;
     }
   }

@@ -117,6 +117,46 @@ TEST(Ring, wrapsAroundAtEveryOffset) {
   }
 }
 
+Texts readFrom(Ring::Reader& reader) {
+  Texts texts;
+  while (reader.next([&](const Ring::Line& line) { texts.push_back(line.pieces()); })) {
+  }
+  return texts;
+}
+
+TEST(RingReader, readsEachRecordOnceHoweverOftenItIsAsked) {
+  Ring ring(1024);
+  ring.record(1, "f", 1.0, "old");
+  Ring::Reader reader(ring);
+  EXPECT_EQ(readFrom(reader), Texts{"old"});
+  EXPECT_EQ(readFrom(reader), Texts{});
+  ring.record(1, "f", 2.0, "new");
+  ring.record(1, "f", 3.0, "newer");
+  EXPECT_EQ(readFrom(reader), (Texts{"new", "newer"}));
+  EXPECT_EQ(reader.position(), ring.recorded());
+  EXPECT_EQ(reader.takeLost(), 0u);
+}
+
+TEST(RingReader, countsWhatWasOverwrittenBeforeItWasRead) {
+  Ring ring(128);
+  for (const char* text : {"a", "b", "c"}) ring.record(1, "f", 1.0, text);  // of 40 bytes each
+  Ring::Reader reader(ring);
+  reader.next([](const Ring::Line& line) { EXPECT_EQ(line.pieces(), "a"); });
+  for (const char* text : {"d", "e", "f"}) ring.record(1, "f", 1.0, text);
+  EXPECT_EQ(reader.takeLost(), 2u);
+  EXPECT_EQ(reader.takeLost(), 0u);
+  EXPECT_EQ(readFrom(reader), (Texts{"d", "e", "f"}));
+}
+
+TEST(RingReader, whatWasGoneBeforeItCameIsNotLost) {
+  Ring ring(128);
+  for (const char* text : {"a", "b", "c", "d"}) ring.record(1, "f", 1.0, text);
+  Ring::Reader reader(ring);
+  EXPECT_EQ(reader.takeLost(), 0u);
+  EXPECT_EQ(reader.position(), 1u);
+  EXPECT_EQ(readFrom(reader), (Texts{"b", "c", "d"}));
+}
+
 TEST(RingDeathTest, capacityMustBeAPowerOfTwo) {
   EXPECT_DEATH(Ring(1000), "capacity is a power of two");
   EXPECT_DEATH(Ring(32), "capacity is a power of two");

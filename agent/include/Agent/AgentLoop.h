@@ -17,6 +17,7 @@
 #include <Agent/Event.h>
 #include <Agent/InterfaceQuerier.h>
 #include <Agent/LinkMonitor.h>
+#include <Agent/RequestServer.h>
 #include <Agent/StateReport.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -32,10 +33,11 @@ class AgentLoop {
     std::function<void()> onStateWanted;               // SIGUSR1
     std::optional<AttrLogServer::Setup> attrLog = {};  // none: nobody else sees the state
     bool attrLogRequired = false;  // else it is told and done without where it cannot be served
+    // Requests are served beside the attribute log, on the same terms.
   };
 
   // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched,
-  // and std::runtime_error when the attribute log cannot be served.
+  // and std::runtime_error when the attribute log or requests cannot be served.
   AgentLoop(const Setup& setup, EventSink& sink);
   ~AgentLoop();
   AgentLoop(const AgentLoop&) = delete;
@@ -46,13 +48,16 @@ class AgentLoop {
   std::vector<InterfaceView> views() const;
 
  private:
-  std::unique_ptr<AttrLogServer> served(const Setup& setup, EventSink& sink);
+  std::unique_ptr<AttrLogServer> attrLogServed(const Setup& setup, EventSink& sink);
+  std::unique_ptr<RequestServer> requestsServed(const Setup& setup, EventSink& sink);
   void publish(const InterfaceQuerier& querier);
   void handleLink(const std::string& name, const Link* link);
   void handleSignal(int number);
   void waitForSignal();
   // Fires what is due, tells what came of it, and sleeps until the next.
   void turn();
+  // The same around what others change: it is told at once.
+  void turnAndTell();
   void sleepUntilDue();
 
   boost::asio::io_context io_{1};
@@ -64,6 +69,7 @@ class AgentLoop {
   const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   const InterfaceQuerier::Services services_;
   std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;
+  const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
 };
 

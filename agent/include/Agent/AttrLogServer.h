@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include <Agent/LocalListener.h>
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <Mox/NboAttrLog/Directory.h>
 #include <Mox/Ptr.h>
@@ -23,7 +24,6 @@
 #include <Obel/TimerReactor.h>
 #include <Obel/TimerWheel.h>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/local/stream_protocol.hpp>
 
 namespace Agent {
 
@@ -50,9 +50,8 @@ class AttrLogServer {
  private:
   class Peer;
 
-  void listen();
-  void accept();
-  // Looks after stalled peers and those that could not be taken in, once a second.
+  void letIn(LocalListener::Socket socket);
+  // Looks after stalled peers, once a second.
   void handleCare();
   void watch(Peer& peer);
   void watchMostCongested();
@@ -63,9 +62,8 @@ class AttrLogServer {
   const std::function<void()> turn_;
   Mox::NboAttrLog::Directory directory_;
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
-  boost::asio::local::stream_protocol::acceptor acceptor_;
-  bool acceptLater_ = false;  // there was no descriptor for a peer
   std::vector<std::shared_ptr<Peer>> peers_;
+  LocalListener listener_;
   Obel::TimerReactor<AttrLogServer, &AttrLogServer::handleCare> care_;
 };
 

@@ -61,6 +61,8 @@ class InterfaceQuerier final : private FrameReceiver {
   // Tells what has changed in the state; after each turn of the wheel.
   void flush();
 
+  // Null while the interface cannot carry it.
+  const Mox::Ptr<Gmp::Igmp::QuerierSm>& querier() const { return querier_; }
   bool running() const { return querier_ != nullptr; }
   InterfaceView view() const;
 

@@ -32,8 +32,9 @@ class MOX_PUBLIC Ring {
   using Stored = std::conditional_t<std::same_as<std::decay_t<Piece>, char*>, const char*, Piece>;
 
  public:
-  // One record while forEach shows it; what refers to ring memory ends with that call.
+  // One record while forEach or a Reader shows it; what refers to ring memory ends with that call.
   class Line;
+  class Reader;
 
   explicit Ring(size_t capacity);  // bytes: a power of two, at least 64
   Ring(const Ring&) = delete;
@@ -150,6 +151,47 @@ class Ring::Line {
   const Formatter formatter_;
   const std::byte* const pieces_;
 };
+
+// Goes through a ring bit by bit while others record: each record once, the oldest first. What was
+// overwritten before it was read is lost and counted. Ends before the ring does.
+//
+//   Brevlog::Ring::Reader reader(ring);
+//   while (reader.next([](const Brevlog::Ring::Line& line) { std::puts(line.text().c_str()); })) {
+//   }
+class MOX_PUBLIC Ring::Reader {
+ public:
+  explicit Reader(const Ring& ring) : ring_(ring) {}
+
+  // Shows the next record; false when nothing is left to read. As with forEach, the function must
+  // not record into this ring.
+  template <class F>
+  bool next(F f);
+  // How many records are behind it, counted like the ring's recorded(): those that were overwritten
+  // are among them.
+  Mox::U64 position();
+  // How many were lost since the last call. What was gone before the reader came is not.
+  Mox::U64 takeLost();
+
+ private:
+  void skipOverwritten();
+
+  const Ring& ring_;
+  Mox::U64 at_ = ring_.tail_;
+  Mox::U64 passed_ = ring_.overwritten_;  // records before at_
+  Mox::U64 lost_ = 0;
+};
+
+template <class F>
+bool Ring::Reader::next(F f) {
+  skipOverwritten();
+  if (at_ == ring_.head_) return false;
+  if (ring_.headerAt(at_).formatter == nullptr) at_ += ring_.bytesToEnd(at_);
+  const Header header = ring_.headerAt(at_);
+  f(Line(header, ring_.at(at_) + sizeof header));
+  at_ += header.bytes;
+  ++passed_;
+  return true;
+}
 
 template <class F>
 void Ring::forEach(F f) const {

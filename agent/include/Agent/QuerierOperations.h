@@ -1,0 +1,20 @@
+// What an operator may call on a querier by name: its operations that need no argument.
+//
+//   const Mox::AttrInfo* operation = querierOperation("clearCounters");
+//   operation->call(*querier, nullptr);
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Mox/TypeInfo.h>
+
+namespace Agent {
+
+// Null for none of that name.
+const Mox::AttrInfo* querierOperation(std::string_view name);
+// In the order of the querier's attributes.
+std::vector<std::string> querierOperationNames();
+
+}  // namespace Agent

@@ -1,0 +1,18 @@
+// Traces as people read them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <Mox/Types.h>
+
+namespace Agent {
+
+// "1021.000250  3 GmpIgmpQuerierSm eth0: ...": seconds on the agent's clock, level, handle, text.
+std::string traceText(Mox::Seconds time, int level, std::string_view handle, std::string_view text);
+
+// From here on a fatal assertion leaves the trace ring as text in a file of that folder, else of
+// the working directory: igmpq-trace-PID.txt. Standard error says where.
+void fatalTraceFolderIs(const std::string& folder);
+
+}  // namespace Agent

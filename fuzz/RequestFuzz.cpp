@@ -1,0 +1,126 @@
+// A client of the request socket may say anything, in pieces of any size, and take its answers as
+// slowly as it likes. What it hears are JSON objects, one a line, no more of them at a time than
+// a piece holds; an error that ends the session is the last of them, and nothing is done after it.
+// Who may only read changes nothing.
+//
+// The first byte of the input says who asks (0x80: it may configure), whether something is traced
+// between two pieces (0x40), and how many bytes a piece has. Behind a piece, the client takes one
+// piece of its answers.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <GmpIgmpQuerier/QuerierStatus.h>
+#include <Mox/ActivityClock.h>
+#include <Mox/EventLog.h>
+#include <Mox/Trace.h>
+#include <Obel/TimerWheel.h>
+#include <RequestSession.h>
+
+#include "Property.h"
+
+namespace {
+
+using Agent::RequestSession;
+using Fuzz::property;
+using Gmp::Igmp::QuerierSm;
+using Rights = Agent::Request::Rights;
+
+// A line is added to a piece while that has room: at most what one record makes goes beyond.
+constexpr size_t longestTrace = 4096;
+// Each request may ask for all of the ring once more; nothing new is tried by that.
+constexpr size_t mostPieces = 150;
+
+Mox::TraceHandle& ownTrace() {
+  static Mox::TraceHandle& handle = Mox::TraceHandle::named("Fuzz");
+  return handle;
+}
+
+class World {
+ public:
+  explicit World(Rights rights)
+      : rights_(rights),
+        services_{.queriers =
+                      [this] {
+                        return Agent::RequestServices::Queriers{{"eth0", querier_}, {"eth1", {}}};
+                      },
+                  .turn =
+                      [this] {
+                        property(rights_ == Rights::configure, "who only reads changes nothing");
+                        property(!gone_, "nothing is done after the end");
+                        wheel_->turn(Mox::now());
+                      }},
+        session_(services_, rights) {}
+  ~World() {
+    for (Mox::TraceHandle* handle : Mox::TraceHandle::all()) {
+      property(
+          rights_ == Rights::configure || handle->ringLevel() == Mox::TraceHandle::defaultRingLevel,
+          "who only reads sets no level");
+      property(handle->ringLevel() >= -1 && handle->ringLevel() <= 9, "a level is a level");
+      handle->ringLevelIs(Mox::TraceHandle::defaultRingLevel);
+    }
+  }
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  RequestSession& session() { return session_; }
+  bool heardAll() const { return heard_ < mostPieces; }
+  // One piece of the answers; false when there is none, or the client has had enough.
+  bool hear() {
+    if (heard_ == mostPieces) return false;
+    const std::string_view out = session_.out();
+    if (out.empty()) return false;
+    property(out.size() <= Agent::Answer::pieceBytes + longestTrace, "a piece is bounded");
+    property(!gone_, "nothing follows an error that ends the session");
+    property(out.back() == '\n', "answers are whole lines");
+    for (size_t begin = 0; begin < out.size();) {
+      const size_t end = out.find('\n', begin);
+      const auto json = Agent::Json::parse(out.substr(begin, end - begin), nullptr, false);
+      property(json.is_object(), "an answer is a JSON object");
+      begin = end + 1;
+    }
+    session_.taken(out.size());
+    ++heard_;
+    gone_ = session_.ended();
+    return true;
+  }
+
+ private:
+  const Rights rights_;
+  const Mox::Ptr<Obel::TimerWheel> wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
+  const Mox::Ptr<QuerierSm> querier_ = Gmp::Igmp::querierSmFactory(
+      Gmp::Igmp::querierConfigFactory("eth0"), Gmp::Igmp::querierStatusFactory(),
+      Ilvo::IpAddr(10, 0, 0, 2), 1500, 0, wheel_, wheel_, wheel_, false);
+  const Agent::RequestServices services_;
+  RequestSession session_;
+  bool gone_ = false;
+  size_t heard_ = 0;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size == 0) return 0;
+  Mox::virtualTimeIs(1000.0);
+  Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
+  ownTrace();
+  const size_t pieceBytes = 1 + (data[0] & 0x3fu);
+  std::string_view said(reinterpret_cast<const char*>(data) + 1, size - 1);
+  World world((data[0] & 0x80u) != 0 ? Rights::configure : Rights::read);
+  while (!said.empty() && world.session().room() != 0) {
+    const std::string_view piece = said.substr(0, std::min(pieceBytes, world.session().room()));
+    world.session().in(piece);
+    said.remove_prefix(piece.size());
+    property(world.session().room() <= RequestSession::longestLine + 1, "what is kept is bounded");
+    if ((data[0] & 0x40u) != 0) Mox::trace<3>(ownTrace(), "bytes left ", said.size());
+    world.hear();
+  }
+  world.session().inEnd();
+  while (world.hear()) {
+  }
+  property(!world.heardAll() || world.session().ended(), "who says nothing more is let go");
+  return 0;
+}

@@ -1,0 +1,207 @@
+"""Calls and traces asked of a running `igmpq run`, by its verbs and on its socket."""
+import contextlib
+import json
+import os
+import signal
+import socket
+import subprocess
+
+from lab import wait_until
+from querier import Querier, program, run_once
+from testcase import QUIET, LabTestCase, main
+
+GROUP = "239.1.1.1"
+OTHER = "239.1.1.2"
+NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
+LONGEST_LINE = 65536
+
+
+class Follower:
+    """`igmpq trace --follow --json`, and the lines that it has told."""
+
+    def __init__(self, router, path, *options):
+        self.lines = []
+        self.errors = []
+        self.process = router.lab.spawn(
+            router.namespace, program(), "trace", "--follow", "--json", "--socket", path, *options,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.readers = [
+            router.lab.read(self.process.stdout,
+                            lambda line: self.lines.append(json.loads(line))),
+            router.lab.read(self.process.stderr, self.errors.append)]
+
+    def told(self, text):
+        return [line for line in self.lines if text in line.get("text", "")]
+
+    def wait_told(self, text):
+        wait_until(lambda: self.told(text), 10, f"a trace of {text}")
+
+    def stop(self, number):
+        self.process.send_signal(number)
+        status = self.process.wait(10)
+        for reader in self.readers:
+            reader.join(10)
+        return status
+
+
+class RequestsTest(LabTestCase):
+    def setUp(self):
+        super().setUp()
+        self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
+        self.querier = Querier(self.router, *QUIET)
+        self.querier.expect("role", role="querier")
+        self.path = str(self.querier.socket.with_suffix(".request"))
+
+    def igmpq(self, *arguments, wrapper=()):
+        return run_once(self.router, *arguments, "--socket", self.querier.socket, wrapper=wrapper)
+
+    def output(self, *arguments):
+        done = self.igmpq(*arguments)
+        self.assertEqual((0, ""), (done.returncode, done.stderr), arguments)
+        return done.stdout
+
+    @contextlib.contextmanager
+    def connected(self):
+        with socket.socket(socket.AF_UNIX) as client:
+            client.settimeout(20)
+            client.connect(self.path)
+            yield client
+
+    def counters(self):
+        return json.loads(self.output("show", "counters", "--json"))[0]
+
+    def test_a_call_clears_the_counters_and_says_nothing(self):
+        self.host.join(GROUP)
+        self.querier.expect("groupJoined", group=GROUP)
+        self.assertLess(0, self.counters()["v2ReportReceived"])
+        self.assertEqual("", self.output("call", "eth0", "clearCounters"))
+        self.assertEqual(0, self.counters()["v2ReportReceived"])
+
+    def test_what_was_called_is_named_with_what_could_have_been(self):
+        for arguments, told in (
+                (("call", "eth7", "clearCounters"),
+                 "the agent has no interface eth7; it has: eth0"),
+                (("call", "eth0", "explode"), "a querier has no operation explode; it has: "
+                                              "handleInitialized, becomeQuerier, clearCounters"),
+                (("trace", "--handle", "Nobody"), "there is no trace handle Nobody; there are: "
+                                                  "GmpAttrLogSm, GmpIgmpQuerierSm, IgmpPacket"),
+                (("trace", "--handles", "--handle", "Nobody"), "there is no trace handle Nobody")):
+            done = self.igmpq(*arguments)
+            self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
+            self.assertIn("igmpq: " + told, done.stderr)
+
+    def test_an_interface_that_is_down_has_no_querier_to_call(self):
+        self.router.down()
+        self.querier.expect("interfaceDown")
+        done = self.igmpq("call", "eth0", "becomeQuerier")
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("there is no querier on eth0 now: the interface is down", done.stderr)
+
+    def test_traces_are_lines_of_time_level_handle_and_text(self):
+        lines = self.output("trace").splitlines()
+        self.assertLess(0, len(lines))
+        for line in lines:
+            self.assertRegex(line, r"^\d+\.\d{6} +\d+ \w+ +\S")
+        told = [json.loads(line) for line in self.output("trace", "--json").splitlines()]
+        self.assertEqual(len(lines), len(told))
+        for line, fields in zip(lines, told):
+            self.assertEqual(["time", "level", "handle", "text"], list(fields))
+            self.assertTrue(line.endswith(fields["text"]))
+        times = [fields["time"] for fields in told]
+        self.assertEqual(sorted(times), times)
+        one = self.output("trace", "--handle", "IgmpPacket", "--json").splitlines()
+        self.assertEqual([line for line in told if line["handle"] == "IgmpPacket"],
+                         [json.loads(line) for line in one])
+
+    def test_a_level_is_of_one_handle_or_of_all_and_counts_from_now_on(self):
+        def levels():
+            return {json.loads(line)["name"]: json.loads(line)["level"]
+                    for line in self.output("trace", "--handles", "--json").splitlines()}
+        self.assertEqual({"GmpAttrLogSm": 3, "GmpIgmpQuerierSm": 3, "IgmpPacket": 3}, levels())
+        self.output("trace", "--handle", "GmpIgmpQuerierSm", "--level", "8")
+        self.assertEqual({"GmpAttrLogSm": 3, "GmpIgmpQuerierSm": 8, "IgmpPacket": 3}, levels())
+        self.host.join(GROUP)
+        self.querier.expect("groupJoined", group=GROUP)
+        self.assertIn(" 8 GmpIgmpQuerierSm ", self.output("trace"))
+        self.assertIn("IgmpPacket       -1\n", self.output("trace", "--level", "-1", "--handles"))
+        self.assertEqual({-1}, set(levels().values()))
+        before = self.output("trace")
+        self.host.join(OTHER)
+        self.querier.expect("groupJoined", group=OTHER)
+        self.assertEqual(before, self.output("trace"))
+
+    def test_who_follows_hears_of_what_happens_until_interrupted(self):
+        for number, group in ((signal.SIGINT, GROUP), (signal.SIGTERM, OTHER)):
+            follower = Follower(self.router, self.querier.socket, "--level", "8")
+            follower.wait_told("eth0")
+            self.host.join(group)
+            follower.wait_told(group)
+            self.assertEqual(0, follower.stop(number))
+            self.assertEqual([], follower.errors)
+            self.assertEqual([], [line for line in follower.lines if "text" not in line])
+
+    def test_who_follows_an_agent_that_goes_is_told(self):
+        follower = Follower(self.router, self.querier.socket)
+        follower.wait_told("eth0")
+        self.assertEqual(0, self.querier.stop())
+        self.assertEqual(1, follower.process.wait(10))
+        self.assertFalse(os.path.exists(self.path))
+        for reader in follower.readers:
+            reader.join(10)
+        self.assertEqual(["igmpq: the agent has gone\n"], follower.errors)
+
+    def test_who_is_nobody_is_not_let_in_and_where_it_is_it_may_only_read(self):
+        for arguments in (("call", "eth0", "clearCounters"), ("trace",)):
+            done = self.igmpq(*arguments, wrapper=NOBODY)
+            self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
+            self.assertIn("not permitted to connect to the agent", done.stderr)
+        os.chmod(self.lab.scratch.name, 0o711)
+        os.chmod(self.path, 0o666)
+        for arguments in (("call", "eth0", "clearCounters"), ("trace", "--level", "9")):
+            done = self.igmpq(*arguments, wrapper=NOBODY)
+            self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
+            self.assertIn("igmpq: not permitted to ", done.stderr)
+            self.assertIn("be root, or of the user or the group that the agent runs as",
+                          done.stderr)
+        self.assertIn("IgmpPacket        3\n",
+                      self.igmpq("trace", "--handles", wrapper=NOBODY).stdout)
+
+    def test_a_client_that_lies_is_ended_and_the_agent_goes_on(self):
+        for said, told in ((b"hello\n", "a request is one JSON object a line"),
+                           (b"\xff" * 100 + b"\n", "a request is one JSON object a line"),
+                           (b"[" * LONGEST_LINE + b"\n", "a request is one JSON object a line"),
+                           (b" " * (LONGEST_LINE + 1), "a line of more than 65536 bytes")):
+            with self.connected() as client:
+                client.sendall(said)
+                answer = b""
+                while part := client.recv(65536):
+                    answer += part
+            self.assertIn(told, json.loads(answer)["error"])
+        self.assertEqual("", self.output("call", "eth0", "clearCounters"))
+
+    def test_a_client_that_reads_nothing_holds_up_nobody(self):
+        with self.connected() as client:
+            client.sendall(b'{"op":"trace","follow":true}\n')
+            self.output("trace", "--level", "9")
+            client.setblocking(False)
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    client.send(b'{"op":"traceHandles"}\n' * 100)
+            self.host.join(GROUP)
+            self.querier.expect("groupJoined", group=GROUP)
+            self.assertEqual("", self.output("call", "eth0", "clearCounters"))
+        self.assertEqual(0, self.querier.stop())
+        self.assertEqual([], self.querier.errors)
+
+    def test_the_agent_that_hangs_is_named(self):
+        self.querier.process.send_signal(signal.SIGSTOP)
+        try:
+            done = self.igmpq("call", "eth0", "clearCounters")
+        finally:
+            self.querier.process.send_signal(signal.SIGCONT)
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertIn("says nothing for 10 s", done.stderr)
+
+
+if __name__ == "__main__":
+    main()
