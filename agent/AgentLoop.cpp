@@ -76,11 +76,24 @@ std::unique_ptr<RequestServer> AgentLoop::requestsServed(const Setup& setup, Eve
                                        }
                                        return all;
                                      },
+                                 .roots = [this] { return roots(); },
                                  .turn = [this] { turnAndTell(); }};
   return serveOrTell<RequestServer>(setup.attrLogRequired, sink, [&] {
     return std::make_unique<RequestServer>(io_, requestSocketPath(setup.attrLog->path), wheel_,
                                            services);
   });
+}
+
+ObjectRoots AgentLoop::roots() const {
+  ObjectRoots all;
+  for (const auto& querier : queriers_) {
+    all.emplace_back("config/" + querier->name(), querier->config());
+    all.emplace_back("status/" + querier->name(), querier->status());
+    all.emplace_back("interface/" + querier->name(), querier->state());
+    if (querier->running()) all.emplace_back("querierSm/" + querier->name(), querier->querier());
+  }
+  all.emplace_back("attrLogSm", attrLog_->monitor());
+  return all;
 }
 
 void AgentLoop::publish(const InterfaceQuerier& querier) {

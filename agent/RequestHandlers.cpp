@@ -58,11 +58,28 @@ std::unique_ptr<Answer> answerCall(const RequestServices& services, const Reques
   return lineAnswer(Json::object());
 }
 
+std::unique_ptr<Answer> answerGet(const RequestServices& services, const Request& request) {
+  request.allow({"path"});
+  try {
+    const PathContent content = readPath(services.roots(), request.text("path"));
+    return lineAnswer({{"value", content.value}, {"text", content.text}});
+  } catch (const PathError& error) {
+    throw RequestError(RequestError::badUse, error.what());
+  }
+}
+
+std::unique_ptr<Answer> answerComplete(const RequestServices& services, const Request& request) {
+  request.allow({"prefix"});
+  return lineAnswer({{"paths", completions(services.roots(), request.text("prefix"))}});
+}
+
 struct Row {
   std::string_view op;
   Handler handler;
 };
 constexpr std::array handlers{
+    Row{"get", answerGet},
+    Row{"complete", answerComplete},
     Row{"call", answerCall},
     Row{"trace", answerTrace},
     Row{"traceHandles", answerTraceHandles},

@@ -69,9 +69,10 @@ TEST_F(RequestSessionTest, whatIsNotThereIsNamedWithWhatIs) {
               ElementsAre(HasSubstr("a querier has no operation doRxPkt")));
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"mtu"})"),
               ElementsAre(HasSubstr("a querier has no operation mtu")));
-  EXPECT_THAT(answerTo(R"({"op":"walk"})"),
-              ElementsAre(R"({"error":"there is no \"walk\"; \"op\" is one of: call, trace, )"
-                          R"(traceHandles, traceLevel","badUse":true})"));
+  EXPECT_THAT(
+      answerTo(R"({"op":"walk"})"),
+      ElementsAre(R"({"error":"there is no \"walk\"; \"op\" is one of: get, complete, call, )"
+                  R"(trace, traceHandles, traceLevel","badUse":true})"));
   EXPECT_THAT(answerTo(R"({"op":"trace","handle":"Nobody"})"),
               ElementsAre(StartsWith(
                   R"({"error":"there is no trace handle Nobody; there are: GmpAttrLogSm, )")));
@@ -82,6 +83,21 @@ TEST_F(RequestSessionTest, interfaceThatIsDownHasNoQuerierToCall) {
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"clearCounters"})"),
               ElementsAre(R"({"error":"there is no querier on eth0 now: the interface is down or )"
                           R"(gone; try again when it is up and has an IPv4 address"})"));
+}
+
+TEST_F(RequestSessionTest, getsAValueForProgramsAndForPeople) {
+  EXPECT_THAT(answerTo(R"({"op":"get","path":"config/eth0/queryInterval"})"),
+              ElementsAre(R"({"value":125.0,"text":"125"})"));
+  EXPECT_THAT(answerTo(R"({"op":"get","path":""})"),
+              ElementsAre(HasSubstr(R"("value":["config/eth0","status/eth0"])")));
+  EXPECT_THAT(answerTo(R"({"op":"get","path":"config/eth0/robust"})"),
+              ElementsAre(HasSubstr("has no attribute \\\"robust\\\"")));
+}
+
+TEST_F(RequestSessionTest, completesAPath) {
+  EXPECT_THAT(answerTo(R"({"op":"complete","prefix":"config/eth0/rob"})"),
+              ElementsAre(R"({"paths":["config/eth0/robustness"]})"));
+  EXPECT_THAT(answerTo(R"({"op":"complete","prefix":"x"})"), ElementsAre(R"({"paths":[]})"));
 }
 
 TEST_F(RequestSessionTest, whoMayOnlyReadNeitherCallsNorSetsLevels) {
@@ -98,6 +114,8 @@ TEST_F(RequestSessionTest, whoMayOnlyReadNeitherCallsNorSetsLevels) {
   EXPECT_EQ(TraceHandle::named("IgmpPacket").ringLevel(), level);
   EXPECT_THAT(answerTo(R"({"op":"traceHandles"})"), ElementsAre(HasSubstr("IgmpPacket")));
   EXPECT_THAT(answerTo(R"({"op":"trace"})"), testing::Contains(end));
+  EXPECT_THAT(answerTo(R"({"op":"get","path":"status/eth0/joins"})"),
+              ElementsAre(R"({"value":0,"text":"0"})"));
 }
 
 TEST_F(RequestSessionTest, levelIsThatOfOneHandleOrOfAll) {

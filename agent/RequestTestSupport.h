@@ -48,6 +48,10 @@ class RequestAgent {
                 [this] {
                   return RequestServices::Queriers{{"eth0", querier_}};
                 },
+            .roots =
+                [this] {
+                  return ObjectRoots{{"config/eth0", config_}, {"status/eth0", status_}};
+                },
             .turn =
                 [this] {
                   ++turns_;

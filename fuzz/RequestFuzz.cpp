@@ -47,6 +47,11 @@ class World {
                       [this] {
                         return Agent::RequestServices::Queriers{{"eth0", querier_}, {"eth1", {}}};
                       },
+                  .roots =
+                      [this] {
+                        return Agent::ObjectRoots{{"status/eth0", querier_->querierStatus()},
+                                                  {"querierSm/eth0", querier_}};
+                      },
                   .turn =
                       [this] {
                         property(rights_ == Rights::configure, "who only reads changes nothing");

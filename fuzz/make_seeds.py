@@ -271,6 +271,10 @@ REQUEST_LINES = {
               b'{"op":"traceLevel","level":18446744073709551615}\n',
     "dump": bytes([MAY | TRACES | 63]) + b'{"op":"trace","handle":"Fuzz"}\n{"op":"trace"}\n',
     "follow": bytes([TRACES | 63]) + b'{"op":"trace","handle":"Fuzz","follow":true}\n{"op":"x"}\n',
+    "get": bytes([63]) + b'{"op":"get","path":""}\n{"op":"get","path":"status/eth0"}\n'
+           b'{"op":"get","path":"status/eth0/group[239.1.1.1]/source"}\n'
+           b'{"op":"get","path":"querierSm/eth0/querierStatus/parent/x[/]"}\n'
+           b'{"op":"complete","prefix":"querierSm/eth0/querierConfig/s"}\n',
     "other-keys": bytes([MAY | 63]) + b'{"op":"trace","handle":null,"\\u0000":[[{}]]}\n{}\n'
                   b'{"op":"trace","op":"call"}\n{"op":7}\n',
     "no-object": bytes([MAY | 63]) + b'{"op":"traceHandles"}\n[1]\n' + CALL % b"clearCounters",

@@ -63,8 +63,7 @@ class GetVerb final : public Verb {
   }
 
   void get(RequestClient& client, const std::string& path) const {
-    const Json content =
-        asked(client, {{"op", "get"}, {"path", path}}, json_ ? "value" : "text");
+    const Json content = asked(client, {{"op", "get"}, {"path", path}}, json_ ? "value" : "text");
     if (json_) {
       std::printf("%s\n", content.dump().c_str());
     } else if (content.is_object()) {

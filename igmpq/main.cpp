@@ -75,6 +75,7 @@ int command(int argc, const char* const* argv) {
     verbs.push_back(Igmpq::showVerb(app));
     verbs.push_back(Igmpq::watchVerb(app));
     verbs.push_back(Igmpq::setVerb(app));
+    verbs.push_back(Igmpq::getVerb(app));
     verbs.push_back(Igmpq::callVerb(app));
     verbs.push_back(Igmpq::traceVerb(app));
     verbs.push_back(Igmpq::typesVerb(app));

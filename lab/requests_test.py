@@ -90,6 +90,32 @@ class RequestsTest(LabTestCase):
             self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("igmpq: " + told, done.stderr)
 
+    def test_any_attribute_is_read_by_its_path(self):
+        self.host.join(GROUP)
+        self.querier.expect("groupJoined", group=GROUP)
+        self.assertEqual("125\n", self.output("get", "config/eth0/queryInterval"))
+        self.assertEqual('"querierStateQuerier"\n',
+                         self.output("get", "--json", "status/eth0/state"))
+        self.assertIn("attrLogSm\n", self.output("get"))
+        self.assertIn(GROUP + "\n", self.output("get", "status/eth0/group"))
+        machine = json.loads(self.output("get", "--json", f"querierSm/eth0/groupSm[{GROUP}]"))
+        self.assertEqual((GROUP, True), (machine["group"], machine["initialized"]))
+        entry = json.loads(self.output("get", "--json", f"status/eth0/group[{GROUP}]"))
+        self.assertEqual(entry["expiryTime"], machine["membershipTimerExpiry"])
+        self.assertIn(f"lastReporter = {entry['lastReporter']}\n",
+                      self.output("get", f"querierSm/eth0/groupSm[{GROUP}]/groupStatus"))
+        self.assertEqual("10\n", self.output("get", "attrLogSm/maxIterUntilBufferCheck"))
+        self.assertEqual("config/eth0/sendQuery\n",
+                         self.output("get", "--complete", "config/eth0/send"))
+
+    def test_a_path_that_leads_nowhere_is_answered_with_what_is_there(self):
+        done = self.igmpq("get", "config/eth9")
+        self.assertEqual((2, ""), (done.returncode, done.stdout))
+        self.assertIn("paths begin with one of config/eth0", done.stderr)
+        done = self.igmpq("get", "config/eth0/speed")
+        self.assertEqual(2, done.returncode)
+        self.assertIn("it has name, fullName", done.stderr)
+
     def test_an_interface_that_is_down_has_no_querier_to_call(self):
         self.router.down()
         self.querier.expect("interfaceDown")

@@ -49,6 +49,8 @@ class AgentLoop {
 
  private:
   std::unique_ptr<AttrLogServer> attrLogServed(const Setup& setup, EventSink& sink);
+  // What requests can read by path; only while the attribute log is served.
+  ObjectRoots roots() const;
   std::unique_ptr<RequestServer> requestsServed(const Setup& setup, EventSink& sink);
   void publish(const InterfaceQuerier& querier);
   void handleLink(const std::string& name, const Link* link);

@@ -5,6 +5,7 @@
 #include <map>
 #include <string>
 
+#include <Agent/AttrPath.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Mox/Ptr.h>
 
@@ -15,6 +16,8 @@ struct RequestServices {
   using Queriers = std::map<std::string, Mox::Ptr<Gmp::Igmp::QuerierSm>>;
 
   std::function<Queriers()> queriers;
+  // All that can be read by path.
+  std::function<ObjectRoots()> roots;
   // Turns the wheel to the real now. Called around whatever a request changes.
   std::function<void()> turn;
 };
