@@ -26,10 +26,6 @@ function(querier_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} querier_options GTest::gmock GTest::gtest_main)
-  if(QUERIER_SANITIZE)
-    # With the sanitizers' checks in them, tests take longer to optimise than they then save.
-    target_compile_options(${name} PRIVATE -O0)
-  endif()
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 

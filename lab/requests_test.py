@@ -93,7 +93,7 @@ class RequestsTest(LabTestCase):
     def test_any_attribute_is_read_by_its_path(self):
         self.host.join(GROUP)
         self.querier.expect("groupJoined", group=GROUP)
-        self.assertEqual("125\n", self.output("get", "config/eth0/queryInterval"))
+        self.assertEqual("1000\n", self.output("get", "config/eth0/queryInterval"))
         self.assertEqual('"querierStateQuerier"\n',
                          self.output("get", "--json", "status/eth0/state"))
         self.assertIn("attrLogSm\n", self.output("get"))

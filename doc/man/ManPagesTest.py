@@ -177,7 +177,6 @@ class ExampleTest(unittest.TestCase):
     def run_examples_of(self, page, folder):
         ran = 0
         for command, shown in Page(page).examples():
-            verb = re.search(r"igmpq (\w+)", command)[1]
             path = f"{folder}:{os.environ['PATH']}"
             written = run(["bash", "-c", command], cwd=folder, env=os.environ | {"PATH": path})
             if shown:
