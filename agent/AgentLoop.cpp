@@ -6,6 +6,8 @@
 #include <csignal>
 #include <stdexcept>
 
+#include <fmt/format.h>
+
 #include <Agent/AttrLogSocket.h>
 #include <Agent/PacketPort.h>
 #include <Mox/ActivityClock.h>
@@ -24,7 +26,7 @@ std::unique_ptr<Server> serveOrTell(bool required, EventSink& sink, Make make) {
   } catch (const std::runtime_error& error) {
     if (required) throw;
     Event event{.time = Mox::now(), .kind = Event::error};
-    event.text = error.what();
+    event.text = fmt::format("{}; this agent runs without it", error.what());
     sink.event(event);
     return nullptr;
   }

@@ -61,17 +61,46 @@ class CommandTest(unittest.TestCase):
     def test_help_fits_on_one_screen_and_begins_with_examples(self):
         for arguments in (["--help"], ["run", "--help"], ["replay", "--help"], ["show", "--help"],
                           ["watch", "--help"], ["set", "--help"], ["call", "--help"],
-                          ["trace", "--help"]):
+                          ["trace", "--help"], ["get", "--help"], ["types", "--help"]):
             done = igmpq(*arguments)
             self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
             self.assertLessEqual(len(done.stdout.splitlines()), 50, arguments)
             self.assertIn("Usage: igmpq", done.stdout, arguments)
+            self.assertIn("Exit status: ", done.stdout, arguments)
+            verb = "run" if arguments == ["--help"] else arguments[0]
+            self.assertRegex(done.stdout, f"\n  (sudo )?igmpq {verb} ", arguments)
         text = igmpq("--help").stdout
         self.assertLess(text.index("Examples:"), text.index("Usage:"))
 
     def test_a_verb_is_needed(self):
         self.expect_bad_use([], "a verb is missing")
-        self.expect_bad_use(["walk"], "The following argument was not expected: walk")
+        self.expect_bad_use(["walk"], "there is no verb walk; there are: run, show, ")
+        self.expect_bad_use(["--walk"], "The following argument was not expected: --walk")
+
+    def test_what_cannot_be_written_is_no_success(self):
+        replay = ["replay", "-", "--address", "10.0.0.1", "--seed", "1"]
+        capture = struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1)
+        for arguments in (["types"], ["types", "QuerierSm", "--json"], replay):
+            with open("/dev/full", "wb") as full:
+                done = subprocess.run([COMMAND, *arguments], stdout=full, stderr=subprocess.PIPE,
+                                      input=capture, timeout=60, check=False)
+            self.assertEqual((1, b"igmpq: the output cannot be written\n"),
+                             (done.returncode, done.stderr), arguments)
+
+    def test_what_only_a_scenario_has_is_not_taken_for_a_capture(self):
+        for option in ("--changes", "--traces"):
+            self.expect_bad_use(["replay", "x.pcap", "--address", "10.0.0.1", option],
+                                f"{option} requires --scenario")
+
+    def test_a_word_that_is_neither_part_nor_interface_is_told_with_both(self):
+        for words, told in ((["group"], "group; it has: eth0; before the interfaces stands at "
+                                        "most one part: all, interfaces, groups, "),
+                            (["groups", "config"], "config; it has: eth0; before"),
+                            (["groups", "eth7"], "eth7; it has: eth0\n")):
+            with served() as server:
+                self.expect_failure(["show", *words], server,
+                                    [agent_with_eth0(may_configure=True)],
+                                    "the agent has no interface " + told, status=2)
 
     def test_an_unknown_option_is_bad_use(self):
         self.expect_bad_use(["run", "--bogus"], "The following argument was not expected: --bogus")
@@ -190,7 +219,7 @@ class CommandTest(unittest.TestCase):
             self.expect_failure(["show"], server, [agent_with_eth0(may_configure=True)[:60]],
                                 "the agent has gone")
 
-    def expect_failure(self, arguments, server, answers, told):
+    def expect_failure(self, arguments, server, answers, told, status=1):
         """Each answer follows something that the command says; the types of all its frames."""
         said = b""
         with subprocess.Popen([COMMAND, *arguments, "--socket", server.getsockname()], text=True,
@@ -202,7 +231,7 @@ class CommandTest(unittest.TestCase):
                     said += connection.recv(65536)
                     connection.sendall(answer)
                 connection.shutdown(socket.SHUT_WR)
-                self.assertEqual(1, process.wait(60))
+                self.assertEqual(status, process.wait(60))
                 while rest := connection.recv(65536):
                     said += rest
             self.assertEqual("", process.stdout.read())

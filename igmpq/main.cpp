@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
@@ -31,15 +33,34 @@ int fail(const std::string& text, int status) {
   return status;
 }
 
+// What a verb has printed may still be in the buffer, where it is not known whether it can be
+// written.
+int ended(int status) {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+  return fail("the output cannot be written",
+              status == Igmpq::exitOk ? int{Igmpq::exitFailure} : status);
+}
+
 int runVerbOf(const std::vector<std::unique_ptr<Verb>>& verbs) {
   try {
     for (const auto& verb : verbs) {
-      if (verb->chosen()) return verb->run();
+      if (verb->chosen()) return ended(verb->run());
     }
     throw Igmpq::BadUse("a verb is missing: `igmpq --help` shows them");
   } catch (const Igmpq::BadUse& error) {
     return fail(error.what(), Igmpq::exitBadUse);
   }
+}
+
+// A word where a verb belongs is meant as one.
+std::string textOf(const CLI::ParseError& error, const CLI::App& app) {
+  const std::vector<std::string> unknown = app.remaining();
+  if (!app.get_subcommands().empty() || unknown.empty() || unknown.front().starts_with('-')) {
+    return error.what();
+  }
+  std::vector<std::string> known;
+  for (const CLI::App* verb : app.get_subcommands({})) known.push_back(verb->get_name());
+  return fmt::format("there is no verb {}; there are: {}", unknown.front(), fmt::join(known, ", "));
 }
 
 // Where it is said how to use what was used wrongly.
@@ -59,14 +80,16 @@ int command(int argc, const char* const* argv) {
       "  sudo igmpq run                      be a querier on all Ethernet interfaces\n"
       "  sudo igmpq run eth0 --json          on one, with JSON Lines on standard output\n"
       "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
-      "  igmpq show groups                   what a running one knows\n"
-      "  igmpq watch                         what happens there\n"
+      "  sudo igmpq show groups              what a running one knows\n"
+      "  sudo igmpq watch                    what happens there\n"
       "  sudo igmpq set eth0 query-interval=60\n"
+      "  sudo igmpq get config/eth0          any attribute; `igmpq types` lists them\n"
       "  sudo igmpq call eth0 clearCounters\n"
-      "  igmpq trace --follow                what it records of its own doings\n"
+      "  sudo igmpq trace --follow           what it records of its own doings\n"
       "  igmpq replay trace.pcap --address 10.0.0.1\n"
       "                                      what a querier would have made of a capture\n"
       "Signals to `igmpq run`: USR1 prints the state, INT and TERM end it with the state.\n"
+      "`igmpq VERB --help` and `man igmpq-VERB` tell more of each.\n"
       "Exit status: 0 ok, 1 failure, 2 bad use.\n");
   app.set_version_flag("--version", "igmpq " QUERIER_VERSION);
   try {
@@ -85,7 +108,7 @@ int command(int argc, const char* const* argv) {
   } catch (const CLI::Success& done) {
     return app.exit(done);
   } catch (const CLI::ParseError& error) {
-    return fail(std::string(error.what()) + "\nigmpq: " + helpOf(app), Igmpq::exitBadUse);
+    return fail(textOf(error, app) + "\nigmpq: " + helpOf(app), Igmpq::exitBadUse);
   }
 }
 

@@ -39,7 +39,7 @@ def help_options(verb):
     """What the help lists: {"--seed": ("N", "0")} with the value's name and its default."""
     text = help_of(verb).partition("\nOptions:\n")[2].partition("\n\n")[0]
     found = {}
-    text = re.sub(r" (?:Excludes|Needs): \S+", "", text)
+    text = re.sub(r" (?:Excludes|Needs): \S+", "  ", text)
     for option in re.split(r"\n(?=  -)", text.rstrip("\n")):
         names, value = re.match(r"\s*(-\S+)(?: ([^\s=]+\S*))?", option).groups()
         value, _, default = (value or "").partition("=")
