@@ -147,7 +147,9 @@ PathContent contentAt(const Object& object, const Step& step) {
   if (collection != nullptr && !step.key) return keysOf(*collection, object);
   const AttrInfo* attr = object.type().attr(step.name);
   if (attr != nullptr && attr->call != nullptr) {
-    throw PathError(fmt::format("{} is an operation: `igmpq call` calls it", step.name));
+    throw PathError(fmt::format(
+        "{} is an operation and has no value; `igmpq call --help` lists those that can be called",
+        step.name));
   }
   if (attr == nullptr || attr->get == nullptr || step.key) return contentOf(objectAt(object, step));
   return {valueJson(*attr, object), attr->text(object)};

@@ -131,7 +131,8 @@ TEST_F(AttrPathTest, wherePathsLeadNowhereItIsSaidWhatThereIs) {
   EXPECT_EQ(error("status/eth0/group[239.1.1.1"), "a ] is missing after \"group[239.1.1.1\"");
   EXPECT_EQ(error("status/eth0/parent"), "parent holds nothing now");
   EXPECT_EQ(error("attrLogSm/isAttrLogClogged"),
-            "isAttrLogClogged is an operation: `igmpq call` calls it");
+            "isAttrLogClogged is an operation and has no value; `igmpq call --help` lists those "
+            "that can be called");
   EXPECT_THAT(error("config/eth0//robustness"), HasSubstr("has no attribute \"\""));
 }
 

@@ -25,7 +25,7 @@ constexpr double year = 366.0 * 86400.0;
 class ReplayVerb final : public Verb {
  public:
   explicit ReplayVerb(CLI::App& app)
-      : ReplayVerb(app.add_subcommand("replay", "Replay a capture file in virtual time")) {}
+      : ReplayVerb(app.add_subcommand("replay", "Replay a capture or a scenario in virtual time")) {}
 
   int run() override {
     if (!scenario_.file.empty()) return Agent::runScenario(scenario_, stdout, stderr);
@@ -51,7 +51,7 @@ class ReplayVerb final : public Verb {
         "  igmpq replay --scenario join.scenario --changes\n"
         "A capture needs --address; the settings are those of its querier. A scenario has its "
         "own;\n"
-        "`man igmpq-scenario` tells how to write one. It needs no agent and no rights.\n"
+        "`man igmpq-scenario` tells how to write one. Neither needs an agent or rights.\n"
         "Exit status: 0 replayed, 1 failure, 2 bad use, 3 timers of a scenario never settle.\n");
     auto* capture =
         options->add_option("CAPTURE", path_, "pcap or pcapng file, - for standard input")

@@ -223,6 +223,20 @@ class FormatTest(unittest.TestCase):
                          [line for line in page.section("Frames") if line.startswith(".It")])
 
 
+    def test_the_request_socket_takes_what_the_agent_has_handlers_for(self):
+        handlers = (ROOT / "agent/RequestHandlers.cpp").read_text("utf-8")
+        operations = re.findall(r'^    Row\{"(\w+)", \w+\},$', handlers, re.M)
+        self.assertEqual(handlers.count("Row{"), len(operations))
+        page = Page("igmpq-request.5")
+        self.assertEqual(operations, re.findall(r"^\.It Cm (\w+)$", "\n".join(
+            page.section("Requests")), re.M))
+        shown = [json.loads(line[3:]) for block in page.literals() for line in block
+                 if line.startswith(("-> ", "<- "))]
+        self.assertGreaterEqual(len(shown), 10)
+        for line in shown:
+            if "op" in line: self.assertIn(line["op"], operations)
+
+
 class LibraryTest(unittest.TestCase):
     def test_synopses_are_what_the_headers_declare(self):
         headers = ""
