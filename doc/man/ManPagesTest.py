@@ -101,6 +101,11 @@ class VerbTest(unittest.TestCase):
         overview = {name for name, section in Page("igmpq.1").references() if section == "1"}
         self.assertEqual({f"igmpq-{verb}" for verb in pages}, overview)
 
+    def test_the_tables_of_the_readmes_have_every_verb(self):
+        for name in ("README.md", "igmpq/README.md"):
+            rows = re.findall(r"^\| (`\w+`(?:, `\w+`)*) \|", (ROOT / name).read_text("utf-8"), re.M)
+            self.assertEqual(sorted(verbs()), sorted(re.findall(r"\w+", " ".join(rows))), name)
+
     def test_a_page_has_the_options_of_its_verb_and_no_others(self):
         for verb, page in verb_pages():
             described = {name: option.value for name, option in page.options().items()}
