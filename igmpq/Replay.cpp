@@ -25,7 +25,8 @@ constexpr double year = 366.0 * 86400.0;
 class ReplayVerb final : public Verb {
  public:
   explicit ReplayVerb(CLI::App& app)
-      : ReplayVerb(app.add_subcommand("replay", "Replay a capture or a scenario in virtual time")) {}
+      : ReplayVerb(app.add_subcommand("replay", "Replay a capture or a scenario in virtual time")) {
+  }
 
   int run() override {
     if (!scenario_.file.empty()) return Agent::runScenario(scenario_, stdout, stderr);

@@ -54,6 +54,15 @@ class ProcessTest(LabTestCase):
         self.assertEqual((1, ""), (done.returncode, done.stdout))
         self.assertIn("setcap cap_net_raw", done.stderr)
 
+    def test_where_it_cannot_be_connected_to_it_says_so_and_runs_on(self):
+        router, host = self.lab.station(1), self.lab.station(11, 2)
+        host.join(GROUP)
+        done = run_once(router, "run", "eth0", *SHORT, wrapper=(
+            "sh", "-c", 'mount -t tmpfs -o ro none /run && exec timeout 2 "$0" "$@"'))
+        self.assertIn("error: cannot serve the attribute log at /run/igmpq/attrlog.sock: Read-only "
+                      "file system; this agent runs without it", done.stdout)
+        self.assertIn(f"joined {GROUP}", done.stdout)
+
     def test_an_unknown_interface_is_refused_and_the_known_ones_named(self):
         router = self.lab.station(1)
         done = run_once(router, "run", "eth0", "eth7")
