@@ -1,5 +1,6 @@
 #include <Agent/CopyWatcher.h>
 
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -58,6 +59,32 @@ class ChangeMark final : public Mox::TreeNotifiee {
   bool& mark_;
 };
 
+// Tells of an interface whose querier stops or runs again, as its status stays as it was.
+class RunningWatcher {
+ public:
+  RunningWatcher(Mox::Ptr<const InterfaceState> state, bool& changed)
+      : state_(std::move(state)),
+        mark_(state_, changed),
+        running_(state_->running()),
+        address_(state_->address()) {}
+
+  void flush(const std::string& interface, EventSink& sink) {
+    const bool ran = std::exchange(running_, state_->running());
+    const Ilvo::IpAddr was = std::exchange(address_, state_->address());
+    if (ran == running_ && (!running_ || was == address_)) return;
+    Event event{.time = Mox::now(), .interface = interface, .kind = Event::addressChanged};
+    if (ran != running_) event.kind = running_ ? Event::interfaceUp : Event::interfaceDown;
+    event.address = address_;
+    sink.event(event);
+  }
+
+ private:
+  const Mox::Ptr<const InterfaceState> state_;
+  ChangeMark mark_;
+  bool running_;
+  Ilvo::IpAddr address_;
+};
+
 }  // namespace
 
 // Lets nothing but roles through while what is already there goes by.
@@ -84,11 +111,14 @@ class CopyWatcher::Watch {
         statusMark_(copy.status, changed),
         settings_(copy.config, AttrKind::stored),
         counters_(copy.status, AttrKind::counter),
-        watcher_(interface_, copy.status, sink) {}
+        watcher_(interface_, copy.status, sink) {
+    if (copy.state) running_.emplace(copy.state, changed);
+  }
 
   bool isOf(const AttrLogCopy::Interface& copy) const { return copy.status == status_; }
 
   void flush() {
+    if (running_) running_->flush(interface_, sink_);
     settings_.forEachChange([&](const char* name, const Mox::Value& value) {
       Event event = eventOf(Event::configChanged);
       event.attribute = name;
@@ -121,6 +151,7 @@ class CopyWatcher::Watch {
   Told settings_;
   Told counters_;
   StatusWatcher watcher_;
+  std::optional<RunningWatcher> running_;
 };
 
 CopyWatcher::CopyWatcher(const AttrLogCopy::Interfaces& copies, Options options, EventSink& sink)

@@ -105,6 +105,25 @@ TEST_F(CopyWatcherTest, knowsWhetherAnythingChangedSinceTheLastFlush) {
   EXPECT_TRUE(watcher_->changed());
 }
 
+TEST_F(CopyWatcherTest, tellsOfAQuerierThatStopsAndRunsAgain) {
+  interfaceIs("eth0");
+  const auto state = Mox::makePtr<InterfaceState>("eth0");
+  state->addressIs(IpAddr(10, 0, 0, 1));
+  state->runningIs(true);
+  copies_["eth0"].state = state;
+  EXPECT_THAT(told(), IsEmpty());
+  state->runningIs(false);
+  EXPECT_TRUE(watcher_->changed());
+  EXPECT_THAT(told(), ElementsAre("1000 interface down, address 10.0.0.1"));
+  state->addressIs(IpAddr(10, 0, 0, 2));
+  EXPECT_THAT(told(), IsEmpty());
+  state->runningIs(true);
+  EXPECT_THAT(told(), ElementsAre("1000 interface up, address 10.0.0.2"));
+  state->addressIs(IpAddr(10, 0, 0, 3));
+  EXPECT_THAT(told(), ElementsAre("1000 address changed, address 10.0.0.3"));
+  EXPECT_THAT(told(), IsEmpty());
+}
+
 TEST_F(CopyWatcherTest, followsInterfacesThatComeAndGo) {
   interfaceIs("eth0");
   told();

@@ -106,6 +106,16 @@ class VerbsTest(LabTestCase):
         self.assertEqual(0, watch.stop(signal.SIGINT))
         self.assertEqual([], watch.errors)
 
+    def test_watch_tells_of_a_link_that_goes_down_and_comes_up(self):
+        self.run_querier(*QUIET)
+        watch = Watch(self.router)
+        watch.expect("role", role="querier")
+        self.router.down()
+        watch.expect("interfaceDown", interface="eth0", address=self.router.address)
+        self.router.up()
+        watch.expect("interfaceUp", interface="eth0", address=self.router.address)
+        self.assertEqual(0, watch.stop())
+
     def test_watch_goes_on_when_the_agent_is_killed_and_starts_again(self):
         host = self.lab.station(11, 2)
         querier = self.run_querier(*SHORT)

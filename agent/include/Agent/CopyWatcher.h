@@ -1,5 +1,5 @@
 // Turns the changes of the copies of an agent's state into events: what the agent's own events tell
-// of its state, changes of the configuration, and on request of the counters.
+// of its state and its interfaces, changes of the configuration, and on request of the counters.
 //
 // What is there when the first flush comes is where the telling begins: of it only the roles are
 // told, or all of it as if it had just come. Flush when the copies are as the agent's state was at
