@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <ranges>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -85,8 +84,10 @@ class ShowVerb final : public Verb {
       interfaceOf(interfaces, name);
     } catch (const BadUse& error) {
       if (partNamed_ && partOf(name) == parts.end()) throw;
+      std::vector<std::string_view> known;
+      for (const auto& [part, shown] : parts) known.emplace_back(part);
       throw BadUse(fmt::format("{}; before the interfaces stands at most one part: {}",
-                               error.what(), fmt::join(parts | std::views::keys, ", ")));
+                               error.what(), fmt::join(known, ", ")));
     }
   }
 
