@@ -119,8 +119,9 @@ const TypeRecord& typeFor(std::string_view name) {
     }
   }
   if (found.size() == 1) return *found.front();
-  for (const TypeRecord* each : found)
+  for (const TypeRecord* each : found) {
     names += (names.empty() ? "" : ", ") + std::string(each->name);
+  }
   throw std::invalid_argument(
       found.empty() ? fmt::format("there is no type {}: `igmpq types` lists them", name)
                     : fmt::format("{} can be any of {}", name, names));

@@ -85,6 +85,7 @@ class ShowVerb final : public Verb {
     } catch (const BadUse& error) {
       if (partNamed_ && partOf(name) == parts.end()) throw;
       std::vector<std::string_view> known;
+      known.reserve(parts.size());
       for (const auto& [part, shown] : parts) known.emplace_back(part);
       throw BadUse(fmt::format("{}; before the interfaces stands at most one part: {}",
                                error.what(), fmt::join(known, ", ")));
