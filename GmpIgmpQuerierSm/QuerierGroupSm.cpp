@@ -42,9 +42,21 @@ void QuerierGroupSm::prefetchStatus() const {
   __builtin_prefetch(at + 64, 1);
 }
 
-QuerierGroupSm::DeclaredSets& QuerierGroupSm::declaredSets() const {
+QuerierGroupSm::DeclaredSets& QuerierGroupSm::declaredSets() {
   if (!declaredSets_) declaredSets_ = std::make_unique<DeclaredSets>();
   return *declaredSets_;
+}
+
+namespace {
+const QuerierGroupSm::AddrSet noSources;
+}
+
+const QuerierGroupSm::AddrSet& QuerierGroupSm::rexmitClrSource() const {
+  return declaredSets_ ? declaredSets_->clr : noSources;
+}
+
+const QuerierGroupSm::AddrSet& QuerierGroupSm::rexmitSetSource() const {
+  return declaredSets_ ? declaredSets_->set : noSources;
 }
 
 void QuerierGroupSm::prefetch() const {

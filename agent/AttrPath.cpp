@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "JsonLine.h"
+#include "Listed.h"
 
 namespace Agent {
 
@@ -62,13 +63,12 @@ Json valueJson(const AttrInfo& attr, const Object& object) {
 }
 
 std::string unknownAttr(const Object& object, std::string_view name) {
-  std::string known;
+  std::vector<std::string_view> known;
   for (const AttrInfo* attr : object.type().record()) {
-    if (attr->call != nullptr) continue;
-    known += known.empty() ? "" : ", ";
-    known += attr->name;
+    if (attr->call == nullptr) known.emplace_back(attr->name);
   }
-  return fmt::format("{} has no attribute \"{}\": it has {}", object.type().name, name, known);
+  return fmt::format("{} has no attribute \"{}\": it has {}", object.type().name, name,
+                     listed(known));
 }
 
 void addAttr(PathContent& content, const AttrInfo& attr, const Object& object) {
@@ -96,9 +96,14 @@ PathContent contentOf(const Object& object) {
   return content;
 }
 
-PathContent keysOf(const CollectionInfo& collection, const Object& object) {
+std::vector<Mox::U32> sortedKeys(const CollectionInfo& collection, const Object& object) {
   std::vector<Mox::U32> keys = collection.keys(entityOf(object));
-  std::ranges::sort(keys);
+  if (!collection.ordered) std::ranges::sort(keys);
+  return keys;
+}
+
+PathContent keysOf(const CollectionInfo& collection, const Object& object) {
+  const std::vector<Mox::U32> keys = sortedKeys(collection, object);
   PathContent content{Json::array(), {}};
   const size_t shown = std::min(keys.size(), mostKeys);
   for (const Mox::U32 key : std::span(keys).first(shown)) {
@@ -117,6 +122,9 @@ const Object& memberOf(const Object& object, const CollectionInfo& collection,
   const std::optional<Mox::U32> key =
       collection.keyOf == nullptr ? std::nullopt : collection.keyOf(text);
   if (!key) throw PathError(fmt::format("{}: \"{}\" is no key", collection.name, text));
+  if (collection.memberType == nullptr) {
+    throw PathError(fmt::format("{} holds keys: nothing is below them", collection.name));
+  }
   const EntityBase* member = collection.find(entityOf(object), *key);
   if (member == nullptr) {
     throw PathError(fmt::format("{} has no {}[{}]", nameOf(object), collection.name, text));
@@ -134,6 +142,11 @@ const Object& objectAt(const Object& object, const Step& step) {
   }
   const AttrInfo* attr = object.type().attr(step.name);
   if (attr == nullptr) throw PathError(unknownAttr(object, step.name));
+  if (attr->call != nullptr) {
+    throw PathError(fmt::format(
+        "{} is an operation and has no value; `igmpq call --help` lists those that can be called",
+        step.name));
+  }
   if (attr->held == nullptr || step.key) {
     throw PathError(fmt::format("{} is a value: nothing is below it", step.name));
   }
@@ -146,11 +159,6 @@ PathContent contentAt(const Object& object, const Step& step) {
   const CollectionInfo* collection = object.type().collection(step.name);
   if (collection != nullptr && !step.key) return keysOf(*collection, object);
   const AttrInfo* attr = object.type().attr(step.name);
-  if (attr != nullptr && attr->call != nullptr) {
-    throw PathError(fmt::format(
-        "{} is an operation and has no value; `igmpq call --help` lists those that can be called",
-        step.name));
-  }
   if (attr == nullptr || attr->get == nullptr || step.key) return contentOf(objectAt(object, step));
   return {valueJson(*attr, object), attr->text(object)};
 }
@@ -170,17 +178,19 @@ const Object* takeRoot(const ObjectRoots& roots, std::string_view& path) {
 void addSteps(std::vector<std::string>& all, const Object& object, const std::string& before,
               std::string_view begun) {
   const auto add = [&](const std::string& step) {
-    if (step.starts_with(begun) && all.size() < mostCompletions) all.push_back(before + step);
+    if (step.starts_with(begun)) all.push_back(before + step);
+    return all.size() < mostCompletions;
   };
   for (const AttrInfo* attr : object.type().record()) {
     if (attr->call != nullptr) continue;
-    add(attr->name);
+    if (!add(attr->name)) return;
+    // There may be a million keys: they are looked at only where one of them can be meant.
+    const std::string open = attr->name + std::string("[");
     if (attr->kind != Mox::AttrKind::collection) continue;
+    if (!begun.starts_with(open) && !open.starts_with(begun)) continue;
     const CollectionInfo& collection = *object.type().collection(attr->name);
-    std::vector<Mox::U32> keys = collection.keys(entityOf(object));
-    std::ranges::sort(keys);
-    for (const Mox::U32 key : keys) {
-      add(fmt::format("{}[{}]", attr->name, collection.keyText(key)));
+    for (const Mox::U32 key : sortedKeys(collection, object)) {
+      if (!add(open + collection.keyText(key) + "]")) return;
     }
   }
 }
@@ -197,9 +207,10 @@ PathContent readPath(const ObjectRoots& roots, std::string_view path) {
   std::string_view rest = path;
   const Object* object = takeRoot(roots, rest);
   if (object == nullptr) {
-    std::string known;
-    for (const auto& [name, root] : roots) known += (known.empty() ? "" : ", ") + name;
-    throw PathError(fmt::format("nothing is at \"{}\": paths begin with one of {}", path, known));
+    std::vector<std::string_view> known;
+    for (const auto& [name, root] : roots) known.emplace_back(name);
+    throw PathError(
+        fmt::format("nothing is at \"{}\": paths begin with one of {}", path, listed(known)));
   }
   if (rest.empty()) return contentOf(*object);
   Step step = stepOf(takeStep(rest));

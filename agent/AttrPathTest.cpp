@@ -6,6 +6,7 @@
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IpAddr.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -161,6 +162,26 @@ TEST_F(AttrPathTest, completesAnObjectWithItselfAndWhatIsBelow) {
 TEST_F(AttrPathTest, completesNothingBelowWhatIsNotThere) {
   EXPECT_THAT(completions(roots_, "status/eth0/group[239.9.9.9]/so"), IsEmpty());
   EXPECT_THAT(completions(roots_, "config/eth0/robustness/"), IsEmpty());
+}
+
+TEST_F(AttrPathTest, setsReadAsTheirKeysAndEveryAttributeOfAMachineReads) {
+  const auto wheel = makePtr<Obel::TimerWheel>(0.0);
+  const auto querier = Gmp::Igmp::querierSmFactory(config_, status_, IpAddr(10, 0, 0, 2), 1500, 0,
+                                                   wheel, wheel, wheel, false);
+  querier->pendingRexmitIs(IpAddr(239, 1, 1, 1), true);
+  const ObjectRoots roots{{"querierSm/eth0", querier}};
+  EXPECT_EQ(readPath(roots, "querierSm/eth0/pendingRexmit").value.dump(), R"(["239.1.1.1"])");
+  EXPECT_EQ(readPath(roots, "querierSm/eth0").text["pendingRexmit"], "1 member");
+  EXPECT_THROW(readPath(roots, "querierSm/eth0/pendingRexmit[239.1.1.1]"), PathError);
+  size_t read = 0;
+  for (const Mox::AttrInfo& attr : querier->type().attrs) {
+    if (attr.call != nullptr) continue;
+    if (attr.held != nullptr && attr.held(*querier) == nullptr) continue;
+    EXPECT_FALSE(readPath(roots, std::string("querierSm/eth0/") + attr.name).text.is_null())
+        << attr.name;
+    ++read;
+  }
+  EXPECT_GT(read, 20u);
 }
 
 TEST_F(AttrPathTest, completionsHaveAnEnd) {

@@ -13,6 +13,7 @@
 #include <Mox/NboAttrLog/Session.h>
 
 #include "JsonLine.h"
+#include "Listed.h"
 
 namespace Agent {
 
@@ -53,16 +54,5 @@ class Request {
   const Json object_;
   const Rights rights_;
 };
-
-// "a, b, c", or "none".
-template <class Names>
-std::string listed(const Names& names) {
-  std::string text;
-  for (const auto& name : names) {
-    if (!text.empty()) text += ", ";
-    text += name;
-  }
-  return text.empty() ? "none" : text;
-}
 
 }  // namespace Agent

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "Listed.h"
 #include "Table.h"
 
 namespace Agent {
@@ -50,6 +51,12 @@ Cell unitCell(const AttrInfo& attr) {
   return {};
 }
 
+// Members come and go by other ways than a setter's, and operations are called.
+Cell writableCell(const AttrInfo& attr) {
+  if (attr.kind == AttrKind::collection || attr.kind == AttrKind::operation) return {};
+  return Flag{attr.set != nullptr || attr.setPointer != nullptr, "yes", "no"};
+}
+
 Cell parameterCell(const AttrInfo& attr) {
   return attr.parameter == nullptr ? Cell() : std::string_view(attr.parameterName);
 }
@@ -60,7 +67,7 @@ void addMembers(Table& table, const TypeRecord& type) {
     for (const AttrInfo* attr : type.type->record()) {
       const std::string_view of = attr->typeName;
       table.row({Mox::U64{attr->id}, attr->name, kindName(attr->kind), of.empty() ? Cell() : of,
-                 unitCell(*attr), Flag{attr->set != nullptr, "yes", "no"}, parameterCell(*attr)});
+                 unitCell(*attr), writableCell(*attr), parameterCell(*attr)});
     }
   }
   for (const Mox::FieldInfo& field : type.fields) {
@@ -111,20 +118,16 @@ bool endsSo(std::string_view qualified, std::string_view name) {
 
 const TypeRecord& typeFor(std::string_view name) {
   if (const TypeRecord* exact = Mox::typeNamed(name)) return *exact;
-  std::vector<const TypeRecord*> found;
-  std::string names;
+  std::vector<const char*> found;
   for (const Mox::ModelTypes* model : Mox::loadedModels()) {
     for (const TypeRecord& record : model->records()) {
-      if (endsSo(record.name, name)) found.push_back(&record);
+      if (endsSo(record.name, name)) found.push_back(record.name);
     }
   }
-  if (found.size() == 1) return *found.front();
-  for (const TypeRecord* each : found) {
-    names += (names.empty() ? "" : ", ") + std::string(each->name);
-  }
+  if (found.size() == 1) return *Mox::typeNamed(found.front());
   throw std::invalid_argument(
       found.empty() ? fmt::format("there is no type {}: `igmpq types` lists them", name)
-                    : fmt::format("{} can be any of {}", name, names));
+                    : fmt::format("{} can be any of {}", name, listed(found)));
 }
 
 void printTypes(std::FILE* out, Format format) {

@@ -32,7 +32,10 @@ RequestClient::RequestClient(const std::string& attrLogSocket)
 // An agent that takes no request may have said why before.
 void RequestClient::ask(const Json& request) {
   error_code failed;
-  boost::asio::write(socket_, boost::asio::buffer(request.dump() + '\n'), failed);
+  boost::asio::write(
+      socket_,
+      boost::asio::buffer(request.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n'),
+      failed);
 }
 
 void RequestClient::follow() {

@@ -47,6 +47,14 @@ bool attrValueIs(Object& object, std::string_view attrName, const Value& value) 
   return valueIs(object, attrName, value);
 }
 
+bool detail::pointerIs(Object& object, std::string_view attrName, const std::type_info& type,
+                       const void* address) {
+  const AttrInfo& attr = attrOf(object.type(), attrName);
+  if (attr.setPointer == nullptr || *attr.pointer != type) return false;
+  attr.setPointer(object, address);
+  return true;
+}
+
 Value call(Object& object, std::string_view operation) {
   const AttrInfo& found = operationOf(object.type(), operation);
   if (found.parameter != nullptr) {

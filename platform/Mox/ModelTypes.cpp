@@ -1,6 +1,7 @@
 #include <Mox/ModelTypes.h>
 
 #include <algorithm>
+#include <set>
 
 #include <Mox/Errors.h>
 #include <Mox/Trace.h>
@@ -18,8 +19,9 @@ std::vector<const ModelTypes*>& models() {
 
 ModelTypes::ModelTypes(const char* model, std::initializer_list<TypeRecord> records)
     : model_(model), records_(records) {
+  std::set<std::string_view> own;
   for (const TypeRecord& record : records_) {
-    if (typeNamed(record.name) != nullptr) {
+    if (typeNamed(record.name) != nullptr || !own.insert(record.name).second) {
       throw InternalError(std::string(record.name) + " is registered twice");
     }
   }

@@ -66,6 +66,7 @@ TEST_F(ModelTypesTest, modelsAreListedInTheOrderOfLoading) {
 TEST_F(ModelTypesTest, aNameIsRegisteredOnce) {
   load();
   EXPECT_THROW(ModelTypes("Again", {entityType<Bed>(), entityType<Garden>()}), InternalError);
+  EXPECT_THROW(ModelTypes("Twice", {entityType<Bed>(), entityType<Bed>()}), InternalError);
   EXPECT_EQ(typeNamed("Test::Bed"), nullptr);
 }
 

@@ -105,7 +105,7 @@ TEST_F(TypeInfoTest, collectionsAreThoseOfTheTable) {
 
 TEST_F(TypeInfoTest, membersAreMadeFoundAndRemovedByKey) {
   EXPECT_EQ(beds_.find(*garden_, 7), nullptr);
-  EntityBase* bed = beds_.add(*garden_, 7);
+  EntityBase* bed = beds_.add(*garden_, 7).get();
   EXPECT_EQ(bed, garden_->bed(TestKey(7)).get());
   EXPECT_EQ(beds_.add(*garden_, 7), bed);
   EXPECT_EQ(beds_.find(*garden_, 7), bed);

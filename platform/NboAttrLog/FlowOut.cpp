@@ -8,7 +8,7 @@ namespace Mox::NboAttrLog {
 
 bool FlowOut::flows(const AttrInfo& attr) {
   if (attr.kind == AttrKind::collection) return true;
-  return (attr.kind == AttrKind::stored || attr.kind == AttrKind::counter) && attr.get != nullptr;
+  return (attr.kind == AttrKind::stored || attr.kind == AttrKind::counter) && attr.set != nullptr;
 }
 
 FlowOut FlowOut::everythingOf(const TypeInfo& type) {

@@ -118,10 +118,12 @@ class Shelf final : public Entity<Shelf> {
     virtual void onOwner() {}
     virtual void onPlace() {}
   };
-  // What no value of any kind can say.
+  // What can be shown, and cannot be made of what is shown.
   struct Place {
-    int row = 0;
+    static constexpr const char* valueTypeName = "Test::Place";
+    S32 row = 0;
     friend bool operator==(const Place&, const Place&) = default;
+    friend S32 shownValue(const Place& place) { return place.row; }
   };
 
   explicit Shelf(Name name) : name_(name) {}

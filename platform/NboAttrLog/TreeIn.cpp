@@ -24,7 +24,8 @@ void TreeIn::checkWritable(const EntityBase& entity, const std::string& peerName
 
 const CollectionInfo* TreeIn::collection(const EntityBase& entity, AttrId id) const {
   const auto collections = entity.type().collections;
-  return collections.empty() || collections.front().id != id ? nullptr : &collections.front();
+  if (collections.empty() || collections.front().id != id) return nullptr;
+  return collections.front().add == nullptr ? nullptr : &collections.front();
 }
 
 std::string TreeIn::readValues(const EntityBase& entity, Reader& in) {

@@ -6,8 +6,10 @@
 
 #include <set>
 #include <string>
+#include <vector>
 
 #include <Mox/GenericAccess.h>
+#include <Mox/HashMap.h>
 #include <Mox/TypeInfo.h>
 #include <gtest/gtest.h>
 
@@ -34,6 +36,7 @@ class AccessChecks {
   void written(E& entity, const char* name, V (E::*get)() const) {
     using T = std::remove_cvref_t<V>;
     read(entity, name, get);
+    written_.insert(name);
     SCOPED_TRACE(name);
     const Mox::AttrInfo* attr = type_.attr(name);
     ASSERT_NE(attr, nullptr);
@@ -57,6 +60,40 @@ class AccessChecks {
     EXPECT_EQ(Mox::valueFrom((entity.*get)()), before);
   }
 
+  // One that holds a pointer, the same with another one.
+  template <class E, class P>
+  void pointerWritten(E& entity, const char* name, const P& (E::*get)() const, const P& other) {
+    SCOPED_TRACE(name);
+    seen_.insert(name);
+    written_.insert(name);
+    ASSERT_NE(type_.attr(name), nullptr);
+    const P before = (entity.*get)();
+    ASSERT_NE(before, other);
+    EXPECT_TRUE(Mox::attrPointerIs(entity, name, other));
+    EXPECT_EQ((entity.*get)(), other);
+    EXPECT_FALSE(Mox::attrPointerIs(entity, name, before.get()));
+    EXPECT_EQ((entity.*get)(), other);
+    EXPECT_TRUE(Mox::attrPointerIs(entity, name, before));
+    EXPECT_EQ((entity.*get)(), before);
+  }
+
+  // A set: keys come and go by name as they do directly.
+  template <class E, class K>
+  void set(E& entity, const char* name, const Mox::HashMap<K, bool>& (E::*get)() const, K key) {
+    SCOPED_TRACE(name);
+    seen_.insert(name);
+    const Mox::CollectionInfo* keys = type_.collection(name);
+    ASSERT_NE(keys, nullptr);
+    ASSERT_FALSE((entity.*get)().contains(key));
+    EXPECT_EQ(keys->add(entity, key.value()), nullptr);
+    EXPECT_TRUE((entity.*get)().contains(key));
+    EXPECT_EQ(keys->keys(entity), std::vector<U32>{key.value()});
+    EXPECT_EQ(keys->find(entity, key.value()), nullptr);
+    keys->remove(entity, key.value());
+    EXPECT_FALSE((entity.*get)().contains(key));
+    EXPECT_EQ(keys->size(entity), 0u);
+  }
+
   // An attribute that another test looks at, or that has no value.
   void other(const char* name) {
     ASSERT_NE(type_.attr(name), nullptr) << name;
@@ -66,6 +103,8 @@ class AccessChecks {
   void expectAllSeen() const {
     for (const Mox::AttrInfo& attr : type_.attrs) {
       EXPECT_TRUE(seen_.contains(attr.name)) << attr.name << " was not looked at";
+      const bool writable = attr.set != nullptr || attr.setPointer != nullptr;
+      EXPECT_EQ(written_.contains(attr.name), writable) << attr.name;
     }
   }
 
@@ -86,6 +125,7 @@ class AccessChecks {
 
   const Mox::TypeInfo& type_;
   std::set<std::string> seen_;
+  std::set<std::string> written_;
 };
 
 }  // namespace Gmp::Igmp

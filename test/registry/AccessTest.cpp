@@ -130,17 +130,58 @@ TEST(GenericAccess, aGenericWriteNotifiesAsADirectOne) {
   EXPECT_EQ(listener.told, 1);
 }
 
+// Writes down the groups it is told of, and removes each of them if it was asked to.
+class GroupListener final : public QuerierStatus::NotifieeConst {
+ public:
+  explicit GroupListener(const Ptr<QuerierStatus>& status)
+      : NotifieeConst(status), status_(*status) {}
+  using NotifieeConst::onGroup;
+  void onGroup(IpAddr addr) override {
+    told += addr.stringValue() + " ";
+    if (removing && status_.group(addr)) status_.groupDel(addr);
+  }
+  std::string told;
+  bool removing = false;
+
+ private:
+  QuerierStatus& status_;
+};
+
+TEST(GenericAccess, membersThatComeAndGoByKeyAreToldOfOnce) {
+  const Ptr<QuerierStatus> status = makePtr<QuerierStatus>();
+  const Mox::CollectionInfo& groups = *status->type().collection("group");
+  const GroupListener listener(status);
+  const U32 key = IpAddr(239, 1, 1, 2).value();
+  groups.add(*status, key);
+  groups.add(*status, key);
+  EXPECT_EQ(listener.told, "239.1.1.2 ");
+  groups.remove(*status, key);
+  groups.remove(*status, key);
+  EXPECT_EQ(listener.told, "239.1.1.2 239.1.1.2 ");
+}
+
+TEST(GenericAccess, aMemberThatIsRemovedAsSoonAsItIsToldOfIsStillThereForWhoMadeIt) {
+  const Ptr<QuerierStatus> status = makePtr<QuerierStatus>();
+  GroupListener listener(status);
+  listener.removing = true;
+  const Ptr<Mox::EntityBase> made =
+      status->type().collection("group")->add(*status, IpAddr(239, 1, 1, 2).value());
+  EXPECT_EQ(made->keyText(), "239.1.1.2");
+  EXPECT_EQ(made->parent(), nullptr);
+  EXPECT_TRUE(status->group().empty());
+}
+
 TEST(GenericAccess, collectionIsReadMadeDeletedAndWalkedByKey) {
   const Ptr<QuerierStatus> status = makePtr<QuerierStatus>();
   const Mox::CollectionInfo& groups = *typeOf("Gmp::Igmp::QuerierStatus").collection("group");
   const U32 b = *groups.keyOf("239.1.1.2");
   const U32 a = *groups.keyOf("224.0.1.5");
   EXPECT_EQ(groups.find(*status, a), nullptr);
-  Mox::EntityBase* made = groups.add(*status, b);
+  const Ptr<Mox::EntityBase> made = groups.add(*status, b);
   groups.add(*status, a);
   EXPECT_EQ(groups.add(*status, b), made);
-  EXPECT_EQ(status->group(IpAddr(239, 1, 1, 2)).get(), made);
-  EXPECT_EQ(groups.find(*status, b), made);
+  EXPECT_EQ(status->group(IpAddr(239, 1, 1, 2)).get(), made.get());
+  EXPECT_EQ(groups.find(*status, b), made.get());
   EXPECT_THAT(groups.keys(*status), ElementsAre(a, b));
   EXPECT_EQ(groups.keyText(a), "224.0.1.5");
   EXPECT_EQ(groups.keyOf("no address"), std::nullopt);

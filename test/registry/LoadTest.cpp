@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <Mox/EventLog.h>
 #include <Mox/ModelTypes.h>
 #include <Mox/Trace.h>
@@ -82,6 +83,13 @@ TEST_F(LoadTest, eventLogMessagesGoWithTheLibrary) {
   EXPECT_THAT(messages(), IsEmpty());
 }
 
+TEST_F(LoadTest, traceHandleOfTheMonitorIsMadeOnFirstUse) {
+  load();
+  for (const Mox::TraceHandle* handle : Mox::TraceHandle::all()) {
+    EXPECT_STRNE(handle->name(), "GmpAttrLogSm");
+  }
+}
+
 TEST_F(LoadTest, traceHandlesStayWithTheirLevels) {
   load();
   Mox::TraceHandle& handle = Mox::TraceHandle::named("IgmpPacket");
@@ -95,16 +103,23 @@ TEST_F(LoadTest, traceHandlesStayWithTheirLevels) {
   EXPECT_EQ(Mox::TraceHandle::named("IgmpPacket").ringLevel(), 8);
 }
 
-// A method of the library traces its entry; no header of the library is needed to call one.
+// Its text could be made by the library's own code only.
 TEST_F(LoadTest, whatItTracedIsForgottenWithIt) {
   load();
   Mox::TraceHandle::named("GmpAttrLogSm").ringLevelIs(9);
-  Mox::brevlog().record(3, "LoadTest", 1.0, "before");
-  EXPECT_GT(Mox::brevlog().recorded(), 0u);
+  using Factory = decltype(&Gmp::Igmp::gmpAttrLogSmFactory);
+  const auto factory = reinterpret_cast<Factory>(dlsym(
+      handle_, "_ZN3Gmp4Igmp19gmpAttrLogSmFactoryEN3Mox3PtrIKNS1_10NboAttrLog11SocketOutSmEEE"));
+  ASSERT_NE(factory, nullptr) << dlerror();
+  factory(nullptr);
+  const auto traced = [] {
+    std::string text;
+    Mox::brevlog().forEach([&](const Brevlog::Ring::Line& line) { text += line.text(); });
+    return text;
+  };
+  EXPECT_EQ(traced(), "GmpAttrLogSm GmpAttrLogSm::handleInitialized()");
   unload();
-  std::string text;
-  Mox::brevlog().forEach([&](const Brevlog::Ring::Line& line) { text += line.text(); });
-  EXPECT_EQ(text, "");
+  EXPECT_EQ(traced(), "");
 }
 
 }  // namespace

@@ -137,6 +137,22 @@ TEST(RegistryTest, everyAttributeTellsItsType) {
   }
 }
 
+TEST(RegistryTest, typesOfThisLibraryThatAttributesNameAreRegistered) {
+  size_t looked = 0;
+  for (const Mox::ModelTypes* model : Mox::loadedModels()) {
+    for (const Mox::TypeRecord& record : model->records()) {
+      if (record.type == nullptr) continue;
+      for (const Mox::AttrInfo& attr : record.type->attrs) {
+        EXPECT_STRNE(attr.typeName, "Mox::Entity") << record.name << " " << attr.name;
+        if (!std::string_view(attr.typeName).starts_with("Gmp::Igmp::")) continue;
+        ++looked;
+        EXPECT_NE(Mox::typeNamed(attr.typeName), nullptr) << record.name << " " << attr.name;
+      }
+    }
+  }
+  EXPECT_GT(looked, 10u);
+}
+
 TEST(RegistryTest, enumerationsListTheirNumbersAndNames) {
   std::string text;
   for (const char* name : {"Gmp::Igmp::IgmpVersion", "Gmp::Igmp::IgmpFilterMode",

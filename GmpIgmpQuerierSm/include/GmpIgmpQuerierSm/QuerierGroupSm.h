@@ -83,8 +83,8 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   // Sources with group-and-source-specific queries still to be sent.
   const AddrSet& rexmitSource() const { return rexmitSource_; }
   // Kept for access by name; the lists of a query are built for each run of the timer.
-  const AddrSet& rexmitClrSource() const { return declaredSets().clr; }
-  const AddrSet& rexmitSetSource() const { return declaredSets().set; }
+  const AddrSet& rexmitClrSource() const;
+  const AddrSet& rexmitSetSource() const;
   // Group-specific queries still to be sent.
   U32 rexmitGroupQuery() const { return rexmitGroupQuery_; }
   bool initialized() const { return initialized_; }
@@ -162,12 +162,12 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
  private:
   using Self = QuerierGroupSm;
 
-  // Always empty but for access by name, so their memory is there from the first use only.
+  // Always empty but for access by name, so their memory is there from the first change only.
   struct DeclaredSets {
     AddrSet clr;
     AddrSet set;
   };
-  DeclaredSets& declaredSets() const;
+  DeclaredSets& declaredSets();
 
   // Whoever is told of a change may end the group in the middle of a handler. What the handler does
   // then goes nowhere: these write and arm nothing, as doSetTimer does, and the owner's values are
@@ -222,7 +222,7 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   Seconds rexmitTimerExpiry_ = 0.0;
   Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV1MembershipTimer> v1MembershipTimer_;
   Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleRexmitTimer> rexmitTimer_;
-  mutable std::unique_ptr<DeclaredSets> declaredSets_;
+  std::unique_ptr<DeclaredSets> declaredSets_;
   bool initialized_ = false;
 
   friend class Mox::Entity<QuerierGroupSm>;
@@ -252,14 +252,16 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
       Mox::Attr{"rexmitTimerState", &Self::rexmitTimerState_, &Self::rexmitTimerStateIs,
                 &NotifieeConst::onRexmitTimerState},
       Mox::Members{"source", &Self::source_},
-      Mox::Piece{"rexmitSource", &Self::rexmitSource_},
-      Mox::Constant{"rexmitClrSource", &Self::rexmitClrSource},
-      Mox::Constant{"rexmitSetSource", &Self::rexmitSetSource},
+      Mox::Set{"rexmitSource", &Self::rexmitSource, &Self::rexmitSourceIs, &Self::rexmitSourceDel},
+      Mox::Set{"rexmitClrSource", &Self::rexmitClrSource, &Self::rexmitClrSourceIs,
+               &Self::rexmitClrSourceDel},
+      Mox::Set{"rexmitSetSource", &Self::rexmitSetSource, &Self::rexmitSetSourceIs,
+               &Self::rexmitSetSourceDel},
       Mox::Attr{"rexmitGroupQuery", &Self::rexmitGroupQuery_, &Self::rexmitGroupQueryIs,
                 &NotifieeConst::onRexmitGroupQuery},
       Mox::Attr{"initialized", &Self::initialized_, &Self::initializedIs,
                 &NotifieeConst::onInitialized},
-      Mox::Constant{"querierSm", &Self::owner},
+      Mox::Owner{"querierSm", &Self::owner, "Gmp::Igmp::QuerierSm"},
   };
 };
 

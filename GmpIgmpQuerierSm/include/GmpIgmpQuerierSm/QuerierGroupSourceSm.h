@@ -97,7 +97,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
       Mox::Attr{"rexmits", &Self::rexmits_, &Self::rexmitsIs, &NotifieeConst::onRexmits},
       Mox::Attr{"initialized", &Self::initialized_, &Self::initializedIs,
                 &NotifieeConst::onInitialized},
-      Mox::Constant{"groupSm", &Self::owner},
+      Mox::Owner{"groupSm", &Self::owner, "Gmp::Igmp::QuerierGroupSm"},
   };
 };
 

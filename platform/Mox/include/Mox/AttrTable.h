@@ -12,7 +12,9 @@
 //   Derived     get                      computed on reading
 //   Collection  collection, slot         members keyed by address; `slot` is told of one key
 //   Members     members                  members that only their owner makes and removes
+//   Set         get, is, del             keys that are there or not
 //   Constant    get                      a fixed value
+//   Owner       get                      the object that this one is a part of
 //   Piece       member                   a timer or another part that cannot be written
 //   Operation   call                     can be called, with one argument at most
 //
@@ -138,6 +140,29 @@ struct Members {
   using KeyType = K;
   const char* name;
   HashMap<K, Ptr<M>> E::*members;
+};
+
+// The object that this one is a part of, whose class is not complete where its parts are declared.
+template <class E, class V>
+struct Owner {
+  constexpr Owner(const char* n, V (E::*g)() const, const char* t) : name(n), get(g), typeName(t) {}
+  static constexpr AttrKind kind = AttrKind::piece;
+  const char* name;
+  V (E::*get)() const;
+  const char* typeName;
+};
+
+template <class E, class K>
+struct Set {
+  using KeyType = K;
+  using Keys = HashMap<K, bool>;
+  constexpr Set(const char* n, const Keys& (E::*g)() const, void (E::*i)(K, bool), void (E::*d)(K))
+      : name(n), keys(g), is(i), del(d) {}
+  static constexpr AttrKind kind = AttrKind::collection;
+  const char* name;
+  const Keys& (E::*keys)() const;
+  void (E::*is)(K, bool);
+  void (E::*del)(K);
 };
 
 // A timer, or another piece that the object is built with and that only its own methods change.

@@ -41,6 +41,7 @@ constexpr ValueKind kindOf() {
   } else if constexpr (std::same_as<T, U64>) {
     return ValueKind::u64;
   } else if constexpr (std::signed_integral<T>) {
+    static_assert(sizeof(T) <= sizeof(S32), "there is no kind for wider signed numbers");
     return ValueKind::s32;
   } else if constexpr (std::integral<T> || std::is_enum_v<T> || Numbered<T>) {
     return ValueKind::u32;

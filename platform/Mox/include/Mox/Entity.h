@@ -261,32 +261,50 @@ class Entity : public EntityBase {
   struct CollectionAccess {
     static constexpr auto row = Self::attributes.template row<place>();
     using K = typename decltype(row)::KeyType;
-    // Members that only their owner makes and removes have a row of another kind.
+    // Members that only their owner makes and removes have a row of another kind, and so have sets.
     static constexpr bool owned = requires { row.members; };
+    static constexpr bool isSet = requires { row.del; };
 
     static const auto& members(const EntityBase& entity) {
       const Self& self = static_cast<const Self&>(entity);
-      if constexpr (owned) {
+      if constexpr (isSet) {
+        return (self.*row.keys)();
+      } else if constexpr (owned) {
         return self.*row.members;
       } else {
         return self.*row.collection;
       }
     }
     using Map = std::remove_cvref_t<decltype(members(std::declval<const EntityBase&>()))>;
-    using Member = typename std::remove_cvref_t<decltype(*std::declval<const Map&>().find(
-        std::declval<K>()))>::element_type;
+    using Held = std::remove_cvref_t<decltype(*std::declval<const Map&>().find(std::declval<K>()))>;
+    static constexpr const char* memberTypeName = isSet ? typeNameOf<K>() : typeNameOf<Held>();
     static constexpr bool ordered = requires(const Map& m, K k) { m.lowerBound(k); };
 
     static size_t size(const EntityBase& entity) { return members(entity).size(); }
-    static EntityBase* find(const EntityBase& entity, U32 key) {
-      const auto* found = members(entity).find(K(key));
-      return found == nullptr ? nullptr : found->get();
+    static EntityBase* find([[maybe_unused]] const EntityBase& entity, [[maybe_unused]] U32 key) {
+      if constexpr (isSet) {
+        return nullptr;
+      } else {
+        const auto* found = members(entity).find(K(key));
+        return found == nullptr ? nullptr : found->get();
+      }
     }
-    static EntityBase* add(EntityBase& entity, U32 key) {
-      return static_cast<Self&>(entity).template memberIs<row.collection>(K(key)).get();
+    static Ptr<EntityBase> add(EntityBase& entity, U32 key) {
+      Self& self = static_cast<Self&>(entity);
+      if constexpr (isSet) {
+        (self.*row.is)(K(key), true);
+        return nullptr;
+      } else {
+        return self.template memberIs<row.collection>(K(key));
+      }
     }
     static void remove(EntityBase& entity, U32 key) {
-      static_cast<Self&>(entity).template memberDel<row.collection>(K(key));
+      Self& self = static_cast<Self&>(entity);
+      if constexpr (isSet) {
+        (self.*row.del)(K(key));
+      } else {
+        self.template memberDel<row.collection>(K(key));
+      }
     }
     static std::vector<U32> keys(const EntityBase& entity) {
       std::vector<U32> all;
@@ -314,11 +332,11 @@ class Entity : public EntityBase {
       CollectionInfo made{.id = static_cast<AttrId>(Self::attributes.first + place),
                           .name = row.name,
                           .ordered = ordered,
-                          .memberType = &typeInfoOf<Member>,
                           .size = &size,
                           .find = &find,
                           .keys = &keys,
                           .keyText = &keyText};
+      if constexpr (!isSet) made.memberType = &typeInfoOf<typename Held::element_type>;
       if constexpr (!owned) {
         made.add = &add;
         made.remove = &remove;

@@ -27,6 +27,16 @@ MOX_PUBLIC Value attrValue(const Object& object, std::string_view attrName);
 MOX_PUBLIC bool attrValueIs(Object& object, AttrId id, const Value& value);
 MOX_PUBLIC bool attrValueIs(Object& object, std::string_view attrName, const Value& value);
 
+// The same for an attribute that holds a pointer of type P; false also for one that holds another.
+namespace detail {
+MOX_PUBLIC bool pointerIs(Object& object, std::string_view attrName, const std::type_info& type,
+                          const void* address);
+}
+template <class P>
+bool attrPointerIs(Object& object, std::string_view attrName, const P& pointer) {
+  return detail::pointerIs(object, attrName, typeid(P), &pointer);
+}
+
 // Calls an operation without an argument; nothing for one without a result. An InternalError names
 // an operation that the type does not have, or one that needs an argument.
 MOX_PUBLIC Value call(Object& object, std::string_view operation);

@@ -1,8 +1,8 @@
 // The type registry: every type of every loaded model, found by its qualified name.
 //
 // A model registers its types with one ModelTypes, a static object: when its library is loaded, in
-// the order of the list, until it is unloaded. With the library goes what its code recorded in the
-// trace ring, for nobody could make text of that any more.
+// the order of the list, until it is unloaded. The trace ring is forgotten then: nobody could make
+// text of what the library's code recorded, and which records those are cannot be told.
 //
 //   const Mox::ModelTypes types("GmpAttrLogSm", {Mox::objectType<GmpAttrLogSm>()});
 //   if (const TypeRecord* found = typeNamed("Gmp::Igmp::IgmpVersion")) ...
@@ -70,7 +70,8 @@ class MOX_PUBLIC ModelTypes {
   const std::vector<TypeRecord> records_;
 };
 
-// Those that are loaded, in the order of loading.
+// Those that are loaded, in the order of loading. What these two return is there for as long as its
+// model is.
 MOX_PUBLIC std::vector<const ModelTypes*> loadedModels();
 // The type of that qualified name; null for none.
 MOX_PUBLIC const TypeRecord* typeNamed(std::string_view name);

@@ -43,6 +43,9 @@ struct AttrInfo {
   std::string (*text)(const Object&) = nullptr;
   // Null for what cannot be written.
   void (*set)(Object&, const Value&) = nullptr;
+  // The same for what is held by a pointer: given the address of a pointer of the type `pointer`.
+  void (*setPointer)(Object&, const void* address) = nullptr;
+  const std::type_info* pointer = nullptr;
   // The object that this attribute holds or points to, or null; for those attributes only.
   const Object* (*held)(const Object&) = nullptr;
   // Calls the operation with the address of its argument; without a parameter that is ignored.
@@ -51,16 +54,17 @@ struct AttrInfo {
   const char* parameterName = "";
 };
 
-// How the members of a collection are reached by key.
+// How the members of a collection are reached by key. A set has keys and no members.
 struct CollectionInfo {
   AttrId id = 0;
   const char* name = nullptr;
   bool ordered = false;
-  const TypeInfo& (*memberType)() = nullptr;
+  const TypeInfo& (*memberType)() = nullptr;  // null for a set
   size_t (*size)(const EntityBase&) = nullptr;
-  EntityBase* (*find)(const EntityBase&, U32 key) = nullptr;  // null for none
-  // Found or made, and removed; null where only the owner makes and removes members.
-  EntityBase* (*add)(EntityBase&, U32 key) = nullptr;
+  EntityBase* (*find)(const EntityBase&, U32 key) = nullptr;  // null for none, and for a set
+  // Found or made, and removed; null where only the owner makes and removes members. A member may
+  // be gone from the collection again when it is returned; nothing is returned for a set.
+  Ptr<EntityBase> (*add)(EntityBase&, U32 key) = nullptr;
   void (*remove)(EntityBase&, U32 key) = nullptr;
   std::vector<U32> (*keys)(const EntityBase&) = nullptr;
   // The first member whose key is not below `from`; only where the collection is ordered.
@@ -150,6 +154,11 @@ struct RowAccess {
       return pointer;
     }
   }
+  static void setPointer(Object& object, const void* address) {
+    E& self = static_cast<E&>(object);
+    using V = std::remove_cvref_t<decltype(self.*row.member)>;
+    (self.*row.set)(*static_cast<const V*>(address));
+  }
   static void set(Object& object, const Value& value) {
     E& self = static_cast<E&>(object);
     using V = std::remove_cvref_t<decltype(self.*row.member)>;
@@ -158,7 +167,11 @@ struct RowAccess {
 
   template <class V>
   static constexpr void valued(AttrInfo& info) {
-    info.typeName = typeNameOf<V>();
+    if constexpr (requires { row.typeName; }) {
+      info.typeName = row.typeName;
+    } else {
+      info.typeName = typeNameOf<V>();
+    }
     info.value = valueKind<V>;
     info.named = Enumeration<V> || Numbered<V>;
     if constexpr (Valued<V>) {
@@ -171,6 +184,13 @@ struct RowAccess {
       info.value = shownKind<decltype(shownValue(std::declval<const V&>()))>();
       info.get = &getShown;
       info.text = &textShown;
+    } else {
+      static_assert(Valued<V>,
+                    "an attribute has a value, holds an object, or has something to show");
+    }
+    if constexpr (!Valued<V> && requires { row.set; }) {
+      info.setPointer = &setPointer;
+      info.pointer = &typeid(V);
     }
   }
   template <class Shown>
@@ -199,7 +219,7 @@ struct RowAccess {
     AttrInfo info{.id = id, .name = row.name, .kind = row.kind};
     if constexpr (requires { row.unit; }) info.unit = row.unit;
     if constexpr (row.kind == AttrKind::collection) {
-      info.typeName = E::template CollectionAccess<at>::Member::entityTypeName;
+      info.typeName = E::template CollectionAccess<at>::memberTypeName;
     } else if constexpr (row.kind == AttrKind::operation) {
       called(info, row.call);
     } else {
