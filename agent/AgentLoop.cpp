@@ -88,10 +88,10 @@ std::unique_ptr<RequestServer> AgentLoop::requestsServed(const Setup& setup, Eve
 
 ObjectRoots AgentLoop::roots() const {
   ObjectRoots all;
+  for (const auto& [number, entry] : attrLog_->directory().entries()) {
+    all.emplace_back(entry.path, entry.entity);
+  }
   for (const auto& querier : queriers_) {
-    all.emplace_back("config/" + querier->name(), querier->config());
-    all.emplace_back("status/" + querier->name(), querier->status());
-    all.emplace_back("interface/" + querier->name(), querier->state());
     if (querier->running()) all.emplace_back("querierSm/" + querier->name(), querier->querier());
   }
   all.emplace_back("attrLogSm", attrLog_->monitor());

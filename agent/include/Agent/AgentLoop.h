@@ -49,7 +49,7 @@ class AgentLoop {
 
  private:
   std::unique_ptr<AttrLogServer> attrLogServed(const Setup& setup, EventSink& sink);
-  // What requests can read by path; only while the attribute log is served.
+  // What requests can read by path: what the attribute log serves, and the machines behind it.
   ObjectRoots roots() const;
   std::unique_ptr<RequestServer> requestsServed(const Setup& setup, EventSink& sink);
   void publish(const InterfaceQuerier& querier);
