@@ -28,6 +28,4 @@ const char* Name::emptyText() {
   return empty;
 }
 
-void appendText(std::string& out, Name name) { out += name.view(); }
-
 }  // namespace Mox

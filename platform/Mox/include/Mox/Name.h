@@ -26,12 +26,12 @@ class MOX_PUBLIC Name {
 
   friend bool operator==(Name a, Name b) { return a.text_ == b.text_; }
   friend auto operator<=>(Name a, Name b) { return a.view() <=> b.view(); }
+  // Of names only: any text would do, too, if it were not known to names alone.
+  friend void appendText(std::string& out, Name name) { out += name.view(); }
 
  private:
   const char* text_ = emptyText();  // interned, so that equal names are equal pointers
   static const char* emptyText();
 };
-
-void MOX_PUBLIC appendText(std::string& out, Name name);
 
 }  // namespace Mox
