@@ -257,6 +257,12 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(done.returncode, 2)
         self.assertIn("/nonexistent.pcap", done.stderr)
 
+    def test_a_scenario_takes_no_option_of_a_capture(self):
+        for option in (["--address", "10.0.0.1"], ["--until", "5"], ["--max-gap", "5"],
+                       ["--query-interval", "60"], ["--boundary", "239.0.0.0/8"]):
+            self.expect_bad_use(["replay", "--scenario", "-", *option],
+                                f"{option[0]} is for a capture")
+
 
 if __name__ == "__main__":
     unittest.main()

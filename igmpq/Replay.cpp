@@ -1,5 +1,8 @@
 // `igmpq replay`: what a querier would have made of a capture, or makes of a scenario.
+#include <algorithm>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <fmt/format.h>
 
@@ -29,7 +32,10 @@ class ReplayVerb final : public Verb {
   }
 
   int run() override {
-    if (!scenario_.file.empty()) return Agent::runScenario(scenario_, stdout, stderr);
+    if (!scenario_.file.empty()) {
+      refuseOptionsOfCaptures();
+      return Agent::runScenario(scenario_, stdout, stderr);
+    }
     if (path_.empty()) throw BadUse("replay: name a CAPTURE, or a --scenario FILE");
     if (replay_.address.isZero()) {
       throw BadUse("--address is required: the replayed querier's own address, such as 10.0.0.1");
@@ -66,15 +72,16 @@ class ReplayVerb final : public Verb {
         ->needs(scenario);
     options->add_flag("--traces", scenario_.traces, "of a scenario: write every trace")
         ->needs(scenario);
+    number(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
+           "of what is left to chance (0)",
+           [this](double seed) { replay_.seed = scenario_.seed = static_cast<Mox::U32>(seed); });
+    options->add_flag("--json", json_, "write JSON Lines, as a scenario does anyway");
+    const std::vector<const CLI::Option*> ofBoth = std::as_const(*options).get_options();
     options
         ->add_option_function<std::string>(
             "--address", [this](const std::string& text) { replay_.address = addressOf(text); },
             "own address of the replayed querier")
         ->type_name("A.B.C.D");
-    options->add_flag("--json", json_, "write JSON Lines");
-    number(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
-           "of what is left to chance (0)",
-           [this](double seed) { replay_.seed = scenario_.seed = static_cast<Mox::U32>(seed); });
     number(*options, "--until", "SECONDS", {.least = 0, .most = year},
            "go on that long after the last frame (0)",
            [this](double seconds) { replay_.until = seconds; });
@@ -82,6 +89,17 @@ class ReplayVerb final : public Verb {
            "shorten longer gaps between frames (86400)",
            [this](double seconds) { replay_.maxGap = seconds; });
     settings_.addOptions(*options);
+    ofCaptures_ = std::as_const(*options).get_options([&ofBoth](const CLI::Option* option) {
+      return std::ranges::find(ofBoth, option) == ofBoth.end();
+    });
+  }
+
+  void refuseOptionsOfCaptures() const {
+    for (const CLI::Option* option : ofCaptures_) {
+      if (option->count() == 0) continue;
+      throw BadUse(fmt::format("{} is for a capture; a scenario says for itself what it replays",
+                               option->get_name()));
+    }
   }
 
   static IpAddr addressOf(const std::string& text) {
@@ -122,6 +140,7 @@ class ReplayVerb final : public Verb {
 
   std::string path_;
   bool json_ = false;
+  std::vector<const CLI::Option*> ofCaptures_;  // what a scenario has no use for
   Agent::ReplayOptions replay_;
   Agent::ScenarioOptions scenario_;
   Agent::QuerierSettings settings_;
