@@ -7,6 +7,7 @@
 
 #include <sys/socket.h>
 
+#include <Mox/ActivityClock.h>
 #include <Mox/Trace.h>
 
 #include "LocalPeer.h"
@@ -27,6 +28,8 @@ class RequestServer::Client final : public std::enable_shared_from_this<Client> 
   void followUp() {
     if (session_.answering()) write();
   }
+  // Since when neither side has said anything. Who waits for the next trace idles never.
+  Mox::Seconds idleSince() const { return waitsForMore() ? Mox::never : movedTime_; }
   // From here on it does nothing, whatever is still pending.
   void close() {
     open_ = false;
@@ -35,6 +38,7 @@ class RequestServer::Client final : public std::enable_shared_from_this<Client> 
   }
 
  private:
+  bool waitsForMore() const { return session_.answering() && !waitsWritable_; }
   void write();
   void waitReadable();
   void waitWritable();
@@ -43,6 +47,7 @@ class RequestServer::Client final : public std::enable_shared_from_this<Client> 
   RequestServer& server_;
   Socket socket_;
   RequestSession session_;
+  Mox::Seconds movedTime_ = Mox::now();
   bool open_ = true;
   bool inEnded_ = false;
   bool waitsReadable_ = false;
@@ -78,6 +83,7 @@ void RequestServer::Client::read() {
   const ssize_t got =
       wanted == 0 ? 0 : ::recv(socket_.native_handle(), bytes.data(), wanted, MSG_DONTWAIT);
   if (got > 0) {
+    movedTime_ = Mox::now();
     session_.in({bytes.data(), static_cast<size_t>(got)});
   } else if (wanted != 0 && (got == 0 || (errno != EAGAIN && errno != EINTR))) {
     inEnded_ = true;
@@ -99,7 +105,10 @@ void RequestServer::Client::write() {
   const ssize_t sent =
       ::send(socket_.native_handle(), out.data(), out.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
   if (sent < 0 && errno != EAGAIN && errno != EINTR) return server_.clientDel(*this);
-  session_.taken(static_cast<size_t>(std::max<ssize_t>(sent, 0)));
+  if (sent > 0) {
+    movedTime_ = Mox::now();
+    session_.taken(static_cast<size_t>(sent));
+  }
   waitReadable();  // there may be room again
   waitWritable();
 }
@@ -116,7 +125,7 @@ RequestServer::~RequestServer() {
 }
 
 void RequestServer::letIn(Socket socket) {
-  if (clients_.size() >= mostClients) {
+  if (clients_.size() >= mostClients && !endIdle()) {
     constexpr std::string_view full =
         "{\"error\":\"the agent answers no more clients at a time; end one, such as an `igmpq "
         "trace "
@@ -126,6 +135,14 @@ void RequestServer::letIn(Socket socket) {
   }
   clients_.push_back(std::make_shared<Client>(*this, std::move(socket)));
   clients_.back()->start();
+}
+
+bool RequestServer::endIdle() {
+  const auto idlest = std::ranges::min_element(
+      clients_, {}, [](const auto& client) { return client->idleSince(); });
+  if (Mox::now() < (*idlest)->idleSince() + longestIdle) return false;
+  clientDel(**idlest);
+  return true;
 }
 
 void RequestServer::clientDel(const Client& client) {

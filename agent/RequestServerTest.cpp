@@ -22,7 +22,6 @@ using Mox::trace;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr const char* ok = "{}";
 constexpr const char* clearCounters =
     R"({"op":"call","interface":"eth0","operation":"clearCounters"})";
 constexpr const char* followTests = R"({"op":"trace","handle":"RequestTest","follow":true})";
@@ -241,6 +240,41 @@ TEST_F(RequestServerTest, clientBeyondTheMostIsToldSo) {
   run();
   TestClient next(path_);
   EXPECT_THAT(answerTo(next, clearCounters), ElementsAre(ok));
+}
+
+// Neither who says nothing, nor who asks and takes nothing, keeps others out for ever.
+TEST_F(RequestServerTest, clientThatIdlesMakesRoomForTheNext) {
+  Mox::virtualTimeIs(1000.0);
+  TestClient follower(path_);
+  follower.ask(followTests);
+  settle({&follower});
+  TestClient stalled(path_);
+  while (stalled.say(std::string(clearCounters) + "\n") != 0) run();
+  std::vector<std::unique_ptr<TestClient>> silent;
+  while (server_->clients() < RequestServer::mostClients) {
+    Mox::virtualTimeIs(Mox::now() + 0.5);
+    silent.push_back(std::make_unique<TestClient>(path_));
+    run();
+  }
+
+  Mox::virtualTimeIs(1000.0 + RequestServer::longestIdle - 0.5);
+  TestClient tooSoon(path_);
+  settle({&tooSoon});
+  EXPECT_TRUE(tooSoon.ended());
+
+  for (TestClient* const gone : {&stalled, silent[0].get()}) {
+    Mox::virtualTimeIs(Mox::now() + 0.5);
+    TestClient next(path_);
+    EXPECT_THAT(answerTo(next, clearCounters), ElementsAre(ok));
+    settle({gone});
+    EXPECT_TRUE(gone->ended());
+    next.sayNothingMore();
+    silent.push_back(std::make_unique<TestClient>(path_));
+    settle({&next});
+  }
+  settle({&follower});
+  EXPECT_FALSE(follower.ended());
+  Mox::realTimeIs();
 }
 
 TEST_F(RequestServerTest, agentThatGoesEndsItsClients) {

@@ -23,7 +23,6 @@ using testing::StartsWith;
 using Lines = std::vector<std::string>;
 using Rights = Request::Rights;
 
-constexpr const char* ok = "{}";
 constexpr const char* end = "{\"end\":true}";
 
 class RequestSessionTest : public testing::Test {

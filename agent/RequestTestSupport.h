@@ -22,6 +22,9 @@ inline Mox::TraceHandle& testTrace() {
   return handle;
 }
 
+// The answer to a request that has nothing to tell.
+inline constexpr const char* ok = "{}";
+
 class RequestAgent {
  public:
   RequestAgent() {

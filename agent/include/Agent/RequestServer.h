@@ -25,6 +25,8 @@ namespace Agent {
 class RequestServer {
  public:
   static constexpr size_t mostClients = 32;
+  // Who has idled that long goes when the place is needed.
+  static constexpr Mox::Seconds longestIdle = 30.0;
 
   // Throws std::runtime_error with what to do when it cannot listen there.
   RequestServer(boost::asio::io_context& io, const std::string& path,
@@ -42,6 +44,8 @@ class RequestServer {
   class Client;
 
   void letIn(LocalListener::Socket socket);
+  // False when nobody has idled for too long.
+  bool endIdle();
   void clientDel(const Client& client);
 
   const RequestServices services_;
