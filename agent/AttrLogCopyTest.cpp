@@ -23,6 +23,7 @@
 
 #include "EventRecorder.h"
 #include "TempFolder.h"
+#include "TestAddresses.h"
 
 namespace Agent {
 namespace {
@@ -37,8 +38,6 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::ThrowsMessage;
-
-constexpr IpAddr group(239, 1, 1, 1);
 
 class AttrLogCopyTest : public testing::Test {
  protected:

@@ -9,6 +9,7 @@
 
 #include "CaptureTestSupport.h"
 #include "EventRecorder.h"
+#include "TestAddresses.h"
 
 namespace Agent {
 namespace {
@@ -20,8 +21,7 @@ using Ilvo::IpAddr;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr IpAddr group(239, 1, 1, 1);
-const Ilvo::IpOptions host{.src = IpAddr(10, 0, 0, 11)};
+const Ilvo::IpOptions fromHost{.src = host};
 
 // With seed 0 the first general query leaves that long after the start.
 constexpr Mox::Seconds firstQuery = 1.7082803610628973;
@@ -58,9 +58,9 @@ class CaptureReplayTest : public testing::Test {
 };
 
 TEST_F(CaptureReplayTest, aJoinAndALeaveGiveTheQueriesAndEventsOfAQuerier) {
-  capture(1000.0, buildV2Report(group, host));
-  capture(1010.0, buildV2Leave(group, host));
-  capture(1020.0, buildV2Report(IpAddr(239, 2, 2, 2), host));
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(1010.0, buildV2Leave(group, fromHost));
+  capture(1020.0, buildV2Report(IpAddr(239, 2, 2, 2), fromHost));
   EXPECT_THAT(
       replayed(),
       ElementsAre(
@@ -72,9 +72,9 @@ TEST_F(CaptureReplayTest, aJoinAndALeaveGiveTheQueriesAndEventsOfAQuerier) {
 }
 
 TEST_F(CaptureReplayTest, theTimersOfAPacketsTimeFireBeforeIt) {
-  capture(1000.0, buildV2Report(group, host));
-  capture(1010.0, buildV2Leave(group, host));
-  capture(1012.0, buildV2Report(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(1010.0, buildV2Leave(group, fromHost));
+  capture(1012.0, buildV2Report(group, fromHost));
   const std::vector<std::string> lines = replayed();
   ASSERT_GE(lines.size(), 2u);
   EXPECT_EQ(lines[lines.size() - 2], "1012 left 239.1.1.1");
@@ -82,14 +82,14 @@ TEST_F(CaptureReplayTest, theTimersOfAPacketsTimeFireBeforeIt) {
 }
 
 TEST_F(CaptureReplayTest, endsWithTheLastFrame) {
-  capture(1000.0, buildV2Report(group, host));
-  capture(1001.0, buildV2Leave(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(1001.0, buildV2Leave(group, fromHost));
   EXPECT_EQ(replayed().back(), "1001 query sent for 239.1.1.1, version 2, answers within 1s");
   EXPECT_EQ(Mox::now(), 1001.0);
 }
 
 TEST_F(CaptureReplayTest, goesOnBehindTheLastFrameWhenAskedTo) {
-  capture(1000.0, buildV2Report(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
   options_.until = 260.0;
   config_->sendQueryIs(false);
   EXPECT_THAT(replayed(),
@@ -117,12 +117,12 @@ TEST_F(CaptureReplayTest, tellsOfQueriersThatSpeakAnotherVersion) {
 TEST_F(CaptureReplayTest, learnsNothingInsideTheBoundary) {
   boundary_ = Mox::makePtr<Ilvo::IntfBoundaryStatus>();
   boundary_->boundaryIs(*Ilvo::IpGenPrefix::parse("239.1.0.0/16"), true);
-  capture(1000.0, buildV2Report(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
   EXPECT_THAT(replayed(), ElementsAre("1000 role querier (elected 10.0.0.5)"));
 }
 
 TEST_F(CaptureReplayTest, theSameSeedGivesTheSameEvents) {
-  capture(1000.0, buildV2Report(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
   options_.until = 1000.0;
   const std::vector<std::string> first = replayed();
   EXPECT_EQ(replayed(), first);
@@ -139,9 +139,9 @@ TEST_F(CaptureReplayTest, aSecondReplayTellsMessagesThatTheFirstHasToldAlready) 
 }
 
 TEST_F(CaptureReplayTest, timeThatRunsBackwardsStandsStill) {
-  capture(1000.0, buildV2Report(group, host));
-  capture(900.0, buildV2Report(IpAddr(239, 2, 2, 2), host));
-  capture(1001.0, buildV2Report(IpAddr(239, 3, 3, 3), host));
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(900.0, buildV2Report(IpAddr(239, 2, 2, 2), fromHost));
+  capture(1001.0, buildV2Report(IpAddr(239, 3, 3, 3), fromHost));
   EXPECT_THAT(replayed(), ElementsAre("1000 role querier (elected 10.0.0.5)",
                                       "1000 joined 239.1.1.1 by 10.0.0.11 (version 2)",
                                       "1000 joined 239.2.2.2 by 10.0.0.11 (version 2)",
@@ -152,9 +152,9 @@ TEST_F(CaptureReplayTest, timeThatRunsBackwardsStandsStill) {
 TEST_F(CaptureReplayTest, framesBehindAShortenedGapKeepTheirDistances) {
   config_->sendQueryIs(false);
   options_.maxGap = 100.0;
-  capture(1000.0, buildV2Report(group, host));
-  capture(5000.0, buildV2Report(IpAddr(239, 2, 2, 2), host));
-  capture(5001.0, buildV2Report(IpAddr(239, 3, 3, 3), host));
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(5000.0, buildV2Report(IpAddr(239, 2, 2, 2), fromHost));
+  capture(5001.0, buildV2Report(IpAddr(239, 3, 3, 3), fromHost));
   EXPECT_THAT(replayed(), ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 2)",
                                       "1100 joined 239.2.2.2 by 10.0.0.11 (version 2)",
                                       "1101 joined 239.3.3.3 by 10.0.0.11 (version 2)"));
@@ -162,8 +162,8 @@ TEST_F(CaptureReplayTest, framesBehindAShortenedGapKeepTheirDistances) {
 }
 
 TEST_F(CaptureReplayTest, countsWhatItHandsInAndWhatItSkips) {
-  capture(1000.0, buildV2Report(group, host));
-  file_.frame(1001.0, ethernet(buildV2Report(group, host), {0x86dd}));
+  capture(1000.0, buildV2Report(group, fromHost));
+  file_.frame(1001.0, ethernet(buildV2Report(group, fromHost), {0x86dd}));
   file_.frame(1002.0, Bytes(5, 0), 60);
   replay();
   const ReplaySummary& summary = replay_->summary();
@@ -175,7 +175,7 @@ TEST_F(CaptureReplayTest, countsWhatItHandsInAndWhatItSkips) {
 }
 
 TEST_F(CaptureReplayTest, showsTheStateAtTheEnd) {
-  capture(1000.0, buildV2Report(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
   replay();
   const std::vector<InterfaceView> views = replay_->interfaces();
   ASSERT_EQ(views.size(), 1u);
@@ -197,8 +197,8 @@ TEST_F(CaptureReplayTest, aCaptureWithoutFramesHasNoQuerier) {
 }
 
 TEST_F(CaptureReplayTest, replaysWhatStandsBeforeTheDamage) {
-  capture(1000.0, buildV2Report(group, host));
-  capture(1001.0, buildV2Report(group, host));
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(1001.0, buildV2Report(group, fromHost));
   file_.cutEnd(1);
   replay();
   EXPECT_EQ(replay_->summary().frames, 1u);

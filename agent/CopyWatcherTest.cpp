@@ -6,6 +6,7 @@
 #include <Mox/ActivityClock.h>
 
 #include "EventRecorder.h"
+#include "TestAddresses.h"
 
 namespace Agent {
 namespace {
@@ -14,8 +15,6 @@ using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr IpAddr group(239, 1, 1, 1);
 
 class CopyWatcherTest : public testing::Test {
  protected:

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "TestAddresses.h"
+
 namespace Agent {
 namespace {
 
@@ -13,10 +15,7 @@ using Gmp::Igmp::filterModeInclude;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
 
-constexpr IpAddr group(239, 1, 1, 1);
-constexpr IpAddr host(10, 0, 0, 11);
 constexpr IpAddr router(10, 0, 0, 1);
-constexpr IpAddr sender(10, 0, 0, 50);
 
 Event eth0(Event::Kind kind) { return {.time = 12.5, .interface = "eth0", .kind = kind}; }
 

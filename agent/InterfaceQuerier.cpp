@@ -9,6 +9,7 @@
 
 namespace Agent {
 
+using Gmp::Igmp::GroupLookahead;
 using Gmp::Igmp::QuerierSm;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
@@ -192,10 +193,22 @@ void InterfaceQuerier::transmit() {
 void InterfaceQuerier::rxFrame(std::span<const Mox::U8> frame) {
   const std::span<const Mox::U8> packet = ipv4Of(frame);
   if (packet.empty() || !querier_ || isQueryFrom(link_.mac, ipAddr_, frame)) return;
-  services_.turn();  // timers that the packet arms count from the real now
-  doRxPkt(*querier_, makePtr<Ilvo::Pkt>(packet));
-  flush();
-  services_.turn();
+  batch_.push_back(makePtr<Ilvo::Pkt>(packet));
+}
+
+void InterfaceQuerier::rxBatchEnd() {
+  const auto expect = [this](size_t at) {
+    if (at < batch_.size()) querier_->expectRxPkt(*batch_[at]);
+  };
+  for (size_t i = 0; i < GroupLookahead::ahead; ++i) expect(i);
+  for (size_t i = 0; i < batch_.size(); ++i) {
+    expect(i + GroupLookahead::ahead);
+    services_.turn();  // timers that the packet arms count from the real now
+    doRxPkt(*querier_, batch_[i]);
+    flush();
+    services_.turn();
+  }
+  batch_.clear();
 }
 
 void InterfaceQuerier::portFailed(const std::string& why) {

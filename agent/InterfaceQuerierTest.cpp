@@ -1,136 +1,21 @@
 #include <Agent/InterfaceQuerier.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <stdexcept>
 #include <utility>
 
 #include <Agent/QueryDatagram.h>
 #include <Ilvo/IgmpPacketBuilder.h>
-#include <Mox/ActivityClock.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "EventRecorder.h"
+#include "InterfaceQuerierTestSupport.h"
 
 namespace Agent {
 namespace {
 
 using Ilvo::IpAddr;
-using Mox::Seconds;
-using Mox::U64;
 using Mox::U8;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Bytes = std::vector<U8>;
-
-constexpr IpAddr ourAddr(10, 0, 0, 2);
-constexpr IpAddr lowerAddr(10, 0, 0, 1);
-constexpr IpAddr host(10, 0, 0, 11);
-constexpr IpAddr group(239, 1, 1, 1);
-constexpr MacAddr ourMac{0x02, 0, 0, 0, 0, 2};
-constexpr MacAddr hostMac{0x02, 0, 0, 0, 0, 11};
-
-Link linkWith(IpAddr addr) {
-  return {.index = 2,
-          .name = "eth0",
-          .up = true,
-          .running = true,
-          .ethernet = true,
-          .multicast = true,
-          .mtu = 1500,
-          .mac = ourMac,
-          .addresses = {{.address = addr, .prefixLength = 24, .global = true}}};
-}
-
-// An interface whose frames end here.
-class InterfaceQuerierTest : public testing::Test {
- protected:
-  struct Port final : FramePort {
-    explicit Port(InterfaceQuerierTest& owner) : test(owner) { ++test.portsOpen_; }
-    ~Port() override { --test.portsOpen_; }
-    std::string send(std::span<const U8> frame) override {
-      if (test.sendFails_.empty()) {
-        test.sent_.emplace_back(frame.begin(), frame.end());
-      }
-      return test.sendFails_;
-    }
-    U64 dropped() override { return test.dropped_; }
-    InterfaceQuerierTest& test;
-  };
-
-  InterfaceQuerierTest() {
-    Mox::virtualTimeIs(1000.0);
-    srand48(1);
-    wheel_ = Mox::makePtr<Obel::TimerWheel>(1000.0);
-  }
-  ~InterfaceQuerierTest() override { Mox::realTimeIs(); }
-
-  InterfaceQuerier& querier() {
-    if (!querier_) querier_ = std::make_unique<InterfaceQuerier>(services(), setup());
-    return *querier_;
-  }
-  const InterfaceQuerier::Services& services() {
-    services_ = std::make_unique<InterfaceQuerier::Services>(
-        InterfaceQuerier::Services{.wheel = wheel_,
-                                   .turn = [this] { wheel_->turn(Mox::now()); },
-                                   .openPort =
-                                       [this](const Link&, FrameReceiver& receiver) {
-                                         if (!openFails_.empty()) {
-                                           throw std::runtime_error(openFails_);
-                                         }
-                                         receiver_ = &receiver;
-                                         return std::make_unique<Port>(*this);
-                                       },
-                                   .sink = events_,
-                                   .tellQueries = tellQueries_});
-    return *services_;
-  }
-  InterfaceQuerier::Setup setup() const { return {.name = "eth0", .config = config_}; }
-
-  void up(IpAddr addr = ourAddr) {
-    const Link link = linkWith(addr);
-    querier().linkIs(&link);
-  }
-  void down() {
-    Link link = linkWith(ourAddr);
-    link.up = false;
-    querier().linkIs(&link);
-  }
-  void advance(Seconds seconds) {
-    const Seconds until = Mox::now() + seconds;
-    while (wheel_->nextDue() <= until) {
-      Mox::virtualTimeIs(std::max(Mox::now(), wheel_->nextDue()));
-      wheel_->turn(Mox::now());
-      querier().flush();
-    }
-    Mox::virtualTimeIs(until);
-  }
-  void hear(const Bytes& packet, const MacAddr& from = hostMac) {
-    Bytes frame(6, 0x01);
-    frame.insert(frame.end(), from.begin(), from.end());
-    frame.insert(frame.end(), {0x08, 0x00});
-    frame.insert(frame.end(), packet.begin(), packet.end());
-    receiver_->rxFrame(frame);
-  }
-  void join() { hear(Ilvo::buildV2Report(group, {.src = host})); }
-  const Gmp::Igmp::QuerierStatus& status() { return *querier().view().status; }
-  const InterfaceState& state() { return *querier().state(); }
-  std::vector<Bytes> sent() { return std::exchange(sent_, {}); }
-
-  Mox::Ptr<Obel::TimerWheel> wheel_;
-  EventRecorder events_;
-  Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
-  bool tellQueries_ = false;
-  std::string openFails_;
-  std::string sendFails_;
-  U64 dropped_ = 0;
-  int portsOpen_ = 0;
-  std::vector<Bytes> sent_;
-  FrameReceiver* receiver_ = nullptr;
-  std::unique_ptr<InterfaceQuerier::Services> services_;
-  std::unique_ptr<InterfaceQuerier> querier_;
-};
 
 TEST_F(InterfaceQuerierTest, waitsForTheInterface) {
   querier().linkIs(nullptr);
@@ -305,6 +190,21 @@ TEST_F(InterfaceQuerierTest, doesNotHearItsOwnQueries) {
   EXPECT_EQ(status().v2QueriesReceived(), 1u);
 }
 
+TEST_F(InterfaceQuerierTest, handlesABatchInItsOrderWhenItIsComplete) {
+  constexpr U8 count = 3 * Gmp::Igmp::GroupLookahead::ahead;
+  up();
+  for (U8 i = 0; i < count; ++i) {
+    rxFrame(Ilvo::buildV2Report(IpAddr(239, 1, 1, i), {.src = host}));
+    rxFrame(Ilvo::buildV2Report(group, {.src = IpAddr(10, 0, 0, i)}));
+  }
+  EXPECT_EQ(status().group().size(), 0u);
+  receiver_->rxBatchEnd();
+  EXPECT_EQ(status().group().size(), count);
+  EXPECT_EQ(status().group(group)->lastReporter(), IpAddr(10, 0, 0, count - 1));
+  receiver_->rxBatchEnd();
+  EXPECT_EQ(status().v2ReportReceived(), 2u * count);
+}
+
 TEST_F(InterfaceQuerierTest, hearsMembersOnItsOwnMachine) {
   up();
   hear(Ilvo::buildV2Report(group, {.src = ourAddr}), ourMac);
@@ -318,6 +218,7 @@ TEST_F(InterfaceQuerierTest, leavesFramesOfVlansToTheirInterfaces) {
   frame.insert(frame.end(), {0x81, 0x00, 0x00, 0x05, 0x08, 0x00});
   frame.insert(frame.end(), report.begin(), report.end());
   receiver_->rxFrame(frame);
+  receiver_->rxBatchEnd();
   EXPECT_EQ(status().group(group), nullptr);
 }
 

@@ -89,17 +89,15 @@ PacketPort::PacketPort(boost::asio::io_context& io, const Link& link, FrameRecei
       watch_(io, pcap_get_selectable_fd(handle_.get()), [this] { readBatch(); }) {}
 
 void PacketPort::readBatch() {
-  for (int i = 0; i < batchFrames; ++i) {
+  int got = 1;
+  for (int i = 0; i < batchFrames && got > 0; ++i) {
     pcap_pkthdr* header = nullptr;
     const u_char* bytes = nullptr;
-    const int got = pcap_next_ex(handle_.get(), &header, &bytes);
-    if (got == 0) return;
-    if (got < 0) {
-      receiver_.portFailed(pcap_geterr(handle_.get()));
-      return;
-    }
-    receiver_.rxFrame({bytes, header->caplen});
+    got = pcap_next_ex(handle_.get(), &header, &bytes);
+    if (got > 0) receiver_.rxFrame({bytes, header->caplen});
   }
+  receiver_.rxBatchEnd();
+  if (got < 0) receiver_.portFailed(pcap_geterr(handle_.get()));
 }
 
 std::string PacketPort::send(std::span<const U8> frame) {

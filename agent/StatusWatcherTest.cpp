@@ -6,6 +6,7 @@
 #include <Mox/ActivityClock.h>
 
 #include "EventRecorder.h"
+#include "TestAddresses.h"
 
 namespace Agent {
 namespace {
@@ -21,10 +22,7 @@ using Mox::Ptr;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr IpAddr group(239, 1, 1, 1);
 constexpr IpAddr other(239, 2, 2, 2);
-constexpr IpAddr host(10, 0, 0, 11);
-constexpr IpAddr sender(10, 0, 0, 50);
 
 class StatusWatcherTest : public testing::Test {
  protected:

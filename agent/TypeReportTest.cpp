@@ -21,7 +21,7 @@ std::string printed(Print&& print) {
   std::FILE* out = open_memstream(&text, &size);
   print(out);
   std::fclose(out);
-  const std::string all(text, size);
+  std::string all(text, size);
   free(text);
   return all;
 }

@@ -26,7 +26,7 @@ class FramePort {
   virtual Mox::U64 dropped() = 0;
 };
 
-// Who is told. It may not close the port from rxFrame, and closes it from portFailed.
+// Who is told, batch by batch. It may close the port from portFailed, and from nowhere else.
 class FrameReceiver {
  public:
   FrameReceiver() = default;
@@ -34,8 +34,11 @@ class FrameReceiver {
   FrameReceiver& operator=(const FrameReceiver&) = delete;
   virtual ~FrameReceiver() = default;
 
-  // An Ethernet frame with IGMP in it, as it was on the link; valid during the call.
+  // The next frame of a batch: Ethernet with IGMP in it, as it was on the link; valid during the
+  // call. To be handled when the batch ends, as those who know what comes next can fetch ahead.
   virtual void rxFrame(std::span<const Mox::U8> frame) = 0;
+  // No more has arrived yet, or it is time for something else.
+  virtual void rxBatchEnd() = 0;
   // Nothing will be received any more.
   virtual void portFailed(const std::string& why) = 0;
 };

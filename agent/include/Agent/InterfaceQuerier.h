@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <Agent/Event.h>
 #include <Agent/FramePort.h>
@@ -25,6 +26,7 @@
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IntfBoundaryStatus.h>
+#include <Ilvo/Pkt.h>
 #include <Obel/TimerReactor.h>
 #include <Obel/TimerWheel.h>
 
@@ -80,6 +82,7 @@ class InterfaceQuerier final : private FrameReceiver {
   void handleCare();
   void transmit();
   void rxFrame(std::span<const Mox::U8> frame) override;
+  void rxBatchEnd() override;
   void portFailed(const std::string& why) override;
   void tell(Event::Kind kind, std::string text = {});
   // False when the same trouble was told a moment ago.
@@ -95,6 +98,7 @@ class InterfaceQuerier final : private FrameReceiver {
   Presence presence_ = Presence::unknown;
   Ilvo::IpAddr ipAddr_;
   std::unique_ptr<FramePort> port_;
+  std::vector<Mox::Ptr<Ilvo::Pkt>> batch_;  // heard, to be handled when it is complete
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
   std::unique_ptr<Output> output_;
   std::map<std::string, Mox::Seconds> troubleTold_;  // when, by kind

@@ -1,0 +1,12 @@
+// For tests: who is on the link, and what is asked for.
+#pragma once
+
+#include <Ilvo/IpAddr.h>
+
+namespace Agent {
+
+inline constexpr Ilvo::IpAddr host(10, 0, 0, 11);
+inline constexpr Ilvo::IpAddr sender(10, 0, 0, 50);  // of a group's sources
+inline constexpr Ilvo::IpAddr group(239, 1, 1, 1);
+
+}  // namespace Agent
