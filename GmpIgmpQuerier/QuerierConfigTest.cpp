@@ -12,9 +12,9 @@ namespace {
 
 using Kind = Mox::AttrKind;
 
-class Recorder final : public QuerierConfig::NotifieeConst {
+class ConfigRecorder final : public QuerierConfig::NotifieeConst {
  public:
-  Recorder(const Ptr<QuerierConfig>& config, std::string& told)
+  ConfigRecorder(const Ptr<QuerierConfig>& config, std::string& told)
       : NotifieeConst(config), told_(told) {}
   void onRobustness() override { told_ += "robustness "; }
   void onQueryInterval() override { told_ += "queryInterval "; }
@@ -66,7 +66,7 @@ TEST(QuerierConfig, hasTheseAttributes) {
 }
 
 TEST(QuerierConfig, settersTellTheirOwnSlot) {
-  expectSettersToTellTheirOwnSlot<Recorder>(querierConfigFactory("vlan10"));
+  expectSettersToTellTheirOwnSlot<ConfigRecorder>(querierConfigFactory("vlan10"));
 }
 
 TEST(QuerierConfig, gettersReadWhatTheirSettersWrote) {

@@ -14,9 +14,9 @@ namespace {
 
 using Kind = Mox::AttrKind;
 
-class Recorder final : public QuerierStatus::NotifieeConst {
+class StatusRecorder final : public QuerierStatus::NotifieeConst {
  public:
-  Recorder(const Ptr<QuerierStatus>& status, std::string& told)
+  StatusRecorder(const Ptr<QuerierStatus>& status, std::string& told)
       : NotifieeConst(status), told_(told) {}
   void onState() override { told_ += "state "; }
   void onQuerierVersion() override { told_ += "querierVersion "; }
@@ -150,11 +150,11 @@ TEST_F(QuerierStatusTest, hasTheseAttributes) {
 }
 
 TEST_F(QuerierStatusTest, settersTellTheirOwnSlot) {
-  expectSettersToTellTheirOwnSlot<Recorder>(status_);
+  expectSettersToTellTheirOwnSlot<StatusRecorder>(status_);
 }
 
 TEST_F(QuerierStatusTest, countersWrapAndTellTheirOwnSlot) {
-  EXPECT_EQ(expectCountersToWrapAndTell<Recorder>(status_), 16);
+  EXPECT_EQ(expectCountersToWrapAndTell<StatusRecorder>(status_), 16);
 }
 
 TEST_F(QuerierStatusTest, gettersReadWhatTheirSettersWrote) {
@@ -253,7 +253,7 @@ TEST_F(QuerierStatusTest, derivedIntervalsDoNotWrap) {
 }
 
 TEST_F(QuerierStatusTest, groupIsMadeOnceAndToldOnce) {
-  const Recorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, told_);
   const Ptr<QuerierGroupStatus> group = status_->groupIs(groupA_);
   EXPECT_EQ(group->groupAddr(), groupA_);
   EXPECT_EQ(told(), "group! group(239.1.1.1) ");
@@ -278,7 +278,7 @@ TEST_F(QuerierStatusTest, groupsIterateInAddressOrder) {
 }
 
 TEST_F(QuerierStatusTest, absentGroupIsNull) {
-  const Recorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, told_);
   EXPECT_FALSE(status_->group(groupA_));
   EXPECT_FALSE(status_->groupDel(groupA_));
   EXPECT_EQ(told(), "");
@@ -287,7 +287,7 @@ TEST_F(QuerierStatusTest, absentGroupIsNull) {
 TEST_F(QuerierStatusTest, deletedGroupIsToldAndLivesOnWhileItIsHeld) {
   const Ptr<QuerierGroupStatus> group = status_->groupIs(groupA_);
   group->sourceIs(IpAddr(10, 0, 0, 1));
-  const Recorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, told_);
   EXPECT_EQ(status_->groupDel(groupA_), group);
   EXPECT_EQ(told(), "group! group(239.1.1.1) ");
   EXPECT_EQ(group->parent(), nullptr);
@@ -299,7 +299,7 @@ TEST_F(QuerierStatusTest, deletedGroupIsToldAndLivesOnWhileItIsHeld) {
 TEST_F(QuerierStatusTest, groupIsDeletedByIterator) {
   const Ptr<QuerierGroupStatus> group = status_->groupIs(groupA_);
   status_->groupIs(groupB_);
-  const Recorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, told_);
   EXPECT_EQ(status_->groupDel(status_->group().begin()), group);
   EXPECT_EQ(told(), "group! group(239.1.1.1) ");
   EXPECT_EQ(groups(), Addrs{"239.1.1.2"});
@@ -308,14 +308,14 @@ TEST_F(QuerierStatusTest, groupIsDeletedByIterator) {
 TEST_F(QuerierStatusTest, deletingAllTellsEachGroupInAddressOrder) {
   status_->groupIs(groupB_);
   status_->groupIs(groupA_);
-  const Recorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, told_);
   status_->groupDelAll();
   EXPECT_EQ(told(), "group! group(239.1.1.1) group! group(239.1.1.2) ");
   EXPECT_TRUE(status_->group().empty());
 }
 
 TEST_F(QuerierStatusTest, notifyingAGroupChangesNothing) {
-  const Recorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, told_);
   status_->groupNotify(groupA_);
   EXPECT_EQ(told(), "group! group(239.1.1.1) ");
   status_->groupNotify();
@@ -327,7 +327,7 @@ TEST_F(QuerierStatusTest, destroyedStatusLetsItsGroupsGoOneByOne) {
   Ptr<QuerierStatus> status = querierStatusFactory();
   const Ptr<QuerierGroupStatus> group = status->groupIs(groupB_);
   status->groupIs(groupA_);
-  { const Recorder once(status, told_); }
+  { const StatusRecorder once(status, told_); }
   IdRecorder ids(*status);
   status = nullptr;
   EXPECT_EQ(ids.told(), "260(239.1.1.1) 260(239.1.1.2) ");

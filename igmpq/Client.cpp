@@ -14,8 +14,6 @@ using Agent::AttrLogCopy;
 
 namespace {
 
-constexpr std::chrono::seconds longestSilence(10);  // of an agent that is still telling
-
 std::string endText(AttrLogCopy::End end, const std::string& why) {
   return end == AttrLogCopy::End::refused ? "the agent refuses: " + why : why;
 }
@@ -30,6 +28,11 @@ void addSocketOption(CLI::App& options, std::string& socket) {
 
 std::string socketPath(const std::string& given) {
   return given.empty() ? Agent::servedAttrLogSocketPath() : given;
+}
+
+std::string silenceText(const std::string& socket) {
+  return fmt::format("the agent at {} says nothing for {} s: it may hang", socket,
+                     longestSilence.count());
 }
 
 const AttrLogCopy::Interface& interfaceOf(const AttrLogCopy::Interfaces& interfaces,
@@ -57,8 +60,7 @@ void Client::fetch() {
     inputCame_ = false;
     if (runUntil(current_, Clock::now() + longestSilence)) return;
   } while (inputCame_);
-  throw std::runtime_error(fmt::format("the agent at {} says nothing for {} s: it may hang",
-                                       copy_.path(), longestSilence.count()));
+  throw std::runtime_error(silenceText(copy_.path()));
 }
 
 bool Client::settle(std::chrono::seconds longest) {

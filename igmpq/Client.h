@@ -21,6 +21,11 @@ void addSocketOption(CLI::App& options, std::string& socket);
 // What was given, or where a running agent is to be found.
 std::string socketPath(const std::string& given);
 
+// How long an agent that is waited for may say nothing.
+inline constexpr std::chrono::seconds longestSilence(10);
+// What is wrong when it has.
+std::string silenceText(const std::string& socket);
+
 // BadUse when the agent has no interface of that name.
 const Agent::AttrLogCopy::Interface& interfaceOf(const Agent::AttrLogCopy::Interfaces& interfaces,
                                                  const std::string& name);

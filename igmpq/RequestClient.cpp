@@ -17,12 +17,6 @@ namespace Igmpq {
 
 using boost::system::error_code;
 
-namespace {
-
-constexpr std::chrono::seconds longestSilence(10);
-
-}  // namespace
-
 RequestClient::RequestClient(const std::string& attrLogSocket)
     : path_(Agent::requestSocketPath(socketPath(attrLogSocket))) {
   const std::string why = Agent::connectToAgent(socket_, path_);
@@ -65,8 +59,7 @@ void RequestClient::read() {
   while (!done && !signalled_) {
     const size_t ran = following_ ? io_.run_one() : io_.run_one_until(end);
     if (ran != 0) continue;
-    throw std::runtime_error(fmt::format("the agent at {} says nothing for {} s: it may hang",
-                                         path_, longestSilence.count()));
+    throw std::runtime_error(silenceText(path_));
   }
   if (done && ended) throw std::runtime_error("the agent has gone");
 }

@@ -15,9 +15,9 @@
 namespace Mox {
 namespace {
 
-using Map = HashMap<TestKey, std::string>;
+using HashText = HashMap<TestKey, std::string>;
 
-std::vector<U32> sortedKeys(const Map& map) {
+std::vector<U32> sortedKeys(const HashText& map) {
   std::vector<U32> keys;
   for (const TestKey key : map.keys()) keys.push_back(key.value());
   std::sort(keys.begin(), keys.end());
@@ -25,11 +25,11 @@ std::vector<U32> sortedKeys(const Map& map) {
 }
 using Keys = std::vector<U32>;
 
-using EndMap = HashMap<TestKey, Ptr<AtEnd>>;
+using HashEnd = HashMap<TestKey, Ptr<AtEnd>>;
 
 TEST(HashMap, isOnePointerAndHasNothingAtFirst) {
-  static_assert(sizeof(Map) == sizeof(void*));
-  const Map map;
+  static_assert(sizeof(HashText) == sizeof(void*));
+  const HashText map;
   EXPECT_EQ(map.size(), 0u);
   EXPECT_TRUE(map.empty());
   EXPECT_EQ(map.find(TestKey(1)), nullptr);
@@ -39,7 +39,7 @@ TEST(HashMap, isOnePointerAndHasNothingAtFirst) {
 }
 
 TEST(HashMap, findsWhatWasInserted) {
-  Map map;
+  HashText map;
   EXPECT_TRUE(map.insert(TestKey(7), "seven"));
   ASSERT_NE(map.find(TestKey(7)), nullptr);
   EXPECT_EQ(*map.find(TestKey(7)), "seven");
@@ -49,7 +49,7 @@ TEST(HashMap, findsWhatWasInserted) {
 }
 
 TEST(HashMap, insertingAnExistingKeyReplacesItsValue) {
-  Map map;
+  HashText map;
   map.insert(TestKey(7), "seven");
   EXPECT_FALSE(map.insert(TestKey(7), "sept"));
   EXPECT_EQ(*map.find(TestKey(7)), "sept");
@@ -57,7 +57,7 @@ TEST(HashMap, insertingAnExistingKeyReplacesItsValue) {
 }
 
 TEST(HashMap, erasesOnlyWhatIsThere) {
-  Map map;
+  HashText map;
   EXPECT_FALSE(map.erase(TestKey(7)));
   map.insert(TestKey(7), "seven");
   EXPECT_FALSE(map.erase(TestKey(8)));
@@ -69,7 +69,7 @@ TEST(HashMap, erasesOnlyWhatIsThere) {
 }
 
 TEST(HashMap, keepsKeyZeroApartFromFreeSlots) {
-  Map map;
+  HashText map;
   map.insert(TestKey(1), "one");
   EXPECT_FALSE(map.contains(TestKey(0)));
   EXPECT_TRUE(map.insert(TestKey(0), "zero"));
@@ -84,7 +84,7 @@ TEST(HashMap, keepsKeyZeroApartFromFreeSlots) {
 }
 
 TEST(HashMap, keepsKeyZeroAlone) {
-  Map map;
+  HashText map;
   map.insert(TestKey(0), "zero");
   EXPECT_EQ(sortedKeys(map), Keys{0});
   EXPECT_TRUE(map.erase(TestKey(0)));
@@ -92,14 +92,14 @@ TEST(HashMap, keepsKeyZeroAlone) {
 }
 
 TEST(HashMap, keepsTheLargestKey) {
-  Map map;
+  HashText map;
   map.insert(TestKey(0xffffffffu), "last");
   EXPECT_EQ(*map.find(TestKey(0xffffffffu)), "last");
   EXPECT_EQ(sortedKeys(map), Keys{0xffffffffu});
 }
 
 TEST(HashMap, keepsAllMembersWhileItGrowsAndShrinks) {
-  Map map;
+  HashText map;
   for (U32 key = 0; key < 5000; ++key) map.insert(TestKey(key * 256), std::to_string(key));
   EXPECT_EQ(map.size(), 5000u);
   for (U32 key = 0; key < 5000; key += 2) EXPECT_TRUE(map.erase(TestKey(key * 256)));
@@ -113,10 +113,10 @@ TEST(HashMap, keepsAllMembersWhileItGrowsAndShrinks) {
 }
 
 TEST(HashMap, iterationMeetsEachMemberOnceAndMayChangeValues) {
-  Map map;
+  HashText map;
   for (U32 key = 0; key < 20; ++key) map.insert(TestKey(key), "x");
   for (const auto& [key, value] : map) value += std::to_string(key.value());
-  const Map& fixed = map;
+  const HashText& fixed = map;
   size_t met = 0;
   for (const auto& [key, value] : fixed) {
     EXPECT_EQ(value, "x" + std::to_string(key.value()));
@@ -127,8 +127,8 @@ TEST(HashMap, iterationMeetsEachMemberOnceAndMayChangeValues) {
 }
 
 TEST(HashMap, iteratesInTheSameOrderAfterTheSameHistory) {
-  Map one;
-  Map two;
+  HashText one;
+  HashText two;
   for (U32 key = 0; key < 100; ++key) {
     one.insert(TestKey(key * 77), "");
     two.insert(TestKey(key * 77), "");
@@ -137,7 +137,7 @@ TEST(HashMap, iteratesInTheSameOrderAfterTheSameHistory) {
 }
 
 TEST(HashMap, walkOverACopyOfTheKeysMayDelete) {
-  Map map;
+  HashText map;
   for (U32 key = 0; key < 100; ++key) map.insert(TestKey(key), "");
   for (const TestKey key : map.keys()) {
     if (key.value() % 10 != 0) map.erase(key);
@@ -146,7 +146,7 @@ TEST(HashMap, walkOverACopyOfTheKeysMayDelete) {
 }
 
 TEST(HashMap, clearedOneCanBeUsedAgain) {
-  Map map;
+  HashText map;
   for (U32 key = 0; key < 10; ++key) map.insert(TestKey(key), "old");
   map.clear();
   EXPECT_TRUE(map.empty());
@@ -156,11 +156,11 @@ TEST(HashMap, clearedOneCanBeUsedAgain) {
 }
 
 TEST(HashMap, movesWithItsMembers) {
-  Map map;
+  HashText map;
   map.insert(TestKey(3), "three");
-  Map moved(std::move(map));
+  HashText moved(std::move(map));
   EXPECT_EQ(*moved.find(TestKey(3)), "three");
-  Map assigned;
+  HashText assigned;
   assigned.insert(TestKey(4), "four");
   assigned = std::move(moved);
   EXPECT_EQ(*assigned.find(TestKey(3)), "three");
@@ -168,7 +168,7 @@ TEST(HashMap, movesWithItsMembers) {
 }
 
 TEST(HashMap, endOfAnErasedValueMayUseTheMap) {
-  EndMap map;
+  HashEnd map;
   std::string seen;
   auto comesBack = [&] {
     seen += map.contains(TestKey(1)) ? "there " : "gone ";
@@ -189,7 +189,7 @@ TEST(HashMap, endOfAnErasedValueMayUseTheMap) {
 TEST(HashMap, growingKeepsValuesAlive) {
   int ended = 0;
   {
-    EndMap map;
+    HashEnd map;
     for (U32 key = 0; key < 100; ++key) map.insert(TestKey(key), makePtr<AtEnd>([&] { ++ended; }));
     EXPECT_EQ(ended, 0);
   }

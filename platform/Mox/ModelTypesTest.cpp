@@ -13,18 +13,18 @@
 namespace Mox {
 namespace {
 
-enum Taste : U32 { sweet = 0, sour = 7 };
-constexpr const char* enumerationName(Taste) { return "Test::Taste"; }
-constexpr auto enumerators(Taste) {
-  return std::array{enumerator(sweet, "sweet"), enumerator(sour, "sour")};
+enum Flavour : U32 { mild = 0, tart = 7 };
+constexpr const char* enumerationName(Flavour) { return "Test::Flavour"; }
+constexpr auto enumerators(Flavour) {
+  return std::array{enumerator(mild, "mild"), enumerator(tart, "tart")};
 }
-std::string valueToStrep(Taste taste) { return enumeratorStrep(taste); }
+std::string valueToStrep(Flavour taste) { return enumeratorStrep(taste); }
 
 struct Fruit {
   static constexpr const char* valueTypeName = "Test::Fruit";
   bool ripe = false;
   U8 seeds = 3;
-  Taste taste = sour;
+  Flavour taste = tart;
 
   static constexpr FieldTable fields{Field{"ripe", &Fruit::ripe}, Field{"seeds", &Fruit::seeds},
                                      Field{"taste", &Fruit::taste}};
@@ -37,8 +37,9 @@ class ModelTypesTest : public testing::Test {
  protected:
   void load() {
     model_ = std::make_unique<ModelTypes>(
-        "Orchard", std::initializer_list<TypeRecord>{
-                       entityType<Garden>(), valueType<Fruit>(&refuse), enumerationType<Taste>()});
+        "Orchard",
+        std::initializer_list<TypeRecord>{entityType<Garden>(), valueType<Fruit>(&refuse),
+                                          enumerationType<Flavour>()});
   }
   std::unique_ptr<ModelTypes> model_;
 };
@@ -72,15 +73,15 @@ TEST_F(ModelTypesTest, aNameIsRegisteredOnce) {
 
 TEST_F(ModelTypesTest, enumerationListsItsNumbersAndNames) {
   load();
-  const TypeRecord& taste = *typeNamed("Test::Taste");
+  const TypeRecord& taste = *typeNamed("Test::Flavour");
   EXPECT_EQ(taste.kind, TypeKind::enumeration);
   ASSERT_EQ(taste.enumerators.size(), 2u);
   EXPECT_EQ(taste.enumerators[1].number, 7u);
-  EXPECT_STREQ(taste.enumerators[1].name, "sour");
-  EXPECT_EQ(taste.fromText("sour"), 7u);
+  EXPECT_STREQ(taste.enumerators[1].name, "tart");
+  EXPECT_EQ(taste.fromText("tart"), 7u);
   EXPECT_THROW(taste.fromText("bitter"), RangeError);
-  const Taste value = sweet;
-  EXPECT_EQ(taste.text(&value), "'sweet'");
+  const Flavour value = mild;
+  EXPECT_EQ(taste.text(&value), "'mild'");
 }
 
 TEST_F(ModelTypesTest, valueTypeListsItsFieldsWithTheirTexts) {
@@ -92,14 +93,14 @@ TEST_F(ModelTypesTest, valueTypeListsItsFieldsWithTheirTexts) {
     texts += std::to_string(field.id) + field.name + ":" + field.typeName + "=" +
              field.text(&value) + " ";
   }
-  EXPECT_EQ(texts, "1ripe:bool=True 2seeds:U8=3 3taste:Test::Taste='sour' ");
+  EXPECT_EQ(texts, "1ripe:bool=True 2seeds:U8=3 3taste:Test::Flavour='tart' ");
 }
 
 TEST_F(ModelTypesTest, valueReadsAsOneLineWithEveryField) {
   load();
   const Fruit value;
   EXPECT_EQ(typeNamed("Test::Fruit")->text(&value),
-            "Value('Test::Fruit', ** {'ripe': False, 'seeds': 3, 'taste': 'sour'})");
+            "Value('Test::Fruit', ** {'ripe': False, 'seeds': 3, 'taste': 'tart'})");
 }
 
 TEST_F(ModelTypesDeathTest, aRefusedTextIsAFatalAssertion) {

@@ -14,16 +14,16 @@
 namespace Mox {
 namespace {
 
-using Map = OrderedMap<TestKey, std::string>;
+using OrderedText = OrderedMap<TestKey, std::string>;
 using Keys = std::vector<U32>;
 
-Keys keysOf(const Map& map) {
+Keys keysOf(const OrderedText& map) {
   Keys keys;
   for (auto at = map.begin(); at != map.end(); ++at) keys.push_back(at.key().value());
   return keys;
 }
 
-void insertAll(Map& map, const Keys& keys) {
+void insertAll(OrderedText& map, const Keys& keys) {
   for (const U32 key : keys) map.insert(TestKey(key), std::to_string(key));
 }
 
@@ -34,10 +34,10 @@ Keys series(U32 first, U32 step, U32 count) {
   return keys;
 }
 
-using EndMap = OrderedMap<TestKey, Ptr<AtEnd>>;
+using OrderedEnd = OrderedMap<TestKey, Ptr<AtEnd>>;
 
 TEST(OrderedMap, hasNothingAtFirst) {
-  const Map map;
+  const OrderedText map;
   EXPECT_EQ(map.size(), 0u);
   EXPECT_TRUE(map.empty());
   EXPECT_EQ(map.find(TestKey(0)), nullptr);
@@ -47,14 +47,14 @@ TEST(OrderedMap, hasNothingAtFirst) {
 }
 
 TEST(OrderedMap, iteratesInKeyOrderHoweverItWasFilled) {
-  Map map;
+  OrderedText map;
   insertAll(map, {9, 3, 0xffffffffu, 0, 5});
   EXPECT_EQ(keysOf(map), (Keys{0, 3, 5, 9, 0xffffffffu}));
   EXPECT_EQ(*map.begin(), "0");
 }
 
 TEST(OrderedMap, findsWhatWasInserted) {
-  Map map;
+  OrderedText map;
   EXPECT_TRUE(map.insert(TestKey(0), "zero"));
   EXPECT_TRUE(map.insert(TestKey(7), "seven"));
   EXPECT_EQ(*map.find(TestKey(0)), "zero");
@@ -64,7 +64,7 @@ TEST(OrderedMap, findsWhatWasInserted) {
 }
 
 TEST(OrderedMap, insertingAnExistingKeyReplacesItsValue) {
-  Map map;
+  OrderedText map;
   map.insert(TestKey(7), "seven");
   EXPECT_FALSE(map.insert(TestKey(7), "sept"));
   EXPECT_EQ(*map.find(TestKey(7)), "sept");
@@ -72,7 +72,7 @@ TEST(OrderedMap, insertingAnExistingKeyReplacesItsValue) {
 }
 
 TEST(OrderedMap, erasesOnlyWhatIsThere) {
-  Map map;
+  OrderedText map;
   EXPECT_FALSE(map.erase(TestKey(7)));
   insertAll(map, {6, 7, 8});
   EXPECT_FALSE(map.erase(TestKey(5)));
@@ -84,20 +84,20 @@ TEST(OrderedMap, erasesOnlyWhatIsThere) {
 // Big enough for a tree of three levels in each of these orders.
 TEST(OrderedMap, growsInAnyOrderOfInsertion) {
   const Keys ascending = series(0, 1, 5000);
-  Map up;
+  OrderedText up;
   insertAll(up, ascending);
   EXPECT_EQ(keysOf(up), ascending);
-  Map down;
+  OrderedText down;
   insertAll(down, Keys(ascending.rbegin(), ascending.rend()));
   EXPECT_EQ(keysOf(down), ascending);
-  Map mixed;
+  OrderedText mixed;
   for (U32 i = 0; i < 5000; ++i) mixed.insert(TestKey(i * 1237 % 5000), "");
   EXPECT_EQ(keysOf(mixed), ascending);
 }
 
 TEST(OrderedMap, canBeEmptiedFromEitherEndAndFilledAgain) {
   const Keys keys = series(0, 1, 3000);
-  Map map;
+  OrderedText map;
   insertAll(map, keys);
   for (const U32 key : keys) ASSERT_TRUE(map.erase(TestKey(key)));
   EXPECT_TRUE(map.begin() == map.end());
@@ -109,7 +109,7 @@ TEST(OrderedMap, canBeEmptiedFromEitherEndAndFilledAgain) {
 }
 
 TEST(OrderedMap, takesSmallerKeysAfterTheSmallestOnesWent) {
-  Map map;
+  OrderedText map;
   insertAll(map, series(1000, 1, 2000));
   for (U32 key = 1000; key < 2500; ++key) map.erase(TestKey(key));
   insertAll(map, series(500, 1, 100));
@@ -120,7 +120,7 @@ TEST(OrderedMap, takesSmallerKeysAfterTheSmallestOnesWent) {
 }
 
 TEST(OrderedMap, boundsAreTheFirstNotLessAndTheFirstGreater) {
-  Map map;
+  OrderedText map;
   insertAll(map, series(2, 2, 1000));  // 2, 4, ... 2000
   for (U32 key = 0; key < 2000; ++key) {
     const U32 notLess = key < 2 ? 2 : (key + 1) / 2 * 2;
@@ -134,7 +134,7 @@ TEST(OrderedMap, boundsAreTheFirstNotLessAndTheFirstGreater) {
 }
 
 TEST(OrderedMap, boundsSkipLeavesThatWent) {
-  Map map;
+  OrderedText map;
   insertAll(map, series(0, 1, 1000));
   for (U32 key = 100; key < 900; ++key) map.erase(TestKey(key));
   EXPECT_EQ(map.lowerBound(TestKey(100)).key().value(), 900u);
@@ -143,7 +143,7 @@ TEST(OrderedMap, boundsSkipLeavesThatWent) {
 }
 
 TEST(OrderedMap, walkGoesOnWhenItsMemberIsErased) {
-  Map map;
+  OrderedText map;
   insertAll(map, series(0, 1, 200));
   Keys met;
   for (auto at = map.begin(); at != map.end(); ++at) {
@@ -155,7 +155,7 @@ TEST(OrderedMap, walkGoesOnWhenItsMemberIsErased) {
 }
 
 TEST(OrderedMap, walkMeetsGreaterMembersThatComeAndNotThoseThatGo) {
-  Map map;
+  OrderedText map;
   insertAll(map, {10, 20, 30});
   auto at = map.begin();
   insertAll(map, {5, 15});
@@ -166,7 +166,7 @@ TEST(OrderedMap, walkMeetsGreaterMembersThatComeAndNotThoseThatGo) {
 }
 
 TEST(OrderedMap, walkEndsWhenEverythingGoes) {
-  Map map;
+  OrderedText map;
   insertAll(map, series(0, 1, 100));
   auto at = map.begin();
   map.clear();
@@ -175,7 +175,7 @@ TEST(OrderedMap, walkEndsWhenEverythingGoes) {
 }
 
 TEST(OrderedMap, standingIteratorReachesItsValueAfterOthersCameAndWent) {
-  Map map;
+  OrderedText map;
   insertAll(map, series(1000, 1, 10));
   const auto at = map.lowerBound(TestKey(1005));
   insertAll(map, series(0, 1, 900));
@@ -185,7 +185,7 @@ TEST(OrderedMap, standingIteratorReachesItsValueAfterOthersCameAndWent) {
 }
 
 TEST(OrderedMap, iteratorsAreEqualAtTheSameKeyAndAtTheEnd) {
-  Map map;
+  OrderedText map;
   insertAll(map, {1, 2});
   auto at = map.begin();
   EXPECT_TRUE(at == map.lowerBound(TestKey(0)));
@@ -197,7 +197,7 @@ TEST(OrderedMap, iteratorsAreEqualAtTheSameKeyAndAtTheEnd) {
 }
 
 TEST(OrderedMap, endOfAnErasedValueMayUseTheMap) {
-  EndMap map;
+  OrderedEnd map;
   std::string seen;
   auto comesBack = [&] {
     seen = std::to_string(map.size()) + (map.find(TestKey(0)) == nullptr ? " gone" : " there");
@@ -215,7 +215,7 @@ TEST(OrderedMap, endOfAnErasedValueMayUseTheMap) {
 TEST(OrderedMap, valuesStayAliveWhileNodesSplitAndJoin) {
   int ended = 0;
   {
-    EndMap map;
+    OrderedEnd map;
     for (U32 key = 0; key < 2000; ++key) {
       map.insert(TestKey(key * 7 % 2000), makePtr<AtEnd>([&] { ++ended; }));
     }

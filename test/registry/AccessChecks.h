@@ -10,10 +10,13 @@
 
 #include <Mox/GenericAccess.h>
 #include <Mox/HashMap.h>
+#include <Mox/ModelTypes.h>
 #include <Mox/TypeInfo.h>
 #include <gtest/gtest.h>
 
 namespace Gmp::Igmp {
+
+inline const Mox::TypeInfo& typeOf(const char* name) { return *Mox::typeNamed(name)->type; }
 
 // Remembers which attributes of a type were looked at, so that none is forgotten.
 class AccessChecks {

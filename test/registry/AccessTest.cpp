@@ -16,8 +16,6 @@ namespace {
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
-const Mox::TypeInfo& typeOf(const char* name) { return *Mox::typeNamed(name)->type; }
-
 TEST(GenericAccess, configurationReadsAndWritesAsDirectly) {
   using C = QuerierConfig;
   const Ptr<C> config = makePtr<C>("vlan10");

@@ -27,8 +27,6 @@ constexpr IpAddr host(10, 0, 0, 7);
 constexpr IpAddr sender(10, 9, 0, 1);
 constexpr IpAddr group(239, 1, 1, 1);
 
-const Mox::TypeInfo& typeOf(const char* name) { return *Mox::typeNamed(name)->type; }
-
 Ptr<Ilvo::Pkt> allowed(IpAddr of, IpAddr from) {
   return makePtr<Ilvo::Pkt>(
       Ilvo::buildV3Report({{.type = 5, .group = of, .sources = {from}}}, {.src = host}));

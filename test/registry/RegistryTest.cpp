@@ -173,8 +173,9 @@ TEST(RegistryTest, enumerationsListTheirNumbersAndNames) {
 
 TEST(RegistryTest, loadingMakesTheTraceHandleAndTheEventLogMessages) {
   std::vector<std::string> handles;
-  for (const Mox::TraceHandle* handle : Mox::TraceHandle::all())
+  for (const Mox::TraceHandle* handle : Mox::TraceHandle::all()) {
     handles.emplace_back(handle->name());
+  }
   EXPECT_THAT(handles, Contains("IgmpPacket"));
   std::vector<std::string> messages;
   for (const Mox::EventLogHandle* handle : Mox::EventLogHandle::all()) {
