@@ -16,8 +16,8 @@ struct SettingRule {
   std::string_view attribute;
   double least;
   double most;
-  const char* zero;  // what 0 means where it is allowed beside the range; null where it is not
-  const char* reference;
+  const char* zero;       // what 0 means where it is allowed beside the range; null where it is not
+  const char* reference;  // null for a setting that no RFC knows
   const char* help;
 };
 
@@ -37,8 +37,8 @@ inline constexpr std::array settingRules{
     SettingRule{"querierVersion", 1, 3, nullptr, "RFC 3376 7", "version that the querier speaks"},
     SettingRule{"lastMemberQueryCount", 0, 255, nullptr, "RFC 3376 8.9",
                 "specific queries sent after a leave"},
-    SettingRule{"addRandomDelayToTimer", 0, 1, nullptr, "RFC 3376 5.2",
-                "whether hosts add a random delay to timers"},
+    SettingRule{"addRandomDelayToTimer", 0, 1, nullptr, nullptr,
+                "whether query timers are to have a random delay"},
     SettingRule{"sendQuery", 0, 1, nullptr, "RFC 3376 6.6.2", "whether queries may be sent"},
 };
 

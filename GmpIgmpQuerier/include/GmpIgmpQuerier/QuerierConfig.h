@@ -59,7 +59,8 @@ class MOX_PUBLIC QuerierConfig final : public Mox::Entity<QuerierConfig> {
   U32 lastMemberQueryCount() const { return lastMemberQueryCount_; }
   // Last Member Query Time in seconds, RFC 3376 8.10: count times interval.
   Seconds lastMemberQueryTime() const { return lastMemberQueryCount_ * lastMemberQueryInterval_; }
-  // Whether hosts of this configuration add a random delay to their timers.
+  // Whether a random delay is to be added to the query timers. Kept and told to others: no timer
+  // of this library heeds it.
   bool addRandomDelayToTimer() const { return addRandomDelayToTimer_; }
   // Whether this querier may send queries at all.
   bool sendQuery() const { return sendQuery_; }
