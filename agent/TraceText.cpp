@@ -1,9 +1,13 @@
 #include <Agent/TraceText.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -16,6 +20,9 @@
 namespace Agent {
 
 namespace {
+
+constexpr std::string_view tracePrefix = "igmpq-trace-";
+constexpr std::string_view traceSuffix = ".txt";
 
 std::string& traceFolder() {
   static auto* folder = new std::string;  // a fatal assertion may come at the very end
@@ -41,12 +48,27 @@ bool writeTrace(const std::string& path) {
   return std::fclose(file) == 0 && written;
 }
 
+// An agent that is started again after each end would fill the folder.
+void removeOldTraces(const std::filesystem::path& folder) {
+  std::vector<std::pair<std::filesystem::file_time_type, std::filesystem::path>> traces;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with(tracePrefix) || !name.ends_with(traceSuffix)) continue;
+    traces.emplace_back(entry.last_write_time(ignored), entry.path());
+  }
+  std::sort(traces.begin(), traces.end());
+  for (size_t i = 0; i + tracesKept < traces.size(); ++i) {
+    std::filesystem::remove(traces[i].second, ignored);
+  }
+}
+
 void leaveTrace() {
   std::error_code ignored;
   const std::filesystem::path folders[] = {traceFolder(), std::filesystem::current_path(ignored)};
   for (const std::filesystem::path& folder : folders) {
     if (folder.empty()) continue;
-    const std::string path = folder / fmt::format("igmpq-trace-{}.txt", getpid());
+    const std::string path = folder / fmt::format("{}{}{}", tracePrefix, getpid(), traceSuffix);
     if (writeTrace(path)) {
       std::fprintf(stderr, "igmpq: the trace up to here is in %s\n", path.c_str());
       return;
@@ -65,6 +87,7 @@ std::string traceText(Mox::Seconds time, int level, std::string_view handle,
 
 void fatalTraceFolderIs(const std::string& folder) {
   traceFolder() = folder;
+  removeOldTraces(folder);
   Mox::fatalHookIs(leaveTrace);
 }
 

@@ -1,5 +1,6 @@
 #include <Agent/TraceText.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -92,6 +93,29 @@ TEST_F(FatalTraceDeathTest, whatALinkOfThatNameLeadsToIsNotWrittenInto) {
   ASSERT_EQ(files.size(), 1u);
   EXPECT_TRUE(std::filesystem::symlink_status(files.front()).type() ==
               std::filesystem::file_type::regular);
+}
+
+TEST_F(FatalTraceDeathTest, onlyTheNewestFilesOfEarlierProcessesStay) {
+  makeFolders();
+  const auto made = [&](size_t hoursAgo, const std::string& name) {
+    const std::string path = run_ + "/" + name;
+    std::ofstream(path) << "old";
+    std::filesystem::last_write_time(
+        path, std::filesystem::file_time_type::clock::now() - std::chrono::hours(hoursAgo));
+    return path;
+  };
+  const std::string notes = made(99, "igmpq-notes.txt");
+  std::vector<std::string> traces;
+  for (size_t age = 1; age <= tracesKept + 3; ++age) {
+    const size_t noOrder = 10'000'000 + age * 37 % 11;
+    traces.push_back(made(age, "igmpq-trace-" + std::to_string(noOrder) + ".txt"));
+  }
+  EXPECT_DEATH(die(run_), "the trace up to here is in " + run_);
+  EXPECT_TRUE(std::filesystem::exists(notes));
+  for (size_t i = 0; i < traces.size(); ++i) {
+    EXPECT_EQ(std::filesystem::exists(traces[i]), i < tracesKept) << traces[i];
+  }
+  EXPECT_EQ(filesIn(run_).size(), 1 + tracesKept + 1);
 }
 
 TEST_F(FatalTraceDeathTest, withoutAFolderItIsTheWorkingDirectory) {
