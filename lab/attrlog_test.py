@@ -37,12 +37,22 @@ class Watch:
     def __init__(self, router, path):
         self.groups = set()
         self.events = []
+        self.lines = 0
         self.process = router.lab.spawn(
             router.namespace, program(), "watch", "--json", "--existing", "--socket", path,
             stdout=subprocess.PIPE)
         router.lab.read(self.process.stdout, self.line_arrived)
 
+    def stop(self):
+        """Stops the reader. What it has said before has been heard when this returns."""
+        self.process.send_signal(signal.SIGSTOP)
+        before = None
+        while before != self.lines:
+            before = self.lines
+            time.sleep(0.5)
+
     def line_arrived(self, line):
+        self.lines += 1
         event = json.loads(line)
         if event["event"] == "groupJoined": self.groups.add(event["group"])
         if event["event"] == "groupLeft": self.groups.discard(event["group"])
@@ -102,7 +112,7 @@ class AttrLogTest(LabTestCase):
         self.assert_ended(self.change(1.0))
         wait_until(lambda: watch.groups == self.agent_groups(), 30, "the reader to see every group")
         before = resident_kib(self.querier.process)
-        watch.process.send_signal(signal.SIGSTOP)
+        watch.stop()
         seen = set(watch.groups)
         # One that is new for certain: what has been left may be kept while the log is clogged.
         self.host.join("239.3.3.3")

@@ -7,23 +7,23 @@ namespace Mox {
 namespace {
 bool isVirtual = false;
 unsigned standing = 0;
-Seconds current = 0.0;
+Seconds currentTime = 0.0;
 }  // namespace
 
 Seconds now() {
   if (!isVirtual && standing == 0) {
     timespec time{};
     clock_gettime(CLOCK_MONOTONIC, &time);
-    current = static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
+    currentTime = static_cast<Seconds>(time.tv_sec) + static_cast<Seconds>(time.tv_nsec) * 1e-9;
   }
-  return current;
+  return currentTime;
 }
 
-Seconds lastNow() { return current; }
+Seconds lastNow() { return currentTime; }
 
 void virtualTimeIs(Seconds time) {
   isVirtual = true;
-  current = time;
+  currentTime = time;
 }
 
 void realTimeIs() { isVirtual = false; }
