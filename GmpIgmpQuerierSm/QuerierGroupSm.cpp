@@ -139,16 +139,16 @@ void QuerierGroupSm::doSetTimer(TimerId id, Seconds seconds) {
 // finish them completes the hand-over.
 void QuerierGroupSm::finishPendingRexmit(TimerState rexmitState) {
   if (ended()) return;
-  QuerierSm& querier = querierSm();
-  if (!querier.transitionToNonQuerier()) return;
+  const Ptr<QuerierSm> querier(&querierSm());
+  if (!querier->transitionToNonQuerier()) return;
   if (rexmitState == timerRunning) {
-    querier.pendingRexmitIs(group_, true);
+    querier->pendingRexmitIs(group_, true);
     return;
   }
-  querier.pendingRexmitDel(group_);
-  if (querier.pendingRexmit().empty()) {
-    querier.transitionToNonQuerierIs(false);
-    querier.querierStatus()->stateIs(QuerierStatus::querierStateNonQuerier);
+  querier->pendingRexmitDel(group_);
+  if (querier->pendingRexmit().empty()) {
+    querier->transitionToNonQuerierIs(false);
+    querier->querierStatus()->stateIs(QuerierStatus::querierStateNonQuerier);
   }
 }
 

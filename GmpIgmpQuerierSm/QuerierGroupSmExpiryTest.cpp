@@ -56,11 +56,11 @@ TEST_F(QuerierGroupSmExpiryTest, theStepsArePublishedInTheirOrder) {
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
   runFor(10.0);
-  EXPECT_THAT(
-      takeJournal(),
-      ElementsAre("sm.membershipTimerExpiry inf", "sm.membershipTimerState timerDisabled",
-                  "status.expiryTime inf", "status.source 10.7.0.1", "sm.rexmitTimerExpiry inf",
-                  "sm.rexmitTimerState timerDisabled", "status.filterMode filterModeInclude"));
+  EXPECT_THAT(takeJournal(),
+              ElementsAre("sm.membershipTimerExpiry inf", "sm.membershipTimerState timerDisabled",
+                          "status.expiryTime inf", "status.source 10.7.0.1", "sm.source 10.7.0.1",
+                          "sm.rexmitTimerExpiry inf", "sm.rexmitTimerState timerDisabled",
+                          "status.filterMode filterModeInclude"));
 }
 
 TEST_F(QuerierGroupSmExpiryTest, aRemovedSourceIsNotAskedAboutAnyMore) {

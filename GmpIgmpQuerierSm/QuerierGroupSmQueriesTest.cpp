@@ -72,6 +72,17 @@ TEST_F(QuerierGroupSmQueriesTest, anOldGroupQueryLowersToTheConfiguredLastMember
   EXPECT_TRUE(takeJournal().empty());
 }
 
+// The code comes before the length: whatever else such a query carries is none of version 1.
+TEST_F(QuerierGroupSmQueriesTest, aLongGroupQueryOfCodeZeroIsOneOfVersion1) {
+  config_->lastMemberQueryCountIs(3);
+  exclude({{s1_, 200.0}}, 260.0);
+  hearV3(0, 7, {s1_}, true);
+  EXPECT_EQ(status_->v1QueriesReceived(), 1U);
+  EXPECT_EQ(status_->v3QueriesReceived(), 0U);
+  EXPECT_EQ(groupTimer(), 3.0) << "the last member query time, although the S flag is set";
+  EXPECT_EQ(timerOf(s1_), 200.0);
+}
+
 TEST_F(QuerierGroupSmQueriesTest, aDisabledGroupTimerCountsAsAboveEveryLimit) {
   include({{s1_, 200.0}});
   hearV3(10, 2);

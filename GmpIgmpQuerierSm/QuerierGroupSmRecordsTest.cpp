@@ -29,7 +29,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeAllowsSourcesInTheirOrder) {
     hearRecord(type, group_, {s2_, s3_});
     EXPECT_THAT(takeJournal(),
                 ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1260",
-                            "status.source 10.7.0.3"));
+                            "status.source 10.7.0.3", "sm.source 10.7.0.3"));
     querier_->groupSmDel(group_);
     querier_->pktSrcIs(IpAddr());
   }
@@ -41,9 +41,9 @@ TEST_F(QuerierGroupSmRecordsTest, includeIsExcludeSwitchesBeforeItDrops) {
   hearRecord(modeIsExclude, group_, {s2_, s3_});
   EXPECT_THAT(takeJournal(),
               ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
-                          "status.source 10.7.0.3", "status.source 10.7.0.1",
-                          "sm.membershipTimerExpiry 1260", "sm.membershipTimerState timerRunning",
-                          "status.expiryTime 1260"));
+                          "status.source 10.7.0.3", "sm.source 10.7.0.3", "status.source 10.7.0.1",
+                          "sm.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
+                          "sm.membershipTimerState timerRunning", "status.expiryTime 1260"));
 }
 
 TEST_F(QuerierGroupSmRecordsTest, includeToIncludeAsksBeforeItAllows) {
@@ -53,7 +53,8 @@ TEST_F(QuerierGroupSmRecordsTest, includeToIncludeAsksBeforeItAllows) {
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.1.sourceTimerExpiry 1002",
-                  "10.7.0.1.rexmits 2", "10.7.0.2.sourceTimerExpiry 1260", "status.source 10.7.0.3",
+                  "10.7.0.1.rexmits 2", "sm.rexmitSource 10.7.0.1",
+                  "10.7.0.2.sourceTimerExpiry 1260", "status.source 10.7.0.3", "sm.source 10.7.0.3",
                   "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
 }
 
@@ -64,8 +65,9 @@ TEST_F(QuerierGroupSmRecordsTest, includeToExcludeSwitchesAsksAndDrops) {
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
-                  "10.7.0.2.sourceTimerExpiry 1002", "10.7.0.2.rexmits 2", "status.source 10.7.0.3",
-                  "status.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
+                  "10.7.0.2.sourceTimerExpiry 1002", "10.7.0.2.rexmits 2",
+                  "sm.rexmitSource 10.7.0.2", "status.source 10.7.0.3", "sm.source 10.7.0.3",
+                  "status.source 10.7.0.1", "sm.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
                   "sm.membershipTimerState timerRunning", "status.expiryTime 1260",
                   "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
   EXPECT_EQ(timerOf(s3_), never);
@@ -77,40 +79,45 @@ TEST_F(QuerierGroupSmRecordsTest, includeBlockAsksAboutKnownSources) {
   hearRecord(blockOldSources, group_, {s2_, s3_});
   EXPECT_THAT(takeJournal(),
               ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1002",
-                          "10.7.0.2.rexmits 2", "sm.rexmitTimerExpiry 1000",
-                          "sm.rexmitTimerState timerRunning"));
+                          "10.7.0.2.rexmits 2", "sm.rexmitSource 10.7.0.2",
+                          "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
 }
 
 TEST_F(QuerierGroupSmRecordsTest, excludeIsExcludeDropsBeforeItAdds) {
   exclude({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
   hearRecord(modeIsExclude, group_, {s2_, s3_});
-  EXPECT_THAT(takeJournal(), ElementsAre("status.lastReporter 10.0.0.77", "status.source 10.7.0.1",
-                                         "status.source 10.7.0.3", "sm.membershipTimerExpiry 1260",
-                                         "status.expiryTime 1260"));
+  EXPECT_THAT(takeJournal(),
+              ElementsAre("status.lastReporter 10.0.0.77", "status.source 10.7.0.1",
+                          "sm.source 10.7.0.1", "status.source 10.7.0.3", "sm.source 10.7.0.3",
+                          "sm.membershipTimerExpiry 1260", "status.expiryTime 1260"));
 }
 
 TEST_F(QuerierGroupSmRecordsTest, excludeToIncludeAllowsBeforeItAsks) {
   exclude({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
   hearRecord(changeToInclude, group_, {s2_, s3_});
-  EXPECT_THAT(takeJournal(),
-              ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1260",
-                          "status.source 10.7.0.3", "10.7.0.1.sourceTimerExpiry 1002",
-                          "10.7.0.1.rexmits 2", "sm.rexmitGroupQuery 2",
-                          "sm.membershipTimerExpiry 1002", "status.expiryTime 1002",
-                          "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
+  EXPECT_THAT(
+      takeJournal(),
+      ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1260",
+                  "status.source 10.7.0.3", "sm.source 10.7.0.3", "10.7.0.1.sourceTimerExpiry 1002",
+                  "10.7.0.1.rexmits 2", "sm.rexmitSource 10.7.0.1", "sm.rexmitGroupQuery 2",
+                  "sm.membershipTimerExpiry 1002", "status.expiryTime 1002",
+                  "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
 }
 
 TEST_F(QuerierGroupSmRecordsTest, excludeToExcludeDropsBeforeItAsks) {
   exclude({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
   hearRecord(changeToExclude, group_, {s2_, s3_});
-  EXPECT_THAT(takeJournal(), ElementsAre("status.lastReporter 10.0.0.77", "status.source 10.7.0.1",
-                                         "10.7.0.2.sourceTimerExpiry 1002", "10.7.0.2.rexmits 2",
-                                         "status.source 10.7.0.3", "sm.membershipTimerExpiry 1260",
-                                         "status.expiryTime 1260", "sm.rexmitTimerExpiry 1000",
-                                         "sm.rexmitTimerState timerRunning"));
+  EXPECT_THAT(
+      takeJournal(),
+      ElementsAre("status.lastReporter 10.0.0.77", "status.source 10.7.0.1", "sm.source 10.7.0.1",
+                  "10.7.0.2.sourceTimerExpiry 1002", "10.7.0.2.rexmits 2",
+                  "sm.rexmitSource 10.7.0.2", "status.source 10.7.0.3", "sm.source 10.7.0.3",
+                  "sm.rexmitSource 10.7.0.3", "sm.membershipTimerExpiry 1260",
+                  "status.expiryTime 1260", "sm.rexmitTimerExpiry 1000",
+                  "sm.rexmitTimerState timerRunning"));
   EXPECT_EQ(timerOf(s3_), lmqt_) << "the group's time, lowered as it is asked about";
 }
 
@@ -118,10 +125,12 @@ TEST_F(QuerierGroupSmRecordsTest, excludeBlockAsksAboutOldAndNewSources) {
   exclude({{s2_, 200.0}}, 1.5);
   watchAll();
   hearRecord(blockOldSources, group_, {s2_, s3_});
-  EXPECT_THAT(takeJournal(),
-              ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1002",
-                          "10.7.0.2.rexmits 2", "status.source 10.7.0.3",
-                          "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
+  EXPECT_THAT(
+      takeJournal(),
+      ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1002",
+                  "10.7.0.2.rexmits 2", "sm.rexmitSource 10.7.0.2", "status.source 10.7.0.3",
+                  "sm.source 10.7.0.3", "sm.rexmitSource 10.7.0.3", "sm.rexmitTimerExpiry 1000",
+                  "sm.rexmitTimerState timerRunning"));
   EXPECT_EQ(timerOf(s3_), 1.5) << "what the group timer has left";
   EXPECT_THAT(rexmitSources(), ElementsAre(s2_, s3_));
 }
@@ -130,10 +139,11 @@ TEST_F(QuerierGroupSmRecordsTest, withOlderHostsChangeToExcludeSwitchesBeforeItD
   include({{s1_, 200.0}}, igmpVersion2);
   watchAll();
   hearRecord(changeToExclude, group_, {s3_});
-  EXPECT_THAT(takeJournal(),
-              ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
-                          "status.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
-                          "sm.membershipTimerState timerRunning", "status.expiryTime 1260"));
+  EXPECT_THAT(
+      takeJournal(),
+      ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
+                  "status.source 10.7.0.1", "sm.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
+                  "sm.membershipTimerState timerRunning", "status.expiryTime 1260"));
 }
 
 TEST_F(QuerierGroupSmRecordsTest, theRecordAndTheStateItMeetsAreTraced) {

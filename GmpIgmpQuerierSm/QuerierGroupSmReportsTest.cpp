@@ -37,7 +37,7 @@ TEST_F(QuerierGroupSmReportsTest, aVersion1ReportTakesItsStepsInOrder) {
       takeJournal(),
       ElementsAre("status.compatibilityMode igmpVersion1", "sm.v1MembershipTimerState timerRunning",
                   "status.filterMode filterModeExclude", "status.lastReporter 10.0.0.77",
-                  "status.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
+                  "status.source 10.7.0.1", "sm.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
                   "sm.membershipTimerState timerRunning", "status.expiryTime 1260",
                   "sm.rexmitTimerExpiry inf", "sm.rexmitTimerState timerDisabled",
                   "sm.rexmitGroupQuery 0"));
@@ -52,7 +52,7 @@ TEST_F(QuerierGroupSmReportsTest, aVersion2ReportTakesItsStepsInOrder) {
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "status.compatibilityMode igmpVersion2",
                   "sm.v2MembershipTimerState timerRunning", "status.filterMode filterModeExclude",
-                  "status.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
+                  "status.source 10.7.0.1", "sm.source 10.7.0.1", "sm.membershipTimerExpiry 1260",
                   "sm.membershipTimerState timerRunning", "status.expiryTime 1260"));
 }
 
@@ -161,10 +161,11 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveTakesItsStepsInOrder) {
   watch(sm->groupStatus(), "status");
   watch(sourceSm(s1_), "source");
   hearLeave(group_);
-  EXPECT_THAT(takeJournal(), ElementsAre("source.sourceTimerExpiry 1002", "source.rexmits 2",
-                                         "sm.rexmitGroupQuery 2", "sm.membershipTimerExpiry 1002",
-                                         "status.expiryTime 1002", "sm.rexmitTimerExpiry 1000",
-                                         "sm.rexmitTimerState timerRunning"));
+  EXPECT_THAT(takeJournal(),
+              ElementsAre("source.sourceTimerExpiry 1002", "source.rexmits 2",
+                          "sm.rexmitSource 10.7.0.1", "sm.rexmitGroupQuery 2",
+                          "sm.membershipTimerExpiry 1002", "status.expiryTime 1002",
+                          "sm.rexmitTimerExpiry 1000", "sm.rexmitTimerState timerRunning"));
 }
 
 TEST_F(QuerierGroupSmReportsTest, aLeaveDoesNotMakeItsSenderTheLastReporter) {

@@ -24,6 +24,7 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& whe
   }
   source_.insert(addr, added);
   handleSource(addr);
+  sourceNotify(addr);
   return added;
 }
 
@@ -38,6 +39,7 @@ void QuerierGroupSm::sourceDel(IpAddr addr) {
   source_.erase(addr);
   handleSource(addr);
   removed->end();
+  if (!ended()) sourceNotify(addr);
 }
 
 void QuerierGroupSm::sourceDelAll() {

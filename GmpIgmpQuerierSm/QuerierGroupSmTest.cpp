@@ -252,6 +252,52 @@ TEST_F(QuerierGroupSmTest, otherTimersDoNotTouchAHandOver) {
   EXPECT_TRUE(querier_->transitionToNonQuerier());
 }
 
+TEST_F(QuerierGroupSmTest, sourcesThatComeAndGoAreToldOnceTheirEntryHas) {
+  const Ptr<Sm> sm = exclude({{s2_, 5.0}});
+  watch(sm, "sm");
+  watch(sm->groupStatus(), "status");
+  getOrCreateSourceSm(sm, s1_);
+  getOrCreateSourceSm(sm, s1_);
+  EXPECT_THAT(takeJournal(), ElementsAre("status.source 10.7.0.1", "sm.source 10.7.0.1"));
+  sm->sourceDel(s1_);
+  sm->sourceDel(s1_);
+  EXPECT_THAT(takeJournal(), ElementsAre("status.source 10.7.0.1", "sm.source 10.7.0.1"));
+  sm->sourceNotify(s2_);
+  EXPECT_THAT(takeJournal(), ElementsAre("sm.source 10.7.0.2"));
+}
+
+TEST_F(QuerierGroupSmTest, setsOfSourcesTellOfEachChangeOnce) {
+  struct SetCase {
+    const char* name;
+    void (Sm::*is)(IpAddr, bool);
+    void (Sm::*del)(IpAddr);
+    void (Sm::*delAll)();
+    void (Sm::*notify)(IpAddr);
+  };
+  const Ptr<Sm> sm = fresh();
+  watch(sm, "sm");
+  for (const SetCase& set :
+       {SetCase{"rexmitSource", &Sm::rexmitSourceIs, &Sm::rexmitSourceDel, &Sm::rexmitSourceDelAll,
+                &Sm::rexmitSourceNotify},
+        SetCase{"rexmitClrSource", &Sm::rexmitClrSourceIs, &Sm::rexmitClrSourceDel,
+                &Sm::rexmitClrSourceDelAll, &Sm::rexmitClrSourceNotify},
+        SetCase{"rexmitSetSource", &Sm::rexmitSetSourceIs, &Sm::rexmitSetSourceDel,
+                &Sm::rexmitSetSourceDelAll, &Sm::rexmitSetSourceNotify}}) {
+    SCOPED_TRACE(set.name);
+    const std::string of = std::string("sm.") + set.name;
+    (sm.get()->*set.is)(s1_, true);
+    (sm.get()->*set.is)(s1_, true);
+    (sm.get()->*set.is)(s2_, true);
+    (sm.get()->*set.del)(s1_);
+    (sm.get()->*set.del)(s1_);
+    EXPECT_THAT(takeJournal(), ElementsAre(of + " 10.7.0.1", of + " 10.7.0.2", of + " 10.7.0.1"));
+    (sm.get()->*set.delAll)();
+    (sm.get()->*set.delAll)();
+    (sm.get()->*set.notify)(s3_);
+    EXPECT_THAT(takeJournal(), ElementsAre(of + " 10.7.0.2", of + " 10.7.0.3"));
+  }
+}
+
 TEST_F(QuerierGroupSmTest, anEndedMachineArmsAndWritesNothing) {
   const Ptr<Sm> sm = exclude({{s1_, 5.0}});
   const Ptr<QuerierGroupSourceSm> source = sourceSm(s1_);

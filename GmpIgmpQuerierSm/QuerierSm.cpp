@@ -40,7 +40,7 @@ QuerierSm::~QuerierSm() {
   otherQuerierTimer_.timeMinIs(never);
   queryIntervalTimer_.timeMinIs(never);
   initGroupStatusTimer_.timeMinIs(never);
-  groupSmDelAll();
+  for (const auto& [group, groupSm] : groupSm_) groupSm->end();
 }
 
 const Ptr<const QuerierConfig>& QuerierSm::querierConfig() const {

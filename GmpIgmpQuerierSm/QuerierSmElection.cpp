@@ -55,8 +55,9 @@ void QuerierSm::doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& p
 // What this router has begun to ask, it finishes asking: the new querier has not heard the leave.
 void QuerierSm::loseElection() {
   pendingRexmitDelAll();
-  for (const auto& [group, groupSm] : groupSm_) {
-    const bool owesQueries = groupSm->rexmitGroupQuery() != 0 || !groupSm->rexmitSource().empty();
+  for (const IpAddr group : groupSm_.keys()) {
+    const Ptr<QuerierGroupSm> sm = groupSm(group);
+    const bool owesQueries = sm && (sm->rexmitGroupQuery() != 0 || !sm->rexmitSource().empty());
     if (owesQueries) pendingRexmitIs(group, true);
   }
   if (pendingRexmit_.empty()) {

@@ -52,18 +52,22 @@ Ptr<QuerierGroupSm> QuerierSm::groupSmIs(IpAddr group, const Wheel& membership, 
   Ptr<QuerierGroupSm> added = QuerierGroupSmIs(group, membership, v1, v2, rexmit, this);
   groupSm_.insert(group, added);
   handleGroupSm(group);
+  groupSmNotify(group);
   return added;
 }
 
 void QuerierSm::groupSmDel(IpAddr group) {
   const Ptr<QuerierGroupSm> removed = groupSm(group);
   if (!removed) return;
+  const Ptr<QuerierSm> alive(this);
   groupSm_.erase(group);
   removed->end();
   handleGroupSm(group);
+  groupSmNotify(group);
 }
 
 void QuerierSm::groupSmDelAll() {
+  const Ptr<QuerierSm> alive(this);
   for (const IpAddr group : groupSm_.keys()) groupSmDel(group);
 }
 
@@ -108,6 +112,8 @@ void QuerierSm::yieldGroupStatus(IpAddr next) {
 // Group and sources get a full new lease, whatever was left of the old one: while nobody was there
 // to hear them, hosts may have reported in vain.
 void QuerierSm::handleQuerierGroupStatus(IpAddr group) {
+  if (!initialized_) return;
+  const Ptr<QuerierSm> alive(this);
   const Ptr<QuerierGroupStatus> status = querierStatus_->group(group);
   if (!status) return;
   if (groupSm_.contains(group)) {

@@ -1,4 +1,5 @@
 // The registry of group machines, and their rebuilding from a status that holds groups already.
+#include "Once.h"
 #include "TestBench.h"
 
 #include <Mox/Errors.h>
@@ -177,6 +178,49 @@ TEST_F(QuerierSmGroups, PendingGroupsAreASet) {
   EXPECT_TRUE(sm.pendingRexmit().empty());
 }
 
+TEST_F(QuerierSmGroups, PendingGroupsTellOfEachChangeOnce) {
+  QuerierSm& sm = start();
+  watch(querier_, "querier");
+  sm.pendingRexmitIs(group_, true);
+  sm.pendingRexmitIs(group_, true);
+  sm.pendingRexmitIs(group_, false);
+  sm.pendingRexmitDel(group2_);
+  EXPECT_THAT(takeJournal(),
+              ElementsAre("querier.pendingRexmit 239.1.1.1", "querier.pendingRexmit 239.1.1.1"));
+  sm.pendingRexmitDelAll();
+  sm.pendingRexmitDelAll();
+  sm.pendingRexmitNotify(group2_);
+  EXPECT_THAT(takeJournal(),
+              ElementsAre("querier.pendingRexmit 239.1.1.1", "querier.pendingRexmit 239.1.1.2"));
+}
+
+TEST_F(QuerierSmGroups, MachinesThatComeAndGoAreToldOnceTheirEntryHas) {
+  start();
+  watch(querier_, "querier");
+  watch(status_, "status");
+  getOrCreateGroupSm(querier_, group_);
+  getOrCreateGroupSm(querier_, group_);
+  EXPECT_THAT(takeJournal(),
+              ElementsAre("status.joins 1", "status.group 239.1.1.1", "querier.groupSm 239.1.1.1"));
+  querier_->groupSmDel(group_);
+  querier_->groupSmDel(group_);
+  EXPECT_THAT(takeJournal(), ElementsAre("status.group 239.1.1.1", "querier.groupSm 239.1.1.1"));
+  querier_->groupSmNotify(group2_);
+  EXPECT_THAT(takeJournal(), ElementsAre("querier.groupSm 239.1.1.2"));
+}
+
+TEST_F(QuerierSmGroups, TheQuerierMayBeReleasedWhileItsGroupsGo) {
+  start();
+  silenceGeneralQueries();
+  for (const IpAddr group : {group_, group2_, group3_}) hearV2Report(group);
+  const Once<Status> once(status_, "group", [&] { release(); });
+  QuerierSm* const querier = querier_.get();
+  querier->groupSmDelAll();
+  EXPECT_EQ(querier_, nullptr);
+  EXPECT_TRUE(status_->group().empty());
+  EXPECT_EQ(wheel_->armed(), 0u);
+}
+
 TEST_F(QuerierSmGroups, AnEmptyStatusIsFinishedAtOnce) {
   startRebuilding();
   EXPECT_THAT(batchTraces(), ElementsAre(": finished processing groups"));
@@ -207,8 +251,8 @@ TEST_F(QuerierSmGroups, DebugYieldStopsAfterEachGroup) {
   wheel_->turn(now());
   EXPECT_EQ(querier_->initGroupStatusBookmark(), IpAddr());
   EXPECT_EQ(querier_->initGroupStatusTimerMin(), never);
-  EXPECT_THAT(journal_, ElementsAre("sm.initGroupStatusBookmark 239.1.1.3",
-                                    "sm.initGroupStatusBookmark 0.0.0.0"));
+  EXPECT_THAT(journal_, ElementsAre("sm.groupSm 239.1.1.2", "sm.initGroupStatusBookmark 239.1.1.3",
+                                    "sm.groupSm 239.1.1.3", "sm.initGroupStatusBookmark 0.0.0.0"));
   EXPECT_THAT(batchTraces(),
               ElementsAre(": processing group 239.1.1.2",
                           ": giving up processor for now, setting bookmark to 239.1.1.3",

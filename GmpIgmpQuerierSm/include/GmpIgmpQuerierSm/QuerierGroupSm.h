@@ -51,6 +51,10 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
     virtual void onV2MembershipTimerState() {}
     virtual void onRexmitTimerExpiry() {}
     virtual void onRexmitTimerState() {}
+    virtual void onSource(IpAddr) {}
+    virtual void onRexmitSource(IpAddr) {}
+    virtual void onRexmitClrSource(IpAddr) {}
+    virtual void onRexmitSetSource(IpAddr) {}
     virtual void onRexmitGroupQuery() {}
     virtual void onInitialized() {}
   };
@@ -112,15 +116,22 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void rexmitGroupQueryDec(U32 by) { rexmitGroupQueryIs(rexmitGroupQuery_ - by); }
   void initializedIs(bool v) { set<&Self::initialized_>(v); }
 
-  void rexmitSourceIs(IpAddr addr, bool v) { rexmitSource_.insert(addr, v); }
-  void rexmitSourceDel(IpAddr addr) { rexmitSource_.erase(addr); }
-  void rexmitSourceDelAll() { rexmitSource_.clear(); }
-  void rexmitClrSourceIs(IpAddr addr, bool v) { declaredSets().clr.insert(addr, v); }
-  void rexmitClrSourceDel(IpAddr addr) { declaredSets().clr.erase(addr); }
-  void rexmitClrSourceDelAll() { declaredSets().clr.clear(); }
-  void rexmitSetSourceIs(IpAddr addr, bool v) { declaredSets().set.insert(addr, v); }
-  void rexmitSetSourceDel(IpAddr addr) { declaredSets().set.erase(addr); }
-  void rexmitSetSourceDelAll() { declaredSets().set.clear(); }
+  void rexmitSourceIs(IpAddr addr, bool v) { setIs<&Self::rexmitSource>(rexmitSource_, addr, v); }
+  void rexmitSourceDel(IpAddr addr) { setDel<&Self::rexmitSource>(rexmitSource_, addr); }
+  void rexmitSourceDelAll() { setDelAll<&Self::rexmitSource>(rexmitSource_); }
+  void rexmitSourceNotify(IpAddr addr) { notifyMember<&Self::rexmitSource>(addr); }
+  void rexmitClrSourceIs(IpAddr addr, bool v) {
+    setIs<&Self::rexmitClrSource>(declaredSets().clr, addr, v);
+  }
+  void rexmitClrSourceDel(IpAddr addr) { setDel<&Self::rexmitClrSource>(declaredSets().clr, addr); }
+  void rexmitClrSourceDelAll() { setDelAll<&Self::rexmitClrSource>(declaredSets().clr); }
+  void rexmitClrSourceNotify(IpAddr addr) { notifyMember<&Self::rexmitClrSource>(addr); }
+  void rexmitSetSourceIs(IpAddr addr, bool v) {
+    setIs<&Self::rexmitSetSource>(declaredSets().set, addr, v);
+  }
+  void rexmitSetSourceDel(IpAddr addr) { setDel<&Self::rexmitSetSource>(declaredSets().set, addr); }
+  void rexmitSetSourceDelAll() { setDelAll<&Self::rexmitSetSource>(declaredSets().set); }
+  void rexmitSetSourceNotify(IpAddr addr) { notifyMember<&Self::rexmitSetSource>(addr); }
 
   // The machine of that source, made if it is not there; a NameInUseError when it is there on
   // another wheel.
@@ -128,6 +139,8 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   // Removes the machine and its status entry; in an INCLUDE group the last one ends the group.
   void sourceDel(IpAddr addr);
   void sourceDelAll();
+  // Tells of that machine without changing anything.
+  void sourceNotify(IpAddr addr) { notifyMember<&Self::source_>(addr); }
 
   // The only way in which handlers start, change or stop a timer: `seconds` from now, +infinity
   // never.
@@ -251,12 +264,13 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
                 &NotifieeConst::onRexmitTimerExpiry, Mox::Unit::time},
       Mox::Attr{"rexmitTimerState", &Self::rexmitTimerState_, &Self::rexmitTimerStateIs,
                 &NotifieeConst::onRexmitTimerState},
-      Mox::Members{"source", &Self::source_},
-      Mox::Set{"rexmitSource", &Self::rexmitSource, &Self::rexmitSourceIs, &Self::rexmitSourceDel},
+      Mox::Members{"source", &Self::source_, &NotifieeConst::onSource},
+      Mox::Set{"rexmitSource", &Self::rexmitSource, &Self::rexmitSourceIs, &Self::rexmitSourceDel,
+               &NotifieeConst::onRexmitSource},
       Mox::Set{"rexmitClrSource", &Self::rexmitClrSource, &Self::rexmitClrSourceIs,
-               &Self::rexmitClrSourceDel},
+               &Self::rexmitClrSourceDel, &NotifieeConst::onRexmitClrSource},
       Mox::Set{"rexmitSetSource", &Self::rexmitSetSource, &Self::rexmitSetSourceIs,
-               &Self::rexmitSetSourceDel},
+               &Self::rexmitSetSourceDel, &NotifieeConst::onRexmitSetSource},
       Mox::Attr{"rexmitGroupQuery", &Self::rexmitGroupQuery_, &Self::rexmitGroupQueryIs,
                 &NotifieeConst::onRexmitGroupQuery},
       Mox::Attr{"initialized", &Self::initialized_, &Self::initializedIs,

@@ -51,10 +51,12 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
     virtual void onMcastBoundaryIntfStatus() {}
     virtual void onOtherQuerierTimerState() {}
     virtual void onTransitionToNonQuerier() {}
+    virtual void onPendingRexmit(IpAddr) {}
     virtual void onInitialQuerySent() {}
     virtual void onDstGroup() {}
     virtual void onSendPkt() {}
     virtual void onWritableCount() {}
+    virtual void onGroupSm(IpAddr) {}
     virtual void onQueryIntervalTimerState() {}
     virtual void onInitGroupStatusBookmark() {}
     virtual void onAttrLogSm() {}
@@ -118,9 +120,12 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void otherQuerierTimerIs(Wheel wheel) { otherQuerierTimer_.wheelIs(std::move(wheel)); }
   void otherQuerierTimerStateIs(TimerState v) { set<&Self::otherQuerierTimerState_>(v); }
   void transitionToNonQuerierIs(bool v) { set<&Self::transitionToNonQuerier_>(v); }
-  void pendingRexmitIs(IpAddr group, bool v) { pendingRexmit_.insert(group, v); }
-  void pendingRexmitDel(IpAddr group) { pendingRexmit_.erase(group); }
-  void pendingRexmitDelAll() { pendingRexmit_.clear(); }
+  void pendingRexmitIs(IpAddr group, bool v) {
+    setIs<&Self::pendingRexmit>(pendingRexmit_, group, v);
+  }
+  void pendingRexmitDel(IpAddr group) { setDel<&Self::pendingRexmit>(pendingRexmit_, group); }
+  void pendingRexmitDelAll() { setDelAll<&Self::pendingRexmit>(pendingRexmit_); }
+  void pendingRexmitNotify(IpAddr group) { notifyMember<&Self::pendingRexmit>(group); }
   void initialQuerySentIs(bool v) { set<&Self::initialQuerySent_>(v); }
   void dstGroupIs(IpAddr v) { set<&Self::dstGroup_>(v); }
   void sendPktIs(Ptr<Ilvo::Pkt> v) { set<&Self::sendPkt_>(std::move(v)); }
@@ -144,6 +149,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void groupSmDel(IpAddr group);
   void groupSmDel(GroupSmMap::const_iterator at) { groupSmDel((*at).key); }
   void groupSmDelAll();
+  // Tells of that machine without changing anything.
+  void groupSmNotify(IpAddr group) { notifyMember<&Self::groupSm_>(group); }
 
   // Processes one received packet, which begins at its IPv4 header: validates, counts, dispatches.
   // The packet's offsets move; its bytes do not change.
@@ -259,14 +266,14 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
       Mox::Attr{"transitionToNonQuerier", &Self::transitionToNonQuerier_,
                 &Self::transitionToNonQuerierIs, &NotifieeConst::onTransitionToNonQuerier},
       Mox::Set{"pendingRexmit", &Self::pendingRexmit, &Self::pendingRexmitIs,
-               &Self::pendingRexmitDel},
+               &Self::pendingRexmitDel, &NotifieeConst::onPendingRexmit},
       Mox::Attr{"initialQuerySent", &Self::initialQuerySent_, &Self::initialQuerySentIs,
                 &NotifieeConst::onInitialQuerySent},
       Mox::Attr{"dstGroup", &Self::dstGroup_, &Self::dstGroupIs, &NotifieeConst::onDstGroup},
       Mox::Attr{"sendPkt", &Self::sendPkt_, &Self::sendPktIs, &NotifieeConst::onSendPkt},
       Mox::Counter{"writableCount", &Self::writableCount_, &Self::writableCountIs,
                    &Self::writableCountInc, &NotifieeConst::onWritableCount},
-      Mox::Members{"groupSm", &Self::groupSm_},
+      Mox::Members{"groupSm", &Self::groupSm_, &NotifieeConst::onGroupSm},
       Mox::Piece{"queryIntervalTimer", &Self::queryIntervalTimer_, Mox::Unit::time},
       Mox::Attr{"queryIntervalTimerState", &Self::queryIntervalTimerState_,
                 &Self::queryIntervalTimerStateIs, &NotifieeConst::onQueryIntervalTimerState},

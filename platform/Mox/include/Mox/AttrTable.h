@@ -11,8 +11,8 @@
 //   Tally       member, set, inc         the same for what counts
 //   Derived     get                      computed on reading
 //   Collection  collection, slot         members keyed by address; `slot` is told of one key
-//   Members     members                  members that only their owner makes and removes
-//   Set         get, is, del             keys that are there or not
+//   Members     members, slot            members that only their owner makes and removes
+//   Set         keys, is, del, slot      keys that are there or not
 //   Constant    get                      a fixed value
 //   Owner       get                      the object that this one is a part of
 //   Piece       member                   a timer or another part that cannot be written
@@ -133,13 +133,15 @@ struct Collection {
   void (N::*whole)();
 };
 
-template <class E, class K, class M>
+template <class E, class K, class M, class N>
 struct Members {
-  constexpr Members(const char* n, HashMap<K, Ptr<M>> E::*m) : name(n), members(m) {}
+  constexpr Members(const char* n, HashMap<K, Ptr<M>> E::*m, void (N::*sl)(K))
+      : name(n), members(m), slot(sl) {}
   static constexpr AttrKind kind = AttrKind::collection;
   using KeyType = K;
   const char* name;
   HashMap<K, Ptr<M>> E::*members;
+  void (N::*slot)(K);
 };
 
 // The object that this one is a part of, whose class is not complete where its parts are declared.
@@ -152,17 +154,19 @@ struct Owner {
   const char* typeName;
 };
 
-template <class E, class K>
+template <class E, class K, class N>
 struct Set {
   using KeyType = K;
   using Keys = HashMap<K, bool>;
-  constexpr Set(const char* n, const Keys& (E::*g)() const, void (E::*i)(K, bool), void (E::*d)(K))
-      : name(n), keys(g), is(i), del(d) {}
+  constexpr Set(const char* n, const Keys& (E::*g)() const, void (E::*i)(K, bool), void (E::*d)(K),
+                void (N::*sl)(K))
+      : name(n), keys(g), is(i), del(d), slot(sl) {}
   static constexpr AttrKind kind = AttrKind::collection;
   const char* name;
   const Keys& (E::*keys)() const;
   void (E::*is)(K, bool);
   void (E::*del)(K);
+  void (N::*slot)(K);
 };
 
 // A timer, or another piece that the object is built with and that only its own methods change.
@@ -215,6 +219,8 @@ class AttrTableFrom {
         if (row.collection == Member) found = id;
       } else if constexpr (requires { row.members == Member; }) {
         if (row.members == Member) found = id;
+      } else if constexpr (requires { row.keys == Member; }) {
+        if (row.keys == Member) found = id;
       }
     });
     if (found == 0) throw "this member has no row in the attribute table";

@@ -129,10 +129,10 @@ class NotifieeOf : public Notifiee {
   void onMember(AttrId id, U32 key) override {
     auto& self = static_cast<typename E::NotifieeConst&>(*this);
     E::attributes.forEach([&](AttrId rowId, const auto& row) {
-      if constexpr (requires { row.collection; }) {
-        using Row = std::remove_cvref_t<decltype(row)>;
+      using Row = std::remove_cvref_t<decltype(row)>;
+      if constexpr (requires { typename Row::KeyType; }) {
         if (rowId == id) {
-          (self.*row.immediate)();
+          if constexpr (requires { row.immediate; }) (self.*row.immediate)();
           (self.*row.slot)(typename Row::KeyType(key));
         }
       }
@@ -253,6 +253,25 @@ class Entity : public EntityBase {
       notifyMember<Member>(key);
     }
     return removed;
+  }
+
+  // Sets of keys go by the function that gives them, as some are made when they are first needed.
+  template <auto Keys, class S, class K>
+  void setIs(S& keys, K key, bool value) {
+    const bool* found = keys.find(key);
+    if (found != nullptr && *found == value) return;
+    keys.insert(key, value);
+    notifyMember<Keys>(key);
+  }
+  template <auto Keys, class S, class K>
+  void setDel(S& keys, K key) {
+    if (keys.erase(key)) notifyMember<Keys>(key);
+  }
+  template <auto Keys, class S>
+  void setDelAll(S& keys) {
+    if (keys.empty()) return;
+    const Ptr<Self> alive(&self());
+    for (const auto key : keys.keys()) setDel<Keys>(keys, key);
   }
 
  public:
