@@ -6,7 +6,8 @@
 namespace Gmp::Igmp {
 
 namespace {
-const Mox::ModelTypes types("GmpAttrLogSm", {Mox::objectType<GmpAttrLogSm>()});
+[[gnu::init_priority(1003)]] const Mox::ModelTypes types("GmpAttrLogSm",
+                                                         {Mox::objectType<GmpAttrLogSm>()});
 }
 
 }  // namespace Gmp::Igmp

@@ -23,22 +23,22 @@ U32 refuse(std::string_view text) {
   return 0;
 }
 
-const Mox::ModelTypes types("GmpIgmpQuerier",
-                            {
-                                Mox::entityType<QuerierSourceStatus>(),
-                                Mox::entityType<QuerierGroupStatus>(),
-                                Mox::valueType<GroupList>(),
-                                Mox::valueType<IgmpGroupRecord>(&refuse<&IgmpGroupRecordInstance>),
-                                Mox::valueType<IgmpQuery>(&refuse<&IgmpQueryInstance>),
-                                Mox::enumerationType<IgmpVersion>(),
-                                Mox::enumerationType<IgmpFilterMode>(),
-                                Mox::entityType<QuerierConfig>(),
-                                Mox::valueType<RecordType>(),
-                                Mox::valueType<IgmpReport>(&refuse<&IgmpReportInstance>),
-                                Mox::enumerationType<TimerState>(),
-                                Mox::entityType<QuerierStatus>(),
-                                Mox::enumerationType<QuerierStatus::QuerierState>(),
-                            });
+[[gnu::init_priority(1001)]] const Mox::ModelTypes types(
+    "GmpIgmpQuerier", {
+                          Mox::entityType<QuerierSourceStatus>(),
+                          Mox::entityType<QuerierGroupStatus>(),
+                          Mox::valueType<GroupList>(),
+                          Mox::valueType<IgmpGroupRecord>(&refuse<&IgmpGroupRecordInstance>),
+                          Mox::valueType<IgmpQuery>(&refuse<&IgmpQueryInstance>),
+                          Mox::enumerationType<IgmpVersion>(),
+                          Mox::enumerationType<IgmpFilterMode>(),
+                          Mox::entityType<QuerierConfig>(),
+                          Mox::valueType<RecordType>(),
+                          Mox::valueType<IgmpReport>(&refuse<&IgmpReportInstance>),
+                          Mox::enumerationType<TimerState>(),
+                          Mox::entityType<QuerierStatus>(),
+                          Mox::enumerationType<QuerierStatus::QuerierState>(),
+                      });
 
 }  // namespace
 

@@ -9,13 +9,14 @@ namespace Gmp::Igmp {
 
 namespace {
 
-const Mox::ModelTypes types("GmpIgmpQuerierSm", {
-                                                    Mox::entityType<QuerierSm>(),
-                                                    Mox::enumerationType<QuerierSm::TimerId>(),
-                                                    Mox::entityType<QuerierGroupSourceSm>(),
-                                                    Mox::entityType<QuerierGroupSm>(),
-                                                    Mox::enumerationType<QuerierGroupSm::TimerId>(),
-                                                });
+[[gnu::init_priority(1002)]] const Mox::ModelTypes types(
+    "GmpIgmpQuerierSm", {
+                            Mox::entityType<QuerierSm>(),
+                            Mox::enumerationType<QuerierSm::TimerId>(),
+                            Mox::entityType<QuerierGroupSourceSm>(),
+                            Mox::entityType<QuerierGroupSm>(),
+                            Mox::enumerationType<QuerierGroupSm::TimerId>(),
+                        });
 
 }  // namespace
 

@@ -4,7 +4,11 @@
 // the order of the list, until it is unloaded. The trace ring is forgotten then: nobody could make
 // text of what the library's code recorded, and which records those are cannot be told.
 //
-//   const Mox::ModelTypes types("GmpAttrLogSm", {Mox::objectType<GmpAttrLogSm>()});
+// Models of one library say in which order they are loaded, as a link-time optimiser makes up one
+// of its own.
+//
+//   [[gnu::init_priority(1003)]] const Mox::ModelTypes types(
+//       "GmpAttrLogSm", {Mox::objectType<GmpAttrLogSm>()});
 //   if (const TypeRecord* found = typeNamed("Gmp::Igmp::IgmpVersion")) ...
 #pragma once
 
