@@ -13,7 +13,7 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-const Bytes frame = ethernet(Ilvo::buildV2Report(Ilvo::IpAddr(239, 1, 1, 1)));
+const Bytes reportFrame = ethernet(Ilvo::buildV2Report(Ilvo::IpAddr(239, 1, 1, 1)));
 
 struct Read {
   std::vector<Mox::Seconds> times;
@@ -54,9 +54,9 @@ Bytes pcapng(Mox::Seconds time) {
   const Bytes section = joined({word(0x1a2b3c4d), halfWord(1), halfWord(0), Bytes(8, 0xff)});
   const Bytes interface = joined({halfWord(DLT_EN10MB), halfWord(0), word(65535)});
   const auto stamp = static_cast<Mox::U64>(time * 1e6);
-  const auto length = static_cast<Mox::U32>(frame.size());
-  Bytes padded = frame;
-  padded.resize((frame.size() + 3) / 4 * 4);
+  const auto length = static_cast<Mox::U32>(reportFrame.size());
+  Bytes padded = reportFrame;
+  padded.resize((reportFrame.size() + 3) / 4 * 4);
   const Bytes packet =
       joined({word(0), word(static_cast<Mox::U32>(stamp >> 32)), word(static_cast<Mox::U32>(stamp)),
               word(length), word(length), padded});
@@ -64,13 +64,14 @@ Bytes pcapng(Mox::Seconds time) {
 }
 
 TEST(CaptureFile, readsFramesWithTheirTimes) {
-  const Read read = readAll(PcapFile(DLT_EN10MB).frame(10.5, frame).frame(11.25, frame).bytes());
+  const Read read =
+      readAll(PcapFile(DLT_EN10MB).frame(10.5, reportFrame).frame(11.25, reportFrame).bytes());
   EXPECT_THAT(read.times, ElementsAre(10.5, 11.25));
   EXPECT_EQ(read.damage, "");
 }
 
 TEST(CaptureFile, readsNanoseconds) {
-  Bytes bytes = PcapFile(DLT_EN10MB).frame(1.5, frame).bytes();
+  Bytes bytes = PcapFile(DLT_EN10MB).frame(1.5, reportFrame).bytes();
   bytes[0] = 0x4d;
   bytes[1] = 0x3c;
   EXPECT_THAT(readAll(bytes).times, ElementsAre(1.0005));
@@ -85,14 +86,14 @@ TEST(CaptureFile, aCaptureWithoutFramesIsOne) {
 }
 
 TEST(CaptureFile, whatStandsBeforeTheDamageIsRead) {
-  const Read read =
-      readAll(PcapFile(DLT_EN10MB).frame(10.0, frame).frame(11.0, frame).cutEnd(5).bytes());
+  const Read read = readAll(
+      PcapFile(DLT_EN10MB).frame(10.0, reportFrame).frame(11.0, reportFrame).cutEnd(5).bytes());
   EXPECT_THAT(read.times, ElementsAre(10.0));
   EXPECT_THAT(read.damage, HasSubstr("truncated"));
 }
 
 TEST(CaptureFile, anImpossibleFrameLengthIsDamage) {
-  Bytes bytes = PcapFile(DLT_EN10MB).frame(10.0, frame).bytes();
+  Bytes bytes = PcapFile(DLT_EN10MB).frame(10.0, reportFrame).bytes();
   bytes[24 + 8 + 3] = 0x7f;
   const Read read = readAll(bytes);
   EXPECT_THAT(read.times, testing::IsEmpty());

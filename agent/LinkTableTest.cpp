@@ -13,8 +13,8 @@ namespace {
 using Ilvo::IpAddr;
 using testing::ElementsAre;
 
-constexpr IpAddr first(10, 0, 0, 1);
-constexpr IpAddr second(10, 0, 0, 9);
+constexpr IpAddr firstAddr(10, 0, 0, 1);
+constexpr IpAddr secondAddr(10, 0, 0, 9);
 
 class LinkTableTest : public testing::Test {
  protected:
@@ -92,24 +92,24 @@ TEST_F(LinkTableTest, keepsALinkThatLeavesItsBridge) {
 
 TEST_F(LinkTableTest, learnsAddressesInTheKernelsOrder) {
   hear(linkMessage({}));
-  hear(addressMessage({.local = second}));
-  hear(addressMessage({.local = first}));
-  EXPECT_THAT(addresses(), ElementsAre(second, first));
+  hear(addressMessage({.local = secondAddr}));
+  hear(addressMessage({.local = firstAddr}));
+  EXPECT_THAT(addresses(), ElementsAre(secondAddr, firstAddr));
 }
 
 TEST_F(LinkTableTest, learnsAnAddressOnce) {
   hear(linkMessage({}));
   hear(addressMessage({}));
   hear(addressMessage({}));
-  EXPECT_THAT(addresses(), ElementsAre(first));
+  EXPECT_THAT(addresses(), ElementsAre(firstAddr));
 }
 
 TEST_F(LinkTableTest, forgetsADeletedAddress) {
   hear(linkMessage({}));
-  hear(addressMessage({.local = first}));
-  hear(addressMessage({.local = second}));
-  hear(addressMessage({.type = RTM_DELADDR, .local = first}));
-  EXPECT_THAT(addresses(), ElementsAre(second));
+  hear(addressMessage({.local = firstAddr}));
+  hear(addressMessage({.local = secondAddr}));
+  hear(addressMessage({.type = RTM_DELADDR, .local = firstAddr}));
+  EXPECT_THAT(addresses(), ElementsAre(secondAddr));
 }
 
 TEST_F(LinkTableTest, tellsAddressesApartByTheirSubnetsToo) {
@@ -117,7 +117,7 @@ TEST_F(LinkTableTest, tellsAddressesApartByTheirSubnetsToo) {
   hear(addressMessage({.prefixLength = 24}));
   hear(addressMessage({.prefixLength = 16}));
   hear(addressMessage({.type = RTM_DELADDR, .prefixLength = 16}));
-  EXPECT_THAT(addresses(), ElementsAre(first));
+  EXPECT_THAT(addresses(), ElementsAre(firstAddr));
 }
 
 TEST_F(LinkTableTest, leavesOutAnAddressOfAnUnknownLink) {
@@ -130,19 +130,19 @@ TEST_F(LinkTableTest, takesTheFirstGlobalAddressForThePrimaryOne) {
   EXPECT_EQ(eth0().primaryAddress(), std::nullopt);
   hear(addressMessage({.local = IpAddr(169, 254, 1, 1), .scope = RT_SCOPE_LINK}));
   EXPECT_EQ(eth0().primaryAddress(), std::nullopt);
-  hear(addressMessage({.local = second, .flags = IFA_F_SECONDARY}));
+  hear(addressMessage({.local = secondAddr, .flags = IFA_F_SECONDARY}));
   EXPECT_EQ(eth0().primaryAddress(), std::nullopt);
-  hear(addressMessage({.local = first}));
-  EXPECT_EQ(eth0().primaryAddress(), first);
+  hear(addressMessage({.local = firstAddr}));
+  EXPECT_EQ(eth0().primaryAddress(), firstAddr);
 }
 
 TEST_F(LinkTableTest, takesAPromotedAddressForThePrimaryOne) {
   hear(linkMessage({}));
-  hear(addressMessage({.local = first}));
-  hear(addressMessage({.local = second, .flags = IFA_F_SECONDARY}));
-  hear(addressMessage({.type = RTM_DELADDR, .local = first}));
-  hear(addressMessage({.local = second}));
-  EXPECT_EQ(eth0().primaryAddress(), second);
+  hear(addressMessage({.local = firstAddr}));
+  hear(addressMessage({.local = secondAddr, .flags = IFA_F_SECONDARY}));
+  hear(addressMessage({.type = RTM_DELADDR, .local = firstAddr}));
+  hear(addressMessage({.local = secondAddr}));
+  EXPECT_EQ(eth0().primaryAddress(), secondAddr);
 }
 
 TEST_F(LinkTableTest, changesNothingForAMessageThatIsCutShort) {

@@ -244,9 +244,9 @@ TEST_F(TraceRequestTest, tellsTheRingFromItsOldestRecordOn) {
 TEST_F(TraceRequestTest, handleLeavesTheOthersOut) {
   trace<3>(TraceHandle::named("IgmpPacket"), "of another");
   trace<3>(testTrace(), "of ours");
-  const Lines ours = traced();
-  EXPECT_THAT(ours, testing::Contains(HasSubstr("of ours")));
-  EXPECT_THAT(ours, Not(testing::Contains(HasSubstr("of another"))));
+  const Lines lines = traced();
+  EXPECT_THAT(lines, testing::Contains(HasSubstr("of ours")));
+  EXPECT_THAT(lines, Not(testing::Contains(HasSubstr("of another"))));
   EXPECT_THAT(answerTo(R"({"op":"trace"})"), testing::Contains(HasSubstr("of another")));
 }
 

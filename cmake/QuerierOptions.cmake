@@ -12,9 +12,7 @@ set(QUERIER_SANITIZE "" CACHE STRING "Sanitizers for every target, for instance 
 
 add_library(querier_options INTERFACE)
 target_compile_options(querier_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Werror
-  # Where tests are compiled together, what one calls its own is in sight of the others.
-  $<$<NOT:$<BOOL:$<TARGET_PROPERTY:QUERIER_TESTS>>>:-Wshadow>
+  -Wall -Wextra -Wpedantic -Wconversion -Werror -Wshadow
   # At -O3 g++ 12 sees overlaps and overflows in std::string that are not there.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)

@@ -1,4 +1,4 @@
-"""Checks what headers may include.
+"""Checks what headers may include, with both compilers.
 
   header_rules.py alone MODULES   a public header compiles alone, seeing only what its module sees
   header_rules.py arrows MODULES  no module can include a header of a module above it
@@ -59,9 +59,7 @@ def main():
     check_name, modules = sys.argv[1], read_modules(sys.argv[2])
     if check_name == "alone":
         check = check_alone
-        # One compiler is enough: what a header has forgotten is forgotten for both, as their
-        # standard library is the same.
-        cases = [("clang++", m, h, m) for m in modules for h in m.headers()]
+        cases = [(c, m, h, m) for m in modules for h in m.headers() for c in COMPILERS]
     else:
         check = check_arrow
         cases = [(c, lower, upper.headers()[0], upper)

@@ -25,7 +25,7 @@ using testing::ElementsAre;
 constexpr IpAddr own(10, 0, 0, 1);
 constexpr IpAddr host(10, 0, 0, 7);
 constexpr IpAddr sender(10, 9, 0, 1);
-constexpr IpAddr group(239, 1, 1, 1);
+constexpr IpAddr groupAddr(239, 1, 1, 1);
 
 Ptr<Ilvo::Pkt> allowed(IpAddr of, IpAddr from) {
   return makePtr<Ilvo::Pkt>(
@@ -39,7 +39,7 @@ class MachineAccess : public testing::Test {
     Mox::virtualTimeIs(1000.0);
     config_->querierVersionIs(igmpVersion3);
     querier_ = querierSmFactory(config_, status_, own, 1500, 31, wheel_, wheel_, wheel_, false);
-    querier_->doRxPkt(allowed(group, sender));
+    querier_->doRxPkt(allowed(groupAddr, sender));
   }
   ~MachineAccess() override { Mox::realTimeIs(); }
 
@@ -73,7 +73,7 @@ TEST_F(MachineAccess, querierReadsAndWritesAsDirectly) {
   checks.pointerWritten<Q, Ptr<Ilvo::Pkt>>(querier, "sendPkt", &Q::sendPkt, makePtr<Ilvo::Pkt>());
   checks.pointerWritten<Q, Ptr<GmpAttrLogSm>>(querier, "attrLogSm", &Q::attrLogSm,
                                               gmpAttrLogSmFactory(nullptr));
-  checks.set(querier, "pendingRexmit", &Q::pendingRexmit, group);
+  checks.set(querier, "pendingRexmit", &Q::pendingRexmit, groupAddr);
   for (const char* seenBelow :
        {"querierConfig", "querierStatus", "otherQuerierTimer", "groupSm", "queryIntervalTimer",
         "initGroupStatusTimer", "handleInitialized", "becomeQuerier", "clearCounters", "doRxPkt"}) {
@@ -110,17 +110,17 @@ TEST_F(MachineAccess, partsOfTheQuerierRead) {
 
 TEST_F(MachineAccess, groupMachinesAreReadByKeyAndMadeByTheirOwnerOnly) {
   const Mox::CollectionInfo& groups = *querier_->type().collection("groupSm");
-  EXPECT_THAT(groups.keys(*querier_), ElementsAre(group.value()));
-  EXPECT_EQ(groups.find(*querier_, group.value()), querier_->groupSm(group).get());
+  EXPECT_THAT(groups.keys(*querier_), ElementsAre(groupAddr.value()));
+  EXPECT_EQ(groups.find(*querier_, groupAddr.value()), querier_->groupSm(groupAddr).get());
   EXPECT_EQ(groups.find(*querier_, 1), nullptr);
   EXPECT_EQ(groups.add, nullptr);
   EXPECT_EQ(groups.remove, nullptr);
-  EXPECT_EQ(&groups.memberType(), &querier_->groupSm(group)->type());
+  EXPECT_EQ(&groups.memberType(), &querier_->groupSm(groupAddr)->type());
 }
 
 TEST_F(MachineAccess, groupMachineReadsAndWritesAsDirectly) {
   using G = QuerierGroupSm;
-  G& machine = *querier_->groupSm(group);
+  G& machine = *querier_->groupSm(groupAddr);
   AccessChecks checks(typeOf("Gmp::Igmp::QuerierGroupSm"));
   checks.readOnly(machine, "name", &G::name);
   checks.readOnly(machine, "group", &G::group);
@@ -141,7 +141,7 @@ TEST_F(MachineAccess, groupMachineReadsAndWritesAsDirectly) {
   }
   checks.expectAllSeen();
 
-  EXPECT_EQ(machine.type().attr("groupStatus")->held(machine), status_->group(group).get());
+  EXPECT_EQ(machine.type().attr("groupStatus")->held(machine), status_->group(groupAddr).get());
   EXPECT_EQ(machine.type().attr("querierSm")->held(machine), querier_.get());
   EXPECT_EQ(Mox::attrValue(machine, "v1MembershipTimer"), Value(never));
   EXPECT_STREQ(machine.type().attr("querierSm")->typeName, "Gmp::Igmp::QuerierSm");
@@ -149,7 +149,7 @@ TEST_F(MachineAccess, groupMachineReadsAndWritesAsDirectly) {
 
 TEST_F(MachineAccess, sourceMachineReadsAndWritesAsDirectly) {
   using S = QuerierGroupSourceSm;
-  const Ptr<QuerierGroupSm> owner = querier_->groupSm(group);
+  const Ptr<QuerierGroupSm> owner = querier_->groupSm(groupAddr);
   S& machine = *owner->source(sender);
   AccessChecks checks(typeOf("Gmp::Igmp::QuerierGroupSourceSm"));
   checks.readOnly(machine, "name", &S::name);
@@ -164,7 +164,7 @@ TEST_F(MachineAccess, sourceMachineReadsAndWritesAsDirectly) {
   checks.expectAllSeen();
 
   EXPECT_EQ(machine.type().attr("sourceStatus")->held(machine),
-            status_->group(group)->source(sender).get());
+            status_->group(groupAddr)->source(sender).get());
   EXPECT_EQ(machine.type().attr("groupSm")->held(machine), owner.get());
   EXPECT_STREQ(machine.type().attr("groupSm")->typeName, "Gmp::Igmp::QuerierGroupSm");
   EXPECT_EQ(Mox::attrValue(machine, "sourceTimer"), Value(machine.sourceTimerExpiry()));
@@ -173,7 +173,7 @@ TEST_F(MachineAccess, sourceMachineReadsAndWritesAsDirectly) {
 }
 
 TEST_F(MachineAccess, aSourceThatHasLeftItsGroupHasNoParent) {
-  const Ptr<QuerierGroupSm> owner = querier_->groupSm(group);
+  const Ptr<QuerierGroupSm> owner = querier_->groupSm(groupAddr);
   const Ptr<QuerierGroupSourceSm> machine = owner->source(sender);
   owner->sourceDel(sender);
   EXPECT_EQ(machine->type().attr("groupSm")->held(*machine), nullptr);
