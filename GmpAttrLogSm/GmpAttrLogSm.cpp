@@ -5,8 +5,8 @@
 
 #include <utility>
 
-#include <Mox/Fatal.h>
 #include <Mox/Trace.h>
+#include <MoxBase/Fatal.h>
 
 namespace Gmp::Igmp {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include <Mox/ActivityClock.h>
-#include <Mox/NboAttrLog/EntitySa.h>
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/EntitySa.h>
+#include <NboAttrLog/Session.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

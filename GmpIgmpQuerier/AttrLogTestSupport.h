@@ -12,7 +12,7 @@
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 
 namespace Gmp::Igmp {
 

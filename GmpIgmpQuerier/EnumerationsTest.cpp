@@ -6,7 +6,7 @@
 
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <GmpIgmpQuerier/RecordType.h>
-#include <Mox/Text.h>
+#include <MoxBase/Text.h>
 #include <gtest/gtest.h>
 
 namespace Gmp::Igmp {

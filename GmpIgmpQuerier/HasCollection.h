@@ -1,8 +1,8 @@
 // What becomes of the attempt to make a value that holds a collection out of its text.
 #pragma once
 
-#include <Mox/Fatal.h>
-#include <Mox/Place.h>
+#include <MoxBase/Fatal.h>
+#include <MoxBase/Place.h>
 
 namespace Gmp::Igmp {
 

@@ -8,7 +8,7 @@
 
 #include <GmpIgmpQuerier/IgmpParse.h>
 #include <GmpIgmpQuerier/ModelLogs.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <gtest/gtest.h>
 
 namespace Gmp::Igmp {

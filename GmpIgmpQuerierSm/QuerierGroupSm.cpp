@@ -8,7 +8,7 @@
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Mox/ActivityClock.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Gmp::Igmp {
 

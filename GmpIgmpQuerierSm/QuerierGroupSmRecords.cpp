@@ -6,7 +6,7 @@
 #include <GmpIgmpQuerierSm/MessageText.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Gmp::Igmp {
 

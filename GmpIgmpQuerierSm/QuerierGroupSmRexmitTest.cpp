@@ -4,7 +4,7 @@
 
 #include "GroupBench.h"
 
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Gmp::Igmp::testing {
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <random>
 
-#include <GmpIgmpQuerierSm/QuerierInvariants.h>
+#include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
 
 #include "TestBench.h"
 

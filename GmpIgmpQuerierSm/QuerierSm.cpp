@@ -6,7 +6,7 @@
 
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <Mox/ActivityClock.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 #include "QuerierSmConfigReactor.h"
 
 namespace Gmp::Igmp {

@@ -8,7 +8,7 @@
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IgmpHdr.h>
 #include <Mox/ActivityClock.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Gmp::Igmp {
 

@@ -7,7 +7,7 @@
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <Ilvo/IgmpHdr.h>
 #include <Ilvo/PktManager.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Gmp::Igmp {
 

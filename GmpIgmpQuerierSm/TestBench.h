@@ -32,8 +32,8 @@
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IgmpHdr.h>
-#include <Ilvo/IgmpPacketBuilder.h>
 #include <Ilvo/PktManager.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
 #include <Mox/Trace.h>

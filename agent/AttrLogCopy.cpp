@@ -8,9 +8,9 @@
 #include <fmt/format.h>
 
 #include <Agent/LocalConnect.h>
-#include <Mox/NboAttrLog/Session.h>
-#include <Mox/NboAttrLog/SocketInSm.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 #include <boost/asio/local/stream_protocol.hpp>
 
 namespace Agent {

@@ -15,9 +15,9 @@
 #include <Agent/SettingWrite.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
-#include <Mox/NboAttrLog/Session.h>
-#include <Mox/NboAttrLog/SocketInSm.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 #include <boost/asio/local/stream_protocol.hpp>
 #include <boost/asio/write.hpp>
 

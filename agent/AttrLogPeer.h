@@ -6,9 +6,9 @@
 #include <string>
 
 #include <Agent/AttrLogServer.h>
-#include <Mox/NboAttrLog/Session.h>
-#include <Mox/NboAttrLog/SocketInSm.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 namespace Agent {
 

@@ -16,9 +16,9 @@
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
-#include <Mox/NboAttrLog/Session.h>
-#include <Mox/NboAttrLog/SocketInSm.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 #include "TempFolder.h"
 

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 
 #include "CaptureTestSupport.h"
 

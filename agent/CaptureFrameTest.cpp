@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 
 #include "CaptureTestSupport.h"
 

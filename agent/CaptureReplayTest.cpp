@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <Ilvo/IgmpPacketBuilder.h>
 #include <Ilvo/IpPrefix.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 
 #include "CaptureTestSupport.h"

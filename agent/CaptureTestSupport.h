@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 #include <gtest/gtest.h>
 
 namespace Agent {

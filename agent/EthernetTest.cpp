@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <gtest/gtest.h>
 
 namespace Agent {

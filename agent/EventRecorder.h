@@ -9,7 +9,7 @@
 #include <vector>
 
 #include <Agent/Event.h>
-#include <Mox/Text.h>
+#include <MoxBase/Text.h>
 
 namespace Agent {
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include <Agent/QueryDatagram.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

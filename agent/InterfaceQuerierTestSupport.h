@@ -10,7 +10,7 @@
 #include <vector>
 
 #include <Agent/InterfaceQuerier.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 #include <gtest/gtest.h>
 

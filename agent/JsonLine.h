@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 
 namespace Agent {
 

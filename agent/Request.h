@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 
 #include "JsonLine.h"
 #include "Listed.h"

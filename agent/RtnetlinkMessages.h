@@ -17,7 +17,7 @@
 
 #include <Agent/Ethernet.h>
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

@@ -4,7 +4,7 @@
 #include <span>
 
 #include <Agent/StateReport.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 #include "Table.h"
 

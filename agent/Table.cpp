@@ -7,7 +7,7 @@
 #include <fmt/format.h>
 
 #include <Agent/StateReport.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 #include "JsonLine.h"
 

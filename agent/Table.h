@@ -19,7 +19,7 @@
 #include <vector>
 
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include <Brevlog/Ring.h>
-#include <Mox/Fatal.h>
 #include <Mox/Trace.h>
+#include <MoxBase/Fatal.h>
 
 namespace Agent {
 

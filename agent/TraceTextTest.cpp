@@ -13,8 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <Mox/Fatal.h>
 #include <Mox/Trace.h>
+#include <MoxBase/Fatal.h>
 
 #include "TempFolder.h"
 

@@ -9,10 +9,10 @@
 #include <unistd.h>
 
 #include <GmpIgmpQuerier/QuerierStatus.h>
-#include <Mox/NboAttrLog/Directory.h>
-#include <Mox/NboAttrLog/Session.h>
-#include <Mox/NboAttrLog/SocketInSm.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/Directory.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 #include "Budget.h"
 #include "HeapBytes.h"

@@ -11,7 +11,7 @@
 
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/Checksum.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/GenericAccess.h>
 

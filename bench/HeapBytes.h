@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include <Mox/Pool.h>
+#include <MoxBase/Pool.h>
 
 namespace Bench {
 

@@ -14,7 +14,7 @@
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Mox/ActivityClock.h>
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 
 #include "Property.h"
 

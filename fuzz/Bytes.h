@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <span>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Fuzz {
 

@@ -6,7 +6,7 @@
 
 #include <GmpIgmpQuerier/IgmpParse.h>
 #include <Ilvo/IgmpCode.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 
 #include "Messages.h"
 #include "Property.h"

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include <GmpIgmpQuerier/IgmpParse.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 
 #include "Messages.h"
 #include "Property.h"

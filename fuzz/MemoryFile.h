@@ -15,7 +15,7 @@
 #include <span>
 #include <string>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Fuzz {
 

@@ -30,7 +30,7 @@ class MessageWorld {
   MessageWorld& operator=(const MessageWorld&) = delete;
 };
 
-// The IGMP message of a packet that Ilvo/IgmpPacketBuilder.h has made.
+// The IGMP message of a packet that IlvoTestSupport/IgmpPacketBuilder.h has made.
 inline Mox::Ptr<Ilvo::Pkt> messageOf(const std::vector<Mox::U8>& packet) {
   constexpr std::size_t headerWithRouterAlert = 24;
   Mox::Ptr<Ilvo::Pkt> pkt = Mox::makePtr<Ilvo::Pkt>(std::span<const Mox::U8>(packet));

@@ -17,8 +17,8 @@
 
 #include <GmpIgmpQuerier/ModelLogs.h>
 #include <GmpIgmpQuerierSm/MachineLogs.h>
-#include <GmpIgmpQuerierSm/QuerierInvariants.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 
 #include "Bytes.h"

@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
-#include <GmpIgmpQuerierSm/QuerierInvariants.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
 
 namespace Fuzz {
 

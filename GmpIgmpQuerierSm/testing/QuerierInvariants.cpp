@@ -1,4 +1,4 @@
-#include <GmpIgmpQuerierSm/QuerierInvariants.h>
+#include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
 
 #include <utility>
 

@@ -1,5 +1,5 @@
 // A checker that never objects would prove nothing: each test breaks one thing from outside.
-#include <GmpIgmpQuerierSm/QuerierInvariants.h>
+#include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
 
 #include <optional>
 #include <utility>
@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 #include <Obel/TimerReactor.h>
 

@@ -1,7 +1,7 @@
 // The attribute-log socket of a scenario: a real one whose queue is really filled and drained.
 #pragma once
 
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 namespace Agent::Scenario {
 

@@ -15,7 +15,7 @@
 
 #include <Ilvo/IpAddr.h>
 #include <Ilvo/IpPrefix.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent::Scenario {
 

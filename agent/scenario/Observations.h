@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 #include "Keys.h"
 

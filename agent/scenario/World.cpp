@@ -5,8 +5,8 @@
 
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
-#include <Mox/Fatal.h>
 #include <Mox/Trace.h>
+#include <MoxBase/Fatal.h>
 
 namespace Agent::Scenario {
 

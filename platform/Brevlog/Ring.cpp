@@ -3,7 +3,7 @@
 #include <bit>
 #include <utility>
 
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Brevlog {
 

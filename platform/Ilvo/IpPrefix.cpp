@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 #include "ParseDecimal.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 #include <gtest/gtest.h>
 
 #include "MapTestSupport.h"

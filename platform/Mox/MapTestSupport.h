@@ -6,8 +6,8 @@
 #include <random>
 #include <utility>
 
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include <Mox/Text.h>
+#include <MoxBase/Text.h>
 #include <gtest/gtest.h>
 
 namespace Mox {

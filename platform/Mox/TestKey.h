@@ -4,8 +4,8 @@
 #include <compare>
 #include <string>
 
-#include <Mox/Text.h>
-#include <Mox/Types.h>
+#include <MoxBase/Text.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -1,4 +1,4 @@
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-#include <Mox/Pool.h>
+#include <MoxBase/Pool.h>
 
 #include <sys/mman.h>
 
@@ -7,7 +7,7 @@
 #include <mutex>
 #include <new>
 
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 
 namespace Mox {
 

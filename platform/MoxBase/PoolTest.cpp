@@ -1,4 +1,4 @@
-#include <Mox/Pool.h>
+#include <MoxBase/Pool.h>
 
 #include <cstring>
 #include <map>
@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 
 namespace Mox {
 namespace {

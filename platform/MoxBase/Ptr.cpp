@@ -1,4 +1,4 @@
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 
 namespace Mox {
 

@@ -1,4 +1,4 @@
-#include <Mox/Text.h>
+#include <MoxBase/Text.h>
 
 #include <cmath>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include <Mox/Text.h>
+#include <MoxBase/Text.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -6,7 +6,7 @@
 #include <random>
 #include <string>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 #include <gtest/gtest.h>
 
 namespace Far {

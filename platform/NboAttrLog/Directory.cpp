@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/Directory.h>
+#include <NboAttrLog/Directory.h>
 
 #include <algorithm>
 #include <utility>

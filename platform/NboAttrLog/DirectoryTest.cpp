@@ -1,5 +1,5 @@
 // What a peer hears of directory entries that come and go.
-#include <Mox/NboAttrLog/Directory.h>
+#include <NboAttrLog/Directory.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/EntitySa.h>
+#include <NboAttrLog/EntitySa.h>
 
 #include <limits>
 #include <utility>

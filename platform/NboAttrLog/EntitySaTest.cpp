@@ -1,5 +1,5 @@
 // Every record as literal bytes: what is written here is what doc/attribute-log.md promises.
-#include <Mox/NboAttrLog/EntitySa.h>
+#include <NboAttrLog/EntitySa.h>
 
 #include <limits>
 #include <string>

@@ -1,8 +1,8 @@
-#include <Mox/NboAttrLog/FlowOut.h>
+#include <NboAttrLog/FlowOut.h>
 
 #include <algorithm>
 
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Mox::NboAttrLog {
 

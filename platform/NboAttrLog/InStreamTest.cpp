@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/InStream.h>
+#include <NboAttrLog/InStream.h>
 
 #include <string>
 #include <utility>

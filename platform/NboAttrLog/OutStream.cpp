@@ -1,11 +1,11 @@
-#include <Mox/NboAttrLog/OutStream.h>
+#include <NboAttrLog/OutStream.h>
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <string>
 
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Mox::NboAttrLog {
 

@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/OutStream.h>
+#include <NboAttrLog/OutStream.h>
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 
 #include <algorithm>
 #include <utility>

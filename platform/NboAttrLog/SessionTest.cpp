@@ -1,5 +1,5 @@
 // How a connection begins, what it answers, and what ends it.
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 
 #include <string>
 

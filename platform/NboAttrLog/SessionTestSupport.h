@@ -13,7 +13,7 @@
 #include <vector>
 
 #include <Mox/ActivityClock.h>
-#include <Mox/NboAttrLog/Session.h>
+#include <NboAttrLog/Session.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketInSm.h>
 
 #include <array>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/SocketOutSm.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 #include <cerrno>
 

@@ -11,7 +11,7 @@
 #include <Mox/HashMap.h>
 #include <Mox/Name.h>
 #include <Mox/OrderedMap.h>
-#include <Mox/Text.h>
+#include <MoxBase/Text.h>
 
 namespace Mox::NboAttrLog {
 

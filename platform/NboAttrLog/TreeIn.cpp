@@ -1,4 +1,4 @@
-#include <Mox/NboAttrLog/TreeIn.h>
+#include <NboAttrLog/TreeIn.h>
 
 #include <algorithm>
 

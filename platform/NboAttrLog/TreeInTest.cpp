@@ -1,5 +1,5 @@
 // What frames do to a copy, and what they may not do.
-#include <Mox/NboAttrLog/TreeIn.h>
+#include <NboAttrLog/TreeIn.h>
 
 #include <string>
 

@@ -1,10 +1,10 @@
-#include <Mox/NboAttrLog/TreeOut.h>
+#include <NboAttrLog/TreeOut.h>
 
 #include <algorithm>
 #include <utility>
 
 #include <Mox/Errors.h>
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Mox::NboAttrLog {
 

@@ -1,5 +1,5 @@
 // What a peer is sent that was too slow for a while, and when.
-#include <Mox/NboAttrLog/TreeOut.h>
+#include <NboAttrLog/TreeOut.h>
 
 #include <string>
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-#include <Mox/Fatal.h>
+#include <MoxBase/Fatal.h>
 
 namespace Obel {
 

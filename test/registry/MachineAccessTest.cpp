@@ -7,7 +7,7 @@
 
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/Errors.h>
 #include <Mox/ModelTypes.h>

@@ -10,11 +10,11 @@
 
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
-#include <Mox/Ptr.h>
 #include <Mox/TypeInfo.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 namespace Gmp::Igmp {
 

@@ -6,8 +6,8 @@
 #include <GmpIgmpQuerier/IpAddrSet.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
 #include <Mox/ValueStrep.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

@@ -9,7 +9,7 @@
 #include <GmpIgmpQuerier/RecordType.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

@@ -8,7 +8,7 @@
 #include <GmpIgmpQuerier/IgmpQuery.h>
 #include <GmpIgmpQuerier/IgmpReport.h>
 #include <Ilvo/Pkt.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

@@ -8,7 +8,7 @@
 #include <GmpIgmpQuerier/IpAddrSet.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include <GmpIgmpQuerier/Types.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

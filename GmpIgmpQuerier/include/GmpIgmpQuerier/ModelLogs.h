@@ -2,8 +2,8 @@
 #pragma once
 
 #include <Mox/EventLog.h>
-#include <Mox/Export.h>
 #include <Mox/Trace.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

@@ -10,15 +10,15 @@
 #include <GmpIgmpQuerier/Enumerations.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
 #include <Mox/Name.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 
 class MOX_PUBLIC QuerierConfig final : public Mox::Entity<QuerierConfig> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierConfig";
-  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierConfig> {

@@ -9,15 +9,15 @@
 #include <GmpIgmpQuerier/QuerierSourceStatus.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
 #include <Mox/HashMap.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 
 class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierGroupStatus";
-  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
   using SourceMap = Mox::HashMap<IpAddr, Ptr<QuerierSourceStatus>>;
 

@@ -5,14 +5,14 @@
 
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 
 class MOX_PUBLIC QuerierSourceStatus final : public Mox::Entity<QuerierSourceStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierSourceStatus";
-  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierSourceStatus> {

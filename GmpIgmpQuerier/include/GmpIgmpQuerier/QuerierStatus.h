@@ -14,15 +14,15 @@
 #include <GmpIgmpQuerier/QuerierGroupStatus.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
 #include <Mox/OrderedMap.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 
 class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierStatus";
-  // How it goes through the attribute log; see Mox/NboAttrLog/EntitySa.h.
+  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
   using GroupMap = Mox::OrderedMap<IpAddr, Ptr<QuerierGroupStatus>>;
 

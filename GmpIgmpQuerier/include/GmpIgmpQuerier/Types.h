@@ -2,8 +2,8 @@
 #pragma once
 
 #include <Ilvo/IpAddr.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Gmp::Igmp {
 

@@ -6,7 +6,7 @@
 #include <GmpIgmpQuerier/IgmpGroupRecord.h>
 #include <GmpIgmpQuerier/IgmpQuery.h>
 #include <GmpIgmpQuerier/Types.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Gmp::Igmp {
 

@@ -19,9 +19,9 @@
 #include <GmpIgmpQuerier/Types.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSourceSm.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
 #include <Mox/HashMap.h>
 #include <Mox/Name.h>
+#include <MoxBase/Export.h>
 #include <Obel/TimerReactor.h>
 
 namespace Gmp::Igmp {

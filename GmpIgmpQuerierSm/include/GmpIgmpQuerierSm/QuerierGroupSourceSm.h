@@ -11,7 +11,7 @@
 #include <GmpIgmpQuerier/QuerierSourceStatus.h>
 #include <GmpIgmpQuerier/Types.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 #include <Obel/TimerReactor.h>
 
 namespace Gmp::Igmp {

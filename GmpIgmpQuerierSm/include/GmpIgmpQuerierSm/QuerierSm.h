@@ -26,8 +26,8 @@
 #include <Ilvo/IpHdr.h>
 #include <Ilvo/Pkt.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
 #include <Mox/HashMap.h>
+#include <MoxBase/Export.h>
 #include <Obel/TimerReactor.h>
 
 namespace Gmp::Igmp {

@@ -6,8 +6,8 @@
 
 #include <GmpIgmpQuerier/Types.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <Mox/Export.h>
-#include <Mox/Place.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Place.h>
 
 namespace Gmp::Igmp {
 

@@ -19,8 +19,8 @@
 #include <Agent/InterfaceState.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 #include <boost/asio/io_context.hpp>
 
 namespace Agent {

@@ -18,9 +18,9 @@
 
 #include <Agent/LocalListener.h>
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
-#include <Mox/NboAttrLog/Directory.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/Directory.h>
 #include <Obel/TimerReactor.h>
 #include <Obel/TimerWheel.h>
 #include <boost/asio/io_context.hpp>

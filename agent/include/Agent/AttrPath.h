@@ -13,7 +13,7 @@
 #include <vector>
 
 #include <Mox/Object.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 #include <nlohmann/json.hpp>
 
 namespace Agent {

@@ -11,7 +11,7 @@
 #include <string>
 
 #include <Agent/CaptureFrame.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 struct pcap;
 

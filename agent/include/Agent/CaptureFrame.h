@@ -9,7 +9,7 @@
 #include <optional>
 #include <span>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include <Mox/Entity.h>
-#include <Mox/NboAttrLog/TreeIn.h>
+#include <NboAttrLog/TreeIn.h>
 
 namespace Agent {
 

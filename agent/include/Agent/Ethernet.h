@@ -10,7 +10,7 @@
 #include <span>
 
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

@@ -18,9 +18,9 @@
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Ilvo/IpAddr.h>
 #include <Ilvo/Pkt.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
 #include <Mox/Value.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

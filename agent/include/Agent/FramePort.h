@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

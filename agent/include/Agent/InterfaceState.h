@@ -5,7 +5,7 @@
 #include <Ilvo/IpAddr.h>
 #include <Mox/Entity.h>
 #include <Mox/Name.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

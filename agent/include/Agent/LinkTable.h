@@ -19,7 +19,7 @@
 
 #include <Agent/Ethernet.h>
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 struct nlmsghdr;
 

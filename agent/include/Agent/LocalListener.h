@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 #include <Obel/TimerReactor.h>
 #include <Obel/TimerWheel.h>
 #include <boost/asio/io_context.hpp>

@@ -19,7 +19,7 @@
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <Ilvo/IntfBoundaryStatus.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 #include <CLI/CLI.hpp>
 
 namespace Agent {

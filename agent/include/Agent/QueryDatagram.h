@@ -10,7 +10,7 @@
 
 #include <Agent/Ethernet.h>
 #include <Ilvo/IpAddr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

@@ -16,7 +16,7 @@
 
 #include <Agent/LocalListener.h>
 #include <Agent/RequestServices.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 #include <Obel/TimerWheel.h>
 #include <boost/asio/io_context.hpp>
 

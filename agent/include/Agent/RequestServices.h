@@ -7,7 +7,7 @@
 
 #include <Agent/AttrPath.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 
 namespace Agent {
 

@@ -11,8 +11,8 @@
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Ilvo/IpAddr.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

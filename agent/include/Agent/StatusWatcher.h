@@ -16,7 +16,7 @@
 
 #include <Agent/Event.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Ptr.h>
 
 namespace Agent {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Agent {
 

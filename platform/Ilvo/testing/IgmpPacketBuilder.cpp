@@ -1,4 +1,4 @@
-#include <Ilvo/IgmpPacketBuilder.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 
 #include <stdexcept>
 #include <utility>

@@ -18,9 +18,9 @@
 #include <string>
 #include <type_traits>
 
-#include <Mox/Export.h>
-#include <Mox/Text.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Text.h>
+#include <MoxBase/Types.h>
 
 namespace Brevlog {
 

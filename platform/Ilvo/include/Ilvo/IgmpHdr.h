@@ -13,7 +13,7 @@
 #include <Ilvo/IpAddr.h>
 #include <Ilvo/Pkt.h>
 #include <Ilvo/Types.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Ilvo {
 

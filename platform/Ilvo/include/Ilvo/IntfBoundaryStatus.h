@@ -9,8 +9,8 @@
 #include <string>
 
 #include <Ilvo/IpPrefix.h>
-#include <Mox/Export.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
 
 namespace Ilvo {
 

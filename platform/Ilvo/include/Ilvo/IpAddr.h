@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include <Ilvo/Types.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Ilvo {
 

@@ -16,7 +16,7 @@
 
 #include <Ilvo/IpAddr.h>
 #include <Ilvo/Types.h>
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Ilvo {
 

@@ -18,9 +18,9 @@
 
 #include <Ilvo/IpAddr.h>
 #include <Ilvo/Types.h>
-#include <Mox/Export.h>
-#include <Mox/Fatal.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Fatal.h>
+#include <MoxBase/Ptr.h>
 
 namespace Ilvo {
 

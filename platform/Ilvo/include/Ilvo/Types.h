@@ -1,7 +1,7 @@
 // The platform's names for numbers, as this box uses them.
 #pragma once
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Ilvo {
 

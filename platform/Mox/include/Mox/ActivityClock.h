@@ -7,8 +7,8 @@
 //   realTimeIs();            // back to the machine's clock
 #pragma once
 
-#include <Mox/Export.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

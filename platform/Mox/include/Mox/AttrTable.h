@@ -31,7 +31,7 @@
 #include <tuple>
 #include <utility>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -17,8 +17,8 @@
 
 #include <Mox/Enumeration.h>
 #include <Mox/Errors.h>
-#include <Mox/Types.h>
 #include <Mox/Value.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -20,12 +20,12 @@
 #include <vector>
 
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
 #include <Mox/Notifiee.h>
 #include <Mox/Object.h>
-#include <Mox/Ptr.h>
 #include <Mox/TypeInfo.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Mox::NboAttrLog {
 class EntitySa;  // the adapter between entities and the attribute log, for types to name

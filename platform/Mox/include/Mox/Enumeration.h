@@ -19,8 +19,8 @@
 #include <variant>
 
 #include <Mox/Errors.h>
-#include <Mox/Types.h>
 #include <Mox/Value.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Mox {
 

@@ -15,9 +15,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include <Mox/Export.h>
-#include <Mox/Text.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Text.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <typeinfo>
 
-#include <Mox/Export.h>
 #include <Mox/Object.h>
 #include <Mox/TypeInfo.h>
 #include <Mox/Value.h>
+#include <MoxBase/Export.h>
 
 namespace Mox {
 

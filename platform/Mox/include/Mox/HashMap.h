@@ -21,10 +21,10 @@
 #include <utility>
 #include <vector>
 
-#include <Mox/Export.h>
-#include <Mox/Pool.h>
-#include <Mox/Text.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Pool.h>
+#include <MoxBase/Text.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -21,11 +21,11 @@
 
 #include <Mox/AttrTable.h>
 #include <Mox/Enumeration.h>
-#include <Mox/Export.h>
 #include <Mox/TypeInfo.h>
 #include <Mox/TypeName.h>
-#include <Mox/Types.h>
 #include <Mox/ValueStrep.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

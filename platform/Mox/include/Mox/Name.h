@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Mox {
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

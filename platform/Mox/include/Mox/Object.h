@@ -3,9 +3,9 @@
 #pragma once
 
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

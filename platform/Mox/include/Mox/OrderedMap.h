@@ -16,7 +16,7 @@
 #include <memory>
 #include <utility>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -19,11 +19,11 @@
 
 #include <Brevlog/Ring.h>
 #include <Mox/ActivityClock.h>
-#include <Mox/Export.h>
 #include <Mox/Name.h>
-#include <Mox/Place.h>
-#include <Mox/Text.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Place.h>
+#include <MoxBase/Text.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

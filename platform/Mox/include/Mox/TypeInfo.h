@@ -17,12 +17,12 @@
 
 #include <Mox/AttrTable.h>
 #include <Mox/AttrValue.h>
-#include <Mox/Export.h>
 #include <Mox/Object.h>
-#include <Mox/Text.h>
 #include <Mox/TypeName.h>
-#include <Mox/Types.h>
 #include <Mox/Value.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Text.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -10,8 +10,8 @@
 
 #include <Mox/Enumeration.h>
 #include <Mox/Name.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

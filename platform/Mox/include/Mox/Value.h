@@ -4,7 +4,7 @@
 #include <string>
 #include <variant>
 
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

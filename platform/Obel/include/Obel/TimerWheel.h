@@ -20,9 +20,9 @@
 #include <limits>
 #include <vector>
 
-#include <Mox/Export.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Obel {
 

@@ -15,10 +15,10 @@
 #include <vector>
 
 #include <Mox/AttrValue.h>
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/Frame.h>
-#include <Mox/Types.h>
 #include <Mox/Value.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/Frame.h>
 
 namespace Mox::NboAttrLog {
 

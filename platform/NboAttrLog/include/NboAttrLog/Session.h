@@ -21,13 +21,13 @@
 #include <vector>
 
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/Directory.h>
-#include <Mox/NboAttrLog/InStream.h>
-#include <Mox/NboAttrLog/OutStream.h>
-#include <Mox/NboAttrLog/TreeIn.h>
-#include <Mox/NboAttrLog/TreeOut.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/Directory.h>
+#include <NboAttrLog/InStream.h>
+#include <NboAttrLog/OutStream.h>
+#include <NboAttrLog/TreeIn.h>
+#include <NboAttrLog/TreeOut.h>
 
 namespace Mox::NboAttrLog {
 

@@ -7,12 +7,12 @@
 
 #include <Mox/AttrTable.h>
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/FlowOut.h>
-#include <Mox/NboAttrLog/Frame.h>
-#include <Mox/NboAttrLog/InStream.h>
-#include <Mox/NboAttrLog/OutStream.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/FlowOut.h>
+#include <NboAttrLog/Frame.h>
+#include <NboAttrLog/InStream.h>
+#include <NboAttrLog/OutStream.h>
 
 namespace Mox::NboAttrLog {
 

@@ -5,10 +5,10 @@
 // socket takes. It neither waits nor owns the descriptor.
 #pragma once
 
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/OutStream.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/OutStream.h>
 
 namespace Mox::NboAttrLog {
 

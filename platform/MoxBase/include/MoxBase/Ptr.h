@@ -18,10 +18,10 @@
 #include <type_traits>
 #include <utility>
 
-#include <Mox/Export.h>
-#include <Mox/Fatal.h>
-#include <Mox/Pool.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Fatal.h>
+#include <MoxBase/Pool.h>
+#include <MoxBase/Types.h>
 
 namespace Mox {
 

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Mox {
 

@@ -8,7 +8,7 @@
 
 #include <cstddef>
 
-#include <Mox/Export.h>
+#include <MoxBase/Export.h>
 
 namespace Mox {
 

@@ -9,7 +9,7 @@
 #include <tuple>
 
 #include <Mox/AttrValue.h>
-#include <Mox/Types.h>
+#include <MoxBase/Types.h>
 
 namespace Mox::NboAttrLog {
 

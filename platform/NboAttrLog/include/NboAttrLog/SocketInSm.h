@@ -3,10 +3,10 @@
 // descriptor.
 #pragma once
 
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/Session.h>
-#include <Mox/NboAttrLog/SocketOutSm.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketOutSm.h>
 
 namespace Mox::NboAttrLog {
 

@@ -11,10 +11,10 @@
 #include <vector>
 
 #include <Mox/AttrTable.h>
-#include <Mox/Export.h>
 #include <Mox/HashMap.h>
 #include <Mox/TypeInfo.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Types.h>
 
 namespace Mox::NboAttrLog {
 

@@ -11,10 +11,10 @@
 #include <string_view>
 
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
 #include <Mox/Notifiee.h>
-#include <Mox/Ptr.h>
-#include <Mox/Types.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
 
 namespace Mox::NboAttrLog {
 

@@ -7,8 +7,8 @@
 //   fatalUnless(initialized_, "GmpIgmpQuerierSm.tin", "initialized( )");
 #pragma once
 
-#include <Mox/Export.h>
-#include <Mox/Place.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Place.h>
 
 namespace Mox {
 

@@ -12,14 +12,14 @@
 #include <vector>
 
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/Frame.h>
-#include <Mox/NboAttrLog/InStream.h>
-#include <Mox/NboAttrLog/TreeOut.h>
-#include <Mox/Ptr.h>
 #include <Mox/TypeInfo.h>
-#include <Mox/Types.h>
 #include <Mox/Value.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
+#include <NboAttrLog/Frame.h>
+#include <NboAttrLog/InStream.h>
+#include <NboAttrLog/TreeOut.h>
 
 namespace Mox::NboAttrLog {
 

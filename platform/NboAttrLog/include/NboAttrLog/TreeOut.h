@@ -7,12 +7,12 @@
 #include <optional>
 
 #include <Mox/Entity.h>
-#include <Mox/Export.h>
-#include <Mox/NboAttrLog/EntitySa.h>
-#include <Mox/NboAttrLog/FlowOut.h>
-#include <Mox/NboAttrLog/OutStream.h>
 #include <Mox/Notifiee.h>
-#include <Mox/Ptr.h>
+#include <MoxBase/Export.h>
+#include <MoxBase/Ptr.h>
+#include <NboAttrLog/EntitySa.h>
+#include <NboAttrLog/FlowOut.h>
+#include <NboAttrLog/OutStream.h>
 
 namespace Mox::NboAttrLog {
 
