@@ -1,8 +1,8 @@
 // What `igmpq show` takes: from the connection to the agent to the last line, the agent's part
 // included.
-#include <Agent/AttrLogCopy.h>
-#include <Agent/AttrLogServer.h>
-#include <Agent/StateReport.h>
+#include <Client/AttrLogCopy.h>
+#include <Report/StateReport.h>
+#include <Server/AttrLogServer.h>
 
 #include <filesystem>
 #include <string>

@@ -4,20 +4,24 @@ if(BUILD_TESTING OR NOT DEFINED BUILD_TESTING)
 endif()
 
 # A module in one call: its archive, and its tests beside its sources. Others find the headers in
-# its include/ only by linking it, so that a dependency that points up does not compile.
+# its include/ only by linking it, so that a dependency that points up does not compile. DEPS are
+# what its public headers include, PRIVATE_DEPS what its sources alone use, TEST_DEPS what its tests
+# use besides. Modules of one FLOOR do not include each other, which `scripts/check arrows` proves.
 #
 #   querier_module(Obel SOURCES TimerWheel.cpp TESTS TimerWheelTest.cpp DEPS Querier::MoxBase)
 function(querier_module name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;TESTS;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "FLOOR" "SOURCES;TESTS;DEPS;PRIVATE_DEPS;TEST_DEPS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
   add_library(Querier::${name} ALIAS ${name})
   target_include_directories(${name} PUBLIC "${CMAKE_CURRENT_SOURCE_DIR}/include")
-  target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE querier_options)
-  # A unique symbol would keep the shared library in memory for ever: who unloads it means it.
+  target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE ${ARG_PRIVATE_DEPS} querier_options)
+  # With a unique symbol the shared library could not be unloaded.
   target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+  set_property(TARGET ${name} PROPERTY QUERIER_FLOOR "${ARG_FLOOR}")
   set_property(GLOBAL APPEND PROPERTY QUERIER_INCLUDE_DIRS "${CMAKE_CURRENT_SOURCE_DIR}/include")
   if(BUILD_TESTING AND ARG_TESTS)
-    querier_tests(${name}Tests SOURCES ${ARG_TESTS} DEPS ${name})
+    querier_tests(${name}Tests
+      SOURCES ${ARG_TESTS} DEPS ${name} ${ARG_PRIVATE_DEPS} ${ARG_TEST_DEPS})
   endif()
 endfunction()
 

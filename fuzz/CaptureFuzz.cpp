@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
-#include <Agent/CaptureReplay.h>
 #include <Mox/ActivityClock.h>
+#include <Replay/CaptureReplay.h>
 
 #include "MemoryFile.h"
 #include "Property.h"

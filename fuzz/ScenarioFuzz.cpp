@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include <Agent/Scenario.h>
+#include <Scenario/Scenario.h>
 
 #include "MemoryFile.h"
 #include "Property.h"

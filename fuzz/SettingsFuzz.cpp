@@ -15,9 +15,9 @@
 
 #include <fmt/format.h>
 
-#include <Agent/OptionNumber.h>
-#include <Agent/QuerierSettings.h>
-#include <SettingRules.h>
+#include <Settings/OptionNumber.h>
+#include <Settings/QuerierSettings.h>
+#include <Settings/SettingRules.h>
 
 #include "Property.h"
 

@@ -4,7 +4,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <Agent/QuerierOperations.h>
+#include <Server/QuerierOperations.h>
 
 #include "Client.h"
 #include "RequestClient.h"

@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <Agent/AttrLogSocket.h>
+#include <Local/AttrLogSocket.h>
 
 namespace Igmpq {
 

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include <Agent/AttrLogCopy.h>
+#include <Client/AttrLogCopy.h>
 #include <boost/asio/io_context.hpp>
 
 #include "Verb.h"

@@ -6,11 +6,11 @@
 
 #include <fmt/format.h>
 
-#include <Agent/CaptureReplay.h>
-#include <Agent/OptionNumber.h>
-#include <Agent/QuerierSettings.h>
-#include <Agent/Scenario.h>
 #include <Mox/ActivityClock.h>
+#include <Replay/CaptureReplay.h>
+#include <Scenario/Scenario.h>
+#include <Settings/OptionNumber.h>
+#include <Settings/QuerierSettings.h>
 
 #include "Verb.h"
 

@@ -5,8 +5,8 @@
 
 #include <fmt/format.h>
 
-#include <Agent/AttrLogSocket.h>
-#include <Agent/LocalConnect.h>
+#include <Local/AttrLogSocket.h>
+#include <Local/LocalConnect.h>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/write.hpp>
 

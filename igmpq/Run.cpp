@@ -13,15 +13,15 @@
 #include <fmt/ranges.h>
 #include <sys/random.h>
 
-#include <Agent/AgentLoop.h>
-#include <Agent/AttrLogSocket.h>
-#include <Agent/LibraryMessages.h>
-#include <Agent/OptionNumber.h>
-#include <Agent/Privileges.h>
-#include <Agent/QuerierSettings.h>
-#include <Agent/TraceText.h>
+#include <Events/LibraryMessages.h>
+#include <Host/AgentLoop.h>
+#include <Link/Privileges.h>
+#include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/HashMap.h>
+#include <Settings/OptionNumber.h>
+#include <Settings/QuerierSettings.h>
+#include <Text/TraceText.h>
 
 #include "Verb.h"
 

@@ -6,7 +6,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <Agent/SettingWrite.h>
+#include <Client/SettingWrite.h>
 #include <CLI/Error.hpp>
 
 #include "Client.h"

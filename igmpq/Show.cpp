@@ -10,8 +10,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <Agent/StateReport.h>
 #include <Mox/ActivityClock.h>
+#include <Report/StateReport.h>
 
 #include "Client.h"
 #include "Verb.h"

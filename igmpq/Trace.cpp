@@ -5,8 +5,8 @@
 
 #include <fmt/format.h>
 
-#include <Agent/OptionNumber.h>
-#include <Agent/TraceText.h>
+#include <Settings/OptionNumber.h>
+#include <Text/TraceText.h>
 
 #include "Client.h"
 #include "RequestClient.h"

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <string>
 
-#include <Agent/TypeReport.h>
+#include <Report/TypeReport.h>
 
 #include "Verb.h"
 

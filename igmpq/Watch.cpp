@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <Agent/CopyWatcher.h>
+#include <Client/CopyWatcher.h>
 #include <Mox/ActivityClock.h>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>

@@ -1,9 +1,11 @@
 """Checks what headers may include, with both compilers.
 
   header_rules.py alone MODULES   a public header compiles alone, seeing only what its module sees
-  header_rules.py arrows MODULES  no module can include a header of a module above it
+  header_rules.py arrows MODULES  no module can include a header of a module above it, nor of a
+                                  neighbour on its own floor
 
-MODULES is written by the build: name|include directory|what the module sees, lower modules first.
+MODULES is written by the build, lower modules first: name|floor or nothing|include directory|what
+the module sees.
 """
 import concurrent.futures
 import pathlib
@@ -19,6 +21,7 @@ NOT_FOUND = {"g++": "{}: No such file or directory", "clang++": "'{}' file not f
 
 class Module(typing.NamedTuple):
     name: str
+    floor: str
     include: pathlib.Path
     sees: list
 
@@ -29,8 +32,9 @@ class Module(typing.NamedTuple):
 def read_modules(path):
     modules = []
     for line in pathlib.Path(path).read_text(encoding="utf-8").splitlines():
-        name, include, sees = line.split("|")
-        modules.append(Module(name, pathlib.Path(include), [d for d in sees.split(";") if d]))
+        name, floor, include, sees = line.split("|")
+        modules.append(Module(name, floor, pathlib.Path(include),
+                              [d for d in sees.split(";") if d]))
     return modules
 
 
@@ -55,6 +59,15 @@ def check_arrow(compiler, module, header, owner):
     return f"{module.name} {verdict} <{name}> of {owner.name} with {compiler}"
 
 
+def forbidden_arrows(modules):
+    """Pairs of a module and one that it must not see."""
+    for at, module in enumerate(modules):
+        for later in modules[at + 1:]:
+            yield module, later
+            if module.floor and module.floor == later.floor:
+                yield later, module
+
+
 def main():
     check_name, modules = sys.argv[1], read_modules(sys.argv[2])
     if check_name == "alone":
@@ -62,9 +75,9 @@ def main():
         cases = [(c, m, h, m) for m in modules for h in m.headers() for c in COMPILERS]
     else:
         check = check_arrow
-        cases = [(c, lower, upper.headers()[0], upper)
-                 for at, lower in enumerate(modules)
-                 for upper in modules[at + 1:] if upper.headers() for c in COMPILERS]
+        cases = [(c, module, other.headers()[0], other)
+                 for module, other in forbidden_arrows(modules) if other.headers()
+                 for c in COMPILERS]
     with concurrent.futures.ThreadPoolExecutor(max_workers=2) as pool:
         breaches = [b for b in pool.map(lambda case: check(*case), cases) if b]
     print("\n".join([*breaches, f"{len(cases)} compilations, {len(breaches)} breaches"]))

@@ -1,4 +1,4 @@
-#include <Agent/Scenario.h>
+#include <Scenario/Scenario.h>
 
 #include <stdlib.h>
 

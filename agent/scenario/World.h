@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include <Agent/Scenario.h>
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IntfBoundaryStatus.h>
 #include <Obel/TimerWheel.h>
+#include <Scenario/Scenario.h>
 
 #include "CongestedSocket.h"
 #include "Observations.h"

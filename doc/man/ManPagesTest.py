@@ -229,7 +229,7 @@ class FormatTest(unittest.TestCase):
 
 
     def test_the_request_socket_takes_what_the_agent_has_handlers_for(self):
-        handlers = (ROOT / "agent/RequestHandlers.cpp").read_text("utf-8")
+        handlers = (ROOT / "agent/server/RequestHandlers.cpp").read_text("utf-8")
         operations = re.findall(r'^    Row\{"(\w+)", \w+\},$', handlers, re.M)
         self.assertEqual(handlers.count("Row{"), len(operations))
         page = Page("igmpq-request.5")

@@ -1,0 +1,339 @@
+#include <Client/AttrLogCopy.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <optional>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Client/CopyWatcher.h>
+#include <Client/SettingWrite.h>
+#include <Mox/ActivityClock.h>
+#include <Mox/EventLog.h>
+#include <NboAttrLog/Session.h>
+#include <NboAttrLog/SocketInSm.h>
+#include <NboAttrLog/SocketOutSm.h>
+#include <Server/AttrLogServer.h>
+#include <boost/asio/local/stream_protocol.hpp>
+#include <boost/asio/write.hpp>
+
+#include <AgentTestSupport/EventRecorder.h>
+#include <AgentTestSupport/TempFolder.h>
+#include <AgentTestSupport/TestAddresses.h>
+
+namespace Agent {
+namespace {
+
+using boost::asio::local::stream_protocol;
+using Ilvo::IpAddr;
+using Mox::NboAttrLog::Access;
+using Mox::NboAttrLog::Directory;
+using Mox::NboAttrLog::Moved;
+using Mox::NboAttrLog::Session;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::ThrowsMessage;
+
+class AttrLogCopyTest : public testing::Test {
+ protected:
+  AttrLogCopyTest() {
+    Mox::virtualTimeIs(1000.0);
+    Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
+    wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
+    copy_.emplace(io_, path_,
+                  AttrLogCopy::Handlers{.onCurrent = [this] { ++currentCount_; },
+                                        .onInput = [this] { ++inputs_; },
+                                        .onAnswer = [this](Mox::U32 token) { answer_ = token; },
+                                        .onEnded =
+                                            [this](AttrLogCopy::End end, const std::string& why) {
+                                              end_ = end;
+                                              why_ = why;
+                                            }});
+  }
+  ~AttrLogCopyTest() override {
+    copy_.reset();
+    server_.reset();
+    Mox::eventLogSinkIs({});
+    Mox::realTimeIs();
+  }
+
+  void serve() {
+    server_.emplace(io_, AttrLogServer::Setup{.path = path_, .stallTimeout = 30.0}, wheel_, [] {});
+    for (const auto& [name, served] : served_) {
+      server_->directory().entryIs("config/" + name, served.config, Access::configurable);
+      server_->directory().entryIs("status/" + name, served.status, Access::readOnly);
+    }
+  }
+  void interfaceIs(const std::string& name) {
+    served_[name] = {.config = Gmp::Igmp::querierConfigFactory(name),
+                     .status = Gmp::Igmp::querierStatusFactory()};
+  }
+  // Until nobody has anything to do.
+  void settle() {
+    io_.restart();
+    io_.poll();
+  }
+  const AttrLogCopy::Interface& copyOf(const std::string& name) const {
+    return copy_->interfaces().at(name);
+  }
+
+  const TempFolder folder_;
+  const std::string path_ = folder_.path() + "/attrlog.sock";
+  boost::asio::io_context io_;
+  Mox::Ptr<Obel::TimerWheel> wheel_;
+  AttrLogCopy::Interfaces served_;
+  std::optional<AttrLogServer> server_;
+  std::optional<AttrLogCopy> copy_;
+  int currentCount_ = 0;
+  int inputs_ = 0;
+  Mox::U32 answer_ = 0;
+  std::optional<AttrLogCopy::End> end_;
+  std::string why_;
+};
+
+TEST_F(AttrLogCopyTest, holdsWhatIsThereThenWhatChanges) {
+  interfaceIs("eth0");
+  interfaceIs("eth1");
+  served_["eth0"].status->groupIs(group)->sourceIs(IpAddr(10, 0, 0, 5));
+  served_["eth1"].config->robustnessIs(5);
+  serve();
+  copy_->connect();
+  settle();
+  EXPECT_EQ(currentCount_, 1);
+  EXPECT_EQ(copy_->interfaces().size(), 2u);
+  EXPECT_EQ(copyOf("eth1").config->robustness(), 5u);
+  ASSERT_NE(copyOf("eth0").status->group(group), nullptr);
+  EXPECT_NE(copyOf("eth0").status->group(group)->source(IpAddr(10, 0, 0, 5)), nullptr);
+  served_["eth0"].status->groupDel(group);
+  settle();
+  EXPECT_EQ(copyOf("eth0").status->group().size(), 0u);
+}
+
+TEST_F(AttrLogCopyTest, writesTheConfigurationAndHearsWhenThatWasActedOn) {
+  interfaceIs("eth0");
+  serve();
+  copy_->connect();
+  settle();
+  ASSERT_TRUE(copyOf("eth0").configurable);
+  copyOf("eth0").config->queryIntervalIs(60.0);
+  copy_->ask(7);
+  EXPECT_EQ(answer_, 0u);
+  settle();
+  EXPECT_EQ(answer_, 7u);
+  EXPECT_EQ(served_["eth0"].config->queryInterval(), 60.0);
+}
+
+TEST_F(AttrLogCopyTest, hearsWhyItIsRefused) {
+  interfaceIs("eth0");
+  serve();
+  copy_->connect();
+  settle();
+  copyOf("eth0").config->queryIntervalIs(0.0);
+  settle();
+  EXPECT_EQ(end_, AttrLogCopy::End::refused);
+  EXPECT_EQ(why_, "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)");
+  EXPECT_FALSE(copy_->connected());
+}
+
+TEST_F(AttrLogCopyTest, saysThatNoAgentRunsAndHowToStartOne) {
+  const auto noAgent = ThrowsMessage<AttrLogError>(
+      AllOf(HasSubstr("no agent is running"), HasSubstr(path_), HasSubstr("sudo igmpq run")));
+  EXPECT_THAT([&] { copy_->connect(); }, noAgent);
+  stream_protocol::acceptor left(io_, stream_protocol::endpoint(path_));
+  left.close();
+  EXPECT_THAT([&] { copy_->connect(); }, noAgent);
+  AttrLogCopy tooLong(io_, "/" + std::string(200, 'x'), {});
+  EXPECT_THAT([&] { tooLong.connect(); },
+              ThrowsMessage<AttrLogError>(HasSubstr("too long for the path of a socket")));
+}
+
+TEST_F(AttrLogCopyTest, hearsThatTheAgentHasGoneAndKeepsWhatItHad) {
+  interfaceIs("eth0");
+  served_["eth0"].status->groupIs(group);
+  serve();
+  copy_->connect();
+  settle();
+  server_.reset();
+  settle();
+  EXPECT_EQ(end_, AttrLogCopy::End::lost);
+  EXPECT_EQ(copyOf("eth0").status->group().size(), 1u);
+}
+
+// The same state after a restart is no news, and what differs is told as just that.
+TEST_F(AttrLogCopyTest, afterAReconnectionOnlyDifferencesAreNews) {
+  interfaceIs("eth0");
+  interfaceIs("eth1");
+  served_["eth0"].status->groupIs(group)->sourceIs(IpAddr(10, 0, 0, 5));
+  served_["eth0"].status->groupIs(IpAddr(239, 1, 1, 2));
+  serve();
+  copy_->connect();
+  settle();
+  EventRecorder events;
+  CopyWatcher watcher(copy_->interfaces(), {}, events);
+  watcher.flush();
+  events.taken();
+  const auto* const before = copyOf("eth0").status->group(group).get();
+
+  server_.reset();
+  settle();
+  served_["eth0"].status->groupDel(IpAddr(239, 1, 1, 2));
+  served_["eth0"].status->groupIs(IpAddr(239, 1, 1, 3));
+  served_["eth0"].config->robustnessIs(4);
+  served_.erase("eth1");
+  serve();
+  copy_->connect();
+  settle();
+  EXPECT_EQ(currentCount_, 2);
+  EXPECT_EQ(copyOf("eth0").status->group(group).get(), before);
+  watcher.flush();
+  EXPECT_THAT(events.taken(),
+              testing::UnorderedElementsAre("1000 interface gone", "1000 configured robustness 4",
+                                            "1000 joined 239.1.1.3 by 0.0.0.0 (version 3, include)",
+                                            "1000 left 239.1.1.2"));
+}
+
+TEST_F(AttrLogCopyTest, holdsWhatTheAgentTellsOfTheInterfaceItself) {
+  interfaceIs("eth0");
+  serve();
+  const auto state = Mox::makePtr<InterfaceState>("eth0");
+  state->addressIs(IpAddr(10, 0, 0, 1));
+  server_->directory().entryIs("interface/eth0", state, Access::readOnly);
+  copy_->connect();
+  settle();
+  ASSERT_NE(copyOf("eth0").state, nullptr);
+  EXPECT_EQ(copyOf("eth0").state->address(), IpAddr(10, 0, 0, 1));
+  state->runningIs(true);
+  state->electedTimeIs(900.0);
+  settle();
+  EXPECT_TRUE(copyOf("eth0").state->running());
+  EXPECT_EQ(copyOf("eth0").state->electedTime(), 900.0);
+  server_->directory().entryDel("interface/eth0");
+  settle();
+  EXPECT_EQ(copyOf("eth0").state, nullptr);
+  EXPECT_NE(copyOf("eth0").status, nullptr);
+}
+
+// Whoever writes a decoder reads the document, which has one line for each attribute.
+TEST(InterfaceStateDocTest, attributesAreDocumented) {
+  std::ifstream document(ATTR_LOG_DOCUMENT);
+  const std::string text(std::istreambuf_iterator<char>(document), {});
+  const size_t section = text.find(std::string("### ") + InterfaceState::entityTypeName + "\n");
+  ASSERT_NE(section, std::string::npos);
+  const char* const rows[] = {"| 257 | name | key | text |", "| 258 | address | stored | u32 |",
+                              "| 259 | running | stored | flag |",
+                              "| 260 | electedTime | stored | seconds |"};
+  const auto attrs = Mox::typeInfoOf<InterfaceState>().attrs;
+  ASSERT_EQ(attrs.size(), std::size(rows));
+  for (const Mox::AttrInfo& attr : attrs) {
+    const std::string row = rows[attr.id - 257];
+    EXPECT_THAT(row, HasSubstr(std::string("| ") + attr.name + " |"));
+    EXPECT_NE(text.find(row, section), std::string::npos) << row;
+  }
+}
+
+TEST_F(AttrLogCopyTest, entryOfNoInterestTakesNoInterfaceAlong) {
+  interfaceIs("eth0");
+  serve();
+  server_->directory().entryIs("other/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
+  copy_->connect();
+  settle();
+  server_->directory().entryDel("other/eth0");
+  settle();
+  EXPECT_EQ(copy_->interfaces().size(), 1u);
+}
+
+TEST_F(AttrLogCopyTest, anInterfaceThatTheAgentGivesUpGoes) {
+  interfaceIs("eth0");
+  serve();
+  copy_->connect();
+  settle();
+  server_->directory().entryDel("status/eth0");
+  server_->directory().entryDel("config/eth0");
+  settle();
+  EXPECT_THAT(copy_->interfaces(), IsEmpty());
+}
+
+// Another process at the other end, that does what the test says.
+class StrangeServerTest : public AttrLogCopyTest, public Mox::NboAttrLog::SessionHost {
+ protected:
+  void connect() {
+    copy_->connect();
+    io_.restart();
+    io_.poll();
+    peer_ = acceptor_.accept();
+  }
+  void say(const std::string& bytes) {
+    boost::asio::write(peer_, boost::asio::buffer(bytes));
+    settle();
+  }
+  // Serves as an agent does whose reader may not write.
+  void serveReadOnly(Directory& directory) {
+    session_.emplace(static_cast<SessionHost&>(*this),
+                     Session::Setup{.name = "agent", .peerName = "copy"}, &directory);
+    Mox::NboAttrLog::SocketInSm in(peer_.native_handle(), *session_);
+    Mox::NboAttrLog::StreamSocketOutSm out(peer_.native_handle(), session_->stream());
+    for (int round = 0; round < 5; ++round) {
+      while (in.handleReadable() == Moved::all) {
+      }
+      session_->drain();
+      out.handleWritable();
+      settle();
+    }
+  }
+  void onOutput() override {}
+
+  stream_protocol::acceptor acceptor_{io_, stream_protocol::endpoint(path_)};
+  stream_protocol::socket peer_{io_};
+  std::optional<Session> session_;
+};
+
+TEST_F(StrangeServerTest, whoMayOnlyReadKnowsItBeforeWriting) {
+  Directory directory;
+  directory.entryIs("config/eth0", Gmp::Igmp::querierConfigFactory("eth0"), Access::configurable);
+  directory.entryIs("status/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
+  connect();
+  serveReadOnly(directory);
+  ASSERT_EQ(currentCount_, 1);
+  EXPECT_FALSE(copyOf("eth0").configurable);
+  session_.reset();
+}
+
+TEST_F(StrangeServerTest, entriesOfAnotherKindAreOfNoInterest) {
+  Directory directory;
+  directory.entryIs("other/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
+  connect();
+  serveReadOnly(directory);
+  EXPECT_EQ(currentCount_, 1);
+  EXPECT_THAT(copy_->interfaces(), IsEmpty());
+  session_.reset();
+}
+
+TEST_F(StrangeServerTest, anotherVersionIsNamed) {
+  connect();
+  say(std::string("\0\x12\x01MoxL\0\x02\0\0\0\0\0\0\0\0\0\0\0", 20));
+  EXPECT_EQ(end_, AttrLogCopy::End::strange);
+  EXPECT_THAT(why_, AllOf(HasSubstr(path_), HasSubstr("version 2 of the attribute log, not 1"),
+                          HasSubstr("the same version of igmpq")));
+}
+
+TEST_F(StrangeServerTest, whatIsNoAttributeLogIsNotUnderstood) {
+  connect();
+  say("HTTP/1.1 400 Bad Request\r\n\r\n");
+  EXPECT_EQ(end_, AttrLogCopy::End::strange);
+}
+
+TEST_F(StrangeServerTest, oneThatSaysNothingEndsNothing) {
+  connect();
+  settle();
+  EXPECT_EQ(end_, std::nullopt);
+  EXPECT_EQ(currentCount_, 0);
+  EXPECT_EQ(inputs_, 0);
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,151 @@
+#include <Client/CopyWatcher.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Mox/ActivityClock.h>
+
+#include <AgentTestSupport/EventRecorder.h>
+#include <AgentTestSupport/TestAddresses.h>
+
+namespace Agent {
+namespace {
+
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CopyWatcherTest : public testing::Test {
+ protected:
+  CopyWatcherTest() { Mox::virtualTimeIs(1000.0); }
+  ~CopyWatcherTest() override { Mox::realTimeIs(); }
+
+  QuerierStatus& interfaceIs(const std::string& name) {
+    copies_[name] = {.config = Gmp::Igmp::querierConfigFactory(name),
+                     .status = Gmp::Igmp::querierStatusFactory()};
+    return *copies_[name].status;
+  }
+  void join(QuerierStatus& status) {
+    const auto joined = status.groupIs(group);
+    joined->lastReporterIs(IpAddr(10, 0, 0, 11));
+    joined->compatibilityModeIs(Gmp::Igmp::igmpVersion2);
+    joined->filterModeIs(Gmp::Igmp::filterModeExclude);
+  }
+  std::vector<std::string> told() {
+    watcher_->flush();
+    return events_.taken();
+  }
+
+  EventRecorder events_;
+  AttrLogCopy::Interfaces copies_;
+  std::unique_ptr<CopyWatcher> watcher_ =
+      std::make_unique<CopyWatcher>(copies_, CopyWatcher::Options(), events_);
+};
+
+TEST_F(CopyWatcherTest, ofWhatIsThereInTheBeginningItTellsTheRolesOnly) {
+  QuerierStatus& status = interfaceIs("eth0");
+  join(status);
+  status.stateIs(QuerierStatus::querierStateQuerier);
+  status.electedQuerierAddrIs(IpAddr(10, 0, 0, 1));
+  copies_["eth0"].config->robustnessIs(3);
+  EXPECT_THAT(told(), ElementsAre("1000 role querier (elected 10.0.0.1)"));
+  status.groupDel(group);
+  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1"));
+}
+
+TEST_F(CopyWatcherTest, tellsAllOfItOnRequest) {
+  watcher_ = std::make_unique<CopyWatcher>(copies_, CopyWatcher::Options{.fromTheBeginning = true},
+                                           events_);
+  join(interfaceIs("eth0"));
+  EXPECT_THAT(told(), ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
+}
+
+TEST_F(CopyWatcherTest, tellsChangesOfTheConfiguration) {
+  interfaceIs("eth0");
+  told();
+  copies_["eth0"].config->queryIntervalIs(60.0);
+  copies_["eth0"].config->sendQueryIs(false);
+  copies_["eth0"].config->robustnessIs(3);
+  copies_["eth0"].config->robustnessIs(2);
+  EXPECT_THAT(told(),
+              ElementsAre("1000 configured queryInterval 60s", "1000 configured sendQuery off"));
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(CopyWatcherTest, tellsCountersWhenAskedForThemOnly) {
+  QuerierStatus& status = interfaceIs("eth0");
+  status.joinsIs(7);
+  told();
+  status.joinsInc(1);
+  status.v2ReportReceivedInc(2);
+  EXPECT_THAT(told(), IsEmpty());
+  watcher_->flushCounters();
+  EXPECT_THAT(events_.taken(), ElementsAre("1000 counters joins 8, v2ReportReceived 2"));
+  watcher_->flushCounters();
+  EXPECT_THAT(events_.taken(), IsEmpty());
+}
+
+TEST_F(CopyWatcherTest, knowsWhetherAnythingChangedSinceTheLastFlush) {
+  QuerierStatus& status = interfaceIs("eth0");
+  EXPECT_TRUE(watcher_->changed());
+  told();
+  EXPECT_FALSE(watcher_->changed());
+  join(status);
+  EXPECT_TRUE(watcher_->changed());
+  told();
+  status.group(group)->sourceIs(IpAddr(10, 0, 0, 5));
+  EXPECT_TRUE(watcher_->changed());
+  told();
+  status.group(group)->source(IpAddr(10, 0, 0, 5))->expiredIs(true);
+  EXPECT_TRUE(watcher_->changed());
+  told();
+  copies_["eth0"].config->robustnessIs(3);
+  EXPECT_TRUE(watcher_->changed());
+}
+
+TEST_F(CopyWatcherTest, tellsOfAQuerierThatStopsAndRunsAgain) {
+  interfaceIs("eth0");
+  const auto state = Mox::makePtr<InterfaceState>("eth0");
+  state->addressIs(IpAddr(10, 0, 0, 1));
+  state->runningIs(true);
+  copies_["eth0"].state = state;
+  EXPECT_THAT(told(), IsEmpty());
+  state->runningIs(false);
+  EXPECT_TRUE(watcher_->changed());
+  EXPECT_THAT(told(), ElementsAre("1000 interface down, address 10.0.0.1"));
+  state->addressIs(IpAddr(10, 0, 0, 2));
+  EXPECT_THAT(told(), IsEmpty());
+  state->runningIs(true);
+  EXPECT_THAT(told(), ElementsAre("1000 interface up, address 10.0.0.2"));
+  state->addressIs(IpAddr(10, 0, 0, 3));
+  EXPECT_THAT(told(), ElementsAre("1000 address changed, address 10.0.0.3"));
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(CopyWatcherTest, followsInterfacesThatComeAndGo) {
+  interfaceIs("eth0");
+  told();
+  join(interfaceIs("eth1"));
+  EXPECT_TRUE(watcher_->changed());
+  EXPECT_THAT(told(), ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
+  copies_.erase("eth0");
+  EXPECT_TRUE(watcher_->changed());
+  EXPECT_THAT(told(), ElementsAre("1000 interface gone"));
+  EXPECT_FALSE(watcher_->changed());
+}
+
+TEST_F(CopyWatcherTest, tellsOfTheInterfacesAskedForOnly) {
+  watcher_ = std::make_unique<CopyWatcher>(
+      copies_, CopyWatcher::Options{.interfaces = {"eth1"}, .fromTheBeginning = true}, events_);
+  join(interfaceIs("eth0"));
+  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_FALSE(watcher_->changed());
+  join(interfaceIs("eth1"));
+  told();
+  ASSERT_EQ(events_.events().size(), 1u);
+  EXPECT_EQ(events_.events()[0].interface, "eth1");
+}
+
+}  // namespace
+}  // namespace Agent

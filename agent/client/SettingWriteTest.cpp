@@ -1,0 +1,183 @@
+#include <Client/SettingWrite.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+namespace {
+
+using Gmp::Igmp::QuerierConfig;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using testing::ElementsAre;
+using testing::StartsWith;
+
+class SettingWriteTest : public testing::Test {
+ protected:
+  SettingWriteTest() {
+    copy_.config = Gmp::Igmp::querierConfigFactory("eth0");
+    copy_.status = Gmp::Igmp::querierStatusFactory();
+    copy_.status->stateIs(QuerierStatus::querierStateQuerier);
+  }
+
+  void add(std::initializer_list<const char*> assignments) {
+    for (const char* assignment : assignments) settings_.add(assignment);
+  }
+  // How it is refused; empty when it is not.
+  std::string refusal(std::initializer_list<const char*> assignments) {
+    try {
+      add(assignments);
+      settings_.checkAgainst(*copy_.config);
+    } catch (const CLI::ValidationError& error) {
+      return error.what();
+    }
+    return {};
+  }
+  std::vector<std::string> written(std::initializer_list<const char*> assignments) {
+    add(assignments);
+    settings_.write(*copy_.config);
+    return settings_.outcome(copy_);
+  }
+
+  SettingWrite settings_;
+  AttrLogCopy::Interface copy_;
+};
+
+TEST_F(SettingWriteTest, takesAttributesByTheirNameAndAsTheirOptionIsSpelt) {
+  written({"robustness=3", "query-interval=60.5", "--startup-query-count=4", "sendQuery=off",
+           "querierVersion=3"});
+  EXPECT_EQ(copy_.config->robustness(), 3u);
+  EXPECT_EQ(copy_.config->queryInterval(), 60.5);
+  EXPECT_EQ(copy_.config->startupQueryCount(), 4u);
+  EXPECT_FALSE(copy_.config->sendQuery());
+  EXPECT_EQ(copy_.config->querierVersion(), Gmp::Igmp::igmpVersion3);
+}
+
+struct Refusal {
+  const char* name;
+  const char* assignment;
+  const char* text;
+};
+
+class SettingRefusalTest : public SettingWriteTest, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(SettingRefusalTest, namesTheAttributeTheValueAndWhatItMustBe) {
+  EXPECT_THAT(refusal({GetParam().assignment}), StartsWith(GetParam().text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachKind, SettingRefusalTest,
+    testing::Values(
+        Refusal{"tooSmall", "queryInterval=0",
+                "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)"},
+        Refusal{"tooLarge", "robustness=8", "robustness 8: must be from 1 to 7 (RFC 3376 8.1)"},
+        Refusal{"asItWasSpelt", "query-interval=x", "query-interval x: not a number; must be"},
+        Refusal{"notWhole", "startupQueryCount=1.5", "startupQueryCount 1.5: not a whole number"},
+        Refusal{"notAFlag", "sendQuery=1", "sendQuery 1: must be on or off"},
+        Refusal{"empty", "robustness=", "robustness : not a whole number"},
+        Refusal{"unknown", "speed=1", "speed: there is no such setting; there are: robustness, "},
+        Refusal{"theKey", "name=eth1", "name: there is no such setting"},
+        Refusal{"derived", "lastMemberQueryTime=1", "lastMemberQueryTime: there is no such"},
+        Refusal{"noValue", "robustness", "robustness: must be ATTRIBUTE=VALUE, such as"},
+        Refusal{"notWithWhatIsThere", "queryInterval=10",
+                "queryInterval 10: must be more than the query response interval, 10 seconds"},
+        Refusal{"theOtherWay", "queryResponseInterval=125",
+                "queryResponseInterval 125: must be less than the query interval, 125 seconds"},
+        Refusal{"notInThatVersion", "lastMemberQueryInterval=26",
+                "lastMemberQueryInterval 26: must be from 0.1 to 25.5 in version 2"}),
+    [](const auto& refused) { return std::string(refused.param.name); });
+
+TEST_F(SettingWriteTest, refusesTheSameAttributeTwice) {
+  EXPECT_EQ(refusal({"queryInterval=60", "query-interval=70"}), "query-interval: is given twice");
+}
+
+TEST_F(SettingWriteTest, judgesValuesThatAreGivenTogetherTogether) {
+  EXPECT_EQ(refusal({"queryInterval=5", "queryResponseInterval=2"}), "");
+  EXPECT_EQ(refusal({"lastMemberQueryInterval=100", "querierVersion=3"}), "");
+}
+
+// Whoever takes them one by one may check each against what is there by then.
+class EachStepIsSound final : public QuerierConfig::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onQueryInterval() override { check(); }
+  void onQueryResponseInterval() override { check(); }
+  int steps() const { return steps_; }
+
+ private:
+  void check() {
+    ++steps_;
+    EXPECT_LT(notifier()->queryResponseInterval(), notifier()->queryInterval());
+  }
+  int steps_ = 0;
+};
+
+TEST_F(SettingWriteTest, writesInAnOrderInWhichEachStepIsSound) {
+  EachStepIsSound watch(copy_.config);
+  written({"queryInterval=5", "queryResponseInterval=2"});
+  settings_ = {};
+  written({"queryResponseInterval=100", "queryInterval=200"});
+  EXPECT_EQ(watch.steps(), 4);
+}
+
+TEST_F(SettingWriteTest, saysWhatIsInEffectAndWhatHasNothingToShowForIt) {
+  copy_.status->robustnessIs(3);
+  copy_.status->startupQueryIntervalIs(31.25);
+  EXPECT_THAT(written({"robustness=3", "lastMemberQueryCount=1", "startupQueryInterval=0"}),
+              ElementsAre("robustness 3: in effect", "lastMemberQueryCount 1: set",
+                          "startupQueryInterval 0 s: in effect: 31.25 s, a quarter of the query "
+                          "interval"));
+}
+
+TEST_F(SettingWriteTest, saysWhenAQuarterOfAnOlderQueryIntervalStaysInEffect) {
+  add({"startupQueryInterval=0"});
+  copy_.config->queryIntervalIs(60.0);
+  copy_.status->startupQueryIntervalIs(31.25);
+  EXPECT_THAT(settings_.outcome(copy_),
+              ElementsAre("startupQueryInterval 0 s: set; 31.25 s is in effect until the querier "
+                          "starts again"));
+  copy_.status->stateIs(QuerierStatus::querierStateInitial);
+  EXPECT_THAT(settings_.outcome(copy_),
+              ElementsAre("startupQueryInterval 0 s: set; not in effect while no querier runs on "
+                          "the interface"));
+}
+
+// Takes the startup interval over as a querier does.
+class TakesStartupInterval final : public QuerierConfig::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onStartupQueryInterval() override { quarter_ = 0.25 * notifier()->queryInterval(); }
+  double quarter_ = 0.0;
+};
+
+TEST_F(SettingWriteTest, quarterOfTheQueryIntervalIsOfTheOneThatIsGivenWithIt) {
+  copy_.config->startupQueryIntervalIs(20.0);
+  TakesStartupInterval querier(copy_.config);
+  written({"startupQueryInterval=0", "queryInterval=60"});
+  EXPECT_EQ(querier.quarter_, 15.0);
+}
+
+TEST_F(SettingWriteTest, saysWhatKeepsAValueFromBeingInEffect) {
+  EXPECT_THAT(
+      written({"queryInterval=60"}),
+      ElementsAre("queryInterval 60 s: set; not in effect while no querier runs on the interface"));
+  copy_.status->stateIs(QuerierStatus::querierStateNonQuerier);
+  copy_.status->electedQuerierAddrIs(IpAddr(10, 0, 0, 1));
+  copy_.status->otherQuerierExpiryTimeIs(2000.0);
+  EXPECT_THAT(settings_.outcome(copy_),
+              ElementsAre("queryInterval 60 s: set; not in effect while 10.0.0.1 is querier"));
+  copy_.status->otherQuerierExpiryTimeIs(Mox::never);
+  EXPECT_THAT(settings_.outcome(copy_),
+              ElementsAre("queryInterval 60 s: set; not in effect while sendQuery is off"));
+}
+
+TEST_F(SettingWriteTest, saysWhenSomebodyElseChangedItAgain) {
+  add({"robustness=3"});
+  settings_.write(*copy_.config);
+  copy_.config->robustnessIs(5);
+  EXPECT_THAT(settings_.outcome(copy_), ElementsAre("robustness 3: set, and changed again since"));
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,245 @@
+#include <Events/StatusWatcher.h>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include <Mox/ActivityClock.h>
+#include <Mox/HashMap.h>
+
+namespace Agent {
+
+using Gmp::Igmp::QuerierGroupStatus;
+using Gmp::Igmp::QuerierSourceStatus;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using Mox::Ptr;
+
+namespace {
+
+class GroupWatch;
+class SourceWatch;
+
+// What is to be told, in the order in which it happened. It holds what it is about: the entity may
+// have left its collection by the time it is told.
+struct Change {
+  enum What { groupCame, groupTouched, groupGone, sourceTouched };
+  What what;
+  std::shared_ptr<GroupWatch> group;
+  std::shared_ptr<SourceWatch> source = nullptr;
+};
+using Journal = std::vector<Change>;
+
+template <class Map>
+std::vector<IpAddr> sortedKeys(const Map& map) {
+  std::vector<IpAddr> keys = map.keys();
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+class SourceWatch final : public QuerierSourceStatus::NotifieeConst,
+                          public std::enable_shared_from_this<SourceWatch> {
+ public:
+  enum State { none, joined, excluded };
+
+  SourceWatch(const Ptr<QuerierSourceStatus>& source, GroupWatch& group)
+      : NotifieeConst(source), group_(group) {}
+
+  void onExpired() override { touch(); }
+  void touch();
+  void goneIs() {
+    gone_ = true;
+    touch();
+  }
+
+  IpAddr addr() const { return notifier()->sourceAddr(); }
+  // In an EXCLUDE group an expired source is an excluded one, in an INCLUDE group it is about to
+  // go.
+  State state(bool inExclude) const {
+    if (gone_) return none;
+    if (!notifier()->expired()) return joined;
+    return inExclude ? excluded : none;
+  }
+  // True when that is news.
+  bool tell(State state) {
+    touched_ = false;
+    return std::exchange(told_, state) != state;
+  }
+
+ private:
+  GroupWatch& group_;
+  State told_ = none;
+  bool touched_ = false;
+  bool gone_ = false;
+};
+
+class GroupWatch final : public QuerierGroupStatus::NotifieeConst,
+                         public std::enable_shared_from_this<GroupWatch> {
+ public:
+  using Sources = Mox::HashMap<IpAddr, std::shared_ptr<SourceWatch>>;
+
+  GroupWatch(const Ptr<QuerierGroupStatus>& group, Journal& journal)
+      : NotifieeConst(group), journal_(journal) {}
+
+  void begin() {
+    journal_.push_back({Change::groupCame, shared_from_this()});
+    for (const IpAddr addr : sortedKeys(notifier()->source())) onSource(addr);
+  }
+  void goneIs() {
+    gone_ = true;
+    journal_.push_back({Change::groupGone, shared_from_this()});
+  }
+  bool gone() const { return gone_; }
+
+  using NotifieeConst::onSource;
+  void onSource(IpAddr addr) override {
+    const Ptr<QuerierSourceStatus> source = notifier()->source(addr);
+    const std::shared_ptr<SourceWatch>* watched = sources_.find(addr);
+    if (source && watched == nullptr) {
+      sources_.insert(addr, std::make_shared<SourceWatch>(source, *this));
+      (*sources_.find(addr))->touch();
+    } else if (!source && watched != nullptr) {
+      (*watched)->goneIs();
+      sources_.erase(addr);
+    }
+  }
+  void onFilterMode() override { touch(); }
+  void onCompatibilityMode() override { touch(); }
+  void touch() {
+    if (!std::exchange(touched_, true)) {
+      journal_.push_back({Change::groupTouched, shared_from_this()});
+    }
+  }
+  void touch(SourceWatch& source) {
+    journal_.push_back({Change::sourceTouched, shared_from_this(), source.shared_from_this()});
+  }
+
+  bool inExclude() const { return notifier()->filterMode() == Gmp::Igmp::filterModeExclude; }
+  // True when mode or version are news.
+  bool tell() {
+    touched_ = false;
+    const QuerierGroupStatus& group = *notifier();
+    const bool modeIsNews = std::exchange(mode_, group.filterMode()) != group.filterMode();
+    const bool versionIsNews =
+        std::exchange(version_, group.compatibilityMode()) != group.compatibilityMode();
+    return modeIsNews || versionIsNews;
+  }
+  const Sources& sources() const { return sources_; }
+
+ private:
+  Journal& journal_;
+  Sources sources_;
+  Gmp::Igmp::IgmpFilterMode mode_ = Gmp::Igmp::filterModeInclude;
+  Gmp::Igmp::IgmpVersion version_ = Gmp::Igmp::igmpVersionUnknown;
+  bool touched_ = false;
+  bool gone_ = false;
+};
+
+void SourceWatch::touch() {
+  if (!std::exchange(touched_, true)) group_.touch(*this);
+}
+
+}  // namespace
+
+class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
+ public:
+  Watch(std::string interface, Ptr<const QuerierStatus> status, EventSink& sink)
+      : NotifieeConst(std::move(status)), interface_(std::move(interface)), sink_(sink) {
+    const QuerierStatus::GroupMap& groups = notifier()->group();
+    for (auto at = groups.begin(); at != groups.end(); ++at) onGroup(at.key());
+  }
+
+  using NotifieeConst::onGroup;
+  void onGroup(IpAddr addr) override {
+    const Ptr<QuerierGroupStatus> group = notifier()->group(addr);
+    const std::shared_ptr<GroupWatch>* watched = groups_.find(addr);
+    if (group && watched == nullptr) {
+      const auto added = std::make_shared<GroupWatch>(group, journal_);
+      groups_.insert(addr, added);
+      added->begin();
+    } else if (!group && watched != nullptr) {
+      (*watched)->goneIs();
+      groups_.erase(addr);
+    }
+  }
+
+  void flush() {
+    tellRole();
+    const Journal changes = std::exchange(journal_, {});
+    for (const Change& change : changes) tell(change);
+  }
+
+ private:
+  Event eventOf(Event::Kind kind) const {
+    return {.time = Mox::now(), .interface = interface_, .kind = kind};
+  }
+
+  void tellRole() {
+    const QuerierStatus& status = *notifier();
+    const bool stateIsNews = std::exchange(state_, status.state()) != status.state();
+    const bool addressIsNews =
+        std::exchange(elected_, status.electedQuerierAddr()) != status.electedQuerierAddr();
+    if (!stateIsNews && !addressIsNews) return;
+    Event event = eventOf(Event::role);
+    event.state = state_;
+    event.address = elected_;
+    sink_.event(event);
+  }
+
+  void tell(const Change& change) {
+    switch (change.what) {
+      case Change::groupCame:
+        change.group->tell();
+        tellGroup(Event::groupJoined, *change.group);
+        return;
+      case Change::groupTouched:
+        if (change.group->gone()) return;  // it fell back to INCLUDE on its way out
+        if (change.group->tell()) tellGroup(Event::groupChanged, *change.group);
+        // What an expired source means depends on the filter mode.
+        for (const IpAddr addr : sortedKeys(change.group->sources())) {
+          tellSource(*change.group, **change.group->sources().find(addr));
+        }
+        return;
+      case Change::groupGone: tellGroup(Event::groupLeft, *change.group); return;
+      case Change::sourceTouched: tellSource(*change.group, *change.source); return;
+    }
+  }
+
+  void tellGroup(Event::Kind kind, const GroupWatch& watch) {
+    const QuerierGroupStatus& group = *watch.notifier();
+    Event event = eventOf(kind);
+    event.group = group.groupAddr();
+    event.address = group.lastReporter();
+    event.version = group.compatibilityMode();
+    event.filterMode = group.filterMode();
+    sink_.event(event);
+  }
+
+  void tellSource(const GroupWatch& group, SourceWatch& source) {
+    const SourceWatch::State state = source.state(group.inExclude());
+    if (!source.tell(state)) return;
+    Event event = eventOf(state == SourceWatch::joined     ? Event::sourceJoined
+                          : state == SourceWatch::excluded ? Event::sourceExcluded
+                                                           : Event::sourceLeft);
+    event.group = group.notifier()->groupAddr();
+    event.source = source.addr();
+    sink_.event(event);
+  }
+
+  const std::string interface_;
+  EventSink& sink_;
+  Journal journal_;
+  Mox::HashMap<IpAddr, std::shared_ptr<GroupWatch>> groups_;
+  QuerierStatus::QuerierState state_ = QuerierStatus::querierStateInitial;
+  IpAddr elected_;
+};
+
+StatusWatcher::StatusWatcher(std::string interface, Ptr<const QuerierStatus> status,
+                             EventSink& sink)
+    : watch_(std::make_unique<Watch>(std::move(interface), std::move(status), sink)) {}
+
+StatusWatcher::~StatusWatcher() = default;
+
+void StatusWatcher::flush() { watch_->flush(); }
+
+}  // namespace Agent

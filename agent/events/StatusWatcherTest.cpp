@@ -1,0 +1,208 @@
+#include <Events/StatusWatcher.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <Mox/ActivityClock.h>
+
+#include <AgentTestSupport/EventRecorder.h>
+#include <AgentTestSupport/TestAddresses.h>
+
+namespace Agent {
+namespace {
+
+using Gmp::Igmp::filterModeExclude;
+using Gmp::Igmp::filterModeInclude;
+using Gmp::Igmp::igmpVersion1;
+using Gmp::Igmp::igmpVersion2;
+using Gmp::Igmp::QuerierGroupStatus;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using Mox::Ptr;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr IpAddr other(239, 2, 2, 2);
+
+class StatusWatcherTest : public testing::Test {
+ protected:
+  StatusWatcherTest() { Mox::virtualTimeIs(1000.0); }
+  ~StatusWatcherTest() override { Mox::realTimeIs(); }
+
+  Ptr<QuerierGroupStatus> join(IpAddr addr) {
+    Ptr<QuerierGroupStatus> joined = status_->groupIs(addr);
+    joined->lastReporterIs(host);
+    joined->compatibilityModeIs(igmpVersion2);
+    joined->filterModeIs(filterModeExclude);
+    return joined;
+  }
+  Ptr<QuerierGroupStatus> joinVersion3(IpAddr addr, Gmp::Igmp::IgmpFilterMode mode) {
+    Ptr<QuerierGroupStatus> joined = status_->groupIs(addr);
+    joined->lastReporterIs(host);
+    joined->filterModeIs(mode);
+    return joined;
+  }
+  std::vector<std::string> told() {
+    watcher_.flush();
+    return events_.taken();
+  }
+
+  EventRecorder events_;
+  Ptr<QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
+  StatusWatcher watcher_{"eth0", status_, events_};
+};
+
+TEST_F(StatusWatcherTest, tellsNothingOfAFreshStatus) { EXPECT_THAT(told(), IsEmpty()); }
+
+TEST_F(StatusWatcherTest, tellsNothingBeforeTheFlush) {
+  join(group);
+  EXPECT_THAT(events_.taken(), IsEmpty());
+}
+
+TEST_F(StatusWatcherTest, aJoinShowsWhatTheWholeReportMadeOfTheGroup) {
+  join(group);
+  Mox::virtualTimeIs(1000.5);
+  EXPECT_THAT(told(), ElementsAre("1000.5 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
+  EXPECT_EQ(events_.events().front().interface, "eth0");
+}
+
+TEST_F(StatusWatcherTest, tellsEachChangeOnce) {
+  join(group);
+  watcher_.flush();
+  events_.taken();
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(StatusWatcherTest, aRoleIsToldWithItsQuerierWhenEitherChanges) {
+  status_->electedQuerierAddrIs(IpAddr(10, 0, 0, 5));
+  status_->stateIs(QuerierStatus::querierStateQuerier);
+  EXPECT_THAT(told(), ElementsAre("1000 role querier (elected 10.0.0.5)"));
+  status_->electedQuerierAddrIs(IpAddr(10, 0, 0, 1));
+  EXPECT_THAT(told(), ElementsAre("1000 role querier (elected 10.0.0.1)"));
+  status_->stateIs(QuerierStatus::querierStateNonQuerier);
+  EXPECT_THAT(told(), ElementsAre("1000 role nonQuerier (elected 10.0.0.1)"));
+}
+
+TEST_F(StatusWatcherTest, changesOfModeAndVersionAreToldTogether) {
+  const auto joined = join(group);
+  told();
+  joined->compatibilityModeIs(igmpVersion1);
+  joined->filterModeIs(filterModeInclude);
+  EXPECT_THAT(told(), ElementsAre("1000 changed 239.1.1.1 (version 1, include)"));
+}
+
+TEST_F(StatusWatcherTest, aValueThatChangedBackIsNotTold) {
+  const auto joined = join(group);
+  told();
+  joined->compatibilityModeIs(igmpVersion1);
+  joined->compatibilityModeIs(igmpVersion2);
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(StatusWatcherTest, whatOnlyRefreshesTheGroupIsNotTold) {
+  const auto joined = join(group);
+  told();
+  joined->expiryTimeIs(1260.0);
+  joined->lastReporterIs(IpAddr(10, 0, 0, 12));
+  EXPECT_THAT(told(), IsEmpty());
+}
+
+TEST_F(StatusWatcherTest, aGroupThatFellBackToIncludeOnItsWayOutOnlyLeft) {
+  const auto joined = join(group);
+  told();
+  joined->filterModeIs(filterModeInclude);
+  status_->groupDel(group);
+  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1"));
+}
+
+TEST_F(StatusWatcherTest, whatCameAndWentWithinOneFlushIsToldInOrder) {
+  join(group);
+  join(other);
+  status_->groupDel(group);
+  EXPECT_THAT(told(),
+              ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 2)",
+                          "1000 joined 239.2.2.2 by 10.0.0.11 (version 2)", "1000 left 239.1.1.1"));
+}
+
+TEST_F(StatusWatcherTest, whatWentAndCameBackWithinOneFlushIsToldInOrder) {
+  join(group);
+  told();
+  status_->groupDel(group);
+  join(group);
+  EXPECT_THAT(told(),
+              ElementsAre("1000 left 239.1.1.1", "1000 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
+}
+
+TEST_F(StatusWatcherTest, sourcesOfAnIncludeGroupJoinAndLeave) {
+  const auto joined = joinVersion3(group, filterModeInclude);
+  joined->sourceIs(sender);
+  EXPECT_THAT(told(), ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 3, include)",
+                                  "1000 joined 239.1.1.1 source 10.0.0.50"));
+  joined->source(sender)->expiredIs(true);
+  joined->sourceDel(sender);
+  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50"));
+}
+
+TEST_F(StatusWatcherTest, anExpiredSourceOfAnExcludeGroupIsExcluded) {
+  const auto joined = joinVersion3(group, filterModeExclude);
+  const auto source = joined->sourceIs(sender);
+  told();
+  source->expiredIs(true);
+  EXPECT_THAT(told(), ElementsAre("1000 excluded 239.1.1.1 source 10.0.0.50"));
+  source->expiredIs(false);
+  EXPECT_THAT(told(), ElementsAre("1000 joined 239.1.1.1 source 10.0.0.50"));
+}
+
+TEST_F(StatusWatcherTest, aChangeOfModeChangesWhatAnExpiredSourceMeans) {
+  const auto joined = joinVersion3(group, filterModeExclude);
+  joined->sourceIs(sender)->expiredIs(true);
+  told();
+  joined->filterModeIs(filterModeInclude);
+  EXPECT_THAT(told(), ElementsAre("1000 changed 239.1.1.1 (version 3, include)",
+                                  "1000 left 239.1.1.1 source 10.0.0.50"));
+}
+
+TEST_F(StatusWatcherTest, aSourceThatWentAndCameBackIsToldInOrder) {
+  const auto joined = joinVersion3(group, filterModeExclude);
+  joined->sourceIs(sender);
+  told();
+  joined->sourceDel(sender);
+  joined->sourceIs(sender);
+  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50",
+                                  "1000 joined 239.1.1.1 source 10.0.0.50"));
+}
+
+TEST_F(StatusWatcherTest, aWatcherThatComesLateTellsWhatIsThere) {
+  joinVersion3(group, filterModeInclude)->sourceIs(sender);
+  status_->stateIs(QuerierStatus::querierStateQuerier);
+  EventRecorder late;
+  StatusWatcher watcher("eth0", status_, late);
+  watcher.flush();
+  EXPECT_THAT(late.taken(), ElementsAre("1000 role querier",
+                                        "1000 joined 239.1.1.1 by 10.0.0.11 (version 3, include)",
+                                        "1000 joined 239.1.1.1 source 10.0.0.50"));
+}
+
+TEST_F(StatusWatcherTest, aWatcherThatIsGoneWatchesNothing) {
+  const auto joined = joinVersion3(group, filterModeInclude);
+  {
+    EventRecorder brief;
+    const StatusWatcher watcher("eth0", status_, brief);
+    EXPECT_EQ(status_->notifiees(), 2u);
+    EXPECT_EQ(joined->notifiees(), 2u);
+  }
+  EXPECT_EQ(status_->notifiees(), 1u);
+  EXPECT_EQ(joined->notifiees(), 1u);
+}
+
+TEST_F(StatusWatcherTest, aGroupThatLeftIsLetGoByTheFlush) {
+  const auto joined = joinVersion3(group, filterModeInclude);
+  status_->groupDel(group);
+  EXPECT_EQ(joined->notifiees(), 1u);
+  watcher_.flush();
+  EXPECT_EQ(joined->notifiees(), 0u);
+  EXPECT_EQ(joined->refs(), 1u);
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,133 @@
+// For tests: a querier of an interface whose frames end in the test, in virtual time.
+#pragma once
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Host/InterfaceQuerier.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
+#include <Mox/ActivityClock.h>
+#include <gtest/gtest.h>
+
+#include <AgentTestSupport/EventRecorder.h>
+#include <AgentTestSupport/TestAddresses.h>
+
+namespace Agent {
+
+class InterfaceQuerierTest : public testing::Test {
+ protected:
+  using Bytes = std::vector<Mox::U8>;
+
+  static constexpr Ilvo::IpAddr ourAddr{10, 0, 0, 2};
+  static constexpr Ilvo::IpAddr lowerAddr{10, 0, 0, 1};
+  static constexpr MacAddr ourMac{0x02, 0, 0, 0, 0, 2};
+  static constexpr MacAddr hostMac{0x02, 0, 0, 0, 0, 11};
+
+  static Link linkWith(Ilvo::IpAddr addr) {
+    return {.index = 2,
+            .name = "eth0",
+            .up = true,
+            .running = true,
+            .ethernet = true,
+            .multicast = true,
+            .mtu = 1500,
+            .mac = ourMac,
+            .addresses = {{.address = addr, .prefixLength = 24, .global = true}}};
+  }
+
+  struct Port final : FramePort {
+    explicit Port(InterfaceQuerierTest& owner) : test(owner) { ++test.portsOpen_; }
+    ~Port() override { --test.portsOpen_; }
+    std::string send(std::span<const Mox::U8> frame) override {
+      if (test.sendFails_.empty()) {
+        test.sent_.emplace_back(frame.begin(), frame.end());
+      }
+      return test.sendFails_;
+    }
+    Mox::U64 dropped() override { return test.dropped_; }
+    InterfaceQuerierTest& test;
+  };
+
+  InterfaceQuerierTest() {
+    Mox::virtualTimeIs(1000.0);
+    srand48(1);
+    wheel_ = Mox::makePtr<Obel::TimerWheel>(1000.0);
+  }
+  ~InterfaceQuerierTest() override { Mox::realTimeIs(); }
+
+  InterfaceQuerier& querier() {
+    if (!querier_) querier_ = std::make_unique<InterfaceQuerier>(services(), setup());
+    return *querier_;
+  }
+  const InterfaceQuerier::Services& services() {
+    services_ = std::make_unique<InterfaceQuerier::Services>(
+        InterfaceQuerier::Services{.wheel = wheel_,
+                                   .turn = [this] { wheel_->turn(Mox::now()); },
+                                   .openPort =
+                                       [this](const Link&, FrameReceiver& receiver) {
+                                         if (!openFails_.empty()) {
+                                           throw std::runtime_error(openFails_);
+                                         }
+                                         receiver_ = &receiver;
+                                         return std::make_unique<Port>(*this);
+                                       },
+                                   .sink = events_,
+                                   .tellQueries = tellQueries_});
+    return *services_;
+  }
+  InterfaceQuerier::Setup setup() const { return {.name = "eth0", .config = config_}; }
+
+  void up(Ilvo::IpAddr addr = ourAddr) {
+    const Link link = linkWith(addr);
+    querier().linkIs(&link);
+  }
+  void down() {
+    Link link = linkWith(ourAddr);
+    link.up = false;
+    querier().linkIs(&link);
+  }
+  void advance(Mox::Seconds seconds) {
+    const Mox::Seconds until = Mox::now() + seconds;
+    while (wheel_->nextDue() <= until) {
+      Mox::virtualTimeIs(std::max(Mox::now(), wheel_->nextDue()));
+      wheel_->turn(Mox::now());
+      querier().flush();
+    }
+    Mox::virtualTimeIs(until);
+  }
+  void hear(const Bytes& packet, const MacAddr& from = hostMac) {
+    rxFrame(packet, from);
+    receiver_->rxBatchEnd();
+  }
+  void rxFrame(const Bytes& packet, const MacAddr& from = hostMac) {
+    Bytes frame(6, 0x01);
+    frame.insert(frame.end(), from.begin(), from.end());
+    frame.insert(frame.end(), {0x08, 0x00});
+    frame.insert(frame.end(), packet.begin(), packet.end());
+    receiver_->rxFrame(frame);
+  }
+  void join() { hear(Ilvo::buildV2Report(group, {.src = host})); }
+  const Gmp::Igmp::QuerierStatus& status() { return *querier().view().status; }
+  const InterfaceState& state() { return *querier().state(); }
+  std::vector<Bytes> sent() { return std::exchange(sent_, {}); }
+
+  Mox::Ptr<Obel::TimerWheel> wheel_;
+  EventRecorder events_;
+  Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
+  bool tellQueries_ = false;
+  std::string openFails_;
+  std::string sendFails_;
+  Mox::U64 dropped_ = 0;
+  int portsOpen_ = 0;
+  std::vector<Bytes> sent_;
+  FrameReceiver* receiver_ = nullptr;
+  std::unique_ptr<InterfaceQuerier::Services> services_;
+  std::unique_ptr<InterfaceQuerier> querier_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,166 @@
+#include <Link/LinkTable.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include <arpa/inet.h>
+#include <libmnl/libmnl.h>
+#include <linux/if.h>
+#include <linux/if_addr.h>
+#include <linux/if_arp.h>
+#include <linux/if_link.h>
+#include <linux/rtnetlink.h>
+
+namespace Agent {
+
+using Ilvo::IpAddr;
+using Mox::U32;
+using Mox::U8;
+
+namespace {
+
+// The attributes behind a message's fixed part; libmnl's own loop, as a range would be.
+template <class F>
+void forEachAttr(const nlmsghdr& message, size_t fixedPart, F&& use) {
+  mnl_attr_parse(
+      &message, static_cast<unsigned>(fixedPart),
+      [](const nlattr* attr, void* data) {
+        (*static_cast<std::remove_reference_t<F>*>(data))(*attr);
+        return MNL_CB_OK;
+      },
+      &use);
+}
+
+bool hasPayload(const nlmsghdr& message, size_t bytes) {
+  return mnl_nlmsg_get_payload_len(&message) >= bytes;
+}
+
+void readName(const nlattr& attr, Link& link) {
+  if (mnl_attr_validate(&attr, MNL_TYPE_NUL_STRING) == 0) link.name = mnl_attr_get_str(&attr);
+}
+
+void readMtu(const nlattr& attr, Link& link) {
+  if (mnl_attr_validate(&attr, MNL_TYPE_U32) == 0) link.mtu = mnl_attr_get_u32(&attr);
+}
+
+void readMac(const nlattr& attr, Link& link) {
+  if (mnl_attr_get_payload_len(&attr) != link.mac.size()) return;
+  std::memcpy(link.mac.data(), mnl_attr_get_payload(&attr), link.mac.size());
+}
+
+}  // namespace
+
+std::optional<IpAddr> Link::primaryAddress() const {
+  const auto primary = std::ranges::find_if(
+      addresses, [](const LinkAddress& a) { return a.global && !a.secondary; });
+  if (primary == addresses.end()) return std::nullopt;
+  return primary->address;
+}
+
+bool isUsable(const Link& link) {
+  return link.up && link.running && link.mtu >= minIpv4Mtu && whyUnfit(link).empty() &&
+         link.primaryAddress().has_value();
+}
+
+std::string whyUnfit(const Link& link) {
+  if (link.loopback) return "is a loopback interface, which has no neighbours to ask";
+  if (!link.ethernet) return "is not an Ethernet interface";
+  if (!link.multicast) return "cannot do multicast; `ip link set " + link.name + " multicast on`";
+  return {};
+}
+
+void LinkTable::apply(std::span<const std::byte> datagram) {
+  const auto applyOne = [](const nlmsghdr* message, void* table) {
+    static_cast<LinkTable*>(table)->apply(*message);
+    return MNL_CB_OK;
+  };
+  mnl_cb_run(datagram.data(), datagram.size(), 0, 0, applyOne, this);
+}
+
+// The kernel pads what it says. libmnl relies on it and would read behind a message that is not.
+void LinkTable::apply(const nlmsghdr& message) {
+  if (message.nlmsg_len % MNL_ALIGNTO != 0) return;
+  switch (message.nlmsg_type) {
+    case RTM_NEWLINK: applyNewLink(message); return;
+    case RTM_DELLINK: applyDelLink(message); return;
+    case RTM_NEWADDR:
+    case RTM_DELADDR: applyAddress(message); return;
+    default: return;
+  }
+}
+
+// A bridge tells of its ports with link messages, too, in a family of their own: a port that leaves
+// its bridge is still an interface.
+void LinkTable::applyNewLink(const nlmsghdr& message) {
+  if (!hasPayload(message, sizeof(ifinfomsg))) return;
+  const auto& info = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
+  if (info.ifi_family != AF_UNSPEC || info.ifi_index <= 0) return;
+  Link& link = links_[static_cast<U32>(info.ifi_index)];
+  link.index = static_cast<U32>(info.ifi_index);
+  link.up = (info.ifi_flags & IFF_UP) != 0;
+  link.running = (info.ifi_flags & IFF_RUNNING) != 0;
+  link.loopback = (info.ifi_flags & IFF_LOOPBACK) != 0;
+  link.multicast = (info.ifi_flags & IFF_MULTICAST) != 0;
+  link.ethernet = info.ifi_type == ARPHRD_ETHER;
+  forEachAttr(message, sizeof(ifinfomsg), [&](const nlattr& attr) {
+    switch (mnl_attr_get_type(&attr)) {
+      case IFLA_IFNAME: readName(attr, link); return;
+      case IFLA_MTU: readMtu(attr, link); return;
+      case IFLA_ADDRESS: readMac(attr, link); return;
+      default: return;
+    }
+  });
+}
+
+void LinkTable::applyDelLink(const nlmsghdr& message) {
+  if (!hasPayload(message, sizeof(ifinfomsg))) return;
+  const auto& info = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
+  if (info.ifi_family == AF_UNSPEC) links_.erase(static_cast<U32>(info.ifi_index));
+}
+
+void LinkTable::applyAddress(const nlmsghdr& message) {
+  if (!hasPayload(message, sizeof(ifaddrmsg))) return;
+  const auto& info = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&message));
+  const auto found = links_.find(info.ifa_index);
+  if (info.ifa_family != AF_INET || found == links_.end()) return;
+  LinkAddress addr{.address = {},
+                   .prefixLength = info.ifa_prefixlen,
+                   .global = info.ifa_scope == RT_SCOPE_UNIVERSE,
+                   .secondary = (info.ifa_flags & IFA_F_SECONDARY) != 0};
+  bool isThere = false;
+  forEachAttr(message, sizeof(ifaddrmsg), [&](const nlattr& attr) {
+    // The local one: on a point-to-point link, IFA_ADDRESS is the neighbour's.
+    if (mnl_attr_get_type(&attr) != IFA_LOCAL) return;
+    if (mnl_attr_validate(&attr, MNL_TYPE_U32) != 0) return;
+    addr.address = IpAddr(ntohl(mnl_attr_get_u32(&attr)));
+    isThere = true;
+  });
+  if (!isThere) return;
+  std::vector<LinkAddress>& all = found->second.addresses;
+  const auto old = std::ranges::find_if(all, [&](const LinkAddress& a) {
+    return a.address == addr.address && a.prefixLength == addr.prefixLength;
+  });
+  if (message.nlmsg_type == RTM_DELADDR) {
+    if (old != all.end()) all.erase(old);
+  } else if (old != all.end()) {
+    *old = addr;
+  } else {
+    all.push_back(addr);
+  }
+}
+
+const Link* LinkTable::find(std::string_view name) const {
+  const auto found =
+      std::ranges::find_if(links_, [&](const auto& entry) { return entry.second.name == name; });
+  return found == links_.end() ? nullptr : &found->second;
+}
+
+std::vector<std::string> LinkTable::names() const {
+  std::vector<std::string> all;
+  for (const auto& [index, link] : links_) {
+    if (!link.name.empty()) all.push_back(link.name);
+  }
+  return all;
+}
+
+}  // namespace Agent

@@ -1,0 +1,51 @@
+// Watches the machine's network interfaces: the kernel is asked once for all of them and tells of
+// changes from then on. When changes came faster than they were read, all are asked for again.
+//
+// Changes are told by name, for the state that holds when all that had arrived was read: an
+// interface that went down and came up in between has not changed.
+//
+//   LinkMonitor monitor(io, [](const std::string& name, const Link* link) { ... });
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include <Link/LinkTable.h>
+#include <Local/ReadableWatch.h>
+#include <boost/asio/io_context.hpp>
+
+struct mnl_socket;
+
+namespace Agent {
+
+using NetlinkSocket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
+
+// All interfaces as they are now. Throws std::system_error when they cannot be had.
+LinkTable currentLinks();
+
+class LinkMonitor {
+ public:
+  // The link is null when there is no interface of that name any more. It is valid during the call.
+  using Handler = std::function<void(const std::string& name, const Link* link)>;
+
+  // Throws std::system_error when the kernel cannot be asked.
+  LinkMonitor(boost::asio::io_context& io, Handler handler);
+  LinkMonitor(const LinkMonitor&) = delete;
+  LinkMonitor& operator=(const LinkMonitor&) = delete;
+
+  const LinkTable& links() const { return table_; }
+
+ private:
+  void handleReadable();
+  // False when messages were lost.
+  bool readAll(LinkTable& table);
+  void tableIs(LinkTable table);
+
+  NetlinkSocket socket_;
+  Handler handler_;
+  LinkTable table_;
+  ReadableWatch watch_;  // of the socket, so it goes before it
+};
+
+}  // namespace Agent

@@ -1,0 +1,85 @@
+// The network interfaces of the machine and their IPv4 addresses, as the kernel's rtnetlink
+// messages tell them.
+//
+// Messages are outside bytes: a message that is too short, or an attribute of the wrong size,
+// changes nothing; an attribute that is missing leaves what was known.
+//
+//   LinkTable table;
+//   table.apply(datagram);
+//   if (const Link* link = table.find("eth0")) use(link->primaryAddress());
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Ilvo/IpAddr.h>
+#include <Link/Ethernet.h>
+#include <MoxBase/Types.h>
+
+struct nlmsghdr;
+
+namespace Agent {
+
+struct LinkAddress {
+  Ilvo::IpAddr address;
+  Mox::U8 prefixLength = 0;
+  bool global = false;     // not only good on this link or on this machine
+  bool secondary = false;  // another one of the same subnet came before
+  friend bool operator==(const LinkAddress&, const LinkAddress&) = default;
+};
+
+struct Link {
+  Mox::U32 index = 0;
+  std::string name = {};
+  bool up = false;
+  bool running = false;  // has a carrier
+  bool ethernet = false;
+  bool loopback = false;
+  bool multicast = false;
+  Mox::U32 mtu = 0;
+  MacAddr mac = {};
+  std::vector<LinkAddress> addresses = {};  // as the kernel orders them
+
+  // The one that stands for the interface: the first global one of a subnet.
+  std::optional<Ilvo::IpAddr> primaryAddress() const;
+
+  friend bool operator==(const Link&, const Link&) = default;
+};
+
+// What can hold an IPv4 header with options and one more word: below it, IPv4 is off (RFC 791 3.2).
+inline constexpr Mox::U32 minIpv4Mtu = 68;
+
+// A querier can work on it as it is now.
+bool isUsable(const Link& link);
+
+// Why this is an interface that no querier can ever work on; empty if it is not.
+std::string whyUnfit(const Link& link);
+
+class LinkTable {
+ public:
+  using Links = std::map<Mox::U32, Link>;
+
+  // All messages of one datagram, which is aligned as the kernel aligns it.
+  void apply(std::span<const std::byte> datagram);
+  void apply(const nlmsghdr& message);
+
+  // By index; those whose name is not known yet included.
+  const Links& links() const { return links_; }
+  // Null when there is none of that name.
+  const Link* find(std::string_view name) const;
+  std::vector<std::string> names() const;
+
+ private:
+  void applyNewLink(const nlmsghdr& message);
+  void applyDelLink(const nlmsghdr& message);
+  void applyAddress(const nlmsghdr& message);
+
+  Links links_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,145 @@
+#include <Replay/CaptureReplay.h>
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <utility>
+
+#include <Events/LibraryMessages.h>
+#include <Events/StatusWatcher.h>
+#include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Ilvo/Pkt.h>
+#include <Mox/ActivityClock.h>
+#include <Obel/TimerWheel.h>
+
+namespace Agent {
+
+using Gmp::Igmp::QuerierConfig;
+using Gmp::Igmp::QuerierSm;
+using Gmp::Igmp::QuerierStatus;
+using Mox::Ptr;
+using Mox::Seconds;
+
+namespace {
+
+constexpr Mox::U32 ethernetMtu = 1500;
+
+// Tells each query that the querier publishes.
+class QueryTeller final : public QuerierSm::NotifieeConst {
+ public:
+  QueryTeller(const Ptr<QuerierSm>& querier, EventSink& sink)
+      : NotifieeConst(querier), sink_(sink) {
+    if (querier->writableCount() != 0) onWritableCount();
+  }
+  void onWritableCount() override {
+    sink_.event(
+        querySentEvent(notifier()->name().string(), notifier()->dstGroup(), notifier()->sendPkt()));
+  }
+
+ private:
+  EventSink& sink_;
+};
+
+}  // namespace
+
+// The querier with all that it needs, from the moment on that the clock shows.
+class CaptureReplay::Querier {
+ public:
+  explicit Querier(const CaptureReplay& replay)
+      : messages_(replay.sink_),
+        watcher_(replay.config_->name().string(), status_, replay.sink_),
+        querier_(Gmp::Igmp::querierSmFactory(replay.config_, status_, replay.options_.address,
+                                             ethernetMtu, 0, wheel_, wheel_, wheel_, false)),
+        queries_(querier_, replay.sink_) {
+    querier_->mcastBoundaryIntfStatusIs(replay.boundary_);
+    watcher_.flush();
+  }
+
+  // At each expiry the clock stands at its due time.
+  void advanceTo(Seconds time) {
+    while (wheel_->nextDue() <= time) {
+      turn(std::max(Mox::now(), wheel_->nextDue()));
+    }
+    turn(time);
+  }
+
+  void hear(std::span<const Mox::U8> ipv4) {
+    querier_->doRxPkt(Mox::makePtr<Ilvo::Pkt>(ipv4));
+    watcher_.flush();
+  }
+
+  const Ptr<QuerierStatus>& status() const { return status_; }
+
+ private:
+  void turn(Seconds time) {
+    Mox::virtualTimeIs(time);
+    wheel_->turn(time);
+    watcher_.flush();
+  }
+
+  const Ptr<Obel::TimerWheel> wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
+  const Ptr<QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
+  const LibraryMessages messages_;
+  StatusWatcher watcher_;
+  const Ptr<QuerierSm> querier_;
+  const QueryTeller queries_;
+};
+
+Mox::U64 ReplaySummary::skippedInAll() const {
+  Mox::U64 sum = 0;
+  for (const auto& [reason, count] : skipped) sum += count;
+  return sum;
+}
+
+CaptureReplay::CaptureReplay(const ReplayOptions& options, Ptr<const QuerierConfig> config,
+                             Ptr<const Ilvo::IntfBoundaryStatus> boundary, EventSink& sink)
+    : options_(options), config_(std::move(config)), boundary_(std::move(boundary)), sink_(sink) {}
+
+CaptureReplay::~CaptureReplay() = default;
+
+void CaptureReplay::run(CaptureFile& file) {
+  Mox::virtualTimeIs(start_);  // also where no frame comes to say otherwise
+  while (const std::optional<CaptureFile::Frame> frame = file.next()) hear(*frame);
+  summary_.damage = file.damage();
+  if (querier_) querier_->advanceTo(Mox::now() + options_.until);
+}
+
+void CaptureReplay::hear(const CaptureFile::Frame& frame) {
+  if (!querier_) {
+    srand48(static_cast<long>(options_.seed));
+    start_ = lastStamp_ = frame.time;
+    Mox::virtualTimeIs(frame.time);
+    querier_ = std::make_unique<Querier>(*this);
+  }
+  querier_->advanceTo(timeOf(frame));
+  ++summary_.frames;
+  if (frame.content.skipped) {
+    ++summary_.skipped[*frame.content.skipped];
+  } else {
+    ++summary_.igmp;
+    querier_->hear(frame.content.ipv4);
+  }
+}
+
+// What counts is the time since the frame before, so that the frames behind a gap that was
+// shortened keep their distances.
+Seconds CaptureReplay::timeOf(const CaptureFile::Frame& frame) {
+  const Seconds passed = frame.time - lastStamp_;
+  if (passed < 0.0) {
+    ++summary_.backwards;
+    return Mox::now();
+  }
+  lastStamp_ = frame.time;
+  if (passed > options_.maxGap) {
+    ++summary_.shortenedGaps;
+    shift_ += passed - options_.maxGap;
+  }
+  return std::max(Mox::now(), frame.time - shift_);
+}
+
+std::vector<InterfaceView> CaptureReplay::interfaces() const {
+  if (!querier_) return {};
+  return {{config_->name().string(), options_.address, config_, querier_->status(), true}};
+}
+
+}  // namespace Agent

@@ -1,0 +1,88 @@
+// A querier that lives through a capture: it hears its frames at their times, in virtual time.
+//
+// It begins at the time of the first frame, or at 0 if there is none. Before a frame is handed
+// over, every timer that is due by its time has fired, at its own time. Everything on the way is
+// told to the sink: the changes of the state and the queries that this querier would have sent.
+// Time that runs backwards in the capture stands still here, and a gap longer than `maxGap` is
+// shortened to it: clocks are set while captures run. The same capture with the same options gives
+// the same events. The process's clock stays virtual afterwards.
+//
+//   CaptureReplay replay(options, config, nullptr, *sink);
+//   replay.run(file);
+//   printState(stdout, StatePart::everything, replay.interfaces(), Mox::now(), Format::text);
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <Events/Event.h>
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <Ilvo/IntfBoundaryStatus.h>
+#include <Ilvo/IpAddr.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
+#include <Replay/CaptureFile.h>
+#include <Report/StateReport.h>
+
+namespace Agent {
+
+struct ReplayOptions {
+  Ilvo::IpAddr address;           // of the querier; unicast
+  Mox::U32 seed = 0;              // of everything that is left to chance
+  Mox::Seconds until = 0.0;       // how long time runs on behind the last frame
+  Mox::Seconds maxGap = 86400.0;  // between two frames
+};
+
+struct ReplaySummary {
+  Mox::U64 frames = 0;
+  Mox::U64 igmp = 0;  // handed to the querier
+  std::map<SkipReason, Mox::U64> skipped = {};
+  Mox::U64 backwards = 0;  // frames whose time was before that of the frame before them
+  Mox::U64 shortenedGaps = 0;
+  std::string damage = {};  // why reading ended early
+
+  Mox::U64 skippedInAll() const;
+};
+
+class CaptureReplay {
+ public:
+  CaptureReplay(const ReplayOptions& options, Mox::Ptr<const Gmp::Igmp::QuerierConfig> config,
+                Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary, EventSink& sink);
+  ~CaptureReplay();
+  CaptureReplay(const CaptureReplay&) = delete;
+  CaptureReplay& operator=(const CaptureReplay&) = delete;
+
+  // Once.
+  void run(CaptureFile& file);
+
+  // The time of the first frame.
+  Mox::Seconds start() const { return start_; }
+  // The one interface; none when the capture held no frame.
+  std::vector<InterfaceView> interfaces() const;
+  const ReplaySummary& summary() const { return summary_; }
+
+ private:
+  class Querier;
+
+  void hear(const CaptureFile::Frame& frame);
+  Mox::Seconds timeOf(const CaptureFile::Frame& frame);
+
+  const ReplayOptions options_;
+  const Mox::Ptr<const Gmp::Igmp::QuerierConfig> config_;
+  const Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary_;
+  EventSink& sink_;
+  ReplaySummary summary_;
+  Mox::Seconds start_ = 0.0;
+  Mox::Seconds lastStamp_ = 0.0;  // the latest of the frames so far
+  Mox::Seconds shift_ = 0.0;      // what the shortened gaps took away
+  std::unique_ptr<Querier> querier_;
+};
+
+// What became of the frames, for people or as a JSON line with "event": "summary".
+void printSummary(std::FILE* out, const ReplaySummary& summary, Mox::Seconds now, Format format);
+std::string summaryText(const ReplaySummary& summary);
+std::string summaryJson(const ReplaySummary& summary, Mox::Seconds now);
+
+}  // namespace Agent

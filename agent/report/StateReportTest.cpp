@@ -1,0 +1,268 @@
+#include <Report/StateReport.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace Agent {
+namespace {
+
+using Gmp::Igmp::QuerierGroupStatus;
+using Gmp::Igmp::QuerierStatus;
+using Ilvo::IpAddr;
+using Mox::never;
+using Mox::Ptr;
+
+constexpr Mox::Seconds now = 1000.0;
+
+InterfaceView interfaceNamed(const char* name, IpAddr addr) {
+  return {name, addr, Gmp::Igmp::querierConfigFactory(name), Gmp::Igmp::querierStatusFactory()};
+}
+
+QuerierStatus& statusOf(const InterfaceView& view) {
+  return const_cast<QuerierStatus&>(*view.status);
+}
+
+void becomeQuerier(const InterfaceView& view) {
+  QuerierStatus& status = statusOf(view);
+  status.stateIs(QuerierStatus::querierStateQuerier);
+  status.querierVersionIs(Gmp::Igmp::igmpVersion2);
+  status.electedQuerierAddrIs(view.address);
+  status.generalQueryExpiryTimeIs(1012.3);
+  status.otherQuerierExpiryTimeIs(never);
+  status.v2QueriesSentIs(4294967295u);
+}
+
+void joinVersion2(const InterfaceView& view, IpAddr addr) {
+  const Ptr<QuerierGroupStatus> group = statusOf(view).groupIs(addr);
+  group->compatibilityModeIs(Gmp::Igmp::igmpVersion2);
+  group->filterModeIs(Gmp::Igmp::filterModeExclude);
+  group->creationTimeIs(996.8);
+  group->expiryTimeIs(1250.0);
+  group->lastReporterIs(IpAddr(10, 0, 0, 11));
+}
+
+// In EXCLUDE: one source that somebody wants, one that nobody does.
+void joinVersion3(const InterfaceView& view, IpAddr addr) {
+  const Ptr<QuerierGroupStatus> group = statusOf(view).groupIs(addr);
+  group->filterModeIs(Gmp::Igmp::filterModeExclude);
+  group->creationTimeIs(900.0);
+  group->expiryTimeIs(1100.0);
+  group->sourceIs(IpAddr(10, 0, 0, 51))->expiredIs(true);
+  group->source(IpAddr(10, 0, 0, 51))->creationTimeIs(990.0);
+  group->source(IpAddr(10, 0, 0, 51))->expiryTimeIs(never);
+  group->sourceIs(IpAddr(10, 0, 0, 50))->expiryTimeIs(1200.0);
+  group->source(IpAddr(10, 0, 0, 50))->creationTimeIs(999.0);
+}
+
+TEST(StateText, showsInterfacesGroupsSourcesAndCountersInColumns) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                    interfaceNamed("eth1.100", IpAddr(192, 168, 100, 1))};
+  becomeQuerier(views[0]);
+  views[0].electedTime = 750.0;
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  const std::string text = stateText(StatePart::everything, views, now);
+  const size_t groups = text.find("\n\n") + 2;
+  EXPECT_EQ(text.substr(0, groups),
+            "INTERFACE  ADDRESS        ROLE     QUERIER   SINCE  VERSION  ROBUSTNESS  INTERVAL  "
+            "RESPONSE  NEXT QUERY  QUERIER LOST  GROUPS\n"
+            "eth0       10.0.0.1       querier  10.0.0.1  4m10s  2        2           2m05s     "
+            "10s       12s         -             2\n"
+            "eth1.100   192.168.100.1  initial  -         -      0        2           2m05s     "
+            "10s       -           -             0\n\n");
+  EXPECT_EQ(text.substr(groups),
+            R"(INTERFACE  GROUP        MODE       VERSION  REPORTER   UP     LEFT
+eth0       232.1.1.1    exclude    3        0.0.0.0    1m40s  1m40s
+eth0         10.0.0.50  forwarded                      1.0s   3m20s
+eth0         10.0.0.51  excluded                       10s    -
+eth0       239.1.1.1    exclude    2        10.0.0.11  3.2s   4m10s
+
+COUNTER                   eth0        eth1.100
+joins                     0           0
+v1QueriesSent             0           0
+v2QueriesSent             4294967295  0
+v3QueriesSent             0           0
+v3GSQueriesSent           0           0
+v3GSSQueriesSent          0           0
+v1QueriesReceived         0           0
+v2QueriesReceived         0           0
+v3QueriesReceived         0           0
+v1ReportReceived          0           0
+v2ReportReceived          0           0
+v2LeaveReceived           0           0
+v3ReportReceived          0           0
+errorPacketReceived       0           0
+otherPacketReceived       0           0
+mcastBoundaryPktReceived  0           0
+)");
+}
+
+TEST(StateText, saysThatThereIsNothing) {
+  EXPECT_EQ(stateText(StatePart::everything, {}, now), "no interfaces\n");
+  const std::vector views{interfaceNamed("eth0", IpAddr())};
+  EXPECT_NE(stateText(StatePart::everything, views, now).find("\nno groups\n"), std::string::npos);
+}
+
+TEST(StateText, aQuerierThatDoesNotRunShowsNoTimes) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  views[0].running = false;
+  views[0].electedTime = 750.0;
+  const std::string text = stateText(StatePart::everything, views, now);
+  EXPECT_NE(
+      text.find("eth0       10.0.0.1  stopped  10.0.0.1  -      2        2           2m05s     "
+                "10s       -           -             1\n"),
+      std::string::npos)
+      << text;
+  EXPECT_NE(text.find("10.0.0.11  3.2s  -\n"), std::string::npos) << text;
+}
+
+TEST(StateJson, holdsEverythingInOneLine) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  views[0].electedTime = 750.0;
+  EXPECT_EQ(
+      stateJson(StatePart::everything, views, now),
+      R"({"time":1000.0,"event":"state","interfaces":[{"interface":"eth0",)"
+      R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
+      R"("querierUpSeconds":250.0,"querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
+      R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
+      R"("otherQuerierExpirySeconds":null,"groupCount":1,"counters":{"joins":0,"v1QueriesSent":0,)"
+      R"("v2QueriesSent":4294967295,"v3QueriesSent":0,"v3GSQueriesSent":0,)"
+      R"("v3GSSQueriesSent":0,"v1QueriesReceived":0,"v2QueriesReceived":0,)"
+      R"("v3QueriesReceived":0,"v1ReportReceived":0,"v2ReportReceived":0,)"
+      R"("v2LeaveReceived":0,"v3ReportReceived":0,"errorPacketReceived":0,)"
+      R"("otherPacketReceived":0,"mcastBoundaryPktReceived":0},"groups":[)"
+      R"({"group":"239.1.1.1","filterMode":"exclude","compatibilityMode":2,)"
+      R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,)"
+      R"("sources":[]}]}]})"
+      "\n");
+}
+
+TEST(StateJson, showsSourcesInAddressOrder) {
+  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  const auto json = nlohmann::ordered_json::parse(stateJson(StatePart::everything, views, now));
+  EXPECT_EQ(json["interfaces"][0]["groups"][0]["sources"].dump(),
+            R"([{"source":"10.0.0.50","excluded":false,"upSeconds":1.0,"timeLeftSeconds":200.0},)"
+            R"({"source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null}])");
+}
+
+TEST(StateJson, whatIsNotKnownIsNull) {
+  std::vector views{interfaceNamed("eth0", IpAddr())};
+  becomeQuerier(views[0]);
+  statusOf(views[0]).electedQuerierAddrIs(IpAddr());
+  views[0].running = false;
+  const auto json =
+      nlohmann::json::parse(stateJson(StatePart::everything, views, now))["interfaces"][0];
+  EXPECT_TRUE(json["address"].is_null());
+  EXPECT_TRUE(json["querier"].is_null());
+  EXPECT_TRUE(json["querierUpSeconds"].is_null());
+  EXPECT_TRUE(json["nextQuerySeconds"].is_null());
+  EXPECT_EQ(json["running"], false);
+}
+
+TEST(StateJson, aTimeThatHasPassedIsNotNegative) {
+  const std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  const auto json =
+      nlohmann::json::parse(stateJson(StatePart::everything, views, 2000.0))["interfaces"][0];
+  EXPECT_EQ(json["nextQuerySeconds"], 0.0);
+}
+
+// A copy of an agent that keeps its address and whether its querier runs to itself.
+InterfaceView viewOfACopy() {
+  InterfaceView view = interfaceNamed("eth0", IpAddr());
+  statusOf(view).stateIs(QuerierStatus::querierStateNonQuerier);
+  statusOf(view).electedQuerierAddrIs(IpAddr(10, 0, 0, 1));
+  statusOf(view).otherQuerierExpiryTimeIs(1100.0);
+  statusOf(view).generalQueryExpiryTimeIs(never);
+  view.isCopy = true;
+  return view;
+}
+
+TEST(StateParts, interfacesShowNoAddressesWhereNoneIsKnown) {
+  const std::vector views{viewOfACopy()};
+  EXPECT_EQ(stateText(StatePart::interfaces, views, now),
+            "INTERFACE  ROLE        QUERIER   SINCE  VERSION  ROBUSTNESS  INTERVAL  RESPONSE  "
+            "NEXT QUERY  QUERIER LOST  GROUPS\n"
+            "eth0       nonQuerier  10.0.0.1  -      0        2           2m05s     10s       "
+            "-           1m40s         0\n");
+  const auto json = nlohmann::json::parse(stateJson(StatePart::interfaces, views, now));
+  ASSERT_EQ(json.size(), 1u);
+  EXPECT_TRUE(json[0]["address"].is_null());
+  EXPECT_TRUE(json[0]["running"].is_null());
+  EXPECT_EQ(json[0]["otherQuerierExpirySeconds"], 100.0);
+  EXPECT_EQ(json[0]["groupCount"], 0);
+}
+
+TEST(StateParts, groupsAreAnArrayOfObjectsWithTheirSources) {
+  const std::vector views{viewOfACopy()};
+  joinVersion2(views[0], IpAddr(239, 1, 1, 1));
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  EXPECT_EQ(stateJson(StatePart::groups, views, now),
+            R"([
+{"interface":"eth0","group":"232.1.1.1","filterMode":"exclude","compatibilityMode":3,)"
+            R"("lastReporter":"0.0.0.0","upSeconds":100.0,"timeLeftSeconds":100.0,"sources":[)"
+            R"({"source":"10.0.0.50","excluded":false,"upSeconds":1.0,"timeLeftSeconds":200.0},)"
+            R"({"source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null}]},
+{"interface":"eth0","group":"239.1.1.1","filterMode":"exclude","compatibilityMode":2,)"
+            R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,"sources":[]}
+]
+)");
+}
+
+TEST(StateParts, sourcesAreARowEach) {
+  const std::vector views{viewOfACopy()};
+  joinVersion3(views[0], IpAddr(232, 1, 1, 1));
+  EXPECT_EQ(stateText(StatePart::sources, views, now),
+            "INTERFACE  GROUP      SOURCE     STATE      UP    LEFT\n"
+            "eth0       232.1.1.1  10.0.0.50  forwarded  1.0s  3m20s\n"
+            "eth0       232.1.1.1  10.0.0.51  excluded   10s   -\n");
+  const auto json = nlohmann::json::parse(stateJson(StatePart::sources, views, now));
+  EXPECT_EQ(json[1], nlohmann::json::parse(R"({"interface":"eth0","group":"232.1.1.1",
+      "source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null})"));
+}
+
+TEST(StateParts, countersAndSettingsAreARowAnInterfaceForPrograms) {
+  const std::vector views{viewOfACopy()};
+  statusOf(views[0]).joinsIs(7);
+  EXPECT_EQ(nlohmann::json::parse(stateJson(StatePart::counters, views, now))[0]["joins"], 7);
+  EXPECT_EQ(stateJson(StatePart::config, views, now),
+            R"([
+{"interface":"eth0","robustness":2,"queryIntervalSeconds":125.0,)"
+            R"("queryResponseIntervalSeconds":10.0,"startupQueryIntervalSeconds":0.0,)"
+            R"("startupQueryCount":2,"lastMemberQueryIntervalSeconds":1.0,"querierVersion":2,)"
+            R"("lastMemberQueryCount":2,"lastMemberQueryTimeSeconds":2.0,)"
+            R"("addRandomDelayToTimer":false,"sendQuery":true}
+]
+)");
+  EXPECT_EQ(stateText(StatePart::config, views, now).substr(0, 60),
+            "SETTING                  eth0\nrobustness               2\nque");
+}
+
+TEST(StateParts, sayThatThereIsNothing) {
+  const std::vector views{viewOfACopy()};
+  EXPECT_EQ(stateText(StatePart::groups, views, now), "no groups\n");
+  EXPECT_EQ(stateText(StatePart::sources, views, now), "no sources\n");
+  for (const StatePart part : {StatePart::interfaces, StatePart::counters, StatePart::config}) {
+    EXPECT_EQ(stateText(part, {}, now), "no interfaces\n");
+    EXPECT_EQ(stateJson(part, {}, now), "[]\n");
+  }
+}
+
+TEST(PrintState, writesTheFormAskedFor) {
+  std::FILE* out = std::tmpfile();
+  printState(out, StatePart::everything, {}, now, Format::text);
+  printState(out, StatePart::everything, {}, now, Format::json);
+  std::rewind(out);
+  std::string text(200, '\0');
+  text.resize(std::fread(text.data(), 1, text.size(), out));
+  std::fclose(out);
+  EXPECT_EQ(text, "no interfaces\n{\"time\":1000.0,\"event\":\"state\",\"interfaces\":[]}\n");
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,25 @@
+// What a report shows of one interface. The times of a querier that does not run have no meaning and
+// are left out.
+#pragma once
+
+#include <string>
+
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <GmpIgmpQuerier/QuerierStatus.h>
+#include <Ilvo/IpAddr.h>
+#include <MoxBase/Ptr.h>
+#include <MoxBase/Types.h>
+
+namespace Agent {
+
+struct InterfaceView {
+  std::string name;
+  Ilvo::IpAddr address;
+  Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
+  Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
+  bool running = true;
+  bool isCopy = false;  // of another process's state, which keeps address and running to itself
+  Mox::Seconds electedTime = 0.0;  // since when the elected querier is; 0 when that is not known
+};
+
+}  // namespace Agent

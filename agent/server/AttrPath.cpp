@@ -1,0 +1,242 @@
+#include <Server/AttrPath.h>
+
+#include <algorithm>
+#include <optional>
+#include <span>
+
+#include <Mox/Entity.h>
+#include <Mox/TypeInfo.h>
+#include <fmt/format.h>
+
+#include <Text/JsonLine.h>
+#include <Text/Listed.h>
+
+namespace Agent {
+
+using Mox::AttrInfo;
+using Mox::CollectionInfo;
+using Mox::EntityBase;
+using Mox::Object;
+
+namespace {
+
+// One step of a path: "group", or "group[239.1.1.1]".
+struct Step {
+  std::string_view name;
+  std::optional<std::string_view> key;
+};
+
+Step stepOf(std::string_view text) {
+  const size_t open = text.find('[');
+  if (open == std::string_view::npos) return {text, {}};
+  if (!text.ends_with(']')) throw PathError(fmt::format("a ] is missing after \"{}\"", text));
+  return {text.substr(0, open), text.substr(open + 1, text.size() - open - 2)};
+}
+
+// Takes what stands before the next slash.
+std::string_view takeStep(std::string_view& rest) {
+  const size_t slash = rest.find('/');
+  const std::string_view step = rest.substr(0, slash);
+  rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+  return step;
+}
+
+std::string nameOf(const Object& object) {
+  const auto* entity = dynamic_cast<const EntityBase*>(&object);
+  return entity == nullptr ? object.type().name : entity->fullName();
+}
+
+const EntityBase& entityOf(const Object& object) { return static_cast<const EntityBase&>(object); }
+
+Json jsonOf(const Mox::Value& value) {
+  if (const auto* flag = std::get_if<bool>(&value)) return *flag;
+  if (const auto* number = std::get_if<Mox::U64>(&value)) return *number;
+  if (const auto* number = std::get_if<Mox::S64>(&value)) return *number;
+  if (const auto* seconds = std::get_if<double>(&value)) return secondsJson(*seconds);
+  if (const auto* text = std::get_if<std::string>(&value)) return *text;
+  return nullptr;
+}
+
+// What is named by a text to people is so to programs: addresses and enumerators.
+Json valueJson(const AttrInfo& attr, const Object& object) {
+  return attr.named ? Json(attr.text(object)) : jsonOf(attr.get(object));
+}
+
+std::string unknownAttr(const Object& object, std::string_view name) {
+  std::vector<std::string_view> known;
+  for (const AttrInfo* attr : object.type().record()) {
+    if (attr->call == nullptr) known.emplace_back(attr->name);
+  }
+  return fmt::format("{} has no attribute \"{}\": it has {}", object.type().name, name,
+                     listed(known));
+}
+
+void addAttr(PathContent& content, const AttrInfo& attr, const Object& object) {
+  Json& value = content.value[attr.name];
+  Json& text = content.text[attr.name];
+  if (attr.kind == Mox::AttrKind::collection) {
+    const size_t size = object.type().collection(attr.name)->size(entityOf(object));
+    value = size;
+    text = fmt::format("{} {}", size, size == 1 ? "member" : "members");
+  } else if (attr.held != nullptr) {
+    const Object* held = attr.held(object);
+    value = held == nullptr ? Json(nullptr) : Json(nameOf(*held));
+    text = held == nullptr ? "" : nameOf(*held);
+  } else {
+    value = valueJson(attr, object);
+    text = attr.text(object);
+  }
+}
+
+PathContent contentOf(const Object& object) {
+  PathContent content{Json::object(), Json::object()};
+  for (const AttrInfo* attr : object.type().record()) {
+    if (attr->call == nullptr) addAttr(content, *attr, object);
+  }
+  return content;
+}
+
+std::vector<Mox::U32> sortedKeys(const CollectionInfo& collection, const Object& object) {
+  std::vector<Mox::U32> keys = collection.keys(entityOf(object));
+  if (!collection.ordered) std::ranges::sort(keys);
+  return keys;
+}
+
+PathContent keysOf(const CollectionInfo& collection, const Object& object) {
+  const std::vector<Mox::U32> keys = sortedKeys(collection, object);
+  PathContent content{Json::array(), {}};
+  const size_t shown = std::min(keys.size(), mostKeys);
+  for (const Mox::U32 key : std::span(keys).first(shown)) {
+    content.value.push_back(collection.keyText(key));
+  }
+  content.text = content.value;
+  if (shown < keys.size()) {
+    content.text.push_back(fmt::format("and {} more", keys.size() - shown));
+    content.value.push_back(content.text.back());
+  }
+  return content;
+}
+
+const Object& memberOf(const Object& object, const CollectionInfo& collection,
+                       std::string_view text) {
+  const std::optional<Mox::U32> key =
+      collection.keyOf == nullptr ? std::nullopt : collection.keyOf(text);
+  if (!key) throw PathError(fmt::format("{}: \"{}\" is no key", collection.name, text));
+  if (collection.memberType == nullptr) {
+    throw PathError(fmt::format("{} holds keys: nothing is below them", collection.name));
+  }
+  const EntityBase* member = collection.find(entityOf(object), *key);
+  if (member == nullptr) {
+    throw PathError(fmt::format("{} has no {}[{}]", nameOf(object), collection.name, text));
+  }
+  return *member;
+}
+
+// The object that an attribute with more of the path behind it leads to.
+const Object& objectAt(const Object& object, const Step& step) {
+  if (const CollectionInfo* collection = object.type().collection(step.name)) {
+    if (!step.key) {
+      throw PathError(fmt::format("{0} is a collection: name a member, {0}[KEY]", step.name));
+    }
+    return memberOf(object, *collection, *step.key);
+  }
+  const AttrInfo* attr = object.type().attr(step.name);
+  if (attr == nullptr) throw PathError(unknownAttr(object, step.name));
+  if (attr->call != nullptr) {
+    throw PathError(fmt::format(
+        "{} is an operation and has no value; `igmpq call --help` lists those that can be called",
+        step.name));
+  }
+  if (attr->held == nullptr || step.key) {
+    throw PathError(fmt::format("{} is a value: nothing is below it", step.name));
+  }
+  const Object* held = attr->held(object);
+  if (held == nullptr) throw PathError(fmt::format("{} holds nothing now", step.name));
+  return *held;
+}
+
+PathContent contentAt(const Object& object, const Step& step) {
+  const CollectionInfo* collection = object.type().collection(step.name);
+  if (collection != nullptr && !step.key) return keysOf(*collection, object);
+  const AttrInfo* attr = object.type().attr(step.name);
+  if (attr == nullptr || attr->get == nullptr || step.key) return contentOf(objectAt(object, step));
+  return {valueJson(*attr, object), attr->text(object)};
+}
+
+// The root that the path begins with, which is taken off it.
+const Object* takeRoot(const ObjectRoots& roots, std::string_view& path) {
+  for (const auto& [name, object] : roots) {
+    if (path == name || (path.starts_with(name) && path[name.size()] == '/')) {
+      path.remove_prefix(std::min(path.size(), name.size() + 1));
+      return object.get();
+    }
+  }
+  return nullptr;
+}
+
+// All that one step from here can be.
+void addSteps(std::vector<std::string>& all, const Object& object, const std::string& before,
+              std::string_view begun) {
+  const auto add = [&](const std::string& step) {
+    if (step.starts_with(begun)) all.push_back(before + step);
+    return all.size() < mostCompletions;
+  };
+  for (const AttrInfo* attr : object.type().record()) {
+    if (attr->call != nullptr) continue;
+    if (!add(attr->name)) return;
+    // There may be a million keys: they are looked at only where one of them can be meant.
+    const std::string open = attr->name + std::string("[");
+    if (attr->kind != Mox::AttrKind::collection) continue;
+    if (!begun.starts_with(open) && !open.starts_with(begun)) continue;
+    const CollectionInfo& collection = *object.type().collection(attr->name);
+    for (const Mox::U32 key : sortedKeys(collection, object)) {
+      if (!add(open + collection.keyText(key) + "]")) return;
+    }
+  }
+}
+
+}  // namespace
+
+PathContent readPath(const ObjectRoots& roots, std::string_view path) {
+  if (path.empty()) {
+    PathContent content{Json::array(), {}};
+    for (const auto& [name, object] : roots) content.value.push_back(name);
+    content.text = content.value;
+    return content;
+  }
+  std::string_view rest = path;
+  const Object* object = takeRoot(roots, rest);
+  if (object == nullptr) {
+    std::vector<std::string_view> known;
+    for (const auto& [name, root] : roots) known.emplace_back(name);
+    throw PathError(
+        fmt::format("nothing is at \"{}\": paths begin with one of {}", path, listed(known)));
+  }
+  if (rest.empty()) return contentOf(*object);
+  Step step = stepOf(takeStep(rest));
+  for (; !rest.empty(); step = stepOf(takeStep(rest))) object = &objectAt(*object, step);
+  return contentAt(*object, step);
+}
+
+std::vector<std::string> completions(const ObjectRoots& roots, std::string_view prefix) {
+  std::vector<std::string> all;
+  for (const auto& [name, object] : roots) {
+    if (std::string_view(name).starts_with(prefix)) all.push_back(name);
+  }
+  std::string_view rest = prefix;
+  const Object* object = takeRoot(roots, rest);
+  if (object == nullptr) return all;
+  try {
+    while (rest.find('/') != std::string_view::npos) {
+      object = &objectAt(*object, stepOf(takeStep(rest)));
+    }
+  } catch (const PathError&) {
+    return {};
+  }
+  std::string before(prefix.substr(0, prefix.size() - rest.size()));
+  if (!before.ends_with('/')) before += '/';
+  addSteps(all, *object, before, rest);
+  return all;
+}
+
+}  // namespace Agent

@@ -1,0 +1,58 @@
+// One request of a client: a JSON object that names an operation and says more by other keys.
+//
+//   {"op":"call","interface":"eth0","operation":"clearCounters"}
+#pragma once
+
+#include <initializer_list>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <NboAttrLog/Session.h>
+
+#include <Text/JsonLine.h>
+#include <Text/Listed.h>
+
+namespace Agent {
+
+// Why a request is not answered, and what to do. Bad use is what cannot be meant, as opposed to
+// what cannot be done now or by this client.
+class RequestError final : public std::runtime_error {
+ public:
+  enum Kind { failure, badUse };
+
+  RequestError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+};
+
+// What is missing or of the wrong type is a RequestError that says so.
+class Request {
+ public:
+  using Rights = Mox::NboAttrLog::Rights;
+
+  Request(Json object, Rights rights) : object_(std::move(object)), rights_(rights) {}
+
+  std::string op() const { return text("op"); }
+  std::string text(const char* key) const;
+  std::optional<std::string> optionalText(const char* key) const;
+  bool flag(const char* key) const;  // false when it is not there
+  int number(const char* key, int least, int most) const;
+
+  // An error for any key but these and "op": a misspelt one would be passed over in silence.
+  void allow(std::initializer_list<const char*> keys) const;
+  // An error for a client that may only read; `what` is what it may not.
+  void needConfigure(std::string_view what) const;
+
+ private:
+  const Json* find(const char* key) const;
+
+  const Json object_;
+  const Rights rights_;
+};
+
+}  // namespace Agent

@@ -1,0 +1,104 @@
+#include "RequestHandlers.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include <Server/QuerierOperations.h>
+
+namespace Agent {
+
+using Gmp::Igmp::QuerierSm;
+
+namespace {
+
+using Handler = std::unique_ptr<Answer> (*)(const RequestServices&, const Request&);
+
+Mox::Ptr<QuerierSm> querierOf(const RequestServices& services, const std::string& name) {
+  const RequestServices::Queriers queriers = services.queriers();
+  const auto found = queriers.find(name);
+  if (found == queriers.end()) {
+    std::vector<std::string> names;
+    for (const auto& [known, querier] : queriers) names.push_back(known);
+    throw RequestError(
+        RequestError::badUse,
+        fmt::format("the agent has no interface {}; it has: {}", name, listed(names)));
+  }
+  if (!found->second) {
+    throw RequestError(RequestError::failure,
+                       fmt::format("there is no querier on {} now: the interface is down or gone; "
+                                   "try again when it is up and has an IPv4 address",
+                                   name));
+  }
+  return found->second;
+}
+
+const Mox::AttrInfo& operationNamed(const std::string& name) {
+  const Mox::AttrInfo* operation = querierOperation(name);
+  if (operation == nullptr) {
+    throw RequestError(RequestError::badUse,
+                       fmt::format("a querier has no operation {}; it has: {}", name,
+                                   listed(querierOperationNames())));
+  }
+  return *operation;
+}
+
+std::unique_ptr<Answer> answerCall(const RequestServices& services, const Request& request) {
+  request.allow({"interface", "operation"});
+  request.needConfigure("call operations");
+  const Mox::AttrInfo& operation = operationNamed(request.text("operation"));
+  services.turn();  // timers that it arms count from the real now
+  const Mox::Ptr<QuerierSm> querier = querierOf(services, request.text("interface"));
+  operation.call(*querier, nullptr);
+  services.turn();
+  return lineAnswer(Json::object());
+}
+
+std::unique_ptr<Answer> answerGet(const RequestServices& services, const Request& request) {
+  request.allow({"path"});
+  try {
+    const PathContent content = readPath(services.roots(), request.text("path"));
+    return lineAnswer({{"value", content.value}, {"text", content.text}});
+  } catch (const PathError& error) {
+    throw RequestError(RequestError::badUse, error.what());
+  }
+}
+
+std::unique_ptr<Answer> answerComplete(const RequestServices& services, const Request& request) {
+  request.allow({"prefix"});
+  return lineAnswer({{"paths", completions(services.roots(), request.text("prefix"))}});
+}
+
+struct Row {
+  std::string_view op;
+  Handler handler;
+};
+constexpr std::array handlers{
+    Row{"get", answerGet},
+    Row{"complete", answerComplete},
+    Row{"call", answerCall},
+    Row{"trace", answerTrace},
+    Row{"traceHandles", answerTraceHandles},
+    Row{"traceLevel", answerTraceLevel},
+};
+
+}  // namespace
+
+std::unique_ptr<Answer> answerTo(const RequestServices& services, const Request& request) {
+  const std::string op = request.op();
+  const auto* const found = std::ranges::find(handlers, op, &Row::op);
+  if (found == handlers.end()) {
+    std::vector<std::string_view> known;
+    known.reserve(handlers.size());
+    for (const Row& row : handlers) known.push_back(row.op);
+    throw RequestError(RequestError::badUse,
+                       fmt::format("there is no \"{}\"; \"op\" is one of: {}", op, listed(known)));
+  }
+  return found->handler(services, request);
+}
+
+}  // namespace Agent
