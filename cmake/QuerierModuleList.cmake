@@ -1,6 +1,6 @@
-# Writes modules.txt into the build tree: a line for each module, in the order of the arrows (lower
-# ones first), with its name, its floor (if it has one), its include directory and all that it sees. scripts/header_rules.py
-# reads it. What a module sees is asked of the targets, not listed a second time.
+# Writes modules.txt into the build tree: a line for each module, lower ones first, with its name, its
+# floor (if it has one), its include directory and all that it sees, as the targets know it.
+# scripts/header_rules.py reads it.
 function(querier_modules_below dir result)
   get_directory_property(found DIRECTORY "${dir}" BUILDSYSTEM_TARGETS)
   get_directory_property(subdirs DIRECTORY "${dir}" SUBDIRECTORIES)
@@ -19,8 +19,8 @@ function(querier_write_module_list)
     get_target_property(source ${target} SOURCE_DIR)
     if(type STREQUAL "STATIC_LIBRARY" AND IS_DIRECTORY "${source}/include")
       get_target_property(floor ${target} QUERIER_FLOOR)
-      string(APPEND lines
-        "${target}|${floor}|${source}/include|$<TARGET_PROPERTY:${target},INTERFACE_INCLUDE_DIRECTORIES>\n")
+      set(sees "$<TARGET_PROPERTY:${target},INTERFACE_INCLUDE_DIRECTORIES>")
+      string(APPEND lines "${target}|${floor}|${source}/include|${sees}\n")
     endif()
   endforeach()
   file(GENERATE OUTPUT "${PROJECT_BINARY_DIR}/modules.txt" CONTENT "${lines}")

@@ -15,10 +15,12 @@
 
 #include <Events/LibraryMessages.h>
 #include <Host/AgentLoop.h>
+#include <Link/LinkMonitor.h>
 #include <Link/Privileges.h>
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/HashMap.h>
+#include <Report/StateReport.h>
 #include <Settings/OptionNumber.h>
 #include <Settings/QuerierSettings.h>
 #include <Text/TraceText.h>
@@ -91,8 +93,8 @@ class RunVerb final : public Verb {
     const auto sink = json_ ? Agent::jsonEventSink(stdout) : Agent::textEventSink(stdout);
     const Agent::LibraryMessages messages(*sink);
     AgentLoop::Setup setup{.interfaces = {},
-                           .tellQueries = queries_,
-                           .onStateWanted = {},
+                           .reportQueries = queries_,
+                           .onStateRequested = {},
                            .attrLog = attrLog(),
                            .attrLogRequired = !socket_.empty()};
     for (const std::string& name : names) {
@@ -102,7 +104,7 @@ class RunVerb final : public Verb {
     }
     Agent::fatalTraceFolderIs(traceFolder());
     std::optional<AgentLoop> loop;
-    setup.onStateWanted = [&] { print(*loop); };
+    setup.onStateRequested = [&] { print(*loop); };
     loop.emplace(setup, *sink);
     loop->run();
     print(*loop);

@@ -1,26 +1,29 @@
 #include <Host/AgentLoop.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cmath>
 #include <csignal>
 #include <stdexcept>
 
 #include <fmt/format.h>
 
+#include <Link/LinkMonitor.h>
 #include <Link/PacketPort.h>
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
+#include <Server/RequestServer.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include "InterfaceQuerier.h"
+#include "WheelAlarm.h"
 
 namespace Agent {
 
-using Mox::Seconds;
-
 namespace {
 
-// Who did not ask for a server in particular can do without: it is told of, and null.
+// Null, with an event that says so, where the server cannot serve and is not required.
 template <class Server, class Make>
-std::unique_ptr<Server> serveOrTell(bool required, EventSink& sink, Make make) {
+std::unique_ptr<Server> serveOrReport(bool required, EventSink& sink, Make make) {
   try {
     return make();
   } catch (const std::runtime_error& error) {
@@ -34,10 +37,44 @@ std::unique_ptr<Server> serveOrTell(bool required, EventSink& sink, Make make) {
 
 }  // namespace
 
-AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
+class AgentLoop::Impl {
+ public:
+  Impl(const Setup& setup, EventSink& sink);
+
+  void run();
+  std::vector<InterfaceView> views() const;
+
+ private:
+  std::unique_ptr<AttrLogServer> makeAttrLogServer(const Setup& setup, EventSink& sink);
+  std::unique_ptr<RequestServer> makeRequestServer(const Setup& setup, EventSink& sink);
+  // What requests can read by path: what the attribute log serves, and the machines behind it.
+  ObjectRoots roots() const;
+  RequestServices::Queriers queriersByName() const;
+  void publish(const InterfaceQuerier& querier);
+  void handleLink(const std::string& name, const Link* link);
+  void handleSignal(int number);
+  void waitForSignal();
+  // Fires the timers that are due, reports what they changed, and sets the alarm for the next one.
+  void turn();
+  // The same around a change by another process, which is reported at once.
+  void turnAndFlush();
+
+  boost::asio::io_context io_{1};
+  boost::asio::signal_set signals_{io_};
+  const Mox::Ptr<Obel::TimerWheel> wheel_;
+  WheelAlarm alarm_{io_, [this] { turn(); }};
+  const std::function<void()> onStateRequested_;
+  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
+  const InterfaceQuerier::Services services_;
+  std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;
+  const std::unique_ptr<RequestServer> requests_;  // null for none
+  LinkMonitor links_;
+};
+
+AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     : wheel_(Mox::makePtr<Obel::TimerWheel>(Mox::now())),
-      onStateWanted_(setup.onStateWanted),
-      attrLog_(attrLogServed(setup, sink)),
+      onStateRequested_(setup.onStateRequested),
+      attrLog_(makeAttrLogServer(setup, sink)),
       services_{.wheel = wheel_,
                 .turn = [this] { turn(); },
                 .openPort =
@@ -45,13 +82,13 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
                       return std::make_unique<PacketPort>(io_, link, receiver);
                     },
                 .sink = sink,
-                .tellQueries = setup.tellQueries,
+                .reportQueries = setup.reportQueries,
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
-      requests_(requestsServed(setup, sink)),
+      requests_(makeRequestServer(setup, sink)),
       links_(io_, [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1}) signals_.add(number);
   waitForSignal();
-  for (const InterfaceQuerier::Setup& interface : setup.interfaces) {
+  for (const InterfaceSetup& interface : setup.interfaces) {
     queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
     publish(*queriers_.back());
     queriers_.back()->linkIs(links_.links().find(interface.name));
@@ -59,34 +96,33 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
   turn();
 }
 
-AgentLoop::~AgentLoop() = default;
-
-std::unique_ptr<AttrLogServer> AgentLoop::attrLogServed(const Setup& setup, EventSink& sink) {
+std::unique_ptr<AttrLogServer> AgentLoop::Impl::makeAttrLogServer(const Setup& setup,
+                                                                  EventSink& sink) {
   if (!setup.attrLog) return nullptr;
-  return serveOrTell<AttrLogServer>(setup.attrLogRequired, sink, [&] {
-    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, [this] { turnAndTell(); });
+  return serveOrReport<AttrLogServer>(setup.attrLogRequired, sink, [&] {
+    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, [this] { turnAndFlush(); });
   });
 }
 
-std::unique_ptr<RequestServer> AgentLoop::requestsServed(const Setup& setup, EventSink& sink) {
+std::unique_ptr<RequestServer> AgentLoop::Impl::makeRequestServer(const Setup& setup,
+                                                                  EventSink& sink) {
   if (attrLog_ == nullptr) return nullptr;
-  const RequestServices services{.queriers =
-                                     [this] {
-                                       RequestServices::Queriers all;
-                                       for (const auto& querier : queriers_) {
-                                         all.emplace(querier->name(), querier->querier());
-                                       }
-                                       return all;
-                                     },
+  const RequestServices services{.queriers = [this] { return queriersByName(); },
                                  .roots = [this] { return roots(); },
-                                 .turn = [this] { turnAndTell(); }};
-  return serveOrTell<RequestServer>(setup.attrLogRequired, sink, [&] {
+                                 .turn = [this] { turnAndFlush(); }};
+  return serveOrReport<RequestServer>(setup.attrLogRequired, sink, [&] {
     return std::make_unique<RequestServer>(io_, requestSocketPath(setup.attrLog->path), wheel_,
                                            services);
   });
 }
 
-ObjectRoots AgentLoop::roots() const {
+RequestServices::Queriers AgentLoop::Impl::queriersByName() const {
+  RequestServices::Queriers all;
+  for (const auto& querier : queriers_) all.emplace(querier->name(), querier->querier());
+  return all;
+}
+
+ObjectRoots AgentLoop::Impl::roots() const {
   ObjectRoots all;
   for (const auto& [number, entry] : attrLog_->directory().entries()) {
     all.emplace_back(entry.path, entry.entity);
@@ -98,7 +134,7 @@ ObjectRoots AgentLoop::roots() const {
   return all;
 }
 
-void AgentLoop::publish(const InterfaceQuerier& querier) {
+void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   using Mox::NboAttrLog::Access;
   if (attrLog_ == nullptr) return;
   Mox::NboAttrLog::Directory& directory = attrLog_->directory();
@@ -107,20 +143,20 @@ void AgentLoop::publish(const InterfaceQuerier& querier) {
   directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
 }
 
-// Each round is what came of one packet, timer or client.
-void AgentLoop::run() {
+// Each round handles one packet, timer or client; clients that follow the traces get theirs then.
+void AgentLoop::Impl::run() {
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
   }
 }
 
-std::vector<InterfaceView> AgentLoop::views() const {
+std::vector<InterfaceView> AgentLoop::Impl::views() const {
   std::vector<InterfaceView> all;
   for (const auto& querier : queriers_) all.push_back(querier->view());
   return all;
 }
 
-void AgentLoop::handleLink(const std::string& name, const Link* link) {
+void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
   const auto found =
       std::ranges::find_if(queriers_, [&](const auto& querier) { return querier->name() == name; });
   if (found == queriers_.end()) return;
@@ -129,51 +165,41 @@ void AgentLoop::handleLink(const std::string& name, const Link* link) {
   turn();
 }
 
-void AgentLoop::waitForSignal() {
+void AgentLoop::Impl::waitForSignal() {
   signals_.async_wait([this](const boost::system::error_code& failed, int number) {
     if (!failed) handleSignal(number);
   });
 }
 
-void AgentLoop::handleSignal(int number) {
+void AgentLoop::Impl::handleSignal(int number) {
   turn();
   if (number != SIGUSR1) {
     io_.stop();
     return;
   }
-  if (onStateWanted_) onStateWanted_();
+  if (onStateRequested_) onStateRequested_();
   waitForSignal();
 }
 
-void AgentLoop::turn() {
+void AgentLoop::Impl::turn() {
   if (wheel_->turn(Mox::now()) != 0) {
     for (const auto& querier : queriers_) querier->flush();
   }
-  sleepUntilDue();
+  alarm_.timeIs(wheel_->nextDue());
 }
 
-void AgentLoop::turnAndTell() {
+void AgentLoop::Impl::turnAndFlush() {
   turn();
   for (const auto& querier : queriers_) querier->flush();
 }
 
-void AgentLoop::sleepUntilDue() {
-  const Seconds due = wheel_->nextDue();
-  if (due == timerSet_) return;
-  timerSet_ = due;
-  if (due == Mox::never) {
-    timer_.cancel();
-    return;
-  }
-  // The loop's clock and the activity clock may begin at different times, but run alike.
-  constexpr Seconds longest = 3600.0;
-  const Seconds left = std::clamp(due - Mox::now(), 0.0, longest);
-  timer_.expires_after(std::chrono::nanoseconds(std::llround(left * 1e9)));
-  timer_.async_wait([this](const boost::system::error_code& failed) {
-    if (failed) return;
-    timerSet_ = Mox::never;
-    turn();
-  });
-}
+AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
+    : impl_(std::make_unique<Impl>(setup, sink)) {}
+
+AgentLoop::~AgentLoop() = default;
+
+void AgentLoop::run() { impl_->run(); }
+
+std::vector<InterfaceView> AgentLoop::views() const { return impl_->views(); }
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-#include <Host/InterfaceQuerier.h>
+#include "InterfaceQuerier.h"
 
 #include <exception>
 #include <utility>
@@ -18,12 +18,12 @@ using Mox::Seconds;
 
 namespace {
 
-constexpr Seconds retryInterval =
-    1.0;  // an interface that flaps may be down again when it is opened
-constexpr Seconds careInterval = 5.0;      // between two looks at an open port
-constexpr Seconds troubleInterval = 60.0;  // between two events of the same trouble
+// An interface that flaps may be down again when its port is opened.
+constexpr Seconds retryInterval = 1.0;
+constexpr Seconds portCheckInterval = 5.0;  // between two looks at an open port
+constexpr Seconds problemInterval = 60.0;   // between two events of the same problem
 
-// Packets go in by name, as from a host that knows the library by its registry only.
+// Packets are handed in by name, as by a host that knows the library by its registry only.
 const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<QuerierSm>(), "doRxPkt");
 
 }  // namespace
@@ -49,14 +49,14 @@ class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
   InterfaceState& state_;
 };
 
-InterfaceQuerier::InterfaceQuerier(const Services& services, const Setup& setup)
+InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetup& setup)
     : services_(services),
       setup_(setup),
       status_(Gmp::Igmp::querierStatusFactory()),
       state_(makePtr<InterfaceState>(setup.name)),
       election_(std::make_unique<Election>(status_, *state_)),
       watcher_(setup.name, status_, services.sink),
-      care_(services.wheel, *this) {}
+      portTimer_(services.wheel, *this) {}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
@@ -81,13 +81,13 @@ void InterfaceQuerier::linkIs(const Link* link) {
   flush();
 }
 
-// The state of before is what the new querier begins with, so only the first one begins with none.
+// The new querier begins on the status that the one before left: only the first begins with none.
 void InterfaceQuerier::start() {
-  care_.timeMinIs(Mox::now() + retryInterval);
+  portTimer_.timeMinIs(Mox::now() + retryInterval);
   try {
     portIs(services_.openPort(link_, *this));
   } catch (const std::exception& error) {
-    tellTrouble("open", error.what());
+    reportProblem("open", error.what());
     return;
   }
   ipAddr_ = *link_.primaryAddress();
@@ -97,17 +97,17 @@ void InterfaceQuerier::start() {
   querier_ = Gmp::Igmp::querierSmFactory(setup_.config, status_, ipAddr_, link_.mtu, 0, wheel,
                                          wheel, wheel, false);
   state_->runningIs(true);
-  // Who was elected before may have gone meanwhile: it counts from now.
+  // The router that was elected before may have gone since: its time counts from now.
   if (!status_->electedQuerierAddr().isZero()) state_->electedTimeIs(Mox::now());
   querier_->attrLogSmIs(services_.attrLogSm);
   querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
   output_ = std::make_unique<Output>(querier_, *this);
-  // A querier that was one before asks inside its constructor, before anybody could watch.
+  // On the status of a querier, the constructor sends a query, before it could be watched.
   if (querier_->writableCount() != 0) transmit();
 }
 
 void InterfaceQuerier::stop() {
-  care_.timeMinIs(Mox::never);
+  portTimer_.timeMinIs(Mox::never);
   output_ = nullptr;
   querier_ = nullptr;
   state_->runningIs(false);
@@ -131,16 +131,16 @@ void InterfaceQuerier::follow(const Link& link) {
 
 void InterfaceQuerier::portIs(std::unique_ptr<FramePort> port) {
   port_ = std::move(port);
-  droppedTold_ = 0;
+  droppedReported_ = 0;
 }
 
-// The others know the querier by its address, so one with a new address has to win them again. An
-// election that is lost stays lost, while what was begun before is still being asked.
+// The other routers know the querier by its address, so one with a new address has to be elected
+// again. An election that was lost stays lost while retransmissions are pending.
 void InterfaceQuerier::ipAddrIs(IpAddr addr) {
   if (addr == ipAddr_) return;
   ipAddr_ = addr;
   state_->addressIs(addr);
-  tell(Event::addressChanged);
+  report(Event::addressChanged);
   querier_->ipAddrIs(addr);
   const bool isQuerier =
       status_->state() == QuerierStatus::querierStateQuerier && !querier_->transitionToNonQuerier();
@@ -150,42 +150,42 @@ void InterfaceQuerier::ipAddrIs(IpAddr addr) {
 void InterfaceQuerier::presenceIs(Presence presence) {
   if (std::exchange(presence_, presence) == presence) return;
   switch (presence) {
-    case Presence::up: tell(Event::interfaceUp); return;
-    case Presence::down: tell(Event::interfaceDown); return;
-    case Presence::gone: tell(Event::interfaceGone); return;
+    case Presence::up: report(Event::interfaceUp); return;
+    case Presence::down: report(Event::interfaceDown); return;
+    case Presence::gone: report(Event::interfaceGone); return;
     case Presence::unknown: return;
   }
 }
 
-// A port that could not be opened is tried again; one that is open is asked whether it keeps up.
-void InterfaceQuerier::handleCare() {
+// Opens a port that could not be opened before; checks an open one for lost packets.
+void InterfaceQuerier::handlePortTimer() {
   if (!querier_) {
     start();
     return;
   }
-  care_.timeMinIs(Mox::now() + careInterval);
+  portTimer_.timeMinIs(Mox::now() + portCheckInterval);
   const Mox::U64 dropped = port_->dropped();
-  if (dropped == droppedTold_) return;
-  if (tellTrouble("dropped", "packets come faster than they are read: " + std::to_string(dropped) +
-                                 " lost so far")) {
-    droppedTold_ = dropped;
+  if (dropped == droppedReported_) return;
+  if (reportProblem("dropped", "packets come faster than they are read: " +
+                                   std::to_string(dropped) + " lost so far")) {
+    droppedReported_ = dropped;
   }
 }
 
 void InterfaceQuerier::transmit() {
   const IpAddr group = querier_->dstGroup();
-  // A group-specific query of another router may name anything, and is asked on when it falls
-  // silent.
+  // Another router's group-specific query may name any address, and this querier retransmits the
+  // query once that router falls silent.
   if (!queryDestination(group).isMulticast()) {
-    tellTrouble("notMulticast", "a query for " + group.stringValue() +
-                                    " is due, which is no multicast group: not sent");
+    reportProblem("notMulticast", "a query for " + group.stringValue() +
+                                      " is due, which is no multicast group: not sent");
     return;
   }
   const std::string failed =
       port_->send(queryFrame(link_.mac, querier_->ipAddr(), group, querier_->sendPkt()->data()));
   if (!failed.empty()) {
-    tellTrouble(failed, "cannot send a query: " + failed);
-  } else if (services_.tellQueries) {
+    reportProblem(failed, "cannot send a query: " + failed);
+  } else if (services_.reportQueries) {
     services_.sink.event(querySentEvent(setup_.name, group, querier_->sendPkt()));
   }
 }
@@ -212,9 +212,9 @@ void InterfaceQuerier::rxBatchEnd() {
 }
 
 void InterfaceQuerier::portFailed(const std::string& why) {
-  tellTrouble("port", "cannot receive any more, trying again: " + why);
+  reportProblem("port", "cannot receive any more, trying again: " + why);
   stop();
-  care_.timeMinIs(Mox::now() + retryInterval);
+  portTimer_.timeMinIs(Mox::now() + retryInterval);
   services_.turn();  // its host may sleep beyond that
 }
 
@@ -229,7 +229,7 @@ InterfaceView InterfaceQuerier::view() const {
           .electedTime = state_->electedTime()};
 }
 
-void InterfaceQuerier::tell(Event::Kind kind, std::string text) {
+void InterfaceQuerier::report(Event::Kind kind, std::string text) {
   Event event;
   event.time = Mox::now();
   event.kind = kind;
@@ -239,12 +239,12 @@ void InterfaceQuerier::tell(Event::Kind kind, std::string text) {
   services_.sink.event(event);
 }
 
-bool InterfaceQuerier::tellTrouble(const std::string& key, const std::string& text) {
+bool InterfaceQuerier::reportProblem(const std::string& key, const std::string& text) {
   const Seconds now = Mox::now();
-  const auto [told, first] = troubleTold_.try_emplace(key, now);
-  if (!first && now < told->second + troubleInterval) return false;
-  told->second = now;
-  tell(Event::error, text);
+  const auto [reported, first] = problemReported_.try_emplace(key, now);
+  if (!first && now < reported->second + problemInterval) return false;
+  reported->second = now;
+  report(Event::error, text);
   return true;
 }
 

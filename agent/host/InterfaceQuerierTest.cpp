@@ -1,4 +1,4 @@
-#include <Host/InterfaceQuerier.h>
+#include "InterfaceQuerier.h"
 
 #include <utility>
 
@@ -43,10 +43,10 @@ TEST_F(InterfaceQuerierTest, keepsTheTimeSinceWhichTheElectedQuerierIsTheSame) {
   up();
   EXPECT_EQ(state().electedTime(), 1000.0);
   advance(100.0);
-  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
   EXPECT_EQ(state().electedTime(), 1100.0);
   advance(100.0);
-  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
   EXPECT_EQ(state().electedTime(), 1100.0);
   EXPECT_EQ(querier().view().electedTime, 1100.0);
 }
@@ -72,8 +72,8 @@ TEST_F(InterfaceQuerierTest, publishesItsAddressAndWhetherItRuns) {
   EXPECT_EQ(state().address(), lowerAddr);
 }
 
-TEST_F(InterfaceQuerierTest, tellsOfQueriesOnlyWhenAsked) {
-  tellQueries_ = true;
+TEST_F(InterfaceQuerierTest, reportsQueriesOnRequestOnly) {
+  reportQueries_ = true;
   up();
   events_.taken();
   advance(10.0);
@@ -84,14 +84,14 @@ TEST_F(InterfaceQuerierTest, tellsOfQueriesOnlyWhenAsked) {
 TEST_F(InterfaceQuerierTest, asksForAGroupThatAHostLeaves) {
   up();
   join();
-  hear(Ilvo::buildV2Leave(group, {.src = host}));
+  receive(Ilvo::buildV2Leave(group, {.src = host}));
   const std::vector<Bytes> frames = sent();
   ASSERT_EQ(frames.size(), 1u);
   EXPECT_EQ(Bytes(frames[0].begin(), frames[0].begin() + 6),
             (Bytes{0x01, 0x00, 0x5e, 0x01, 0x01, 0x01}));
 }
 
-TEST_F(InterfaceQuerierTest, tellsOfAJoinOnceTheReportIsDone) {
+TEST_F(InterfaceQuerierTest, reportsAJoinOnceTheWholeReportIsHandled) {
   up();
   events_.taken();
   join();
@@ -145,14 +145,14 @@ TEST_F(InterfaceQuerierTest, winsTheLinkAnewWithANewAddress) {
 
 TEST_F(InterfaceQuerierTest, followsTheElectedOneWithANewAddress) {
   up();
-  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
   EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
   up(IpAddr(10, 0, 0, 3));
   EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
   EXPECT_EQ(status().electedQuerierAddr(), lowerAddr);
 }
 
-TEST_F(InterfaceQuerierTest, doesNotAskWithANewAddressWhenItMayNot) {
+TEST_F(InterfaceQuerierTest, doesNotTakeTheRoleByANewAddressWhileSendingIsOff) {
   config_->sendQueryIs(false);
   up();
   up(lowerAddr);
@@ -182,11 +182,11 @@ TEST_F(InterfaceQuerierTest, opensALongerPortForALongerMtu) {
   EXPECT_TRUE(querier().running());
 }
 
-TEST_F(InterfaceQuerierTest, doesNotHearItsOwnQueries) {
+TEST_F(InterfaceQuerierTest, ignoresItsOwnQueries) {
   up();
-  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = ourAddr}), ourMac);
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = ourAddr}), ourMac);
   EXPECT_EQ(status().v2QueriesReceived(), 0u);
-  hear(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
   EXPECT_EQ(status().v2QueriesReceived(), 1u);
 }
 
@@ -205,9 +205,9 @@ TEST_F(InterfaceQuerierTest, handlesABatchInItsOrderWhenItIsComplete) {
   EXPECT_EQ(status().v2ReportReceived(), 2u * count);
 }
 
-TEST_F(InterfaceQuerierTest, hearsMembersOnItsOwnMachine) {
+TEST_F(InterfaceQuerierTest, learnsMembersOnItsOwnMachine) {
   up();
-  hear(Ilvo::buildV2Report(group, {.src = ourAddr}), ourMac);
+  receive(Ilvo::buildV2Report(group, {.src = ourAddr}), ourMac);
   EXPECT_NE(status().group(group), nullptr);
 }
 
@@ -225,7 +225,7 @@ TEST_F(InterfaceQuerierTest, leavesFramesOfVlansToTheirInterfaces) {
 TEST_F(InterfaceQuerierTest, learnsNoGroupInsideTheBoundary) {
   const auto boundary = Mox::makePtr<Ilvo::IntfBoundaryStatus>();
   boundary->boundaryIs(*Ilvo::IpGenPrefix::parse("239.0.0.0/8"), true);
-  InterfaceQuerier::Setup bounded = setup();
+  InterfaceSetup bounded = setup();
   bounded.boundary = boundary;
   querier_ = std::make_unique<InterfaceQuerier>(services(), bounded);
   up();
@@ -263,7 +263,7 @@ TEST_F(InterfaceQuerierTest, opensANewPortWhenOneFails) {
   EXPECT_EQ(portsOpen_, 1);
 }
 
-TEST_F(InterfaceQuerierTest, tellsOfTheSameTroubleOnceAMinute) {
+TEST_F(InterfaceQuerierTest, reportsTheSameProblemOnceAMinute) {
   config_->queryIntervalIs(20.0);
   up();
   events_.taken();
@@ -274,7 +274,7 @@ TEST_F(InterfaceQuerierTest, tellsOfTheSameTroubleOnceAMinute) {
   EXPECT_EQ(events_.taken().size(), 1u);
 }
 
-TEST_F(InterfaceQuerierTest, tellsOfPacketsThatWereLost) {
+TEST_F(InterfaceQuerierTest, reportsPacketsThatWereLost) {
   up();
   events_.taken();
   dropped_ = 7;
@@ -283,6 +283,34 @@ TEST_F(InterfaceQuerierTest, tellsOfPacketsThatWereLost) {
                                            "lost so far"));
   advance(300.0);
   EXPECT_THAT(events_.taken(), IsEmpty());
+}
+
+// An event that was held back for a minute says the number once the minute is over, even when no more
+// packets were lost.
+TEST_F(InterfaceQuerierTest, reportsALossThatWasHeldBack) {
+  up();
+  dropped_ = 7;
+  advance(6.0);
+  events_.taken();
+  dropped_ = 9;
+  advance(50.0);
+  EXPECT_THAT(events_.taken(), IsEmpty());
+  advance(20.0);
+  EXPECT_THAT(events_.taken(), ElementsAre("1061 error: packets come faster than they are read: 9 "
+                                           "lost so far"));
+}
+
+// While retransmissions of a lost election are pending, the role is only kept to finish them.
+TEST_F(InterfaceQuerierTest, doesNotTakeTheRoleBackByANewAddressDuringAHandOver) {
+  up();
+  join();
+  receive(Ilvo::buildV2Leave(group, {.src = host}));
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  ASSERT_TRUE(querier().querier()->transitionToNonQuerier());
+  up(IpAddr(10, 0, 0, 3));
+  EXPECT_EQ(status().electedQuerierAddr(), lowerAddr);
+  advance(5.0);
+  EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
 }
 
 }  // namespace

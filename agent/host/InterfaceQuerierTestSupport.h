@@ -9,10 +9,10 @@
 #include <utility>
 #include <vector>
 
-#include <Host/InterfaceQuerier.h>
 #include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
 #include <gtest/gtest.h>
+#include "InterfaceQuerier.h"
 
 #include <AgentTestSupport/EventRecorder.h>
 #include <AgentTestSupport/TestAddresses.h>
@@ -77,10 +77,10 @@ class InterfaceQuerierTest : public testing::Test {
                                          return std::make_unique<Port>(*this);
                                        },
                                    .sink = events_,
-                                   .tellQueries = tellQueries_});
+                                   .reportQueries = reportQueries_});
     return *services_;
   }
-  InterfaceQuerier::Setup setup() const { return {.name = "eth0", .config = config_}; }
+  InterfaceSetup setup() const { return {.name = "eth0", .config = config_}; }
 
   void up(Ilvo::IpAddr addr = ourAddr) {
     const Link link = linkWith(addr);
@@ -100,7 +100,7 @@ class InterfaceQuerierTest : public testing::Test {
     }
     Mox::virtualTimeIs(until);
   }
-  void hear(const Bytes& packet, const MacAddr& from = hostMac) {
+  void receive(const Bytes& packet, const MacAddr& from = hostMac) {
     rxFrame(packet, from);
     receiver_->rxBatchEnd();
   }
@@ -111,7 +111,7 @@ class InterfaceQuerierTest : public testing::Test {
     frame.insert(frame.end(), packet.begin(), packet.end());
     receiver_->rxFrame(frame);
   }
-  void join() { hear(Ilvo::buildV2Report(group, {.src = host})); }
+  void join() { receive(Ilvo::buildV2Report(group, {.src = host})); }
   const Gmp::Igmp::QuerierStatus& status() { return *querier().view().status; }
   const InterfaceState& state() { return *querier().state(); }
   std::vector<Bytes> sent() { return std::exchange(sent_, {}); }
@@ -119,7 +119,7 @@ class InterfaceQuerierTest : public testing::Test {
   Mox::Ptr<Obel::TimerWheel> wheel_;
   EventRecorder events_;
   Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
-  bool tellQueries_ = false;
+  bool reportQueries_ = false;
   std::string openFails_;
   std::string sendFails_;
   Mox::U64 dropped_ = 0;

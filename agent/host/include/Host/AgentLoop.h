@@ -1,7 +1,8 @@
 // The live agent: queriers on real interfaces, one event loop, one thread, one timer wheel.
 //
-// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. Real time is
-// the activity clock's, and the wheel is turned before whatever happens and after it.
+// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. The activity
+// clock is the machine's monotonic one, and the wheel is turned before each of these is handled and
+// after it.
 //
 //   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
 //   loop.run();  // until SIGINT or SIGTERM
@@ -14,26 +15,22 @@
 #include <vector>
 
 #include <Events/Event.h>
-#include <Host/InterfaceQuerier.h>
-#include <Link/LinkMonitor.h>
-#include <Report/StateReport.h>
+#include <Host/InterfaceSetup.h>
+#include <Report/InterfaceView.h>
 #include <Server/AttrLogServer.h>
-#include <Server/RequestServer.h>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/signal_set.hpp>
-#include <boost/asio/steady_timer.hpp>
 
 namespace Agent {
 
 class AgentLoop {
  public:
   struct Setup {
-    std::vector<InterfaceQuerier::Setup> interfaces;
-    bool tellQueries = false;                          // an event for each query sent
-    std::function<void()> onStateWanted;               // SIGUSR1
-    std::optional<AttrLogServer::Setup> attrLog = {};  // none: nobody else sees the state
-    bool attrLogRequired = false;  // else it is told and done without where it cannot be served
-    // Requests are served beside the attribute log, on the same terms.
+    std::vector<InterfaceSetup> interfaces;
+    bool reportQueries = false;                        // an event for each query sent
+    std::function<void()> onStateRequested;            // SIGUSR1
+    std::optional<AttrLogServer::Setup> attrLog = {};  // none: no other process sees the state
+    // Whether it is an error that the attribute log cannot be served; else an event reports it and
+    // the agent runs without. Requests are served beside the attribute log, on the same terms.
+    bool attrLogRequired = false;
   };
 
   // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched,
@@ -48,31 +45,8 @@ class AgentLoop {
   std::vector<InterfaceView> views() const;
 
  private:
-  std::unique_ptr<AttrLogServer> attrLogServed(const Setup& setup, EventSink& sink);
-  // What requests can read by path: what the attribute log serves, and the machines behind it.
-  ObjectRoots roots() const;
-  std::unique_ptr<RequestServer> requestsServed(const Setup& setup, EventSink& sink);
-  void publish(const InterfaceQuerier& querier);
-  void handleLink(const std::string& name, const Link* link);
-  void handleSignal(int number);
-  void waitForSignal();
-  // Fires what is due, tells what came of it, and sleeps until the next.
-  void turn();
-  // The same around what others change: it is told at once.
-  void turnAndTell();
-  void sleepUntilDue();
-
-  boost::asio::io_context io_{1};
-  boost::asio::signal_set signals_{io_};
-  boost::asio::steady_timer timer_{io_};
-  Mox::Seconds timerSet_ = Mox::never;  // what timer_ waits for
-  const Mox::Ptr<Obel::TimerWheel> wheel_;
-  const std::function<void()> onStateWanted_;
-  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
-  const InterfaceQuerier::Services services_;
-  std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;
-  const std::unique_ptr<RequestServer> requests_;  // null for none
-  LinkMonitor links_;
+  class Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace Agent

@@ -1,0 +1,18 @@
+// What one interface is started with.
+#pragma once
+
+#include <string>
+
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <Ilvo/IntfBoundaryStatus.h>
+#include <MoxBase/Ptr.h>
+
+namespace Agent {
+
+struct InterfaceSetup {
+  std::string name;
+  Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
+  Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary = {};  // null for none
+};
+
+}  // namespace Agent
