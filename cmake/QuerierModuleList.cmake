@@ -1,5 +1,5 @@
-# Writes modules.txt into the build tree: a line for each module, lower ones first, with its name, its
-# floor (if it has one), its include directory and all that it sees, as the targets know it.
+# Writes modules.txt into the build tree: a line for each module, lower ones first, with its name,
+# its floor (if it has one), its include directory and all that it sees, as the targets know it.
 # scripts/header_rules.py reads it.
 function(querier_modules_below dir result)
   get_directory_property(found DIRECTORY "${dir}" BUILDSYSTEM_TARGETS)

@@ -1,7 +1,7 @@
 // The querier of one interface, with its port, its status and its events.
 //
-// It runs while the interface can carry it: present, up, with a carrier and an IPv4 address. While it
-// does not run, the status stays as it is, and the next querier takes the groups over. A
+// It runs while the interface can carry it: present, up, with a carrier and an IPv4 address. While
+// it does not run, the status stays as it is, and the next querier takes the groups over. A
 // new address starts a new election. A problem is reported as an event, each kind at most once a
 // minute, and the operation is tried again; no problem ends the process.
 //

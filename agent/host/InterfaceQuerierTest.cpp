@@ -285,8 +285,8 @@ TEST_F(InterfaceQuerierTest, reportsPacketsThatWereLost) {
   EXPECT_THAT(events_.taken(), IsEmpty());
 }
 
-// An event that was held back for a minute says the number once the minute is over, even when no more
-// packets were lost.
+// An event that was held back for a minute says the number once the minute is over, even when no
+// more packets were lost.
 TEST_F(InterfaceQuerierTest, reportsALossThatWasHeldBack) {
   up();
   dropped_ = 7;

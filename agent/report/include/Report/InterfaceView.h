@@ -1,5 +1,5 @@
-// What a report shows of one interface. The times of a querier that does not run have no meaning and
-// are left out.
+// What a report shows of one interface. The times of a querier that does not run have no meaning
+// and are left out.
 #pragma once
 
 #include <string>
