@@ -24,6 +24,7 @@ import threading
 import time
 
 PREFIX = "igmpq-lab-"
+SCRATCH = "/tmp"
 NETWORK = "10.77.0"
 HOST_PROGRAM = pathlib.Path(__file__).with_name("host.py")
 PR_SET_PDEATHSIG = 1
@@ -77,7 +78,7 @@ def remove_stale():
         name = line.split()[0]
         if is_stale(name):
             subprocess.run(("ip", "netns", "del", name), capture_output=True, check=False)
-    for path in pathlib.Path(tempfile.gettempdir()).glob(f"{PREFIX}*"):
+    for path in pathlib.Path(SCRATCH).glob(f"{PREFIX}*"):
         if is_stale(path.name): shutil.rmtree(path, ignore_errors=True)
 
 
@@ -87,7 +88,8 @@ class Lab:
         self.namespaces = []
         self.processes = []
         self.readers = []
-        self.scratch = tempfile.TemporaryDirectory(prefix=self.prefix)
+        # Not below $TMPDIR, which other users may be unable to enter.
+        self.scratch = tempfile.TemporaryDirectory(prefix=self.prefix, dir=SCRATCH)
         atexit.register(self.close)
         # A terminated lab unwinds as an interrupted one does.
         signal.signal(signal.SIGTERM, signal.default_int_handler)

@@ -1,15 +1,21 @@
 """Runs `igmpq run` on a station of the lab and follows its events."""
+import atexit
+import functools
 import json
 import os
 import pathlib
+import re
+import shutil
 import signal
 import subprocess
+import tempfile
 import threading
 import time
 
-from lab import wait_until
+from lab import PREFIX, SCRATCH, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 
 
 def program():
@@ -17,6 +23,28 @@ def program():
     path = pathlib.Path(os.environ.get("IGMPQ") or ROOT / "build/dev/igmpq/igmpq")
     if not path.is_file(): raise OSError(f"no {path}: build it, or set IGMPQ")
     return path
+
+
+@functools.cache
+def copy_for_all():
+    """A folder with a copy of the command and its libraries that every user may enter.
+
+    Other users cannot execute the original where a folder above the build is closed to them.
+    """
+    folder = tempfile.TemporaryDirectory(prefix=f"{PREFIX}{os.getpid()}-", dir=SCRATCH)
+    atexit.register(folder.cleanup)
+    os.chmod(folder.name, 0o755)
+    linked = subprocess.run(("ldd", program()), capture_output=True, text=True, check=True).stdout
+    for path in (program(), *re.findall(r"libGmp\S+ => (\S+)", linked)):
+        shutil.copy(path, folder.name)
+        os.chmod(pathlib.Path(folder.name, pathlib.Path(path).name), 0o755)
+    return folder.name
+
+
+def as_nobody():
+    """The command line of igmpq for a user without any rights."""
+    folder = copy_for_all()
+    return (*NOBODY, "env", f"LD_LIBRARY_PATH={folder}", f"{folder}/{program().name}")
 
 
 def matches(event, kind, fields):
@@ -116,8 +144,9 @@ class Querier:
         return status
 
 
-def run_once(station, *arguments, wrapper=()):
-    """igmpq to its end: a CompletedProcess."""
+def run_once(station, *arguments, wrapper=(), command=()):
+    """igmpq to its end: a CompletedProcess. `command` replaces that of the test's own user."""
     return subprocess.run(
-        ("ip", "netns", "exec", station.namespace, *wrapper, program(), *arguments),
+        ("ip", "netns", "exec", station.namespace, *wrapper, *(command or (program(),)),
+         *arguments),
         capture_output=True, text=True, timeout=20, check=False)

@@ -7,12 +7,11 @@ import socket
 import subprocess
 
 from lab import wait_until
-from querier import Querier, program, run_once
+from querier import Querier, as_nobody, program, run_once
 from testcase import QUIET, LabTestCase, main
 
 GROUP = "239.1.1.1"
 OTHER = "239.1.1.2"
-NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 LONGEST_LINE = 65536
 
 
@@ -52,8 +51,8 @@ class RequestsTest(LabTestCase):
         self.querier.expect("role", role="querier")
         self.path = str(self.querier.socket.with_suffix(".request"))
 
-    def igmpq(self, *arguments, wrapper=()):
-        return run_once(self.router, *arguments, "--socket", self.querier.socket, wrapper=wrapper)
+    def igmpq(self, *arguments, command=()):
+        return run_once(self.router, *arguments, "--socket", self.querier.socket, command=command)
 
     def output(self, *arguments):
         done = self.igmpq(*arguments)
@@ -178,19 +177,19 @@ class RequestsTest(LabTestCase):
 
     def test_who_is_nobody_is_not_let_in_and_where_it_is_it_may_only_read(self):
         for arguments in (("call", "eth0", "clearCounters"), ("trace",)):
-            done = self.igmpq(*arguments, wrapper=NOBODY)
+            done = self.igmpq(*arguments, command=as_nobody())
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("not permitted to connect to the agent", done.stderr)
         os.chmod(self.lab.scratch.name, 0o711)
         os.chmod(self.path, 0o666)
         for arguments in (("call", "eth0", "clearCounters"), ("trace", "--level", "9")):
-            done = self.igmpq(*arguments, wrapper=NOBODY)
+            done = self.igmpq(*arguments, command=as_nobody())
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("igmpq: not permitted to ", done.stderr)
             self.assertIn("be root, or of the user or the group that the agent runs as",
                           done.stderr)
         self.assertIn("IgmpPacket        3\n",
-                      self.igmpq("trace", "--handles", wrapper=NOBODY).stdout)
+                      self.igmpq("trace", "--handles", command=as_nobody()).stdout)
 
     def test_a_client_that_lies_is_ended_and_the_agent_goes_on(self):
         for said, told in ((b"hello\n", "a request is one JSON object a line"),

@@ -3,7 +3,7 @@ import json
 import signal
 
 from lab import wait_until
-from querier import Querier, run_once
+from querier import Querier, as_nobody, run_once
 from testcase import QUIET, SHORT, LabTestCase, main
 
 GROUP = "239.1.1.1"
@@ -11,7 +11,6 @@ OTHER = "239.1.1.2"
 WANTED = "232.1.1.1"
 SENDER = "10.0.0.5"
 QUIET_3 = (*QUIET[:-1], "3")
-NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 
 
 class Watch(Querier):
@@ -32,9 +31,9 @@ class VerbsTest(LabTestCase):
         self.querier = querier
         return querier
 
-    def igmpq(self, *arguments, wrapper=()):
+    def igmpq(self, *arguments, command=()):
         return run_once(self.router, *arguments, "--socket", self.querier.socket,
-                        wrapper=wrapper)
+                        command=command)
 
     def show(self, *arguments):
         done = self.igmpq("show", *arguments, "--json")
@@ -170,7 +169,7 @@ class VerbsTest(LabTestCase):
         self.run_querier(*QUIET)
         for arguments in (("show",), ("watch",), ("set", "eth0", "robustness=3")):
             # The folder of the lab is for its owner alone.
-            done = self.igmpq(*arguments, wrapper=NOBODY)
+            done = self.igmpq(*arguments, command=as_nobody())
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("not permitted to connect to the agent", done.stderr)
 
