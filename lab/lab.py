@@ -6,8 +6,8 @@
       host.join("239.1.1.1")
       querier.expect("groupJoined", group="239.1.1.1", reporter=host.address)
 
-Whatever ends the lab takes its processes and namespaces with it: leaving the `with`, an exception,
-a signal. What a killed lab left behind, the next one removes.
+The end of the lab ends its processes and namespaces, too: by leaving the `with`, by an exception or
+by a signal. The next lab removes the remains of a killed one.
 """
 import atexit
 import ctypes
@@ -73,7 +73,7 @@ def is_stale(name):
 
 
 def remove_stale():
-    # Another lab may be doing the same: what is gone is gone.
+    # Another lab may be doing the same, so it is no error when one no longer exists.
     for line in ip("netns", "list").splitlines():
         name = line.split()[0]
         if is_stale(name):
@@ -135,7 +135,7 @@ class Lab:
         name = self.prefix + name
         self.namespaces.append(name)
         ip("netns", "add", name)
-        # Neighbour discovery and listener reports are traffic that no test asked for.
+        # Neighbour discovery and listener reports would disturb the tests.
         self.sysctl(name, "ipv6/conf/all/disable_ipv6", 1)
         self.sysctl(name, "ipv6/conf/default/disable_ipv6", 1)
         return name
@@ -144,7 +144,7 @@ class Lab:
         ip("netns", "exec", namespace, "sh", "-c", f"echo {value} > /proc/sys/net/{key}")
 
     def read(self, stream, line_arrived, ended=lambda: None):
-        """A thread that hands over each line of a process of the lab."""
+        """A thread that passes each line of a process to `line_arrived`."""
         def run():
             for line in stream:
                 line_arrived(line)
@@ -154,7 +154,7 @@ class Lab:
         return self.readers[-1]
 
     def spawn(self, namespace, *command, **options):
-        """A process of the lab; a session of its own keeps the terminal's Ctrl-C from it."""
+        """A process of the lab, in a session of its own: Ctrl-C at the terminal does not end it."""
         process = subprocess.Popen(
             ("ip", "netns", "exec", namespace, *map(str, command)), text=True, bufsize=1,
             start_new_session=True, preexec_fn=die_with_parent, **options)
@@ -176,7 +176,7 @@ class Station:
         self.port = f"port{number}"
         self.helper = None
         self.namespace = lab.add_namespace(str(number))
-        # For the interface that is yet to come.
+        # Valid for the interfaces that are made afterwards.
         lab.sysctl(self.namespace, "ipv4/conf/default/force_igmp_version", igmp_version)
         self.ip("link", "set", "lo", "up")
         self.plug()
@@ -210,7 +210,7 @@ class Station:
         self.ip("address", "add", f"{self.address}/24", "dev", "eth0")
 
     def wait_connected(self):
-        # A carrier that has just come is noticed late; until then the bridge drops what we send.
+        # The bridge notices a new carrier late, and drops packets until then.
         def forwarding():
             shown = ip("-n", self.lab.switch, "-d", "-j", "link", "show", "dev", self.port)
             return json.loads(shown)[0]["linkinfo"]["info_slave_data"]["state"] == "forwarding"

@@ -1,4 +1,4 @@
-"""A stranger on the link: the querier of the kernel's bridge."""
+"""Another implementation on the link: the querier of the kernel's bridge."""
 import time
 
 import lab
@@ -6,16 +6,16 @@ from capture import Capture, is_general_query
 from querier import Querier
 from testcase import SHORT, LabTestCase, main
 
-HUNDREDTHS = 100  # of a second, as the bridge counts
+HUNDREDTHS = 100  # of a second: the unit of the bridge
 
 
-class StrangerTest(LabTestCase):
+class BridgeTest(LabTestCase):
     def setUp(self):
         self.lab = lab.Lab(snooping=True)
         self.addCleanup(self.lab.close)
 
     def bridge_querier(self, address):
-        """The bridge asks from that address, every two seconds."""
+        """The bridge sends queries from that address, every two seconds."""
         lab.ip("-n", self.lab.switch, "address", "add", f"{address}/24", "dev", "br0")
         lab.ip("-n", self.lab.switch, "link", "set", "br0", "type", "bridge",
                "mcast_startup_query_interval", str(HUNDREDTHS),
@@ -24,7 +24,7 @@ class StrangerTest(LabTestCase):
 
     def test_the_bridge_is_followed_when_its_address_is_lower(self):
         router = self.lab.station(7)
-        # A bridge that hears another querier before it has asked itself stays silent, whatever its
+        # A bridge that receives a query before it has sent one stays silent, even with the lower
         # address: it has to be first.
         self.bridge_querier("10.77.0.3")
         querier = Querier(router, *SHORT)
