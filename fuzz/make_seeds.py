@@ -110,9 +110,9 @@ PACKETS = {
         step(MESSAGE, HOST, 8, b"\x22"), step(MESSAGE, HOST, 8, bytes(8))],
 }
 SCENARIOS = (
-    "bootstrap", "boundary-replaced-and-unset", "calls", "compat-1-include", "config-last-member",
-    "config-unknown-version", "congestion-checked-every-tenth-time", "election-lost-and-taken-over",
-    "include-empty-records", "many-sources-split-by-mtu")
+    "restart/groups", "boundary/replaced", "basics/calls", "compatibility/v1-include",
+    "config/last-member", "config/unknown-version", "congestion/every-tenth-time",
+    "election/lost", "include/empty-records", "sent-query/split-by-mtu")
 INTERFACE = ('{"at": 1000, "op": "interface", "name": "vlan10", "ipAddr": "10.0.0.5", '
              '"config": {"queryInterval": %s, "startupQueryInterval": %s}}\n')
 ADVANCE = '{"at": %s, "op": "advance"}\n{"at": %s, "op": "dump", "interface": "vlan10"}\n'
@@ -292,8 +292,9 @@ def main():
     for name, steps in PACKETS.items():
         write("RxPktFuzz", name, b"".join(steps))
     for name in SCENARIOS:
-        text = (ROOT / "test" / "scenarios" / f"{name}.scenario").read_bytes()
-        write("ScenarioFuzz", name, text)
+        lines = (ROOT / "test" / "scenarios" / f"{name}.scenario").read_bytes().splitlines(True)
+        steps = b"".join(line for line in lines if not line.startswith(b"#= "))
+        write("ScenarioFuzz", name.replace("/", "-"), steps)
     for name, text in EXTREMES.items():
         write("ScenarioFuzz", name, text)
     for name, content in captures():

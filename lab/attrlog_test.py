@@ -1,4 +1,4 @@
-"""The attribute log between real processes: readers that come, go, stall and are lied to."""
+"""The attribute log between real processes: readers that come, go and stall, and random bytes."""
 import json
 import os
 import pathlib
@@ -10,29 +10,29 @@ import sys
 import time
 
 from lab import wait_until
-from querier import Querier, program
+from querier import Querier, as_nobody, program, run_once
 from testcase import NO_DELAY, LabTestCase, main
 
 GROUPS = 10000
-# Groups live longer than a test; one that is left is gone after two questions in 0.2 s.
+# Groups live longer than a test; one that its host leaves ends after two queries in 0.2 s.
 LASTING = (*NO_DELAY, "--query-interval", "1000", "--query-response-interval", "100",
            "--startup-query-count", "1", "--last-member-query-interval", "0.1",
            "--querier-version", "2")
 REPORTS = pathlib.Path(__file__).with_name("reports.py")
 STALL_SECONDS = float(os.environ.get("LAB_STALL_SECONDS", "60"))
-# A sanitizer keeps what was freed: what its program occupies says nothing of ours.
+# A sanitizer keeps freed memory, so the resident size of its program proves nothing.
 SANITIZED = os.environ.get("LAB_SANITIZED") == "1"
 
 
 def resident_kib(process):
-    # What was spawned is `ip netns exec`, which has become the program itself.
+    # `ip netns exec` replaces itself by the program.
     for line in pathlib.Path("/proc", str(process.pid), "status").read_text().splitlines():
         if line.startswith("VmRSS:"): return int(line.split()[1])
     raise AssertionError("no VmRSS")
 
 
 class Watch:
-    """`igmpq watch --json` on the same machine, and the groups that it says are there."""
+    """`igmpq watch --json` on the same machine, and the groups that it reports as present."""
 
     def __init__(self, router, path):
         self.groups = set()
@@ -44,7 +44,7 @@ class Watch:
         router.lab.read(self.process.stdout, self.line_arrived)
 
     def stop(self):
-        """Stops the reader. What it has said before has been heard when this returns."""
+        """Stops the reader, then waits until all of its earlier lines are read."""
         self.process.send_signal(signal.SIGSTOP)
         before = None
         while before != self.lines:
@@ -103,7 +103,7 @@ class AttrLogTest(LabTestCase):
             reader.kill()
             reader.wait(20)
         self.assert_ended(changing)
-        # A machine that is busy with readers may lose packets, so the agent's word counts.
+        # A machine that is busy with readers may lose packets: only the agent's own state counts.
         self.assertGreater(len(self.agent_groups()), GROUPS // 4)
         wait_until(lambda: self.agent_groups() == self.shown_groups(), 30, "equal copies")
 
@@ -114,10 +114,10 @@ class AttrLogTest(LabTestCase):
         before = resident_kib(self.querier.process)
         watch.stop()
         seen = set(watch.groups)
-        # One that is new for certain: what has been left may be kept while the log is clogged.
+        # A group that is certainly new: the agent keeps ended ones while the log is congested.
         self.host.join("239.3.3.3")
         self.assert_ended(self.change(max(1.0, STALL_SECONDS - GROUPS / 2000), seed=3))
-        # Each group may be remembered as dirty, 64 bytes; the rest is the allocator's.
+        # A dirty mark for each group, 64 bytes; the rest is the allocator's.
         if not SANITIZED: self.assertLess(resident_kib(self.querier.process) - before, 4096)
         wait_until(lambda: "239.3.3.3" in self.agent_groups(), 10, "the agent to see a new group")
         self.assertEqual(seen, watch.groups)
@@ -137,33 +137,29 @@ class AttrLogTest(LabTestCase):
         wait_until(lambda: watch.groups == {"239.2.2.2"}, 30, "the reader to follow the new agent")
         self.assertIsNone(watch.process.poll())
 
-    def test_garbage_harms_nobody_else(self):
+    def test_garbage_does_not_affect_other_connections(self):
         watch = Watch(self.router, self.socket)
         chance = random.Random(4)
         for size in (1, 2, 3, 20, 70000):
             for head in (b"", b"\xff\xff", b"\x00\x00", b"\x00\x20\x01Mox"):
-                with socket.socket(socket.AF_UNIX) as stranger:
-                    stranger.connect(self.socket)
+                with socket.socket(socket.AF_UNIX) as foreign:
+                    foreign.connect(self.socket)
                     try:
-                        stranger.sendall(head + chance.randbytes(size))
+                        foreign.sendall(head + chance.randbytes(size))
                     except OSError:
-                        pass  # it had enough of us
+                        pass  # the agent closed the connection
         self.host.join("239.1.1.1")
         wait_until(lambda: "239.1.1.1" in watch.groups, 10, "the reader to see the group")
         self.assertEqual({"239.1.1.1"}, self.shown_groups())
 
     def test_a_writer_without_permission_changes_nothing(self):
+        os.chmod(self.lab.scratch.name, 0o711)
         os.chmod(self.socket, 0o666)
-        for folder in pathlib.Path(self.socket).parents:
-            if folder.parent == pathlib.Path("/"): break
-            os.chmod(folder, 0o755)
-        nobody = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
-        shown = subprocess.run((*nobody, program(), "show", "--json", "--socket", self.socket),
-                               capture_output=True, text=True, timeout=20, check=False)
+        shown = run_once(self.router, "show", "--json", "--socket", self.socket,
+                         command=as_nobody())
         self.assertEqual((0, ""), (shown.returncode, shown.stderr))
-        done = subprocess.run((*nobody, program(), "set", "eth0", "robustness=4",
-                               "--socket", self.socket),
-                              capture_output=True, text=True, timeout=20, check=False)
+        done = run_once(self.router, "set", "eth0", "robustness=4", "--socket", self.socket,
+                        command=as_nobody())
         self.assertEqual((1, ""), (done.returncode, done.stdout))
         self.assertIn("permi", done.stderr)
         self.assertEqual(2, self.querier.state()["robustness"])

@@ -1,4 +1,4 @@
-"""What went over the lab's link: captured by tcpdump, decoded by tshark, so not by our own code."""
+"""The packets on the lab's link, captured by tcpdump and decoded by tshark, not by our own code."""
 import collections
 import pathlib
 import subprocess
@@ -51,9 +51,9 @@ def decode(path):
 
 
 class Capture:
-    """Runs from its making until `packets` is called.
+    """Runs from its construction until `packets` is called.
 
-    The path may be given to keep the file; else it goes with the lab.
+    The file is kept if its path is given; otherwise it is removed with the lab.
     """
 
     def __init__(self, lab, path=None, expression="igmp"):
@@ -70,7 +70,7 @@ class Capture:
 
     def stop(self):
         if self.process.poll() is None:
-            time.sleep(0.2)  # what is on its way to tcpdump
+            time.sleep(0.2)  # for packets on their way to tcpdump
             self.process.terminate()
             self.process.wait()
 

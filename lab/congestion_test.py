@@ -1,4 +1,4 @@
-"""While a reader of the attribute log takes nothing, work that would tell it more is put off."""
+"""While a reader of the attribute log takes nothing, work that would send it more is postponed."""
 import signal
 import subprocess
 import sys
@@ -19,8 +19,8 @@ LEFT = "239.1.1.1"
 
 
 class CongestionTest(LabTestCase):
-    def clog(self, *options):
-        """An agent, a reader that is stopped, one that is not, and groups that nobody wants."""
+    def congest(self, *options):
+        """An agent, a stopped reader, a running one, and groups without members."""
         self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
         self.querier = Querier(self.router, *FLEETING, *options)
         self.querier.expect("role", role="querier")
@@ -30,24 +30,24 @@ class CongestionTest(LabTestCase):
         for watch in (self.stopped, self.healthy):
             wait_until(lambda w=watch: LEFT in w.groups, 10, "the readers to see a group")
         self.stopped.process.send_signal(signal.SIGSTOP)
-        # Each is reported once, and no host answers for it when it is asked for.
+        # Each is reported once, and no host answers queries for it.
         reporting = self.lab.spawn(self.host.namespace, sys.executable, REPORTS, GROUPS, 0, 1,
                                    stdout=subprocess.DEVNULL)
         self.assertEqual(0, reporting.wait(60))
 
     def overdue(self):
-        """Groups that outlived their timers: nothing but having been put off keeps them."""
+        """Groups that exist after their timers ended, because their end is postponed."""
         return [group for group, fields in self.querier.groups().items()
                 if group != LEFT and fields["upSeconds"] > 2 * LIFE]
 
-    def assert_put_off(self):
+    def assert_postponed(self):
         wait_until(lambda: len(self.overdue()) == len(self.querier.groups()) - 1, 30,
                    "every group to be overdue")
-        # The first ones may have gone before the socket was full.
+        # The first ones can end before the socket is full.
         self.assertGreater(len(self.overdue()), GROUPS // 4)
         self.host.leave(LEFT)
         wait_until(lambda: self.querier.state()["counters"]["v2LeaveReceived"] == 1, 10,
-                   "the leave to be heard")
+                   "the leave to be received")
         kept = self.querier.groups()
         wait_until(lambda: all(fields["upSeconds"] > kept[group]["upSeconds"] + LIFE
                                for group, fields in self.querier.groups().items()), 30,
@@ -58,19 +58,19 @@ class CongestionTest(LabTestCase):
         self.assertLess(len(self.stopped.groups), len(kept))
 
     def assert_gone(self, watch):
-        wait_until(lambda: not self.querier.groups(), 30, "the groups to go")
-        wait_until(lambda: not watch.groups, 30, "a reader to see that they went")
+        wait_until(lambda: not self.querier.groups(), 30, "the groups to end")
+        wait_until(lambda: not watch.groups, 30, "a reader to see that they ended")
 
     def test_groups_stay_until_a_stopped_reader_goes_on(self):
-        self.clog("--stall-timeout", "300")
-        self.assert_put_off()
+        self.congest("--stall-timeout", "300")
+        self.assert_postponed()
         self.stopped.process.send_signal(signal.SIGCONT)
         for watch in (self.healthy, self.stopped):
             self.assert_gone(watch)
         self.assertEqual([], [e for e in self.stopped.events if e["event"] == "agentLost"])
 
     def test_groups_stay_until_a_stopped_reader_is_cut_off(self):
-        self.clog("--stall-timeout", "20")
+        self.congest("--stall-timeout", "20")
         wait_until(lambda: len(self.overdue()) > GROUPS // 4, 30, "groups to be overdue")
         self.assertEqual([], self.querier.seen("error"))
         self.host.leave(LEFT)

@@ -23,7 +23,7 @@ def never(seconds):
 
 
 class Shown:
-    """Fields of `igmpq show --json`; each that is asked for is ticked off."""
+    """Fields of `igmpq show --json`; `take` removes a field, so that none is forgotten."""
 
     def __init__(self, test, fields, path, now):
         self.test, self.fields, self.path, self.now = test, dict(fields), path, now
@@ -55,7 +55,7 @@ class DecoderTest(LabTestCase):
         super().setUp()
         self.router, self.host = self.lab.station(1), self.lab.station(11)
         self.old = self.lab.station(12, 2)
-        # What is said again, in case it was lost, is said before anything is compared.
+        # Hosts repeat reports in case of loss; here they do so before the states are compared.
         for station in (self.host, self.old):
             for version in (2, 3):
                 self.lab.sysctl(station.namespace,
@@ -75,18 +75,18 @@ class DecoderTest(LabTestCase):
         return self.output_of(program(), "show", part, "--json", "--socket", self.querier.socket)
 
     def decoded_and_shown(self):
-        """What both say of a state that did not change in between."""
+        """Both views of a state that did not change in between."""
         seen = []
 
         def unchanged():
             before = self.decoded()
             seen[:] = before, self.show("all"), self.show("config")
             return self.decoded() == before
-        wait_until(unchanged, 30, "the hosts to have said all that they have to say")
+        wait_until(unchanged, 30, "the hosts to have sent all of their reports")
         return seen
 
     def change_everything(self):
-        """Groups and sources of every kind, some of which go again."""
+        """Makes groups and sources of every kind; some of them end again."""
         self.host.join(WANTED, SENDERS[0])
         self.host.join(WANTED, SENDERS[1])
         self.querier.expect("sourceJoined", group=WANTED, source=SENDERS[1])
@@ -185,7 +185,7 @@ class DecoderTest(LabTestCase):
                               timeout=20, check=False)
         self.assertEqual((0, ""), (done.returncode, done.stderr))
         _, shown, config = self.decoded_and_shown()
-        self.assertEqual(0, self.querier.stop())  # the log ends as it stands
+        self.assertEqual(0, self.querier.stop())  # ends the log
         self.assertEqual(0, follower.wait(10))
         reading.join(10)
         self.assertGreater(len(lines) - current, 20)

@@ -1,4 +1,4 @@
-"""Several queriers on one link: the lowest address asks, the others listen."""
+"""Several queriers on one link: the lowest address sends queries, the others are silent."""
 import signal
 
 from capture import Capture, is_general_query
@@ -9,7 +9,7 @@ GROUP = "239.1.1.1"
 
 
 def run_pair(lab, low_number, high_number):
-    """Two queriers, the higher one first; once the lower one rules."""
+    """Starts two queriers, the higher one first; returns when the lower one is elected."""
     low, high = lab.station(low_number), lab.station(high_number)
     higher = Querier(high, *SHORT)
     higher.expect("role", role="querier", querier=high.address)
@@ -22,13 +22,13 @@ def run_pair(lab, low_number, high_number):
 class ElectionTest(LabTestCase):
     def test_the_lowest_address_is_the_querier(self):
         (low, lower), (_, higher) = run_pair(self.lab, 1, 2)
-        ruling, following = lower.state(), higher.state()
-        self.assertEqual(("querier", low.address), (ruling["role"], ruling["querier"]))
+        elected, following = lower.state(), higher.state()
+        self.assertEqual(("querier", low.address), (elected["role"], elected["querier"]))
         self.assertEqual(("nonQuerier", low.address), (following["role"], following["querier"]))
-        self.assertIsNone(ruling["otherQuerierExpirySeconds"])
+        self.assertIsNone(elected["otherQuerierExpirySeconds"])
         self.assertGreater(following["otherQuerierExpirySeconds"], 0)
 
-    def test_who_is_not_the_querier_is_silent_but_knows_the_groups(self):
+    def test_a_non_querier_is_silent_but_knows_the_groups(self):
         (low, lower), (high, higher) = run_pair(self.lab, 1, 2)
         host = self.lab.station(11, 2)
         capture = Capture(self.lab)
@@ -39,7 +39,7 @@ class ElectionTest(LabTestCase):
         self.assertGreaterEqual(len(capture.sent_by(low)), 1)
         self.assertEqual([], capture.sent_by(high))
 
-    def test_a_leave_is_followed_by_who_is_not_the_querier(self):
+    def test_a_non_querier_acts_on_a_leave(self):
         (low, _), (high, higher) = run_pair(self.lab, 1, 2)
         host = self.lab.station(11, 2)
         capture = Capture(self.lab)
@@ -66,22 +66,22 @@ class ElectionTest(LabTestCase):
         last = [packet.time for packet in queries if packet.source == low.address][-1]
         after = [packet.time for packet in queries if packet.time > last]
         self.assertGreaterEqual(len(after), 1)
-        # The other querier present interval.
+        # Between them lies the other querier present interval.
         self.assertGreaterEqual(after[0] - last, 4.4)
         self.assertLessEqual(after[0] - last, 6.5)
 
-    def test_a_lower_address_that_comes_takes_over(self):
-        (middle, ruler), _ = run_pair(self.lab, 5, 7)
+    def test_a_new_router_with_a_lower_address_takes_over(self):
+        (middle, before), _ = run_pair(self.lab, 5, 7)
         lowest = self.lab.station(3)
         newcomer = Querier(lowest, *SHORT)
         newcomer.expect("role", role="querier", querier=lowest.address)
-        ruler.expect("role", role="nonQuerier", querier=lowest.address)
+        before.expect("role", role="nonQuerier", querier=lowest.address)
         capture = Capture(self.lab)
         newcomer.expect_none("role", role="nonQuerier", during=4.5)
         self.assertGreaterEqual(len(capture.sent_by(lowest)), 2)
         self.assertEqual([], capture.sent_by(middle))
 
-    def test_a_query_of_another_version_is_told(self):
+    def test_a_query_of_another_version_is_reported(self):
         router, other = self.lab.station(2), self.lab.station(1)
         querier = Querier(router, *SHORT)
         querier.expect("role", role="querier")

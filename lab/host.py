@@ -1,12 +1,12 @@
-"""A multicast host inside a network namespace: its kernel reports what this process joins.
+"""A multicast host inside a network namespace: its kernel reports the groups of this process.
 
 Reads commands, one a line; answers each with "ok" or "error TEXT".
 
-  join GROUP [SOURCE]     every source, or this one too
+  join GROUP [SOURCE]     all sources, or this one in addition
   leave GROUP [SOURCE]
-  block GROUP SOURCE      everything but this source, of a group joined without one
+  block GROUP SOURCE      all sources but this one, of a group joined without a source
   unblock GROUP SOURCE
-  query VERSION [GROUP [RESPONSE]]  sends what a router of that version would send; RESPONSE in
+  query VERSION [GROUP [RESPONSE]]  sends the query of a router of that version; RESPONSE in
                                     tenths of a second
 """
 import socket
@@ -44,7 +44,8 @@ class Host:
         self.sockets = {}
 
     def set_option(self, group, option, *addresses):
-        # A socket a group: the source filter is the socket's, and a socket may hold but few groups.
+        # One socket for each group: the source filter belongs to the socket, which can join only a
+        # few groups.
         if group not in self.sockets:
             self.sockets[group] = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         value = b"".join((socket.inet_aton(group), self.address, *map(socket.inet_aton, addresses)))

@@ -1,4 +1,4 @@
-"""The interface goes, comes back, changes: the querier stops, keeps what it knows, resumes."""
+"""The interface goes, comes back, changes: the querier stops, keeps its groups, resumes."""
 from capture import Capture, is_general_query
 from querier import Querier
 from testcase import SHORT, LabTestCase, main
@@ -17,7 +17,7 @@ class InterfaceTest(LabTestCase):
         self.querier.expect("groupJoined", group=GROUP)
 
     def assert_resumes(self):
-        """It asks, and it hears."""
+        """It sends queries and receives reports."""
         capture = Capture(self.lab)
         self.host.join(OTHER)
         self.querier.expect("groupJoined", group=OTHER, reporter=self.host.address)
@@ -52,15 +52,15 @@ class InterfaceTest(LabTestCase):
         self.assert_resumes()
 
     def test_a_second_address_follows_the_first(self):
-        # In this order the interface is never without one; with another prefix length, so that the
-        # second is nobody's secondary and stays.
+        # In this order the interface always has an address. The second one has another prefix
+        # length, so that the kernel does not remove it with the first.
         self.router.ip("address", "add", "10.77.0.3/16", "dev", "eth0")
         self.router.ip("address", "del", "10.77.0.5/24", "dev", "eth0")
         self.router.address = "10.77.0.3"
         self.querier.expect("addressChanged", interface="eth0", address="10.77.0.3")
         self.assert_resumes()
 
-    def test_other_interfaces_are_none_of_its_business(self):
+    def test_other_interfaces_have_no_effect(self):
         self.router.ip("link", "add", "name", "eth1", "type", "bridge")
         self.router.ip("address", "add", "10.78.0.1/24", "dev", "eth1")
         self.router.ip("link", "set", "eth1", "up")

@@ -6,8 +6,8 @@
       host.join("239.1.1.1")
       querier.expect("groupJoined", group="239.1.1.1", reporter=host.address)
 
-Whatever ends the lab takes its processes and namespaces with it: leaving the `with`, an exception,
-a signal. What a killed lab left behind, the next one removes.
+The end of the lab ends its processes and namespaces, too: by leaving the `with`, by an exception or
+by a signal. The next lab removes the remains of a killed one.
 """
 import atexit
 import ctypes
@@ -24,6 +24,7 @@ import threading
 import time
 
 PREFIX = "igmpq-lab-"
+SCRATCH = "/tmp"
 NETWORK = "10.77.0"
 HOST_PROGRAM = pathlib.Path(__file__).with_name("host.py")
 PR_SET_PDEATHSIG = 1
@@ -72,12 +73,12 @@ def is_stale(name):
 
 
 def remove_stale():
-    # Another lab may be doing the same: what is gone is gone.
+    # Another lab may be doing the same, so it is no error when one no longer exists.
     for line in ip("netns", "list").splitlines():
         name = line.split()[0]
         if is_stale(name):
             subprocess.run(("ip", "netns", "del", name), capture_output=True, check=False)
-    for path in pathlib.Path(tempfile.gettempdir()).glob(f"{PREFIX}*"):
+    for path in pathlib.Path(SCRATCH).glob(f"{PREFIX}*"):
         if is_stale(path.name): shutil.rmtree(path, ignore_errors=True)
 
 
@@ -87,7 +88,8 @@ class Lab:
         self.namespaces = []
         self.processes = []
         self.readers = []
-        self.scratch = tempfile.TemporaryDirectory(prefix=self.prefix)
+        # Not below $TMPDIR, which other users may be unable to enter.
+        self.scratch = tempfile.TemporaryDirectory(prefix=self.prefix, dir=SCRATCH)
         atexit.register(self.close)
         # A terminated lab unwinds as an interrupted one does.
         signal.signal(signal.SIGTERM, signal.default_int_handler)
@@ -133,7 +135,7 @@ class Lab:
         name = self.prefix + name
         self.namespaces.append(name)
         ip("netns", "add", name)
-        # Neighbour discovery and listener reports are traffic that no test asked for.
+        # Neighbour discovery and listener reports would disturb the tests.
         self.sysctl(name, "ipv6/conf/all/disable_ipv6", 1)
         self.sysctl(name, "ipv6/conf/default/disable_ipv6", 1)
         return name
@@ -142,7 +144,7 @@ class Lab:
         ip("netns", "exec", namespace, "sh", "-c", f"echo {value} > /proc/sys/net/{key}")
 
     def read(self, stream, line_arrived, ended=lambda: None):
-        """A thread that hands over each line of a process of the lab."""
+        """A thread that passes each line of a process to `line_arrived`."""
         def run():
             for line in stream:
                 line_arrived(line)
@@ -152,7 +154,7 @@ class Lab:
         return self.readers[-1]
 
     def spawn(self, namespace, *command, **options):
-        """A process of the lab; a session of its own keeps the terminal's Ctrl-C from it."""
+        """A process of the lab, in a session of its own: Ctrl-C at the terminal does not end it."""
         process = subprocess.Popen(
             ("ip", "netns", "exec", namespace, *map(str, command)), text=True, bufsize=1,
             start_new_session=True, preexec_fn=die_with_parent, **options)
@@ -174,7 +176,7 @@ class Station:
         self.port = f"port{number}"
         self.helper = None
         self.namespace = lab.add_namespace(str(number))
-        # For the interface that is yet to come.
+        # Valid for the interfaces that are made afterwards.
         lab.sysctl(self.namespace, "ipv4/conf/default/force_igmp_version", igmp_version)
         self.ip("link", "set", "lo", "up")
         self.plug()
@@ -208,7 +210,7 @@ class Station:
         self.ip("address", "add", f"{self.address}/24", "dev", "eth0")
 
     def wait_connected(self):
-        # A carrier that has just come is noticed late; until then the bridge drops what we send.
+        # The bridge notices a new carrier late, and drops packets until then.
         def forwarding():
             shown = ip("-n", self.lab.switch, "-d", "-j", "link", "show", "dev", self.port)
             return json.loads(shown)[0]["linkinfo"]["info_slave_data"]["state"] == "forwarding"

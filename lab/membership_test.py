@@ -10,7 +10,7 @@ class MembershipTest(LabTestCase):
     def stations(self):
         return self.lab.station(1), self.lab.station(11, 2), self.lab.station(12, 2)
 
-    def test_a_join_is_told_with_its_reporter(self):
+    def test_a_join_is_reported_with_its_reporter(self):
         router, first, second = self.stations()
         querier = Querier(router, *QUIET)
         querier.expect("role", role="querier", querier=router.address)
@@ -21,14 +21,14 @@ class MembershipTest(LabTestCase):
         querier.expect("groupJoined", group="239.1.1.2", reporter=second.address)
         self.assertEqual({GROUP, "239.1.1.2"}, set(querier.groups()))
 
-    def test_the_last_reporter_is_who_reported_last(self):
+    def test_the_last_reporter_sent_the_last_report(self):
         router, first, second = self.stations()
         querier = Querier(router, *QUIET)
         querier.expect("role", role="querier")
         first.join(GROUP)
         querier.expect("groupJoined", reporter=first.address)
-        # The second one's own report comes at once; the first one's repetition, which could come
-        # at any time in ten seconds, is given up when it hears that.
+        # The second host reports at once. The first one cancels the repetition of its report, due
+        # within ten seconds, when it receives that.
         second.join(GROUP)
         querier.wait_last_reporter(GROUP, second.address)
         self.assertEqual(1, len(querier.seen("groupJoined")))
@@ -39,7 +39,7 @@ class MembershipTest(LabTestCase):
         querier = Querier(router, *SHORT)
         querier.expect("groupJoined", group=GROUP, reporter=host.address)
 
-    def test_a_group_is_asked_for_twice_before_it_is_left(self):
+    def test_two_queries_are_sent_before_a_group_is_left(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         capture = Capture(self.lab)
         querier = Querier(router, *QUIET)
@@ -68,7 +68,7 @@ class MembershipTest(LabTestCase):
         querier.expect("role", role="querier")
         stays.join(GROUP)
         querier.expect("groupJoined", group=GROUP, reporter=stays.address)
-        # Only who reported last tells that it leaves, so the one that leaves comes second.
+        # Only the host that reported last sends a leave, so the one that leaves comes second.
         leaves.join(GROUP)
         querier.wait_last_reporter(GROUP, leaves.address)
         leaves.leave(GROUP)

@@ -1,4 +1,4 @@
-"""What igmpq sends, as tshark reads it."""
+"""The packets that igmpq sends, decoded by tshark."""
 from capture import Capture, is_general_query
 from querier import Querier
 from testcase import SHORT, LabTestCase, main
@@ -64,7 +64,7 @@ class PacketsTest(LabTestCase):
         querier = Querier(router, *SHORT)
         querier.expect_none("error", during=6.5)
         packets = capture.packets()
-        # Two at startup, half a second apart or more (a quarter of two), then each two seconds.
+        # Two at startup, at least half a second (a quarter of two) apart, then every two seconds.
         self.assert_gaps(packets[1:], 1.8, 2.8)
 
 

@@ -8,7 +8,7 @@ GROUP = "239.1.1.1"
 
 
 class ProcessTest(LabTestCase):
-    def test_it_tells_its_state_when_asked_and_goes_on(self):
+    def test_it_prints_its_state_on_request_and_goes_on(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         querier = Querier(router, *SHORT)
         querier.expect("role", role="querier")
@@ -21,7 +21,7 @@ class ProcessTest(LabTestCase):
         querier.expect("groupJoined", group=GROUP)
         self.assertEqual([GROUP], list(querier.groups()))
 
-    def test_it_ends_well_on_signals(self):
+    def test_a_signal_ends_it_with_status_0(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         host.join(GROUP)
         for number in (signal.SIGTERM, signal.SIGINT):
@@ -39,7 +39,7 @@ class ProcessTest(LabTestCase):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         host.join(GROUP)
         done = run_once(router, "run", "eth0", *SHORT, wrapper=("timeout", "2"))
-        # timeout tells that it had to end it; the text is what counts here.
+        # The status is that of `timeout`, which had to end it.
         self.assertEqual(124, done.returncode)
         joined, _, table = done.stdout.partition(f"joined {GROUP} by {host.address} (version 2)")
         self.assertIn("eth0", joined)
@@ -47,14 +47,14 @@ class ProcessTest(LabTestCase):
         self.assertIn(router.address, table)
         self.assertEqual("", done.stderr)
 
-    def test_without_the_right_to_open_packet_sockets_it_says_how_to_get_it(self):
+    def test_without_the_right_to_packet_sockets_the_error_names_setcap(self):
         router = self.lab.station(1)
         done = run_once(router, "run", "eth0", wrapper=(
             "setpriv", "--inh-caps", "-net_raw", "--bounding-set", "-net_raw"))
         self.assertEqual((1, ""), (done.returncode, done.stdout))
         self.assertIn("setcap cap_net_raw", done.stderr)
 
-    def test_where_it_cannot_be_connected_to_it_says_so_and_runs_on(self):
+    def test_without_its_sockets_it_reports_an_error_and_runs_on(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         host.join(GROUP)
         done = run_once(router, "run", "eth0", *SHORT, wrapper=(
@@ -76,7 +76,7 @@ class ProcessTest(LabTestCase):
         self.assertEqual((2, ""), (done.returncode, done.stdout))
         self.assertIn("--robustness 9: must be from 1 to 7", done.stderr)
 
-    def test_without_interface_names_it_takes_those_that_can(self):
+    def test_without_interface_names_it_takes_all_usable_ones(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         router.ip("link", "add", "name", "bare0", "type", "bridge")
         router.ip("link", "set", "bare0", "up")

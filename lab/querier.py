@@ -1,15 +1,21 @@
 """Runs `igmpq run` on a station of the lab and follows its events."""
+import atexit
+import functools
 import json
 import os
 import pathlib
+import re
+import shutil
 import signal
 import subprocess
+import tempfile
 import threading
 import time
 
-from lab import wait_until
+from lab import PREFIX, SCRATCH, wait_until
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 
 
 def program():
@@ -19,6 +25,28 @@ def program():
     return path
 
 
+@functools.cache
+def copy_for_all():
+    """A folder with a copy of the command and its libraries that every user may enter.
+
+    Other users cannot execute the original where a folder above the build is closed to them.
+    """
+    folder = tempfile.TemporaryDirectory(prefix=f"{PREFIX}{os.getpid()}-", dir=SCRATCH)
+    atexit.register(folder.cleanup)
+    os.chmod(folder.name, 0o755)
+    linked = subprocess.run(("ldd", program()), capture_output=True, text=True, check=True).stdout
+    for path in (program(), *re.findall(r"libGmp\S+ => (\S+)", linked)):
+        shutil.copy(path, folder.name)
+        os.chmod(pathlib.Path(folder.name, pathlib.Path(path).name), 0o755)
+    return folder.name
+
+
+def as_nobody():
+    """The command line of igmpq for a user without any rights."""
+    folder = copy_for_all()
+    return (*NOBODY, "env", f"LD_LIBRARY_PATH={folder}", f"{folder}/{program().name}")
+
+
 def matches(event, kind, fields):
     return event.get("event") == kind and all(
         key in event and (want(event[key]) if callable(want) else event[key] == want)
@@ -26,7 +54,7 @@ def matches(event, kind, fields):
 
 
 class Querier:
-    """`expect` goes through the events in order: what it has found is behind it, and all before."""
+    """`expect` goes through the events in order and continues behind the one that it found last."""
 
     def __init__(self, station, *options, verb=("run", "eth0")):
         self.events = []
@@ -34,7 +62,7 @@ class Querier:
         self.arrived = threading.Condition()
         self.ended = False
         self.errors = []
-        # Of its own: at the usual place only one agent of a machine can serve.
+        # Only one agent of a machine can serve at the usual path.
         self.socket = pathlib.Path(station.lab.scratch.name, f"{station.number}.sock")
         self.process = station.lab.spawn(
             station.namespace, program(), *verb, "--json",
@@ -59,7 +87,7 @@ class Querier:
             self.arrived.notify_all()
 
     def expect(self, kind, timeout=10, **fields):
-        """The next event of that kind with those fields; a field may be a predicate."""
+        """The next event of that kind with those fields; a predicate can stand for a value."""
         event, self.next = self.find(self.next, kind, timeout, fields)
         return event
 
@@ -75,11 +103,11 @@ class Querier:
         wanted = " ".join([kind, *(f"{key}={want}" for key, want in fields.items())])
         raise AssertionError(
             f"no {wanted}" + (", igmpq ended" if self.ended else f" within {timeout} s")
-            + self.told("before", self.events[:first]) + self.told("since", self.events[first:])
-            + self.told("stderr", self.errors))
+            + self.listed("before", self.events[:first]) + self.listed("since", self.events[first:])
+            + self.listed("stderr", self.errors))
 
     @staticmethod
-    def told(title, items):
+    def listed(title, items):
         lines = [item if isinstance(item, str) else json.dumps(item) for item in items]
         return f"\n{title}:" + "".join(f"\n  {line.rstrip()}" for line in lines or ["nothing"])
 
@@ -88,13 +116,13 @@ class Querier:
             return [event for event in self.events if matches(event, kind, fields)]
 
     def expect_none(self, kind, during, **fields):
-        """Waits that long; no such event may ever have come."""
+        """Waits that long; fails if there is such an event now, or was one before."""
         time.sleep(during)
         found = self.seen(kind, **fields)
-        if found: raise AssertionError(f"unwanted {kind}" + self.told("all", self.events))
+        if found: raise AssertionError(f"unwanted {kind}" + self.listed("all", self.events))
 
     def state(self):
-        """What it tells of eth0 when asked."""
+        """The state of eth0 that it prints on request."""
         first = len(self.events)
         self.process.send_signal(signal.SIGUSR1)
         event, _ = self.find(first, "state", 10, {})
@@ -108,7 +136,7 @@ class Querier:
                    f"{address} to be the last reporter of {group}")
 
     def stop(self, signal_number=signal.SIGTERM):
-        """Ends it; its exit status once all its lines are read."""
+        """Ends it and reads its remaining lines; returns the exit status."""
         self.process.send_signal(signal_number)
         status = self.process.wait(10)
         for reader in self.readers:
@@ -116,8 +144,9 @@ class Querier:
         return status
 
 
-def run_once(station, *arguments, wrapper=()):
-    """igmpq to its end: a CompletedProcess."""
+def run_once(station, *arguments, wrapper=(), command=()):
+    """Runs igmpq until it ends: a CompletedProcess. `command` replaces the user's own."""
     return subprocess.run(
-        ("ip", "netns", "exec", station.namespace, *wrapper, program(), *arguments),
+        ("ip", "netns", "exec", station.namespace, *wrapper, *(command or (program(),)),
+         *arguments),
         capture_output=True, text=True, timeout=20, check=False)

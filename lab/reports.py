@@ -1,4 +1,4 @@
-"""Version 2 reports and leaves for many groups, as fast as they are asked for.
+"""Sends version 2 reports and leaves for many groups, 2000 a second.
 
   reports.py GROUPS SECONDS SEED   every group once, then random joins and leaves for that long
 """

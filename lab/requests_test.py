@@ -1,4 +1,4 @@
-"""Calls and traces asked of a running `igmpq run`, by its verbs and on its socket."""
+"""Calls and traces requested from a running `igmpq run`, by its verbs and on its socket."""
 import contextlib
 import json
 import os
@@ -7,17 +7,16 @@ import socket
 import subprocess
 
 from lab import wait_until
-from querier import Querier, program, run_once
+from querier import Querier, as_nobody, program, run_once
 from testcase import QUIET, LabTestCase, main
 
 GROUP = "239.1.1.1"
 OTHER = "239.1.1.2"
-NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 LONGEST_LINE = 65536
 
 
 class Follower:
-    """`igmpq trace --follow --json`, and the lines that it has told."""
+    """`igmpq trace --follow --json`, and the lines that it has written."""
 
     def __init__(self, router, path, *options):
         self.lines = []
@@ -30,11 +29,11 @@ class Follower:
                             lambda line: self.lines.append(json.loads(line))),
             router.lab.read(self.process.stderr, self.errors.append)]
 
-    def told(self, text):
+    def lines_with(self, text):
         return [line for line in self.lines if text in line.get("text", "")]
 
-    def wait_told(self, text):
-        wait_until(lambda: self.told(text), 10, f"a trace of {text}")
+    def wait_line_with(self, text):
+        wait_until(lambda: self.lines_with(text), 10, f"a trace of {text}")
 
     def stop(self, number):
         self.process.send_signal(number)
@@ -52,8 +51,8 @@ class RequestsTest(LabTestCase):
         self.querier.expect("role", role="querier")
         self.path = str(self.querier.socket.with_suffix(".request"))
 
-    def igmpq(self, *arguments, wrapper=()):
-        return run_once(self.router, *arguments, "--socket", self.querier.socket, wrapper=wrapper)
+    def igmpq(self, *arguments, command=()):
+        return run_once(self.router, *arguments, "--socket", self.querier.socket, command=command)
 
     def output(self, *arguments):
         done = self.igmpq(*arguments)
@@ -70,15 +69,15 @@ class RequestsTest(LabTestCase):
     def counters(self):
         return json.loads(self.output("show", "counters", "--json"))[0]
 
-    def test_a_call_clears_the_counters_and_says_nothing(self):
+    def test_a_call_clears_the_counters_and_prints_nothing(self):
         self.host.join(GROUP)
         self.querier.expect("groupJoined", group=GROUP)
         self.assertLess(0, self.counters()["v2ReportReceived"])
         self.assertEqual("", self.output("call", "eth0", "clearCounters"))
         self.assertEqual(0, self.counters()["v2ReportReceived"])
 
-    def test_what_was_called_is_named_with_what_could_have_been(self):
-        for arguments, told in (
+    def test_an_unknown_name_is_refused_with_the_known_ones(self):
+        for arguments, error in (
                 (("call", "eth7", "clearCounters"),
                  "the agent has no interface eth7; it has: eth0"),
                 (("call", "eth0", "explode"), "a querier has no operation explode; it has: "
@@ -88,7 +87,7 @@ class RequestsTest(LabTestCase):
                 (("trace", "--handles", "--handle", "Nobody"), "there is no trace handle Nobody")):
             done = self.igmpq(*arguments)
             self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
-            self.assertIn("igmpq: " + told, done.stderr)
+            self.assertIn("igmpq: " + error, done.stderr)
 
     def test_any_attribute_is_read_by_its_path(self):
         self.host.join(GROUP)
@@ -108,7 +107,7 @@ class RequestsTest(LabTestCase):
         self.assertEqual("config/eth0/sendQuery\n",
                          self.output("get", "--complete", "config/eth0/send"))
 
-    def test_a_path_that_leads_nowhere_is_answered_with_what_is_there(self):
+    def test_an_unknown_path_is_refused_with_the_known_ones(self):
         done = self.igmpq("get", "config/eth9")
         self.assertEqual((2, ""), (done.returncode, done.stdout))
         self.assertIn("paths begin with one of config/eth0", done.stderr)
@@ -128,18 +127,18 @@ class RequestsTest(LabTestCase):
         self.assertLess(0, len(lines))
         for line in lines:
             self.assertRegex(line, r"^\d+\.\d{6} +\d+ \w+ +\S")
-        told = [json.loads(line) for line in self.output("trace", "--json").splitlines()]
-        self.assertEqual(len(lines), len(told))
-        for line, fields in zip(lines, told):
+        traces = [json.loads(line) for line in self.output("trace", "--json").splitlines()]
+        self.assertEqual(len(lines), len(traces))
+        for line, fields in zip(lines, traces):
             self.assertEqual(["time", "level", "handle", "text"], list(fields))
             self.assertTrue(line.endswith(fields["text"]))
-        times = [fields["time"] for fields in told]
+        times = [fields["time"] for fields in traces]
         self.assertEqual(sorted(times), times)
         one = self.output("trace", "--handle", "IgmpPacket", "--json").splitlines()
-        self.assertEqual([line for line in told if line["handle"] == "IgmpPacket"],
+        self.assertEqual([line for line in traces if line["handle"] == "IgmpPacket"],
                          [json.loads(line) for line in one])
 
-    def test_a_level_is_of_one_handle_or_of_all_and_counts_from_now_on(self):
+    def test_a_level_is_set_for_one_handle_or_for_all_of_them(self):
         def levels():
             return {json.loads(line)["name"]: json.loads(line)["level"]
                     for line in self.output("trace", "--handles", "--json").splitlines()}
@@ -156,19 +155,19 @@ class RequestsTest(LabTestCase):
         self.querier.expect("groupJoined", group=OTHER)
         self.assertEqual(before, self.output("trace"))
 
-    def test_who_follows_hears_of_what_happens_until_interrupted(self):
+    def test_a_follower_receives_traces_until_interrupted(self):
         for number, group in ((signal.SIGINT, GROUP), (signal.SIGTERM, OTHER)):
             follower = Follower(self.router, self.querier.socket, "--level", "8")
-            follower.wait_told("eth0")
+            follower.wait_line_with("eth0")
             self.host.join(group)
-            follower.wait_told(group)
+            follower.wait_line_with(group)
             self.assertEqual(0, follower.stop(number))
             self.assertEqual([], follower.errors)
             self.assertEqual([], [line for line in follower.lines if "text" not in line])
 
-    def test_who_follows_an_agent_that_goes_is_told(self):
+    def test_a_follower_reports_the_end_of_the_agent(self):
         follower = Follower(self.router, self.querier.socket)
-        follower.wait_told("eth0")
+        follower.wait_line_with("eth0")
         self.assertEqual(0, self.querier.stop())
         self.assertEqual(1, follower.process.wait(10))
         self.assertFalse(os.path.exists(self.path))
@@ -176,36 +175,36 @@ class RequestsTest(LabTestCase):
             reader.join(10)
         self.assertEqual(["igmpq: the agent has gone\n"], follower.errors)
 
-    def test_who_is_nobody_is_not_let_in_and_where_it_is_it_may_only_read(self):
+    def test_a_user_without_rights_can_only_read_and_only_with_access_to_the_socket(self):
         for arguments in (("call", "eth0", "clearCounters"), ("trace",)):
-            done = self.igmpq(*arguments, wrapper=NOBODY)
+            done = self.igmpq(*arguments, command=as_nobody())
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("not permitted to connect to the agent", done.stderr)
         os.chmod(self.lab.scratch.name, 0o711)
         os.chmod(self.path, 0o666)
         for arguments in (("call", "eth0", "clearCounters"), ("trace", "--level", "9")):
-            done = self.igmpq(*arguments, wrapper=NOBODY)
+            done = self.igmpq(*arguments, command=as_nobody())
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("igmpq: not permitted to ", done.stderr)
             self.assertIn("be root, or of the user or the group that the agent runs as",
                           done.stderr)
         self.assertIn("IgmpPacket        3\n",
-                      self.igmpq("trace", "--handles", wrapper=NOBODY).stdout)
+                      self.igmpq("trace", "--handles", command=as_nobody()).stdout)
 
-    def test_a_client_that_lies_is_ended_and_the_agent_goes_on(self):
-        for said, told in ((b"hello\n", "a request is one JSON object a line"),
+    def test_a_client_that_sends_no_request_is_disconnected_with_an_error(self):
+        for sent, error in ((b"hello\n", "a request is one JSON object a line"),
                            (b"\xff" * 100 + b"\n", "a request is one JSON object a line"),
                            (b"[" * LONGEST_LINE + b"\n", "a request is one JSON object a line"),
                            (b" " * (LONGEST_LINE + 1), "a line of more than 65536 bytes")):
             with self.connected() as client:
-                client.sendall(said)
+                client.sendall(sent)
                 answer = b""
                 while part := client.recv(65536):
                     answer += part
-            self.assertIn(told, json.loads(answer)["error"])
+            self.assertIn(error, json.loads(answer)["error"])
         self.assertEqual("", self.output("call", "eth0", "clearCounters"))
 
-    def test_a_client_that_reads_nothing_holds_up_nobody(self):
+    def test_a_client_that_reads_nothing_delays_no_other(self):
         with self.connected() as client:
             client.sendall(b'{"op":"trace","follow":true}\n')
             self.output("trace", "--level", "9")
@@ -219,7 +218,7 @@ class RequestsTest(LabTestCase):
         self.assertEqual(0, self.querier.stop())
         self.assertEqual([], self.querier.errors)
 
-    def test_the_agent_that_hangs_is_named(self):
+    def test_an_agent_that_hangs_is_an_error(self):
         self.querier.process.send_signal(signal.SIGSTOP)
         try:
             done = self.igmpq("call", "eth0", "clearCounters")

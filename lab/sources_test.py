@@ -28,7 +28,7 @@ class SourcesTest(LabTestCase):
         self.assertEqual({SOURCE: False}, self.sources())
         self.assertTrue(self.querier.seen("sourceJoined", group=GROUP, source=SOURCE))
 
-    def test_a_source_that_is_left_is_asked_for_and_goes(self):
+    def test_a_source_that_is_left_is_queried_and_ends(self):
         self.host.join(GROUP, SOURCE)
         self.host.join(GROUP, OTHER)
         self.querier.expect("sourceJoined", group=GROUP, source=OTHER)
@@ -39,7 +39,7 @@ class SourcesTest(LabTestCase):
                  if is_query(packet) and packet.group == GROUP]
         self.assertGreaterEqual(len(asked), 2)
 
-    def test_the_last_source_takes_its_group_along(self):
+    def test_the_end_of_the_last_source_ends_the_group(self):
         self.host.join(GROUP, SOURCE)
         self.querier.expect("groupJoined", group=GROUP)
         self.host.leave(GROUP, SOURCE)

@@ -1,20 +1,20 @@
-"""What the lab's tests share."""
+"""Settings, base class and `main` of the lab's tests."""
 import sys
 import unittest
 
 import lab
 
-SKIPPED = 77  # what ctest takes for a skipped test
+SKIPPED = 77  # the exit status of a skipped test
 
-# The first query leaves within ten seconds of chance; this chance is 8 ms, 50 ms, 93 ms.
+# The first query has a random delay below ten seconds; with this seed it is 8 ms, 50 ms, 93 ms.
 NO_DELAY = ("--seed", "63230")
-# Short enough to wait for: a group lives 2 * 2 + 1 = 5 s after its last report, another querier
-# 2 * 2 + 1 / 2 = 4.5 s after its last query.
+# Short, as tests wait for them: a group lives 2 * 2 + 1 = 5 s after its last report, another
+# querier 2 * 2 + 1 / 2 = 4.5 s after its last query.
 SHORT = (*NO_DELAY, "--query-interval", "2", "--query-response-interval", "1",
          "--startup-query-interval", "0", "--last-member-query-interval", "1",
          "--querier-version", "2")
-# One general query at the start and then none while the test lasts: what is reported after that
-# was asked for by something else.
+# One general query at the start and none afterwards: later reports answer specific queries or come
+# unsolicited.
 QUIET = (*NO_DELAY, "--query-interval", "1000", "--query-response-interval", "1",
          "--startup-query-count", "1", "--last-member-query-interval", "1",
          "--querier-version", "2")

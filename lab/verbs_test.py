@@ -1,9 +1,9 @@
-"""Other processes see and set what a running `igmpq run` knows: show, watch, set."""
+"""Other processes read and change the state of a running `igmpq run`: show, watch, set."""
 import json
 import signal
 
 from lab import wait_until
-from querier import Querier, run_once
+from querier import Querier, as_nobody, run_once
 from testcase import QUIET, SHORT, LabTestCase, main
 
 GROUP = "239.1.1.1"
@@ -11,11 +11,10 @@ OTHER = "239.1.1.2"
 WANTED = "232.1.1.1"
 SENDER = "10.0.0.5"
 QUIET_3 = (*QUIET[:-1], "3")
-NOBODY = ("setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups")
 
 
 class Watch(Querier):
-    """`igmpq watch` beside a querier; its events are followed as those are."""
+    """`igmpq watch` beside a querier; its events are read in the same way."""
 
     def __init__(self, station, *options):
         super().__init__(station, *options, verb=("watch",))
@@ -32,9 +31,9 @@ class VerbsTest(LabTestCase):
         self.querier = querier
         return querier
 
-    def igmpq(self, *arguments, wrapper=()):
+    def igmpq(self, *arguments, command=()):
         return run_once(self.router, *arguments, "--socket", self.querier.socket,
-                        wrapper=wrapper)
+                        command=command)
 
     def show(self, *arguments):
         done = self.igmpq("show", *arguments, "--json")
@@ -46,7 +45,7 @@ class VerbsTest(LabTestCase):
         self.assertEqual((0, ""), (done.returncode, done.stderr))
         return done.stdout.splitlines()
 
-    def test_show_tells_what_the_querier_tells_of_itself(self):
+    def test_show_prints_what_the_querier_prints_itself(self):
         old, new = self.lab.station(11, 2), self.lab.station(12, 3)
         querier = self.run_querier(*QUIET_3)
         old.join(GROUP)
@@ -76,7 +75,7 @@ class VerbsTest(LabTestCase):
         self.assertEqual(2, self.show("counters", "eth0")[0]["joins"])
         self.assertIn(GROUP, self.igmpq("show").stdout)
 
-    def test_an_interface_that_is_not_there_is_refused_with_those_that_are(self):
+    def test_an_unknown_interface_is_refused_with_the_known_ones(self):
         self.run_querier(*QUIET)
         for arguments in (("show", "groups", "eth7"), ("watch", "eth0", "eth7"),
                           ("set", "eth7", "robustness=3")):
@@ -84,7 +83,7 @@ class VerbsTest(LabTestCase):
             self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("the agent has no interface eth7; it has: eth0", done.stderr)
 
-    def test_watch_tells_what_happens_with_its_reporter(self):
+    def test_watch_reports_joins_with_their_reporters(self):
         host, other = self.lab.station(11, 2), self.lab.station(12, 3)
         querier = self.run_querier(*QUIET_3)
         host.join(OTHER)
@@ -101,12 +100,12 @@ class VerbsTest(LabTestCase):
         watch.expect("counters", counters=lambda counters: "joins" in counters)
         host.leave(GROUP)
         watch.expect("groupLeft", group=GROUP)
-        # What was there before the watch is no event of it.
+        # Groups that were known before the watch are no events of it.
         self.assertEqual([], watch.seen("groupJoined", group=OTHER))
         self.assertEqual(0, watch.stop(signal.SIGINT))
         self.assertEqual([], watch.errors)
 
-    def test_watch_tells_of_a_link_that_goes_down_and_comes_up(self):
+    def test_watch_reports_a_link_that_goes_down_and_comes_up(self):
         self.run_querier(*QUIET)
         watch = Watch(self.router)
         watch.expect("role", role="querier")
@@ -147,7 +146,7 @@ class VerbsTest(LabTestCase):
         self.assertEqual((60.0, 4), (config["queryIntervalSeconds"],
                                      config["lastMemberQueryCount"]))
 
-    def test_set_says_what_keeps_it_from_being_in_effect(self):
+    def test_set_prints_why_a_value_is_not_in_effect(self):
         lower = self.lab.station(2)
         self.router = self.lab.station(3)
         self.querier = Querier(self.router, *SHORT)
@@ -158,7 +157,7 @@ class VerbsTest(LabTestCase):
             [f"eth0 robustness 4: set; not in effect while {lower.address} is querier"],
             self.set("robustness=4"))
 
-    def test_set_refuses_what_does_not_go_together_before_it_is_sent(self):
+    def test_set_refuses_inconsistent_values_before_it_sends_them(self):
         querier = self.run_querier(*QUIET)
         done = self.igmpq("set", "eth0", "robustness=5", "queryResponseInterval=1000")
         self.assertEqual((2, ""), (done.returncode, done.stdout))
@@ -166,15 +165,15 @@ class VerbsTest(LabTestCase):
                       done.stderr)
         self.assertEqual(2, querier.state()["robustness"])
 
-    def test_who_is_nobody_is_not_let_in(self):
+    def test_a_user_without_rights_cannot_connect(self):
         self.run_querier(*QUIET)
         for arguments in (("show",), ("watch",), ("set", "eth0", "robustness=3")):
-            # The folder of the lab is for its owner alone.
-            done = self.igmpq(*arguments, wrapper=NOBODY)
+            # Only its owner can enter the folder of the lab.
+            done = self.igmpq(*arguments, command=as_nobody())
             self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
             self.assertIn("not permitted to connect to the agent", done.stderr)
 
-    def test_the_agent_that_hangs_is_named(self):
+    def test_an_agent_that_hangs_is_an_error(self):
         querier = self.run_querier(*QUIET)
         querier.process.send_signal(signal.SIGSTOP)
         try:

@@ -1,4 +1,4 @@
-"""Version 1 hosts: they cannot leave, and nobody may leave while one of them is a member."""
+"""Version 1 hosts: they cannot leave, and no leave has an effect while one of them is a member."""
 from capture import Capture, LEAVE, is_query
 from querier import Querier
 from testcase import QUIET, SHORT, LabTestCase, main
@@ -23,14 +23,14 @@ class Version1Test(LabTestCase):
         joined = querier.expect("groupJoined", group=GROUP, compatibilityMode=1)
         host.leave(GROUP)
         left = querier.expect("groupLeft", group=GROUP, timeout=20)
-        # It may have answered a general query in between, hence no upper bound.
+        # No upper bound: the host may have answered a general query in between.
         self.assertGreaterEqual(left["time"] - joined["time"], 4.9)
         packets = capture.packets()
         self.assertEqual([], [packet for packet in packets if packet.type == LEAVE])
         self.assertEqual([], [packet for packet in packets
                               if is_query(packet) and packet.group == GROUP])
 
-    def test_a_leave_is_not_acted_upon_while_a_version_1_host_is_a_member(self):
+    def test_a_leave_is_ignored_while_a_version_1_host_is_a_member(self):
         router, old, new = self.lab.station(1), self.lab.station(11, 1), self.lab.station(12, 2)
         capture = Capture(self.lab)
         querier = Querier(router, *QUIET)

@@ -20,7 +20,7 @@ class Version3Test(LabTestCase):
         return [packet for packet in self.capture.sent_by(self.router)
                 if is_query(packet) and packet.group == GROUP]
 
-    def test_a_leave_is_asked_about_and_the_other_member_keeps_the_group(self):
+    def test_after_a_leave_the_answer_of_the_other_member_keeps_the_group(self):
         self.first.join(GROUP)
         self.querier.expect("groupJoined", group=GROUP, compatibilityMode=3)
         self.second.join(GROUP)
@@ -30,7 +30,7 @@ class Version3Test(LabTestCase):
         self.assertGreaterEqual(len(self.asked()), 2)
         self.assertEqual(3, self.querier.groups()[GROUP]["compatibilityMode"])
 
-    def test_a_source_left_by_one_is_asked_about_and_kept_for_the_other(self):
+    def test_the_answer_of_the_other_member_keeps_a_source(self):
         self.first.join(GROUP, SOURCE)
         self.querier.expect("sourceJoined", group=GROUP, source=SOURCE)
         self.second.join(GROUP, SOURCE)
@@ -40,14 +40,14 @@ class Version3Test(LabTestCase):
         self.assertGreaterEqual(len(self.asked()), 2)
         self.assertIn(GROUP, self.querier.groups())
 
-    def test_an_older_host_sets_the_compatibility_mode_until_it_is_gone(self):
+    def test_an_older_host_sets_the_compatibility_mode_until_it_times_out(self):
         old = self.lab.station(13, 2)
         self.first.join(GROUP)
         self.querier.expect("groupJoined", group=GROUP, compatibilityMode=3)
         old.join(GROUP)
         self.querier.expect("groupChanged", group=GROUP, compatibilityMode=2)
-        # Gone without a word: a leave would be asked about in version 2, which the host that stays
-        # would take for an older querier.
+        # It goes without a leave: the version 2 queries that follow one would make the other host
+        # assume an older querier.
         old.ip("link", "set", "eth0", "down")
         self.querier.expect("groupChanged", group=GROUP, compatibilityMode=3, timeout=15)
         self.assertIn(GROUP, self.querier.groups())
