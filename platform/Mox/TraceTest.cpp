@@ -20,6 +20,14 @@ inline void appendText(std::string& out, BasketPiece piece) {
   out += std::to_string(piece.apples) + " apples";
 }
 
+// Too big as well, and kept as it reads.
+struct Row {
+  std::vector<int> trees;
+};
+inline void appendText(std::string& out, const Row& row) {
+  for (const int tree : row.trees) out += std::to_string(tree) + ".";
+}
+
 }  // namespace Orchard
 
 namespace Mox {
@@ -140,6 +148,15 @@ TEST_F(TraceTest, objectsAreTracedAsTheyWereThen) {
   basket.apples.clear();
   EXPECT_EQ(lines_, Texts{"3 picked 3 apples"});
   EXPECT_EQ(ring(), Texts{"3 picked 3 apples"});
+}
+
+TEST_F(TraceTest, valuesWithListsAreTracedAsTheyReadThen) {
+  handle_.facilityLevelIs(3);
+  Orchard::Row row{{1, 22, 333}};
+  trace<3>(handle_, "planted ", row);
+  row.trees.clear();
+  EXPECT_EQ(lines_, Texts{"3 planted 1.22.333."});
+  EXPECT_EQ(ring(), Texts{"3 planted 1.22.333."});
 }
 
 TEST_F(TraceTest, lineNamesItsHandleAndThePlaceThatTraced) {

@@ -7,6 +7,7 @@
 //
 // A piece is a literal, a number, a name, an enumerator, an address, or an object whose
 // `tracePiece` (found by argument-dependent lookup) gives a small copy that prints the same later.
+// A value that cannot be copied as bytes, such as one with a list in it, becomes text at once.
 //
 //   trace<6>(igmpPacket, name(), " handling valid igmp packet of type ", type);
 #pragma once
@@ -94,8 +95,10 @@ template <class T>
 auto facilityPiece(const T& value) {
   if constexpr (requires { tracePiece(value); }) {
     return tracePiece(value);
-  } else {
+  } else if constexpr (std::is_array_v<T> || std::is_trivially_copyable_v<T>) {
     return std::decay_t<const T&>(value);
+  } else {
+    return textOf(value);
   }
 }
 
