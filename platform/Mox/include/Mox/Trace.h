@@ -58,6 +58,24 @@ class MOX_PUBLIC TraceHandle {
   Name modelFile_;  // kept: the library that named it may be unloaded
 };
 
+// The handle of a name as an object of the library that traces. A reference would do but for the
+// order in which a library sets up its objects: only an object can be given a place in it.
+//
+//   [[gnu::init_priority(1001)]] const Mox::ModelTrace igmpPacketTrace("IgmpPacket", "Model.tin");
+//   igmpPacketTrace->ringLevelIs(8);
+//   trace<6>(igmpPacketTrace, "version: ", version);
+class MOX_PUBLIC ModelTrace {
+ public:
+  ModelTrace(std::string_view name, const char* modelFile)
+      : handle_(TraceHandle::named(name, modelFile)) {}
+
+  TraceHandle& operator*() const { return handle_; }
+  TraceHandle* operator->() const { return &handle_; }
+
+ private:
+  TraceHandle& handle_;
+};
+
 // One line as the trace facility hands it out.
 struct TraceLine {
   const TraceHandle& handle;
@@ -85,6 +103,8 @@ struct TraceAt {
   // Made at each call of trace(), hence not explicit.
   // NOLINTNEXTLINE(google-explicit-constructor)
   TraceAt(const TraceHandle& h, Place w = Place::here()) : handle(h), where(w) {}
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  TraceAt(const ModelTrace& t, Place w = Place::here()) : TraceAt(*t, w) {}
   const TraceHandle& handle;
   Place where;
 };
