@@ -169,6 +169,19 @@ TEST(RingReader, countsWhatWasOverwrittenBeforeItWasRead) {
   EXPECT_EQ(readFrom(reader), (Texts{"d", "e", "f"}));
 }
 
+TEST(RingReader, readsOnBehindTheGapWithoutBeingAskedForItFirst) {
+  Ring ring(128);
+  for (const char* text : {"a", "b", "c"}) ring.record(1, "f", 1.0, text);
+  Ring::Reader reader(ring);
+  for (const char* text : {"d", "e"}) ring.record(1, "f", 1.0, text);
+  EXPECT_EQ(readFrom(reader), (Texts{"c", "d", "e"}));
+  EXPECT_EQ(reader.takeLost(), 2u);
+  for (const char* text : {"g", "h", "i", "j", "k"}) ring.record(1, "f", 1.0, text);
+  EXPECT_EQ(reader.position(), 7u) << "five read or lost before, two lost since";
+  EXPECT_EQ(readFrom(reader), (Texts{"i", "j", "k"}));
+  EXPECT_EQ(reader.takeLost(), 2u);
+}
+
 TEST(RingReader, whatWasGoneBeforeItCameIsNotLost) {
   Ring ring(128);
   for (const char* text : {"a", "b", "c", "d"}) ring.record(1, "f", 1.0, text);

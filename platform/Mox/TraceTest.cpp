@@ -102,6 +102,24 @@ TEST_F(TraceTest, levelsOfRingAndFacilityAreIndependent) {
   EXPECT_EQ(lines_, Texts{"6 a"});
 }
 
+TEST_F(TraceTest, levelOfTheFacilityDoesNotLowerTheRings) {
+  handle_.ringLevelIs(8);
+  handle_.facilityLevelIs(3);
+  trace<8>(handle_, "a");
+  handle_.facilityLevelIs(TraceHandle::off);
+  trace<8>(handle_, "b");
+  EXPECT_EQ(ring(), (Texts{"8 a", "8 b"}));
+  EXPECT_EQ(lines_, Texts{});
+}
+
+TEST_F(TraceTest, levelOfTheRingDoesNotLowerTheFacilitys) {
+  handle_.facilityLevelIs(8);
+  handle_.ringLevelIs(TraceHandle::off);
+  trace<8>(handle_, "a");
+  EXPECT_EQ(lines_, Texts{"8 a"});
+  EXPECT_EQ(ring(), Texts{});
+}
+
 TEST_F(TraceTest, offKeepsNothing) {
   handle_.ringLevelIs(TraceHandle::off);
   trace<0>(handle_, "x");
