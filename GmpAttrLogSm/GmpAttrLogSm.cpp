@@ -7,6 +7,7 @@
 
 #include <Mox/Trace.h>
 #include <MoxBase/Fatal.h>
+#include <MoxBase/Place.h>
 
 namespace Gmp::Igmp {
 
@@ -14,8 +15,13 @@ namespace {
 
 using Mox::trace;
 
+constexpr const char* modelFile = "GmpAttrLogSm.tin";
+
+// What the assertion names: the line of the model, whatever line of this file it comes to stand at.
+constexpr Mox::Place usageQuery{"S32 Gmp::Igmp::GmpAttrLogSm::getAttrLogKernBufferUsage()", 63};
+
 Mox::TraceHandle& traceHandle() {
-  static Mox::TraceHandle& handle = Mox::TraceHandle::named("GmpAttrLogSm", "GmpAttrLogSm.tin");
+  static Mox::TraceHandle& handle = Mox::TraceHandle::named("GmpAttrLogSm", modelFile);
   return handle;
 }
 
@@ -62,7 +68,7 @@ void GmpAttrLogSm::handleAttrLogSockFd() {
 S32 GmpAttrLogSm::getAttrLogKernBufferUsage() {
   if (attrLogSockFd_ == -1) return -1;
   S32 queued = -1;
-  if (ioctl(attrLogSockFd_, TIOCOUTQ, &queued) == -1) Mox::fatal("GmpAttrLogSm.tin", "0");
+  if (ioctl(attrLogSockFd_, TIOCOUTQ, &queued) == -1) Mox::fatal(modelFile, "0", usageQuery);
   return queued;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <GmpIgmpQuerier/ValueStream.h>
 #include <Mox/ActivityClock.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,6 +79,37 @@ TEST(AttrLogDocTest, tablesAreThoseOfTheEntities) {
   EXPECT_EQ(tables.at(QuerierStatus::entityTypeName), tableOf<QuerierStatus>());
   EXPECT_EQ(tables.at(QuerierGroupStatus::entityTypeName), tableOf<QuerierGroupStatus>());
   EXPECT_EQ(tables.at(QuerierSourceStatus::entityTypeName), tableOf<QuerierSourceStatus>());
+}
+
+template <class T>
+std::string fieldKind() {
+  if constexpr (std::same_as<T, bool>) return "flag";
+  if constexpr (std::same_as<T, U8> || std::same_as<T, RecordType>) return "u8";
+  if constexpr (std::same_as<T, U16>) return "u16";
+  if constexpr (std::same_as<T, U32> || std::is_enum_v<T> || std::same_as<T, IpAddr>) return "u32";
+  if constexpr (std::same_as<T, IpAddrSet>) return "set";
+  if constexpr (std::same_as<T, IgmpReport::Records>) return "records";
+  return "";
+}
+
+template <class V>
+std::string rowOfValue() {
+  std::string row = std::string("| ") + V::valueTypeName + " |";
+  V::fields.forEach([&](Mox::AttrId id, const auto& field) {
+    using T = std::remove_cvref_t<decltype(std::declval<V&>().*field.member)>;
+    row +=
+        std::string(id == V::fields.first ? " " : ", ") + field.name + " `" + fieldKind<T>() + "`";
+  });
+  return row + " |";
+}
+
+TEST(AttrLogDocTest, fieldsOfParsedMessagesAreTheirOwn) {
+  const std::vector<std::string> lines = linesOfTheDocument();
+  EXPECT_THAT(lines, testing::Contains(rowOfValue<RecordType>()));
+  EXPECT_THAT(lines, testing::Contains(rowOfValue<IgmpGroupRecord>()));
+  EXPECT_THAT(lines, testing::Contains(rowOfValue<IgmpQuery>()));
+  EXPECT_THAT(lines, testing::Contains(rowOfValue<IgmpReport>()));
+  EXPECT_THAT(lines, testing::Contains(rowOfValue<GroupList>()));
 }
 
 TEST(AttrLogDocTest, framesHaveTheirNumbers) {

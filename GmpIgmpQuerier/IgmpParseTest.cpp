@@ -152,8 +152,8 @@ TEST(IgmpMessageInvalidSource, saysWhatItMeansAndWhatToDo) {
 }
 
 TEST(IgmpPacketTrace, isKnownByItsName) {
-  EXPECT_EQ(&Mox::TraceHandle::named("IgmpPacket"), &igmpPacketTrace);
-  EXPECT_STREQ(igmpPacketTrace.modelFile(), "GmpIgmpQuerierSm.tin");
+  EXPECT_EQ(&Mox::TraceHandle::named("IgmpPacket"), &*igmpPacketTrace);
+  EXPECT_STREQ(igmpPacketTrace->modelFile(), "GmpIgmpQuerierSm.tin");
 }
 
 }  // namespace

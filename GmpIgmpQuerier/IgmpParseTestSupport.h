@@ -18,9 +18,9 @@ using Texts = std::vector<std::string>;
 class IgmpParseFixture : public testing::Test {
  protected:
   IgmpParseFixture() {
-    igmpPacketTrace.facilityLevelIs(8);
+    igmpPacketTrace->facilityLevelIs(8);
     Mox::traceSinkIs([this](const Mox::TraceLine& line) {
-      if (&line.handle == &igmpPacketTrace) {
+      if (&line.handle == &*igmpPacketTrace) {
         traces_.push_back(std::to_string(line.level) + " " + std::string(line.text));
       }
     });
@@ -30,7 +30,7 @@ class IgmpParseFixture : public testing::Test {
     });
   }
   ~IgmpParseFixture() override {
-    igmpPacketTrace.facilityLevelIs(Mox::TraceHandle::off);
+    igmpPacketTrace->facilityLevelIs(Mox::TraceHandle::off);
     Mox::traceSinkIs({});
     Mox::eventLogSinkIs({});
   }

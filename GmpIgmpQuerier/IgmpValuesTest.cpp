@@ -7,6 +7,8 @@
 #include <GmpIgmpQuerier/IgmpQuery.h>
 #include <GmpIgmpQuerier/IgmpReport.h>
 #include <GmpIgmpQuerier/IpAddrSet.h>
+#include <Mox/Trace.h>
+#include <MoxBase/Text.h>
 #include <gtest/gtest.h>
 
 namespace Gmp::Igmp {
@@ -289,6 +291,44 @@ TEST(GroupList, groupsAndCountBothCountForEquality) {
   EXPECT_TRUE(one == two);
   two.groupCountInc(1);
   EXPECT_FALSE(one == two);
+}
+
+TEST(GroupList, printsBothItsFields) {
+  GroupList list;
+  list.groupListIs(group, true);
+  list.groupCountIs(7);
+  EXPECT_EQ(valueToStrep(list),
+            "Value('Gmp::Igmp::GroupList', ** {'groupList': {'239.1.1.1': "
+            "True}, 'groupCount': 7})");
+}
+
+// A value in a trace reads like its textual form, in both places, whatever becomes of the value.
+template <class V>
+void expectTraced(V value) {
+  Mox::TraceHandle& handle = Mox::TraceHandle::named("IgmpValuesTest");
+  handle.facilityLevelIs(3);
+  std::string line;
+  Mox::traceSinkIs([&](const Mox::TraceLine& traced) { line = traced.text; });
+  const std::string text = valueToStrep(value);
+  Mox::trace<3>(handle, "( ", value, " )");
+  value = V();
+  std::string recorded;
+  Mox::brevlog().forEach([&](const Brevlog::Ring::Line& last) { recorded = last.text(); });
+  Mox::traceSinkIs({});
+  EXPECT_EQ(line, "( " + text + " )");
+  EXPECT_EQ(recorded, "IgmpValuesTest ( " + text + " )");
+  EXPECT_NE(text, valueToStrep(value));
+}
+
+TEST(IgmpValues, areTracedInTheirTextualForm) {
+  expectTraced(IgmpQuery{true, igmpVersion3, 255, group, true, 7, 31744, {a, b}});
+  expectTraced(IgmpGroupRecord{igmpVersion3, RecordType(4), group, {a, b}});
+  IgmpReport report;
+  report.groupRecordIs(0).newSource(a, true);
+  expectTraced(report);
+  GroupList list;
+  list.groupListIs(group, true);
+  expectTraced(list);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// What the state model makes known to the type registry when it is loaded.
+// What the state model sets up when its library is loaded, in one step: its trace handle, its
+// event-log message and its types.
 #include <Mox/ModelTypes.h>
 
 #include <GmpIgmpQuerier/Enumerations.h>
@@ -6,6 +7,7 @@
 #include <GmpIgmpQuerier/IgmpGroupRecord.h>
 #include <GmpIgmpQuerier/IgmpQuery.h>
 #include <GmpIgmpQuerier/IgmpReport.h>
+#include <GmpIgmpQuerier/ModelLogs.h>
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierGroupStatus.h>
 #include <GmpIgmpQuerier/QuerierSourceStatus.h>
@@ -13,6 +15,20 @@
 #include <GmpIgmpQuerier/RecordType.h>
 
 namespace Gmp::Igmp {
+
+[[gnu::init_priority(1001)]] const Mox::ModelTrace igmpPacketTrace("IgmpPacket",
+                                                                   "GmpIgmpQuerierSm.tin");
+
+[[gnu::init_priority(1001)]] Mox::EventLogHandle igmpMessageInvalidSource({
+    .name = "IGMP_MESSAGE_INVALID_SOURCE",
+    .severity = 3,
+    .format = "Received invalid source %s for group %s.",
+    .explanation = "Source sent by host is not a unicast address.",
+    .recommendedAction = "Capture the packet using tcpdump and contact support.",
+    .interval = 0.0,
+    .burst = 1.0,
+    .flag = 0,
+});
 
 namespace {
 

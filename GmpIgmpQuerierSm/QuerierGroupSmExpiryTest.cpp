@@ -167,7 +167,7 @@ TEST_F(QuerierGroupSmExpiryTest, aNotifieeMayUnregisterItselfWhileTheGroupEnds) 
   runFor(10.0);
   EXPECT_TRUE(told);
   EXPECT_FALSE(groupExists());
-  EXPECT_EQ(status_->notifiees(), 0U);
+  EXPECT_EQ(status_->notifieeList().size(), 0U);
 }
 
 // Configured version, whether the other older host timer runs, and the mode that follows.

@@ -17,7 +17,7 @@ class QuerierSmRelease : public NotificationBench {
         prepare, action, [&] { release(); },
         [&] {
           EXPECT_EQ(wheel_->armed(), 0u);
-          EXPECT_EQ(config_->notifiees(), 0u);
+          EXPECT_EQ(config_->notifieeList().size(), 0u);
         });
   }
 };
@@ -49,7 +49,7 @@ TEST_F(QuerierSmRelease, LeavesNoTimerAndNoReactorBehind) {
   hearV3Query(lower_);
   release();
   EXPECT_EQ(wheel_->armed(), 0u);
-  EXPECT_EQ(config_->notifiees(), 0u);
+  EXPECT_EQ(config_->notifieeList().size(), 0u);
   EXPECT_EQ(config_->refs(), 1u);
   EXPECT_EQ(status_->refs(), 1u);
   config_->queryIntervalIs(60.0);

@@ -51,9 +51,9 @@ TEST_F(QuerierSmRxPkt, ReceptionTracesNameTheirHandleAndTheEntryPoint) {
 
 TEST_F(QuerierSmRxPkt, ReceptionTracesStandInTheRingToo) {
   startAs(igmpVersion3);
-  igmpPacketTrace.ringLevelIs(8);
+  igmpPacketTrace->ringLevelIs(8);
   receive(Ilvo::buildV2Report(group_, {.protocol = 17}));
-  igmpPacketTrace.ringLevelIs(Mox::TraceHandle::defaultRingLevel);
+  igmpPacketTrace->ringLevelIs(Mox::TraceHandle::defaultRingLevel);
   std::vector<std::string> ring;
   Mox::brevlog().forEach([&](const Brevlog::Ring::Line& l) { ring.push_back(l.text()); });
   ASSERT_GE(ring.size(), 2u);

@@ -289,7 +289,7 @@ class TestBench : public ::testing::Test {
   void tracingIs(bool on) {
     const int level = on ? 8 : Mox::TraceHandle::off;
     machineTrace.facilityLevelIs(level);
-    igmpPacketTrace.facilityLevelIs(level);
+    igmpPacketTrace->facilityLevelIs(level);
   }
   // How many of the collected lines read exactly so, or begin so.
   size_t traced(std::string_view text) const {

@@ -19,10 +19,10 @@ class MessageWorld {
   MessageWorld() {
     Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
     Mox::traceSinkIs([](const Mox::TraceLine&) {});
-    Gmp::Igmp::igmpPacketTrace.facilityLevelIs(8);
+    Gmp::Igmp::igmpPacketTrace->facilityLevelIs(8);
   }
   ~MessageWorld() {
-    Gmp::Igmp::igmpPacketTrace.facilityLevelIs(Mox::TraceHandle::off);
+    Gmp::Igmp::igmpPacketTrace->facilityLevelIs(Mox::TraceHandle::off);
     Mox::traceSinkIs({});
     Mox::eventLogSinkIs({});
   }

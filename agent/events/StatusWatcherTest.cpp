@@ -188,19 +188,19 @@ TEST_F(StatusWatcherTest, aWatcherThatIsGoneWatchesNothing) {
   {
     EventRecorder brief;
     const StatusWatcher watcher("eth0", status_, brief);
-    EXPECT_EQ(status_->notifiees(), 2u);
-    EXPECT_EQ(joined->notifiees(), 2u);
+    EXPECT_EQ(status_->notifieeList().size(), 2u);
+    EXPECT_EQ(joined->notifieeList().size(), 2u);
   }
-  EXPECT_EQ(status_->notifiees(), 1u);
-  EXPECT_EQ(joined->notifiees(), 1u);
+  EXPECT_EQ(status_->notifieeList().size(), 1u);
+  EXPECT_EQ(joined->notifieeList().size(), 1u);
 }
 
 TEST_F(StatusWatcherTest, aGroupThatLeftIsLetGoByTheFlush) {
   const auto joined = joinVersion3(group, filterModeInclude);
   status_->groupDel(group);
-  EXPECT_EQ(joined->notifiees(), 1u);
+  EXPECT_EQ(joined->notifieeList().size(), 1u);
   watcher_.flush();
-  EXPECT_EQ(joined->notifiees(), 0u);
+  EXPECT_EQ(joined->notifieeList().size(), 0u);
   EXPECT_EQ(joined->refs(), 1u);
 }
 

@@ -36,7 +36,7 @@ const char* kindName(AttrKind kind) {
     case AttrKind::derived: return "derived";
     case AttrKind::collection: return "collection";
     case AttrKind::constant: return "constant";
-    case AttrKind::piece: return "part";
+    case AttrKind::part: return "part";
     case AttrKind::operation: return "operation";
   }
   return "";

@@ -23,12 +23,13 @@ class RingModel {
   void recordAny() {
     const int n = static_cast<int>(random_() % 1000);
     const std::string number = std::to_string(n);
-    switch (random_() % 6) {
+    switch (random_() % 7) {
       case 0: record("none "); break;
       case 1: record("char c" + number, 'c', n); break;
       case 2: record("five <" + number + ", 0.5>", "<", n, ", ", 0.5, ">"); break;
       case 3: record("byte 7", Mox::U8{7}); break;
-      case 4: record("bytes 7true8", Mox::U8{7}, true, Mox::U8{8}); break;
+      case 4: record("text " + number, number); break;
+      case 5: record("bytes 7true8", Mox::U8{7}, true, Mox::U8{8}); break;
       default: record("long " + number + "22.5345", n, 2, 2.5, 3.0, "4", 5.0); break;
     }
   }
@@ -70,11 +71,12 @@ class RingModel {
  private:
   template <class... Piece>
   void record(const std::string& expected, const Piece&... piece) {
-    static constexpr const char* facilities[] = {"none", "char", "five", "byte", "bytes", "long"};
+    static constexpr const char* facilities[] = {"none", "char",  "five", "byte",
+                                                 "text", "bytes", "long"};
     const auto facility =
         std::find_if(std::begin(facilities), std::end(facilities),
                      [&](auto name) { return expected.substr(0, expected.find(' ')) == name; });
-    const size_t bytes = Ring::recordBytes<Piece...>();
+    const size_t bytes = Ring::recordBytes(piece...);
     biggest_ = std::max(biggest_, bytes);
     ring_.record(1, *facility, 0.0, piece...);
     model_.push_back({expected, bytes});

@@ -1,6 +1,7 @@
 #include <Brevlog/Ring.h>
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -64,6 +65,26 @@ TEST(Ring, takesPiecesOfForeignTypesAtOddSizes) {
   EXPECT_EQ(textsOf(ring), Texts{"f 1.2.3.0.54.5.6."});
 }
 
+TEST(Ring, copiesTheCharactersOfStrings) {
+  Ring ring(1024);
+  {
+    std::string own = "a text that is longer than what a string keeps inside itself";
+    ring.record(1, "f", 1.0, own, ' ', std::string_view(own).substr(2, 4), "", std::string(), 7);
+    own.assign(own.size(), '?');
+  }
+  EXPECT_EQ(textsOf(ring),
+            Texts{"f a text that is longer than what a string keeps inside itself text7"});
+}
+
+TEST(Ring, refusesAStringBiggerThanItself) {
+  Ring ring(64);
+  ring.record(1, "f", 1.0, std::string(28, 'x'));
+  EXPECT_EQ(textsOf(ring), Texts{"f " + std::string(28, 'x')}) << "exactly the capacity";
+  ring.record(1, "f", 2.0, std::string(29, 'y'));
+  EXPECT_EQ(textsOf(ring), Texts{"f " + std::string(28, 'x')});
+  EXPECT_EQ(ring.refused(), 1u);
+}
+
 TEST(Ring, aRecordMayHaveNoPieces) {
   Ring ring(64);
   ring.record(1, "alone", 1.0);
@@ -72,7 +93,7 @@ TEST(Ring, aRecordMayHaveNoPieces) {
 
 TEST(Ring, aRecordMayFillItAll) {
   Ring ring(64);
-  static_assert(Ring::recordBytes<double, double, double, double>() == 64);
+  static_assert(Ring::recordBytes(1.0, 2.0, 3.0, 4.0) == 64);
   for (int round = 0; round < 3; ++round) {
     ring.record(1, "f", 1.0, 1.0, 2.0, 3.0, 4.0);
     EXPECT_EQ(textsOf(ring), Texts{"f 1234"});
@@ -92,7 +113,7 @@ TEST(Ring, refusesARecordBiggerThanItself) {
 
 TEST(Ring, overwritesOnlyWhatIsInTheWay) {
   Ring ring(128);
-  static_assert(Ring::recordBytes<>() == 32);
+  static_assert(Ring::recordBytes() == 32);
   for (const char* facility : {"a", "b", "c", "d"}) ring.record(1, facility, 1.0);
   EXPECT_EQ(textsOf(ring), (Texts{"a ", "b ", "c ", "d "}));
   ring.record(1, "e", 1.0);
@@ -108,7 +129,7 @@ TEST(Ring, wrapsAroundAtEveryOffset) {
     Ring ring(256);
     for (int i = 0; i < offset; ++i) ring.record(1, "pad", 0.0, 1.0);  // 40 bytes: all offsets
     ring.record(1, "none", 0.0);
-    ring.record(1, "some", 0.0, 1, 2.0, "three", '4', Mox::U8{5});
+    ring.record(1, "some", 0.0, 1, std::string("2"), "three", '4', Mox::U8{5});
     ring.record(1, "one", 0.0, 6.0);
     Texts texts = textsOf(ring);
     ASSERT_GE(texts.size(), 3u);
@@ -146,6 +167,19 @@ TEST(RingReader, countsWhatWasOverwrittenBeforeItWasRead) {
   EXPECT_EQ(reader.takeLost(), 2u);
   EXPECT_EQ(reader.takeLost(), 0u);
   EXPECT_EQ(readFrom(reader), (Texts{"d", "e", "f"}));
+}
+
+TEST(RingReader, readsOnBehindTheGapWithoutBeingAskedForItFirst) {
+  Ring ring(128);
+  for (const char* text : {"a", "b", "c"}) ring.record(1, "f", 1.0, text);
+  Ring::Reader reader(ring);
+  for (const char* text : {"d", "e"}) ring.record(1, "f", 1.0, text);
+  EXPECT_EQ(readFrom(reader), (Texts{"c", "d", "e"}));
+  EXPECT_EQ(reader.takeLost(), 2u);
+  for (const char* text : {"g", "h", "i", "j", "k"}) ring.record(1, "f", 1.0, text);
+  EXPECT_EQ(reader.position(), 7u) << "five read or lost before, two lost since";
+  EXPECT_EQ(readFrom(reader), (Texts{"i", "j", "k"}));
+  EXPECT_EQ(reader.takeLost(), 2u);
 }
 
 TEST(RingReader, whatWasGoneBeforeItCameIsNotLost) {

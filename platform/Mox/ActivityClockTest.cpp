@@ -47,5 +47,28 @@ TEST_F(ActivityClockTest, remembersTheTimeThatItShowedLast) {
   EXPECT_EQ(lastNow(), 7.0);
 }
 
+TEST_F(ActivityClockTest, standsAtTheTimeAtWhichItIsStopped) {
+  realTimeIs();
+  const Seconds before = now();
+  while (machineTime() <= before) {
+  }
+  const Seconds bound = machineTime();
+  {
+    const StandingClock standing;
+    const Seconds stopped = now();
+    EXPECT_GE(stopped, bound) << "not at the time that was read last";
+    while (machineTime() <= stopped) {
+    }
+    EXPECT_EQ(now(), stopped);
+    {
+      const StandingClock within;
+      EXPECT_EQ(now(), stopped);
+    }
+    EXPECT_EQ(now(), stopped) << "the outer one still lives";
+  }
+  const Seconds after = machineTime();
+  EXPECT_GE(now(), after);
+}
+
 }  // namespace
 }  // namespace Mox

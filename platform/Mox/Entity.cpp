@@ -60,31 +60,36 @@ const char* EntityBase::attrName(AttrId id) const {
   return attr == nullptr ? nullptr : attr->name;
 }
 
-EntityBase::Hearers& EntityBase::hearersMade() const {
-  if (hearers_ == nullptr) hearers_ = std::make_unique<Hearers>();
-  return *hearers_;
+EntityBase::Notifiees& EntityBase::notifieesMade() const {
+  if (notifiees_ == nullptr) notifiees_ = std::make_unique<Notifiees>();
+  return *notifiees_;
 }
 
-void EntityBase::notifieeAdd(Notifiee* notifiee) const { hearersMade().own.add(notifiee); }
+const NotifieeList<Notifiee>& EntityBase::notifieeList() const {
+  static const NotifieeList<Notifiee> none;
+  return notifiees_ == nullptr ? none : notifiees_->own;
+}
+
+void EntityBase::notifieeAdd(Notifiee* notifiee) const { notifieesMade().own.add(notifiee); }
 
 void EntityBase::notifieeRemove(const Notifiee* notifiee) const {
-  if (hearers_ != nullptr) hearers_->own.remove(notifiee);
+  if (notifiees_ != nullptr) notifiees_->own.remove(notifiee);
 }
 
 void EntityBase::treeNotifieeAdd(TreeNotifiee* notifiee) const {
-  hearersMade().tree.add(notifiee);
-  treeHeard_ = true;
+  notifieesMade().tree.add(notifiee);
+  treeWatched_ = true;
 }
 
 void EntityBase::treeNotifieeRemove(const TreeNotifiee* notifiee) const {
-  if (hearers_ != nullptr) hearers_->tree.remove(notifiee);
+  if (notifiees_ != nullptr) notifiees_->tree.remove(notifiee);
 }
 
 namespace {
 
-// Holds the entity while it tells: a notifiee may let go of the last other pointer to it. An entity
-// that tells from its destructor has no count left and is past holding: counting it up and down
-// again would destroy it a second time.
+// Holds the entity during a notification: a notifiee may release the last other pointer to it. An
+// entity that notifies from its destructor has no count left and cannot be held: counting it up and
+// down again would destroy it a second time.
 Ptr<const EntityBase> held(const EntityBase* entity) {
   return entity->refs() == 0 ? nullptr : entity;
 }
@@ -92,32 +97,32 @@ Ptr<const EntityBase> held(const EntityBase* entity) {
 }  // namespace
 
 template <class F, class G>
-void EntityBase::tell(F&& tellOwn, G&& tellTree) const {
+void EntityBase::notifyAll(F&& notifyOwn, G&& notifyTree) const {
   const Ptr<const EntityBase> alive = held(this);
-  if (hearers_ != nullptr) hearers_->own.walk(tellOwn);
-  if (!treeHeard_) return;
+  if (notifiees_ != nullptr) notifiees_->own.walk(notifyOwn);
+  if (!treeWatched_) return;
   const EntityBase* outermost = this;
   while (outermost->parent_ != nullptr) outermost = outermost->parent_;
-  if (outermost->hearers_ == nullptr || outermost->hearers_->tree.empty()) {
-    treeHeard_ = false;  // the last tree notifiee has gone: from now on a change costs nothing
+  if (outermost->notifiees_ == nullptr || outermost->notifiees_->tree.empty()) {
+    treeWatched_ = false;  // the last tree notifiee has gone: from now on a change costs nothing
     return;
   }
   const Ptr<const EntityBase> root = held(outermost);
-  outermost->hearers_->tree.walk(tellTree);
+  outermost->notifiees_->tree.walk(notifyTree);
 }
 
-void EntityBase::tellAttr(AttrId id) const {
-  tell([&](Notifiee& n) { n.onAttr(id); }, [&](TreeNotifiee& n) { n.onAttr(*this, id); });
+void EntityBase::attrNotify(AttrId id) const {
+  notifyAll([&](Notifiee& n) { n.onAttr(id); }, [&](TreeNotifiee& n) { n.onAttr(*this, id); });
 }
 
-void EntityBase::tellMember(AttrId id, U32 key) const {
-  tell([&](Notifiee& n) { n.onMember(id, key); },
-       [&](TreeNotifiee& n) { n.onMember(*this, id, key); });
+void EntityBase::memberNotify(AttrId id, U32 key) const {
+  notifyAll([&](Notifiee& n) { n.onMember(id, key); },
+            [&](TreeNotifiee& n) { n.onMember(*this, id, key); });
 }
 
-void EntityBase::tellCollection(AttrId id) const {
-  tell([&](Notifiee& n) { n.onCollection(id); },
-       [&](TreeNotifiee& n) { n.onCollection(*this, id); });
+void EntityBase::collectionNotify(AttrId id) const {
+  notifyAll([&](Notifiee& n) { n.onCollection(id); },
+            [&](TreeNotifiee& n) { n.onCollection(*this, id); });
 }
 
 }  // namespace Mox

@@ -91,9 +91,9 @@ TEST_F(EntityTest, listenersAreToldInTheOrderOfTheirRegistration) {
 TEST_F(EntityTest, destroyedListenerIsNotTold) {
   std::optional<Watcher> a(std::in_place, garden_, told_, "a:");
   const Watcher b(garden_, told_, "b:");
-  EXPECT_EQ(garden_->notifiees(), 2u);
+  EXPECT_EQ(garden_->notifieeList().size(), 2u);
   a.reset();
-  EXPECT_EQ(garden_->notifiees(), 1u);
+  EXPECT_EQ(garden_->notifieeList().size(), 1u);
   garden_->areaIs(2.0);
   EXPECT_EQ(told(), "b:area ");
 }
@@ -106,7 +106,7 @@ TEST_F(EntityTest, listenerMayUnregisterItselfWhileTold) {
   EXPECT_EQ(told(), "a:area b:area ");
   garden_->areaIs(3.0);
   EXPECT_EQ(told(), "b:area ");
-  EXPECT_EQ(garden_->notifiees(), 1u);
+  EXPECT_EQ(garden_->notifieeList().size(), 1u);
 }
 
 TEST_F(EntityTest, listenerMayDestroyItselfWhileTold) {
@@ -184,7 +184,7 @@ TEST_F(EntityTest, listenerThatLeavesInANestedNotificationIsNotToldByTheOuterOne
   const Watcher c(garden_, told_, "c:");
   garden_->areaIs(2.0);
   EXPECT_EQ(told(), "a:area a:visits c:visits c:area ");
-  EXPECT_EQ(garden_->notifiees(), 2u);
+  EXPECT_EQ(garden_->notifieeList().size(), 2u);
 }
 
 TEST_F(EntityTest, watchedEntityStaysAlive) {

@@ -75,7 +75,7 @@ TEST_F(EntityTreeTest, memberThatWasThereBeforeIsHeardOnceItIsMadeHeard) {
   const TreeWatcher watcher(garden_, told_);
   bed->wetIs(true);
   EXPECT_EQ(told(), "");
-  bed->treeHeardIs();
+  bed->treeWatchedIs();
   bed->wetIs(false);
   EXPECT_EQ(told(), "kew/bed[7].wet ");
 }
@@ -111,13 +111,13 @@ TEST_F(EntityTreeTest, memberIsHeardAgainByAWatcherThatMakesItHeard) {
   const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
   {
     const TreeWatcher watcher(garden_, told_);
-    bed->treeHeardIs();
+    bed->treeWatchedIs();
   }
   bed->wetIs(true);  // tells nobody, and from now on costs nothing
   const TreeWatcher watcher(garden_, told_);
   bed->wetIs(false);
   EXPECT_EQ(told(), "");
-  bed->treeHeardIs();
+  bed->treeWatchedIs();
   bed->wetIs(true);
   EXPECT_EQ(told(), "kew/bed[7].wet ");
 }
@@ -150,6 +150,30 @@ TEST_F(EntityTreeTest, watcherMayLeaveWhileItIsTold) {
   EXPECT_EQ(told(), "1:kew.area 2:kew.area ");
   garden_->areaIs(3.0);
   EXPECT_EQ(told(), "2:kew.area ");
+}
+
+TEST_F(EntityTreeTest, rootMayBeReleasedWhileAChangeBelowItIsNotified) {
+  // Watches without holding the tree, as a watcher that is only a part of the root's owner does.
+  class Releaser final : public TreeNotifiee {
+   public:
+    explicit Releaser(Ptr<Garden>& garden) : garden_(garden) { garden_->treeNotifieeAdd(this); }
+    void onAttr(const EntityBase& entity, AttrId) override {
+      ++notified_;
+      garden_ = nullptr;
+      EXPECT_EQ(entity.fullName(), "kew/bed[7]") << "the tree stands until all are notified";
+    }
+    void onMember(const EntityBase&, AttrId, U32) override {}
+    void onCollection(const EntityBase&, AttrId) override {}
+    Ptr<Garden>& garden_;
+    int notified_ = 0;
+  };
+  Releaser first(garden_);
+  Releaser second(garden_);
+  const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
+  bed->wetIs(true);
+  EXPECT_EQ(first.notified_, 1);
+  EXPECT_EQ(second.notified_, 1);
+  EXPECT_EQ(bed->parent(), nullptr) << "the garden is gone by now";
 }
 
 TEST_F(EntityTreeTest, memberMayLeaveTheTreeWhileItsOwnNotifieeIsTold) {

@@ -53,10 +53,10 @@ class Shed final : public ObjectOf<Shed> {
   HashMap<TestKey, bool>& keys() { return keys_; }
 
   static constexpr auto attributes = attrTableFrom<130>(
-      Piece{"garden", &Shed::garden_}, Piece{"lock", &Shed::lock_}, Piece{"lamp", &Shed::lamp_},
+      Part{"garden", &Shed::garden_}, Part{"lock", &Shed::lock_}, Part{"lamp", &Shed::lamp_},
       Stored{"level", &Shed::level_, &Shed::levelIs, Unit::bytes},
       Tally{"tools", &Shed::tools_, &Shed::toolsIs, &Shed::toolsInc},
-      Constant{"shelves", &Shed::shelves}, Piece{"keys", &Shed::keys_},
+      Constant{"shelves", &Shed::shelves}, Part{"keys", &Shed::keys_},
       Operation{"sweep", &Shed::sweep}, Operation{"weigh", &Shed::weigh},
       Operation{"take", &Shed::take});
 };

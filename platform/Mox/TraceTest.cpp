@@ -20,6 +20,14 @@ inline void appendText(std::string& out, BasketPiece piece) {
   out += std::to_string(piece.apples) + " apples";
 }
 
+// Too big as well, and kept as it reads.
+struct Row {
+  std::vector<int> trees;
+};
+inline void appendText(std::string& out, const Row& row) {
+  for (const int tree : row.trees) out += std::to_string(tree) + ".";
+}
+
 }  // namespace Orchard
 
 namespace Mox {
@@ -94,6 +102,24 @@ TEST_F(TraceTest, levelsOfRingAndFacilityAreIndependent) {
   EXPECT_EQ(lines_, Texts{"6 a"});
 }
 
+TEST_F(TraceTest, levelOfTheFacilityDoesNotLowerTheRings) {
+  handle_.ringLevelIs(8);
+  handle_.facilityLevelIs(3);
+  trace<8>(handle_, "a");
+  handle_.facilityLevelIs(TraceHandle::off);
+  trace<8>(handle_, "b");
+  EXPECT_EQ(ring(), (Texts{"8 a", "8 b"}));
+  EXPECT_EQ(lines_, Texts{});
+}
+
+TEST_F(TraceTest, levelOfTheRingDoesNotLowerTheFacilitys) {
+  handle_.facilityLevelIs(8);
+  handle_.ringLevelIs(TraceHandle::off);
+  trace<8>(handle_, "a");
+  EXPECT_EQ(lines_, Texts{"8 a"});
+  EXPECT_EQ(ring(), Texts{});
+}
+
 TEST_F(TraceTest, offKeepsNothing) {
   handle_.ringLevelIs(TraceHandle::off);
   trace<0>(handle_, "x");
@@ -140,6 +166,15 @@ TEST_F(TraceTest, objectsAreTracedAsTheyWereThen) {
   basket.apples.clear();
   EXPECT_EQ(lines_, Texts{"3 picked 3 apples"});
   EXPECT_EQ(ring(), Texts{"3 picked 3 apples"});
+}
+
+TEST_F(TraceTest, valuesWithListsAreTracedAsTheyReadThen) {
+  handle_.facilityLevelIs(3);
+  Orchard::Row row{{1, 22, 333}};
+  trace<3>(handle_, "planted ", row);
+  row.trees.clear();
+  EXPECT_EQ(lines_, Texts{"3 planted 1.22.333."});
+  EXPECT_EQ(ring(), Texts{"3 planted 1.22.333."});
 }
 
 TEST_F(TraceTest, lineNamesItsHandleAndThePlaceThatTraced) {

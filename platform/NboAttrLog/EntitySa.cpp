@@ -16,7 +16,7 @@ void EntitySa::doSerializeOrphan(std::string_view path, bool writable) {
   out_.u8(key == nullptr ? 0 : argumentKind(key->value));
   if (key != nullptr) out_.value(key->value, key->get(entity_));
   out_.end();
-  entity_.treeHeardIs();
+  entity_.treeWatchedIs();
 }
 
 void EntitySa::sendAttr(AttrId id) {
@@ -46,7 +46,7 @@ bool EntitySa::sendMember(const CollectionInfo& collection, U32 key) {
   out_.text(member->typeName());
   out_.u32(key);
   out_.end();
-  member->treeHeardIs();
+  member->treeWatchedIs();
   FlowOut flow = FlowOut::everythingOf(member->type());
   if (EntitySa(out_, *member, flow, below).handleAttrFlowOut()) return true;
   if (hasLeaves(collection)) {

@@ -79,7 +79,7 @@ std::string TreeIn::handleAddition(const Ref& ref, Reader& in, const std::string
   if (members->memberType().name != type) return "an addition of a type that does not belong";
   const TreeOut::Receiving receiving(out_, *entity, id);
   // A copy that outlived a connection holds members that this one has not heard yet.
-  members->add(*entity, key)->treeHeardIs();
+  members->add(*entity, key)->treeWatchedIs();
   named(above, key);
   return {};
 }

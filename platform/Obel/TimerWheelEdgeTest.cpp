@@ -170,6 +170,21 @@ TEST_F(TimerWheelEdgeTest, aCallbackMayDropTheLastPointerToTheWheel) {
   EXPECT_EQ(fired_, "a");
 }
 
+TEST_F(TimerWheelEdgeTest, aCallbackMayDropTheWheelThatItsHostTurns) {
+  auto wheel = Mox::makePtr<TimerWheel>(0.0);
+  auto first = std::make_unique<Mark>(wheel, fired_, 'a');
+  auto second = std::make_unique<Mark>(wheel, fired_, 'b');
+  first->timeMinIs(5.0);
+  second->timeMinIs(6.0);
+  first->then_ = [&] {
+    first.reset();
+    second.reset();
+    wheel = nullptr;
+  };
+  EXPECT_EQ(wheel->turn(10.0), 1u);
+  EXPECT_EQ(fired_, "a");
+}
+
 using TimerWheelDeathTest = TimerWheelFixture;
 
 TEST_F(TimerWheelDeathTest, aCallbackDoesNotTurnTheWheel) {

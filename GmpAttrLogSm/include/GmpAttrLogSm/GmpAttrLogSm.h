@@ -81,7 +81,7 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::ObjectOf<GmpAttrLogSm> {
 
  public:
   static constexpr auto attributes = Mox::attrTableFrom<130>(
-      Mox::Piece{"nboAttrLogOutSm", &Self::nboAttrLogOutSm_},
+      Mox::Part{"nboAttrLogOutSm", &Self::nboAttrLogOutSm_},
       Mox::Operation{"isAttrLogClogged", &Self::isAttrLogClogged},
       Mox::Stored{"attrLogSockFd", &Self::attrLogSockFd_, &Self::attrLogSockFdIs},
       Mox::Stored{"attrLogKernBufferSize", &Self::attrLogKernBufferSize_,
@@ -98,7 +98,7 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::ObjectOf<GmpAttrLogSm> {
       Mox::Constant{"maxIterUntilBufferCheck", &Self::maxIterUntilBufferCheck},
       Mox::Operation{"handleAttrLogSockFd", &Self::handleAttrLogSockFd},
       Mox::Operation{"getAttrLogKernBufferUsage", &Self::getAttrLogKernBufferUsage},
-      Mox::Piece{"initialized", &Self::initialized_},
+      Mox::Part{"initialized", &Self::initialized_},
       Mox::Operation{"handleInitialized", &Self::handleInitialized});
 };
 

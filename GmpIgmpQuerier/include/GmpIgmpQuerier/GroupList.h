@@ -40,5 +40,7 @@ class MOX_PUBLIC GroupList {
 
 // "Value('Gmp::Igmp::GroupList', ** {...})", every field in its own form.
 inline std::string valueToStrep(const GroupList& list) { return Mox::valueStrep(list); }
+// The same in traces and messages.
+inline void appendText(std::string& out, const GroupList& list) { out += valueToStrep(list); }
 
 }  // namespace Gmp::Igmp

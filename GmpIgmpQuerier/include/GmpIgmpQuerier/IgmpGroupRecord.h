@@ -37,6 +37,10 @@ struct MOX_PUBLIC IgmpGroupRecord {
 
 // "Value('Gmp::Igmp::IgmpGroupRecord', ** {...})", every field in its own form.
 MOX_PUBLIC std::string valueToStrep(const IgmpGroupRecord& record);
+// The same in traces and messages.
+inline void appendText(std::string& out, const IgmpGroupRecord& record) {
+  out += valueToStrep(record);
+}
 // A fatal assertion: a record holds a collection, and no text form of those is read back.
 [[noreturn]] MOX_PUBLIC IgmpGroupRecord IgmpGroupRecordInstance(std::string_view text);
 

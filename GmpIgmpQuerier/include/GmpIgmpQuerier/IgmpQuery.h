@@ -48,6 +48,8 @@ struct MOX_PUBLIC IgmpQuery {
 
 // "Value('Gmp::Igmp::IgmpQuery', ** {...})", every field in its own form.
 MOX_PUBLIC std::string valueToStrep(const IgmpQuery& query);
+// The same in traces and messages.
+inline void appendText(std::string& out, const IgmpQuery& query) { out += valueToStrep(query); }
 // A fatal assertion: a query holds a collection, and no text form of those is read back.
 [[noreturn]] MOX_PUBLIC IgmpQuery IgmpQueryInstance(std::string_view text);
 

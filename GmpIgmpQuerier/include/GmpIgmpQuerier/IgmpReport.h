@@ -53,6 +53,8 @@ class MOX_PUBLIC IgmpReport {
 MOX_PUBLIC std::string valueToStrep(const IgmpReport& report);
 // The records by their indexes: "{0: Value('Gmp::Igmp::IgmpGroupRecord', ...), ...}".
 MOX_PUBLIC std::string valueToStrep(const IgmpReport::Records& records);
+// The same in traces and messages.
+inline void appendText(std::string& out, const IgmpReport& report) { out += valueToStrep(report); }
 // A fatal assertion: a report holds a collection, and no text form of those is read back.
 [[noreturn]] MOX_PUBLIC IgmpReport IgmpReportInstance(std::string_view text);
 

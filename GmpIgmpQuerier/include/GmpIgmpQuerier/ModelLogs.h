@@ -1,4 +1,5 @@
-// What the state model tells operators and developers: its trace handle and its event-log message.
+// What the state model reports to operators and developers: its trace handle and its event-log
+// message.
 #pragma once
 
 #include <Mox/EventLog.h>
@@ -8,7 +9,7 @@
 namespace Gmp::Igmp {
 
 // Traces of packet code: parsing, reception, boundary.
-extern MOX_PUBLIC Mox::TraceHandle& igmpPacketTrace;
+extern MOX_PUBLIC const Mox::ModelTrace igmpPacketTrace;
 
 // IGMP_MESSAGE_INVALID_SOURCE(source, group): a source list held an address that is not unicast.
 extern MOX_PUBLIC Mox::EventLogHandle igmpMessageInvalidSource;

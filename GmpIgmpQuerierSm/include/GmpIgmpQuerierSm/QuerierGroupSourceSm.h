@@ -88,8 +88,8 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   static constexpr Mox::AttrTable attributes{
       Mox::Constant{"name", &Self::name},
       Mox::Key{"addr", &Self::addr_},
-      Mox::Piece{"sourceStatus", &Self::sourceStatus_},
-      Mox::Piece{"sourceTimer", &Self::sourceTimer_, Mox::Unit::time},
+      Mox::Part{"sourceStatus", &Self::sourceStatus_},
+      Mox::Part{"sourceTimer", &Self::sourceTimer_, Mox::Unit::time},
       Mox::Attr{"sourceTimerExpiry", &Self::sourceTimerExpiry_, &Self::sourceTimerExpiryIs,
                 &NotifieeConst::onSourceTimerExpiry, Mox::Unit::time},
       Mox::Attr{"sourceTimerState", &Self::sourceTimerState_, &Self::sourceTimerStateIs,

@@ -2,9 +2,9 @@
 // function that can print them; text is made when somebody reads the ring.
 //
 // The memory is taken once, by the constructor. The oldest records make room for new ones. Pieces
-// are trivially copyable. What a piece points to is not copied: string literals and facilities are
-// stored as pointers, so they must outlive the ring, and so must the code that recorded. One
-// thread.
+// are trivially copyable, or a string, whose characters are copied. What a pointer points to is not
+// copied: string literals and facilities are stored as pointers, so they must outlive the ring, and
+// so must the code that recorded. One thread.
 //
 //   Brevlog::Ring ring(1 << 20);
 //   ring.record(8, "QuerierGroupSm", now, "handleRxLeave", '(', sourceCount, ')');
@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 #include <MoxBase/Export.h>
@@ -27,9 +28,12 @@ namespace Brevlog {
 class MOX_PUBLIC Ring {
   using Formatter = void (*)(std::string& out, const std::byte* pieces);
 
-  // A char array is kept as a pointer to its first character: it is taken for a literal.
+  // A char array is kept as a pointer to its first character: it is taken for a literal. A string is
+  // kept as its length and its characters.
   template <class Piece>
-  using Stored = std::conditional_t<std::same_as<std::decay_t<Piece>, char*>, const char*, Piece>;
+  using Stored = std::conditional_t<
+      std::same_as<std::decay_t<Piece>, char*>, const char*,
+      std::conditional_t<std::same_as<Piece, std::string>, std::string_view, Piece>>;
 
  public:
   // One record while forEach or a Reader shows it; what refers to ring memory ends with that call.
@@ -42,17 +46,18 @@ class MOX_PUBLIC Ring {
 
   template <class... Piece>
   void record(int level, const char* facility, Mox::Seconds time, const Piece&... piece) {
-    static_assert((std::is_trivially_copyable_v<Stored<Piece>> && ...),
-                  "a trace piece is copied as bytes: store a number or an address instead");
+    static_assert(
+        (std::is_trivially_copyable_v<Stored<Piece>> && ...),
+        "a trace piece is copied as bytes: store a number, an address or its text instead");
     static_assert((!std::is_array_v<Stored<Piece>> && ...), "only char arrays are trace pieces");
-    constexpr size_t bytes = recordBytes<Piece...>();
+    const size_t bytes = recordBytes<Piece...>(piece...);
     std::byte* at = claim(bytes);
     if (at == nullptr) return;
     const Header header{&appendPieces<Stored<Piece>...>, facility, time,
                         static_cast<Mox::U32>(bytes), level};
     std::memcpy(at, &header, sizeof header);
     at += sizeof header;
-    (store<Stored<Piece>>(at, piece), ...);
+    (store(at, static_cast<Stored<Piece>>(piece)), ...);
   }
 
   // Forgets all records; the counts go on.
@@ -67,10 +72,12 @@ class MOX_PUBLIC Ring {
   Mox::U64 refused() const { return refused_; }          // not stored: bigger than the ring
   size_t capacity() const { return mask_ + 1; }
 
-  // What a record of such pieces takes of the capacity.
+  // What a record of these pieces takes of the capacity.
   template <class... Piece>
-  static constexpr size_t recordBytes() {
-    return (sizeof(Header) + (sizeof(Stored<Piece>) + ... + 0) + align - 1) / align * align;
+  static constexpr size_t recordBytes(const Piece&... piece) {
+    return (sizeof(Header) + (storedBytes(static_cast<Stored<Piece>>(piece)) + ... + 0) + align -
+            1) /
+           align * align;
   }
 
  private:
@@ -86,13 +93,38 @@ class MOX_PUBLIC Ring {
   static constexpr size_t align = sizeof(Formatter);
 
   template <class T>
+  static constexpr size_t storedBytes(const T& piece) {
+    if constexpr (std::same_as<T, std::string_view>) {
+      return sizeof(Mox::U32) + piece.size();
+    } else {
+      return sizeof piece;
+    }
+  }
+
+  template <class T>
   static void store(std::byte*& at, const T& piece) {
     std::memcpy(at, &piece, sizeof piece);
     at += sizeof piece;
   }
+  static void store(std::byte*& at, std::string_view piece) {
+    store(at, static_cast<Mox::U32>(piece.size()));
+    std::memcpy(at, piece.data(), piece.size());
+    at += piece.size();
+  }
 
   template <class T>
   static void appendPiece(std::string& out, const std::byte*& at) {
+    if constexpr (std::same_as<T, std::string_view>) {
+      Mox::U32 size = 0;
+      std::memcpy(&size, at, sizeof size);
+      out.append(reinterpret_cast<const char*>(at + sizeof size), size);
+      at += sizeof size + size;
+    } else {
+      appendFixed<T>(out, at);
+    }
+  }
+  template <class T>
+  static void appendFixed(std::string& out, const std::byte*& at) {
     alignas(T) std::byte copy[sizeof(T)];
     std::memcpy(copy, at, sizeof(T));
     at += sizeof(T);

@@ -7,15 +7,16 @@
 //   Key         member                   construction argument, never changes
 //   Attr        member, set, slot        stored; its setter notifies `slot`
 //   Counter     member, set, slot, inc   stored; also counts
-//   Stored      member, set              stored; its setter tells nobody
-//   Tally       member, set, inc         the same for what counts
+//   Timer       member, set, slot        a timer; its setter moves it to another wheel
+//   Stored      member, set              stored; its setter notifies nobody
+//   Tally       member, set, inc         the same for a counter
 //   Derived     get                      computed on reading
-//   Collection  collection, slot         members keyed by address; `slot` is told of one key
+//   Collection  collection, slot         members keyed by address; `slot` is called with one key
 //   Members     members, slot            members that only their owner makes and removes
 //   Set         keys, is, del, slot      keys that are there or not
 //   Constant    get                      a fixed value
 //   Owner       get                      the object that this one is a part of
-//   Piece       member                   a timer or another part that cannot be written
+//   Part        member                   a part of the object that cannot be written
 //   Operation   call                     can be called, with one argument at most
 //
 // A row whose Seconds are a time on the activity clock says so by Unit::time, one of bytes by
@@ -24,7 +25,7 @@
 //   static constexpr Mox::AttrTable attributes{
 //       Mox::Key{"groupAddr", &Self::groupAddr_},
 //       Mox::Attr{"filterMode", &Self::filterMode_, &Self::filterModeIs,
-//       &NotifieeConst::onFilterMode}};
+//                 &NotifieeConst::onFilterMode}};
 #pragma once
 
 #include <cstddef>
@@ -38,7 +39,7 @@ namespace Mox {
 using AttrId = U32;
 inline constexpr AttrId entityFirstAttrId = 257;
 
-enum class AttrKind : U8 { key, stored, counter, derived, collection, constant, piece, operation };
+enum class AttrKind : U8 { key, stored, counter, derived, collection, constant, part, operation };
 
 // What a value counts, where its type does not say it: a value of type Seconds is a duration.
 enum class Unit : U8 { byType, seconds, time, bytes };
@@ -80,6 +81,19 @@ struct Counter {
   void (N::*slot)();
 };
 
+// A timer reactor. It is set to a wheel; its value is the time at which it is due.
+template <class E, class V, class Wheel, class N>
+struct Timer {
+  constexpr Timer(const char* n, V E::*m, void (E::*s)(Wheel), void (N::*sl)())
+      : name(n), member(m), set(s), slot(sl) {}
+  static constexpr AttrKind kind = AttrKind::part;
+  static constexpr Unit unit = Unit::time;
+  const char* name;
+  V E::*member;
+  void (E::*set)(Wheel);
+  void (N::*slot)();
+};
+
 template <class E, class V, class Arg>
 struct Stored {
   constexpr Stored(const char* n, V E::*m, void (E::*s)(Arg), Unit u = Unit::byType)
@@ -118,8 +132,8 @@ struct Constant {
   V (E::*get)() const;
 };
 
-// A change of one member is told to `immediate` and then, with its key, to `slot`; a notification
-// of the collection as a whole goes to `whole`.
+// A change of one member calls `immediate` and then, with the member's key, `slot`; a notification of
+// the collection as a whole calls `whole`.
 template <class E, class C, class K, class N>
 struct Collection {
   constexpr Collection(const char* n, C E::*c, void (N::*sl)(K), void (N::*im)(), void (N::*wh)())
@@ -144,11 +158,11 @@ struct Members {
   void (N::*slot)(K);
 };
 
-// The object that this one is a part of, whose class is not complete where its parts are declared.
+// The object that this one is a part of; its class is not complete where its parts are declared.
 template <class E, class V>
 struct Owner {
   constexpr Owner(const char* n, V (E::*g)() const, const char* t) : name(n), get(g), typeName(t) {}
-  static constexpr AttrKind kind = AttrKind::piece;
+  static constexpr AttrKind kind = AttrKind::part;
   const char* name;
   V (E::*get)() const;
   const char* typeName;
@@ -169,11 +183,11 @@ struct Set {
   void (N::*slot)(K);
 };
 
-// A timer, or another piece that the object is built with and that only its own methods change.
+// A part that the object is built with and that only its own methods change.
 template <class E, class V>
-struct Piece {
-  constexpr Piece(const char* n, V E::*m, Unit u = Unit::byType) : name(n), member(m), unit(u) {}
-  static constexpr AttrKind kind = AttrKind::piece;
+struct Part {
+  constexpr Part(const char* n, V E::*m, Unit u = Unit::byType) : name(n), member(m), unit(u) {}
+  static constexpr AttrKind kind = AttrKind::part;
   const char* name;
   V E::*member;
   Unit unit;

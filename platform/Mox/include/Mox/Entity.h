@@ -1,9 +1,9 @@
 // An entity: a counted, notifying object whose attributes are the rows of one table.
 //
 // Setters: an unchanged value does nothing; otherwise the value is stored and the notifiees are
-// told, in the order of their registration, before the setter returns. Collections: find-or-create,
-// delete by key, by iterator, all; each change tells the key. Nobody listening costs one
-// comparison.
+// notified, in the order of their registration, before the setter returns. Collections:
+// find-or-create, delete by key, by iterator, all; each change is notified with its key. Without
+// notifiees a change costs one comparison.
 //
 //   class QuerierSourceStatus final : public Mox::Entity<QuerierSourceStatus> {
 //    public:
@@ -59,49 +59,51 @@ class MOX_PUBLIC EntityBase : public Object {
   // This entity itself, as the attribute of that name.
   const EntityBase* entity() const { return this; }
 
-  // Told by the collection that takes this entity in or lets it go.
+  // Called by the collection that takes this entity in or removes it.
   void parentIs(EntityBase* parent, AttrId attr) {
     parent_ = parent;
     parentAttr_ = static_cast<U16>(attr);
-    if (parent != nullptr) treeHeard_ = parent->treeHeard_;
+    if (parent != nullptr) treeWatched_ = parent->treeWatched_;
   }
 
-  size_t notifiees() const { return hearers_ == nullptr ? 0 : hearers_->own.size(); }
+  // Those that are notified of this entity's own changes, in the order of their registration.
+  const NotifieeList<Notifiee>& notifieeList() const;
   void notifieeAdd(Notifiee* notifiee) const;
   void notifieeRemove(const Notifiee* notifiee) const;
 
-  // Tree notifiees register with the outermost entity. They hear it, the members that come below it
-  // from then on, and of those that were there before the ones that have been made heard: whoever
-  // walks the tree makes heard what it has seen, and no walk is needed just to register.
+  // Tree notifiees register with the outermost entity. They are notified of its changes, of the
+  // changes of members that are added below it from then on, and of those of earlier members that
+  // have been marked as watched: the code that walks the tree marks what it has seen, and
+  // registering needs no walk.
   void treeNotifieeAdd(TreeNotifiee* notifiee) const;
   void treeNotifieeRemove(const TreeNotifiee* notifiee) const;
-  void treeHeardIs() const { treeHeard_ = true; }
+  void treeWatchedIs() const { treeWatched_ = true; }
 
  protected:
   EntityBase() = default;
   ~EntityBase() override;
 
-  bool heard() const { return treeHeard_ || hearers_ != nullptr; }
-  void tellAttr(AttrId id) const;
-  void tellMember(AttrId id, U32 key) const;
-  void tellCollection(AttrId id) const;
+  bool isWatched() const { return treeWatched_ || notifiees_ != nullptr; }
+  void attrNotify(AttrId id) const;
+  void memberNotify(AttrId id, U32 key) const;
+  void collectionNotify(AttrId id) const;
 
  private:
-  struct Hearers {
+  struct Notifiees {
     NotifieeList<Notifiee> own;
     NotifieeList<TreeNotifiee> tree;
   };
-  Hearers& hearersMade() const;
+  Notifiees& notifieesMade() const;
   template <class F, class G>
-  void tell(F&& tellOwn, G&& tellTree) const;
+  void notifyAll(F&& notifyOwn, G&& notifyTree) const;
 
   U16 parentAttr_ = 0;
-  mutable bool treeHeard_ = false;            // by tree notifiees of the outermost entity
-  mutable std::unique_ptr<Hearers> hearers_;  // most entities have none
+  mutable bool treeWatched_ = false;              // by tree notifiees of the outermost entity
+  mutable std::unique_ptr<Notifiees> notifiees_;  // most entities have none
   EntityBase* parent_ = nullptr;
 };
 
-// Turns "attribute id changed" into the call of the slot that the table names for it, and keeps the
+// Makes of "attribute id changed" the call of the slot that the table names for it, and keeps the
 // entity alive while it is watched. E's own NotifieeConst derives from it and declares the slots.
 template <class E>
 class NotifieeOf : public Notifiee {
@@ -202,22 +204,31 @@ class Entity : public EntityBase {
     return counted;
   }
 
+  // Moves a timer to another wheel, with its time.
+  template <auto Timer, class Wheel>
+  void setWheel(Wheel wheel) {
+    auto& timer = self().*Timer;
+    if (timer.wheel() == wheel) return;
+    timer.wheelIs(std::move(wheel));
+    notify<Timer>();
+  }
+
   template <auto Member>
   void notify() {
-    if (heard()) [[unlikely]] {
-      tellAttr(Self::attributes.template idOf<Member>());
+    if (isWatched()) [[unlikely]] {
+      attrNotify(Self::attributes.template idOf<Member>());
     }
   }
   template <auto Member, class K>
   void notifyMember(K key) {
-    if (heard()) [[unlikely]] {
-      tellMember(Self::attributes.template idOf<Member>(), key.value());
+    if (isWatched()) [[unlikely]] {
+      memberNotify(Self::attributes.template idOf<Member>(), key.value());
     }
   }
   template <auto Member>
   void notifyCollection() {
-    if (heard()) [[unlikely]] {
-      tellCollection(Self::attributes.template idOf<Member>());
+    if (isWatched()) [[unlikely]] {
+      collectionNotify(Self::attributes.template idOf<Member>());
     }
   }
 
@@ -241,7 +252,8 @@ class Entity : public EntityBase {
     return added;
   }
 
-  // Removes the member of that key and returns it; null, and nobody is told, when there is none.
+  // Removes the member of that key and returns it; null, without a notification, when there is
+  // none.
   template <auto Member, class K>
   auto memberDel(K key) {
     auto& collection = self().*Member;
@@ -255,7 +267,8 @@ class Entity : public EntityBase {
     return removed;
   }
 
-  // Sets of keys go by the function that gives them, as some are made when they are first needed.
+  // Sets of keys are named by the function that returns them, as some are made when they are first
+  // needed.
   template <auto Keys, class S, class K>
   void setIs(S& keys, K key, bool value) {
     const bool* found = keys.find(key);
@@ -280,7 +293,7 @@ class Entity : public EntityBase {
   struct CollectionAccess {
     static constexpr auto row = Self::attributes.template row<place>();
     using K = typename decltype(row)::KeyType;
-    // Members that only their owner makes and removes have a row of another kind, and so have sets.
+    // Members that only their owner makes and removes have a row of another kind, as have sets.
     static constexpr bool owned = requires { row.members; };
     static constexpr bool isSet = requires { row.del; };
 

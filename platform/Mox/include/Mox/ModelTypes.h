@@ -4,11 +4,16 @@
 // the order of the list, until it is unloaded. The trace ring is forgotten then: nobody could make
 // text of what the library's code recorded, and which records those are cannot be told.
 //
-// Models of one library say in which order they are loaded, as a link-time optimiser makes up one
-// of its own.
+// A model is set up in one step: its trace handles and event-log messages are defined before its
+// types, in the same source and with the same priority, so that neither exists without the other.
+// The priorities say in which order the models of a library are loaded: without them a link-time
+// optimiser chooses one.
 //
-//   [[gnu::init_priority(1003)]] const Mox::ModelTypes types(
-//       "GmpAttrLogSm", {Mox::objectType<GmpAttrLogSm>()});
+//   [[gnu::init_priority(1001)]] const Mox::ModelTrace igmpPacketTrace("IgmpPacket", "Model.tin");
+//   [[gnu::init_priority(1001)]] Mox::EventLogHandle invalidSource({...});
+//   [[gnu::init_priority(1001)]] const Mox::ModelTypes types(
+//       "GmpIgmpQuerier", {Mox::entityType<QuerierStatus>(), ...});
+//
 //   if (const TypeRecord* found = typeNamed("Gmp::Igmp::IgmpVersion")) ...
 #pragma once
 

@@ -1,7 +1,7 @@
-// A notifiee is told of the changes of one entity, before the setter returns.
+// A notifiee is notified of the changes of one entity, before the setter returns.
 //
-// It may unregister itself or others, or let the entity go, while it is being told; one that is
-// added during a notification is told from the next one on. A notification allocates nothing.
+// It may unregister itself or others, or release the entity, while it is notified; one that is added
+// during a notification is notified from the next one on. A notification allocates nothing.
 #pragma once
 
 #include <algorithm>
@@ -16,14 +16,15 @@ namespace Mox {
 
 class EntityBase;
 
-// One who is told, for any entity type: by identifier. NotifieeOf makes calls of named slots of it.
+// A notifiee of any entity type, called with identifiers. NotifieeOf makes of that the call of named
+// slots.
 class MOX_PUBLIC Notifiee {
  public:
   Notifiee(const Notifiee&) = delete;
   Notifiee& operator=(const Notifiee&) = delete;
 
   virtual void onAttr(AttrId id) = 0;
-  // A member of a collection came or went, or its key was notified.
+  // A member of a collection was added or removed, or its key was notified.
   virtual void onMember(AttrId id, U32 key) = 0;
   // A collection as a whole was notified.
   virtual void onCollection(AttrId id) = 0;
@@ -33,8 +34,8 @@ class MOX_PUBLIC Notifiee {
   virtual ~Notifiee() = default;
 };
 
-// One who is told of the changes of an entity and of all that it knows below it: what replicates a
-// whole tree need not register with each of a million members. See EntityBase::treeHeardIs.
+// A notifiee of the changes of an entity and of the members below it: the code that replicates a
+// whole tree need not register with each of a million members. See EntityBase::treeWatchedIs.
 class MOX_PUBLIC TreeNotifiee {
  public:
   TreeNotifiee(const TreeNotifiee&) = delete;
@@ -49,7 +50,7 @@ class MOX_PUBLIC TreeNotifiee {
   virtual ~TreeNotifiee() = default;
 };
 
-// Those who are told by one entity, in the order in which they registered.
+// The notifiees of one entity, in the order in which they registered.
 template <class N>
 class NotifieeList {
  public:
@@ -69,18 +70,18 @@ class NotifieeList {
   }
   bool empty() const { return list_.empty(); }
 
-  // Calls tell(notifiee) for those who were registered when it began and still are.
+  // Calls notify(notifiee) for those that were registered when it began and still are.
   template <class F>
-  void walk(F&& tell) {
+  void walk(F&& notify) {
     const Walk here(*this);
     const size_t registered = list_.size();
     for (size_t at = 0; at < registered; ++at) {
-      if (list_[at] != nullptr) tell(*list_[at]);
+      if (list_[at] != nullptr) notify(*list_[at]);
     }
   }
 
  private:
-  // Removals leave holes while a walk is under way; the end of the outermost walk closes them.
+  // Removals leave holes during a walk; the end of the outermost walk closes them.
   struct Walk {
     explicit Walk(NotifieeList& list) : list_(list) { ++list_.walks_; }
     ~Walk() {

@@ -7,6 +7,7 @@
 //
 // A piece is a literal, a number, a name, an enumerator, an address, or an object whose
 // `tracePiece` (found by argument-dependent lookup) gives a small copy that prints the same later.
+// A value that cannot be copied as bytes, such as one with a list in it, becomes text at once.
 //
 //   trace<6>(igmpPacket, name(), " handling valid igmp packet of type ", type);
 #pragma once
@@ -57,6 +58,24 @@ class MOX_PUBLIC TraceHandle {
   Name modelFile_;  // kept: the library that named it may be unloaded
 };
 
+// The handle of a name as an object of the library that traces. A reference would do but for the
+// order in which a library sets up its objects: only an object can be given a place in it.
+//
+//   [[gnu::init_priority(1001)]] const Mox::ModelTrace igmpPacketTrace("IgmpPacket", "Model.tin");
+//   igmpPacketTrace->ringLevelIs(8);
+//   trace<6>(igmpPacketTrace, "version: ", version);
+class MOX_PUBLIC ModelTrace {
+ public:
+  ModelTrace(std::string_view name, const char* modelFile)
+      : handle_(TraceHandle::named(name, modelFile)) {}
+
+  TraceHandle& operator*() const { return handle_; }
+  TraceHandle* operator->() const { return &handle_; }
+
+ private:
+  TraceHandle& handle_;
+};
+
 // One line as the trace facility hands it out.
 struct TraceLine {
   const TraceHandle& handle;
@@ -84,6 +103,8 @@ struct TraceAt {
   // Made at each call of trace(), hence not explicit.
   // NOLINTNEXTLINE(google-explicit-constructor)
   TraceAt(const TraceHandle& h, Place w = Place::here()) : handle(h), where(w) {}
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  TraceAt(const ModelTrace& t, Place w = Place::here()) : TraceAt(*t, w) {}
   const TraceHandle& handle;
   Place where;
 };
@@ -94,8 +115,10 @@ template <class T>
 auto facilityPiece(const T& value) {
   if constexpr (requires { tracePiece(value); }) {
     return tracePiece(value);
-  } else {
+  } else if constexpr (std::is_array_v<T> || std::is_trivially_copyable_v<T>) {
     return std::decay_t<const T&>(value);
+  } else {
+    return textOf(value);
   }
 }
 

@@ -1,5 +1,5 @@
-// What a type of objects is, for code that does not know it: its attributes with their identifiers,
-// how to read and write each, its collections, and what can be called. Made from the type's
+// A type of objects as data, for code that does not know the type: its attributes with their
+// identifiers, how to read and write each, its collections, and its operations. Made from the type's
 // attribute table alone.
 //
 //   for (const AttrInfo& attr : entity.type().attrs) {
@@ -32,18 +32,19 @@ class EntityBase;
 struct AttrInfo {
   AttrId id = 0;
   const char* name = nullptr;
-  AttrKind kind = AttrKind::piece;
+  AttrKind kind = AttrKind::part;
   ValueKind value = ValueKind::text;
   Unit unit = Unit::byType;
   const char* typeName = "";  // of the value, the members, the object, or the result
   bool named = false;         // the value travels as a number and reads as a text
 
-  // Null for collections, for operations, and for what holds another object.
+  // Null for collections, for operations, and for attributes that hold another object.
   Value (*get)(const Object&) = nullptr;
   std::string (*text)(const Object&) = nullptr;
-  // Null for what cannot be written.
+  // Null where nothing can be written.
   void (*set)(Object&, const Value&) = nullptr;
-  // The same for what is held by a pointer: given the address of a pointer of the type `pointer`.
+  // The same for an attribute that is set by a pointer: given the address of a pointer of the type
+  // `pointer`.
   void (*setPointer)(Object&, const void* address) = nullptr;
   const std::type_info* pointer = nullptr;
   // The object that this attribute holds or points to, or null; for those attributes only.
@@ -78,7 +79,7 @@ struct MOX_PUBLIC TypeInfo {
   const char* name;
   std::span<const AttrInfo> attrs;  // the rows of the table, in the order of identifiers
   std::span<const CollectionInfo> collections;
-  // What the framework gives every entity besides: fullName, parent, parentAttrName, entity.
+  // The attributes that the framework adds to every entity: fullName, parent, parentAttrName, entity.
   std::span<const AttrInfo> (*framework)() = nullptr;
 
   // The attribute of that identifier or name, the framework's included; null for none.
@@ -88,11 +89,11 @@ struct MOX_PUBLIC TypeInfo {
   const CollectionInfo* collection(std::string_view attrName) const;
   // The construction argument; null for a type without one.
   const AttrInfo* key() const;
-  // All attributes as the type's record lists them: its name, what the framework gives, the rest.
+  // All attributes as the type's record lists them: its name, those of the framework, the rest.
   std::vector<const AttrInfo*> record() const;
 };
 
-// The attributes that the framework gives every entity; their identifiers end below the tables'.
+// The attributes that the framework adds to every entity; their identifiers end below the tables'.
 MOX_PUBLIC std::span<const AttrInfo> entityFrameworkAttrs();
 
 // How a value reads where its type is not known.
@@ -154,10 +155,12 @@ struct RowAccess {
       return pointer;
     }
   }
+  template <class Arg>
+  static std::remove_cvref_t<Arg> argument(void (E::*)(Arg));
+
   static void setPointer(Object& object, const void* address) {
-    E& self = static_cast<E&>(object);
-    using V = std::remove_cvref_t<decltype(self.*row.member)>;
-    (self.*row.set)(*static_cast<const V*>(address));
+    using P = decltype(argument(row.set));
+    (static_cast<E&>(object).*row.set)(*static_cast<const P*>(address));
   }
   static void set(Object& object, const Value& value) {
     E& self = static_cast<E&>(object);
@@ -185,12 +188,11 @@ struct RowAccess {
       info.get = &getShown;
       info.text = &textShown;
     } else {
-      static_assert(Valued<V>,
-                    "an attribute has a value, holds an object, or has something to show");
+      static_assert(Valued<V>, "an attribute has a value, holds an object, or has a value to show");
     }
     if constexpr (!Valued<V> && requires { row.set; }) {
       info.setPointer = &setPointer;
-      info.pointer = &typeid(V);
+      info.pointer = &typeid(decltype(argument(row.set)));
     }
   }
   template <class Shown>
