@@ -1,5 +1,5 @@
-// The attribute log: what a published change costs, how fast a new reader has everything and how
-// long that keeps the agent from anything else, and what a reader that takes nothing costs.
+// The attribute log: the cost of a published change, the time until a new reader has everything and
+// how long that keeps the agent from other work, and the memory for a reader that takes nothing.
 #include <algorithm>
 #include <array>
 #include <thread>
@@ -79,7 +79,7 @@ class Served {
   void hangUp() { ::shutdown(fds_[0], SHUT_RDWR); }
   Session& session() { return session_; }
   bool wanted() const { return host_.wanted; }
-  // What the loop does when output waits: one buffer.
+  // One step of the loop while output waits: one buffer.
   Moved flush() {
     host_.wanted = false;
     session_.drain();
@@ -93,7 +93,7 @@ class Served {
   Ptr<StreamSocketOutSm> out_;
 };
 
-// Takes whatever comes, so that the other side never waits.
+// Takes all bytes at once, so that the other side never waits.
 class Drinker {
  public:
   explicit Drinker(int fd)
@@ -177,8 +177,8 @@ BENCHMARK(wholeState)
     ->Apply(sizes<1000, 100000>)
     ->UseManualTime();
 
-// Everything changes under a reader that takes nothing: what the agent remembers of it, beyond the
-// connection itself.
+// Everything changes while a reader takes nothing: the memory that the agent needs for it, beyond
+// the connection itself.
 void stalledMemory(benchmark::State& state, bool sources) {
   const size_t groups = static_cast<size_t>(state.range(0));
   double bytes = 0.0;

@@ -1,5 +1,5 @@
-// One querier with what it needs around it, and packets to feed it: one of each kind that is
-// changed in place, as a capture ring hands out the same hot buffer again and again.
+// One querier with its surroundings, and packets for it: one of each kind, changed in place, as a
+// capture ring reuses the same buffers, which stay in the cache.
 #pragma once
 
 #include <algorithm>
@@ -94,7 +94,7 @@ class BenchQuerier {
   std::vector<Ptr<Ilvo::Pkt>> reports_ = reportRing();
 };
 
-// The first `count` groups of 232.0.0.0/5, in an order that has nothing to do with their values.
+// The first `count` groups of 232.0.0.0/5, in an order that is independent of their values.
 inline std::vector<IpAddr> shuffledGroups(size_t count, uint32_t seed = 1) {
   std::vector<IpAddr> groups;
   groups.reserve(count);

@@ -35,7 +35,7 @@ void rebuild(benchmark::State& state) {
 }
 BENCHMARK(rebuild)->Name("bootstrap/group")->Apply(sizes<1000, 100000>)->UseManualTime();
 
-// Never congested, and never asked: the question between two looks at the kernel.
+// Never congested, and never asks the kernel: the cost of the check between two polls.
 struct FlowingSocket final : Gmp::Igmp::GmpAttrLogSm::OutSm {
   int sockFd() const override { return 0; }
   int connectionFd() const override { return -1; }

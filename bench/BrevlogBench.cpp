@@ -5,8 +5,8 @@
 namespace Bench {
 namespace {
 
-// Pieces as a state machine traces them, into a ring that is full, as it is after the first second.
-void recordFivePieces(benchmark::State& state) {
+// The arguments of a state machine's trace, into a ring that is full, as it is after a second.
+void recordFiveArguments(benchmark::State& state) {
   Brevlog::Ring ring(size_t{1} << state.range(0));
   constexpr size_t batch = 1000;
   Mox::Seconds now = 1000.0;
@@ -26,7 +26,9 @@ void recordFivePieces(benchmark::State& state) {
   if (ring.overwritten() == 0) state.SkipWithError("the ring was not full");
   budget(state, 20.0, batch);
 }
-BENCHMARK(recordFivePieces)->Name("Brevlog/recordFivePieces/log2Bytes")->Apply(sizes<16, 20, 24>);
+BENCHMARK(recordFiveArguments)
+    ->Name("Brevlog/recordFiveArguments/log2Bytes")
+    ->Apply(sizes<16, 20, 24>);
 
 }  // namespace
 }  // namespace Bench

@@ -1,9 +1,9 @@
-// What a benchmark is allowed to take: nanoseconds an item, reported beside what it took.
+// The budget of a benchmark: nanoseconds for each item, reported beside the measured time.
 //
 // A benchmark runs batches; the time of one item and the budget are its counters "per_item"
 // (seconds, which the console shows as "5.7ns") and "budget_ns". scripts/bench makes the table. A
-// batch that must be prepared is timed by hand, since pausing the library's timer costs more than
-// what is measured here:
+// batch that needs preparation is timed by hand, since pausing the library's timer takes longer
+// than the measured work:
 //
 //   void armBench(benchmark::State& state) {
 //     for (auto _ : state) {

@@ -1,4 +1,4 @@
-// What this process has taken from the allocator, for benchmarks of memory.
+// The memory that this process has allocated, for benchmarks of memory.
 #pragma once
 
 #include <malloc.h>

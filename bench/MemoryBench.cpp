@@ -1,4 +1,4 @@
-// What one group and one source cost in memory, containers and allocator included.
+// The memory of one group and of one source, containers and allocator included.
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 
 #include "BenchQuerier.h"

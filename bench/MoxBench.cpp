@@ -1,4 +1,4 @@
-// The cost of what every handler does many times: a setter, a trace, a look at the clock.
+// The cost of common operations of a handler: a setter, a trace, reading the clock.
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/GenericAccess.h>
@@ -12,10 +12,10 @@ namespace {
 using Gmp::Igmp::IpAddr;
 using Gmp::Igmp::QuerierGroupStatus;
 
-struct Listener final : QuerierGroupStatus::NotifieeConst {
+struct Watcher final : QuerierGroupStatus::NotifieeConst {
   using NotifieeConst::NotifieeConst;
-  void onExpiryTime() override { ++heard; }
-  size_t heard = 0;
+  void onExpiryTime() override { ++notified; }
+  size_t notified = 0;
 };
 
 void setter(benchmark::State& state) {
@@ -28,9 +28,9 @@ void setter(benchmark::State& state) {
   }
   budget(state, 3.0);
 }
-BENCHMARK(setter)->Name("setter/nobodyListens");
+BENCHMARK(setter)->Name("setter/noNotifiee");
 
-// Does nothing when it is called, so that the call itself is all there is to measure.
+// Its operation does nothing, so that only the call itself is measured.
 class Doorbell final : public Mox::ObjectOf<Doorbell> {
  public:
   static constexpr const char* entityTypeName = "Bench::Doorbell";
@@ -45,7 +45,7 @@ void directCall(benchmark::State& state) {
 }
 BENCHMARK(directCall)->Name("call/direct");
 
-// What generic access may add to that: 2 % of a packet's cost, which is 90 ns at the least.
+// Generic access may add 2 % of the cost of a packet, which is at least 90 ns.
 void callByName(benchmark::State& state) {
   const auto bell = Mox::makePtr<Doorbell>();
   const Mox::Call<Mox::Ptr<Doorbell>> ring(bell->type(), "ring");
@@ -54,19 +54,19 @@ void callByName(benchmark::State& state) {
 }
 BENCHMARK(callByName)->Name("call/byName");
 
-void heardSetter(benchmark::State& state) {
+void watchedSetter(benchmark::State& state) {
   const auto status = Mox::makePtr<QuerierGroupStatus>(IpAddr(239, 1, 1, 1));
-  Listener listener(status);
+  Watcher watcher(status);
   double time = 1.0;
   for (auto _ : state) {
     status->expiryTimeIs(time);
     time += 1.0;
     benchmark::DoNotOptimize(status);
   }
-  if (listener.heard == 0) state.SkipWithError("nobody heard");
+  if (watcher.notified == 0) state.SkipWithError("nothing was notified");
   budget(state, 15.0);
 }
-BENCHMARK(heardSetter)->Name("setter/oneNotifiee");
+BENCHMARK(watchedSetter)->Name("setter/oneNotifiee");
 
 void traceBelow(benchmark::State& state) {
   Mox::TraceHandle& handle = Mox::TraceHandle::named("Bench");

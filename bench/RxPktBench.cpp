@@ -35,7 +35,7 @@ void refreshByName(benchmark::State& state) {
 }
 BENCHMARK(refreshByName)->Name("doRxPkt/v2Report/knownGroup/byName")->Apply(sizes<1000>);
 
-// The same for a host that reads packets in batches, and expects each before it is handed in.
+// The same for a host that reads packets in batches and prefetches each before it is handed in.
 void refreshExpected(benchmark::State& state) {
   const size_t count = static_cast<size_t>(state.range(0));
   BenchQuerier bench;
@@ -64,7 +64,7 @@ void join(benchmark::State& state) {
 }
 BENCHMARK(join)->Name("doRxPkt/v2Report/newGroup")->Apply(sizes<1000, 1000000>)->UseManualTime();
 
-// What no querier wants to hear: dropped after the checks, as fast as a report is taken.
+// A packet that no querier uses: dropped after the checks, within the time of a report.
 void badChecksum(benchmark::State& state) {
   BenchQuerier bench;
   const Ptr<Ilvo::Pkt> pkt =

@@ -1,5 +1,5 @@
-// What `igmpq show` takes: from the connection to the agent to the last line, the agent's part
-// included.
+// The time of `igmpq show`, from the connection to the agent to the last line, with the agent's
+// part.
 #include <Client/AttrLogCopy.h>
 #include <Report/StateReport.h>
 #include <Server/AttrLogServer.h>

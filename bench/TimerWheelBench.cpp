@@ -20,8 +20,8 @@ struct Timer final : TimerWheel::Reactor {
   size_t* fired_ = nullptr;
 };
 
-// Many timers with times spread over 260 s, visited in an order that has nothing to do with where
-// they lie in memory or when they are due.
+// Many timers with times spread over 260 s, visited in an order that is independent of their places
+// in memory and of their times.
 class Crowd {
  public:
   explicit Crowd(size_t count) : timers_(count), visit_(count) {
@@ -71,7 +71,7 @@ void arm(benchmark::State& state) {
 }
 BENCHMARK(arm)->Name("TimerWheel/arm")->Apply(sizes<1000, 1000000>)->UseManualTime();
 
-// What a report does to the timer of a member that is already there.
+// The effect of a report on the timer of a known member.
 void rearmLater(benchmark::State& state) {
   Crowd crowd(static_cast<size_t>(state.range(0)));
   crowd.armAll();

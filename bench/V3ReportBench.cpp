@@ -122,7 +122,7 @@ void refreshSource(benchmark::State& state) {
 }
 BENCHMARK(refreshSource)->Name("doRxPkt/v3Report/refreshedSource")->Apply(shapes);
 
-// Every source times out in one instant, and takes its group along.
+// All sources time out at one instant, and end their groups.
 void expireSources(benchmark::State& state) {
   const Shape shape = shapeOf(state);
   const std::vector<Packet> reports = sourceReports(shape);

@@ -1,5 +1,5 @@
-# What a system gets: two shared libraries, their public headers, a CMake package, pkg-config files
-# and the command. The installed tree may be moved: nothing in it names the prefix. Manual pages and
+# Installs two shared libraries, their public headers, a CMake package, pkg-config files
+# and the command. The installed tree can be moved: no file in it contains the prefix. Manual pages and
 # completion are installed where they are kept, by `doc/man` and `packaging/completion`.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -12,7 +12,7 @@ install(TARGETS GmpPlatform GmpIgmpQuerier EXPORT GmpIgmpQuerierTargets
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}")
 install(EXPORT GmpIgmpQuerierTargets NAMESPACE Querier:: DESTINATION "${package_dir}")
 
-# The libraries' modules only: the agent has headers too, but nobody links it from outside.
+# Only those of the libraries' modules: the agent has headers, too, but no program links it.
 get_property(module_includes GLOBAL PROPERTY QUERIER_INCLUDE_DIRS)
 foreach(dir IN LISTS module_includes)
   file(RELATIVE_PATH inside "${PROJECT_SOURCE_DIR}" "${dir}")

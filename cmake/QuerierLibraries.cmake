@@ -1,4 +1,4 @@
-# The library that switch agents embed: model, machines and congestion monitor.
+# The library for switch agents: model, machines and congestion monitor.
 querier_shared_library(GmpIgmpQuerier
   MODULES GmpIgmpQuerierModel GmpIgmpQuerierMachines GmpAttrLogMonitor
   DEPS Querier::GmpPlatform)

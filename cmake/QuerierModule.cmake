@@ -25,9 +25,8 @@ function(querier_module name)
   endif()
 endfunction()
 
-# A test program whose cases ctest knows one by one. Its sources are compiled eight at a time: the
-# headers of a test take longer than the test, and to read them once more for each took most of a
-# build.
+# A test program whose cases are tests of ctest. Its sources are compiled eight at a time, as reading
+# the headers again for each source took most of a build.
 function(querier_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -37,8 +36,8 @@ function(querier_tests name)
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 
-# Joins modules into one shared library: exactly what they export on purpose is visible. Types
-# register at load time, so every object of the modules is linked, used or not.
+# Joins modules into one shared library: only their exports are visible. Types register at load time,
+# so every object of the modules is linked, used or not.
 #
 #   querier_shared_library(GmpPlatform MODULES MoxBase Mox DEPS ...)
 function(querier_shared_library name)
@@ -54,7 +53,7 @@ const char ${name}Version[] = \"${PROJECT_VERSION}\";
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   foreach(module IN LISTS ARG_MODULES)
-    # Objects, not archives: an archive that others need too would come in twice.
+    # Objects, not archives: an archive that several modules need would be linked twice.
     target_sources(${name} PRIVATE "$<TARGET_OBJECTS:${module}>")
     get_target_property(dirs ${module} INTERFACE_INCLUDE_DIRECTORIES)
     target_include_directories(${name} INTERFACE "$<BUILD_INTERFACE:${dirs}>")

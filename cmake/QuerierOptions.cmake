@@ -1,4 +1,4 @@
-# What every target of this project is compiled with.
+# The compile options of every target of this project.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -13,18 +13,19 @@ set(QUERIER_SANITIZE "" CACHE STRING "Sanitizers for every target, for instance 
 add_library(querier_options INTERFACE)
 target_compile_options(querier_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Werror -Wshadow
-  # At -O3 g++ 12 sees overlaps and overflows in std::string that are not there.
+  # At -O3 g++ 12 sees overlaps and overflows in std::string that do not exist.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
 
-# The shared libraries call their own functions, whatever a host defines: directly, without a table.
+# The shared libraries call their own functions directly, without a table, even if a host defines
+# functions of the same names.
 add_compile_options(-fno-semantic-interposition)
 add_link_options(-Wl,-Bsymbolic-functions)
 
 if(QUERIER_SANITIZE)
   add_compile_options(-fsanitize=${QUERIER_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all
-                      # Needs a free descriptor to look at an object: tests take all of them away.
+                      # Needs a free descriptor to look at an object, which some tests use up.
                       -fno-sanitize=vptr)
   add_link_options(-fsanitize=${QUERIER_SANITIZE})
 endif()

@@ -1,4 +1,4 @@
-// The input of a fuzz target, cut into pieces from its front. Behind its end everything is zero and
+// The input of a fuzz target, read from the front in parts. Behind its end everything is zero and
 // empty, so that no input is too short.
 //
 //   Bytes input(data, size);

@@ -1,5 +1,5 @@
-// Any bytes are safe to replay as a capture file. A replay gives the same each time, its time never
-// runs backwards, each frame is heard or skipped for a reason, and who followed the events knows
+// Any bytes are safe to replay as a capture file. Two replays give the same output, their time
+// never runs backwards, each frame is received or skipped for a reason, and the events add up to
 // the groups and sources that the querier has in the end.
 #include <cstddef>
 #include <cstdint>
@@ -26,7 +26,7 @@ using Mox::Ptr;
 using Sources = std::map<IpAddr, bool>;  // true: excluded
 using Groups = std::map<IpAddr, Sources>;
 
-// Knows nothing but the events.
+// Builds its groups from the events alone.
 class Follower final : public Agent::EventSink {
  public:
   void event(const Event& event) override {
@@ -43,22 +43,22 @@ class Follower final : public Agent::EventSink {
   void follow(const Event& event) {
     switch (event.kind) {
       case Event::groupJoined:
-        property(groups_.try_emplace(event.group).second, "a group joins that is not there");
+        property(groups_.try_emplace(event.group).second, "only an absent group joins");
         return;
       case Event::groupLeft:
-        property(groups_.erase(event.group) == 1, "a group leaves that is there");
+        property(groups_.erase(event.group) == 1, "only a present group leaves");
         return;
       case Event::sourceJoined: sourcesOf(event)[event.source] = false; return;
       case Event::sourceExcluded: sourcesOf(event)[event.source] = true; return;
       case Event::sourceLeft:
-        property(sourcesOf(event).erase(event.source) == 1, "a source leaves that is there");
+        property(sourcesOf(event).erase(event.source) == 1, "only a present source leaves");
         return;
       default: return;
     }
   }
   Sources& sourcesOf(const Event& event) {
     const auto found = groups_.find(event.group);
-    property(found != groups_.end(), "a source belongs to a group that is there");
+    property(found != groups_.end(), "a source belongs to a present group");
     return found->second;
   }
 
@@ -83,8 +83,8 @@ Groups groupsOf(const Agent::CaptureReplay& replay) {
   return groups;
 }
 
-// Everything that a replay tells. Gaps are short, and with them the work.
-std::string toldBy(Agent::CaptureFile& file) {
+// All output of a replay. Gaps are cut short to limit the work.
+std::string outputOf(Agent::CaptureFile& file) {
   const Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("capture");
   config->querierVersionIs(Gmp::Igmp::igmpVersion3);
   Follower follower;
@@ -94,8 +94,8 @@ std::string toldBy(Agent::CaptureFile& file) {
   replay.run(file);
   const Agent::ReplaySummary& summary = replay.summary();
   property(summary.frames == summary.igmp + summary.skippedInAll(),
-           "each frame is heard or skipped for a reason");
-  property(follower.groups() == groupsOf(replay), "the events tell which groups and sources are");
+           "each frame is received or skipped for a reason");
+  property(follower.groups() == groupsOf(replay), "the events add up to the groups and sources");
   return follower.text() +
          stateText(Agent::StatePart::everything, replay.interfaces(), Mox::now()) +
          stateJson(Agent::StatePart::everything, replay.interfaces(), Mox::now()) +
@@ -108,11 +108,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Fuzz::MemoryFile input({data, size});
   try {
     Agent::CaptureFile first(input.path());
-    const std::string told = toldBy(first);
+    const std::string output = outputOf(first);
     Agent::CaptureFile second(input.path());
-    property(toldBy(second) == told, "the second replay is like the first");
+    property(outputOf(second) == output, "the second replay is like the first");
   } catch (const Agent::CaptureError& error) {
-    property(*error.what() != '\0', "a capture that is refused is refused for a reason");
+    property(*error.what() != '\0', "an error has a text");
   }
   return 0;
 }

@@ -1,5 +1,5 @@
-// Any bytes are safe to read as a version 3 report. What reads as a valid one, written down again
-// from its values, reads as the same value; what does not, reads as the one invalid value.
+// Any bytes are safe to read as a version 3 report. A valid report, rebuilt from its values, reads
+// as the same value; all other bytes read as the one invalid value.
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -50,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   const Ptr<Ilvo::Pkt> again = Fuzz::messageOf(rebuilt(report));
-  property(parsed(again) == report, "a report written down again reads the same");
+  property(parsed(again) == report, "a report that is rebuilt reads the same");
   again->endOffsetDec(1);
   property(!parsed(again).validPacket, "a report that lacks a byte is invalid");
   return 0;

@@ -1,5 +1,5 @@
-// Files without a disk: an input under a path, for readers that want one, and an output that ends
-// as a string.
+// Files in memory: an input that has a path, for readers that need one, and an output that becomes
+// a string.
 //
 //   const MemoryFile file({data, size});
 //   MemoryOutput out;
@@ -33,11 +33,11 @@ class MemoryFile {
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
 
-  // Each opening of it reads from the front.
+  // Each open() of it reads from the front.
   std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
 
  private:
-  // No finding: the target itself cannot work here.
+  // Ends without a finding: the target cannot work on this system.
   [[noreturn]] static void fail(const char* what) {
     std::perror(what);
     std::_Exit(2);

@@ -1,5 +1,5 @@
-// What both parse operations need around them: their messages and their traces go nowhere, but are
-// made, because making a text of hostile values is part of what is tried.
+// The surroundings of both parse operations: their messages and traces are formatted, since hostile
+// values must not break that either, and then discarded.
 //
 //   const MessageWorld world;
 //   const Ptr<Pkt> pkt = messageOf(Ilvo::buildV3Query());

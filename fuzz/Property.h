@@ -1,5 +1,5 @@
-// What a fuzz target says when its property does not hold: the sentence, on standard error, and the
-// end of the process, which is what libFuzzer takes as a finding.
+// A fuzz target whose property does not hold writes the property to standard error and aborts,
+// which is a finding to libFuzzer.
 //
 //   property(again == first, "a report that is rebuilt reads the same");
 #pragma once

@@ -1,4 +1,4 @@
-// Takes the place of libFuzzer where there is none: runs a fuzz target once over each of its seeds.
+// The main function without libFuzzer: runs a fuzz target once over each of its seeds.
 //
 //   RxPktFuzz fuzz/seeds/RxPktFuzz
 //   RxPktFuzz some-finding
@@ -35,7 +35,7 @@ bool replayed(const fs::path& path) {
   }
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
   std::printf("%s: %zu bytes\n", path.c_str(), bytes.size());
-  std::fflush(stdout);  // who crashes is the last one named
+  std::fflush(stdout);  // so that the last name printed is that of the input that crashes
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   return true;
 }

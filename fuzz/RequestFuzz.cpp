@@ -1,11 +1,11 @@
-// A client of the request socket may say anything, in pieces of any size, and take its answers as
-// slowly as it likes. What it hears are JSON objects, one a line, no more of them at a time than
-// a piece holds; an error that ends the session is the last of them, and nothing is done after it.
-// Who may only read changes nothing.
+// Any bytes, in parts of any size, are safe to receive on the request socket, from a client that
+// reads its answers as slowly as it likes. The answers are JSON objects, one on each line, in
+// chunks of bounded size. An error that ends the session is the last of them, and nothing is done
+// after it. A client without the right to configure changes nothing.
 //
-// The first byte of the input says who asks (0x80: it may configure), whether something is traced
-// between two pieces (0x40), and how many bytes a piece has. Behind a piece, the client takes one
-// piece of its answers.
+// The first byte of the input holds the right of the client (0x80: it may configure), whether a
+// trace is recorded between two parts (0x40), and the size of the parts. After each part, the
+// client takes one chunk of its answers.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -29,10 +29,10 @@ using Fuzz::property;
 using Gmp::Igmp::QuerierSm;
 using Rights = Agent::Request::Rights;
 
-// A line is added to a piece while that has room: at most what one record makes goes beyond.
+// A line is added to a chunk while that has room, so the lines of one record can exceed it.
 constexpr size_t longestTrace = 4096;
-// Each request may ask for all of the ring once more; nothing new is tried by that.
-constexpr size_t mostPieces = 150;
+// Many requests can each return the whole ring, which takes time and tries nothing new.
+constexpr size_t mostChunks = 150;
 
 Mox::TraceHandle& ownTrace() {
   static Mox::TraceHandle& handle = Mox::TraceHandle::named("Fuzz");
@@ -54,7 +54,8 @@ class World {
                       },
                   .turn =
                       [this] {
-                        property(rights_ == Rights::configure, "who only reads changes nothing");
+                        property(rights_ == Rights::configure,
+                                 "a client that may only read changes nothing");
                         property(!gone_, "nothing is done after the end");
                         wheel_->turn(Mox::now());
                       }},
@@ -63,7 +64,7 @@ class World {
     for (Mox::TraceHandle* handle : Mox::TraceHandle::all()) {
       property(
           rights_ == Rights::configure || handle->ringLevel() == Mox::TraceHandle::defaultRingLevel,
-          "who only reads sets no level");
+          "a client that may only read sets no level");
       property(handle->ringLevel() >= -1 && handle->ringLevel() <= 9, "a level is a level");
       handle->ringLevelIs(Mox::TraceHandle::defaultRingLevel);
     }
@@ -72,13 +73,13 @@ class World {
   World& operator=(const World&) = delete;
 
   RequestSession& session() { return session_; }
-  bool heardAll() const { return heard_ < mostPieces; }
-  // One piece of the answers; false when there is none, or the client has had enough.
-  bool hear() {
-    if (heard_ == mostPieces) return false;
+  bool readAll() const { return chunks_ < mostChunks; }
+  // Takes one chunk of the answers; false when there is none, or the client takes no more.
+  bool readChunk() {
+    if (chunks_ == mostChunks) return false;
     const std::string_view out = session_.out();
     if (out.empty()) return false;
-    property(out.size() <= Agent::Answer::pieceBytes + longestTrace, "a piece is bounded");
+    property(out.size() <= Agent::Answer::pieceBytes + longestTrace, "a chunk is bounded");
     property(!gone_, "nothing follows an error that ends the session");
     property(out.back() == '\n', "answers are whole lines");
     for (size_t begin = 0; begin < out.size();) {
@@ -88,7 +89,7 @@ class World {
       begin = end + 1;
     }
     session_.taken(out.size());
-    ++heard_;
+    ++chunks_;
     gone_ = session_.ended();
     return true;
   }
@@ -102,7 +103,7 @@ class World {
   const Agent::RequestServices services_;
   RequestSession session_;
   bool gone_ = false;
-  size_t heard_ = 0;
+  size_t chunks_ = 0;
 };
 
 }  // namespace
@@ -112,20 +113,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Mox::virtualTimeIs(1000.0);
   Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
   ownTrace();
-  const size_t pieceBytes = 1 + (data[0] & 0x3fu);
-  std::string_view said(reinterpret_cast<const char*>(data) + 1, size - 1);
+  const size_t partBytes = 1 + (data[0] & 0x3fu);
+  std::string_view sent(reinterpret_cast<const char*>(data) + 1, size - 1);
   World world((data[0] & 0x80u) != 0 ? Rights::configure : Rights::read);
-  while (!said.empty() && world.session().room() != 0) {
-    const std::string_view piece = said.substr(0, std::min(pieceBytes, world.session().room()));
-    world.session().in(piece);
-    said.remove_prefix(piece.size());
-    property(world.session().room() <= RequestSession::longestLine + 1, "what is kept is bounded");
-    if ((data[0] & 0x40u) != 0) Mox::trace<3>(ownTrace(), "bytes left ", said.size());
-    world.hear();
+  while (!sent.empty() && world.session().room() != 0) {
+    const std::string_view part = sent.substr(0, std::min(partBytes, world.session().room()));
+    world.session().in(part);
+    sent.remove_prefix(part.size());
+    property(world.session().room() <= RequestSession::longestLine + 1,
+             "the room for a line is bounded");
+    if ((data[0] & 0x40u) != 0) Mox::trace<3>(ownTrace(), "bytes left ", sent.size());
+    world.readChunk();
   }
   world.session().inEnd();
-  while (world.hear()) {
+  while (world.readChunk()) {
   }
-  property(!world.heardAll() || world.session().ended(), "who says nothing more is let go");
+  property(!world.readAll() || world.session().ended(), "the end of the input ends the session");
   return 0;
 }

@@ -1,11 +1,11 @@
-// Whatever packets come, and whenever: between two of them all invariants of a querier hold, each
-// packet moves the counters that its bytes say, and timers settle.
+// For any packets at any time: between two of them all invariants of a querier hold, each packet
+// changes the counters that follow from its bytes, and timers settle.
 //
-// The first byte is the setup (see World). Then steps: a byte of what to do (lowest two bits) and
-// from whom (next two), a byte of time that passes before it and, but for a restart, a byte of
-// length and so many bytes. They are a packet as it stands, a packet whose checksums are made
-// right, or an IGMP message around which a right packet is made. A restart puts another querier on
-// the same status.
+// The first byte is the setup (see World). Steps follow: a byte with the operation (lowest two
+// bits) and the sender (next two), a byte with the time that passes before it and, except for a
+// restart, a byte with a length and as many bytes. These are a packet as it is, a packet whose
+// checksums are corrected, or an IGMP message that is put into a correct packet. A restart puts
+// another querier on the same status.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -40,7 +40,7 @@ using Mox::U8;
 
 constexpr Seconds begin = 1000.0;
 
-// Short waits in eighths, so that timers meet packets to the point; long ones up to 640 seconds.
+// Short waits in eighths of a second, so that timers and packets coincide; long ones up to 640 s.
 Seconds waitOf(U8 code) { return code < 128 ? code / 8.0 : (code - 127) * 5.0; }
 
 class World {
@@ -104,7 +104,8 @@ class World {
     const ReceiveCounters moves =
         difference(Gmp::Igmp::testing::receiveCountersOf(*status_), before);
     if (moves != verdict.moves) {
-      property(false, "moved: " + textOf(moves) + "; had to move: " + textOf(verdict.moves));
+      property(false,
+               "counted: " + textOf(moves) + "; should have counted: " + textOf(verdict.moves));
     }
     if (!known && querier_->groupSm(verdict.asked)) invariants_.bornOfQuery(verdict.asked);
     for (const IpAddr group : verdict.reported) invariants_.reported(group);
@@ -117,7 +118,7 @@ class World {
             a.atBoundary - b.atBoundary};
   }
 
-  // Every timer at its time.
+  // Each timer fires at its time.
   void pass(Seconds duration) {
     const Seconds until = Mox::now() + duration;
     for (int turns = 0; wheel_->nextDue() <= until; ++turns) {

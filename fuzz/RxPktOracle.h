@@ -1,5 +1,5 @@
-// What a packet must do to the counters of a querier, found a second time: by arithmetic on the
-// bytes, with nothing of the receive path that it is held against.
+// The effect that a packet must have on the counters of a querier, computed from its bytes without
+// any code of the receive path.
 //
 //   const Verdict verdict = judge(packet, {.configured = igmpVersion3}, *querier);
 //   querier->doRxPkt(pkt);  // its counters have moved by verdict.moves
@@ -20,16 +20,16 @@ struct Rules {
 
 struct Verdict {
   Gmp::Igmp::testing::ReceiveCounters moves = {};
-  // The group of a query that is acted on; 0.0.0.0 for none.
+  // The group of a query that takes effect; 0.0.0.0 for none.
   Ilvo::IpAddr asked = {};
-  // The groups of a report that is acted on.
+  // The groups of a report that takes effect.
   std::vector<Ilvo::IpAddr> reported = {};
 };
 
 Verdict judge(std::span<const Mox::U8> packet, const Rules& rules,
               const Gmp::Igmp::QuerierSm& querier);
 
-// Both checksums made right, as far as the packet has them; its lengths stay as they are.
+// Corrects both checksums, as far as the packet has them; its lengths stay as they are.
 void repair(std::vector<Mox::U8>& packet);
 
 }  // namespace Fuzz

@@ -1,7 +1,7 @@
-// Any text is safe to run as a scenario. It gives the same output, errors and exit status each
-// time; whether all of it was run or not is told by the exit status, and why not in one line.
+// Any text is safe to run as a scenario. Two runs give the same output, errors and exit status. The
+// exit status shows whether the whole text was run; if not, one line says why.
 //
-// Its first line names options as those of test/scenarios do, of which --traces counts here.
+// The first line can hold options, as in test/scenarios; --traces takes effect here.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -46,10 +46,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const Outcome first = outcomeOf(options);
   property(first.exit == Agent::scenarioOk || first.exit == Agent::scenarioUnreadable ||
                first.exit == Agent::scenarioNeverSettles,
-           "the exit status is one of those that are documented");
+           "the exit status is a documented one");
   const auto lines = std::count(first.errors.begin(), first.errors.end(), '\n');
   property(lines == (first.exit == Agent::scenarioOk ? 0 : 1), "a failure says why in one line");
-  property(first.output.empty() || first.output.back() == '\n', "what is written is whole lines");
+  property(first.output.empty() || first.output.back() == '\n',
+           "the output consists of whole lines");
   property(outcomeOf(options) == first, "the second run is like the first");
   return 0;
 }

@@ -1,8 +1,8 @@
-// Any arguments are safe to give as settings. What is accepted lies in its range, goes together,
-// and printed as arguments again is accepted again, as the same; what is refused is refused for a
-// reason. The same goes for a number that is read as an option's value alone.
+// Any arguments are safe to parse as settings. Accepted values lie in their ranges and are
+// consistent; printed as arguments, they are accepted again as the same values. A refusal has a
+// reason. The same holds for a number that is read as the value of an option alone.
 //
-// Each line of the input is one argument; a number is tried of what stands behind its first "=".
+// Each line of the input is one argument; the text behind its first "=" is tried as a number.
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -40,7 +40,7 @@ Arguments linesOf(std::string_view text) {
   return lines;
 }
 
-// One command line, and what it made.
+// One command line and its result.
 struct Parsed {
   bool accepted = false;
   Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
@@ -56,7 +56,7 @@ Parsed parsed(Arguments arguments) {
   try {
     app.parse(arguments);
   } catch (const CLI::Error& error) {
-    property(*error.what() != '\0', "what is refused is refused for a reason");
+    property(*error.what() != '\0', "a refusal has a reason");
     return result;
   }
   result.accepted = true;
@@ -106,7 +106,7 @@ void requireRanges(const QuerierConfig& config) {
            "answers are due before the next query (RFC 3376 8.3)");
   property(config.querierVersion() == Gmp::Igmp::igmpVersion3 ||
                config.lastMemberQueryInterval() <= 25.5,
-           "queries of the old versions can say the last member query interval (RFC 2236 2.2)");
+           "queries of the old versions can hold the last member query interval (RFC 2236 2.2)");
 }
 
 void trySettings(const Arguments& arguments) {
@@ -114,15 +114,15 @@ void trySettings(const Arguments& arguments) {
   if (!first.accepted) return;
   requireRanges(*first.config);
   const Parsed again = parsed(printed(first));
-  property(again.accepted, "what is accepted and printed is accepted again");
-  property(printed(again) == printed(first), "and is the same");
+  property(again.accepted, "accepted settings, printed, are accepted again");
+  property(printed(again) == printed(first), "printed settings read the same");
 }
 
 std::optional<double> numberIn(const std::string& text, const Agent::NumberRange& range) {
   try {
     return Agent::optionNumber("--number", text, range);
   } catch (const CLI::ValidationError& error) {
-    property(*error.what() != '\0', "what is refused is refused for a reason");
+    property(*error.what() != '\0', "a refusal has a reason");
     return std::nullopt;
   }
 }
@@ -132,7 +132,7 @@ void tryNumber(const std::string& text, const Agent::NumberRange& range) {
   if (!number) return;
   property((*number >= range.least && *number <= range.most) || (*number == 0.0 && range.zero),
            "a number that is accepted lies in its range");
-  property(!range.whole || *number == std::floor(*number), "a whole number is one");
+  property(!range.whole || *number == std::floor(*number), "a number of a whole range is whole");
   const std::string again = range.whole ? fmt::format("{:.0f}", *number) : fmt::to_string(*number);
   property(numberIn(again, range) == number, "a number that is printed reads the same");
 }

@@ -1,8 +1,8 @@
-"""Writes the seeds of the fuzz targets: small inputs that reach far, from which a search begins.
+"""Writes the seeds of the fuzz targets: small inputs that reach much code, where a search starts.
 
     python3 fuzz/make_seeds.py
 
-Seeds of other names, such as inputs that once broke something, are left alone.
+Seeds with other names, such as past findings, stay as they are.
 """
 import pathlib
 import struct
@@ -55,7 +55,7 @@ def step(what, sender, wait, content=b""):
     return head if what == RESTART else head + bytes([len(content)]) + content
 
 
-def said(sender, wait, description):
+def sent(sender, wait, description):
     return step(MESSAGE, sender, wait, message(description))
 
 
@@ -66,38 +66,38 @@ def setup(version, boundary=False, mtu=0, yields=False, traces=False):
 # Waits: below 128 in eighths of a second, from 128 on in steps of five seconds.
 PACKETS = {
     "join-and-leave": [
-        setup(3), said(HOST, 80, "v3report to_ex 239.1.1.1"), said(HOST, 8, "v2report 239.1.1.2"),
-        said(HOST, 8, "v1report 239.1.1.3"), said(HOST, 8, "v3report to_in 239.1.1.1"),
-        said(HOST, 4, "leave 239.1.1.2"), said(HOST, 40, "leave 239.1.1.3"), step(RAW, HOST, 255)],
+        setup(3), sent(HOST, 80, "v3report to_ex 239.1.1.1"), sent(HOST, 8, "v2report 239.1.1.2"),
+        sent(HOST, 8, "v1report 239.1.1.3"), sent(HOST, 8, "v3report to_in 239.1.1.1"),
+        sent(HOST, 4, "leave 239.1.1.2"), sent(HOST, 40, "leave 239.1.1.3"), step(RAW, HOST, 255)],
     "sources": [
-        setup(3, mtu=1), said(HOST, 80, "v3report allow 239.1.1.1 " + " ".join(
+        setup(3, mtu=1), sent(HOST, 80, "v3report allow 239.1.1.1 " + " ".join(
             f"10.7.0.{n}" for n in range(1, 20))),
-        said(HOST, 8, "v3report block 239.1.1.1 10.7.0.1 10.7.0.2 10.7.0.3 10.7.0.4"),
-        said(HOST, 8, "v3report to_ex 239.1.1.1 10.7.0.2 10.7.0.9"),
-        said(HOST, 8, "v3report is_ex 239.1.1.1 10.7.0.3"),
-        said(HOST, 8, "v3report to_in 239.1.1.1 10.7.0.5"), step(RAW, HOST, 200)],
+        sent(HOST, 8, "v3report block 239.1.1.1 10.7.0.1 10.7.0.2 10.7.0.3 10.7.0.4"),
+        sent(HOST, 8, "v3report to_ex 239.1.1.1 10.7.0.2 10.7.0.9"),
+        sent(HOST, 8, "v3report is_ex 239.1.1.1 10.7.0.3"),
+        sent(HOST, 8, "v3report to_in 239.1.1.1 10.7.0.5"), step(RAW, HOST, 200)],
     "election": [
-        setup(3, traces=True), said(HOST, 100, "v3report to_ex 239.1.1.1"),
-        said(HOST, 8, "v3report to_in 239.1.1.1"), said(LOWER, 2, "v3query 0.0.0.0 qqic=10 qrv=1"),
-        said(LOWER, 8, "v3query 239.1.1.1 10.7.0.1"), said(LOWER, 8, "v2query 239.1.1.5"),
-        said(HIGHER, 8, "v3query 0.0.0.0"), said(NOBODY, 8, "v3query 0.0.0.0"),
-        step(RAW, HOST, 160), said(LOWER, 8, "v1query 0.0.0.0"), step(RAW, HOST, 255)],
+        setup(3, traces=True), sent(HOST, 100, "v3report to_ex 239.1.1.1"),
+        sent(HOST, 8, "v3report to_in 239.1.1.1"), sent(LOWER, 2, "v3query 0.0.0.0 qqic=10 qrv=1"),
+        sent(LOWER, 8, "v3query 239.1.1.1 10.7.0.1"), sent(LOWER, 8, "v2query 239.1.1.5"),
+        sent(HIGHER, 8, "v3query 0.0.0.0"), sent(NOBODY, 8, "v3query 0.0.0.0"),
+        step(RAW, HOST, 160), sent(LOWER, 8, "v1query 0.0.0.0"), step(RAW, HOST, 255)],
     "restart": [
-        setup(3, yields=True), said(HOST, 8, "v3report to_ex 239.1.1.1 ; allow 239.1.1.2 10.7.0.1"),
-        said(HOST, 8, "v2report 239.1.1.3"), step(RESTART, HOST, 3),
-        said(HOST, 0, "v3report to_in 239.1.1.1"), step(RESTART, HOST, 4), step(RAW, HOST, 255)],
+        setup(3, yields=True), sent(HOST, 8, "v3report to_ex 239.1.1.1 ; allow 239.1.1.2 10.7.0.1"),
+        sent(HOST, 8, "v2report 239.1.1.3"), step(RESTART, HOST, 3),
+        sent(HOST, 0, "v3report to_in 239.1.1.1"), step(RESTART, HOST, 4), step(RAW, HOST, 255)],
     "version-1": [
-        setup(1), said(HOST, 8, "v1report 239.1.1.1"), said(HOST, 8, "v2report 239.1.1.2"),
-        said(LOWER, 8, "v1query 0.0.0.0"), said(LOWER, 8, "v2query 239.1.1.1"),
+        setup(1), sent(HOST, 8, "v1report 239.1.1.1"), sent(HOST, 8, "v2report 239.1.1.2"),
+        sent(LOWER, 8, "v1query 0.0.0.0"), sent(LOWER, 8, "v2query 239.1.1.1"),
         step(RAW, HOST, 255)],
     "version-2": [
-        setup(2), said(HOST, 8, "v2report 239.1.1.1"), said(HOST, 8, "leave 239.1.1.1"),
-        said(LOWER, 1, "v2query 0.0.0.0"), said(LOWER, 8, "v2query 239.1.1.1 code=10"),
-        said(HOST, 8, "v3report to_ex 239.1.1.2"), step(RAW, HOST, 255)],
+        setup(2), sent(HOST, 8, "v2report 239.1.1.1"), sent(HOST, 8, "leave 239.1.1.1"),
+        sent(LOWER, 1, "v2query 0.0.0.0"), sent(LOWER, 8, "v2query 239.1.1.1 code=10"),
+        sent(HOST, 8, "v3report to_ex 239.1.1.2"), step(RAW, HOST, 255)],
     "boundary": [
-        setup(3, boundary=True), said(HOST, 8, "v2report 239.255.0.1"),
-        said(HOST, 8, "v3report to_ex 239.255.0.1 ; to_ex 239.1.1.1"),
-        said(HOST, 8, "leave 239.255.0.1"), said(LOWER, 8, "v2query 239.255.0.1")],
+        setup(3, boundary=True), sent(HOST, 8, "v2report 239.255.0.1"),
+        sent(HOST, 8, "v3report to_ex 239.255.0.1 ; to_ex 239.1.1.1"),
+        sent(HOST, 8, "leave 239.255.0.1"), sent(LOWER, 8, "v2query 239.255.0.1")],
     "whole-packets": [
         setup(3), step(RAW, HOST, 8, whole("v2report 239.1.1.1")),
         step(RAW, HOST, 8, whole("v2report 239.1.1.1 sum=bad")),
@@ -258,7 +258,7 @@ ATTR_LOGS = {
     "too-long": bytes([READER]) + b"\xff\xff\1",
 }
 
-# Requests: the first byte says who asks, in pieces of which size, and whether more is traced later.
+# Requests: the first byte holds the client's right, the part size and whether traces follow.
 MAY, TRACES = 0x80, 0x40
 CALL = b'{"op":"call","interface":"eth0","operation":"%s"}\n'
 REQUEST_LINES = {

@@ -1,4 +1,4 @@
-"""House rules that no compiler knows: sizes, leftovers, a README in every folder of sources.
+"""House rules that no compiler checks: sizes, leftovers, a README in every folder of sources.
 
 Reads file names, one a line; prints each breach as file:line: text; exits 1 when there is one.
 The length of functions is checked by clang-tidy.
@@ -28,16 +28,16 @@ def line_breaches(path, lines):
             yield number, "a tab, or blanks at the end of the line"
         for word in LEFTOVERS:
             if word in line:
-                yield number, f"{word}: do it, or write down elsewhere when"
+                yield number, f"{word}: do it, or keep the plan elsewhere"
     if path.suffix == ".h":
         if not lines or not lines[0].startswith("//"):
-            yield 1, "a header opens with what the thing is"
+            yield 1, "a header begins with a comment that says what it declares"
         if "#pragma once" not in lines:
             yield 1, "no #pragma once"
 
 
 def folder_of(path):
-    """The folder whose README speaks for this file: public headers belong to their module."""
+    """The folder whose README describes this file: public headers belong to their module."""
     parts = path.parent.parts
     return pathlib.Path(*(parts[:parts.index("include")] if "include" in parts else parts))
 
@@ -59,7 +59,7 @@ def main():
             folders.add(folder_of(path))
     for folder in sorted(folders):
         if not (folder / "README.md").is_file():
-            breaches.append((folder / "README.md", 1, "missing: what lives here, what it needs"))
+            breaches.append((folder / "README.md", 1, "missing: what this folder contains and what it needs"))
     for path, line, text in breaches:
         print(f"{path}:{line}: {text}")
     if not folders:

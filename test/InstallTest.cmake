@@ -1,5 +1,5 @@
 # One step of the installation test, named by `step`; the first one makes the tree that the others
-# use. The example is copied out of the source tree first, so that it can reach nothing in there.
+# use. The example is copied out of the source tree, so that it can use nothing of that.
 set(prefix "${work_dir}/prefix")
 set(expected "query for all groups.*vlan10: 1 groups.*query for 239\\.1\\.1\\.1.*vlan10: 0 groups")
 
@@ -18,7 +18,7 @@ endfunction()
 
 function(check_output program)
   run(COMMAND ${ARGN} "${program}" OUTPUT out)
-  message(STATUS "${program} says:\n${out}")
+  message(STATUS "${program} prints:\n${out}")
   if(NOT out MATCHES "${expected}")
     message(FATAL_ERROR "expected output that matches: ${expected}")
   endif()

@@ -1,4 +1,4 @@
-"""What the shells offer is what the command's help lists and what the agent says.
+"""The shells offer the words that the command's help lists and that the agent returns.
 
     python3 CompletionTest.py IGMPQ bash|zsh
 """
@@ -89,7 +89,7 @@ class CompletionTest(unittest.TestCase):
         self.expect("igmpq replay --querier-version ", "1", "2", "3")
         self.expect("igmpq run --robustness ")
 
-    def test_interfaces_are_the_machines_to_run_on_and_the_agents_to_ask_for(self):
+    def test_interfaces_are_those_of_the_machine_for_run_and_those_of_the_agent_otherwise(self):
         self.assertEqual(machine_interfaces(), self.offered("igmpq run "))
         self.expect("igmpq watch ", "quer0", "quer1")
         self.expect("igmpq watch --json quer0 ", "quer0", "quer1")
@@ -108,7 +108,7 @@ class CompletionTest(unittest.TestCase):
         parts = {"interfaces", "groups", "sources", "counters", "config", "all"}
         self.expect("igmpq show ", *parts, "quer0", "quer1")
         for part in parts:
-            # A part that there is gets as far as to look for an agent.
+            # With a known part the command goes on to connect to an agent.
             done = subprocess.run([COMMAND, "show", part, "--socket", "/nonexistent/a.sock"],
                                   capture_output=True, timeout=60, check=False)
             self.assertEqual(1, done.returncode)
@@ -134,7 +134,7 @@ class CompletionTest(unittest.TestCase):
         self.assertEqual({"status/quer0/group[239.1.1.1]"},
                          {offer.replace("\\", "") for offer in found})
 
-    def test_what_is_no_verb_has_the_options_of_the_command_at_most(self):
+    def test_an_unknown_verb_has_only_the_options_of_the_command(self):
         for line in ("igmpq nosuch ", "igmpq nosuch --", "igmpq 'a[*' ", "igmpq set quer0 'x[|/=o"):
             self.assertLessEqual(self.offered(line), {"-h", "--help", "--version"}, line)
 

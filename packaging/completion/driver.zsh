@@ -1,5 +1,5 @@
-# Makes an interactive zsh tell what it would offer: Ctrl-T completes the line, and writes what was
-# offered to $OFFERED, one a line, and a mark to the terminal.
+# Makes an interactive zsh print its offers: Ctrl-T completes the line, and writes the offers to
+# $OFFERED, one on each line, and a mark to the terminal.
 PS1= PS2= RPS1=
 unsetopt zle_bracketed_paste prompt_cr prompt_sp beep
 zstyle ':completion:*' insert-tab false
@@ -26,6 +26,6 @@ offer() {
   print -n -- '<offered>'
 }
 zle -N offer
-# Ctrl-T begins no other binding, for which the shell would wait.
+# No other binding begins with Ctrl-T, so the shell does not wait for more keys.
 bindkey '^T' offer
 print -n -- '<offered>'

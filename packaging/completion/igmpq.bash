@@ -1,15 +1,15 @@
 # bash completion for igmpq.
 #
 # Verbs, options and values come from the help of the command that is being completed, so that there
-# is no list here that could be of another version. What only a running agent knows is asked of it;
-# where none answers, interfaces are those of the machine. Functions print candidates, one a line.
+# is no list here that could be of another version. State is queried from a running agent; without
+# one, interfaces are those of the machine. Functions print candidates, one a line.
 
 # The command as it was typed. An agent that hangs must not hang the shell.
 _igmpq_ask() {
   timeout "${IGMPQ_COMPLETION_TIMEOUT:-2}" "${_igmpq_program/#\~\//$HOME/}" "$@" 2>/dev/null </dev/null
 }
 
-# The same of the agent that the line names.
+# The same, sent to the agent that the line names.
 _igmpq_ask_agent() {
   local socket=()
   [[ -n $_igmpq_socket ]] && socket=(--socket "${_igmpq_socket/#\~\//$HOME/}")
@@ -21,7 +21,7 @@ _igmpq_verbs() {
   printf '%s\n' --help --version
 }
 
-# The options of a verb, each with what stands for its value: "--send-query on|off".
+# The options of a verb, each with the placeholder of its value: "--send-query on|off".
 _igmpq_options() {
   _igmpq_ask "$1" --help | sed 's/ \(Excludes\|Needs\): .*//' | sed -n '/^Options:/,$ {
     s/^  -h,--help .*/-h\n--help/p; t
@@ -43,7 +43,7 @@ _igmpq_agent_interfaces() {
   if [[ -n $known ]]; then echo "$known"; else _igmpq_machine_interfaces; fi
 }
 
-# What the line of a verb's help lists that begins with "WORD is".
+# The list in the line of a verb's help that begins with "WORD is".
 _igmpq_listed() {
   _igmpq_ask "$1" --help | sed -n "s/^$2 is \(one of \)\?\([^;(.]*\).*/\2/p" |
     sed 's/, \| and \| or /\n/g; s/ *$//'
@@ -57,7 +57,7 @@ _igmpq_types() {
   _igmpq_ask types | sed -e 1d -e 's/ .*//'
 }
 
-# What may stand for the value of an option that is no file.
+# The values of an option that is no file.
 _igmpq_values() {
   local verb=$1 option=$2 kind=$3 begun=$4
   case $verb,$option,$kind in
@@ -68,7 +68,7 @@ _igmpq_values() {
   esac
 }
 
-# What stands for the value of an option, by the list of a verb's options.
+# The placeholder of an option's value, from the list of a verb's options.
 _igmpq_kind() {
   local name kind
   while read -r name kind; do
@@ -83,7 +83,7 @@ _igmpq_prefixed() {
   done
 }
 
-# The settings, each with its equals sign; behind that, the values that it may have.
+# The settings, each with its equals sign; behind that sign, its values.
 _igmpq_settings() {
   local name=${1%%=*} option
   if [[ $1 == *=* ]]; then
@@ -95,7 +95,7 @@ _igmpq_settings() {
   fi
 }
 
-# What may stand behind that many other words of a verb.
+# The words that can follow that many other words of a verb.
 _igmpq_words() {
   local verb=$1 before=$2 begun=$3
   case $verb,$before in
@@ -109,23 +109,22 @@ _igmpq_words() {
   esac
 }
 
-# The words up to the cursor as they were typed: the shell takes them apart at equals signs and
-# colons.
+# The words up to the cursor as they were typed: the shell splits them at equals signs and colons.
 _igmpq_line() {
-  local piece joins=
+  local part joins=
   words=()
-  for piece in "${COMP_WORDS[@]:0:COMP_CWORD+1}"; do
-    if ((${#words[@]} > 1)) && [[ -n $joins || $piece == [=:]* ]]; then
-      words[-1]+=$piece
+  for part in "${COMP_WORDS[@]:0:COMP_CWORD+1}"; do
+    if ((${#words[@]} > 1)) && [[ -n $joins || $part == [=:]* ]]; then
+      words[-1]+=$part
     else
-      words+=("$piece")
+      words+=("$part")
     fi
     joins=
-    [[ $piece == *[=:] ]] && joins=yes
+    [[ $part == *[=:] ]] && joins=yes
   done
 }
 
-# How many words stand before the one to complete that are neither options nor their values. Finds
+# The number of words before the one to complete that are neither options nor their values. Finds
 # the option whose value is to be completed, too, and the socket.
 _igmpq_parse() {
   local at
@@ -143,15 +142,15 @@ _igmpq_parse() {
   done
 }
 
-# The candidates that begin as the word does. What the shell replaces begins behind the last equals
-# sign or colon.
+# The candidates that begin with the word. The shell replaces the text behind the last equals sign
+# or colon.
 _igmpq_reply() {
   local candidate breaks=${COMP_WORDBREAKS//[^=:]/} typed=
   [[ -n $breaks && $word =~ ^.*[$breaks] ]] && typed=${BASH_REMATCH[0]}
   while IFS= read -r candidate; do
     [[ -n $candidate && $candidate == "$word"* ]] && COMPREPLY+=("${candidate#"$typed"}")
   done
-  # A setting goes on behind its equals sign, a path behind each of its parts.
+  # A setting continues behind its equals sign, a path behind each of its parts.
   [[ ${COMPREPLY[0]-} == *= || $verb == get ]] && compopt -o nospace 2>/dev/null
   return 0
 }

@@ -26,8 +26,8 @@ class Bash:
     def offered(self, line, breaks=BREAKS):
         words = []
         for word in line.split(" "):
-            pieces = re.split(r"([=:]+)", word) if "=" in breaks else [word]
-            words += [piece for piece in pieces if piece] or [""]
+            parts = re.split(r"([=:]+)", word) if "=" in breaks else [word]
+            words += [part for part in parts if part] or [""]
         done = subprocess.run(
             ["bash", "--norc", "-c", BASH, "bash", FOLDER / "igmpq.bash", breaks, *words],
             env=self.environment, cwd=self.folder, text=True, timeout=PATIENCE, check=False,
@@ -39,7 +39,7 @@ class Bash:
 
 
 class Zsh:
-    """One that runs in a terminal; driver.zsh makes it tell."""
+    """A zsh that runs in a terminal; driver.zsh makes it print its offers."""
 
     def __init__(self, environment, folder):
         self.offers = folder.parent / "offers"
@@ -49,17 +49,17 @@ class Zsh:
         if self.pid == 0:
             os.chdir(folder)
             os.execvpe("zsh", ["zsh", "-f", "-i"], environment)
-        self.said = b""
+        self.output = b""
         self.send(f"source {FOLDER}/driver.zsh\n")
 
     def send(self, text):
-        """Types it and waits for the mark that is written when the shell is done with it."""
+        """Types the text and waits for the mark that the shell writes afterwards."""
         os.write(self.terminal, text.encode())
-        while MARK not in self.said:
+        while MARK not in self.output:
             if not select.select([self.terminal], [], [], PATIENCE)[0]:
-                raise TimeoutError(f"zsh says nothing more: {self.said}")
-            self.said += os.read(self.terminal, 65536)
-        self.said = self.said.partition(MARK)[2]
+                raise TimeoutError(f"zsh prints nothing more: {self.output}")
+            self.output += os.read(self.terminal, 65536)
+        self.output = self.output.partition(MARK)[2]
 
     def offered(self, line):
         self.send(line + "\x14")

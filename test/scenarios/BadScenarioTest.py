@@ -1,4 +1,4 @@
-"""What is said of a scenario that cannot be read, and what is written until then.
+"""The error of a scenario that cannot be read, and the output until then.
 
     python3 BadScenarioTest.py IGMPQ
 """
@@ -49,7 +49,7 @@ def without(keys, *gone):
 GROUP = {"groupAddr": "239.1.2.3"}
 U32 = "must be an integer from 0 to 4294967295"
 
-# What stands on the second line, behind an interface "vlan10"; what is said of it.
+# The second line, behind one with an interface "vlan10", and the error that it causes.
 BAD_STEPS = {
     "not JSON": [
         ("nonsense", "not JSON"), ("{\"at\": 1000", "not JSON"), ("{} {}", "not JSON"),
@@ -154,7 +154,7 @@ class BadScenarioTest(unittest.TestCase):
         self.assertRegex(done.stderr, r"\A[^\n]+\n\Z", "one line")
         self.assertTrue(done.stderr.startswith(f"{where}: {what}"), done.stderr)
 
-    def test_each_kind_of_step_that_cannot_be_read_is_named_with_its_line(self):
+    def test_a_step_that_cannot_be_read_is_an_error_with_its_line(self):
         for kind, table in BAD_STEPS.items():
             for step, what in table:
                 with self.subTest(kind, step=step):
@@ -167,7 +167,7 @@ class BadScenarioTest(unittest.TestCase):
             self.expect_error(igmpq(line(at(time, "advance"))), "-:1",
                               "the first \"at\" must be above 0")
 
-    def test_the_first_step_knows_no_interface(self):
+    def test_before_the_first_step_there_is_no_interface(self):
         self.expect_error(igmpq(line(at(5, "dump", interface="vlan10"))), "-:1",
                           "there is no interface \"vlan10\"")
 
@@ -183,7 +183,7 @@ class BadScenarioTest(unittest.TestCase):
             self.assertEqual(igmpq("", file=f"{folder}/none").returncode, 2)
             self.expect_error(igmpq("", file=folder), f"{folder}:1", "cannot be read")
 
-    def test_steps_ahead_are_carried_out_and_nothing_fires_for_the_bad_one(self):
+    def test_earlier_steps_take_effect_and_no_timer_fires_for_the_bad_one(self):
         ahead = line(INTERFACE) + line(at(1050, "rx", interface="vlan10", packet=JOIN))
         good = igmpq(ahead, "--changes")
         self.assertEqual(good.returncode, 0)
@@ -194,7 +194,7 @@ class BadScenarioTest(unittest.TestCase):
         later = igmpq(ahead + line(at(2000, "advance")), "--changes")
         self.assertGreater(len(later.stdout), len(good.stdout), "something was due by then")
 
-    def test_a_bad_step_does_nothing_by_halves(self):
+    def test_a_bad_step_has_no_effect(self):
         step = config(robustness=5, queryInterval=-1.5, nonsense=1)
         done = igmpq(line(INTERFACE) + line(step), "--changes")
         self.assertNotIn("\"value\":5", done.stdout)

@@ -1,21 +1,21 @@
-"""Turns a readable description of an IGMP packet into the hexadecimal that scenarios hold.
+"""Turns a readable description of an IGMP packet into the hexadecimal digits of a scenario.
 
     python3 packets.py 'v2report 239.1.2.3 from=10.0.0.101'
 
-KIND and what follows it, then `key=value` in any place:
+KIND and its words, with `key=value` anywhere:
 
     v1report GROUP    v2report GROUP    leave GROUP
     v1query GROUP     v2query GROUP     v3query GROUP [SOURCE...]
     v3report [RECORD [; RECORD]...]     RECORD: TYPE GROUP [SOURCE...] [aux=WORDS] [sources=NUMBER]
         TYPE: is_in is_ex to_in to_ex allow block, or a number
-    raw HEX           an IGMP message as it stands; its checksum is filled in
+    raw HEX           an IGMP message as it is; its checksum is filled in
 
     from= to=         IP addresses (10.0.0.101; by the kind)
     code= s= qrv= qqic=   fields of a query (100 for general, 10 for other queries; 0; 2; 125)
     type=             another type byte, such as 0x13
-    sources= records= another number than the true one in the message
+    sources= records= a wrong number in the message
     trim=N            the message loses its last N bytes before lengths and checksums are made
-    cut=N             the packet loses its last N bytes, and its lengths do not tell
+    cut=N             the packet loses its last N bytes, but keeps its lengths
     pad=N             the packet is followed by N bytes of Ethernet padding
     proto=            another IP protocol
     alert=no          without the Router Alert option
