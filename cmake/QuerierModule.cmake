@@ -25,8 +25,8 @@ function(querier_module name)
   endif()
 endfunction()
 
-# A test program whose cases are tests of ctest. Its sources are compiled eight at a time, as reading
-# the headers again for each source took most of a build.
+# A test program whose cases are tests of ctest. Its sources are compiled eight at a time, as
+# reading the headers again for each source took most of a build.
 function(querier_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
@@ -36,8 +36,8 @@ function(querier_tests name)
   gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 
-# Joins modules into one shared library: only their exports are visible. Types register at load time,
-# so every object of the modules is linked, used or not.
+# Joins modules into one shared library: only their exports are visible. Types register at load
+# time, so every object of the modules is linked, used or not.
 #
 #   querier_shared_library(GmpPlatform MODULES MoxBase Mox DEPS ...)
 function(querier_shared_library name)

@@ -59,7 +59,7 @@ def main():
             folders.add(folder_of(path))
     for folder in sorted(folders):
         if not (folder / "README.md").is_file():
-            breaches.append((folder / "README.md", 1, "missing: what this folder contains and what it needs"))
+            breaches.append((folder / "README.md", 1, "missing: contents and dependencies"))
     for path, line, text in breaches:
         print(f"{path}:{line}: {text}")
     if not folders:

@@ -46,7 +46,7 @@ class RunTest(unittest.TestCase):
     def check(self):
         with contextlib.redirect_stdout(io.StringIO()) as shown:
             passed = run.check(COMMAND, "leave/twice")
-        self.assertNotEqual(passed, bool(shown.getvalue()), "a failure, and only that, is explained")
+        self.assertNotEqual(passed, bool(shown.getvalue()), "exactly a failure is explained")
         return passed
 
     def test_expected_lines_stand_below_the_step_that_causes_them(self):
