@@ -67,7 +67,6 @@ ALLOWED = (
     ("*", r"\blistener reports\b", "messages of MLD, which has the word in its name"),
     ("*", r"Don't care about IGMP type", "a trace text: programs search for it"),
     ("*", r"query heard on vlan", "the text of an event-log message: programs search for it"),
-    ("*.scenario", r"^#= .*", "output: its words are those of the code that wrote it"),
     ("*.md", r"^#+ What \w+|\| What it does \|", "a heading"),
 )
 
