@@ -87,7 +87,7 @@ def skip_reason(output):
     lines = [line.strip() for line in output.splitlines() if line.strip()]
     for at, line in enumerate(lines[:-1]):
         if line.endswith(": Skipped"): return lines[at + 1]
-    return lines[-1] if lines else "no reason given"
+    return lines[-1].removeprefix("skipped: ") if lines else "no reason given"
 
 
 def report(results):
