@@ -113,7 +113,7 @@ def main():
     results.unlink(missing_ok=True)
     shown = Filter()
     sys.stdin.reconfigure(errors="replace")
-    with log.open("w", encoding="utf-8", errors="replace") as file:
+    with log.open("w", buffering=1, encoding="utf-8", errors="replace") as file:
         for line in sys.stdin:
             file.write(line)
             shown.line(line.rstrip("\n"))
