@@ -39,8 +39,6 @@ std::optional<IpHdr> IpHdr::of(const Pkt& pkt) {
   if (hdr.totalLen_ < headerBytes) return std::nullopt;
   const std::span<const U8> header = pkt.data().first(headerBytes);
   hdr.headerBytes_ = headerBytes;
-  hdr.tos_ = pkt.u8(1);
-  hdr.ttl_ = pkt.u8(8);
   hdr.protocol_ = pkt.u8(9);
   hdr.src_ = pkt.ipAddr(12);
   hdr.dst_ = pkt.ipAddr(16);

@@ -28,8 +28,8 @@ namespace Brevlog {
 class MOX_PUBLIC Ring {
   using Formatter = void (*)(std::string& out, const std::byte* pieces);
 
-  // A char array is kept as a pointer to its first character: it is taken for a literal. A string is
-  // kept as its length and its characters.
+  // A char array is kept as a pointer to its first character: it is taken for a literal. A string
+  // is kept as its length and its characters.
   template <class Piece>
   using Stored = std::conditional_t<
       std::same_as<std::decay_t<Piece>, char*>, const char*,

@@ -106,7 +106,6 @@ class MOX_PUBLIC IgmpV3QueryHdr {
   U8 code() const { return pkt_->u8(1); }
   U16 checksum() const { return pkt_->u16(2); }
   IpAddr groupAddress() const { return pkt_->ipAddr(4); }
-  U8 reserved() const { return static_cast<U8>(pkt_->u8(8) >> 4); }
   bool sFlag() const { return (pkt_->u8(8) & 0x08) != 0; }
   U8 qrv() const { return pkt_->u8(8) & 0x07; }
   U8 qqic() const { return pkt_->u8(9); }

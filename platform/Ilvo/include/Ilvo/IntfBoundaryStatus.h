@@ -26,8 +26,6 @@ class MOX_PUBLIC IntfBoundaryStatus final : public Mox::RefCounted {
   const Boundary& boundary() const { return boundary_; }
 
   void boundaryIs(const IpGenPrefix& prefix, bool value);
-  void boundaryDel(const IpGenPrefix& prefix);
-  void boundaryDelAll();
 
  private:
   Boundary boundary_;

@@ -32,8 +32,6 @@ class MOX_PUBLIC IpHdr {
   IpAddr src() const { return src_; }
   IpAddr dst() const { return dst_; }
   U8 protocol() const { return protocol_; }
-  U8 ttl() const { return ttl_; }
-  U8 tos() const { return tos_; }
   U16 totalLen() const { return totalLen_; }
   U8 headerBytes() const { return headerBytes_; }
   U16 payloadLen() const { return static_cast<U16>(totalLen_ - headerBytes_); }
@@ -49,8 +47,6 @@ class MOX_PUBLIC IpHdr {
   U16 computedChecksum_ = 0;
   U8 headerBytes_ = 0;
   U8 protocol_ = 0;
-  U8 ttl_ = 0;
-  U8 tos_ = 0;
   bool routerAlert_ = false;
 };
 

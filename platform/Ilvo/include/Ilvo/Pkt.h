@@ -64,8 +64,6 @@ class MOX_PUBLIC Pkt final : public Mox::RefCounted {
   }
   void ipAddrIs(std::size_t at, IpAddr v) { u32Is(at, v.value()); }
 
-  // Bytes taken off the front so far.
-  std::size_t frontOffset() const { return front_ - whole_; }
   void frontOffsetInc(std::size_t n) {
     requireBytes(n);
     front_ += n;

@@ -21,13 +21,8 @@ class MOX_PUBLIC PktManager {
 
   // The next n allocations fail.
   void failuresIs(U32 n) { failures_ = n; }
-  U32 failures() const { return failures_; }
-
-  // Packets handed out so far.
-  U64 allocated() const { return allocated_; }
 
  private:
-  U64 allocated_ = 0;
   U32 failures_ = 0;
 };
 

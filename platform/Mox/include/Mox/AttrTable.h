@@ -132,8 +132,8 @@ struct Constant {
   V (E::*get)() const;
 };
 
-// A change of one member calls `immediate` and then, with the member's key, `slot`; a notification of
-// the collection as a whole calls `whole`.
+// A change of one member calls `immediate` and then, with the member's key, `slot`; a notification
+// of the collection as a whole calls `whole`.
 template <class E, class C, class K, class N>
 struct Collection {
   constexpr Collection(const char* n, C E::*c, void (N::*sl)(K), void (N::*im)(), void (N::*wh)())

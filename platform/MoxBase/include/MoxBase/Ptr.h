@@ -14,7 +14,6 @@
 #include <compare>
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -141,8 +140,3 @@ Ptr<T> makePtr(Args&&... args) {
 }
 
 }  // namespace Mox
-
-template <class T>
-struct std::hash<Mox::Ptr<T>> {
-  size_t operator()(const Mox::Ptr<T>& p) const { return std::hash<T*>()(p.get()); }
-};
