@@ -3,8 +3,7 @@
   unused.py headers MODULES   a public header that no file outside its module reaches
   unused.py names MODULES     a name in a public header that only its own source or tests use
 
-MODULES is written by the build: name|include directory|what the module sees, lower modules first.
-Names are compared as words: a name that occurs elsewhere with another meaning counts as used, so
+MODULES is written by the build. Names are compared as words: a name that occurs elsewhere with another meaning counts as used, so
 some are missed, and what is found is unused. Tests, benchmarks and examples are no users; a name
 that its own source uses may be public for its tests. An attribute has all its accessors, used or
 not: a name counts as used when a row of its header's table has it, with or without a suffix such as
@@ -17,6 +16,8 @@ import pathlib
 import re
 import subprocess
 import sys
+
+import header_rules
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 TEST_FOLDERS = {"test", "lab", "fuzz", "bench", "examples", "testing"}
@@ -77,6 +78,7 @@ class Declarations:
     def __init__(self, code):
         self.names = collections.Counter()
         self.elsewhere = collections.Counter()  # of those, functions whose bodies are not here
+        self.fields = set()  # of those, members that objects are made with
         self.scopes = [("namespace", "", True)]
         self.statement = []
         self.parens = 0
@@ -187,6 +189,8 @@ class Declarations:
                 continue
             if after in ("(", "=", ";", "[") and word != owner:
                 self.declare(word, elsewhere=after == "(" and not keep)
+                if kind == "class" and after != "(" and not {"static", "constexpr"} & set(words):
+                    self.fields.add(word)
                 return
             if word == "concept":
                 self.declare(after)
@@ -277,16 +281,14 @@ def unused_names(tree):
                 continue
             tested = any(tree.words[test][name] for test in tree.tests)
             if sum(tree.words[path][name] for path in own) > found.elsewhere[name]:
-                if not tested:
+                if not tested and name not in found.fields:
                     yield header, name, "used by its own source alone, which can hide it"
             else:
                 yield header, name, f"used by {'tests alone' if tested else 'nothing'}"
 
 
 def main():
-    modules = [pathlib.Path(line.split("|")[1])
-               for line in pathlib.Path(sys.argv[2]).read_text(encoding="utf-8").splitlines()]
-    tree = Tree(modules)
+    tree = Tree([module.include for module in header_rules.read_modules(sys.argv[2])])
     find = unreached_headers if sys.argv[1] == "headers" else unused_names
     count, needed = 0, set()
     for header, name, text in find(tree):
