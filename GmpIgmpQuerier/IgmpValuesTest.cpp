@@ -69,7 +69,7 @@ TEST(IpAddrSet, printsAsTheMapThatItStandsFor) {
   EXPECT_EQ(valueToStrep(IpAddrSet{b, a}), "{'10.0.0.1': True, '10.0.0.2': True}");
 }
 
-// Whether there is a textual dump of it at all.
+// Whether there is a textual dump of the type at all.
 template <class T>
 concept HasStrep = requires(T value) {
   valueToStrep(value);
@@ -302,7 +302,7 @@ TEST(GroupList, printsBothItsFields) {
             "True}, 'groupCount': 7})");
 }
 
-// A value in a trace reads like its textual form, in both places, whatever becomes of the value.
+// A value in a trace reads like its textual form, in both places, even if the value changes later.
 template <class V>
 void expectTraced(V value) {
   Mox::TraceHandle& handle = Mox::TraceHandle::named("IgmpValuesTest");

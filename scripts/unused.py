@@ -3,11 +3,12 @@
   unused.py headers MODULES   a public header that no file outside its module reaches
   unused.py names MODULES     a name in a public header that only its own source or tests use
 
-MODULES is written by the build. Names are compared as words: a name that occurs elsewhere with another meaning counts as used, so
-some are missed, and what is found is unused. Tests, benchmarks and examples are no users; a name
-that its own source uses may be public for its tests. An attribute has all its accessors, used or
-not: a name counts as used when a row of its header's table has it, with or without a suffix such as
-"Is". The rows of ALLOWED are kept for their reasons; a row that nothing needs is a finding, too.
+MODULES is written by the build. Names are compared as words: a name that occurs elsewhere with
+another meaning counts as used, so some are missed, and what is found is unused. Tests, benchmarks
+and examples are no users; a name that its own source uses may be public for its tests. An attribute
+has all its accessors, used or not: a name counts as used when a row of its header's table has it,
+with or without a suffix such as "Is". The rows of ALLOWED are kept for their reasons; a row that
+nothing needs is a finding, too.
 """
 import collections
 import fnmatch

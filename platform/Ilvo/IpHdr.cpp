@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::size_t minHeaderBytes = 20;
 
-// Walks the options as far as they make sense; what follows a broken one is not looked at.
+// Walks the options as far as they are valid; those behind a broken one are ignored.
 bool hasRouterAlert(std::span<const U8> options) {
   constexpr U8 endOfOptions = 0;
   constexpr U8 noOperation = 1;

@@ -87,7 +87,7 @@ TEST(IgmpPacketBuilder, writesVersion3Reports) {
                           4, 0, 0, 0, 239, 1, 2, 3));
 }
 
-TEST(IgmpPacketBuilder, claimsWhatItIsTold) {
+TEST(IgmpPacketBuilder, claimsTheCountsThatItIsGiven) {
   EXPECT_EQ(messageOf(buildV3Query({.numSources = 9}))[11], 9);
   EXPECT_EQ(messageOf(buildV3Report({{.type = 4, .numSources = 9}}))[11], 9);
   EXPECT_EQ(messageOf(buildV3Report({}, {}, 9))[7], 9);

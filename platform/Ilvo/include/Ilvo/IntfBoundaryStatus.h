@@ -31,7 +31,7 @@ class MOX_PUBLIC IntfBoundaryStatus final : public Mox::RefCounted {
   Boundary boundary_;
 };
 
-// What there is to see of a boundary: its prefixes in their order.
+// A boundary is shown as its prefixes in their order.
 MOX_PUBLIC std::string shownValue(const Mox::Ptr<const IntfBoundaryStatus>& status);
 
 }  // namespace Ilvo
