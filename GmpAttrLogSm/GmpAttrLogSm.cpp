@@ -17,7 +17,7 @@ using Mox::trace;
 
 constexpr const char* modelFile = "GmpAttrLogSm.tin";
 
-// What the assertion names: the line of the model, whatever line of this file it comes to stand at.
+// The place that the assertion names: the line is that of the model, not of this file.
 constexpr Mox::Place usageQuery{"S32 Gmp::Igmp::GmpAttrLogSm::getAttrLogKernBufferUsage()", 63};
 
 Mox::TraceHandle& traceHandle() {

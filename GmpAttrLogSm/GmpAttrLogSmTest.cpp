@@ -45,7 +45,7 @@ class GmpAttrLogSmTest : public testing::Test {
   }
 
   Texts traces() { return std::exchange(traces_, {}); }
-  // What was answered and, behind a "?", whether the kernel was asked for it: "no? no no ".
+  // The answers, each followed by "?" if the kernel was asked for it: "no? no no ".
   static std::string answers(GmpAttrLogSm& monitor, int questions) {
     std::string all;
     for (int i = 0; i < questions; ++i) {

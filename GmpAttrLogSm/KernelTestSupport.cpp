@@ -54,7 +54,7 @@ void Stream::fill() const {
 void Stream::drain() const {
   std::vector<char> bytes(65536);
   while (queued() > 0) {
-    // All may be read and its acknowledgement be under way: then there is nothing to wait for here.
+    // Nothing is readable while the last acknowledgement is under way.
     pollfd readable{far_, POLLIN, 0};
     if (poll(&readable, 1, 10) == 1) {
       require(recv(far_, bytes.data(), bytes.size(), MSG_DONTWAIT) > 0, "recv");
@@ -73,7 +73,7 @@ SocketPair::SocketPair(int sendBuffer) {
 TcpPair::TcpPair(int sendBuffer) {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int small = 4096;
-  // Taken over by what is accepted; set later, it would not bound the window that was announced.
+  // Accepted sockets inherit it; set later, it would not bound the window that was announced.
   require(setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &small, sizeof small) == 0, "setsockopt");
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -93,8 +93,8 @@ TcpPair::TcpPair(int sendBuffer) {
 
 }  // namespace Gmp::Igmp
 
-// The two calls that the monitor makes. Those of the C library are hidden behind these in the test
-// program, and asked for all that a test has not given an answer to.
+// The two calls that the monitor makes. In the test program they hide those of the C library, and
+// make the system call unless a test has given an answer.
 
 using Gmp::Igmp::kernel;
 

@@ -1,6 +1,6 @@
-// The kernel as the monitor's tests meet it: real sockets whose queues are really filled, a count
-// of the two questions that the monitor asks about them, and, where a test needs a number that no
-// kernel can be made to report, an answer put in its place.
+// The kernel for the monitor's tests: real sockets whose queues are really filled, a count of the
+// monitor's two system calls, and, where a test needs a number that no kernel can be made to
+// report, an answer in its place.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,7 @@ struct Kernel {
 };
 extern Kernel kernel;
 
-// Two ends of a stream; what is written at the near one waits until the far one is read.
+// Two ends of a stream; bytes written at the near one wait until the far one is read.
 class Stream {
  public:
   Stream(const Stream&) = delete;

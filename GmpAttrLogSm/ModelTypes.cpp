@@ -1,4 +1,5 @@
-// What the congestion monitor makes known to the type registry when it is loaded.
+// Registers the congestion monitor with the type registry when its library is loaded. Its trace
+// handle is made on first use.
 #include <Mox/ModelTypes.h>
 
 #include <GmpAttrLogSm/GmpAttrLogSm.h>

@@ -1,5 +1,5 @@
-// Whatever changes, on whichever side, and wherever the lines between them stall, resume or break:
-// at the end every copy equals the original.
+// Random changes on both sides of lines that stall, resume and break: at the end every copy equals
+// the original.
 #include <cstdlib>
 #include <optional>
 #include <random>
@@ -32,11 +32,12 @@ std::string differenceOf(const std::string& original, const std::string& copy) {
   return difference;
 }
 
-// One random history. Few addresses, so that members come, go and come again before a copy hears.
+// One random history. Few addresses, so that members are added, removed and added again before a
+// copy is sent any of it.
 //
 // An attribute of the configuration has one writer for the whole history: this side or one of the
-// peers, which writes once it has heard everything. Two that write the same at the same time would
-// each keep what the other wrote.
+// peers, which writes once it has received everything. Two that write the same attribute at the
+// same time would each keep the value of the other.
 class History {
  public:
   explicit History(unsigned seed) : random_(seed), big_(seed % 100 == 0), peers_(1 + below(3)) {
@@ -189,7 +190,7 @@ TEST(AttrLogConvergenceTest, copiesEqualTheOriginalAfterAnyHistory) {
     stalls += history.stalls();
   }
   if (wanted != nullptr) return;
-  // What the histories are there for did happen.
+  // The histories did contain the cases that they are made for.
   EXPECT_GT(peerWrites, runs / 10);
   EXPECT_GT(stalls, runs);
 }

@@ -1,5 +1,5 @@
-// The document that others write decoders from says what the code does: its tables are the
-// entities' tables, and the bytes of its example are sent.
+// The document, from which others write decoders, agrees with the code: its tables are those of the
+// entities, and the bytes of its example are sent.
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -148,7 +148,7 @@ TEST(AttrLogDocTest, limitsAreThoseOfTheStreams) {
   says("the version " + std::to_string(protocolVersion) + ".");
 }
 
-// A frame of the example: how it begins, and how it ends behind what was left out.
+// A frame of the example: its beginning and, where bytes were left out, its end.
 struct Shown {
   std::string begin;
   std::string end;

@@ -1,4 +1,4 @@
-// Bytes that nobody meant: they may end the connection that they came by, and nothing else.
+// Malformed bytes: they may end the connection that they were received on, and nothing else.
 #include <algorithm>
 #include <cstdlib>
 #include <random>
@@ -19,7 +19,7 @@ class HostileStream {
  public:
   explicit HostileStream(unsigned seed) : random_(seed) {}
 
-  // A stream that was good: with bytes changed, left out or said twice.
+  // A good stream with bytes changed, left out or repeated.
   Bytes spoiled(Bytes stream) {
     for (unsigned times = 1 + below(6); times > 0 && stream.size() > 8; --times) {
       const auto at = stream.begin() + below(stream.size());
@@ -37,12 +37,12 @@ class HostileStream {
     }
     return stream;
   }
-  // In pieces, until the session has had enough.
+  // In parts, until the session ends.
   void feed(Session& session, const Bytes& bytes) {
     for (size_t at = 0; at < bytes.size();) {
-      const size_t piece = std::min(bytes.size() - at, size_t{1} + below(300));
-      if (!session.input(std::span(bytes).subspan(at, piece))) break;
-      at += piece;
+      const size_t part = std::min(bytes.size() - at, size_t{1} + below(300));
+      if (!session.input(std::span(bytes).subspan(at, part))) break;
+      at += part;
       session.drain();
       session.stream().taken(session.stream().pending().size());
     }
@@ -80,7 +80,7 @@ class AttrLogHostileTest : public testing::Test {
     ASSERT_EQ(line.server().fault() + line.copy().fault(), "");
     ASSERT_EQ(described(*copies.copy<QuerierStatus>("status/vlan10")), described(*status_));
   }
-  // The stream with which a peer that may write everything writes a good deal.
+  // The stream of a peer that may write everything and writes many attributes.
   Bytes writtenStream() {
     CopyHost copies;
     Session server(host_, {.name = "agent", .peerName = "copy", .rights = Rights::configure},

@@ -1,12 +1,10 @@
 // The records of the four entities, as a peer reads them.
 #include <algorithm>
-#include <concepts>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include <Mox/ActivityClock.h>
-#include <NboAttrLog/EntitySa.h>
 #include <NboAttrLog/Session.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,7 +25,7 @@ using testing::ElementsAre;
 const IpAddr groupA(0xe6000001u);  // 230.0.0.1
 const IpAddr sourceA(0x0a000001u);
 
-// What a frame says, as one line: "+group 230.0.0.1", "-group 230.0.0.1", "robustness=3".
+// A frame as one line: "+group 230.0.0.1", "-group 230.0.0.1", "robustness=3".
 class Lines {
  public:
   void read(std::span<const U8> frame) {
@@ -126,7 +124,7 @@ class AttrLogRecordsTest : public testing::Test {
     connect(bufferBytes);
     lines();
   }
-  // Builds what is left over, and reads all of it.
+  // Builds the frames that are left over, and reads all of them.
   std::vector<std::string> lines() {
     for (server_->drain(); !server_->stream().pending().empty(); server_->drain()) takeBuilt();
     return lines_.take();
@@ -271,42 +269,6 @@ TEST_F(AttrLogRecordsTest, lastMemberQueryTimeIsNotSent) {
   lines();
   config_->lastMemberQueryCountIs(3);
   EXPECT_THAT(lines(), ElementsAre("265=3"));
-}
-
-// Each entity type names its adapter, which does without a connection.
-template <class E>
-class AttrLogAdapterTest : public testing::Test {};
-using EntityTypes =
-    testing::Types<QuerierConfig, QuerierStatus, QuerierGroupStatus, QuerierSourceStatus>;
-TYPED_TEST_SUITE(AttrLogAdapterTest, EntityTypes);
-
-template <class E>
-Ptr<E> made() {
-  if constexpr (std::constructible_from<E, IpAddr>) {
-    return Mox::makePtr<E>(groupA);
-  } else if constexpr (std::constructible_from<E, Mox::Name>) {
-    return Mox::makePtr<E>("vlan10");
-  } else {
-    return Mox::makePtr<E>();
-  }
-}
-
-TYPED_TEST(AttrLogAdapterTest, announcesAnEntityAndSendsWhatIsDirtyFromAnIdentifierOn) {
-  using Sa = typename TypeParam::MoxNboAttrLogSa;
-  const auto entity = made<TypeParam>();
-  Mox::NboAttrLog::OutStream out;
-  auto flow = Sa::FlowOut::everythingOf(entity->type());
-  Sa adapter(out, *entity, flow, {.root = 1});
-  adapter.doSerializeOrphan("path", false);
-  const std::string announced(reinterpret_cast<const char*>(out.pending().data()),
-                              out.pending().size());
-  EXPECT_NE(announced.find(TypeParam::entityTypeName), std::string::npos);
-  const Mox::AttrId last = entity->type().attrs.back().id;
-  ASSERT_TRUE(adapter.handleAttrFlowOut(last));
-  EXPECT_FALSE(flow.attrDirty(last));
-  EXPECT_TRUE(flow.hasDirtyAttributes());  // those in front
-  ASSERT_TRUE(adapter.handleAttrFlowOut());
-  EXPECT_FALSE(flow.hasDirtyAttributes());
 }
 
 TEST(AttrLogEntitiesTest, receivedConfigurationIsNotSentBack) {

@@ -1,7 +1,7 @@
-// What the tests of every entity of the model ask of its attribute table: literal identifiers and
-// names, and setters and counters that tell exactly their own slot and identifier.
+// Checks of every entity's attribute table: literal identifiers and names, and setters and counters
+// that notify exactly their own slot and identifier.
 //
-// `Recorder` is the entity's listener; it adds the name of each attribute it is told of, and a
+// `Recorder` is the entity's notifiee; it adds the name of each attribute it is notified of, and a
 // blank, to the string that it is made with.
 #pragma once
 
@@ -18,20 +18,20 @@
 
 namespace Gmp::Igmp {
 
-// Listens by identifiers and does not hold what it listens to: "258 ", "260(10.0.0.1) ", "260* ".
+// Watches by identifiers and does not hold what it watches: "258 ", "260(10.0.0.1) ", "260* ".
 class IdRecorder final : public Mox::Notifiee {
  public:
   explicit IdRecorder(const Mox::EntityBase& entity) { entity.notifieeAdd(this); }
-  void onAttr(Mox::AttrId id) override { told_ += std::to_string(id) + " "; }
+  void onAttr(Mox::AttrId id) override { notified_ += std::to_string(id) + " "; }
   void onMember(Mox::AttrId id, U32 key) override {
-    told_ += std::to_string(id) + "(" + IpAddr(key).stringValue() + ") ";
+    notified_ += std::to_string(id) + "(" + IpAddr(key).stringValue() + ") ";
   }
-  void onCollection(Mox::AttrId id) override { told_ += std::to_string(id) + "* "; }
-  // What it was told since the last call.
-  std::string told() { return std::exchange(told_, {}); }
+  void onCollection(Mox::AttrId id) override { notified_ += std::to_string(id) + "* "; }
+  // The notifications since the last call.
+  std::string notified() { return std::exchange(notified_, {}); }
 
  private:
-  std::string told_;
+  std::string notified_;
 };
 
 // One row of a table as the tests write it down.
@@ -61,11 +61,12 @@ V otherValue(V v) {
   return static_cast<V>(v + 1);
 }
 
-// Each setter stores, tells its own slot and identifier once, and tells nobody of the same value.
+// Each setter stores, notifies its own slot and identifier once, and notifies nobody of the same
+// value.
 template <class Recorder, class E>
-void expectSettersToTellTheirOwnSlot(const Ptr<E>& entity) {
-  std::string told;
-  const Recorder recorder(entity, told);
+void expectSettersToNotifyTheirOwnSlot(const Ptr<E>& entity) {
+  std::string notified;
+  const Recorder recorder(entity, notified);
   IdRecorder ids(*entity);
   int setters = 0;
   E::attributes.forEach([&](Mox::AttrId id, const auto& row) {
@@ -76,22 +77,22 @@ void expectSettersToTellTheirOwnSlot(const Ptr<E>& entity) {
       const auto value = otherValue(e.*row.member);
       (e.*row.set)(value);
       EXPECT_EQ(e.*row.member, value);
-      EXPECT_EQ(std::exchange(told, {}), row.name + std::string(" "));
-      EXPECT_EQ(ids.told(), std::to_string(id) + " ");
+      EXPECT_EQ(std::exchange(notified, {}), row.name + std::string(" "));
+      EXPECT_EQ(ids.notified(), std::to_string(id) + " ");
       (e.*row.set)(value);
-      EXPECT_EQ(told, "");
-      EXPECT_EQ(ids.told(), "");
+      EXPECT_EQ(notified, "");
+      EXPECT_EQ(ids.notified(), "");
     }
   });
   EXPECT_GT(setters, 0);
   entity->notifieeRemove(&ids);
 }
 
-// Each counter wraps, tells its own slot and identifier, and tells nobody of a count of 0; the
-// number of counters.
+// Each counter wraps, notifies its own slot and identifier, and notifies nobody of a count of 0.
+// Returns the number of counters.
 template <class Recorder, class E>
-int expectCountersToWrapAndTell(const Ptr<E>& entity) {
-  std::string told;
+int expectCountersToWrapAndNotify(const Ptr<E>& entity) {
+  std::string notified;
   int counters = 0;
   E::attributes.forEach([&](Mox::AttrId id, const auto& row) {
     if constexpr (requires { row.inc; }) {
@@ -100,17 +101,17 @@ int expectCountersToWrapAndTell(const Ptr<E>& entity) {
       E& e = *entity;
       using V = std::remove_cvref_t<decltype(e.*row.member)>;
       (e.*row.set)(std::numeric_limits<V>::max());
-      const Recorder recorder(entity, told);
+      const Recorder recorder(entity, notified);
       IdRecorder ids(e);
       EXPECT_EQ((e.*row.inc)(1), V{0});
-      EXPECT_EQ(std::exchange(told, {}), row.name + std::string(" "));
-      EXPECT_EQ(ids.told(), std::to_string(id) + " ");
+      EXPECT_EQ(std::exchange(notified, {}), row.name + std::string(" "));
+      EXPECT_EQ(ids.notified(), std::to_string(id) + " ");
       EXPECT_EQ((e.*row.inc)(0), V{0});
-      EXPECT_EQ(told, "");
-      EXPECT_EQ(ids.told(), "");
+      EXPECT_EQ(notified, "");
+      EXPECT_EQ(ids.notified(), "");
       EXPECT_EQ((e.*row.inc)(5), V{5});
       EXPECT_EQ(e.*row.member, V{5});
-      EXPECT_EQ(std::exchange(told, {}), row.name + std::string(" "));
+      EXPECT_EQ(std::exchange(notified, {}), row.name + std::string(" "));
       e.notifieeRemove(&ids);
     }
   });

@@ -1,4 +1,4 @@
-// What becomes of the attempt to make a value that holds a collection out of its text.
+// The end of every attempt to make a value that holds a collection out of its text.
 #pragma once
 
 #include <MoxBase/Fatal.h>

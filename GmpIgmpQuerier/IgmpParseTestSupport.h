@@ -1,5 +1,5 @@
-// Fixture of the parsers' tests: messages as the receive path hands them over, and what the parsers
-// traced and reported meanwhile.
+// Fixture of the parsers' tests: messages as the receive path hands them over, and the traces and
+// events of the parsers.
 #pragma once
 
 #include <string>

@@ -57,8 +57,8 @@ TEST_F(IgmpReportParse, leavesThePacketAsItIs) {
   const Ptr<Ilvo::Pkt> pkt =
       messageOf(Ilvo::buildV3Report({{.type = 4, .group = group_, .sources = {a_}}}));
   EXPECT_TRUE(doIgmpV3MembershipReportParse(pkt).validPacket);
-  EXPECT_EQ(pkt->frontOffset(), 24u);
   EXPECT_EQ(pkt->offsetBytes(), 20u);
+  EXPECT_EQ(pkt->u8(0), 0x22);
 }
 
 TEST_F(IgmpReportParse, reportWithoutRecordsIsValid) {

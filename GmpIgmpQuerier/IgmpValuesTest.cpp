@@ -11,12 +11,10 @@
 #include <MoxBase/Text.h>
 #include <gtest/gtest.h>
 
+#include "IgmpValuesTestSupport.h"
+
 namespace Gmp::Igmp {
 namespace {
-
-constexpr IpAddr a(10, 0, 0, 1);
-constexpr IpAddr b(10, 0, 0, 2);
-constexpr IpAddr group(239, 1, 1, 1);
 
 template <class T>
 using Changes = std::vector<std::function<void(T&)>>;
@@ -40,36 +38,36 @@ void expectAllToCount(const Changes<T>& changes) {
 
 TEST(IpAddrSet, holdsEachAddressOnceInOrder) {
   IpAddrSet set;
-  EXPECT_TRUE(set.insert(b));
-  EXPECT_TRUE(set.insert(a));
-  EXPECT_FALSE(set.insert(b));
+  EXPECT_TRUE(set.insert(addrB));
+  EXPECT_TRUE(set.insert(addrA));
+  EXPECT_FALSE(set.insert(addrB));
   EXPECT_EQ(set.size(), 2u);
-  EXPECT_EQ(std::vector<IpAddr>(set.begin(), set.end()), (std::vector<IpAddr>{a, b}));
+  EXPECT_EQ(std::vector<IpAddr>(set.begin(), set.end()), (std::vector<IpAddr>{addrA, addrB}));
 }
 
 TEST(IpAddrSet, isMadeOfAnyList) {
-  EXPECT_EQ((IpAddrSet{b, a, b}), (IpAddrSet{a, b}));
-  EXPECT_EQ(IpAddrSet(std::vector<IpAddr>{a, a}).size(), 1u);
+  EXPECT_EQ((IpAddrSet{addrB, addrA, addrB}), (IpAddrSet{addrA, addrB}));
+  EXPECT_EQ(IpAddrSet(std::vector<IpAddr>{addrA, addrA}).size(), 1u);
   EXPECT_TRUE(IpAddrSet(std::vector<IpAddr>{}).empty());
 }
 
 TEST(IpAddrSet, erasesOnlyWhatIsThere) {
-  IpAddrSet set{a, b};
-  EXPECT_TRUE(set.erase(a));
-  EXPECT_FALSE(set.erase(a));
-  EXPECT_FALSE(set.contains(a));
-  EXPECT_TRUE(set.contains(b));
+  IpAddrSet set{addrA, addrB};
+  EXPECT_TRUE(set.erase(addrA));
+  EXPECT_FALSE(set.erase(addrA));
+  EXPECT_FALSE(set.contains(addrA));
+  EXPECT_TRUE(set.contains(addrB));
   set.clear();
   EXPECT_TRUE(set.empty());
-  EXPECT_FALSE(set.erase(b));
+  EXPECT_FALSE(set.erase(addrB));
 }
 
 TEST(IpAddrSet, printsAsTheMapThatItStandsFor) {
   EXPECT_EQ(valueToStrep(IpAddrSet()), "{}");
-  EXPECT_EQ(valueToStrep(IpAddrSet{b, a}), "{'10.0.0.1': True, '10.0.0.2': True}");
+  EXPECT_EQ(valueToStrep(IpAddrSet{addrB, addrA}), "{'10.0.0.1': True, '10.0.0.2': True}");
 }
 
-// Whether there is a textual dump of it at all.
+// Whether there is a textual dump of the type at all.
 template <class T>
 concept HasStrep = requires(T value) {
   valueToStrep(value);
@@ -100,20 +98,20 @@ TEST(IgmpQuery, everyFieldCountsForEquality) {
       [](IgmpQuery& q) { q.validPacket = true; },
       [](IgmpQuery& q) { q.version = igmpVersion3; },
       [](IgmpQuery& q) { q.maxResponseCode = 1; },
-      [](IgmpQuery& q) { q.groupAddress = group; },
+      [](IgmpQuery& q) { q.groupAddress = addrGroup; },
       [](IgmpQuery& q) { q.s = true; },
       [](IgmpQuery& q) { q.qrv = 1; },
       [](IgmpQuery& q) { q.qqi = 1; },
-      [](IgmpQuery& q) { q.newSource(a, true); },
+      [](IgmpQuery& q) { q.newSource(addrA, true); },
   });
 }
 
 TEST(IgmpQuery, sourcesComeOnceAndGoTogether) {
   IgmpQuery query;
-  query.newSource(b, true);
-  query.newSource(a, true);
-  query.newSource(b, true);
-  EXPECT_EQ(query.source, (IpAddrSet{a, b}));
+  query.newSource(addrB, true);
+  query.newSource(addrA, true);
+  query.newSource(addrB, true);
+  EXPECT_EQ(query.source, (IpAddrSet{addrA, addrB}));
   query.sourceDelAll();
   EXPECT_TRUE(query.source.empty());
   EXPECT_TRUE(!query);
@@ -135,7 +133,7 @@ TEST(IgmpQuery, printsAllItsFields) {
             "Value('Gmp::Igmp::IgmpQuery', ** {'validPacket': False, 'version': "
             "'igmpVersionUnknown', 'maxResponseCode': 0, 'groupAddress': '0.0.0.0', 's': False, "
             "'qrv': 0, 'qqi': 0, 'source': {}})");
-  const IgmpQuery query{true, igmpVersion3, 255, group, true, 7, 31744, {a, b}};
+  const IgmpQuery query{true, igmpVersion3, 255, addrGroup, true, 7, 31744, {addrA, addrB}};
   EXPECT_EQ(valueToStrep(query),
             "Value('Gmp::Igmp::IgmpQuery', ** {'validPacket': True, 'version': 'igmpVersion3', "
             "'maxResponseCode': 255, 'groupAddress': '239.1.1.1', 's': True, 'qrv': 7, "
@@ -146,16 +144,16 @@ TEST(IgmpGroupRecord, everyFieldCountsForEquality) {
   expectAllToCount<IgmpGroupRecord>({
       [](IgmpGroupRecord& r) { r.version = igmpVersion3; },
       [](IgmpGroupRecord& r) { r.rType = RecordType(1); },
-      [](IgmpGroupRecord& r) { r.multicastAddr = group; },
-      [](IgmpGroupRecord& r) { r.newSource(a, true); },
+      [](IgmpGroupRecord& r) { r.multicastAddr = addrGroup; },
+      [](IgmpGroupRecord& r) { r.newSource(addrA, true); },
   });
 }
 
 TEST(IgmpGroupRecord, sourcesComeOnceAndGoTogether) {
   IgmpGroupRecord record;
-  record.newSource(a, true);
-  record.newSource(a, true);
-  EXPECT_EQ(record.source, IpAddrSet{a});
+  record.newSource(addrA, true);
+  record.newSource(addrA, true);
+  EXPECT_EQ(record.source, IpAddrSet{addrA});
   record.sourceDelAll();
   EXPECT_TRUE(!record);
 }
@@ -164,7 +162,7 @@ TEST(IgmpGroupRecord, printsAllItsFields) {
   EXPECT_EQ(valueToStrep(IgmpGroupRecord()),
             "Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersionUnknown', "
             "'rType': 0, 'multicastAddr': '0.0.0.0', 'source': {}})");
-  const IgmpGroupRecord record{igmpVersion3, RecordType(4), group, {a}};
+  const IgmpGroupRecord record{igmpVersion3, RecordType(4), addrGroup, {addrA}};
   EXPECT_EQ(valueToStrep(record),
             "Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersion3', 'rType': 4, "
             "'multicastAddr': '239.1.1.1', 'source': {'10.0.0.1': True}})");
@@ -187,7 +185,7 @@ TEST(IgmpReport, everyFieldCountsForEquality) {
 TEST(IgmpReport, recordsAreKeptInTheOrderOfTheirIndexes) {
   IgmpReport report;
   for (const U32 index : {5u, 0u, 3u}) {
-    report.newGroupRecord(index, {igmpVersion3, RecordType(static_cast<U8>(index)), group, {}});
+    report.newGroupRecord(index, {igmpVersion3, RecordType(static_cast<U8>(index)), addrGroup, {}});
   }
   std::string order;
   for (const auto& [index, record] : report.groupRecord()) {
@@ -199,26 +197,26 @@ TEST(IgmpReport, recordsAreKeptInTheOrderOfTheirIndexes) {
 TEST(IgmpReport, absentRecordReadsAsADefaultOne) {
   IgmpReport report;
   EXPECT_TRUE(!report.groupRecord(0));
-  report.newGroupRecord(1, {igmpVersion3, RecordType(1), group, {}});
+  report.newGroupRecord(1, {igmpVersion3, RecordType(1), addrGroup, {}});
   EXPECT_TRUE(!report.groupRecord(0));
   EXPECT_TRUE(!report.groupRecord(2));
-  EXPECT_EQ(report.groupRecord(1).multicastAddr, group);
+  EXPECT_EQ(report.groupRecord(1).multicastAddr, addrGroup);
   EXPECT_EQ(report.groupRecord().size(), 1u) << "reading makes nothing";
 }
 
 TEST(IgmpReport, recordIsFoundOrMade) {
   IgmpReport report;
-  report.groupRecordIs(7).newSource(a, true);
-  report.groupRecordIs(7).newSource(b, true);
-  EXPECT_EQ(report.groupRecord(7).source, (IpAddrSet{a, b}));
+  report.groupRecordIs(7).newSource(addrA, true);
+  report.groupRecordIs(7).newSource(addrB, true);
+  EXPECT_EQ(report.groupRecord(7).source, (IpAddrSet{addrA, addrB}));
   EXPECT_EQ(report.groupRecord().size(), 1u);
 }
 
 TEST(IgmpReport, newRecordReplacesTheOneOfItsIndex) {
   IgmpReport report;
-  report.groupRecordIs(7).newSource(a, true);
-  report.newGroupRecord(7, {igmpVersion3, RecordType(2), group, {b}});
-  EXPECT_EQ(report.groupRecord(7).source, IpAddrSet{b});
+  report.groupRecordIs(7).newSource(addrA, true);
+  report.newGroupRecord(7, {igmpVersion3, RecordType(2), addrGroup, {addrB}});
+  EXPECT_EQ(report.groupRecord(7).source, IpAddrSet{addrB});
   EXPECT_EQ(report.groupRecord().size(), 1u);
 }
 
@@ -253,20 +251,20 @@ TEST(IgmpReport, printsBothItsFields) {
 
 TEST(GroupList, holdsEachGroupOnce) {
   GroupList list;
-  list.groupListIs(group, true);
-  list.groupListIs(group, true);
-  list.groupListIs(a, true);
-  EXPECT_EQ(list.groupList(), (IpAddrSet{a, group}));
-  list.groupListDel(a);
-  list.groupListDel(b);
-  EXPECT_EQ(list.groupList(), IpAddrSet{group});
+  list.groupListIs(addrGroup, true);
+  list.groupListIs(addrGroup, true);
+  list.groupListIs(addrA, true);
+  EXPECT_EQ(list.groupList(), (IpAddrSet{addrA, addrGroup}));
+  list.groupListDel(addrA);
+  list.groupListDel(addrB);
+  EXPECT_EQ(list.groupList(), IpAddrSet{addrGroup});
   list.groupListDelAll();
   EXPECT_TRUE(list.groupList().empty());
 }
 
 TEST(GroupList, countIsItsUsersOwn) {
   GroupList list;
-  list.groupListIs(group, true);
+  list.groupListIs(addrGroup, true);
   EXPECT_EQ(list.groupCount(), 0);
   list.groupCountIs(7);
   EXPECT_EQ(list.groupCountInc(3), 10);
@@ -285,9 +283,9 @@ TEST(GroupList, groupsAndCountBothCountForEquality) {
   GroupList one;
   GroupList two;
   EXPECT_TRUE(one == two);
-  one.groupListIs(group, true);
+  one.groupListIs(addrGroup, true);
   EXPECT_FALSE(one == two);
-  two.groupListIs(group, true);
+  two.groupListIs(addrGroup, true);
   EXPECT_TRUE(one == two);
   two.groupCountInc(1);
   EXPECT_FALSE(one == two);
@@ -295,14 +293,14 @@ TEST(GroupList, groupsAndCountBothCountForEquality) {
 
 TEST(GroupList, printsBothItsFields) {
   GroupList list;
-  list.groupListIs(group, true);
+  list.groupListIs(addrGroup, true);
   list.groupCountIs(7);
   EXPECT_EQ(valueToStrep(list),
             "Value('Gmp::Igmp::GroupList', ** {'groupList': {'239.1.1.1': "
             "True}, 'groupCount': 7})");
 }
 
-// A value in a trace reads like its textual form, in both places, whatever becomes of the value.
+// A value in a trace reads like its textual form, in both places, even if the value changes later.
 template <class V>
 void expectTraced(V value) {
   Mox::TraceHandle& handle = Mox::TraceHandle::named("IgmpValuesTest");
@@ -321,13 +319,13 @@ void expectTraced(V value) {
 }
 
 TEST(IgmpValues, areTracedInTheirTextualForm) {
-  expectTraced(IgmpQuery{true, igmpVersion3, 255, group, true, 7, 31744, {a, b}});
-  expectTraced(IgmpGroupRecord{igmpVersion3, RecordType(4), group, {a, b}});
+  expectTraced(IgmpQuery{true, igmpVersion3, 255, addrGroup, true, 7, 31744, {addrA, addrB}});
+  expectTraced(IgmpGroupRecord{igmpVersion3, RecordType(4), addrGroup, {addrA, addrB}});
   IgmpReport report;
-  report.groupRecordIs(0).newSource(a, true);
+  report.groupRecordIs(0).newSource(addrA, true);
   expectTraced(report);
   GroupList list;
-  list.groupListIs(group, true);
+  list.groupListIs(addrGroup, true);
   expectTraced(list);
 }
 

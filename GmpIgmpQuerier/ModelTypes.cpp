@@ -1,4 +1,4 @@
-// What the state model sets up when its library is loaded, in one step: its trace handle, its
+// The set-up of the state model when its library is loaded, in one step: its trace handle, its
 // event-log message and its types.
 #include <Mox/ModelTypes.h>
 

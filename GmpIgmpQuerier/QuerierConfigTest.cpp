@@ -14,21 +14,21 @@ using Kind = Mox::AttrKind;
 
 class ConfigRecorder final : public QuerierConfig::NotifieeConst {
  public:
-  ConfigRecorder(const Ptr<QuerierConfig>& config, std::string& told)
-      : NotifieeConst(config), told_(told) {}
-  void onRobustness() override { told_ += "robustness "; }
-  void onQueryInterval() override { told_ += "queryInterval "; }
-  void onQueryResponseInterval() override { told_ += "queryResponseInterval "; }
-  void onStartupQueryInterval() override { told_ += "startupQueryInterval "; }
-  void onStartupQueryCount() override { told_ += "startupQueryCount "; }
-  void onLastMemberQueryInterval() override { told_ += "lastMemberQueryInterval "; }
-  void onQuerierVersion() override { told_ += "querierVersion "; }
-  void onLastMemberQueryCount() override { told_ += "lastMemberQueryCount "; }
-  void onAddRandomDelayToTimer() override { told_ += "addRandomDelayToTimer "; }
-  void onSendQuery() override { told_ += "sendQuery "; }
+  ConfigRecorder(const Ptr<QuerierConfig>& config, std::string& notified)
+      : NotifieeConst(config), notified_(notified) {}
+  void onRobustness() override { notified_ += "robustness "; }
+  void onQueryInterval() override { notified_ += "queryInterval "; }
+  void onQueryResponseInterval() override { notified_ += "queryResponseInterval "; }
+  void onStartupQueryInterval() override { notified_ += "startupQueryInterval "; }
+  void onStartupQueryCount() override { notified_ += "startupQueryCount "; }
+  void onLastMemberQueryInterval() override { notified_ += "lastMemberQueryInterval "; }
+  void onQuerierVersion() override { notified_ += "querierVersion "; }
+  void onLastMemberQueryCount() override { notified_ += "lastMemberQueryCount "; }
+  void onAddRandomDelayToTimer() override { notified_ += "addRandomDelayToTimer "; }
+  void onSendQuery() override { notified_ += "sendQuery "; }
 
  private:
-  std::string& told_;
+  std::string& notified_;
 };
 
 TEST(QuerierConfig, beginsWithTheDefaults) {
@@ -65,8 +65,8 @@ TEST(QuerierConfig, hasTheseAttributes) {
   EXPECT_EQ(tableOf<QuerierConfig>(), expected);
 }
 
-TEST(QuerierConfig, settersTellTheirOwnSlot) {
-  expectSettersToTellTheirOwnSlot<ConfigRecorder>(querierConfigFactory("vlan10"));
+TEST(QuerierConfig, settersNotifyTheirOwnSlot) {
+  expectSettersToNotifyTheirOwnSlot<ConfigRecorder>(querierConfigFactory("vlan10"));
 }
 
 TEST(QuerierConfig, gettersReadWhatTheirSettersWrote) {
@@ -98,10 +98,10 @@ TEST(QuerierConfig, lastMemberQueryTimeFollowsWithoutANotificationOfItsOwn) {
   IdRecorder ids(*config);
   config->lastMemberQueryCountIs(3);
   EXPECT_EQ(config->lastMemberQueryTime(), 3.0);
-  EXPECT_EQ(ids.told(), "265 ");
+  EXPECT_EQ(ids.notified(), "265 ");
   config->lastMemberQueryIntervalIs(0.25);
   EXPECT_EQ(config->lastMemberQueryTime(), 0.75);
-  EXPECT_EQ(ids.told(), "263 ");
+  EXPECT_EQ(ids.notified(), "263 ");
 }
 
 TEST(QuerierConfig, lastMemberQueryTimeDoesNotWrap) {
@@ -111,12 +111,12 @@ TEST(QuerierConfig, lastMemberQueryTimeDoesNotWrap) {
   EXPECT_EQ(config->lastMemberQueryTime(), 2.0 * 4294967295.0);
 }
 
-TEST(QuerierConfig, listenerThatOverridesNothingHearsNothing) {
+TEST(QuerierConfig, notifieeMayOverrideNothing) {
   const Ptr<QuerierConfig> config = querierConfigFactory("vlan10");
-  QuerierConfig::NotifieeConst listener(config);
+  QuerierConfig::NotifieeConst notifiee(config);
   config->robustnessIs(3);
   config->sendQueryIs(false);
-  EXPECT_EQ(listener.notifier(), config);
+  EXPECT_EQ(notifiee.notifier(), config);
   EXPECT_EQ(config->robustness(), 3u);
 }
 

@@ -17,38 +17,38 @@ using Kind = Mox::AttrKind;
 
 class GroupRecorder final : public QuerierGroupStatus::NotifieeConst {
  public:
-  GroupRecorder(const Ptr<QuerierGroupStatus>& group, std::string& told)
-      : NotifieeConst(group), told_(told) {}
-  void onFilterMode() override { told_ += "filterMode "; }
-  void onSource(IpAddr addr) override { told_ += "source(" + addr.stringValue() + ") "; }
-  void onSourcemoxImmediate() override { told_ += "source! "; }
-  void onSource() override { told_ += "source "; }
-  void onCompatibilityMode() override { told_ += "compatibilityMode "; }
-  void onCreationTime() override { told_ += "creationTime "; }
-  void onExpiryTime() override { told_ += "expiryTime "; }
-  void onLastReporter() override { told_ += "lastReporter "; }
+  GroupRecorder(const Ptr<QuerierGroupStatus>& group, std::string& notified)
+      : NotifieeConst(group), notified_(notified) {}
+  void onFilterMode() override { notified_ += "filterMode "; }
+  void onSource(IpAddr addr) override { notified_ += "source(" + addr.stringValue() + ") "; }
+  void onSourcemoxImmediate() override { notified_ += "source! "; }
+  void onSource() override { notified_ += "source "; }
+  void onCompatibilityMode() override { notified_ += "compatibilityMode "; }
+  void onCreationTime() override { notified_ += "creationTime "; }
+  void onExpiryTime() override { notified_ += "expiryTime "; }
+  void onLastReporter() override { notified_ += "lastReporter "; }
 
  private:
-  std::string& told_;
+  std::string& notified_;
 };
 
 class SourceRecorder final : public QuerierSourceStatus::NotifieeConst {
  public:
-  SourceRecorder(const Ptr<QuerierSourceStatus>& source, std::string& told)
-      : NotifieeConst(source), told_(told) {}
-  void onExpired() override { told_ += "expired "; }
-  void onCreationTime() override { told_ += "creationTime "; }
-  void onExpiryTime() override { told_ += "expiryTime "; }
+  SourceRecorder(const Ptr<QuerierSourceStatus>& source, std::string& notified)
+      : NotifieeConst(source), notified_(notified) {}
+  void onExpired() override { notified_ += "expired "; }
+  void onCreationTime() override { notified_ += "creationTime "; }
+  void onExpiryTime() override { notified_ += "expiryTime "; }
 
  private:
-  std::string& told_;
+  std::string& notified_;
 };
 
 class QuerierGroupStatusTest : public testing::Test {
  protected:
-  std::string told() { return std::exchange(told_, {}); }
+  std::string notified() { return std::exchange(notified_, {}); }
 
-  std::string told_;
+  std::string notified_;
   const Ptr<QuerierGroupStatus> group_ = makePtr<QuerierGroupStatus>(IpAddr(239, 1, 2, 3));
   const IpAddr a_{10, 0, 0, 1};
   const IpAddr b_{10, 0, 0, 2};
@@ -83,8 +83,8 @@ TEST_F(QuerierGroupStatusTest, hasTheseAttributes) {
   EXPECT_EQ(tableOf<QuerierGroupStatus>(), expected);
 }
 
-TEST_F(QuerierGroupStatusTest, settersTellTheirOwnSlot) {
-  expectSettersToTellTheirOwnSlot<GroupRecorder>(group_);
+TEST_F(QuerierGroupStatusTest, settersNotifyTheirOwnSlot) {
+  expectSettersToNotifyTheirOwnSlot<GroupRecorder>(group_);
 }
 
 TEST_F(QuerierGroupStatusTest, gettersReadWhatTheirSettersWrote) {
@@ -100,22 +100,22 @@ TEST_F(QuerierGroupStatusTest, gettersReadWhatTheirSettersWrote) {
   EXPECT_EQ(group_->lastReporter(), a_);
 }
 
-TEST_F(QuerierGroupStatusTest, expiryThatStaysNeverTellsNobody) {
+TEST_F(QuerierGroupStatusTest, expiryThatStaysNeverNotifiesNobody) {
   group_->expiryTimeIs(never);
-  const GroupRecorder recorder(group_, told_);
+  const GroupRecorder recorder(group_, notified_);
   group_->expiryTimeIs(never);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(QuerierGroupStatusTest, sourceIsMadeOnceAndToldOnce) {
-  const GroupRecorder recorder(group_, told_);
+TEST_F(QuerierGroupStatusTest, sourceIsMadeOnceAndNotifiedOnce) {
+  const GroupRecorder recorder(group_, notified_);
   const Ptr<QuerierSourceStatus> source = group_->sourceIs(a_);
   EXPECT_EQ(source->sourceAddr(), a_);
-  EXPECT_EQ(told(), "source! source(10.0.0.1) ");
+  EXPECT_EQ(notified(), "source! source(10.0.0.1) ");
   EXPECT_EQ(group_->sourceIs(a_), source);
   EXPECT_EQ(group_->source(a_), source);
   EXPECT_EQ(group_->source().size(), 1u);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
 TEST_F(QuerierGroupStatusTest, sourceKnowsWhereItBelongs) {
@@ -126,18 +126,18 @@ TEST_F(QuerierGroupStatusTest, sourceKnowsWhereItBelongs) {
 }
 
 TEST_F(QuerierGroupStatusTest, absentSourceIsNull) {
-  const GroupRecorder recorder(group_, told_);
+  const GroupRecorder recorder(group_, notified_);
   EXPECT_FALSE(group_->source(a_));
   EXPECT_FALSE(group_->sourceDel(a_));
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(QuerierGroupStatusTest, deletedSourceIsToldAndLivesOnWhileItIsHeld) {
+TEST_F(QuerierGroupStatusTest, deletedSourceIsNotifiedAndLivesOnWhileItIsHeld) {
   const Ptr<QuerierSourceStatus> source = group_->sourceIs(a_);
   group_->sourceIs(b_);
-  const GroupRecorder recorder(group_, told_);
+  const GroupRecorder recorder(group_, notified_);
   EXPECT_EQ(group_->sourceDel(a_), source);
-  EXPECT_EQ(told(), "source! source(10.0.0.1) ");
+  EXPECT_EQ(notified(), "source! source(10.0.0.1) ");
   EXPECT_EQ(source->parent(), nullptr);
   EXPECT_EQ(source->refs(), 1u);
   EXPECT_FALSE(group_->source(a_));
@@ -146,9 +146,9 @@ TEST_F(QuerierGroupStatusTest, deletedSourceIsToldAndLivesOnWhileItIsHeld) {
 
 TEST_F(QuerierGroupStatusTest, sourceIsDeletedByIterator) {
   const Ptr<QuerierSourceStatus> source = group_->sourceIs(a_);
-  const GroupRecorder recorder(group_, told_);
+  const GroupRecorder recorder(group_, notified_);
   EXPECT_EQ(group_->sourceDel(group_->source().begin()), source);
-  EXPECT_EQ(told(), "source! source(10.0.0.1) ");
+  EXPECT_EQ(notified(), "source! source(10.0.0.1) ");
   EXPECT_TRUE(group_->source().empty());
 }
 
@@ -159,25 +159,25 @@ TEST_F(QuerierGroupStatusTest, sourceOfAddressZeroIsASourceLikeAnyOther) {
   EXPECT_FALSE(group_->source(IpAddr()));
 }
 
-TEST_F(QuerierGroupStatusTest, deletingAllTellsEachSourceOnce) {
+TEST_F(QuerierGroupStatusTest, deletingAllNotifiesEachSourceOnce) {
   for (const IpAddr addr : {a_, b_, c_}) group_->sourceIs(addr);
   IdRecorder ids(*group_);
   group_->sourceDelAll();
   EXPECT_TRUE(group_->source().empty());
-  const std::string told = ids.told();
-  EXPECT_EQ(std::count(told.begin(), told.end(), ' '), 3);
+  const std::string notified = ids.notified();
+  EXPECT_EQ(std::count(notified.begin(), notified.end(), ' '), 3);
   for (const IpAddr addr : {a_, b_, c_}) {
-    EXPECT_NE(told.find("260(" + addr.stringValue() + ") "), std::string::npos) << told;
+    EXPECT_NE(notified.find("260(" + addr.stringValue() + ") "), std::string::npos) << notified;
   }
   group_->notifieeRemove(&ids);
 }
 
 TEST_F(QuerierGroupStatusTest, notifyingASourceChangesNothing) {
-  const GroupRecorder recorder(group_, told_);
+  const GroupRecorder recorder(group_, notified_);
   group_->sourceNotify(a_);
-  EXPECT_EQ(told(), "source! source(10.0.0.1) ");
+  EXPECT_EQ(notified(), "source! source(10.0.0.1) ");
   group_->sourceNotify();
-  EXPECT_EQ(told(), "source ");
+  EXPECT_EQ(notified(), "source ");
   EXPECT_TRUE(group_->source().empty());
 }
 
@@ -185,11 +185,11 @@ TEST_F(QuerierGroupStatusTest, destroyedGroupLetsItsThreeSourcesGoOneByOne) {
   Ptr<QuerierGroupStatus> group = makePtr<QuerierGroupStatus>(IpAddr(239, 1, 2, 4));
   std::vector<Ptr<QuerierSourceStatus>> sources;
   for (const IpAddr addr : {a_, b_, c_}) sources.push_back(group->sourceIs(addr));
-  { const GroupRecorder once(group, told_); }
+  { const GroupRecorder once(group, notified_); }
   IdRecorder ids(*group);
   group = nullptr;
-  const std::string told = ids.told();
-  EXPECT_EQ(std::count(told.begin(), told.end(), ' '), 3) << told;
+  const std::string notified = ids.notified();
+  EXPECT_EQ(std::count(notified.begin(), notified.end(), ' '), 3) << notified;
   for (const Ptr<QuerierSourceStatus>& source : sources) {
     EXPECT_EQ(source->parent(), nullptr);
     EXPECT_EQ(source->refs(), 1u);
@@ -214,8 +214,8 @@ TEST(QuerierSourceStatus, hasTheseAttributes) {
   EXPECT_EQ(tableOf<QuerierSourceStatus>(), expected);
 }
 
-TEST(QuerierSourceStatus, settersTellTheirOwnSlot) {
-  expectSettersToTellTheirOwnSlot<SourceRecorder>(
+TEST(QuerierSourceStatus, settersNotifyTheirOwnSlot) {
+  expectSettersToNotifyTheirOwnSlot<SourceRecorder>(
       makePtr<QuerierSourceStatus>(IpAddr(10, 0, 0, 1)));
 }
 

@@ -16,40 +16,40 @@ using Kind = Mox::AttrKind;
 
 class StatusRecorder final : public QuerierStatus::NotifieeConst {
  public:
-  StatusRecorder(const Ptr<QuerierStatus>& status, std::string& told)
-      : NotifieeConst(status), told_(told) {}
-  void onState() override { told_ += "state "; }
-  void onQuerierVersion() override { told_ += "querierVersion "; }
-  void onGroup(IpAddr addr) override { told_ += "group(" + addr.stringValue() + ") "; }
-  void onGroupmoxImmediate() override { told_ += "group! "; }
-  void onGroup() override { told_ += "group "; }
-  void onCreationTime() override { told_ += "creationTime "; }
-  void onJoins() override { told_ += "joins "; }
-  void onElectedQuerierAddr() override { told_ += "electedQuerierAddr "; }
-  void onRobustness() override { told_ += "robustness "; }
-  void onQueryInterval() override { told_ += "queryInterval "; }
-  void onQueryResponseInterval() override { told_ += "queryResponseInterval "; }
-  void onStartupQueryInterval() override { told_ += "startupQueryInterval "; }
-  void onGeneralQueryExpiryTime() override { told_ += "generalQueryExpiryTime "; }
-  void onOtherQuerierExpiryTime() override { told_ += "otherQuerierExpiryTime "; }
-  void onV1QueriesSent() override { told_ += "v1QueriesSent "; }
-  void onV2QueriesSent() override { told_ += "v2QueriesSent "; }
-  void onV3QueriesSent() override { told_ += "v3QueriesSent "; }
-  void onV3GSQueriesSent() override { told_ += "v3GSQueriesSent "; }
-  void onV3GSSQueriesSent() override { told_ += "v3GSSQueriesSent "; }
-  void onV1QueriesReceived() override { told_ += "v1QueriesReceived "; }
-  void onV2QueriesReceived() override { told_ += "v2QueriesReceived "; }
-  void onV3QueriesReceived() override { told_ += "v3QueriesReceived "; }
-  void onV1ReportReceived() override { told_ += "v1ReportReceived "; }
-  void onV2ReportReceived() override { told_ += "v2ReportReceived "; }
-  void onV2LeaveReceived() override { told_ += "v2LeaveReceived "; }
-  void onV3ReportReceived() override { told_ += "v3ReportReceived "; }
-  void onErrorPacketReceived() override { told_ += "errorPacketReceived "; }
-  void onOtherPacketReceived() override { told_ += "otherPacketReceived "; }
-  void onMcastBoundaryPktReceived() override { told_ += "mcastBoundaryPktReceived "; }
+  StatusRecorder(const Ptr<QuerierStatus>& status, std::string& notified)
+      : NotifieeConst(status), notified_(notified) {}
+  void onState() override { notified_ += "state "; }
+  void onQuerierVersion() override { notified_ += "querierVersion "; }
+  void onGroup(IpAddr addr) override { notified_ += "group(" + addr.stringValue() + ") "; }
+  void onGroupmoxImmediate() override { notified_ += "group! "; }
+  void onGroup() override { notified_ += "group "; }
+  void onCreationTime() override { notified_ += "creationTime "; }
+  void onJoins() override { notified_ += "joins "; }
+  void onElectedQuerierAddr() override { notified_ += "electedQuerierAddr "; }
+  void onRobustness() override { notified_ += "robustness "; }
+  void onQueryInterval() override { notified_ += "queryInterval "; }
+  void onQueryResponseInterval() override { notified_ += "queryResponseInterval "; }
+  void onStartupQueryInterval() override { notified_ += "startupQueryInterval "; }
+  void onGeneralQueryExpiryTime() override { notified_ += "generalQueryExpiryTime "; }
+  void onOtherQuerierExpiryTime() override { notified_ += "otherQuerierExpiryTime "; }
+  void onV1QueriesSent() override { notified_ += "v1QueriesSent "; }
+  void onV2QueriesSent() override { notified_ += "v2QueriesSent "; }
+  void onV3QueriesSent() override { notified_ += "v3QueriesSent "; }
+  void onV3GSQueriesSent() override { notified_ += "v3GSQueriesSent "; }
+  void onV3GSSQueriesSent() override { notified_ += "v3GSSQueriesSent "; }
+  void onV1QueriesReceived() override { notified_ += "v1QueriesReceived "; }
+  void onV2QueriesReceived() override { notified_ += "v2QueriesReceived "; }
+  void onV3QueriesReceived() override { notified_ += "v3QueriesReceived "; }
+  void onV1ReportReceived() override { notified_ += "v1ReportReceived "; }
+  void onV2ReportReceived() override { notified_ += "v2ReportReceived "; }
+  void onV2LeaveReceived() override { notified_ += "v2LeaveReceived "; }
+  void onV3ReportReceived() override { notified_ += "v3ReportReceived "; }
+  void onErrorPacketReceived() override { notified_ += "errorPacketReceived "; }
+  void onOtherPacketReceived() override { notified_ += "otherPacketReceived "; }
+  void onMcastBoundaryPktReceived() override { notified_ += "mcastBoundaryPktReceived "; }
 
  private:
-  std::string& told_;
+  std::string& notified_;
 };
 
 class QuerierStatusTest : public testing::Test {
@@ -60,7 +60,7 @@ class QuerierStatusTest : public testing::Test {
     Mox::virtualTimeIs(time);
     return querierStatusFactory();
   }
-  std::string told() { return std::exchange(told_, {}); }
+  std::string notified() { return std::exchange(notified_, {}); }
   std::vector<std::string> groups() const {
     std::vector<std::string> addrs;
     for (auto at = status_->group().begin(); at != status_->group().end(); ++at) {
@@ -70,7 +70,7 @@ class QuerierStatusTest : public testing::Test {
     return addrs;
   }
 
-  std::string told_;
+  std::string notified_;
   const Ptr<QuerierStatus> status_ = statusAt(1000.25);
   const IpAddr groupA_{239, 1, 1, 1};
   const IpAddr groupB_{239, 1, 1, 2};
@@ -149,12 +149,12 @@ TEST_F(QuerierStatusTest, hasTheseAttributes) {
   EXPECT_EQ(tableOf<QuerierStatus>(), expected);
 }
 
-TEST_F(QuerierStatusTest, settersTellTheirOwnSlot) {
-  expectSettersToTellTheirOwnSlot<StatusRecorder>(status_);
+TEST_F(QuerierStatusTest, settersNotifyTheirOwnSlot) {
+  expectSettersToNotifyTheirOwnSlot<StatusRecorder>(status_);
 }
 
-TEST_F(QuerierStatusTest, countersWrapAndTellTheirOwnSlot) {
-  EXPECT_EQ(expectCountersToWrapAndTell<StatusRecorder>(status_), 16);
+TEST_F(QuerierStatusTest, countersWrapAndNotifyTheirOwnSlot) {
+  EXPECT_EQ(expectCountersToWrapAndNotify<StatusRecorder>(status_), 16);
 }
 
 TEST_F(QuerierStatusTest, gettersReadWhatTheirSettersWrote) {
@@ -236,12 +236,12 @@ TEST_F(QuerierStatusTest, derivedIntervalsFollowWithoutANotificationOfTheirOwn) 
   status_->robustnessIs(3);
   status_->queryIntervalIs(60.0);
   status_->queryResponseIntervalIs(5.0);
-  EXPECT_EQ(ids.told(), "264 265 266 ");
+  EXPECT_EQ(ids.notified(), "264 265 266 ");
   EXPECT_EQ(status_->groupMembershipInterval(), 185.0);
   EXPECT_EQ(status_->otherQuerierPresentInterval(), 182.5);
   EXPECT_EQ(status_->olderHostPresentInterval(), 185.0);
   status_->v1QueriesSentInc(1);
-  EXPECT_EQ(ids.told(), "273 ");
+  EXPECT_EQ(ids.notified(), "273 ");
   status_->notifieeRemove(&ids);
 }
 
@@ -252,14 +252,14 @@ TEST_F(QuerierStatusTest, derivedIntervalsDoNotWrap) {
   EXPECT_EQ(status_->olderHostPresentInterval(), 4294967295.0 * 125.0 + 10.0);
 }
 
-TEST_F(QuerierStatusTest, groupIsMadeOnceAndToldOnce) {
-  const StatusRecorder recorder(status_, told_);
+TEST_F(QuerierStatusTest, groupIsMadeOnceAndNotifiedOnce) {
+  const StatusRecorder recorder(status_, notified_);
   const Ptr<QuerierGroupStatus> group = status_->groupIs(groupA_);
   EXPECT_EQ(group->groupAddr(), groupA_);
-  EXPECT_EQ(told(), "group! group(239.1.1.1) ");
+  EXPECT_EQ(notified(), "group! group(239.1.1.1) ");
   EXPECT_EQ(status_->groupIs(groupA_), group);
   EXPECT_EQ(status_->group(groupA_), group);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
   EXPECT_EQ(groups(), Addrs{"239.1.1.1"});
 }
 
@@ -278,18 +278,18 @@ TEST_F(QuerierStatusTest, groupsIterateInAddressOrder) {
 }
 
 TEST_F(QuerierStatusTest, absentGroupIsNull) {
-  const StatusRecorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, notified_);
   EXPECT_FALSE(status_->group(groupA_));
   EXPECT_FALSE(status_->groupDel(groupA_));
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(QuerierStatusTest, deletedGroupIsToldAndLivesOnWhileItIsHeld) {
+TEST_F(QuerierStatusTest, deletedGroupIsNotifiedAndLivesOnWhileItIsHeld) {
   const Ptr<QuerierGroupStatus> group = status_->groupIs(groupA_);
   group->sourceIs(IpAddr(10, 0, 0, 1));
-  const StatusRecorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, notified_);
   EXPECT_EQ(status_->groupDel(groupA_), group);
-  EXPECT_EQ(told(), "group! group(239.1.1.1) ");
+  EXPECT_EQ(notified(), "group! group(239.1.1.1) ");
   EXPECT_EQ(group->parent(), nullptr);
   EXPECT_FALSE(status_->group(groupA_));
   EXPECT_EQ(group->refs(), 1u);
@@ -299,27 +299,27 @@ TEST_F(QuerierStatusTest, deletedGroupIsToldAndLivesOnWhileItIsHeld) {
 TEST_F(QuerierStatusTest, groupIsDeletedByIterator) {
   const Ptr<QuerierGroupStatus> group = status_->groupIs(groupA_);
   status_->groupIs(groupB_);
-  const StatusRecorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, notified_);
   EXPECT_EQ(status_->groupDel(status_->group().begin()), group);
-  EXPECT_EQ(told(), "group! group(239.1.1.1) ");
+  EXPECT_EQ(notified(), "group! group(239.1.1.1) ");
   EXPECT_EQ(groups(), Addrs{"239.1.1.2"});
 }
 
-TEST_F(QuerierStatusTest, deletingAllTellsEachGroupInAddressOrder) {
+TEST_F(QuerierStatusTest, deletingAllNotifiesEachGroupInAddressOrder) {
   status_->groupIs(groupB_);
   status_->groupIs(groupA_);
-  const StatusRecorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, notified_);
   status_->groupDelAll();
-  EXPECT_EQ(told(), "group! group(239.1.1.1) group! group(239.1.1.2) ");
+  EXPECT_EQ(notified(), "group! group(239.1.1.1) group! group(239.1.1.2) ");
   EXPECT_TRUE(status_->group().empty());
 }
 
 TEST_F(QuerierStatusTest, notifyingAGroupChangesNothing) {
-  const StatusRecorder recorder(status_, told_);
+  const StatusRecorder recorder(status_, notified_);
   status_->groupNotify(groupA_);
-  EXPECT_EQ(told(), "group! group(239.1.1.1) ");
+  EXPECT_EQ(notified(), "group! group(239.1.1.1) ");
   status_->groupNotify();
-  EXPECT_EQ(told(), "group ");
+  EXPECT_EQ(notified(), "group ");
   EXPECT_TRUE(status_->group().empty());
 }
 
@@ -327,10 +327,10 @@ TEST_F(QuerierStatusTest, destroyedStatusLetsItsGroupsGoOneByOne) {
   Ptr<QuerierStatus> status = querierStatusFactory();
   const Ptr<QuerierGroupStatus> group = status->groupIs(groupB_);
   status->groupIs(groupA_);
-  { const StatusRecorder once(status, told_); }
+  { const StatusRecorder once(status, notified_); }
   IdRecorder ids(*status);
   status = nullptr;
-  EXPECT_EQ(ids.told(), "260(239.1.1.1) 260(239.1.1.2) ");
+  EXPECT_EQ(ids.notified(), "260(239.1.1.1) 260(239.1.1.2) ");
   EXPECT_EQ(group->parent(), nullptr);
   EXPECT_EQ(group->refs(), 1u);
 }

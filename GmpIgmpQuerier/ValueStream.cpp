@@ -66,8 +66,8 @@ void put(Out& out, const IgmpReport::Records& records) {
   }
 }
 
-// Each of these reads one field; false when the bytes are none. What follows an absent field is
-// absent too, so a count that nothing stands behind ends at its first element.
+// Each of these reads one field; false when the bytes are none. Fields behind an absent one are
+// absent too, so a count without elements ends at the first of them.
 bool get(Reader& in, bool& value) {
   value = std::get<bool>(in.value(Mox::ValueKind::flag));
   return in.ok();

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "IgmpValuesTestSupport.h"
+
 namespace Gmp::Igmp {
 namespace {
 
@@ -15,10 +17,6 @@ using Mox::NboAttrLog::longestPayload;
 using Mox::NboAttrLog::OutStream;
 using Mox::NboAttrLog::Reader;
 using Bytes = std::vector<U8>;
-
-constexpr IpAddr a(10, 0, 0, 1);
-constexpr IpAddr b(10, 0, 0, 2);
-constexpr IpAddr group(239, 1, 1, 1);
 
 // The payload of a frame that holds the value alone.
 template <class V>
@@ -42,15 +40,15 @@ std::optional<V> read(const Bytes& bytes) {
 IgmpReport reportOfTwo() {
   IgmpReport report;
   report.validPacket = true;
-  report.newGroupRecord(0, {igmpVersion3, RecordType(4), group, {a}});
-  report.newGroupRecord(2, {igmpVersion3, RecordType(255), group, {}});
+  report.newGroupRecord(0, {igmpVersion3, RecordType(4), addrGroup, {addrA}});
+  report.newGroupRecord(2, {igmpVersion3, RecordType(255), addrGroup, {}});
   return report;
 }
 
 GroupList listOfTwo() {
   GroupList list;
-  list.groupListIs(group, true);
-  list.groupListIs(a, true);
+  list.groupListIs(addrGroup, true);
+  list.groupListIs(addrA, true);
   list.groupCountIs(0x1234);
   return list;
 }
@@ -61,7 +59,7 @@ TEST(ValueStream, recordTypeIsOneByte) {
 }
 
 TEST(ValueStream, queryIsItsFieldsInOrder) {
-  const IgmpQuery query{true, igmpVersion3, 100, group, true, 7, 31744, {b, a}};
+  const IgmpQuery query{true, igmpVersion3, 100, addrGroup, true, 7, 31744, {addrB, addrA}};
   const Bytes bytes{1,    0, 0, 0, 3, 100, 0xef, 1, 1, 1, 1,  7, 0, 0,
                     0x7c, 0, 0, 0, 0, 2,   10,   0, 0, 1, 10, 0, 0, 2};
   EXPECT_EQ(written(query), bytes);
@@ -69,7 +67,7 @@ TEST(ValueStream, queryIsItsFieldsInOrder) {
 }
 
 TEST(ValueStream, recordIsItsFieldsInOrder) {
-  const IgmpGroupRecord record{igmpVersion3, RecordType(6), group, {a}};
+  const IgmpGroupRecord record{igmpVersion3, RecordType(6), addrGroup, {addrA}};
   const Bytes bytes{0, 0, 0, 3, 6, 0xef, 1, 1, 1, 0, 0, 0, 1, 10, 0, 0, 1};
   EXPECT_EQ(written(record), bytes);
   EXPECT_EQ(read<IgmpGroupRecord>(bytes), record);
@@ -108,8 +106,10 @@ void expectEveryPrefixToBeRefused(const V& value) {
 }
 
 TEST(ValueStream, everyPrefixOfAValueIsRefused) {
-  expectEveryPrefixToBeRefused(IgmpQuery{true, igmpVersion3, 100, group, true, 7, 1, {a, b}});
-  expectEveryPrefixToBeRefused(IgmpGroupRecord{igmpVersion3, RecordType(6), group, {a, b}});
+  expectEveryPrefixToBeRefused(
+      IgmpQuery{true, igmpVersion3, 100, addrGroup, true, 7, 1, {addrA, addrB}});
+  expectEveryPrefixToBeRefused(
+      IgmpGroupRecord{igmpVersion3, RecordType(6), addrGroup, {addrA, addrB}});
   expectEveryPrefixToBeRefused(reportOfTwo());
   expectEveryPrefixToBeRefused(listOfTwo());
   expectEveryPrefixToBeRefused(RecordType(1));
@@ -138,7 +138,7 @@ TEST(ValueStream, fieldsWithImpossibleValuesAreRefused) {
 }
 
 TEST(ValueStream, lengthIsKnownBeforeAValueIsWritten) {
-  IgmpQuery query{true, igmpVersion3, 100, group, true, 7, 1, {}};
+  IgmpQuery query{true, igmpVersion3, 100, addrGroup, true, 7, 1, {}};
   for (U32 source = 1; valueBytes(query) <= longestPayload; ++source) {
     const Bytes bytes = written(query);
     ASSERT_EQ(bytes.size(), valueBytes(query));

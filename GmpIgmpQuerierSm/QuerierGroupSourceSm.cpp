@@ -95,7 +95,7 @@ void QuerierGroupSourceSm::end() {
   parentIs(nullptr, 0);
 }
 
-QuerierGroupSourceSmText tracePiece(const QuerierGroupSourceSm& sm) {
+QuerierGroupSourceSmText tracePart(const QuerierGroupSourceSm& sm) {
   return {sm.groupSm() == nullptr ? IpAddr() : sm.groupSm()->group(), sm.addr()};
 }
 

@@ -167,7 +167,7 @@ TEST_F(QuerierSmLifecycle, WritableCountTellsEachIncrementAndWraps) {
 
 TEST_F(QuerierSmLifecycle, PrintsAsItsInterface) {
   std::string text;
-  appendText(text, tracePiece(start()));
+  appendText(text, tracePart(start()));
   EXPECT_EQ(text, "QuerierSm( vlan10 )");
 }
 

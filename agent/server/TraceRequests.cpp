@@ -81,7 +81,7 @@ class TraceAnswer final : public Answer {
     json["time"] = secondsJson(line.time);
     json["level"] = line.level;
     json["handle"] = line.facility;
-    json["text"] = line.pieces();
+    json["text"] = line.parts();
     out += jsonLine(json) + '\n';
   }
 

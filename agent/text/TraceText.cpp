@@ -31,7 +31,7 @@ std::string& traceFolder() {
 
 bool writeRing(std::FILE* file) {
   Mox::brevlog().forEach([&](const Brevlog::Ring::Line& line) {
-    const std::string text = traceText(line.time, line.level, line.facility, line.pieces()) + '\n';
+    const std::string text = traceText(line.time, line.level, line.facility, line.parts()) + '\n';
     std::fwrite(text.data(), 1, text.size(), file);
   });
   return std::ferror(file) == 0;

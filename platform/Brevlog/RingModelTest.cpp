@@ -34,7 +34,7 @@ class RingModel {
     }
   }
 
-  // Reads some of what is there; nothing is skipped but what is counted as lost.
+  // Reads some of the records; none is skipped but those that are counted as lost.
   void readSome() {
     unread_ += reader_.takeLost();
     ASSERT_EQ(unread_, reader_.position());
@@ -48,7 +48,7 @@ class RingModel {
     }
   }
 
-  // What is there is the newest of what was recorded, none of it too few.
+  // The ring holds the newest records, as many as fit.
   void check() const {
     std::deque<std::string> texts;
     ring_.forEach([&](const Ring::Line& line) { texts.push_back(line.text()); });
@@ -69,16 +69,16 @@ class RingModel {
   }
 
  private:
-  template <class... Piece>
-  void record(const std::string& expected, const Piece&... piece) {
+  template <class... Part>
+  void record(const std::string& expected, const Part&... part) {
     static constexpr const char* facilities[] = {"none", "char",  "five", "byte",
                                                  "text", "bytes", "long"};
     const auto facility =
         std::find_if(std::begin(facilities), std::end(facilities),
                      [&](auto name) { return expected.substr(0, expected.find(' ')) == name; });
-    const size_t bytes = Ring::recordBytes(piece...);
+    const size_t bytes = Ring::recordBytes(part...);
     biggest_ = std::max(biggest_, bytes);
-    ring_.record(1, *facility, 0.0, piece...);
+    ring_.record(1, *facility, 0.0, part...);
     model_.push_back({expected, bytes});
   }
 

@@ -32,7 +32,7 @@ TEST(Ring, showsNothingWhileEmpty) {
   EXPECT_EQ(ring.overwritten(), 0u);
 }
 
-TEST(Ring, makesTextOfFacilityAndPieces) {
+TEST(Ring, makesTextOfFacilityAndParts) {
   Ring ring(1024);
   ring.record(8, "GroupSm", 1.5, "handleRxLeave", '(', 260.0, ", ", true, Mox::U8{7}, ")");
   EXPECT_EQ(textsOf(ring), Texts{"GroupSm handleRxLeave(260, true7)"});
@@ -59,7 +59,7 @@ TEST(Ring, showsTheOldestFirst) {
   EXPECT_EQ(textsOf(ring), (Texts{"f 1", "f 2", "f 3"}));
 }
 
-TEST(Ring, takesPiecesOfForeignTypesAtOddSizes) {
+TEST(Ring, takesPartsOfForeignTypesAtOddSizes) {
   Ring ring(1024);
   ring.record(1, "f", 1.0, Far::Addr{{1, 2, 3}}, 0.5, Far::Addr{{4, 5, 6}});
   EXPECT_EQ(textsOf(ring), Texts{"f 1.2.3.0.54.5.6."});
@@ -85,7 +85,7 @@ TEST(Ring, refusesAStringBiggerThanItself) {
   EXPECT_EQ(ring.refused(), 1u);
 }
 
-TEST(Ring, aRecordMayHaveNoPieces) {
+TEST(Ring, aRecordMayHaveNoParts) {
   Ring ring(64);
   ring.record(1, "alone", 1.0);
   EXPECT_EQ(textsOf(ring), Texts{"alone "});
@@ -140,7 +140,7 @@ TEST(Ring, wrapsAroundAtEveryOffset) {
 
 Texts readFrom(Ring::Reader& reader) {
   Texts texts;
-  while (reader.next([&](const Ring::Line& line) { texts.push_back(line.pieces()); })) {
+  while (reader.next([&](const Ring::Line& line) { texts.push_back(line.parts()); })) {
   }
   return texts;
 }
@@ -162,7 +162,7 @@ TEST(RingReader, countsWhatWasOverwrittenBeforeItWasRead) {
   Ring ring(128);
   for (const char* text : {"a", "b", "c"}) ring.record(1, "f", 1.0, text);  // of 40 bytes each
   Ring::Reader reader(ring);
-  reader.next([](const Ring::Line& line) { EXPECT_EQ(line.pieces(), "a"); });
+  reader.next([](const Ring::Line& line) { EXPECT_EQ(line.parts(), "a"); });
   for (const char* text : {"d", "e", "f"}) ring.record(1, "f", 1.0, text);
   EXPECT_EQ(reader.takeLost(), 2u);
   EXPECT_EQ(reader.takeLost(), 0u);

@@ -9,10 +9,6 @@ void IntfBoundaryStatus::boundaryIs(const IpGenPrefix& prefix, bool value) {
   boundary_[prefix] = value;
 }
 
-void IntfBoundaryStatus::boundaryDel(const IpGenPrefix& prefix) { boundary_.erase(prefix); }
-
-void IntfBoundaryStatus::boundaryDelAll() { boundary_.clear(); }
-
 std::string shownValue(const Mox::Ptr<const IntfBoundaryStatus>& status) {
   std::string text;
   if (!status) return text;

@@ -37,16 +37,5 @@ TEST_F(IntfBoundaryStatusTest, keepsAPrefixOnceWhateverItsHostBits) {
   EXPECT_FALSE(status_->boundary().begin()->second);
 }
 
-TEST_F(IntfBoundaryStatusTest, losesOnePrefixOrAll) {
-  add("239.0.0.0/8");
-  add("239.0.0.0/16");
-  add("224.0.1.0/24");
-  status_->boundaryDel(prefix("239.0.0.0/8"));
-  status_->boundaryDel(prefix("10.0.0.0/8"));
-  EXPECT_EQ(keys(), "224.0.1.0/24 239.0.0.0/16 ");
-  status_->boundaryDelAll();
-  EXPECT_EQ(keys(), "");
-}
-
 }  // namespace
 }  // namespace Ilvo

@@ -22,7 +22,7 @@ struct KindCase {
 };
 class IpAddrKindTest : public testing::TestWithParam<KindCase> {};
 
-TEST_P(IpAddrKindTest, isTold) {
+TEST_P(IpAddrKindTest, isRecognised) {
   const KindCase& c = GetParam();
   EXPECT_EQ(c.addr.isMulticast(), c.multicast);
   EXPECT_EQ(c.addr.isReservedMulticast(), c.reserved);

@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::size_t minHeaderBytes = 20;
 
-// Walks the options as far as they make sense; what follows a broken one is not looked at.
+// Walks the options as far as they are valid; those behind a broken one are ignored.
 bool hasRouterAlert(std::span<const U8> options) {
   constexpr U8 endOfOptions = 0;
   constexpr U8 noOperation = 1;
@@ -39,8 +39,6 @@ std::optional<IpHdr> IpHdr::of(const Pkt& pkt) {
   if (hdr.totalLen_ < headerBytes) return std::nullopt;
   const std::span<const U8> header = pkt.data().first(headerBytes);
   hdr.headerBytes_ = headerBytes;
-  hdr.tos_ = pkt.u8(1);
-  hdr.ttl_ = pkt.u8(8);
   hdr.protocol_ = pkt.u8(9);
   hdr.src_ = pkt.ipAddr(12);
   hdr.dst_ = pkt.ipAddr(16);

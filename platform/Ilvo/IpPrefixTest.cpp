@@ -19,7 +19,7 @@ struct ContainsCase {
 };
 class Ipv4ContainsTest : public testing::TestWithParam<ContainsCase> {};
 
-TEST_P(Ipv4ContainsTest, isTold) {
+TEST_P(Ipv4ContainsTest, contains) {
   EXPECT_EQ(prefix(GetParam().prefix).contains(GetParam().addr), GetParam().inside);
 }
 

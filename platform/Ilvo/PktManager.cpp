@@ -16,9 +16,7 @@ Mox::Ptr<Pkt> PktManager::pkt(std::size_t headroom) {
     return nullptr;
   }
   try {
-    Mox::Ptr<Pkt> made = Mox::makePtr<Pkt>(headroom);
-    ++allocated_;
-    return made;
+    return Mox::makePtr<Pkt>(headroom);
   } catch (const std::bad_alloc&) {
     return nullptr;
   }

@@ -1,5 +1,5 @@
-// Whatever bytes come in: readers that ask has() first never fail, and what they read agrees with
-// itself. Sanitizers watch the rest.
+// Random bytes: readers that ask has() first never fail, and the fields that they read agree with
+// each other. Sanitizers check the rest.
 
 #include <random>
 #include <string>

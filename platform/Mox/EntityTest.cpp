@@ -15,180 +15,180 @@ namespace {
 
 class EntityTest : public testing::Test {
  protected:
-  // What was told since the last call.
-  std::string told() { return std::exchange(told_, {}); }
+  // The notifications since the last call.
+  std::string notified() { return std::exchange(notified_, {}); }
 
-  std::string told_;
+  std::string notified_;
   Ptr<Garden> garden_ = makePtr<Garden>("kew");
 };
 
-TEST_F(EntityTest, setterTellsItsOwnSlotOnce) {
-  const Watcher watcher(garden_, told_);
+TEST_F(EntityTest, setterNotifiesItsOwnSlotOnce) {
+  const Watcher watcher(garden_, notified_);
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "area ");
+  EXPECT_EQ(notified(), "area ");
   garden_->visitsIs(7);
-  EXPECT_EQ(told(), "visits ");
+  EXPECT_EQ(notified(), "visits ");
 }
 
-TEST_F(EntityTest, setterTellsBeforeItReturnsAndAfterItStored) {
+TEST_F(EntityTest, setterNotifiesBeforeItReturnsAndAfterItStored) {
   double seen = 0.0;
-  const Watcher watcher(garden_, told_, "", [&] { seen = garden_->area(); });
+  const Watcher watcher(garden_, notified_, "", [&] { seen = garden_->area(); });
   garden_->areaIs(2.0);
   EXPECT_EQ(seen, 2.0);
 }
 
-TEST_F(EntityTest, setterTellsNobodyWhenTheValueIsTheSame) {
-  const Watcher watcher(garden_, told_);
+TEST_F(EntityTest, setterNotifiesNobodyWhenTheValueIsTheSame) {
+  const Watcher watcher(garden_, notified_);
   garden_->areaIs(1.0);
   garden_->visitsIs(0);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(EntityTest, setterWorksWithoutListeners) {
+TEST_F(EntityTest, setterWorksWithoutNotifiees) {
   garden_->areaIs(3.0);
   EXPECT_EQ(garden_->area(), 3.0);
   EXPECT_EQ(garden_->fence(), 12.0);
 }
 
-TEST_F(EntityTest, counterAddsTellsAndReturnsTheNewValue) {
-  const Watcher watcher(garden_, told_);
+TEST_F(EntityTest, counterAddsNotifiesAndReturnsTheNewValue) {
+  const Watcher watcher(garden_, notified_);
   EXPECT_EQ(garden_->visitsInc(3), 3u);
   EXPECT_EQ(garden_->visitsInc(2), 5u);
-  EXPECT_EQ(told(), "visits visits ");
+  EXPECT_EQ(notified(), "visits visits ");
 }
 
-TEST_F(EntityTest, counterWrapsAndTells) {
+TEST_F(EntityTest, counterWrapsAndNotifies) {
   garden_->visitsIs(0xffffffffu);
-  const Watcher watcher(garden_, told_);
+  const Watcher watcher(garden_, notified_);
   EXPECT_EQ(garden_->visitsInc(1), 0u);
-  EXPECT_EQ(told(), "visits ");
+  EXPECT_EQ(notified(), "visits ");
 }
 
-TEST_F(EntityTest, countingByZeroTellsNobody) {
+TEST_F(EntityTest, countingByZeroNotifiesNobody) {
   garden_->visitsIs(9);
-  const Watcher watcher(garden_, told_);
+  const Watcher watcher(garden_, notified_);
   EXPECT_EQ(garden_->visitsInc(0), 9u);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(EntityTest, countReturnsItsOwnSumWhenAListenerCountsOn) {
-  const Watcher watcher(garden_, told_, "", [&] {
+TEST_F(EntityTest, incrementReturnsItsOwnSumWhenANotifieeAddsMore) {
+  const Watcher watcher(garden_, notified_, "", [&] {
     if (garden_->visits() < 3) garden_->visitsInc(1);
   });
   EXPECT_EQ(garden_->visitsInc(1), 1u);
   EXPECT_EQ(garden_->visits(), 3u);
-  EXPECT_EQ(told(), "visits visits visits ");
+  EXPECT_EQ(notified(), "visits visits visits ");
 }
 
-TEST_F(EntityTest, listenersAreToldInTheOrderOfTheirRegistration) {
-  const Watcher b(garden_, told_, "b:");
-  const Watcher a(garden_, told_, "a:");
-  const Watcher c(garden_, told_, "c:");
+TEST_F(EntityTest, notifieesAreNotifiedInTheOrderOfTheirRegistration) {
+  const Watcher b(garden_, notified_, "b:");
+  const Watcher a(garden_, notified_, "a:");
+  const Watcher c(garden_, notified_, "c:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "b:area a:area c:area ");
+  EXPECT_EQ(notified(), "b:area a:area c:area ");
 }
 
-TEST_F(EntityTest, destroyedListenerIsNotTold) {
-  std::optional<Watcher> a(std::in_place, garden_, told_, "a:");
-  const Watcher b(garden_, told_, "b:");
+TEST_F(EntityTest, destroyedNotifieeIsNotNotified) {
+  std::optional<Watcher> a(std::in_place, garden_, notified_, "a:");
+  const Watcher b(garden_, notified_, "b:");
   EXPECT_EQ(garden_->notifieeList().size(), 2u);
   a.reset();
   EXPECT_EQ(garden_->notifieeList().size(), 1u);
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "b:area ");
+  EXPECT_EQ(notified(), "b:area ");
 }
 
-TEST_F(EntityTest, listenerMayUnregisterItselfWhileTold) {
-  Watcher a(garden_, told_, "a:");
+TEST_F(EntityTest, notifieeMayUnregisterItselfWhileNotified) {
+  Watcher a(garden_, notified_, "a:");
   a.then_ = [&] { a.notifierIs(nullptr); };
-  const Watcher b(garden_, told_, "b:");
+  const Watcher b(garden_, notified_, "b:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area b:area ");
+  EXPECT_EQ(notified(), "a:area b:area ");
   garden_->areaIs(3.0);
-  EXPECT_EQ(told(), "b:area ");
+  EXPECT_EQ(notified(), "b:area ");
   EXPECT_EQ(garden_->notifieeList().size(), 1u);
 }
 
-TEST_F(EntityTest, listenerMayDestroyItselfWhileTold) {
-  std::optional<Watcher> a(std::in_place, garden_, told_, "a:");
+TEST_F(EntityTest, notifieeMayDestroyItselfWhileNotified) {
+  std::optional<Watcher> a(std::in_place, garden_, notified_, "a:");
   a->then_ = [&] { a.reset(); };
-  const Watcher b(garden_, told_, "b:");
+  const Watcher b(garden_, notified_, "b:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area b:area ");
+  EXPECT_EQ(notified(), "a:area b:area ");
   EXPECT_FALSE(a.has_value());
 }
 
-TEST_F(EntityTest, listenerDestroyedByAnEarlierOneIsNotTold) {
-  Watcher a(garden_, told_, "a:");
-  std::optional<Watcher> b(std::in_place, garden_, told_, "b:");
-  const Watcher c(garden_, told_, "c:");
+TEST_F(EntityTest, notifieeDestroyedByAnEarlierOneIsNotNotified) {
+  Watcher a(garden_, notified_, "a:");
+  std::optional<Watcher> b(std::in_place, garden_, notified_, "b:");
+  const Watcher c(garden_, notified_, "c:");
   a.then_ = [&] { b.reset(); };
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area c:area ");
+  EXPECT_EQ(notified(), "a:area c:area ");
 }
 
-TEST_F(EntityTest, everyListenerIsToldOnceWhenALaterOneUnregistersAnEarlierOne) {
-  Watcher a(garden_, told_, "a:");
-  Watcher b(garden_, told_, "b:", [&] { a.notifierIs(nullptr); });
-  const Watcher c(garden_, told_, "c:");
+TEST_F(EntityTest, everyNotifieeIsNotifiedOnceWhenALaterOneUnregistersAnEarlierOne) {
+  Watcher a(garden_, notified_, "a:");
+  Watcher b(garden_, notified_, "b:", [&] { a.notifierIs(nullptr); });
+  const Watcher c(garden_, notified_, "c:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area b:area c:area ");
+  EXPECT_EQ(notified(), "a:area b:area c:area ");
   garden_->areaIs(3.0);
-  EXPECT_EQ(told(), "b:area c:area ");
+  EXPECT_EQ(notified(), "b:area c:area ");
 }
 
-TEST_F(EntityTest, listenerAddedDuringANotificationIsToldFromTheNextOneOn) {
+TEST_F(EntityTest, notifieeAddedDuringANotificationIsNotifiedFromTheNextOneOn) {
   std::vector<std::unique_ptr<Watcher>> added;
-  const Watcher a(garden_, told_, "a:", [&] {
-    // Enough of them that the list of listeners moves in memory while it is walked.
-    while (added.size() < 20) added.push_back(std::make_unique<Watcher>(garden_, told_, "+"));
+  const Watcher a(garden_, notified_, "a:", [&] {
+    // Enough of them that the list of notifiees moves in memory while it is walked.
+    while (added.size() < 20) added.push_back(std::make_unique<Watcher>(garden_, notified_, "+"));
   });
-  const Watcher b(garden_, told_, "b:");
+  const Watcher b(garden_, notified_, "b:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area b:area ");
+  EXPECT_EQ(notified(), "a:area b:area ");
   garden_->areaIs(3.0);
-  EXPECT_THAT(told(), testing::StartsWith("a:area b:area +area +area "));
+  EXPECT_THAT(notified(), testing::StartsWith("a:area b:area +area +area "));
 }
 
-TEST_F(EntityTest, listenerThatComesBackDuringANotificationIsNotToldTwice) {
-  Watcher a(garden_, told_, "a:");
+TEST_F(EntityTest, notifieeThatComesBackDuringANotificationIsNotNotifiedTwice) {
+  Watcher a(garden_, notified_, "a:");
   a.then_ = [&] {
     a.notifierIs(nullptr);
     a.notifierIs(garden_);
   };
-  const Watcher b(garden_, told_, "b:");
+  const Watcher b(garden_, notified_, "b:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area b:area ");
+  EXPECT_EQ(notified(), "a:area b:area ");
   a.then_ = {};
   garden_->areaIs(3.0);
-  EXPECT_EQ(told(), "b:area a:area ");
+  EXPECT_EQ(notified(), "b:area a:area ");
 }
 
-TEST_F(EntityTest, notificationWithinANotificationReachesEverybodyFirst) {
-  const Watcher a(garden_, told_, "a:", [&] { garden_->visitsIs(1); });
-  const Watcher b(garden_, told_, "b:");
+TEST_F(EntityTest, notificationWithinANotificationReachesAllFirst) {
+  const Watcher a(garden_, notified_, "a:", [&] { garden_->visitsIs(1); });
+  const Watcher b(garden_, notified_, "b:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area a:visits b:visits b:area ");
+  EXPECT_EQ(notified(), "a:area a:visits b:visits b:area ");
 }
 
-TEST_F(EntityTest, listenerThatLeavesInANestedNotificationIsNotToldByTheOuterOne) {
+TEST_F(EntityTest, notifieeThatLeavesInANestedNotificationIsNotNotifiedByTheOuterOne) {
   std::optional<Watcher> b;
-  const Watcher a(garden_, told_, "a:", [&] {
+  const Watcher a(garden_, notified_, "a:", [&] {
     if (garden_->visits() == 0) {
       garden_->visitsIs(1);
     } else {
       b.reset();
     }
   });
-  b.emplace(garden_, told_, "b:");
-  const Watcher c(garden_, told_, "c:");
+  b.emplace(garden_, notified_, "b:");
+  const Watcher c(garden_, notified_, "c:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area a:visits c:visits c:area ");
+  EXPECT_EQ(notified(), "a:area a:visits c:visits c:area ");
   EXPECT_EQ(garden_->notifieeList().size(), 2u);
 }
 
 TEST_F(EntityTest, watchedEntityStaysAlive) {
-  const Watcher watcher(garden_, told_);
+  const Watcher watcher(garden_, notified_);
   EXPECT_EQ(garden_->refs(), 2u);
   const Garden* garden = garden_.get();
   garden_ = nullptr;
@@ -196,14 +196,14 @@ TEST_F(EntityTest, watchedEntityStaysAlive) {
   EXPECT_EQ(watcher.notifier()->area(), 1.0);
 }
 
-TEST_F(EntityTest, everybodyIsToldWhenAListenerLetsTheEntityGo) {
-  // Plain pointers from here on: only the listeners hold the garden.
+TEST_F(EntityTest, allAreNotifiedWhenOneOfThemReleasesTheEntity) {
+  // Plain pointers from here on: only the notifiees hold the garden.
   Garden* garden = garden_.get();
-  std::optional<Watcher> a(std::in_place, garden_, told_, "a:");
-  std::optional<Watcher> b(std::in_place, garden_, told_, "b:");
+  std::optional<Watcher> a(std::in_place, garden_, notified_, "a:");
+  std::optional<Watcher> b(std::in_place, garden_, notified_, "b:");
   garden_ = nullptr;
   const Ptr<Bed> bed = garden->bedIs(TestKey(1));
-  told();
+  notified();
   b->then_ = [&] {
     a.reset();
     b.reset();
@@ -211,28 +211,28 @@ TEST_F(EntityTest, everybodyIsToldWhenAListenerLetsTheEntityGo) {
     EXPECT_NE(bed->parent(), nullptr);
   };
   garden->areaIs(2.0);
-  EXPECT_EQ(told(), "a:area b:area ");
+  EXPECT_EQ(notified(), "a:area b:area ");
   EXPECT_EQ(bed->parent(), nullptr) << "the garden is gone by now";
 }
 
-TEST_F(EntityTest, listenerCanMoveToAnotherEntity) {
+TEST_F(EntityTest, notifieeCanMoveToAnotherEntity) {
   const Ptr<Garden> other = makePtr<Garden>("eden");
-  Watcher watcher(garden_, told_);
+  Watcher watcher(garden_, notified_);
   watcher.notifierIs(other);
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
   other->areaIs(2.0);
-  EXPECT_EQ(told(), "area ");
+  EXPECT_EQ(notified(), "area ");
   EXPECT_EQ(garden_->refs(), 1u);
 }
 
-TEST_F(EntityTest, listenerOfNothingIsInert) {
-  Watcher watcher(nullptr, told_);
+TEST_F(EntityTest, notifieeOfNothingIsInert) {
+  Watcher watcher(nullptr, notified_);
   EXPECT_FALSE(watcher.notifier());
   watcher.notifierIs(nullptr);
   watcher.notifierIs(garden_);
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "area ");
+  EXPECT_EQ(notified(), "area ");
 }
 
 TEST_F(EntityTest, knowsItsTypeNameAndAttributes) {

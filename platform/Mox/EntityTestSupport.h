@@ -1,5 +1,5 @@
 // The entities that the framework's tests watch: a garden with beds (an ordered collection) and
-// pots (a hashed one), and a watcher that writes down what it is told, so that a history is one
+// pots (a hashed one), and a watcher that writes down its notifications, so that a history is one
 // string.
 #pragma once
 
@@ -114,30 +114,33 @@ class Garden final : public Entity<Garden> {
   };
 };
 
-// Adds its mark and what it is told to `told`, then does what it was asked to do then.
+// Adds its mark and each notification to `notified`, then does what its test asks for.
 class Watcher final : public Garden::NotifieeConst {
  public:
-  Watcher(const Ptr<Garden>& garden, std::string& told, std::string mark = {},
+  Watcher(const Ptr<Garden>& garden, std::string& notified, std::string mark = {},
           std::function<void()> then = {})
-      : NotifieeConst(garden), then_(std::move(then)), told_(told), mark_(std::move(mark)) {}
-  void onArea() override { tell("area"); }
-  void onVisits() override { tell("visits"); }
-  void onBed(TestKey key) override { tell("bed(" + textOf(key) + ")"); }
-  void onBedImmediate() override { tell("bed!"); }
-  void onBed() override { tell("bed"); }
-  void onPot(TestKey key) override { tell("pot(" + textOf(key) + ")"); }
-  void onPotImmediate() override { tell("pot!"); }
-  void onPot() override { tell("pot"); }
+      : NotifieeConst(garden),
+        then_(std::move(then)),
+        notified_(notified),
+        mark_(std::move(mark)) {}
+  void onArea() override { note("area"); }
+  void onVisits() override { note("visits"); }
+  void onBed(TestKey key) override { note("bed(" + textOf(key) + ")"); }
+  void onBedImmediate() override { note("bed!"); }
+  void onBed() override { note("bed"); }
+  void onPot(TestKey key) override { note("pot(" + textOf(key) + ")"); }
+  void onPotImmediate() override { note("pot!"); }
+  void onPot() override { note("pot"); }
 
   std::function<void()> then_;
 
  private:
-  void tell(const std::string& what) {
-    told_ += mark_ + what + " ";
+  void note(const std::string& what) {
+    notified_ += mark_ + what + " ";
     const std::function<void()> then = then_;  // it may destroy this watcher
     if (then) then();
   }
-  std::string& told_;
+  std::string& notified_;
   const std::string mark_;
 };
 

@@ -1,4 +1,4 @@
-// Who watches a whole tree: what it hears, of which members, and at which price.
+// Watchers of a whole tree: the changes and the members that they are notified of.
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,11 +12,11 @@
 namespace Mox {
 namespace {
 
-// Adds the path and the attribute that it is told of.
+// Adds the path and the attribute of each notification.
 class TreeWatcher final : public TreeNotifiee {
  public:
-  TreeWatcher(Ptr<const EntityBase> entity, std::string& told, std::string mark = {})
-      : entity_(std::move(entity)), told_(told), mark_(std::move(mark)) {
+  TreeWatcher(Ptr<const EntityBase> entity, std::string& notified, std::string mark = {})
+      : entity_(std::move(entity)), notified_(notified), mark_(std::move(mark)) {
     entity_->treeNotifieeAdd(this);
   }
   ~TreeWatcher() override { entity_->treeNotifieeRemove(this); }
@@ -25,131 +25,131 @@ class TreeWatcher final : public TreeNotifiee {
 
  private:
   void onAttr(const EntityBase& entity, AttrId id) override {
-    tell(entity.fullName() + "." + entity.attrName(id));
+    note(entity.fullName() + "." + entity.attrName(id));
   }
   void onMember(const EntityBase& entity, AttrId id, U32 key) override {
-    tell(entity.fullName() + "." + entity.attrName(id) + "(" + std::to_string(key) + ")");
+    note(entity.fullName() + "." + entity.attrName(id) + "(" + std::to_string(key) + ")");
   }
   void onCollection(const EntityBase& entity, AttrId id) override {
-    tell(entity.fullName() + "." + entity.attrName(id) + "*");
+    note(entity.fullName() + "." + entity.attrName(id) + "*");
   }
-  void tell(const std::string& what) {
-    told_ += mark_ + what + " ";
+  void note(const std::string& what) {
+    notified_ += mark_ + what + " ";
     const std::function<void()> then = then_;  // it may destroy this watcher
     if (then) then();
   }
 
   const Ptr<const EntityBase> entity_;
-  std::string& told_;
+  std::string& notified_;
   const std::string mark_;
 };
 
 class EntityTreeTest : public testing::Test {
  protected:
-  std::string told() { return std::exchange(told_, {}); }
+  std::string notified() { return std::exchange(notified_, {}); }
 
-  std::string told_;
+  std::string notified_;
   Ptr<Garden> garden_ = makePtr<Garden>("kew");
 };
 
-TEST_F(EntityTreeTest, outermostEntityIsHeard) {
-  const TreeWatcher watcher(garden_, told_);
+TEST_F(EntityTreeTest, outermostEntityIsWatched) {
+  const TreeWatcher watcher(garden_, notified_);
   garden_->areaIs(2.0);
   garden_->visitsInc(1);
   garden_->bedIs(TestKey(7));
   garden_->bedNotify();
   garden_->bedDel(TestKey(7));
-  EXPECT_EQ(told(), "kew.area kew.visits kew.bed(7) kew.bed* kew.bed(7) ");
+  EXPECT_EQ(notified(), "kew.area kew.visits kew.bed(7) kew.bed* kew.bed(7) ");
 }
 
-TEST_F(EntityTreeTest, memberThatComesLaterIsHeard) {
-  const TreeWatcher watcher(garden_, told_);
+TEST_F(EntityTreeTest, memberAddedLaterIsWatched) {
+  const TreeWatcher watcher(garden_, notified_);
   const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
-  told();
+  notified();
   bed->wetIs(true);
-  EXPECT_EQ(told(), "kew/bed[7].wet ");
+  EXPECT_EQ(notified(), "kew/bed[7].wet ");
 }
 
-TEST_F(EntityTreeTest, memberThatWasThereBeforeIsHeardOnceItIsMadeHeard) {
+TEST_F(EntityTreeTest, memberThatWasThereBeforeIsWatchedOnceItIsMarked) {
   const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
-  const TreeWatcher watcher(garden_, told_);
+  const TreeWatcher watcher(garden_, notified_);
   bed->wetIs(true);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
   bed->treeWatchedIs();
   bed->wetIs(false);
-  EXPECT_EQ(told(), "kew/bed[7].wet ");
+  EXPECT_EQ(notified(), "kew/bed[7].wet ");
 }
 
-TEST_F(EntityTreeTest, unchangedValueTellsNobody) {
-  const TreeWatcher watcher(garden_, told_);
+TEST_F(EntityTreeTest, unchangedValueNotifiesNobody) {
+  const TreeWatcher watcher(garden_, notified_);
   garden_->areaIs(1.0);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(EntityTreeTest, memberThatLeftIsNoLongerHeard) {
-  const TreeWatcher watcher(garden_, told_);
+TEST_F(EntityTreeTest, removedMemberIsNoLongerWatched) {
+  const TreeWatcher watcher(garden_, notified_);
   const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
   garden_->bedDel(TestKey(7));
-  told();
+  notified();
   bed->wetIs(true);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(EntityTreeTest, watcherThatLeftHearsNothing) {
+TEST_F(EntityTreeTest, watcherThatLeftIsNotNotified) {
   Ptr<Bed> bed;
   {
-    const TreeWatcher watcher(garden_, told_);
+    const TreeWatcher watcher(garden_, notified_);
     bed = garden_->bedIs(TestKey(7));
-    told();
+    notified();
   }
   bed->wetIs(true);
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
 }
 
-TEST_F(EntityTreeTest, memberIsHeardAgainByAWatcherThatMakesItHeard) {
+TEST_F(EntityTreeTest, memberIsWatchedAgainByAWatcherThatMarksIt) {
   const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
   {
-    const TreeWatcher watcher(garden_, told_);
+    const TreeWatcher watcher(garden_, notified_);
     bed->treeWatchedIs();
   }
-  bed->wetIs(true);  // tells nobody, and from now on costs nothing
-  const TreeWatcher watcher(garden_, told_);
+  bed->wetIs(true);  // notifies nobody, and from now on costs nothing
+  const TreeWatcher watcher(garden_, notified_);
   bed->wetIs(false);
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(notified(), "");
   bed->treeWatchedIs();
   bed->wetIs(true);
-  EXPECT_EQ(told(), "kew/bed[7].wet ");
+  EXPECT_EQ(notified(), "kew/bed[7].wet ");
 }
 
-TEST_F(EntityTreeTest, ownNotifieesAreToldFirstThenTreesInTheOrderOfRegistration) {
-  const TreeWatcher first(garden_, told_, "1:");
-  const TreeWatcher second(garden_, told_, "2:");
-  const Watcher own(garden_, told_, "own:");
+TEST_F(EntityTreeTest, ownNotifieesAreNotifiedFirstThenTreesInTheOrderOfRegistration) {
+  const TreeWatcher first(garden_, notified_, "1:");
+  const TreeWatcher second(garden_, notified_, "2:");
+  const Watcher own(garden_, notified_, "own:");
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "own:area 1:kew.area 2:kew.area ");
+  EXPECT_EQ(notified(), "own:area 1:kew.area 2:kew.area ");
 }
 
-TEST_F(EntityTreeTest, watcherAddedWhileOthersAreToldHearsFromTheNextChangeOn) {
+TEST_F(EntityTreeTest, watcherAddedDuringANotificationIsNotifiedFromTheNextOneOn) {
   std::unique_ptr<TreeWatcher> later;
-  TreeWatcher watcher(garden_, told_, "1:");
+  TreeWatcher watcher(garden_, notified_, "1:");
   watcher.then_ = [&] {
-    if (!later) later = std::make_unique<TreeWatcher>(garden_, told_, "2:");
+    if (!later) later = std::make_unique<TreeWatcher>(garden_, notified_, "2:");
   };
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "1:kew.area ");
+  EXPECT_EQ(notified(), "1:kew.area ");
   garden_->areaIs(3.0);
-  EXPECT_EQ(told(), "1:kew.area 2:kew.area ");
+  EXPECT_EQ(notified(), "1:kew.area 2:kew.area ");
 }
 
-TEST_F(EntityTreeTest, watcherMayLeaveWhileItIsTold) {
-  auto watcher = std::make_unique<TreeWatcher>(garden_, told_, "1:");
-  const TreeWatcher other(garden_, told_, "2:");
+TEST_F(EntityTreeTest, watcherMayLeaveWhileItIsNotified) {
+  auto watcher = std::make_unique<TreeWatcher>(garden_, notified_, "1:");
+  const TreeWatcher other(garden_, notified_, "2:");
   watcher->then_ = [&] { watcher.reset(); };
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "1:kew.area 2:kew.area ");
+  EXPECT_EQ(notified(), "1:kew.area 2:kew.area ");
   garden_->areaIs(3.0);
-  EXPECT_EQ(told(), "2:kew.area ");
+  EXPECT_EQ(notified(), "2:kew.area ");
 }
 
 TEST_F(EntityTreeTest, rootMayBeReleasedWhileAChangeBelowItIsNotified) {
@@ -176,7 +176,7 @@ TEST_F(EntityTreeTest, rootMayBeReleasedWhileAChangeBelowItIsNotified) {
   EXPECT_EQ(bed->parent(), nullptr) << "the garden is gone by now";
 }
 
-TEST_F(EntityTreeTest, memberMayLeaveTheTreeWhileItsOwnNotifieeIsTold) {
+TEST_F(EntityTreeTest, memberMayLeaveTheTreeWhileItsOwnNotifieeIsNotified) {
   class Remover final : public Bed::NotifieeConst {
    public:
     Remover(const Ptr<Bed>& bed, Garden& garden) : NotifieeConst(bed), garden_(garden) {}
@@ -185,29 +185,29 @@ TEST_F(EntityTreeTest, memberMayLeaveTheTreeWhileItsOwnNotifieeIsTold) {
    private:
     Garden& garden_;
   };
-  const TreeWatcher watcher(garden_, told_);
+  const TreeWatcher watcher(garden_, notified_);
   const Ptr<Bed> bed = garden_->bedIs(TestKey(7));
-  told();
+  notified();
   const Remover remover(bed, *garden_);
   bed->wetIs(true);
-  EXPECT_EQ(told(), "kew.bed(7) ");  // of what the tree no longer has, nothing is told
+  EXPECT_EQ(notified(), "kew.bed(7) ");  // not of a member that has left the tree
 }
 
 TEST_F(EntityTreeTest, removingAWatcherThatNeverRegisteredIsSilent) {
   const Ptr<Garden> other = makePtr<Garden>("sissinghurst");
-  const TreeWatcher watcher(garden_, told_);
+  const TreeWatcher watcher(garden_, notified_);
   other->treeNotifieeRemove(&watcher);
   garden_->areaIs(2.0);
-  EXPECT_EQ(told(), "kew.area ");
+  EXPECT_EQ(notified(), "kew.area ");
 }
 
-TEST_F(EntityTreeTest, treeThatGoesTellsOfEachMember) {
-  const TreeWatcher watcher(garden_, told_);
+TEST_F(EntityTreeTest, deletingAllNotifiesEachMember) {
+  const TreeWatcher watcher(garden_, notified_);
   garden_->bedIs(TestKey(1));
   garden_->bedIs(TestKey(2));
-  told();
+  notified();
   garden_->bedDelAll();
-  EXPECT_EQ(told(), "kew.bed(1) kew.bed(2) ");
+  EXPECT_EQ(notified(), "kew.bed(1) kew.bed(2) ");
 }
 
 }  // namespace

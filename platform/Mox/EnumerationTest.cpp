@@ -32,7 +32,7 @@ namespace {
 using Meadow::Season;
 using Meadow::Tree;
 
-// What the RangeError says that the call throws; empty when it throws none.
+// The text of the RangeError that the call throws; empty when it throws none.
 template <class F>
 std::string rangeErrorOf(F call) {
   try {

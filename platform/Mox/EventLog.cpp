@@ -9,7 +9,7 @@ namespace Mox {
 
 namespace {
 
-// Arguments come from the network: what is remembered of them is bounded.
+// Arguments come from the network: the memory that they take is bounded.
 constexpr size_t recentMax = 1024;
 
 EventLogSink& sink() {
@@ -72,7 +72,7 @@ bool EventLogHandle::limited(const std::string& text) {
   if (recent_.size() >= recentMax && !recent_.contains(text)) {
     std::erase_if(recent_,
                   [&](const auto& r) { return time - r.second.since >= message_.interval; });
-    if (recent_.size() >= recentMax) return true;  // a flood of different arguments is one, too
+    if (recent_.size() >= recentMax) return true;  // so many different arguments are a flood, too
   }
   Recent& recent = recent_.try_emplace(text, Recent{time, 0.0}).first->second;
   if (time - recent.since >= message_.interval) recent = Recent{time, 0.0};

@@ -61,16 +61,16 @@ TEST_F(EventLogTest, messageWithoutArgumentsIsItsFormat) {
   EXPECT_EQ(texts_, Texts{"nothing more"});
 }
 
-TEST_F(EventLogTest, sinkIsToldTheWholeMessage) {
+TEST_F(EventLogTest, sinkReceivesTheWholeMessage) {
   EventLogHandle handle(message("odd"));
-  const EventLogMessage* told = nullptr;
-  eventLogSinkIs([&](const EventLogEntry& entry) { told = &entry.message; });
+  const EventLogMessage* notified = nullptr;
+  eventLogSinkIs([&](const EventLogEntry& entry) { notified = &entry.message; });
   handle.log();
-  ASSERT_EQ(told, &handle.message());
-  EXPECT_STREQ(told->name, "SOMETHING_ODD");
-  EXPECT_EQ(told->severity, 3);
-  EXPECT_STREQ(told->explanation, "Something is odd.");
-  EXPECT_STREQ(told->recommendedAction, "Have a look.");
+  ASSERT_EQ(notified, &handle.message());
+  EXPECT_STREQ(notified->name, "SOMETHING_ODD");
+  EXPECT_EQ(notified->severity, 3);
+  EXPECT_STREQ(notified->explanation, "Something is odd.");
+  EXPECT_STREQ(notified->recommendedAction, "Have a look.");
 }
 
 TEST_F(EventLogTest, intervalZeroSetsNoLimit) {
@@ -113,16 +113,16 @@ TEST_F(EventLogTest, handlesLimitEachForItself) {
   EXPECT_EQ(texts_, (Texts{"odd", "odd"}));
 }
 
-TEST_F(EventLogTest, aNewSinkIsToldWhatTheOldOneHasHeardTooOften) {
+TEST_F(EventLogTest, limitsBeginAnewForANewSink) {
   EventLogHandle handle(message("odd", 10.0, 1.0));
   handle.log();
-  Texts toldToTheNew;
+  Texts ofTheNewSink;
   eventLogSinkIs([&](const EventLogEntry& entry) {
-    toldToTheNew.push_back(entry.text + (entry.limited ? " (limited)" : ""));
+    ofTheNewSink.push_back(entry.text + (entry.limited ? " (limited)" : ""));
   });
   handle.log();
   handle.log();
-  EXPECT_EQ(toldToTheNew, (Texts{"odd", "odd (limited)"}));
+  EXPECT_EQ(ofTheNewSink, (Texts{"odd", "odd (limited)"}));
 }
 
 TEST_F(EventLogTest, floodOfDifferentArgumentsIsLimitedAsOne) {

@@ -16,14 +16,14 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A part that has nothing but a text to show.
+// A part that only shows a text.
 struct Lamp {
   static constexpr const char* valueTypeName = "Test::Lamp";
   bool lit = false;
 };
 std::string shownValue(const Lamp& lamp) { return lamp.lit ? "lit" : "dark"; }
 
-// Outside any tree, with rows of the kinds that entities of the garden have none of.
+// Outside any tree, with rows of the kinds that no entity of the garden has.
 class Shed final : public ObjectOf<Shed> {
  public:
   static constexpr const char* entityTypeName = "Test::Shed";
@@ -33,7 +33,7 @@ class Shed final : public ObjectOf<Shed> {
   void levelIs(S32 v) { level_ = v; }
   void toolsIs(U32 v) { tools_ = v; }
   U32 toolsInc(U32 by) { return tools_ += by; }
-  U32 shelves() const { return 3; }
+  U32 hooks() const { return 3; }
   void sweep() { swept_ += 1; }
   S32 weigh() { return -7; }
   void take(const std::string& what) { taken_ += what; }
@@ -56,9 +56,8 @@ class Shed final : public ObjectOf<Shed> {
       Part{"garden", &Shed::garden_}, Part{"lock", &Shed::lock_}, Part{"lamp", &Shed::lamp_},
       Stored{"level", &Shed::level_, &Shed::levelIs, Unit::bytes},
       Tally{"tools", &Shed::tools_, &Shed::toolsIs, &Shed::toolsInc},
-      Constant{"shelves", &Shed::shelves}, Part{"keys", &Shed::keys_},
-      Operation{"sweep", &Shed::sweep}, Operation{"weigh", &Shed::weigh},
-      Operation{"take", &Shed::take});
+      Constant{"hooks", &Shed::hooks}, Part{"keys", &Shed::keys_}, Operation{"sweep", &Shed::sweep},
+      Operation{"weigh", &Shed::weigh}, Operation{"take", &Shed::take});
 };
 
 class GenericAccessTest : public testing::Test {
@@ -80,19 +79,19 @@ TEST_F(GenericAccessTest, derivedAttributeIsComputedWhenItIsRead) {
 }
 
 TEST_F(GenericAccessTest, writesThroughTheSetterWhichNotifies) {
-  std::string told;
-  const Watcher watcher(garden_, told);
+  std::string notified;
+  const Watcher watcher(garden_, notified);
   EXPECT_TRUE(attrValueIs(*garden_, AttrId{258}, Value(2.0)));
   EXPECT_TRUE(attrValueIs(*garden_, "area", Value(2.0)));
   EXPECT_EQ(garden_->area(), 2.0);
-  EXPECT_EQ(told, "area ");
+  EXPECT_EQ(notified, "area ");
 }
 
-TEST_F(GenericAccessTest, writingWhatCannotBeWrittenHasNoEffect) {
+TEST_F(GenericAccessTest, writingAReadOnlyAttributeHasNoEffect) {
   for (const char* attr : {"name", "fence", "bed", "fullName", "parent"}) {
     EXPECT_FALSE(attrValueIs(*garden_, attr, Value(std::string("x")))) << attr;
   }
-  for (const char* attr : {"garden", "lock", "lamp", "shelves", "keys", "sweep"}) {
+  for (const char* attr : {"garden", "lock", "lamp", "hooks", "keys", "sweep"}) {
     EXPECT_FALSE(attrValueIs(*shed_, attr, Value(U64{1}))) << attr;
   }
   EXPECT_EQ(garden_->name(), Name("kew"));
@@ -105,7 +104,7 @@ TEST_F(GenericAccessTest, aNumberThatDoesNotFitIsRefused) {
   EXPECT_THROW(attrValueIs(*shed_, "level", Value(U64{1})), RangeError);
 }
 
-TEST_F(GenericAccessTest, whatATypeDoesNotHaveIsAnError) {
+TEST_F(GenericAccessTest, absentAttributeOrOperationIsAnError) {
   EXPECT_THROW(attrValue(*garden_, AttrId{1}), InternalError);
   EXPECT_THROW(attrValue(*garden_, "level"), InternalError);
   EXPECT_THROW(attrValueIs(*garden_, "level", Value()), InternalError);
@@ -117,7 +116,7 @@ TEST_F(GenericAccessTest, everythingThatHoldsNoObjectReads) {
   EXPECT_EQ(attrValue(*shed_, "lamp"), Value(std::string("lit")));
   EXPECT_EQ(attrValue(*shed_, "lock"), Value(false));
   EXPECT_EQ(attrValue(*shed_, "tools"), Value(U64{2}));
-  EXPECT_EQ(attrValue(*shed_, "shelves"), Value(U64{3}));
+  EXPECT_EQ(attrValue(*shed_, "hooks"), Value(U64{3}));
   EXPECT_EQ(attrValue(*shed_, "keys"), Value(std::string()));
   EXPECT_EQ(attrValue(*shed_, "sweep"), Value());
 }
@@ -142,7 +141,7 @@ TEST_F(GenericAccessTest, textsAreThoseOfTheValues) {
   EXPECT_EQ(garden_->type().attr("area")->text(*garden_), "1");
 }
 
-TEST_F(GenericAccessTest, rowsTellTheirTypesAndUnits) {
+TEST_F(GenericAccessTest, rowsShowTheirTypesAndUnits) {
   EXPECT_STREQ(shedType_.attr("garden")->typeName, "Test::Garden");
   EXPECT_STREQ(shedType_.attr("lamp")->typeName, "Test::Lamp");
   EXPECT_STREQ(shedType_.attr("level")->typeName, "S32");
@@ -155,7 +154,7 @@ TEST_F(GenericAccessTest, rowsTellTheirTypesAndUnits) {
   EXPECT_EQ(garden_->type().attr("area")->unit, Unit::byType);
 }
 
-TEST_F(GenericAccessTest, callsAnOperationAndGivesItsResult) {
+TEST_F(GenericAccessTest, callsAnOperationAndReturnsItsResult) {
   EXPECT_EQ(call(*shed_, "sweep"), Value());
   EXPECT_EQ(shed_->swept_, 1);
   EXPECT_EQ(call(*shed_, "weigh"), Value(S64{-7}));
@@ -184,14 +183,14 @@ std::string recordOf(const TypeInfo& type) {
   return names;
 }
 
-TEST_F(GenericAccessTest, recordOfAnEntityBeginsWithItsNameAndWhatTheFrameworkGives) {
+TEST_F(GenericAccessTest, recordOfAnEntityBeginsWithItsNameAndTheFrameworksAttributes) {
   EXPECT_EQ(recordOf(typeInfoOf<Bed>()),
             "257name 253fullName 254parent 255parentAttrName 256entity 258place 259wet ");
 }
 
 TEST_F(GenericAccessTest, recordOfAnObjectIsItsTable) {
   EXPECT_EQ(recordOf(shedType_),
-            "130garden 131lock 132lamp 133level 134tools 135shelves 136keys 137sweep 138weigh "
+            "130garden 131lock 132lamp 133level 134tools 135hooks 136keys 137sweep 138weigh "
             "139take ");
 }
 

@@ -1,7 +1,7 @@
 #include <Mox/HashMap.h>
 
-#include <array>
 #include <memory>
+#include <string>
 #include <unordered_map>
 
 #include <gtest/gtest.h>
@@ -13,12 +13,14 @@ namespace Mox {
 namespace {
 
 constexpr U64 usualMultiplier = 0x9e3779b97f4a7c15u;
-// The usual one; all keys in one place; keys in the last places, so that runs wrap around.
-constexpr std::array<U64, 3> multipliers{usualMultiplier, 1, 0xc000000000000001u};
+struct MultiplierCase {
+  const char* name;
+  U64 multiplier;
+};
 
-class HashMapModelTest : public testing::TestWithParam<U64> {
+class HashMapModelTest : public testing::TestWithParam<MultiplierCase> {
  protected:
-  HashMapModelTest() { hashMultiplierIs(GetParam()); }
+  HashMapModelTest() { hashMultiplierIs(GetParam().multiplier); }
   ~HashMapModelTest() override { hashMultiplierIs(usualMultiplier); }
 
   void runSeed(U32 seed) {
@@ -72,7 +74,11 @@ TEST_P(HashMapModelTest, agreesWithASimpleMap) {
   for (U32 seed = 1; seed <= 200 && !HasFailure(); ++seed) runSeed(seed);
 }
 
-INSTANTIATE_TEST_SUITE_P(Multipliers, HashMapModelTest, testing::ValuesIn(multipliers));
+INSTANTIATE_TEST_SUITE_P(Multipliers, HashMapModelTest,
+                         testing::Values(MultiplierCase{"usual", usualMultiplier},
+                                         MultiplierCase{"allKeysInOnePlace", 1},
+                                         MultiplierCase{"runsThatWrapAround", 0xc000000000000001u}),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST(HashMultiplier, isMadeOdd) {
   hashMultiplierIs(10);

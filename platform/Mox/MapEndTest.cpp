@@ -1,5 +1,5 @@
-// When the values of a collection end, of either kind: at once, and the end of one may come back to
-// the collection, as the end of a machine does.
+// Values of collections of both kinds are destroyed at once, and a destructor may use the
+// collection, as that of a state machine does.
 #include <string>
 
 #include <Mox/HashMap.h>
@@ -28,7 +28,13 @@ class MapEnd : public testing::Test {
 };
 
 using Maps = testing::Types<HashMap<TestKey, Ptr<AtEnd>>, OrderedMap<TestKey, Ptr<AtEnd>>>;
-TYPED_TEST_SUITE(MapEnd, Maps);
+struct MapNames {
+  template <class Map>
+  static std::string GetName(int) {  // NOLINT(readability-identifier-naming): gtest calls it so
+    return std::is_same_v<Map, HashMap<TestKey, Ptr<AtEnd>>> ? "HashMap" : "OrderedMap";
+  }
+};
+TYPED_TEST_SUITE(MapEnd, Maps, MapNames);
 
 TYPED_TEST(MapEnd, erasedValueIsDestroyedAtOnce) {
   bool ended = false;

@@ -1,4 +1,4 @@
-// What the tests of the collections put into them, and how they vary it.
+// Values for the tests of the collections, and how they are varied.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,4 @@
-// The type registry: what a model makes known, for as long as it lives.
+// The type registry: the types of a model are known for as long as it is loaded.
 #include <Mox/ModelTypes.h>
 
 #include <memory>
@@ -103,12 +103,12 @@ TEST_F(ModelTypesTest, valueReadsAsOneLineWithEveryField) {
             "Value('Test::Fruit', ** {'ripe': False, 'seeds': 3, 'taste': 'tart'})");
 }
 
-TEST_F(ModelTypesDeathTest, aRefusedTextIsAFatalAssertion) {
+TEST_F(ModelTypesDeathTest, refusedTextIsAFatalAssertion) {
   load();
   EXPECT_DEATH(typeNamed("Test::Fruit")->fromText("apple"), "no fruit of text");
 }
 
-TEST_F(ModelTypesTest, whatAnUnloadedModelTracedIsForgotten) {
+TEST_F(ModelTypesTest, tracesOfAnUnloadedModelAreForgotten) {
   load();
   brevlog().record(3, "ModelTypesTest", 1.0, "a literal of the library");
   model_.reset();

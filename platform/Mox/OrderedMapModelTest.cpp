@@ -11,7 +11,7 @@
 namespace Mox {
 namespace {
 
-// An ordered map and a simple one that are told the same, and an iterator that stands in the first
+// An ordered map and a simple one that are changed alike, and an iterator that stands in the first
 // one all the while.
 class OrderedMapModelTest : public testing::Test {
  protected:

@@ -52,7 +52,7 @@ void TraceHandle::facilityLevelIs(int level) {
 
 void traceSinkIs(TraceSink newSink) { sink() = std::move(newSink); }
 
-void traceSinkTell(const TraceLine& line) {
+void traceSinkWrite(const TraceLine& line) {
   if (sink()) sink()(line);
 }
 

@@ -8,19 +8,19 @@
 
 namespace Orchard {
 
-// Too big to be recorded, and changing: what a trace keeps of it is its count.
+// Too big to be recorded, and changing: a trace keeps its count.
 struct Basket {
   std::vector<int> apples;
 };
-struct BasketPiece {
+struct BasketPart {
   std::size_t apples;
 };
-inline BasketPiece tracePiece(const Basket& basket) { return {basket.apples.size()}; }
-inline void appendText(std::string& out, BasketPiece piece) {
-  out += std::to_string(piece.apples) + " apples";
+inline BasketPart tracePart(const Basket& basket) { return {basket.apples.size()}; }
+inline void appendText(std::string& out, BasketPart part) {
+  out += std::to_string(part.apples) + " apples";
 }
 
-// Too big as well, and kept as it reads.
+// Too big as well: a trace keeps its text.
 struct Row {
   std::vector<int> trees;
 };
@@ -84,10 +84,10 @@ TEST_F(TraceTest, ringKeepsLinesUpToItsLevel) {
 
 TEST_F(TraceTest, facilityGetsLinesUpToItsLevel) {
   handle_.facilityLevelIs(6);
-  trace<6>(handle_, "told");
+  trace<6>(handle_, "kept");
   trace<7>(handle_, "too much");
-  trace<1>(handle_, "told as well");
-  EXPECT_EQ(lines_, (Texts{"6 told", "1 told as well"}));
+  trace<1>(handle_, "kept as well");
+  EXPECT_EQ(lines_, (Texts{"6 kept", "1 kept as well"}));
 }
 
 TEST_F(TraceTest, levelsOfRingAndFacilityAreIndependent) {
@@ -131,14 +131,14 @@ TEST_F(TraceTest, offKeepsNothing) {
   EXPECT_EQ(ring(), Texts{"0 y"});
 }
 
-TEST_F(TraceTest, piecesStandTogetherWithNothingBetweenThem) {
+TEST_F(TraceTest, partsStandTogetherWithNothingBetweenThem) {
   handle_.facilityLevelIs(3);
   trace<3>(handle_, "a: ", 260.0, Name("eth0"), U8{7}, true, 'c');
   EXPECT_EQ(lines_, Texts{"3 a: 260eth07truec"});
   EXPECT_EQ(ring(), Texts{"3 a: 260eth07truec"});
 }
 
-TEST_F(TraceTest, traceWithoutPiecesIsAnEmptyLine) {
+TEST_F(TraceTest, traceWithoutPartsIsAnEmptyLine) {
   handle_.facilityLevelIs(3);
   trace<3>(handle_);
   EXPECT_EQ(lines_, Texts{"3 "});
@@ -182,10 +182,10 @@ TEST_F(TraceTest, lineNamesItsHandleAndThePlaceThatTraced) {
   unsigned line = 0;
   std::string function;
   const TraceHandle* handle = nullptr;
-  traceSinkIs([&](const TraceLine& told) {
-    line = told.where.line;
-    function = told.where.function;
-    handle = &told.handle;
+  traceSinkIs([&](const TraceLine& traced) {
+    line = traced.where.line;
+    function = traced.where.function;
+    handle = &traced.handle;
   });
   const unsigned here = __LINE__ + 1;
   trace<3>(handle_, "here");
@@ -221,7 +221,7 @@ TEST(TraceHandle, isKnownByItsName) {
   EXPECT_STREQ(one.name(), "TraceHandle.one");
 }
 
-TEST(TraceHandle, takesItsModelFileFromTheFirstWhoNamesOne) {
+TEST(TraceHandle, takesItsModelFileFromTheFirstCallThatNamesOne) {
   TraceHandle& handle = TraceHandle::named("TraceHandle.file");
   EXPECT_STREQ(handle.modelFile(), "");
   handle.facilityLevelIs(8);

@@ -42,7 +42,7 @@ std::vector<const AttrInfo*> TypeInfo::record() const {
   std::vector<const AttrInfo*> all;
   for (const AttrInfo& attr : attrs) all.push_back(&attr);
   if (framework == nullptr) return all;
-  // Only the name, where a type has one, comes before what every entity has.
+  // Only the name, where a type has one, precedes the attributes that every entity has.
   const bool hasName = !all.empty() && all.front()->name == std::string_view("name");
   auto at = all.begin() + (hasName ? 1 : 0);
   for (const AttrInfo& attr : framework()) at = all.insert(at, &attr) + 1;

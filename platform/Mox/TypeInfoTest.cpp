@@ -1,4 +1,4 @@
-// What code that does not know an entity's type can ask of it.
+// Entities as code sees them that does not know their types.
 #include <Mox/TypeInfo.h>
 
 #include <string>
@@ -65,13 +65,13 @@ TEST_F(TypeInfoTest, valuesAreReadWhateverTheirKind) {
 }
 
 TEST_F(TypeInfoTest, valuesAreWrittenThroughTheSetters) {
-  std::string told;
-  const Watcher watcher(garden_, told);
+  std::string notified;
+  const Watcher watcher(garden_, notified);
   type_.attr("area")->set(*garden_, Value(2.5));
   type_.attr("visits")->set(*garden_, Value(U64{9}));
   EXPECT_EQ(garden_->area(), 2.5);
   EXPECT_EQ(garden_->visits(), 9u);
-  EXPECT_EQ(told, "area visits ");
+  EXPECT_EQ(notified, "area visits ");
 }
 
 TEST_F(TypeInfoTest, valueOfTheWrongKindIsARangeErrorAndChangesNothing) {
@@ -126,7 +126,7 @@ TEST_F(TypeInfoTest, keysAreThoseOfTheMembers) {
   EXPECT_THAT(pots_.keys(*garden_), UnorderedElementsAre(3u, 9u, 0xffffffffu));
 }
 
-TEST_F(TypeInfoTest, orderedCollectionTellsTheNextKey) {
+TEST_F(TypeInfoTest, orderedCollectionFindsTheNextKey) {
   for (const U32 key : {9u, 3u}) beds_.add(*garden_, key);
   EXPECT_EQ(beds_.next(*garden_, 0), 3u);
   EXPECT_EQ(beds_.next(*garden_, 3), 3u);

@@ -13,7 +13,7 @@ TEST(FatalDeathTest, namesModelFileFunctionAndExpression) {
   EXPECT_DEATH(failsHere(), "Some\\.tin:[0-9]+: .*failsHere.*Assertion '1 \\+ 1 == 3' failed");
 }
 
-TEST(FatalDeathTest, tellsTheHookBeforeAborting) {
+TEST(FatalDeathTest, callsTheHookBeforeAborting) {
   auto abortsWithHook = [] {
     fatalHookIs([] { std::fputs("hook was here\n", stderr); });
     failsHere();

@@ -47,8 +47,8 @@ std::array<Size, largest / step> sizes;
 std::mutex mutex;
 PoolUse use{};
 
-// Memory on huge pages where the kernel grants them. What it maps too much for the alignment goes
-// back.
+// Memory on huge pages where the kernel grants them. The excess that the alignment needs is
+// unmapped again.
 void* mapHuge(size_t bytes) {
   void* mapped =
       mmap(nullptr, bytes + hugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

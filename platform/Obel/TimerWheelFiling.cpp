@@ -1,4 +1,4 @@
-// Where timers lie between arming and firing.
+// The places of timers between arming and firing.
 #include <algorithm>
 #include <bit>
 #include <utility>
@@ -14,15 +14,15 @@ using Mox::U64;
 namespace {
 constexpr size_t levelOf(size_t slot) { return slot >> 8; }
 
-// A reactor lies across two lines of memory as often as not: both ends.
+// Both ends: half of the reactors lie across two cache lines.
 void prefetch(const void* reactor) {
   __builtin_prefetch(reactor);
   __builtin_prefetch(static_cast<const char*>(reactor) + 32);
 }
 }  // namespace
 
-// Times so far out that ticks would lose their exactness in a double share the last tick: they are
-// due together with it, and in due_ their real times tell.
+// Times so far away that ticks would not be exact in a double share the last tick: they come due
+// together with it, and in due_ they are ordered by their real times.
 TimerWheel::Tick TimerWheel::tickOf(Seconds time) {
   constexpr Seconds lastTick = 9007199254740992.0;  // 2^53
   const Seconds exact = std::clamp(time * 128, -lastTick, lastTick);
@@ -119,7 +119,7 @@ void TimerWheel::fileSoon(Reactor& r) const {
   append(soon_, r);
 }
 
-// Leaves its place to be written by the caller, who has a new one.
+// Leaves the place in the reactor to be written by the caller, which knows the new one.
 void TimerWheel::unfile(Reactor& r) const {
   r.prev->next = r.next;
   r.next->prev = r.prev;
@@ -168,8 +168,9 @@ void TimerWheel::moveCursor(Tick target) {
   scratch_.clear();
   while (firstStart_ <= target) {
     const Tick start = cursor_ = firstStart_;
-    // From the coarsest down. What leaves a slot here is filed before the next round of every level
-    // that has a slot starting now, so no timer comes into a slot that is about to be emptied.
+    // From the coarsest down. A timer that leaves a slot here is filed before the next round of
+    // every level that has a slot starting now, so none comes into a slot that is about to be
+    // emptied.
     for (size_t level = levels; level-- > 0;) {
       const U64 shift = level * levelBits;
       const U64 own = static_cast<U64>(start) >> shift;
@@ -205,7 +206,7 @@ void TimerWheel::emptySlot(size_t slot, Tick target) {
   }
 }
 
-// By its present time; what the cursor is about to pass is collected.
+// Files a timer by its present time; those that the cursor is about to pass are collected.
 void TimerWheel::refile(Reactor& r, Tick target) {
   U64 place = placeNone;
   if (r.timeMin_ != Mox::never) {

@@ -1,4 +1,4 @@
-// Holds generic access of an attribute against the direct accessors of its class.
+// Compares generic access to an attribute with the direct accessors of its class.
 //
 //   expectRead(*config, "robustness", &QuerierConfig::robustness);
 //   expectWritten(*config, "robustness", &QuerierConfig::robustness);
@@ -18,7 +18,7 @@ namespace Gmp::Igmp {
 
 inline const Mox::TypeInfo& typeOf(const char* name) { return *Mox::typeNamed(name)->type; }
 
-// Remembers which attributes of a type were looked at, so that none is forgotten.
+// Remembers which attributes of a type were checked, so that none is forgotten.
 class AccessChecks {
  public:
   explicit AccessChecks(const Mox::TypeInfo& type) : type_(type) {}
@@ -52,7 +52,7 @@ class AccessChecks {
     read(entity, name, get);
   }
 
-  // What cannot be written keeps its value.
+  // An attribute that cannot be written keeps its value.
   template <class E, class V>
   void readOnly(E& entity, const char* name, V (E::*get)() const) {
     read(entity, name, get);
@@ -63,7 +63,7 @@ class AccessChecks {
     EXPECT_EQ(Mox::valueFrom((entity.*get)()), before);
   }
 
-  // One that holds a pointer, the same with another one.
+  // The same for an attribute that holds a pointer, written with another one.
   template <class E, class P>
   void pointerWritten(E& entity, const char* name, const P& (E::*get)() const, const P& other) {
     SCOPED_TRACE(name);
@@ -80,7 +80,7 @@ class AccessChecks {
     EXPECT_EQ((entity.*get)(), before);
   }
 
-  // A set: keys come and go by name as they do directly.
+  // A set: keys are added and removed by name as they are directly.
   template <class E, class K>
   void set(E& entity, const char* name, const Mox::HashMap<K, bool>& (E::*get)() const, K key) {
     SCOPED_TRACE(name);
@@ -97,7 +97,7 @@ class AccessChecks {
     EXPECT_EQ(keys->size(entity), 0u);
   }
 
-  // An attribute that another test looks at, or that has no value.
+  // An attribute that another test checks, or that has no value.
   void other(const char* name) {
     ASSERT_NE(type_.attr(name), nullptr) << name;
     seen_.insert(name);

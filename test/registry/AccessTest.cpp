@@ -111,57 +111,57 @@ TEST(GenericAccess, totalOfGeneralQueriesOfAFreshStatusIsZeroAndWritingItHasNoEf
   EXPECT_EQ(Mox::attrValue(*status, 278), Mox::Value(Mox::U64{3}));
 }
 
-// Writes down what it is told.
-class ConfigListener final : public QuerierConfig::NotifieeConst {
+// Counts its notifications.
+class ConfigWatcher final : public QuerierConfig::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
-  void onQueryInterval() override { ++told; }
-  int told = 0;
+  void onQueryInterval() override { ++notified; }
+  int notified = 0;
 };
 
 TEST(GenericAccess, aGenericWriteNotifiesAsADirectOne) {
   const Ptr<QuerierConfig> config = makePtr<QuerierConfig>("vlan10");
-  const ConfigListener listener(config);
+  const ConfigWatcher notifiee(config);
   EXPECT_TRUE(Mox::attrValueIs(*config, "queryInterval", Mox::Value(60.0)));
-  EXPECT_EQ(listener.told, 1);
+  EXPECT_EQ(notifiee.notified, 1);
   EXPECT_TRUE(Mox::attrValueIs(*config, "queryInterval", Mox::Value(60.0)));
-  EXPECT_EQ(listener.told, 1);
+  EXPECT_EQ(notifiee.notified, 1);
 }
 
-// Writes down the groups it is told of, and removes each of them if it was asked to.
-class GroupListener final : public QuerierStatus::NotifieeConst {
+// Writes down the groups that it is notified of, and removes each of them if its test asks for it.
+class GroupWatcher final : public QuerierStatus::NotifieeConst {
  public:
-  explicit GroupListener(const Ptr<QuerierStatus>& status)
+  explicit GroupWatcher(const Ptr<QuerierStatus>& status)
       : NotifieeConst(status), status_(*status) {}
   using NotifieeConst::onGroup;
   void onGroup(IpAddr addr) override {
-    told += addr.stringValue() + " ";
+    notified += addr.stringValue() + " ";
     if (removing && status_.group(addr)) status_.groupDel(addr);
   }
-  std::string told;
+  std::string notified;
   bool removing = false;
 
  private:
   QuerierStatus& status_;
 };
 
-TEST(GenericAccess, membersThatComeAndGoByKeyAreToldOfOnce) {
+TEST(GenericAccess, membersAddedAndRemovedByKeyAreNotifiedOnce) {
   const Ptr<QuerierStatus> status = makePtr<QuerierStatus>();
   const Mox::CollectionInfo& groups = *status->type().collection("group");
-  const GroupListener listener(status);
+  const GroupWatcher notifiee(status);
   const U32 key = IpAddr(239, 1, 1, 2).value();
   groups.add(*status, key);
   groups.add(*status, key);
-  EXPECT_EQ(listener.told, "239.1.1.2 ");
+  EXPECT_EQ(notifiee.notified, "239.1.1.2 ");
   groups.remove(*status, key);
   groups.remove(*status, key);
-  EXPECT_EQ(listener.told, "239.1.1.2 239.1.1.2 ");
+  EXPECT_EQ(notifiee.notified, "239.1.1.2 239.1.1.2 ");
 }
 
-TEST(GenericAccess, aMemberThatIsRemovedAsSoonAsItIsToldOfIsStillThereForWhoMadeIt) {
+TEST(GenericAccess, memberRemovedByItsNotificationIsStillReturned) {
   const Ptr<QuerierStatus> status = makePtr<QuerierStatus>();
-  GroupListener listener(status);
-  listener.removing = true;
+  GroupWatcher notifiee(status);
+  notifiee.removing = true;
   const Ptr<Mox::EntityBase> made =
       status->type().collection("group")->add(*status, IpAddr(239, 1, 1, 2).value());
   EXPECT_EQ(made->keyText(), "239.1.1.2");

@@ -103,7 +103,7 @@ TEST_F(LoadTest, traceHandlesStayWithTheirLevels) {
   EXPECT_EQ(Mox::TraceHandle::named("IgmpPacket").ringLevel(), 8);
 }
 
-// Its text could be made by the library's own code only.
+// Only the library's own code could make its text.
 TEST_F(LoadTest, whatItTracedIsForgottenWithIt) {
   load();
   Mox::TraceHandle::named("GmpAttrLogSm").ringLevelIs(9);

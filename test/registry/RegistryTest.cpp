@@ -1,4 +1,4 @@
-// What the library makes known when it is loaded.
+// The types, trace handles and messages that the library registers when it is loaded.
 #include <set>
 #include <string>
 #include <vector>
@@ -124,7 +124,7 @@ TEST(RegistryTest, everyNameOfATypeIsUniqueAndInTheOrderOfIdentifiers) {
   EXPECT_GT(looked, 100u);
 }
 
-TEST(RegistryTest, everyAttributeTellsItsType) {
+TEST(RegistryTest, everyAttributeHasATypeName) {
   for (const Mox::ModelTypes* model : Mox::loadedModels()) {
     for (const Mox::TypeRecord& record : model->records()) {
       if (record.type == nullptr) continue;

@@ -1,4 +1,4 @@
-// The textual forms of values through the registry, and what cannot be made of text.
+// The textual forms of values through the registry, and values that cannot be made of text.
 #include <string>
 
 #include <GmpIgmpQuerier/Enumerations.h>

@@ -1,5 +1,5 @@
-// Tells whether the attribute log is clogged: whether the socket it is written to holds more than
-// half of its send buffer unsent.
+// Reports whether the attribute log is clogged: whether more than half of the send buffer of its
+// socket is unsent.
 //
 // The machines ask on hot paths, before work that would publish many changes. The kernel is
 // therefore asked on every tenth question while the log flows, and on every one while it is
@@ -29,8 +29,8 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::ObjectOf<GmpAttrLogSm> {
   explicit GmpAttrLogSm(Ptr<const OutSm> outSm);
 
   bool isAttrLogClogged();
-  // Bytes in the send queue now, -1 without a descriptor; a failing query on a valid descriptor is
-  // fatal, for a log taken as flowing when it is not would lose what is published next.
+  // Bytes in the send queue now, -1 without a descriptor. A failing query on a valid descriptor is
+  // fatal: a log that is wrongly taken as flowing would be flooded with changes.
   S32 getAttrLogKernBufferUsage();
 
   const Ptr<const OutSm>& nboAttrLogOutSm() const { return nboAttrLogOutSm_; }
@@ -49,7 +49,7 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::ObjectOf<GmpAttrLogSm> {
   S32 maxIterUntilBufferCheck() const { return 10; }  // constant
   bool initialized() const { return initialized_; }
 
-  // These store plainly: nobody is told.
+  // These store plainly and notify nobody.
   void attrLogKernBufferSizeIs(S32 v) { attrLogKernBufferSize_ = v; }
   void attrLogKernBufferThresholdIs(S32 v) { attrLogKernBufferThreshold_ = v; }
   void attrLogKernBufferUsageIs(S32 v) { attrLogKernBufferUsage_ = v; }
@@ -58,7 +58,7 @@ class MOX_PUBLIC GmpAttrLogSm final : public Mox::ObjectOf<GmpAttrLogSm> {
     return attrLogKernBufAboveThresholdCount_ += by;
   }
   void iterUntilBufferCheckIs(S32 v) { iterUntilBufferCheck_ = v; }
-  // No lower bound: without a socket to watch it is never set again, and wraps in the end.
+  // No lower bound: without a socket to watch it is never reloaded, and wraps in the end.
   S32 iterUntilBufferCheckDec(S32 by) {
     const U32 left = static_cast<U32>(iterUntilBufferCheck_) - static_cast<U32>(by);
     return iterUntilBufferCheck_ = static_cast<S32>(left);

@@ -19,14 +19,14 @@ struct MOX_PUBLIC IgmpQuery {
   U8 maxResponseCode = 0;  // as it stands in the message
   IpAddr groupAddress;     // 0.0.0.0 for a general query
   bool s = false;          // suppress router-side processing
-  U8 qrv = 0;              // the sender's robustness, 0 when it cannot say
+  U8 qrv = 0;              // the sender's robustness, 0 when it exceeds 7
   U32 qqi = 0;             // the sender's query interval, seconds
   IpAddrSet source;
 
   // Maximum response time in seconds, decoded.
   Seconds maxResponseSeconds() const;
 
-  // Adds to the source set; the flag is kept for the map that the set stands for and must be true.
+  // Adds to the source set; the flag is that of the map that the set stands for and must be true.
   void newSource(IpAddr addr, bool) { source.insert(addr); }
   void sourceDelAll() { source.clear(); }
 

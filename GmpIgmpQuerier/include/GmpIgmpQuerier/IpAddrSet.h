@@ -19,7 +19,7 @@ class MOX_PUBLIC IpAddrSet {
 
   IpAddrSet() = default;
   IpAddrSet(std::initializer_list<IpAddr> addrs) : IpAddrSet(std::vector<IpAddr>(addrs)) {}
-  // Takes any list: sorts it and drops what is there twice.
+  // Takes any list: sorts it and drops repetitions.
   explicit IpAddrSet(std::vector<IpAddr> addrs);
 
   bool contains(IpAddr addr) const;

@@ -1,7 +1,8 @@
 // The IGMP querier parameters of one interface, as the operator configured them.
 //
-// The library only reads them; each setter tells the querier that watches, which takes the change
-// over at once. Values are taken as they are: who writes the configuration checks the ranges.
+// The library only reads them; each setter notifies the querier that watches the entity, and the
+// change takes effect at once. Values are taken as they are: the writer of the configuration checks
+// the ranges.
 //
 //   Ptr<QuerierConfig> config = querierConfigFactory("vlan10");
 //   config->queryIntervalIs(60.0);
@@ -18,7 +19,7 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierConfig final : public Mox::Entity<QuerierConfig> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierConfig";
-  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
+  // Its adapter to the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierConfig> {
@@ -59,8 +60,8 @@ class MOX_PUBLIC QuerierConfig final : public Mox::Entity<QuerierConfig> {
   U32 lastMemberQueryCount() const { return lastMemberQueryCount_; }
   // Last Member Query Time in seconds, RFC 3376 8.10: count times interval.
   Seconds lastMemberQueryTime() const { return lastMemberQueryCount_ * lastMemberQueryInterval_; }
-  // Whether a random delay is to be added to the query timers. Kept and told to others: no timer
-  // of this library heeds it.
+  // Whether a random delay is to be added to the query timers. Kept and replicated: no timer
+  // of this library uses it.
   bool addRandomDelayToTimer() const { return addRandomDelayToTimer_; }
   // Whether this querier may send queries at all.
   bool sendQuery() const { return sendQuery_; }

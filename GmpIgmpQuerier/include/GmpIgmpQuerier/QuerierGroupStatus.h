@@ -1,6 +1,6 @@
 // Published state of one group on one interface. Its group machine is the only writer.
 //
-// A removed group keeps its sources until it is destroyed; then they go one by one.
+// A removed group keeps its sources until it is destroyed, which removes them one by one.
 #pragma once
 
 #include <string>
@@ -17,7 +17,7 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierGroupStatus";
-  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
+  // Its adapter to the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
   using SourceMap = Mox::HashMap<IpAddr, Ptr<QuerierSourceStatus>>;
 
@@ -25,7 +25,7 @@ class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatu
    public:
     using NotifieeOf::NotifieeOf;
     virtual void onFilterMode() {}
-    virtual void onSource(IpAddr) {}  // one member came or went
+    virtual void onSource(IpAddr) {}  // one member was added or removed
     virtual void onSourcemoxImmediate() {}
     virtual void onSource() {}  // the collection as a whole
     virtual void onCompatibilityMode() {}
@@ -49,7 +49,7 @@ class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatu
   Ptr<QuerierSourceStatus> source(IpAddr addr) const { return member<&Self::source_>(addr); }
   // Version of the oldest host that is present, RFC 3376 7.3.2.
   IgmpVersion compatibilityMode() const { return compatibilityMode_; }
-  // Absolute time at which the group was first heard of; 0 when not set.
+  // Absolute time at which the group was first reported; 0 when not set.
   Seconds creationTime() const { return creationTime_; }
   // Absolute time at which the group timer runs out; +infinity when it does not run.
   Seconds expiryTime() const { return expiryTime_; }
@@ -62,16 +62,16 @@ class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatu
   void expiryTimeIs(Seconds v) { set<&Self::expiryTime_>(v); }
   void lastReporterIs(IpAddr v) { set<&Self::lastReporter_>(v); }
 
-  // The source of that address, made and announced if it is not there.
+  // The source of that address, made and notified if it is not there.
   Ptr<QuerierSourceStatus> sourceIs(IpAddr addr) { return memberIs<&Self::source_>(addr); }
-  // Removes and announces; null, and nobody is told, when it is not there.
+  // Removes and notifies; null, without a notification, when it is not there.
   Ptr<QuerierSourceStatus> sourceDel(IpAddr addr) { return memberDel<&Self::source_>(addr); }
   Ptr<QuerierSourceStatus> sourceDel(SourceMap::const_iterator at) { return sourceDel((*at).key); }
-  // Removes every source, announcing each.
+  // Removes every source, notifying each.
   void sourceDelAll();
-  // Announces that key without changing anything.
+  // Notifies that key without changing anything.
   void sourceNotify(IpAddr addr) { notifyMember<&Self::source_>(addr); }
-  // Announces the collection as a whole.
+  // Notifies the collection as a whole.
   void sourceNotify() { notifyCollection<&Self::source_>(); }
 
  private:

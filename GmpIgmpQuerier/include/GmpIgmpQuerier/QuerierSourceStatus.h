@@ -12,7 +12,7 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierSourceStatus final : public Mox::Entity<QuerierSourceStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierSourceStatus";
-  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
+  // Its adapter to the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
 
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierSourceStatus> {
@@ -31,7 +31,7 @@ class MOX_PUBLIC QuerierSourceStatus final : public Mox::Entity<QuerierSourceSta
   IpAddr sourceAddr() const { return sourceAddr_; }
   // True while the source timer is not running: in an EXCLUDE group, the source is excluded.
   bool expired() const { return expired_; }
-  // Absolute time at which the source was first heard of; 0 when not set.
+  // Absolute time at which the source was first reported; 0 when not set.
   Seconds creationTime() const { return creationTime_; }
   // Absolute time at which the source timer runs out; +infinity when it does not run.
   Seconds expiryTime() const { return expiryTime_; }

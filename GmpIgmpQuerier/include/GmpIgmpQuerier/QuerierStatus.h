@@ -22,7 +22,7 @@ namespace Gmp::Igmp {
 class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
  public:
   static constexpr const char* entityTypeName = "Gmp::Igmp::QuerierStatus";
-  // How it goes through the attribute log; see NboAttrLog/EntitySa.h.
+  // Its adapter to the attribute log; see NboAttrLog/EntitySa.h.
   using MoxNboAttrLogSa = Mox::NboAttrLog::EntitySa;
   using GroupMap = Mox::OrderedMap<IpAddr, Ptr<QuerierGroupStatus>>;
 
@@ -40,7 +40,7 @@ class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
     using NotifieeOf::NotifieeOf;
     virtual void onState() {}
     virtual void onQuerierVersion() {}
-    virtual void onGroup(IpAddr) {}  // one member came or went
+    virtual void onGroup(IpAddr) {}  // one member was added or removed
     virtual void onGroupmoxImmediate() {}
     virtual void onGroup() {}  // the collection as a whole
     virtual void onCreationTime() {}
@@ -83,7 +83,7 @@ class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
   Ptr<QuerierGroupStatus> group(IpAddr addr) const { return member<&Self::group_>(addr); }
   // Absolute time of this entity's construction.
   Seconds creationTime() const { return creationTime_; }
-  // Groups that came into being since then.
+  // Groups created since then.
   U64 joins() const { return joins_; }
   // The querier of the link; 0.0.0.0 while none is known.
   IpAddr electedQuerierAddr() const { return electedQuerierAddr_; }
@@ -148,16 +148,16 @@ class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
   void generalQueryExpiryTimeIs(Seconds v) { set<&Self::generalQueryExpiryTime_>(v); }
   void otherQuerierExpiryTimeIs(Seconds v) { set<&Self::otherQuerierExpiryTime_>(v); }
 
-  // The group of that address, made and announced if it is not there.
+  // The group of that address, made and notified if it is not there.
   Ptr<QuerierGroupStatus> groupIs(IpAddr addr) { return memberIs<&Self::group_>(addr); }
-  // Removes and announces; null, and nobody is told, when it is not there.
+  // Removes and notifies; null, without a notification, when it is not there.
   Ptr<QuerierGroupStatus> groupDel(IpAddr addr) { return memberDel<&Self::group_>(addr); }
   Ptr<QuerierGroupStatus> groupDel(const GroupMap::Iterator& at) { return groupDel(at.key()); }
-  // Removes every group in address order, announcing each.
+  // Removes every group in address order, notifying each.
   void groupDelAll();
-  // Announces that key without changing anything.
+  // Notifies that key without changing anything.
   void groupNotify(IpAddr addr) { notifyMember<&Self::group_>(addr); }
-  // Announces the collection as a whole.
+  // Notifies the collection as a whole.
   void groupNotify() { notifyCollection<&Self::group_>(); }
 
   // Counters: Is sets, Inc adds with wraparound and returns the new value.
@@ -302,7 +302,7 @@ constexpr auto enumerators(QuerierStatus::QuerierState) {
                     Mox::enumerator(Status::querierStateNonQuerier, "querierStateNonQuerier")};
 }
 
-// A status in its initial state, born now.
+// A status in its initial state, created now.
 MOX_PUBLIC Ptr<QuerierStatus> querierStatusFactory();
 
 }  // namespace Gmp::Igmp

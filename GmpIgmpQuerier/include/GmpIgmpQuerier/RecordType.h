@@ -10,7 +10,7 @@
 
 namespace Gmp::Igmp {
 
-// Any byte, also one that names no record type: what it means is judged where the record is used.
+// Any byte, also one that is no record type: the code that uses the record judges its meaning.
 // Prints as its decimal number.
 class RecordType {
  public:

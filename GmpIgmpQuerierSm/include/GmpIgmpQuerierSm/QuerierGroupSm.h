@@ -294,7 +294,7 @@ constexpr auto enumerators(QuerierGroupSm::TimerId) {
 struct QuerierGroupSmText {
   IpAddr group;
 };
-inline QuerierGroupSmText tracePiece(const QuerierGroupSm& sm) { return {sm.group()}; }
+inline QuerierGroupSmText tracePart(const QuerierGroupSm& sm) { return {sm.group()}; }
 MOX_PUBLIC void appendText(std::string& out, QuerierGroupSmText text);
 
 MOX_PUBLIC Ptr<QuerierGroupSm> QuerierGroupSmIs(IpAddr group, QuerierGroupSm::Wheel membershipWheel,

@@ -106,7 +106,7 @@ struct QuerierGroupSourceSmText {
   IpAddr group;
   IpAddr source;
 };
-MOX_PUBLIC QuerierGroupSourceSmText tracePiece(const QuerierGroupSourceSm& sm);
+MOX_PUBLIC QuerierGroupSourceSmText tracePart(const QuerierGroupSourceSm& sm);
 MOX_PUBLIC void appendText(std::string& out, const QuerierGroupSourceSmText& text);
 
 MOX_PUBLIC Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr,

@@ -306,7 +306,7 @@ constexpr auto enumerators(QuerierSm::TimerId) {
 struct QuerierSmText {
   Mox::Name name;
 };
-inline QuerierSmText tracePiece(const QuerierSm& sm) { return {sm.name()}; }
+inline QuerierSmText tracePart(const QuerierSm& sm) { return {sm.name()}; }
 MOX_PUBLIC void appendText(std::string& out, QuerierSmText text);
 
 // How a wheel reads in an error: its address.

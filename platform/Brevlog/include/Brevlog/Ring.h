@@ -1,7 +1,7 @@
-// Ring of trace records, cheap enough to stay on: recording copies the pieces and a pointer to the
-// function that can print them; text is made when somebody reads the ring.
+// Ring of trace records, cheap enough to stay on: recording copies the parts and a pointer to the
+// function that can print them; text is made when the ring is read.
 //
-// The memory is taken once, by the constructor. The oldest records make room for new ones. Pieces
+// The memory is taken once, by the constructor. The oldest records make room for new ones. Parts
 // are trivially copyable, or a string, whose characters are copied. What a pointer points to is not
 // copied: string literals and facilities are stored as pointers, so they must outlive the ring, and
 // so must the code that recorded. One thread.
@@ -26,17 +26,17 @@
 namespace Brevlog {
 
 class MOX_PUBLIC Ring {
-  using Formatter = void (*)(std::string& out, const std::byte* pieces);
+  using Formatter = void (*)(std::string& out, const std::byte* parts);
 
-  // A char array is kept as a pointer to its first character: it is taken for a literal. A string is
-  // kept as its length and its characters.
-  template <class Piece>
+  // A char array is kept as a pointer to its first character: it is taken for a literal. A string
+  // is kept as its length and its characters.
+  template <class Part>
   using Stored = std::conditional_t<
-      std::same_as<std::decay_t<Piece>, char*>, const char*,
-      std::conditional_t<std::same_as<Piece, std::string>, std::string_view, Piece>>;
+      std::same_as<std::decay_t<Part>, char*>, const char*,
+      std::conditional_t<std::same_as<Part, std::string>, std::string_view, Part>>;
 
  public:
-  // One record while forEach or a Reader shows it; what refers to ring memory ends with that call.
+  // One record while forEach or a Reader shows it: refers to ring memory and ends with that call.
   class Line;
   class Reader;
 
@@ -44,20 +44,20 @@ class MOX_PUBLIC Ring {
   Ring(const Ring&) = delete;
   Ring& operator=(const Ring&) = delete;
 
-  template <class... Piece>
-  void record(int level, const char* facility, Mox::Seconds time, const Piece&... piece) {
+  template <class... Part>
+  void record(int level, const char* facility, Mox::Seconds time, const Part&... part) {
     static_assert(
-        (std::is_trivially_copyable_v<Stored<Piece>> && ...),
-        "a trace piece is copied as bytes: store a number, an address or its text instead");
-    static_assert((!std::is_array_v<Stored<Piece>> && ...), "only char arrays are trace pieces");
-    const size_t bytes = recordBytes<Piece...>(piece...);
+        (std::is_trivially_copyable_v<Stored<Part>> && ...),
+        "a trace part is copied as bytes: store a number, an address or its text instead");
+    static_assert((!std::is_array_v<Stored<Part>> && ...), "only char arrays are trace parts");
+    const size_t bytes = recordBytes<Part...>(part...);
     std::byte* at = claim(bytes);
     if (at == nullptr) return;
-    const Header header{&appendPieces<Stored<Piece>...>, facility, time,
-                        static_cast<Mox::U32>(bytes), level};
+    const Header header{&appendParts<Stored<Part>...>, facility, time, static_cast<Mox::U32>(bytes),
+                        level};
     std::memcpy(at, &header, sizeof header);
     at += sizeof header;
-    (store(at, static_cast<Stored<Piece>>(piece)), ...);
+    (store(at, static_cast<Stored<Part>>(part)), ...);
   }
 
   // Forgets all records; the counts go on.
@@ -72,11 +72,10 @@ class MOX_PUBLIC Ring {
   Mox::U64 refused() const { return refused_; }          // not stored: bigger than the ring
   size_t capacity() const { return mask_ + 1; }
 
-  // What a record of these pieces takes of the capacity.
-  template <class... Piece>
-  static constexpr size_t recordBytes(const Piece&... piece) {
-    return (sizeof(Header) + (storedBytes(static_cast<Stored<Piece>>(piece)) + ... + 0) + align -
-            1) /
+  // How much of the capacity a record of these parts takes.
+  template <class... Part>
+  static constexpr size_t recordBytes(const Part&... part) {
+    return (sizeof(Header) + (storedBytes(static_cast<Stored<Part>>(part)) + ... + 0) + align - 1) /
            align * align;
   }
 
@@ -93,27 +92,27 @@ class MOX_PUBLIC Ring {
   static constexpr size_t align = sizeof(Formatter);
 
   template <class T>
-  static constexpr size_t storedBytes(const T& piece) {
+  static constexpr size_t storedBytes(const T& part) {
     if constexpr (std::same_as<T, std::string_view>) {
-      return sizeof(Mox::U32) + piece.size();
+      return sizeof(Mox::U32) + part.size();
     } else {
-      return sizeof piece;
+      return sizeof part;
     }
   }
 
   template <class T>
-  static void store(std::byte*& at, const T& piece) {
-    std::memcpy(at, &piece, sizeof piece);
-    at += sizeof piece;
+  static void store(std::byte*& at, const T& part) {
+    std::memcpy(at, &part, sizeof part);
+    at += sizeof part;
   }
-  static void store(std::byte*& at, std::string_view piece) {
-    store(at, static_cast<Mox::U32>(piece.size()));
-    std::memcpy(at, piece.data(), piece.size());
-    at += piece.size();
+  static void store(std::byte*& at, std::string_view part) {
+    store(at, static_cast<Mox::U32>(part.size()));
+    std::memcpy(at, part.data(), part.size());
+    at += part.size();
   }
 
   template <class T>
-  static void appendPiece(std::string& out, const std::byte*& at) {
+  static void appendPart(std::string& out, const std::byte*& at) {
     if constexpr (std::same_as<T, std::string_view>) {
       Mox::U32 size = 0;
       std::memcpy(&size, at, sizeof size);
@@ -133,9 +132,8 @@ class MOX_PUBLIC Ring {
   }
 
   template <class... T>
-  static void appendPieces([[maybe_unused]] std::string& out,
-                           [[maybe_unused]] const std::byte* at) {
-    (appendPiece<T>(out, at), ...);
+  static void appendParts([[maybe_unused]] std::string& out, [[maybe_unused]] const std::byte* at) {
+    (appendPart<T>(out, at), ...);
   }
 
   std::byte* claim(size_t bytes);  // null when it can never fit
@@ -162,30 +160,30 @@ class Ring::Line {
   const int level;
   const char* const facility;
 
-  // "facility pieces".
-  std::string text() const { return std::string(facility) + ' ' + pieces(); }
-  // The pieces as appendText writes them, nothing between them.
-  std::string pieces() const {
+  // "facility parts".
+  std::string text() const { return std::string(facility) + ' ' + parts(); }
+  // The parts as appendText writes them, nothing between them.
+  std::string parts() const {
     std::string out;
-    formatter_(out, pieces_);
+    formatter_(out, parts_);
     return out;
   }
 
  private:
   friend class Ring;
-  Line(const Header& header, const std::byte* pieces)
+  Line(const Header& header, const std::byte* parts)
       : time(header.time),
         level(header.level),
         facility(header.facility),
         formatter_(header.formatter),
-        pieces_(pieces) {}
+        parts_(parts) {}
 
   const Formatter formatter_;
-  const std::byte* const pieces_;
+  const std::byte* const parts_;
 };
 
-// Goes through a ring bit by bit while others record: each record once, the oldest first. What was
-// overwritten before it was read is lost and counted. Ends before the ring does.
+// Reads a ring in several steps while others record: each record once, the oldest first. Records
+// that are overwritten before they are read are lost and counted. Must not outlive the ring.
 //
 //   Brevlog::Ring::Reader reader(ring);
 //   while (reader.next([](const Brevlog::Ring::Line& line) { std::puts(line.text().c_str()); })) {
@@ -198,10 +196,10 @@ class MOX_PUBLIC Ring::Reader {
   // not record into this ring.
   template <class F>
   bool next(F f);
-  // How many records are behind it, counted like the ring's recorded(): those that were overwritten
-  // are among them.
+  // How many records it has passed, counted like the ring's recorded(): with those that were
+  // overwritten.
   Mox::U64 position();
-  // How many were lost since the last call. What was gone before the reader came is not.
+  // How many were lost since the last call, without those overwritten before the reader existed.
   Mox::U64 takeLost();
 
  private:

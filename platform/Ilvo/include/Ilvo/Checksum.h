@@ -1,7 +1,7 @@
 // The Internet checksum (RFC 1071).
 //
-// Computed with the checksum field zeroed, it is what belongs into the field (network order);
-// computed over a message with its field, it is 0 exactly if the message is right. An odd length
+// Computed with the checksum field zeroed, it is the value for the field (network order); computed
+// over a message with its field, it is 0 exactly if the message is correct. An odd length
 // counts as if a zero byte followed. Works at any alignment.
 //
 //   hdr.checksumIs(0);
@@ -18,7 +18,7 @@
 namespace Ilvo {
 
 inline U16 checksum(std::span<const U8> bytes) {
-  // One's complement sums do not care about byte order or word size until they are folded (RFC 1071
+  // One's complement sums do not depend on byte order or word size until they are folded (RFC 1071
   // 2 (B) and (C)), so native 32-bit halves are added; 64 bits hold the carries of 16 GB.
   U64 sum = 0;
   const U8* p = bytes.data();

@@ -18,8 +18,8 @@ constexpr unsigned igmpCodeDecode(U8 code) {
 
 inline constexpr unsigned igmpCodeMax = igmpCodeDecode(0xff);
 
-// The largest code that does not say more than `units`: a time that cannot be said exactly must not
-// become longer on the wire than the querier itself waits. Negative and NaN give 0.
+// The largest code of at most `units`: a time without an exact code must not become longer on the
+// wire than the querier itself waits. Negative and NaN give 0.
 constexpr U8 igmpCodeEncode(double units) {
   if (!(units > 0.0)) return 0;
   if (units >= igmpCodeMax) return 0xff;

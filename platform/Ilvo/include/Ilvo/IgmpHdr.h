@@ -25,7 +25,7 @@ enum IgmpMessageType : U8 {
   igmpV3Report = 0x22,
 };
 
-// What all messages begin with.
+// The fields that all messages begin with.
 class MOX_PUBLIC IgmpCommonHdr {
  public:
   static constexpr std::size_t bytes = 8;
@@ -37,14 +37,14 @@ class MOX_PUBLIC IgmpCommonHdr {
   U8 messageType() const { return pkt_->u8(0); }
   U8 code() const { return pkt_->u8(1); }
   IpAddr groupAddress() const { return pkt_->ipAddr(4); }
-  // Over the first `length` bytes, the field included: 0 if the message is right.
+  // Over the first `length` bytes, the field included: 0 if the message is correct.
   U16 computedChecksum(std::size_t length) const;
 
  private:
   const Pkt* pkt_;
 };
 
-// What a trace keeps of a version 1 or 2 message; plain bytes, printed much later.
+// The fields of a version 1 or 2 message that a trace keeps: plain bytes, printed much later.
 struct IgmpV12Text {
   IpAddr group;
   U8 type = 0;
@@ -74,14 +74,14 @@ class MOX_PUBLIC IgmpV12Hdr {
   void groupAddressIs(IpAddr v) { pkt_->ipAddrIs(4, v); }
   // Tenths of a second, cut off as the product stands; 255 above 25.5 seconds.
   void maxResponseSecondsIs(double seconds);
-  // Makes the message of `length` bytes right; to be called last.
+  // Writes the checksum of a message of `length` bytes; to be called last.
   void checksumUpdate(std::size_t length = bytes);
 
  private:
   Pkt* pkt_;
 };
 
-// What a trace keeps of a version 3 query.
+// The fields of a version 3 query that a trace keeps.
 struct IgmpV3QueryText {
   IpAddr group;
   U16 numSources = 0;
@@ -106,11 +106,10 @@ class MOX_PUBLIC IgmpV3QueryHdr {
   U8 code() const { return pkt_->u8(1); }
   U16 checksum() const { return pkt_->u16(2); }
   IpAddr groupAddress() const { return pkt_->ipAddr(4); }
-  U8 reserved() const { return static_cast<U8>(pkt_->u8(8) >> 4); }
   bool sFlag() const { return (pkt_->u8(8) & 0x08) != 0; }
   U8 qrv() const { return pkt_->u8(8) & 0x07; }
   U8 qqic() const { return pkt_->u8(9); }
-  // As the message says; whether it has the bytes for them, ask the packet.
+  // As the message claims; the packet knows whether it has the bytes for them.
   U16 numSources() const { return pkt_->u16(10); }
   IpAddr source(std::size_t i) const;
   double maxResponseSeconds() const;
@@ -129,10 +128,10 @@ class MOX_PUBLIC IgmpV3QueryHdr {
   void numSourcesIs(U16 v) { pkt_->u16Is(10, v); }
   // Writes behind the sources that are there and counts it; the packet must have the bytes.
   void sourceAppend(IpAddr v);
-  // Rounded down to what the code can say.
+  // Rounded down to the next time that has a code.
   void maxResponseSecondsIs(double seconds);
   void queryIntervalSecondsIs(double seconds);
-  // Makes the message of `length` bytes right; to be called last.
+  // Writes the checksum of a message of `length` bytes; to be called last.
   void checksumUpdate(std::size_t length);
 
  private:

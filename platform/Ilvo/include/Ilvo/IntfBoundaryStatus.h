@@ -26,14 +26,12 @@ class MOX_PUBLIC IntfBoundaryStatus final : public Mox::RefCounted {
   const Boundary& boundary() const { return boundary_; }
 
   void boundaryIs(const IpGenPrefix& prefix, bool value);
-  void boundaryDel(const IpGenPrefix& prefix);
-  void boundaryDelAll();
 
  private:
   Boundary boundary_;
 };
 
-// What there is to see of a boundary: its prefixes in their order.
+// A boundary is shown as its prefixes in their order.
 MOX_PUBLIC std::string shownValue(const Mox::Ptr<const IntfBoundaryStatus>& status);
 
 }  // namespace Ilvo

@@ -1,8 +1,8 @@
-// What an IPv4 header says, copied out of a packet: it stays valid when the packet's front moves on
-// and may be recorded as plain bytes.
+// The fields of an IPv4 header, copied out of a packet: they stay valid when the packet's front
+// moves on, and may be recorded as plain bytes.
 //
-// A header that says impossible things about its own size is none. One with a wrong checksum is,
-// and computedChecksum() tells.
+// A header with an impossible length is refused. One with a wrong checksum is accepted, and
+// computedChecksum() is not 0.
 //
 //   std::optional<IpHdr> ip = IpHdr::of(*pkt);
 //   if (!ip || ip->computedChecksum() != 0) drop();
@@ -32,12 +32,10 @@ class MOX_PUBLIC IpHdr {
   IpAddr src() const { return src_; }
   IpAddr dst() const { return dst_; }
   U8 protocol() const { return protocol_; }
-  U8 ttl() const { return ttl_; }
-  U8 tos() const { return tos_; }
   U16 totalLen() const { return totalLen_; }
   U8 headerBytes() const { return headerBytes_; }
   U16 payloadLen() const { return static_cast<U16>(totalLen_ - headerBytes_); }
-  // Over the header with its options; 0 if it is right.
+  // Over the header with its options; 0 if it is correct.
   U16 computedChecksum() const { return computedChecksum_; }
   // The Router Alert option is there (RFC 2113).
   bool routerAlert() const { return routerAlert_; }
@@ -49,8 +47,6 @@ class MOX_PUBLIC IpHdr {
   U16 computedChecksum_ = 0;
   U8 headerBytes_ = 0;
   U8 protocol_ = 0;
-  U8 ttl_ = 0;
-  U8 tos_ = 0;
   bool routerAlert_ = false;
 };
 

@@ -54,7 +54,6 @@ class MOX_PUBLIC IpGenPrefix {
   // "a.b.c.d/n" or an IPv6 text with "/n"; without "/n" a host prefix.
   static std::optional<IpGenPrefix> parse(std::string_view text);
 
-  bool isIpv4() const { return family_ == Family::ipv4; }
   unsigned length() const { return length_; }
 
   bool contains(IpAddr addr) const;

@@ -33,7 +33,7 @@ class MOX_PUBLIC Pkt final : public Mox::RefCounted {
   // Holds a copy of the bytes.
   explicit Pkt(std::span<const U8> bytes);
 
-  // What lies between front and end. The span is valid until the packet changes.
+  // The bytes between front and end. The span is valid until the packet changes.
   std::size_t offsetBytes() const { return end_ - front_; }
   std::span<const U8> data() const { return {buffer_ + front_, offsetBytes()}; }
   bool has(std::size_t n) const { return n <= offsetBytes(); }
@@ -64,8 +64,6 @@ class MOX_PUBLIC Pkt final : public Mox::RefCounted {
   }
   void ipAddrIs(std::size_t at, IpAddr v) { u32Is(at, v.value()); }
 
-  // Bytes taken off the front so far.
-  std::size_t frontOffset() const { return front_ - whole_; }
   void frontOffsetInc(std::size_t n) {
     requireBytes(n);
     front_ += n;
@@ -103,7 +101,7 @@ class MOX_PUBLIC Pkt final : public Mox::RefCounted {
   U8* buffer_ = inline_.data();  // or that of heap_, once inline_ is too small
 };
 
-// What there is to see of a packet: its bytes between front and end, two hexadecimal digits each.
+// A packet is shown as its bytes between front and end, two hexadecimal digits each.
 MOX_PUBLIC std::string shownValue(const Mox::Ptr<Pkt>& pkt);
 
 }  // namespace Ilvo

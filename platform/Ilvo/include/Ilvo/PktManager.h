@@ -1,5 +1,5 @@
-// Where packets to be sent come from. An allocation can fail, and a test can make it fail, so that
-// what a querier does without a packet is not left to chance.
+// The source of packets to be sent. An allocation can fail, and a test can make it fail, so that
+// the behaviour of a querier without a packet is tested.
 //
 //   Ptr<Pkt> pkt = pktManager().pkt(12);
 //   if (!pkt) return;
@@ -21,13 +21,8 @@ class MOX_PUBLIC PktManager {
 
   // The next n allocations fail.
   void failuresIs(U32 n) { failures_ = n; }
-  U32 failures() const { return failures_; }
-
-  // Packets handed out so far.
-  U64 allocated() const { return allocated_; }
 
  private:
-  U64 allocated_ = 0;
   U32 failures_ = 0;
 };
 

@@ -1,4 +1,4 @@
-// The platform's names for numbers, as this box uses them.
+// The platform's names for numbers, in this namespace.
 #pragma once
 
 #include <MoxBase/Types.h>

@@ -15,14 +15,14 @@ namespace Mox {
 // The current time in seconds.
 MOX_PUBLIC Seconds now();
 
-// The time that now() gave last: for marks that need no exact time, at no cost.
+// The result of the last now(): for records that need no exact time, at no cost.
 MOX_PUBLIC Seconds lastNow();
 
 MOX_PUBLIC void virtualTimeIs(Seconds time);
 MOX_PUBLIC void realTimeIs();
 
-// While one lives, the real clock stands still: what one packet causes happens at one time, and
-// asking for it costs nothing. For work that is short by nature.
+// While one lives, the real clock stands still at the time of its construction: all effects of one
+// packet have one time, and reading the clock costs nothing. For work that is short by nature.
 class MOX_PUBLIC StandingClock {
  public:
   StandingClock();

@@ -2,7 +2,7 @@
 //
 // Setters' notification, access by identifier or name, printing, iteration and replication walk
 // these rows; nothing else lists attributes. A row's place is its identifier, from 257 unless the
-// table says otherwise. Row kinds tell themselves apart by the members that they have:
+// table says otherwise. Code distinguishes the kinds of rows by the members that they have:
 //
 //   Key         member                   construction argument, never changes
 //   Attr        member, set, slot        stored; its setter notifies `slot`
@@ -132,8 +132,8 @@ struct Constant {
   V (E::*get)() const;
 };
 
-// A change of one member calls `immediate` and then, with the member's key, `slot`; a notification of
-// the collection as a whole calls `whole`.
+// A change of one member calls `immediate` and then, with the member's key, `slot`; a notification
+// of the collection as a whole calls `whole`.
 template <class E, class C, class K, class N>
 struct Collection {
   constexpr Collection(const char* n, C E::*c, void (N::*sl)(K), void (N::*im)(), void (N::*wh)())

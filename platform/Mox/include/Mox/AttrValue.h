@@ -1,9 +1,9 @@
-// Between the types of attributes and Value: one rule for every type, used by whatever reads or
-// writes attributes without knowing them.
+// Conversion between the types of attributes and Value: one rule for every type, for code that
+// reads or writes attributes without knowing them.
 //
-// Flags, numbers, seconds and texts stay what they are; enumerators and addresses travel as their
+// Flags, numbers, seconds and texts stay as they are; enumerators and addresses become their
 // number. A value that the type does not have is a RangeError. A type that is none of these, such
-// as a timer, is shown as what its `shownValue` gives, found by argument-dependent lookup; it
+// as a timer, is shown as the result of its `shownValue`, found by argument-dependent lookup; it
 // cannot be written.
 #pragma once
 
@@ -22,7 +22,7 @@
 
 namespace Mox {
 
-// What a value is made of, which decides its width wherever it is written.
+// The kind of a value decides its width wherever it is written.
 enum class ValueKind : U8 { flag, u32, u64, seconds, text, s32 };
 
 namespace detail {
@@ -54,14 +54,14 @@ constexpr ValueKind kindOf() {
 
 }  // namespace detail
 
-// A type of attribute that has a value; pieces such as timers have none.
+// A type of attribute that has a value; parts such as timers have none.
 template <class T>
 concept Valued = std::integral<T> || std::floating_point<T> || std::is_enum_v<T> ||
     detail::Numbered<T> || std::constructible_from<std::string, const T&> || requires(const T& t) {
   { t.string() } -> std::same_as<std::string>;
 };
 
-// A type that has no value of its own to write, but one to show.
+// A type that has no value to write, but one to show.
 template <class T>
 concept Shown = !Valued<T> && requires(const T& t) {
   { shownValue(t) } -> std::convertible_to<Value>;

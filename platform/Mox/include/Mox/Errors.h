@@ -1,4 +1,4 @@
-// The errors that the framework throws at callers who break a rule of an entity.
+// The errors that the framework throws at callers that break a rule of an entity.
 //
 // None of them is ever caused by bytes from the network.
 #pragma once

@@ -1,12 +1,13 @@
-// Event-log messages: the few conditions that an operator must hear of.
+// Event-log messages: the few conditions that are reported to operators.
 //
-// A handle is declared once for each message: name, severity, format, what it means, what to do,
-// and its rate limit: at most `burst` messages of the same arguments in `interval` seconds of the
-// activity clock; an interval of 0 sets no limit. The sink is told of every message, with a mark on
-// those that the limit holds back. In the format, %s and %d stand for the arguments in order.
+// A handle is declared once for each message: name, severity, format, explanation, recommended
+// action, and its rate limit: at most `burst` messages of the same arguments in `interval` seconds
+// of the activity clock; an interval of 0 sets no limit. The sink receives every message, with a
+// mark on those that the limit holds back. In the format, %s and %d stand for the arguments in
+// order.
 //
-//   EventLogHandle invalidSource({"IGMP_MESSAGE_INVALID_SOURCE", 3, "Received ... %s ... %s.",
-//   ...}); invalidSource.log(source, group);
+//   EventLogHandle invalidSource({"IGMP_MESSAGE_INVALID_SOURCE", 3, "Received ... %s.", ...});
+//   invalidSource.log(source, group);
 #pragma once
 
 #include <functional>
@@ -32,7 +33,7 @@ struct EventLogMessage {
   int flag;
 };
 
-// What the sink is told.
+// A message as the sink receives it.
 struct EventLogEntry {
   const EventLogMessage& message;
   std::string text;
@@ -40,8 +41,8 @@ struct EventLogEntry {
 };
 
 using EventLogSink = std::function<void(const EventLogEntry&)>;
-// Replaces the sink; an empty function brings back the default, a line on standard error. All
-// limits begin anew: who has been told nothing yet has not been told too often.
+// Replaces the sink; an empty function restores the default, a line on standard error. All limits
+// begin anew: a sink that has received nothing yet has not received too much.
 MOX_PUBLIC void eventLogSinkIs(EventLogSink sink);
 
 class MOX_PUBLIC EventLogHandle {

@@ -3,7 +3,7 @@
 //   attrValueIs(*config, "robustness", Value(U64{3}));  // through the setter: notifies
 //   call(*querier, "clearCounters");
 //   const Call<Ptr<Pkt>> doRxPkt(querier->type(), "doRxPkt");
-//   doRxPkt(*querier, pkt);                              // as fast as a virtual call
+//   doRxPkt(*querier, pkt);  // as fast as a virtual call
 #pragma once
 
 #include <string>
@@ -17,13 +17,13 @@
 
 namespace Mox {
 
-// The value; nothing for collections, operations and what holds another object. An InternalError
-// names an attribute that the type does not have.
+// The value; nothing for collections, operations and attributes that hold another object. An
+// InternalError names an attribute that the type does not have.
 MOX_PUBLIC Value attrValue(const Object& object, AttrId id);
 MOX_PUBLIC Value attrValue(const Object& object, std::string_view attrName);
 
-// Writes through the setter, which notifies as for anybody else. False, and nothing happens, for
-// what cannot be written; a RangeError for a value that the type does not have.
+// Writes through the setter, which notifies as for any other caller. False, and nothing happens,
+// for an attribute that cannot be written; a RangeError for a value that the type does not have.
 MOX_PUBLIC bool attrValueIs(Object& object, AttrId id, const Value& value);
 MOX_PUBLIC bool attrValueIs(Object& object, std::string_view attrName, const Value& value);
 

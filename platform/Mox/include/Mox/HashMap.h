@@ -2,11 +2,11 @@
 //
 // An empty one is one null pointer. Open addressing with each key beside its value, so that a
 // lookup touches one line of memory most of the time. Order of iteration is unspecified but the
-// same for the same history. Members must not come or go during an iteration: a walk that deletes
-// walks a copy of the keys.
+// same for the same history. Members must not be added or removed during an iteration: a walk that
+// deletes walks a copy of the keys.
 //
 // The hash multiplies by a secret odd number that the host may draw at random (hashMultiplierIs),
-// so that nobody on the link can choose addresses that fall together.
+// so that no host on the link can choose addresses that collide.
 //
 //   HashMap<Ilvo::IpAddr, Ptr<QuerierGroupSm>> groupSm;
 //   if (auto* found = groupSm.find(addr)) ...
@@ -95,12 +95,12 @@ class HashMap {
     Block& b = *block_;
     size_t hole = seek(b, key.value());
     if (!occupied(b, hole)) return false;
-    // The value's end may come back to this map: it goes last.
+    // The value's destructor may use this map: it runs last.
     [[maybe_unused]] const Slot gone = std::exchange(slotsOf(b)[hole], Slot());
     --b.size;
     if (hole < capacity(b)) closeHole(b, hole);
-    // A table never shrinks before it is empty: after a walk that deletes, what is left lies
-    // together, and would be one long run of collisions in a smaller one.
+    // A table never shrinks before it is empty: after a walk that deletes, the remaining members
+    // lie together, and would be one long run of collisions in a smaller table.
     if (b.size == 0) clear();
     return true;
   }
@@ -183,7 +183,7 @@ class HashMap {
     return at;
   }
 
-  // Moves back what was pushed past the hole, so that no search ends at it too early.
+  // Moves back the members that were pushed past the hole, so that no search ends there too early.
   static void closeHole(Block& b, size_t hole) {
     Slot* slots = slotsOf(b);
     for (size_t at = (hole + 1) & b.mask; slots[at].key != 0; at = (at + 1) & b.mask) {
@@ -223,7 +223,7 @@ class HashMap {
   Block* block_ = nullptr;
 };
 
-// A set of keys reads as a list in their order.
+// A set of keys is shown as a list in their order.
 template <class K>
 std::string shownValue(const HashMap<K, bool>& set) {
   std::vector<K> keys = set.keys();

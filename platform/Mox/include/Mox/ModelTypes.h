@@ -1,8 +1,8 @@
 // The type registry: every type of every loaded model, found by its qualified name.
 //
 // A model registers its types with one ModelTypes, a static object: when its library is loaded, in
-// the order of the list, until it is unloaded. The trace ring is forgotten then: nobody could make
-// text of what the library's code recorded, and which records those are cannot be told.
+// the order of the list, until it is unloaded. The trace ring is emptied then: the code that can
+// print the library's records is gone, and the ring does not know which records are the library's.
 //
 // A model is set up in one step: its trace handles and event-log messages are defined before its
 // types, in the same source and with the same priority, so that neither exists without the other.
@@ -49,7 +49,7 @@ struct EnumeratorInfo {
   const char* name;
 };
 
-// What the registry knows of one type; what its kind does not have is empty.
+// A type as the registry knows it; members that its kind does not have are empty.
 struct TypeRecord {
   const char* name;
   TypeKind kind;
@@ -79,8 +79,8 @@ class MOX_PUBLIC ModelTypes {
   const std::vector<TypeRecord> records_;
 };
 
-// Those that are loaded, in the order of loading. What these two return is there for as long as its
-// model is.
+// The loaded models, in the order of loading. A model or type that these two return is valid until
+// its library is unloaded.
 MOX_PUBLIC std::vector<const ModelTypes*> loadedModels();
 // The type of that qualified name; null for none.
 MOX_PUBLIC const TypeRecord* typeNamed(std::string_view name);

@@ -26,7 +26,7 @@ class MOX_PUBLIC Name {
 
   friend bool operator==(Name a, Name b) { return a.text_ == b.text_; }
   friend auto operator<=>(Name a, Name b) { return a.view() <=> b.view(); }
-  // Of names only: any text would do, too, if it were not known to names alone.
+  // Declared inside the class, it is found for names only, and not for texts that convert to one.
   friend void appendText(std::string& out, Name name) { out += name.view(); }
 
  private:

@@ -1,7 +1,7 @@
 // A notifiee is notified of the changes of one entity, before the setter returns.
 //
-// It may unregister itself or others, or release the entity, while it is notified; one that is added
-// during a notification is notified from the next one on. A notification allocates nothing.
+// It may unregister itself or others, or release the entity, while it is notified; one that is
+// added during a notification is notified from the next one on. A notification allocates nothing.
 #pragma once
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace Mox {
 
 class EntityBase;
 
-// A notifiee of any entity type, called with identifiers. NotifieeOf makes of that the call of named
+// A notifiee of any entity type, called with identifiers. NotifieeOf turns them into calls of named
 // slots.
 class MOX_PUBLIC Notifiee {
  public:

@@ -1,4 +1,4 @@
-// What can be reached without knowing its type: an object that tells its type, and through it its
+// An object that can be used without knowing its class: it returns its type, and through that its
 // attributes, collections and operations. See Mox/TypeInfo.h.
 #pragma once
 

@@ -1,9 +1,9 @@
 // An ordered collection keyed by address: a balanced search tree that is walked in key order.
 //
 // A B+ tree: members of neighbouring keys lie side by side, some 20 bytes a member with its share
-// of the tree. Leaves split when full and go when empty. An iterator remembers its key: members may
-// come and go while it stands, and `++` goes to the next greater key that is there then. This is
-// what lets a walk over a million groups stop, remember a bookmark, and go on later (lowerBound).
+// of the tree. Leaves split when full and are deleted when empty. An iterator remembers its key:
+// members may be added and removed meanwhile, and `++` goes to the next greater key that is there
+// then. So a walk over a million groups can stop, remember a bookmark, and resume (lowerBound).
 //
 //   OrderedMap<Ilvo::IpAddr, Ptr<QuerierGroupStatus>> group;
 //   for (auto at = group.lowerBound(bookmark); at != group.end(); ++at) use(at.key(), *at);
@@ -35,7 +35,7 @@ class OrderedMap {
   bool empty() const { return size_ == 0; }
 
   V* find(K key) {
-    // A key is mostly asked for several times in a row: its leaf is remembered.
+    // A key is mostly looked up several times in a row: its leaf is remembered.
     Leaf* leaf = recent_;
     if (leaf == nullptr || key < leaf->keys[0] || leaf->keys[leaf->count - 1] < key) {
       leaf = recent_ = leafOf(key);
@@ -64,7 +64,7 @@ class OrderedMap {
     if (find(key) == nullptr) return false;
     ++version_;
     --size_;
-    V gone;  // its end may come back here: it goes last, when the tree is whole again
+    V gone;  // its destructor may use this map: it runs last, when the tree is whole again
     if (eraseBelow(root_, height_, key, gone)) {
       root_ = nullptr;
       height_ = 0;

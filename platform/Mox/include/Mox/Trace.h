@@ -1,12 +1,12 @@
-// Traces: what the system did, in pieces that become text only when somebody reads them.
+// Traces: a record of what the system did, in parts that become text only when they are read.
 //
 // A trace has a level (3 events, 6 and 8 detail) and belongs to a handle, known by name. It goes to
-// two places at the same level: the Brevlog ring, which records pieces and is always on for events,
-// and the trace facility, a text sink that is off until somebody wants lines as they happen. A
+// two places at the same level: the Brevlog ring, which records parts and is always on for events,
+// and the trace facility, a text sink that is off until lines are wanted as they happen. A
 // trace above both levels costs one comparison.
 //
-// A piece is a literal, a number, a name, an enumerator, an address, or an object whose
-// `tracePiece` (found by argument-dependent lookup) gives a small copy that prints the same later.
+// A part is a literal, a number, a name, an enumerator, an address, or an object whose
+// `tracePart` (found by argument-dependent lookup) gives a small copy that prints the same later.
 // A value that cannot be copied as bytes, such as one with a list in it, becomes text at once.
 //
 //   trace<6>(igmpPacket, name(), " handling valid igmp packet of type ", type);
@@ -87,7 +87,7 @@ struct TraceLine {
 // Where the facility's lines go; an empty function for nowhere.
 using TraceSink = std::function<void(const TraceLine&)>;
 MOX_PUBLIC void traceSinkIs(TraceSink sink);
-MOX_PUBLIC void traceSinkTell(const TraceLine& line);
+MOX_PUBLIC void traceSinkWrite(const TraceLine& line);
 
 // The ring of this process.
 MOX_PUBLIC Brevlog::Ring& brevlog();
@@ -112,9 +112,9 @@ struct TraceAt {
 namespace detail {
 
 template <class T>
-auto facilityPiece(const T& value) {
-  if constexpr (requires { tracePiece(value); }) {
-    return tracePiece(value);
+auto facilityPart(const T& value) {
+  if constexpr (requires { tracePart(value); }) {
+    return tracePart(value);
   } else if constexpr (std::is_array_v<T> || std::is_trivially_copyable_v<T>) {
     return std::decay_t<const T&>(value);
   } else {
@@ -123,37 +123,37 @@ auto facilityPiece(const T& value) {
 }
 
 template <class T>
-auto ringPiece(const T& value) {
+auto ringPart(const T& value) {
   if constexpr (std::is_same_v<T, RawByte>) {
     return U32{value.value};
   } else {
-    return facilityPiece(value);
+    return facilityPart(value);
   }
 }
 
-template <class... Piece>
-[[gnu::noinline, gnu::cold]] void traceText(int level, const TraceAt& at, const Piece&... pieces) {
+template <class... Part>
+[[gnu::noinline, gnu::cold]] void traceText(int level, const TraceAt& at, const Part&... parts) {
   std::string text;
-  (appendText(text, facilityPiece(pieces)), ...);
-  traceSinkTell({at.handle, level, at.where, text});
+  (appendText(text, facilityPart(parts)), ...);
+  traceSinkWrite({at.handle, level, at.where, text});
 }
 
-template <int level, class... Piece>
-[[gnu::noinline]] void traceNow(const TraceAt& at, const Piece&... pieces) {
+template <int level, class... Part>
+[[gnu::noinline]] void traceNow(const TraceAt& at, const Part&... parts) {
   if (level <= at.handle.ringLevel()) {
-    brevlog().record(level, at.handle.name(), lastNow(), ringPiece(pieces)...);
+    brevlog().record(level, at.handle.name(), lastNow(), ringPart(parts)...);
   }
-  if (level <= at.handle.facilityLevel()) traceText(level, at, pieces...);
+  if (level <= at.handle.facilityLevel()) traceText(level, at, parts...);
 }
 
 }  // namespace detail
 
-template <int level, class... Piece>
-inline void trace(TraceAt at, const Piece&... pieces) {
+template <int level, class... Part>
+inline void trace(TraceAt at, const Part&... parts) {
   if (level > at.handle.inForce()) [[likely]] {
     return;
   }
-  detail::traceNow<level>(at, pieces...);
+  detail::traceNow<level>(at, parts...);
 }
 
 }  // namespace Mox

@@ -1,6 +1,6 @@
 // A type of objects as data, for code that does not know the type: its attributes with their
-// identifiers, how to read and write each, its collections, and its operations. Made from the type's
-// attribute table alone.
+// identifiers, how to read and write each, its collections, and its operations. Made from the
+// type's attribute table alone.
 //
 //   for (const AttrInfo& attr : entity.type().attrs) {
 //     if (attr.get != nullptr) print(attr.name, attr.get(entity));
@@ -79,7 +79,7 @@ struct MOX_PUBLIC TypeInfo {
   const char* name;
   std::span<const AttrInfo> attrs;  // the rows of the table, in the order of identifiers
   std::span<const CollectionInfo> collections;
-  // The attributes that the framework adds to every entity: fullName, parent, parentAttrName, entity.
+  // What the framework adds to every entity: fullName, parent, parentAttrName, entity.
   std::span<const AttrInfo> (*framework)() = nullptr;
 
   // The attribute of that identifier or name, the framework's included; null for none.

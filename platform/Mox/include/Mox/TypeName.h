@@ -1,7 +1,7 @@
-// How the type of an attribute is called, for people and tools.
+// The name of an attribute's type, for people and tools.
 //
-// A class says it in a `valueTypeName` (entities: `entityTypeName`), an enumeration in its
-// `enumerationName`; pointers are called like what they point to.
+// A class has it in a `valueTypeName` (entities: `entityTypeName`), an enumeration in its
+// `enumerationName`; pointers have the name of the type that they point to.
 #pragma once
 
 #include <concepts>

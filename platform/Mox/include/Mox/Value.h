@@ -1,4 +1,4 @@
-// A value of any attribute, for access by name: what tools read and write without knowing the type.
+// A value of any attribute, for tools that read and write attributes without knowing their types.
 #pragma once
 
 #include <string>

@@ -1,9 +1,9 @@
-// The textual form of a value from the table of its fields: "Value('Type', ** {'field': text,
-// ...})".
+// The textual form of a value from the table of its fields:
+// "Value('Type', ** {'field': text, ...})".
 //
 // A class lists its fields in a FieldTable `fields` and its qualified name in `valueTypeName`. Each
-// field stands in its own form, which `valueToStrep` of its type gives, found by argument-dependent
-// lookup; whole numbers stand as they are.
+// field stands in its own form, the `valueToStrep` of its type, found by argument-dependent lookup;
+// whole numbers stand as they are.
 //
 //   struct Point { ... static constexpr Mox::FieldTable fields{Mox::Field{"x", &Point::x}, ...}; };
 //   valueStrep(Point{1, 2})  // "Value('Test::Point', ** {'x': 1, 'y': 2})"

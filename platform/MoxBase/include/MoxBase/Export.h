@@ -1,4 +1,4 @@
-// The mark of what a shared library shows: everything else is hidden.
+// Marks the symbols that a shared library exports: all others are hidden.
 #pragma once
 
 #define MOX_PUBLIC __attribute__((visibility("default")))

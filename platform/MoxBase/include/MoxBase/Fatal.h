@@ -1,8 +1,8 @@
 // Fatal assertions: for programming errors only, on in release builds too.
 //
-// Bad input from outside never ends here: it is counted and dropped. What ends here names the model
-// file, the line, the function and the expression on standard error, tells the registered hook
-// (which may save a trace), and aborts.
+// Bad input from outside never ends here: it is counted and dropped. A fatal assertion writes the
+// model file, the line, the function and the expression to standard error, calls the registered
+// hook (which may save a trace), and aborts.
 //
 //   fatalUnless(initialized_, "GmpIgmpQuerierSm.tin", "initialized( )");
 #pragma once

@@ -1,4 +1,4 @@
-// A place in the source: the function and line of whoever calls with a defaulted Place.
+// A place in the source: by default the function and line of the caller.
 #pragma once
 
 namespace Mox {

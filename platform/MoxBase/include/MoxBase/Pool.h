@@ -1,8 +1,8 @@
 // Memory for counted objects, which may be a million of a few sizes.
 //
 // Sizes are rounded up to 16 bytes and each has a list of free cells; cells come from chunks that
-// grow with the demand and ask the kernel for huge pages, for a walk over a million objects spends
-// its time in page tables otherwise. Chunks stay for the life of the process. Under
+// grow with the demand and ask the kernel for huge pages, since a walk over a million objects
+// otherwise spends its time in page tables. Chunks stay for the life of the process. Under
 // AddressSanitizer every object is an allocation of its own, so that a use after the end is seen.
 #pragma once
 
@@ -19,8 +19,7 @@ MOX_PUBLIC void poolDelete(void* cell, size_t bytes) noexcept;
 MOX_PUBLIC void* blockNew(size_t bytes);
 MOX_PUBLIC void blockDelete(void* block, size_t bytes) noexcept;
 
-// What is in use, in bytes: cells, blocks outside the heap, and what chunks of cells take of the
-// heap.
+// Memory in use, in bytes: cells, blocks outside the heap, and chunks of cells on the heap.
 struct PoolUse {
   size_t cells;
   size_t mappedBlocks;

@@ -1,8 +1,9 @@
 // Ptr<T>: a counted pointer whose count lives in the object; null is allowed.
 //
 // An object starts with a count of 1, which makePtr adopts: constructors here set attributes and
-// hand out pointers to the object, and from 0 the first of those to go would delete it. The last
-// Ptr to go deletes the object. Dereferencing a null Ptr is a fatal assertion.
+// hand out pointers to the object, and with a start at 0 the first of those to be released would
+// delete it. The last Ptr to be released deletes the object. Dereferencing a null Ptr is a fatal
+// assertion.
 //
 // Counts are plain numbers unless thread-safe pointers are switched on, which must happen before
 // the first object exists.
@@ -14,7 +15,6 @@
 #include <compare>
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <type_traits>
 #include <utility>
 
@@ -129,7 +129,7 @@ class Ptr {
   T* object_ = nullptr;
 };
 
-// What there is to see of a pointer to something without attributes: whether it is there.
+// A pointer to an object without attributes is shown as whether it is there.
 template <class T>
 bool shownValue(const Ptr<T>& pointer) {
   return pointer != nullptr;
@@ -141,8 +141,3 @@ Ptr<T> makePtr(Args&&... args) {
 }
 
 }  // namespace Mox
-
-template <class T>
-struct std::hash<Mox::Ptr<T>> {
-  size_t operator()(const Mox::Ptr<T>& p) const { return std::hash<T*>()(p.get()); }
-};

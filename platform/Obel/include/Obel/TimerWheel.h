@@ -7,8 +7,8 @@
 // re-arm, disarm: O(1), no allocation. One thread.
 //
 // The wheel has no clock: its host turns it, and now() stands still between two turns. Hosts that
-// sleep turn the wheel before they handle what woke them, so that timers are armed from the real
-// now.
+// sleep turn the wheel before they handle the event that woke them, so that timers are armed from
+// the real now.
 //
 //   TimerReactor<Sm, &Sm::handleTick> tick(wheel, sm);
 //   tick.timeMinIs(wheel->now() + 5.0);  // timeMinIs(never) disarms
@@ -29,9 +29,9 @@ namespace Obel {
 // Inside: a tick is 1/128 s. Timers of ticks that the cursor has not reached lie in slots, four
 // levels of 256, each level 256 times as coarse; a slot is filed anew, or is due, when the cursor
 // comes to its start. Timers of reached ticks lie in one of two lists: due_, in order of firing,
-// and soon_, those armed since the last turn. A turn moves the cursor to its time, puts what it
-// passed and what is in soon_ in order into due_, and fires the front of due_ up to its time: what
-// a callback arms goes to a slot or to soon_, thus not into the turn that runs.
+// and soon_, those armed since the last turn. A turn moves the cursor to its time, puts the timers
+// that it passed and those of soon_ in order into due_, and fires the front of due_ up to its time:
+// a timer armed by a callback goes to a slot or to soon_, thus not into the turn that runs.
 class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   struct Link {
     Link* prev;
@@ -53,9 +53,9 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // down and once for a timer that was put off or disarmed.
   Mox::Seconds nextDue() const;
 
-  // Fires what is due at `now`; says how many. The wheel never goes back: an earlier time, or one
-  // that is not finite, turns it at the time where it stands. Not from a callback.
-  // After `most` of them it stops; the rest fires in the next turn, which is due at once.
+  // Fires the timers that are due at `now`, at most `most` of them, and returns how many it fired;
+  // the rest fires in the next turn, which is due at once. The wheel never goes back: an earlier
+  // time, or one that is not finite, turns it at its own time. Not from a callback.
   size_t turn(Mox::Seconds now, size_t most = static_cast<size_t>(-1));
 
   // Virtual time: turn after turn, each at its time, until nothing is due by `until`, where the
@@ -84,7 +84,7 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // time goes into waiting for memory, and one list would wait for one timer at a time.
   static constexpr size_t chains = 8;
   static constexpr Tick noStart = std::numeric_limits<Tick>::max();
-  // Where a reactor is: the number of its slot, or one of these.
+  // The place of a reactor: the number of its slot, or one of these.
   static constexpr Mox::U64 placeNear = levels * slotsPerLevel;  // in due_ or soon_
   static constexpr Mox::U64 placeNone = placeNear + 1;
 
@@ -112,21 +112,22 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   Mox::Seconds now_;
   Tick cursor_;  // of now_: every slot that starts by then is empty
   bool turning_ = false;
-  std::vector<Key> scratch_;  // what is to be put in order
+  std::vector<Key> scratch_;  // timers to be put in order
   // Reactors hold the wheel as const: they cannot turn it, but they file themselves.
   mutable size_t armed_ = 0;
   mutable Mox::U64 nextOrder_ = 0;
   mutable Link due_;
   mutable Link soon_;
   mutable bool soonInOrder_ = true;            // both of soon_ when it is not empty
-  mutable Mox::Seconds soonMin_ = Mox::never;  // a lower bound: who disarms does not search
+  mutable Mox::Seconds soonMin_ = Mox::never;  // a lower bound: disarming does not search
   mutable Tick firstStart_ = noStart;  // of the occupied slots; a lower bound too, for that reason
   mutable std::array<Mox::U64, levels * wordsPerLevel> occupied_{};
   mutable std::array<Mox::U32, levels * slotsPerLevel> slotSize_{};
   mutable std::array<std::array<Link, chains>, levels * slotsPerLevel> slot_;
 };
 
-// What a timer calls. Without a wheel it keeps its time, and is armed when it gets one.
+// A timer, with the function that it calls. Without a wheel it keeps its time, and is armed when it
+// gets one.
 class MOX_PUBLIC TimerWheel::Reactor : private TimerWheel::Link {
  public:
   static constexpr const char* valueTypeName = "Obel::TimerWheel::Reactor";
@@ -136,7 +137,7 @@ class MOX_PUBLIC TimerWheel::Reactor : private TimerWheel::Link {
   Reactor(const Reactor&) = delete;
   Reactor& operator=(const Reactor&) = delete;
 
-  // The absolute time to be called at; `never` is idle, and what it is again when onTime begins.
+  // The absolute time to be called at; `never` when idle, which it is again when onTime begins.
   Mox::Seconds timeMin() const { return timeMin_; }
   // Arms, even for the old time: then behind its equals. Not a number counts as `never`.
   void timeMinIs(Mox::Seconds time) {
@@ -171,7 +172,7 @@ class MOX_PUBLIC TimerWheel::Reactor : private TimerWheel::Link {
   Mox::U64 where_ = placeNone;
 };
 
-// What there is to see of a timer: when it is due.
+// A timer is shown as the time at which it is due.
 inline Mox::Seconds shownValue(const TimerWheel::Reactor& reactor) { return reactor.timeMin(); }
 
 // There may be millions of them.

@@ -1,6 +1,6 @@
 // Whole IPv4 packets with IGMP messages, byte by byte as hosts and routers send them, or broken in
-// one place on purpose. Checksums are right unless asked otherwise; destinations are those of the
-// RFCs.
+// one place on purpose. Checksums are correct unless the test asks otherwise; destinations are
+// those of the RFCs.
 //
 //   std::vector<U8> join = buildV3Report({{.type = 4, .group = IpAddr(239, 1, 1, 1)}});
 //   std::vector<U8> cut = buildV2Leave(group, {.badIgmpChecksum = true});
@@ -36,7 +36,7 @@ struct V3QueryFields {
   U8 qrv = 2;
   U8 qqic = 125;
   std::vector<IpAddr> sources = {};
-  std::optional<U16> numSources = std::nullopt;  // what the message claims, if not the truth
+  std::optional<U16> numSources = std::nullopt;  // the claim of the message, if not the truth
   U8 reserved = 0;                               // four bits
 };
 
@@ -45,7 +45,7 @@ struct V3Record {
   IpAddr group = IpAddr();
   std::vector<IpAddr> sources = {};
   U8 auxWords = 0;                               // words of auxiliary data, all 0xaa
-  std::optional<U16> numSources = std::nullopt;  // what the record claims, if not the truth
+  std::optional<U16> numSources = std::nullopt;  // the claim of the record, if not the truth
 };
 
 std::vector<U8> buildV1Report(IpAddr group, const IpOptions& options = {});
@@ -54,12 +54,12 @@ std::vector<U8> buildV2Leave(IpAddr group, const IpOptions& options = {});
 std::vector<U8> buildV1Query(const IpOptions& options = {});
 std::vector<U8> buildV2Query(IpAddr group = IpAddr(), U8 code = 100, const IpOptions& options = {});
 std::vector<U8> buildV3Query(const V3QueryFields& fields = {}, const IpOptions& options = {});
-// `numRecords` is what the report claims, if not the truth.
+// `numRecords` is the claim of the report, if not the truth.
 std::vector<U8> buildV3Report(const std::vector<V3Record>& records, const IpOptions& options = {},
                               std::optional<U16> numRecords = std::nullopt);
 
 // Any message: its checksum field (bytes 2 and 3) is filled in, if it has one. `dst` is used unless
-// the options name another. Throws std::length_error beyond what an IPv4 packet can hold.
+// the options name another. Throws std::length_error for more than an IPv4 packet can hold.
 std::vector<U8> buildIgmpPacket(std::vector<U8> message, IpAddr dst, const IpOptions& options = {});
 
 }  // namespace Ilvo
