@@ -102,7 +102,7 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
 void TreeOut::keepBounded(FlowOut& flow, size_t members) {
   if (flow.members().records() <= 2 * members + keysAlwaysKept) return;
   flow.membersDel();
-  flow.members().wholeIs();
+  flow.members().wholeDueIs();
 }
 
 // The collection as a whole: every member again, so that the peer can drop what is not among them.
@@ -111,7 +111,7 @@ void TreeOut::onCollection(const EntityBase& entity, AttrId id) {
   const Delivering delivering(*this);
   if (FlowOut* flow = remembered(refOf(entity), FlowOut::bitOf(id))) {
     flow->membersDel();
-    flow->members().wholeIs();
+    flow->members().wholeDueIs();
   }
   host_.transmit();
 }
@@ -125,7 +125,7 @@ Ref TreeOut::refOf(const EntityBase& entity) const {
   return ref;
 }
 
-FlowOut* TreeOut::remembered(const Ref& ref, U32 bits) {
+FlowOut* TreeOut::remembered(const Ref& ref, U64 bits) {
   host_.deferredIs();
   FlowOut* flow = &flow_;
   const TypeInfo* type = &entity_->type();

@@ -43,20 +43,23 @@ class MOX_PUBLIC EntitySa {
   bool handleAttrFlowOut(AttrId from = 0);
 
  private:
+  using Stop = std::optional<WalkStop>;  // nothing when all was sent
+
   const AttrInfo* nextDirty(AttrId from) const;
-  bool sendBehindInterrupted();
+  bool sendAfterInterrupted();
   void sendScalars(const AttrInfo* first);
   bool serializeColl(const CollectionInfo& collection);
-  bool sendMembers(const CollectionInfo& collection);
-  bool sendRecords(const CollectionInfo& collection);
-  bool sendLeaves(const CollectionInfo& collection);
+  Stop sendMembers(const CollectionInfo& collection);
+  Stop sendRecords(const CollectionInfo& collection);
+  bool sendCollection(const CollectionInfo& collection);
+  bool sendKeys(const CollectionInfo& collection);
+  Stop sendLeaves(const CollectionInfo& collection);
   bool sendLeaf(const CollectionInfo& collection, U32 key);
+  bool sendOrResumeMember(const CollectionInfo& collection, U32 key);
   bool sendInside(const CollectionInfo& collection);
   bool sendInside(const CollectionInfo& collection, std::map<U32, FlowOut>::iterator inside);
-  std::optional<U32> nextKey(const CollectionInfo& collection);
-  bool resumeOrSend(const CollectionInfo& collection, U32 key);
   void sendBegin(const CollectionInfo& collection);
-  void sendEnd(const CollectionInfo& collection, bool all);
+  void sendEnd(const CollectionInfo& collection, Stop stop);
   void sendMarker(FrameType type, const CollectionInfo& collection, U8 flag);
 
   OutStream& out_;

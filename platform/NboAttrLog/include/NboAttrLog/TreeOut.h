@@ -78,7 +78,7 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
   static void keepBounded(FlowOut& flow, size_t members);
   // Adds dirty bits to what is remembered of that entity. Its flow; null for a leaf, and where a
   // record to come covers it.
-  FlowOut* remembered(const Ref& ref, U32 bits);
+  FlowOut* remembered(const Ref& ref, U64 bits);
 
   Host& host_;
   const U32 number_;
