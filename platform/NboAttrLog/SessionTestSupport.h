@@ -101,7 +101,7 @@ class TestHost final : public SessionHost {
     if (ignores_ || name == nullptr) return {};
     if (keeps_) return keeps_;
     auto& copy = copies_[std::string(path)];
-    if (copy == nullptr && typeName == Shelf::entityTypeName) copy = makePtr<Shelf>(Name(*name));
+    if (copy == nullptr && typeName == Root::entityTypeName) copy = makePtr<Root>(Name(*name));
     return copy;
   }
   void rootDel(std::string_view path) override {
@@ -119,32 +119,32 @@ class TestHost final : public SessionHost {
 
   // What it was told since the last call.
   std::string told() { return std::exchange(told_, {}); }
-  Ptr<Shelf> copy(const std::string& path) const {
+  Ptr<Root> copy(const std::string& path) const {
     const auto found = copies_.find(path);
     return found == copies_.end() ? nullptr : found->second;
   }
 
   int outputs_ = 0;
   bool ignores_ = false;        // is interested in no directory entry
-  Ptr<Shelf> keeps_;            // offered for whatever is announced
+  Ptr<Root> keeps_;             // offered for whatever is announced
   std::string refused_;         // the attribute that peers may not write
   std::function<void()> then_;  // done whenever there is output
 
  private:
-  std::map<std::string, Ptr<Shelf>> copies_;
+  std::map<std::string, Ptr<Root>> copies_;
   std::string told_;
 };
 
 // Names of what the tests send and expect most.
 inline const std::string helloFrame =
     "01 4d6f784c 0001 408f400000000000 00" + textHex("peer");  // the clock says 1000
-inline const std::string shelfRoot =
-    "02 00000001" + textHex("shelf/a") + "00" + textHex("Test::Shelf") + "05" + textHex("a");
-inline const std::string writableShelfRoot =
-    "02 00000001" + textHex("shelf/a") + "01" + textHex("Test::Shelf") + "05" + textHex("a");
+inline const std::string rootFrame =
+    "02 00000001" + textHex("root/a") + "00" + textHex("Test::Root") + "05" + textHex("a");
+inline const std::string writableRootFrame =
+    "02 00000001" + textHex("root/a") + "01" + textHex("Test::Root") + "05" + textHex("a");
 inline const std::string currentFrame = "09";
-// All attributes of a shelf as it is made, but for those in front of its books.
-inline const std::string shelfRest =
+// All attributes of a root as it is made, but for those in front of its nodes.
+inline const std::string restOfRoot =
     "04 00000001 00 0105 0000000000000000 0107 0000000000000000 0108 0000 0109 00000000"
     "010a 00000000";
 
@@ -161,9 +161,9 @@ class ServingTest : public testing::Test {
             .name = "agent", .peerName = "uid 7", .rights = rights, .bufferBytes = bufferBytes},
         &directory_);
   }
-  // Serves shelf/a, and lets the peer take all that there is.
-  void serveShelf(Access access = Access::readOnly, Rights rights = Rights::read) {
-    directory_.entryIs("shelf/a", shelf_, access);
+  // Serves root/a, and lets the peer take all that there is.
+  void serveRoot(Access access = Access::readOnly, Rights rights = Rights::read) {
+    directory_.entryIs("root/a", root_, access);
     serve(rights);
     ASSERT_TRUE(send(helloFrame));
     take();
@@ -171,7 +171,7 @@ class ServingTest : public testing::Test {
   }
   // The same through a stream that does not hold much.
   void serveSmall() {
-    directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+    directory_.entryIs("root/a", root_, Access::readOnly);
     serve(Rights::read, OutStream::leastCapacity);
     ASSERT_TRUE(send(helloFrame));
     take();
@@ -193,7 +193,7 @@ class ServingTest : public testing::Test {
   // Only what is in the stream already.
   Frames takeWithoutDraining() { return taker_.take(session_->stream()); }
 
-  // The keys of the books that these frames announce.
+  // The keys of the nodes that these frames announce.
   static std::vector<U32> announced(const Frames& frames) {
     std::vector<U32> keys;
     for (const std::string& frame : frames) {
@@ -206,8 +206,9 @@ class ServingTest : public testing::Test {
 
   // The stream is full: with changes that nobody has taken. What follows is remembered.
   void stall() {
-    for (bool lit = !shelf_->lit(); session_->stream().sufficientBuffer(); lit = !lit) {
-      shelf_->litIs(lit);
+    for (bool enabled = !root_->enabled(); session_->stream().sufficientBuffer();
+         enabled = !enabled) {
+      root_->enabledIs(enabled);
     }
   }
   // The peer takes what is in the stream, without what was remembered.
@@ -215,7 +216,7 @@ class ServingTest : public testing::Test {
 
   TestHost host_;
   Directory directory_;
-  Ptr<Shelf> shelf_ = makePtr<Shelf>("a");
+  Ptr<Root> root_ = makePtr<Root>("a");
   std::unique_ptr<Session> session_;
   FrameTaker taker_;
 };

@@ -43,15 +43,15 @@ struct WalkTransition {
   WalkState to;
 };
 
-// Every transition that a stop can make. From any state, a drain that sends everything ends in no
-// state at all, and a whole walk that becomes necessary ends in wholeDue.
+// Every transition that a stop can make. From any state, a drain that sends everything leaves no
+// state, and a whole walk that becomes necessary leads to wholeDue. Leaves have no inside: for them,
+// `inside` is a stop outside a walk, in whichever turn.
 inline constexpr WalkTransition walkTransitions[] = {
     {WalkState::idle, WalkStop::keys, WalkState::changesInsideFirst},
     {WalkState::idle, WalkStop::inside, WalkState::betweenInsideFirst},
 
     {WalkState::wholeDue, WalkStop::collection, WalkState::wholeInsideFirst},
     {WalkState::wholeDue, WalkStop::keys, WalkState::tailInsideFirst},
-    {WalkState::wholeDue, WalkStop::inside, WalkState::betweenInsideFirst},
 
     {WalkState::wholeKeysFirst, WalkStop::collection, WalkState::wholeInsideFirst},
     {WalkState::wholeKeysFirst, WalkStop::keys, WalkState::tailInsideFirst},
@@ -64,13 +64,11 @@ inline constexpr WalkTransition walkTransitions[] = {
     {WalkState::tailKeysFirst, WalkStop::inside, WalkState::betweenInsideFirst},
     {WalkState::tailInsideFirst, WalkStop::beforeKeys, WalkState::tailKeysFirst},
     {WalkState::tailInsideFirst, WalkStop::keys, WalkState::tailKeysFirst},
-    {WalkState::tailInsideFirst, WalkStop::inside, WalkState::betweenKeysFirst},
 
     {WalkState::changesKeysFirst, WalkStop::keys, WalkState::changesInsideFirst},
     {WalkState::changesKeysFirst, WalkStop::inside, WalkState::betweenInsideFirst},
     {WalkState::changesInsideFirst, WalkStop::beforeKeys, WalkState::changesKeysFirst},
     {WalkState::changesInsideFirst, WalkStop::keys, WalkState::changesKeysFirst},
-    {WalkState::changesInsideFirst, WalkStop::inside, WalkState::betweenKeysFirst},
 
     {WalkState::betweenKeysFirst, WalkStop::keys, WalkState::changesInsideFirst},
     {WalkState::betweenKeysFirst, WalkStop::inside, WalkState::betweenInsideFirst},
