@@ -235,6 +235,31 @@ TEST(FlowOutTest, dirtyKeyAloneIsSomethingDirty) {
   EXPECT_FALSE(flow.hasDirtyAttributes());
 }
 
+TEST(FlowOutTest, bitsOfALeafAreJoinedUntilTheyAreTaken) {
+  FlowOut::Members members;
+  members.leafIs(7, 1);
+  members.leafIs(7, 4);
+  members.leafIs(8, 2);
+  EXPECT_EQ(members.leafTake(7), 5u);
+  EXPECT_EQ(members.leafTake(7), 0u);
+  EXPECT_EQ(members.leafTake(8), 2u);
+}
+
+TEST(FlowOutTest, leafThatCameOrWentNeedsNoOtherBits) {
+  FlowOut::Members members;
+  members.leafIs(7, 1);
+  members.leafIs(7, FlowOut::Members::leafRecord);
+  members.leafIs(7, 4);
+  EXPECT_EQ(members.records(), 1u);
+  EXPECT_EQ(members.leafTake(7), FlowOut::Members::leafRecord);
+  EXPECT_EQ(members.records(), 0u);
+}
+
+TEST(FlowOutDeathTest, attributeOfALeafBeyondItsBitsIsABug) {
+  FlowOut::Members members;
+  EXPECT_DEATH(members.leafIs(7, U64{1} << 32), "an attribute of a leaf has no dirty bit");
+}
+
 TEST(FlowOutDeathTest, attributeBeyondTheBitsIsABug) {
   EXPECT_DEATH(FlowOut::bitOf(322), "without a dirty bit");
   EXPECT_DEATH(FlowOut::bitOf(257), "without a dirty bit");

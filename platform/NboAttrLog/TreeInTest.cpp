@@ -202,6 +202,17 @@ TEST_F(TreeInTest, walkInsideAMemberEndsWithTheMember) {
   EXPECT_EQ(root()->node(7)->leaves(), 1u);  // the walk that ends began in another member
 }
 
+TEST_F(TreeInTest, walkInsideARemovedMemberRemovesNothingFromTheNextMemberOfThatKey) {
+  ASSERT_TRUE(send(writableRootFrame));
+  ASSERT_TRUE(send(node7));
+  ASSERT_TRUE(send(leaf1));
+  ASSERT_TRUE(send("05 00000001 01 00000007 0103 01"));
+  ASSERT_TRUE(send("07 00000001 00 0104 00000007"));
+  root()->nodeIs(7)->leafIs(1);  // made on this side, so that no frame names it
+  ASSERT_TRUE(send("08 00000001 01 00000007 0103 01"));
+  EXPECT_EQ(root()->node(7)->leaves(), 1u);
+}
+
 TEST_F(TreeInTest, whatCameInIsNotSentBack) {
   ASSERT_TRUE(send(writableRootFrame));
   ASSERT_TRUE(send("04 00000001 00 0103 00000003"));

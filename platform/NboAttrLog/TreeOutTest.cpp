@@ -132,6 +132,14 @@ TEST_F(TreeOutTest, changeInsideAMemberIsSentWithoutTheMember) {
   EXPECT_EQ(remembered(), framesOf({"04 00000001 01 00000007 0104 00000002"}));
 }
 
+TEST_F(TreeOutTest, twoAttributesOfALeafThatChangedWhileFullAreBothSent) {
+  const auto leaf = root_->nodeIs(7)->leafIs(1);
+  stalledRoot();
+  leaf->expiredIs(true);
+  leaf->levelIs(3);
+  EXPECT_EQ(remembered(), framesOf({"04 00000001 02 00000007 00000001 0103 01 0104 00000003"}));
+}
+
 TEST_F(TreeOutTest, changeInsideAMemberStillToBeSentIsPartOfItsRecord) {
   stalledRoot();
   root_->nodeIs(7);

@@ -9,7 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "SessionTestSupport.h"
+#include "TestTree.h"
 
 namespace Mox::NboAttrLog {
 namespace {
@@ -22,26 +22,24 @@ std::string text(const WalkTransition& made) {
          std::to_string(static_cast<int>(made.to));
 }
 
-// The outgoing half of a connection for one entity, and the copy that its bytes make.
-class WalkRun final : public TreeOut::Host, public SessionHost {
+// Random changes, and the stops of the drains between them.
+class WalkRun final : public TestTree {
  public:
   WalkRun(Ptr<EntityBase> original, Ptr<EntityBase> copy, U32 seed)
-      : original_(std::move(original)), copyEntity_(std::move(copy)), random_(seed) {
-    EXPECT_TRUE(copy_.input(framed(helloFrame)));
-  }
+      : TestTree(std::move(original), std::move(copy)), random_(seed) {}
 
   U32 below(U32 bound) { return static_cast<U32>(random_() % bound); }
   const std::set<Made>& made() const { return made_; }
+  bool membersChange_ = true;  // in this turn, and not only their attributes
 
-  // One drain, whose stop goes to the transitions that were made.
-  void drain() {
+  void drainAndNoteStop() {
     const WalkState before = walk();
-    const size_t waiting = out_.pending().size();
-    deferred_ = !tree_.drain();
+    const size_t waiting = stream().pending().size();
+    drain();
     const Markers markers = markersBehind(waiting);
     checkFlags(markers, before);
-    if (tree_.flow().membersIfAny() == nullptr) return;  // nothing is left of the collection
-    EXPECT_TRUE(deferred_);
+    if (flow().membersIfAny() == nullptr) return;  // nothing is left of the collection
+    EXPECT_FALSE(allSent());
     const WalkState after = walk();
     if (after == before) {  // the stream was full before the walk
       EXPECT_TRUE(markers.empty());
@@ -49,25 +47,11 @@ class WalkRun final : public TreeOut::Host, public SessionHost {
     }
     made_.insert({before, stopOf(markers, before, after), after});
   }
-  // The peer takes so many bytes.
-  void take(size_t most) {
-    const auto waiting = out_.pending();
-    const size_t bytes = std::min(most, waiting.size());
-    ASSERT_TRUE(copy_.input(waiting.first(bytes))) << copy_.fault();
-    out_.taken(bytes);
-  }
   void settle() {
-    while (deferred_ || !out_.pending().empty()) {
-      drain();
-      take(out_.capacity());
+    while (!allSent() || !stream().pending().empty()) {
+      drainAndNoteStop();
+      take(stream().capacity());
     }
-  }
-
-  bool membersChange_ = true;  // in this turn, and not only their attributes
-
-  void onOutput() override {}
-  Ptr<EntityBase> rootIs(std::string_view, std::string_view, const Value&) override {
-    return copyEntity_;
   }
 
  private:
@@ -77,20 +61,15 @@ class WalkRun final : public TreeOut::Host, public SessionHost {
   };
   using Markers = std::vector<Marker>;
 
-  OutStream& out() override { return out_; }
-  bool deferred() const override { return deferred_; }
-  void deferredIs() override { deferred_ = true; }
-  void transmit() override {}
-
   WalkState walk() const {
-    const FlowOut::Members* members = tree_.flow().membersIfAny();
+    const FlowOut::Members* members = flow().membersIfAny();
     return members == nullptr ? WalkState::idle : members->walk();
   }
 
   // The markers of walks through the entity's own collection in the frames behind these bytes.
   Markers markersBehind(size_t bytes) {
     Markers markers;
-    InStream{}.take(out_.pending().subspan(bytes), [&](std::span<const U8> frame) {
+    InStream{}.take(stream().pending().subspan(bytes), [&](std::span<const U8> frame) {
       Reader in(frame);
       const auto type = static_cast<FrameType>(in.u8());
       if (type != FrameType::begin && type != FrameType::end) return true;
@@ -109,53 +88,19 @@ class WalkRun final : public TreeOut::Host, public SessionHost {
     EXPECT_EQ(markers[0].flags, (isWhole(before) ? 1 : 0) | (isBegun(before) ? 2 : 0));
     EXPECT_EQ(markers[1].flags & transactionWhole, isWhole(before) ? 1 : 0);
   }
-  // Where it stopped, as the frames show it.
+  // Where the drain stopped, as its frames show.
   WalkStop stopOf(const Markers& markers, WalkState before, WalkState after) const {
     if (!markers.empty() && (markers[1].flags & transactionMore) != 0) {
       return isInCollection(after) ? WalkStop::collection : WalkStop::keys;
     }
-    const bool leaves = hasLeaves(original_->type().collections.front());
+    const bool leaves = hasLeaves(original().type().collections.front());
     const bool insideFirst = isInsideFirst(before) && markers.empty() && !leaves;
     return insideFirst ? WalkStop::beforeKeys : WalkStop::inside;
   }
 
-  const Ptr<EntityBase> original_;
-  const Ptr<EntityBase> copyEntity_;
   std::mt19937 random_;
-  OutStream out_{OutStream::leastCapacity};
-  bool deferred_ = false;
-  TreeOut tree_{*this, 1, "root", original_, TreeOut::Copy::original, false};
-  Session copy_{*this, {.name = "copy", .peerName = "agent"}};
   std::set<Made> made_;
 };
-
-void describeLeaves(const Node& node, std::string& out) {
-  out += std::to_string(node.uses()) + "(";
-  for (U32 key = 0; key < 400; ++key) {
-    if (const auto leaf = node.leaf(Number(key))) {
-      out += std::to_string(key) + (leaf->expired() ? "-" : "+") + std::to_string(leaf->level());
-      out += " ";
-    }
-  }
-  out += ") ";
-}
-
-std::string described(const Node& node) {
-  std::string out;
-  describeLeaves(node, out);
-  return out;
-}
-
-std::string described(const Root& root) {
-  std::string out = std::to_string(root.count()) + " " + std::to_string(root.total()) + " ";
-  for (U32 key = 0; key < 400; ++key) {
-    if (const auto node = root.node(key)) {
-      out += std::to_string(key) + ":";
-      describeLeaves(*node, out);
-    }
-  }
-  return out + std::to_string(root.nodes());
-}
 
 void changeNode(WalkRun& run, Node& node, U32 keys) {
   const U32 key = run.below(keys);
@@ -204,11 +149,12 @@ std::set<Made> madeBy(U32 seed, const Ptr<E>& original, const Ptr<E>& copy,
     const U32 bound = run.below(2) == 0 ? 20 : 300;
     run.membersChange_ = run.below(2) == 0;
     for (U32 left = run.below(bound); left > 0; --left) change(run);
-    run.drain();
+    run.drainAndNoteStop();
     run.take(run.below(3) == 0 ? run.below(500) : OutStream::leastCapacity);
   }
   run.settle();
-  EXPECT_EQ(described(*copy), described(*original)) << "seed " << seed;
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  run.expectCopyEqual();
   return run.made();
 }
 
