@@ -1,4 +1,4 @@
-// What a peer hears of directory entries that come and go.
+// Directory entries that come and go, as a peer receives them.
 #include <NboAttrLog/Directory.h>
 
 #include <gmock/gmock.h>
@@ -30,7 +30,7 @@ TEST_F(DirectoryTest, entryThatComesLaterIsAnnouncedWithoutAnotherCurrent) {
   EXPECT_EQ(frames.back(), framesOf({restOfRoot}).front());
 }
 
-TEST_F(DirectoryTest, entryThatComesAndGoesUnheardIsNotSpokenOf) {
+TEST_F(DirectoryTest, entryThatComesAndGoesBeforeADrainIsNotSent) {
   serve();
   ASSERT_TRUE(send(helloFrame));
   take();
@@ -72,7 +72,7 @@ TEST_F(DirectoryTest, entryThatAnotherFollowerRemovesAtOnceIsNeverServed) {
   directory_.followerRemove(&remover);
 }
 
-TEST_F(DirectoryTest, removingAnEntryThatIsNotThereTellsNobody) {
+TEST_F(DirectoryTest, removingAnUnknownEntrySendsNothing) {
   serveRoot();
   directory_.entryDel("root/b");
   EXPECT_TRUE(session_->allSent());

@@ -168,7 +168,7 @@ bool EntitySa::sendKeys(const CollectionInfo& collection) {
   return true;
 }
 
-// Leaves have no order to go by: those that are left are the bookmark.
+// Leaves have no order, so no bookmark is needed: those that are still remembered are due.
 EntitySa::Stop EntitySa::sendLeaves(const CollectionInfo& collection) {
   FlowOut::Members& members = flow_.members();
   if (members.walk() == WalkState::wholeDue) {
@@ -202,8 +202,8 @@ bool EntitySa::sendLeaf(const CollectionInfo& collection, U32 key) {
   return false;
 }
 
-// Sends the record of a member, or what is left of it where the stream was full within it. Once it
-// has been announced, changes inside the member are remembered in its own FlowOut.
+// Sends the record of a member, or the rest of it if the stream was full within it. After the
+// announcement, changes inside the member are remembered in its own FlowOut.
 bool EntitySa::sendOrResumeMember(const CollectionInfo& collection, U32 key) {
   FlowOut::Members& members = flow_.members();
   const auto begun = members.flows().find(key);
@@ -212,8 +212,8 @@ bool EntitySa::sendOrResumeMember(const CollectionInfo& collection, U32 key) {
   return sendMember(collection, key);
 }
 
-// What changed inside members that the peer has, in rounds, each with a turn that begins with room:
-// no member waits for ever behind a busy one.
+// Changes inside members that the peer has, in rounds. A member's turn begins with room in the
+// stream, so that no member waits for ever while another one changes all the time.
 bool EntitySa::sendInside(const CollectionInfo& collection) {
   FlowOut::Members& members = flow_.members();
   auto& flows = members.flows();
@@ -221,13 +221,13 @@ bool EntitySa::sendInside(const CollectionInfo& collection) {
     auto next = flows.lower_bound(members.nextFlow());
     if (next == flows.end()) next = flows.begin();
     if (!out_.sufficientBuffer()) return false;
-    members.nextFlowIs(next->first + 1);  // behind the last key it is the first one's turn
+    members.nextFlowIs(next->first + 1);  // after the last key the round begins at the first
     if (!sendInside(collection, next)) return false;
   }
   return true;
 }
 
-// Of one member, which may have gone since: its removal is told elsewhere.
+// Changes inside one member. Its removal, if it was removed since, is sent as a record.
 bool EntitySa::sendInside(const CollectionInfo& collection,
                           std::map<U32, FlowOut>::iterator inside) {
   const U32 key = inside->first;

@@ -1,4 +1,4 @@
-// Every record as literal bytes: what is written here is what doc/attribute-log.md promises.
+// Every record as literal bytes, as doc/attribute-log.md describes them.
 #include <NboAttrLog/EntitySa.h>
 
 #include <limits>
@@ -41,7 +41,7 @@ TEST_F(EntitySaTest, announcementNamesPathRightTypeAndConstructionArgument) {
             hexOf(bytesOf("0019 02 00000009 0001 78 01 000a 546573743a3a526f6f74 05 0001 61")));
 }
 
-// A type that is found by its owner alone has no argument to be constructed with.
+// A type without a construction argument.
 class Nameless final : public Entity<Nameless> {
  public:
   static constexpr const char* entityTypeName = "Test::Nameless";
@@ -218,7 +218,7 @@ TEST(FlowOutTest, bitsBeginWithTheAttributeAfterTheFirst) {
   EXPECT_EQ(FlowOut::bitOf(321), U64{1} << 63);
 }
 
-TEST(FlowOutTest, everythingIsWhatFlowsAndNothingElse) {
+TEST(FlowOutTest, everythingIsAllThatFlowsAndNothingElse) {
   const FlowOut all = FlowOut::everythingOf(typeInfoOf<Root>());
   EXPECT_EQ(all.dirtyBits(), 0b111101111u);  // neither `twice` nor `origin`
   EXPECT_TRUE(all.hasDirtyAttributes());

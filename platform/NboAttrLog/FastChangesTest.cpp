@@ -1,4 +1,4 @@
-// What a peer is sent while members come, go and change faster than it reads.
+// Frames to a peer while members come, go and change faster than it reads.
 #include <functional>
 #include <set>
 #include <string>
@@ -21,7 +21,7 @@ class FastChangesTest : public ServingTest {
       for (U32 leaf = 1; leaf <= 200; ++leaf) root_->nodeIs(key)->leafIs(leaf);
     }
   }
-  // What is sent while that goes on; after a while something else happens as well.
+  // The frames that are sent while `change` goes on; `once` happens once in between.
   Frames sentDuring(
       const std::function<void()>& change, const std::function<void()>& once = [] {}) {
     Frames all;
@@ -65,7 +65,7 @@ TEST_F(FastChangesTest, memberThatComesIsSentWhileOthersChangeForEver) {
   EXPECT_THAT(announced(sent), Contains(9u));
 }
 
-TEST_F(FastChangesTest, memberThatChangesForEverDoesNotHoldUpTheOthers) {
+TEST_F(FastChangesTest, memberThatChangesForEverDoesNotDelayTheOthers) {
   serveSmall();
   EXPECT_THAT(sentDuring([&] { changeLeaves(1); }, [&] { root_->node(2)->usesIs(5); }),
               Contains(hexOf(bytesOf("04 00000001 01 00000002 0104 00000005"))));
@@ -80,7 +80,7 @@ TEST_F(FastChangesTest, leavesThatChangeForEverAreAllSent) {
   EXPECT_EQ(leaves.size(), 200u);
 }
 
-TEST_F(FastChangesTest, attributeOfAMemberIsSentWhileWhatIsInItChangesForEver) {
+TEST_F(FastChangesTest, attributeOfAMemberIsSentWhileItsLeavesChangeForEver) {
   serveSmall();
   EXPECT_THAT(sentDuring([&] { changeLeaves(1); }, [&] { root_->node(1)->usesIs(5); }),
               Contains(hexOf(bytesOf("04 00000001 01 00000001 0104 00000005"))));

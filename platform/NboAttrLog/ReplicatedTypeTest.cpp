@@ -52,7 +52,7 @@ TEST(ReplicatedTypeTest, leafHasThirtyOneAttributesAfterTheFirstAtMost) {
   EXPECT_FALSE((fits<32, FlowOut::leafAttrBits>));
 }
 
-// A type with two collections, one of which a copy could not fill: it holds keys alone.
+// A type with two collections. A copy could not fill one of them, which holds keys alone.
 class Sets final : public Entity<Sets> {
  public:
   static constexpr const char* entityTypeName = "Test::Sets";

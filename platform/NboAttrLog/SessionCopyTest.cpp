@@ -1,4 +1,4 @@
-// What a serving session may not say to one that keeps copies.
+// Frames that a serving session must not send to one that keeps copies.
 #include <string>
 
 #include <gtest/gtest.h>
@@ -22,9 +22,9 @@ class SessionCopyTest : public testing::Test {
 
 TEST_F(SessionCopyTest, currentReachesTheHost) {
   greet();
-  host_.told();
+  host_.events();
   ASSERT_TRUE(send(currentFrame));
-  EXPECT_EQ(host_.told(), "current ");
+  EXPECT_EQ(host_.events(), "current ");
 }
 
 TEST_F(SessionCopyTest, questionIsAnswered) {
@@ -67,14 +67,14 @@ TEST_F(SessionCopyTest, writableIsYesOrNo) {
 TEST_F(SessionCopyTest, entityFrameNeedsItsEntry) {
   greet();
   EXPECT_FALSE(send("04 00000002 00 0103 00000009"));
-  EXPECT_EQ(session_.fault(), "a frame for a directory entry that is not there");
+  EXPECT_EQ(session_.fault(), "a frame for a directory entry that does not exist");
 }
 
 TEST_F(SessionCopyTest, entryEndsOnce) {
   greet();
   ASSERT_TRUE(send("03 00000001"));
   EXPECT_FALSE(send("03 00000001"));
-  EXPECT_EQ(session_.fault(), "the end of a directory entry that is not there");
+  EXPECT_EQ(session_.fault(), "the end of a directory entry that does not exist");
 }
 
 TEST_F(SessionCopyTest, faultLeavesTheCopyAsItWas) {

@@ -1,4 +1,4 @@
-// How a connection begins, what it answers, and what ends it.
+// The begin, the answers and the end of a connection.
 #include <NboAttrLog/Session.h>
 
 #include <string>
@@ -15,8 +15,8 @@ using testing::IsEmpty;
 
 class SessionTest : public ServingTest {
  protected:
-  // Serves root/a without having been greeted.
-  void serveSilently() {
+  // Serves root/a; the peer has not sent hello.
+  void serveBeforeHello() {
     directory_.entryIs("root/a", root_, Access::readOnly);
     serve();
     takeWithoutDraining();
@@ -33,14 +33,14 @@ TEST_F(SessionTest, nothingButTheHelloIsSentBeforeThePeersHello) {
   EXPECT_EQ(host_.outputs_, 0);
 }
 
-TEST_F(SessionTest, helloTellsTheHostThatThereIsOutput) {
-  serveSilently();
+TEST_F(SessionTest, helloNotifiesTheHostOfOutput) {
+  serveBeforeHello();
   ASSERT_TRUE(send(helloFrame));
   EXPECT_TRUE(session_->greeted());
   EXPECT_EQ(host_.outputs_, 1);
 }
 
-TEST_F(SessionTest, helloTellsTheDifferenceOfTheClocksAndOnesOwnRights) {
+TEST_F(SessionTest, helloGivesTheDifferenceOfTheClocksAndOwnRights) {
   TestHost host;
   Session copy(host, {.name = "copy", .peerName = "agent"});
   virtualTimeIs(990.0);
@@ -60,7 +60,7 @@ void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.rule; }
 class FirstFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
 TEST_P(FirstFrameTest, endsTheConnection) {
-  serveSilently();
+  serveBeforeHello();
   EXPECT_FALSE(send(GetParam().frame));
   EXPECT_EQ(session_->fault(), GetParam().fault) << GetParam().frame;
   EXPECT_FALSE(session_->greeted());
@@ -70,11 +70,11 @@ TEST_P(FirstFrameTest, endsTheConnection) {
 INSTANTIATE_TEST_SUITE_P(
     Hello, FirstFrameTest,
     testing::Values(FaultCase{"wrongMagic", "01 4d6f784d 0001 0000000000000000 00 0000",
-                              "the peer does not speak the attribute log"},
+                              "the peer does not send an attribute log"},
                     FaultCase{"tooShortForAVersion", "01 4d6f784c 00",
-                              "the peer does not speak the attribute log"},
+                              "the peer does not send an attribute log"},
                     FaultCase{"wrongVersion", "01 4d6f784c 0002 00",
-                              "the peer speaks version 2 of the attribute log, not 1"},
+                              "the peer has version 2 of the attribute log, not 1"},
                     FaultCase{"withoutName", "01 4d6f784c 0001 0000000000000000 00",
                               "a hello that contradicts itself"},
                     FaultCase{"unknownRights", "01 4d6f784c 0001 0000000000000000 02 0000",
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"begin", "05 00000001 00 0104 01", readOnlyRoot},
         FaultCase{"end", "08 00000001 00 0104 01", readOnlyRoot},
         FaultCase{"root", rootFrame, "a directory entry that does not belong here"},
-        FaultCase{"rootGone", "03 00000001", "the end of a directory entry that is not there"},
+        FaultCase{"rootGone", "03 00000001", "the end of a directory entry that does not exist"},
         FaultCase{"current", "09", "a notice that does not belong here"},
         FaultCase{"secondHello", helloFrame, "a hello that contradicts itself"},
         FaultCase{"unknownType", "0d", "a frame of an unknown type"},
@@ -129,9 +129,9 @@ INSTANTIATE_TEST_SUITE_P(
                   "a frame that names no entity"},
         FaultCase{"noReference", "04 0000", "a frame that names no entity"},
         FaultCase{"absentMember", "04 00000001 01 00000008 0104 00000009",
-                  "attributes of a member that is not there"},
+                  "attributes of a member that does not exist"},
         FaultCase{"memberOfNoCollection", "04 00000001 03 00000007 00000001 00000001 0104 00000009",
-                  "attributes of a member that is not there"}));
+                  "attributes of a member that does not exist"}));
 
 class BadWriteTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
@@ -153,28 +153,26 @@ TEST_P(BadWriteTest, endsTheConnection) {
 INSTANTIATE_TEST_SUITE_P(
     PeerWithRights, BadWriteTest,
     testing::Values(
-        FaultCase{"flagOfTwo", "04 00000001 00 0102 02", "a value of enabled that it cannot have"},
-        FaultCase{"shortValue", "04 00000001 00 0103 000000",
-                  "a value of count that it cannot have"},
-        FaultCase{"textBeyondTheEnd", "04 00000001 00 0108 0003 6162",
-                  "a value of label that it cannot have"},
+        FaultCase{"flagOfTwo", "04 00000001 00 0102 02", "an invalid value of enabled"},
+        FaultCase{"shortValue", "04 00000001 00 0103 000000", "an invalid value of count"},
+        FaultCase{"textBeyondTheEnd", "04 00000001 00 0108 0003 6162", "an invalid value of label"},
         FaultCase{"textTooLong", "04 00000001 00 0108" + textHex(std::string(256, 'x')),
-                  "a value of label that it cannot have"},
+                  "an invalid value of label"},
         FaultCase{"enumeratorThatIsNone", "04 00000001 00 0109 00000003",
                   "mode: Test::Mode has no value 3"},
         FaultCase{"refusedByTheHost", "04 00000001 00 0108 0001 61", "label is not for you"},
         FaultCase{"derivedAttribute", "04 00000001 00 0106 00000003",
-                  "an attribute that Test::Root cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"key", "04 00000001 00 0101 0001 62",
-                  "an attribute that Test::Root cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"collectionAsAttribute", "04 00000001 00 0104 00",
-                  "an attribute that Test::Root cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"attributeWithoutValue", "04 00000001 00 010b 00",
-                  "an attribute that Test::Root cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"unknownAttribute", "04 00000001 00 010c 00",
-                  "an attribute that Test::Root cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"halfAnIdentifier", "04 00000001 00 01",
-                  "an attribute that Test::Root cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"additionOfAnotherType",
                   "06 00000001 01 00000009 0104" + textHex("Test::Leaf") + "00000009",
                   "an addition of a type that does not belong"},
@@ -189,28 +187,28 @@ INSTANTIATE_TEST_SUITE_P(
                   "an addition to what is not a collection"},
         FaultCase{"additionToAnAbsentMember",
                   "06 00000001 02 00000009 00000001 0103" + textHex("Test::Leaf") + "00000001",
-                  "an addition to a member that is not there"},
+                  "an addition to a member that does not exist"},
         FaultCase{"removalFromNoCollection", "07 00000001 00 0103 00000007",
                   "a removal from what is not a collection"},
         FaultCase{"removalFromAnAbsentMember", "07 00000001 01 00000009 0103 00000007",
-                  "a removal from a member that is not there"},
+                  "a removal from a member that does not exist"},
         FaultCase{"longRemoval", "07 00000001 00 0104 0000000700",
                   "a removal that is too short or too long"},
         FaultCase{"beginOfNoCollection", "05 00000001 00 0103 00",
                   "a transaction of what is not a collection"},
         FaultCase{"beginInAnAbsentMember", "05 00000001 01 00000009 0103 00",
-                  "a transaction of a member that is not there"},
+                  "a transaction of a member that does not exist"},
         FaultCase{"shortEnd", "08 00000001 00 0104",
                   "a transaction marker that is too short or too long"}));
 
-TEST_F(SessionTest, peerWithRightsWritesAndHearsNoEcho) {
+TEST_F(SessionTest, valuesThatAPeerWritesAreNotSentBackToIt) {
   serveRoot(Access::configurable, Rights::configure);
   ASSERT_TRUE(send("04 00000001 00 0103 00000009"));
   EXPECT_EQ(root_->count(), 9u);
   EXPECT_THAT(take(), IsEmpty());
 }
 
-TEST_F(SessionTest, otherPeersHearWhatOneWrites) {
+TEST_F(SessionTest, valuesThatAPeerWritesAreSentToOtherPeers) {
   serveRoot(Access::configurable, Rights::configure);
   TestHost otherHost;
   Session other(otherHost, {.name = "agent", .peerName = "uid 8"}, &directory_);
@@ -228,7 +226,7 @@ TEST_F(SessionTest, rightsDoNotReachAnEntryThatIsReadOnly) {
   EXPECT_EQ(session_->fault(), readOnlyRoot);
 }
 
-TEST_F(SessionTest, announcementSaysWhetherThisPeerMayWrite) {
+TEST_F(SessionTest, announcementReportsWhetherThisPeerMayWrite) {
   directory_.entryIs("root/a", root_, Access::configurable);
   serve(Rights::configure);
   ASSERT_TRUE(send(helloFrame));
@@ -262,7 +260,7 @@ TEST_F(SessionTest, writeToAnEntryThatHasGoneSinceIsForgotten) {
   EXPECT_EQ(root_->count(), 0u);
 }
 
-TEST_F(SessionTest, questionIsAnsweredAfterAllThatIsLeftOver) {
+TEST_F(SessionTest, questionIsAnsweredAfterEverythingRemembered) {
   serveRoot();
   stall();
   root_->countIs(3);
@@ -274,10 +272,10 @@ TEST_F(SessionTest, questionIsAnsweredAfterAllThatIsLeftOver) {
 TEST_F(SessionTest, answerReachesTheHost) {
   serveRoot();
   ASSERT_TRUE(send("0b 00000005"));
-  EXPECT_EQ(host_.told(), "answer(5) ");
+  EXPECT_EQ(host_.events(), "answer(5) ");
 }
 
-TEST_F(SessionTest, laterQuestionStandsForThoseBeforeIt) {
+TEST_F(SessionTest, laterQuestionReplacesThoseBeforeIt) {
   serveRoot();
   session_->ask(1);
   session_->ask(2);
@@ -295,12 +293,12 @@ TEST_F(SessionTest, peersRefusalEndsTheConnectionWithoutAnAnswer) {
 }
 
 TEST_F(SessionTest, refusalMayComeInsteadOfAHello) {
-  serveSilently();
+  serveBeforeHello();
   EXPECT_FALSE(send("0c 0004 66756c6c"));
   EXPECT_EQ(session_->refusal(), "full");
 }
 
-TEST_F(SessionTest, refusalIsSaidOnceAndOnlyWhereThereIsRoom) {
+TEST_F(SessionTest, refusalIsSentOnce) {
   serveRoot();
   session_->refuse("first");
   session_->refuse("second");
@@ -308,7 +306,7 @@ TEST_F(SessionTest, refusalIsSaidOnceAndOnlyWhereThereIsRoom) {
   EXPECT_EQ(takeWithoutDraining(), framesOf({"0c" + textHex("first")}));
 }
 
-TEST_F(SessionTest, refusalIsNotSaidToAFullStream) {
+TEST_F(SessionTest, refusalIsNotSentIntoAFullStream) {
   serveRoot();
   stall();
   session_->refuse("full");
@@ -365,7 +363,7 @@ TEST_F(SessionTest, framesMayBeSplitAnywhere) {
   }
 }
 
-TEST_F(SessionTest, sessionThatEndsHearsNoMoreOfItsEntities) {
+TEST_F(SessionTest, destroyedSessionIsNotNotifiedByItsEntities) {
   serveRoot();
   session_.reset();
   const int before = host_.outputs_;

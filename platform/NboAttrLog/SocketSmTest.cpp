@@ -14,7 +14,7 @@
 namespace Mox::NboAttrLog {
 namespace {
 
-// Two connected sockets, the first of which can be filled by a few frames.
+// Two connected sockets; a few frames fill the first one.
 class SocketPair {
  public:
   SocketPair() {
@@ -43,7 +43,7 @@ class SocketSmTest : public testing::Test {
  protected:
   SocketSmTest() { directory_.entryIs("root/a", root_, Access::configurable); }
 
-  // Everything that the socket takes now.
+  // Sends as much as the socket takes now.
   Moved fill() {
     Moved moved = Moved::all;
     for (bool built = true; built && moved == Moved::all;) {
@@ -82,7 +82,7 @@ class SocketSmTest : public testing::Test {
 TEST_F(SocketSmTest, copyFollowsThroughTheSocket) {
   root_->countIs(3);
   settle();
-  EXPECT_EQ(copyHost_.told(), "root(root/a) current ");
+  EXPECT_EQ(copyHost_.events(), "root(root/a) current ");
   root_->nodeIs(7)->usesIs(2);
   settle();
   EXPECT_EQ(copyHost_.copy("root/a")->count(), 3u);
@@ -119,6 +119,24 @@ TEST_F(SocketSmTest, bytesThatTheSocketTookAreCounted) {
   EXPECT_EQ(out_.bytesTaken(), hello);
 }
 
+TEST_F(SocketSmTest, bytesThatLeftBeforeTheSocketWasFullAreCountedAndLeaveTheStream) {
+  settle();
+  const U64 before = out_.bytesTaken();
+  size_t built = 0;
+  Moved moved = Moved::all;
+  for (U32 key = 1; moved == Moved::all; ++key) {
+    ASSERT_LT(key, 10000u);
+    const size_t waiting = server_.stream().pending().size();
+    while (server_.stream().sufficientBuffer()) root_->countInc(1);
+    built += server_.stream().pending().size() - waiting;
+    moved = out_.handleWritable();
+  }
+  const size_t left = server_.stream().pending().size();
+  EXPECT_EQ(moved, Moved::blocked);
+  EXPECT_EQ(out_.bytesTaken() - before, built - left);
+  EXPECT_GT(out_.bytesTaken(), before);
+}
+
 TEST_F(SocketSmTest, emptySocketGivesNothingNow) {
   EXPECT_EQ(in_.handleReadable(), Moved::blocked);
 }
@@ -150,7 +168,7 @@ TEST_F(SocketSmTest, oneCallTakesABoundedNumberOfBytes) {
   EXPECT_EQ(left, static_cast<ssize_t>(bytes.size() - SocketInSm::atOnce));
 }
 
-TEST_F(SocketSmTest, machineTellsWhichSocketTheLogGoesTo) {
+TEST_F(SocketSmTest, machineGivesTheSocketOfTheLog) {
   const SocketOutSm& machine = out_;
   EXPECT_EQ(machine.connectionFd(), ends_[0]);
   EXPECT_EQ(machine.sockFd(), 0);

@@ -1,4 +1,4 @@
-// What frames do to a copy, and what they may not do.
+// The effects of frames on a copy, and the frames that it refuses.
 #include <NboAttrLog/TreeIn.h>
 
 #include <string>
@@ -14,26 +14,26 @@ namespace {
 
 using testing::IsEmpty;
 
-// Writes down what it is told, then does what it was asked to do.
+// Writes down its notifications, and calls a function after each.
 class RootWatcher final : public Root::NotifieeConst {
  public:
   using NotifieeConst::NotifieeConst;
   using NotifieeConst::onNode;
-  void onEnabled() override { tell("enabled"); }
-  void onCount() override { tell("count"); }
-  void onNode(Number key) override { tell("node(" + std::to_string(key.value()) + ")"); }
+  void onEnabled() override { note("enabled"); }
+  void onCount() override { note("count"); }
+  void onNode(Number key) override { note("node(" + std::to_string(key.value()) + ")"); }
 
-  std::string told_;
+  std::string events_;
   std::function<void()> then_;
 
  private:
-  void tell(const std::string& what) {
-    told_ += what + " ";
+  void note(const std::string& what) {
+    events_ += what + " ";
     if (then_) then_();
   }
 };
 
-// A session that keeps copies, greeted, whose peer is the test.
+// A session that keeps copies, whose peer is the test and has sent hello.
 class TreeInTest : public testing::Test {
  protected:
   TreeInTest() { connect(); }
@@ -77,19 +77,19 @@ const std::string leaf1 =
 
 TEST_F(TreeInTest, directoryEntryAsksTheHostForACopy) {
   EXPECT_TRUE(send(rootFrame));
-  EXPECT_EQ(host_.told(), "root(root/a) ");
+  EXPECT_EQ(host_.events(), "root(root/a) ");
   EXPECT_EQ(root()->name(), Name("a"));
 }
 
-TEST_F(TreeInTest, valuesGoThroughTheSettersSoThatNotifieesHear) {
+TEST_F(TreeInTest, valuesGoThroughTheSettersAndNotify) {
   ASSERT_TRUE(send(rootFrame));
   const RootWatcher watcher(root());
   ASSERT_TRUE(send("04 00000001 00 0102 01 0103 00000003"));
   EXPECT_TRUE(root()->enabled());
   EXPECT_EQ(root()->count(), 3u);
-  EXPECT_EQ(watcher.told_, "enabled count ");
+  EXPECT_EQ(watcher.events_, "enabled count ");
   ASSERT_TRUE(send("04 00000001 00 0102 01 0103 00000003"));
-  EXPECT_EQ(watcher.told_, "enabled count ");
+  EXPECT_EQ(watcher.events_, "enabled count ");
 }
 
 TEST_F(TreeInTest, eachKindOfValueIsRead) {
@@ -121,7 +121,7 @@ TEST_F(TreeInTest, membersComeAndGo) {
   EXPECT_TRUE(root()->node(7)->leaf(Number(1))->expired());
   ASSERT_TRUE(send("07 00000001 00 0104 00000007"));
   EXPECT_EQ(root()->nodes(), 0u);
-  EXPECT_EQ(watcher.told_, "node(7) node(7) ");
+  EXPECT_EQ(watcher.events_, "node(7) node(7) ");
 }
 
 TEST_F(TreeInTest, additionOfAMemberThatIsThereFindsIt) {
@@ -135,7 +135,7 @@ TEST_F(TreeInTest, removalOfAMemberThatIsNotThereIsSilent) {
   ASSERT_TRUE(send(rootFrame));
   const RootWatcher watcher(root());
   EXPECT_TRUE(send("07 00000001 00 0104 00000007"));
-  EXPECT_EQ(watcher.told_, "");
+  EXPECT_EQ(watcher.events_, "");
 }
 
 TEST_F(TreeInTest, walkThatNamesEveryMemberRemovesTheOthersAtItsEnd) {
@@ -161,7 +161,7 @@ TEST_F(TreeInTest, interruptedWalkRemovesNothingBeforeItsLastEnd) {
   EXPECT_FALSE(root()->node(3));
 }
 
-TEST_F(TreeInTest, walkThatBeginsAnewForgetsWhatTheOldOneNamed) {
+TEST_F(TreeInTest, walkThatBeginsAgainForgetsTheNamesOfTheFirst) {
   copyWith({3, 7});
   ASSERT_TRUE(send(wholeBegin));
   ASSERT_TRUE(send(node7));
@@ -213,7 +213,7 @@ TEST_F(TreeInTest, walkInsideARemovedMemberRemovesNothingFromTheNextMemberOfThat
   EXPECT_EQ(root()->node(7)->leaves(), 1u);
 }
 
-TEST_F(TreeInTest, whatCameInIsNotSentBack) {
+TEST_F(TreeInTest, receivedValuesAreNotSentBack) {
   ASSERT_TRUE(send(writableRootFrame));
   ASSERT_TRUE(send("04 00000001 00 0103 00000003"));
   ASSERT_TRUE(send(node7));
@@ -224,7 +224,7 @@ TEST_F(TreeInTest, whatCameInIsNotSentBack) {
   EXPECT_THAT(take(), IsEmpty());
 }
 
-TEST_F(TreeInTest, whatIsWrittenBecauseOfWhatCameInIsSent) {
+TEST_F(TreeInTest, valuesWrittenByANotifieeOfReceivedOnesAreSent) {
   ASSERT_TRUE(send(writableRootFrame));
   RootWatcher watcher(root());
   watcher.then_ = [&] { root()->enabledIs(true); };
@@ -232,7 +232,7 @@ TEST_F(TreeInTest, whatIsWrittenBecauseOfWhatCameInIsSent) {
   EXPECT_EQ(take(), framesOf({"04 00000001 00 0102 01"}));
 }
 
-TEST_F(TreeInTest, writableCopySendsWhatIsWrittenInIt) {
+TEST_F(TreeInTest, writableCopySendsTheValuesThatAreWrittenInIt) {
   ASSERT_TRUE(send(writableRootFrame));
   EXPECT_THAT(take(), IsEmpty());
   root()->countIs(8);
@@ -269,7 +269,7 @@ TEST_F(TreeInTest, writingAMemberOfAReadOnlyCopyIsAnError) {
 TEST_F(TreeInTest, memberThatOutlivedAConnectionIsReadOnlyInTheNext) {
   copyWith({7});
   session_.reset();
-  root()->node(7)->usesIs(1);  // nobody's copy now
+  root()->node(7)->usesIs(1);  // no connection makes it a copy now
   connect();
   ASSERT_TRUE(send(rootFrame));
   ASSERT_TRUE(send(node7));
@@ -283,7 +283,7 @@ TEST_F(TreeInTest, copyMayBeWrittenOnceTheConnectionIsGone) {
   EXPECT_EQ(root()->count(), 4u);
 }
 
-TEST_F(TreeInTest, writingAReadOnlyCopyFromWithinWhatCameInIsAnError) {
+TEST_F(TreeInTest, writingAReadOnlyCopyFromANotificationIsAnError) {
   ASSERT_TRUE(send(rootFrame));
   RootWatcher watcher(root());
   watcher.then_ = [&] {
@@ -291,10 +291,10 @@ TEST_F(TreeInTest, writingAReadOnlyCopyFromWithinWhatCameInIsAnError) {
     EXPECT_EQ(readOnlyErrorOf([&] { root()->enabledIs(true); }), "attribute enabled is read-only");
   };
   ASSERT_TRUE(send("04 00000001 00 0103 00000003"));
-  EXPECT_EQ(watcher.told_, "count enabled ");
+  EXPECT_EQ(watcher.events_, "count enabled ");
 }
 
-TEST(ReadOnlyTreeInTest, updateOfAReadOnlyEntityIsAnInternalErrorThatNamesEntityAndPeer) {
+TEST(ReadOnlyTreeInTest, updateOfAReadOnlyEntityNamesEntityAndPeer) {
   struct QuietHost final : TreeOut::Host {
     OutStream& out() override { return out_; }
     bool deferred() const override { return false; }
@@ -316,20 +316,20 @@ TEST(ReadOnlyTreeInTest, updateOfAReadOnlyEntityIsAnInternalErrorThatNamesEntity
   }
 }
 
-TEST_F(TreeInTest, entryThatIsOfNoInterestIsSkippedWithAllThatBelongsToIt) {
+TEST_F(TreeInTest, ignoredEntryIsSkippedWithAllFramesThatNameIt) {
   host_.ignores_ = true;
   EXPECT_TRUE(send(rootFrame));
   EXPECT_TRUE(send("04 00000001 00 0103 00000003"));
   EXPECT_TRUE(send(node7));
   EXPECT_TRUE(send("03 00000001"));
-  EXPECT_EQ(host_.told(), "root(root/a) rootDel(root/a) ");
+  EXPECT_EQ(host_.events(), "root(root/a) rootDel(root/a) ");
 }
 
-TEST_F(TreeInTest, endOfAnEntryIsToldWithItsPath) {
+TEST_F(TreeInTest, endOfAnEntryIsReportedWithItsPath) {
   ASSERT_TRUE(send(rootFrame));
-  host_.told();
+  host_.events();
   ASSERT_TRUE(send("03 00000001"));
-  EXPECT_EQ(host_.told(), "rootDel(root/a) ");
+  EXPECT_EQ(host_.events(), "rootDel(root/a) ");
   EXPECT_FALSE(send("04 00000001 00 0103 00000003"));
 }
 

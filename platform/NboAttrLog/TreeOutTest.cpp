@@ -1,4 +1,4 @@
-// What a peer is sent that was too slow for a while, and when.
+// The frames to a peer that was too slow for a while, and their order.
 #include <NboAttrLog/TreeOut.h>
 
 #include <string>
@@ -34,7 +34,7 @@ class TreeOutTest : public ServingTest {
     serveRoot();
     stall();
   }
-  // What is sent of that which was remembered.
+  // The frames of the changes that were remembered.
   Frames remembered() {
     unstall();
     return take();
@@ -60,7 +60,7 @@ TEST_F(TreeOutTest, threeChangesWhileFullAreOneRecordWithTheThirdValue) {
   EXPECT_EQ(remembered(), framesOf({"04 00000001 00 0103 00000003"}));
 }
 
-TEST_F(TreeOutTest, valueIsThatOfTheMomentInWhichItIsSent) {
+TEST_F(TreeOutTest, valueIsReadWhenItIsSent) {
   stalledRoot();
   root_->countIs(1);
   unstall();
@@ -91,7 +91,7 @@ TEST_F(TreeOutTest, onceEverythingIsSentChangesAreSentAtOnceAgain) {
   EXPECT_EQ(takeWithoutDraining(), framesOf({"04 00000001 00 0103 00000002"}));
 }
 
-TEST_F(TreeOutTest, hostIsToldOnceThatSomethingIsLeftOver) {
+TEST_F(TreeOutTest, hostIsNotifiedOnceOfRememberedChanges) {
   stalledRoot();
   const int before = host_.outputs_;
   root_->countIs(1);
@@ -211,7 +211,7 @@ TEST_F(InterruptedWalkTest, keyThatComesBehindTheNodemarkIsSentInTheSameTransact
   EXPECT_THAT(rest, Not(Contains(beginNodes)));
 }
 
-TEST_F(InterruptedWalkTest, walkThroughEverythingSkipsWhatWentBeforeItsTurn) {
+TEST_F(InterruptedWalkTest, walkThroughEverythingSkipsMembersThatWentBefore) {
   for (U32 key = 1; key <= nodes; ++key) root_->nodeIs(key);
   directory_.entryIs("root/a", root_, Access::readOnly);
   serve(Rights::read, OutStream::leastCapacity);
@@ -298,7 +298,7 @@ TEST_F(TreeOutTest, peerThatIsTakingDoesNotWaitForOneThatIsNot) {
   EXPECT_EQ(remembered(), framesOf({"04 00000001 00 0103 00000006"}));
 }
 
-TEST_F(TreeOutTest, treeThatIsNeverDoneDoesNotHoldUpTheOthers) {
+TEST_F(TreeOutTest, treeThatIsNeverDoneDoesNotDelayTheOthers) {
   for (U32 key = 1; key <= 60; ++key) root_->nodeIs(key);
   directory_.entryIs("root/a", root_, Access::readOnly);
   directory_.entryIs("root/b", makePtr<Root>("b"), Access::readOnly);

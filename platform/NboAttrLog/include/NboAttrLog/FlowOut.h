@@ -30,7 +30,7 @@ class MOX_PUBLIC FlowOut {
 
   FlowOut() = default;
   explicit FlowOut(U64 dirty) : dirty_(dirty) {}
-  // For an entity of which nothing has been sent.
+  // For an entity that the peer has not been sent.
   static FlowOut everythingOf(const TypeInfo& type);
 
   // Whether an attribute is sent at all. The peer computes derived ones itself and learns the key
@@ -57,7 +57,7 @@ class MOX_PUBLIC FlowOut {
 };
 
 // Members that have members of their own need a FlowOut each, in key order, so that a walk through
-// a million of them can stop and go on. Leaves, of which there are the most, need a number each.
+// a million of them can stop and go on. Leaves, the most numerous entities, need a number each.
 class MOX_PUBLIC FlowOut::Members {
  public:
   // Keys of members that came or went and have not been sent, in ascending order.

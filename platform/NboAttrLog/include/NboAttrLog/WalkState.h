@@ -1,14 +1,14 @@
 // Where the sending of a collection stands between two drains, and how a drain changes that.
 //
 // Members that came or went are sent in a walk, between a begin and an end marker: a whole walk
-// names every member, any other walk the keys that changed. What changed inside members that the
-// peer has needs no walk. A drain sends all of that, after which no state is left, or the stream is
-// full first: the state and the place where it stopped give the next state.
+// names every member, any other walk the keys that changed. Changes inside members that the peer has
+// need no walk. Either a drain sends all of that, after which no state is left, or the stream is full
+// before: then the state and the place of the stop give the next state.
 //
 // Keys and the inside of members take turns at being sent first, so that neither waits for ever
-// while the other one changes all the time. So each place has two states, and each stop goes from
-// one of them to the other. Within the collection itself the turn is only kept: the walk that
-// everything goes through once has precedence.
+// while the other one changes all the time: each place has two states, and each stop changes the
+// turn. Within the collection itself the turn is kept for later: a whole walk through the collection
+// comes before the inside of members.
 #pragma once
 
 #include <MoxBase/Export.h>
@@ -31,7 +31,7 @@ enum class WalkState : U8 {
 
 // Where a drain stopped because the stream was full.
 enum class WalkStop : U8 {
-  collection,  // within the collection itself, of which a whole walk names every member
+  collection,  // within the collection itself, whose every member a whole walk names
   keys,        // at the keys that came or went
   beforeKeys,  // inside a member, whose turn it was to be sent first
   inside,      // inside a member, after the keys
