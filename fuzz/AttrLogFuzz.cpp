@@ -1,9 +1,9 @@
-// Any bytes are safe to receive on a connection of the attribute log, in pieces of any size. Who
-// may only read changes nothing; who may configure changes nothing but the configuration; a
-// connection that has ended stays ended and has a reason; and a copy that has taken in whatever it
-// took can be told a whole state afterwards and equals it then.
+// Any bytes are safe to receive on a connection of the attribute log, in chunks of any size. A peer
+// that has the right to read changes nothing; one with the right to configure changes nothing but
+// the configuration; a connection that has ended stays ended and has a reason; and a copy that has
+// received these bytes equals the original after it has received a whole state.
 //
-// The first byte says who receives and how large the pieces are; the rest is what comes.
+// The first byte selects the receiver and the size of the chunks; the other bytes are received.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +32,7 @@ using Mox::NboAttrLog::Session;
 
 using Bytes = std::span<const std::uint8_t>;
 
-// All values of an entity and of those below it. NaN is as good as any other number here.
+// All values of an entity and of those below it. NaN is a number like any other here.
 void collect(const Mox::EntityBase& entity, std::string& out) {
   for (const Mox::AttrInfo& attr : entity.type().attrs) {
     if (attr.get == nullptr) continue;
@@ -80,43 +80,43 @@ struct Original {
   Directory directory;
 };
 
-void drink(Session& session) {
+void takeAll(Session& session) {
   session.drain();
   session.stream().taken(session.stream().pending().size());
 }
 
-// Everything in pieces, for as long as the connection lasts.
-void receive(Session& session, Bytes bytes, std::size_t piece) {
+// Everything in chunks, for as long as the connection lasts.
+void receive(Session& session, Bytes bytes, std::size_t chunk) {
   while (!bytes.empty()) {
-    const Bytes next = bytes.first(std::min(piece, bytes.size()));
+    const Bytes next = bytes.first(std::min(chunk, bytes.size()));
     bytes = bytes.subspan(next.size());
     const bool goesOn = session.input(next);
     property(goesOn == session.fault().empty(), "a connection ends for a reason");
-    drink(session);
+    takeAll(session);
     if (goesOn) continue;
     property(!session.input(bytes), "a connection that has ended stays ended");
     return;
   }
 }
 
-void serve(Rights rights, Bytes bytes, std::size_t piece) {
+void serve(Rights rights, Bytes bytes, std::size_t chunk) {
   Original original;
   const std::string status = all(*original.status);
   const std::string config = all(*original.config);
   Host host;
-  Session session(host, {.name = "agent", .peerName = "stranger", .rights = rights},
+  Session session(host, {.name = "agent", .peerName = "anyone", .rights = rights},
                   &original.directory);
-  receive(session, bytes, piece);
+  receive(session, bytes, chunk);
   property(all(*original.status) == status, "no peer writes the status");
   property(rights == Rights::configure || all(*original.config) == config,
-           "who may only read writes nothing");
+           "a peer without the right to configure writes nothing");
 }
 
-void copy(Bytes bytes, std::size_t piece) {
+void copy(Bytes bytes, std::size_t chunk) {
   Host host;
   {
-    Session session(host, {.name = "reader", .peerName = "stranger"});
-    receive(session, bytes, piece);
+    Session session(host, {.name = "reader", .peerName = "anyone"});
+    receive(session, bytes, chunk);
   }
   Original original;
   Host serving;
@@ -126,7 +126,7 @@ void copy(Bytes bytes, std::size_t piece) {
   do {
     from.drain();
     const Bytes waiting = from.stream().pending();
-    property(to.input(waiting), "a good peer is understood after a bad one");
+    property(to.input(waiting), "a correct peer is accepted after a wrong one");
     from.stream().taken(waiting.size());
   } while (!from.allSent());
   property(all(*host.status) == all(*original.status), "a copy equals the original");
@@ -139,11 +139,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size == 0) return 0;
   Mox::virtualTimeIs(1000.0);
   const Bytes bytes = Bytes(data, size).subspan(1);
-  const std::size_t piece = std::size_t{1} << (data[0] >> 4);
+  const std::size_t chunk = std::size_t{1} << (data[0] >> 4);
   switch (data[0] % 3) {
-    case 0: serve(Rights::read, bytes, piece); break;
-    case 1: serve(Rights::configure, bytes, piece); break;
-    default: copy(bytes, piece); break;
+    case 0: serve(Rights::read, bytes, chunk); break;
+    case 1: serve(Rights::configure, bytes, chunk); break;
+    default: copy(bytes, chunk); break;
   }
   return 0;
 }

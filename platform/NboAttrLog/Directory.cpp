@@ -5,7 +5,7 @@
 
 namespace Mox::NboAttrLog {
 
-U32 Directory::entryIs(std::string_view path, Ptr<EntityBase> entity, Access access) {
+U32 Directory::entryAdd(std::string_view path, Ptr<EntityBase> entity, Access access) {
   entryDel(path);
   const U32 number = ++lastNumber_;
   entries_[number] = {std::string(path), std::move(entity), access};

@@ -1,4 +1,4 @@
-// What a peer hears of directory entries that come and go.
+// Directory entries that come and go, as a peer receives them.
 #include <NboAttrLog/Directory.h>
 
 #include <gmock/gmock.h>
@@ -24,42 +24,42 @@ TEST_F(DirectoryTest, entryThatComesLaterIsAnnouncedWithoutAnotherCurrent) {
   serve();
   ASSERT_TRUE(send(helloFrame));
   take();
-  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  directory_.entryIs("root/a", root_, Access::readOnly);
   const Frames frames = take();
-  EXPECT_EQ(frames.front(), framesOf({shelfRoot}).front());
-  EXPECT_EQ(frames.back(), framesOf({shelfRest}).front());
+  EXPECT_EQ(frames.front(), framesOf({rootFrame}).front());
+  EXPECT_EQ(frames.back(), framesOf({restOfRoot}).front());
 }
 
-TEST_F(DirectoryTest, entryThatComesAndGoesUnheardIsNotSpokenOf) {
+TEST_F(DirectoryTest, entryThatComesAndGoesBeforeADrainIsNotSent) {
   serve();
   ASSERT_TRUE(send(helloFrame));
   take();
-  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
-  directory_.entryDel("shelf/a");
+  directory_.entryIs("root/a", root_, Access::readOnly);
+  directory_.entryDel("root/a");
   EXPECT_THAT(take(), IsEmpty());
 }
 
 TEST_F(DirectoryTest, nothingIsSentOfAnEntryThatHasGone) {
-  serveShelf();
-  directory_.entryDel("shelf/a");
+  serveRoot();
+  directory_.entryDel("root/a");
   take();
-  shelf_->visitsIs(1);
+  root_->countIs(1);
   EXPECT_THAT(take(), IsEmpty());
 }
 
 TEST_F(DirectoryTest, pathThatIsGivenToAnotherEntityEndsBeforeItBeginsAgain) {
-  serveShelf();
-  directory_.entryIs("shelf/a", makePtr<Shelf>("z"), Access::readOnly);
+  serveRoot();
+  directory_.entryIs("root/a", makePtr<Root>("z"), Access::readOnly);
   const Frames frames = take();
   EXPECT_EQ(frames.at(0), hexOf(bytesOf("03 00000001")));
-  EXPECT_EQ(frames.at(1), hexOf(bytesOf("02 00000002" + textHex("shelf/a") + "00" +
-                                        textHex("Test::Shelf") + "05" + textHex("z"))));
+  EXPECT_EQ(frames.at(1), hexOf(bytesOf("02 00000002" + textHex("root/a") + "00" +
+                                        textHex("Test::Root") + "05" + textHex("z"))));
 }
 
 TEST_F(DirectoryTest, entryThatAnotherFollowerRemovesAtOnceIsNeverServed) {
   struct Remover final : Directory::Follower {
     explicit Remover(Directory& directory) : directory_(directory) {}
-    void onEntry(U32) override { directory_.entryDel("shelf/a"); }
+    void onEntry(U32) override { directory_.entryDel("root/a"); }
     Directory& directory_;
   };
   Remover remover(directory_);
@@ -67,14 +67,14 @@ TEST_F(DirectoryTest, entryThatAnotherFollowerRemovesAtOnceIsNeverServed) {
   serve();
   ASSERT_TRUE(send(helloFrame));
   take();
-  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  directory_.entryIs("root/a", root_, Access::readOnly);
   EXPECT_THAT(take(), IsEmpty());
   directory_.followerRemove(&remover);
 }
 
-TEST_F(DirectoryTest, removingAnEntryThatIsNotThereTellsNobody) {
-  serveShelf();
-  directory_.entryDel("shelf/b");
+TEST_F(DirectoryTest, removingAnUnknownEntrySendsNothing) {
+  serveRoot();
+  directory_.entryDel("root/b");
   EXPECT_TRUE(session_->allSent());
 }
 

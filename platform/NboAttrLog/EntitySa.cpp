@@ -59,7 +59,7 @@ bool EntitySa::sendMember(const CollectionInfo& collection, U32 key) {
 }
 
 bool EntitySa::handleAttrFlowOut(AttrId from) {
-  if (from == 0 && !sendBehindInterrupted()) return false;
+  if (from == 0 && !sendAfterInterrupted()) return false;
   while (const AttrInfo* attr = nextDirty(from)) {
     if (!out_.sufficientBuffer()) return false;
     if (attr->kind == AttrKind::collection) {
@@ -80,15 +80,14 @@ const AttrInfo* EntitySa::nextDirty(AttrId from) const {
   return nullptr;
 }
 
-// A walk may last for as long as members change faster than the peer takes them. The attributes
-// behind it do not wait for that. They do wait for the first walk, which everything goes through
-// once.
-bool EntitySa::sendBehindInterrupted() {
+// Where members change faster than the peer reads, walks never end. So the attributes after an
+// interrupted walk do not wait for its end. They do wait for the walk through the collection
+// itself, which ends.
+bool EntitySa::sendAfterInterrupted() {
   const FlowOut::Members* members = flow_.membersIfAny();
-  if (members == nullptr || !members->interrupted()) return true;
+  if (members == nullptr || !isInterrupted(members->walk())) return true;
   const CollectionInfo& collection = entity_.type().collections.front();
-  const bool first = hasLeaves(collection) ? members->whole() : members->walking();
-  return first || handleAttrFlowOut(collection.id + 1);
+  return isInCollection(members->walk()) || handleAttrFlowOut(collection.id + 1);
 }
 
 // Dirty attributes that follow each other share a frame.
@@ -106,55 +105,89 @@ void EntitySa::sendScalars(const AttrInfo* first) {
 }
 
 bool EntitySa::serializeColl(const CollectionInfo& collection) {
-  if (hasLeaves(collection) ? sendLeaves(collection) : sendMembers(collection)) {
-    flow_.attrDirtyDel(collection.id);
-    flow_.membersDel();
-    return true;
+  if (const Stop stop = hasLeaves(collection) ? sendLeaves(collection) : sendMembers(collection)) {
+    flow_.members().walkStopped(*stop);
+    return false;
   }
-  flow_.members().interruptedIs();
-  return false;
+  flow_.attrDirtyDel(collection.id);
+  flow_.membersDel();
+  return true;
 }
 
-bool EntitySa::sendMembers(const CollectionInfo& collection) {
-  FlowOut::Members& members = flow_.members();
-  if (members.insideFirst() && !members.walking() && !sendInside(collection)) return false;
-  return (!members.hasRecords() || sendRecords(collection)) && sendInside(collection);
+EntitySa::Stop EntitySa::sendMembers(const CollectionInfo& collection) {
+  const FlowOut::Members& members = flow_.members();
+  if (isInsideFirst(members.walk()) && !sendInside(collection)) return WalkStop::beforeKeys;
+  if (members.hasRecords()) {
+    if (const Stop stop = sendRecords(collection)) return stop;
+  }
+  if (!sendInside(collection)) return WalkStop::inside;
+  return {};
 }
 
-// One transaction, or the part of it for which there is room.
-bool EntitySa::sendRecords(const CollectionInfo& collection) {
-  FlowOut::Members& members = flow_.members();
+// One walk, or the part of it for which there is room.
+EntitySa::Stop EntitySa::sendRecords(const CollectionInfo& collection) {
+  Stop stop;
   sendBegin(collection);
-  bool room = true;
-  while (room) {
-    const std::optional<U32> key = nextKey(collection);
-    if (!key) break;
-    members.bookmarkIs(key);
-    room = out_.sufficientBuffer() && resumeOrSend(collection, *key);
+  if (isInCollection(flow_.members().walk()) && !sendCollection(collection)) {
+    stop = WalkStop::collection;
+  } else if (!sendKeys(collection)) {
+    stop = WalkStop::keys;
   }
-  if (room) members.bookmarkIs({});
-  sendEnd(collection, room);
-  return room;
+  sendEnd(collection, stop);
+  return stop;
 }
 
-// Leaves have no order to go by: what has been sent is forgotten, and what is left is the bookmark.
-bool EntitySa::sendLeaves(const CollectionInfo& collection) {
+// Every member, from the bookmark on.
+bool EntitySa::sendCollection(const CollectionInfo& collection) {
   FlowOut::Members& members = flow_.members();
-  if (members.walking()) {
+  auto key = collection.next(entity_, members.bookmark().value_or(0));
+  while (key) {
+    members.bookmarkIs(key);
+    if (!out_.sufficientBuffer() || !sendOrResumeMember(collection, *key)) return false;
+    if (*key == std::numeric_limits<U32>::max()) break;
+    key = collection.next(entity_, *key + 1);
+  }
+  members.bookmarkIs({});
+  return true;
+}
+
+// The members that came or went: those from the bookmark on, then those before it.
+bool EntitySa::sendKeys(const CollectionInfo& collection) {
+  FlowOut::Members& members = flow_.members();
+  const auto& dirty = members.dirty();
+  while (!dirty.empty()) {
+    auto next = dirty.lower_bound(members.bookmark().value_or(0));
+    if (next == dirty.end()) next = dirty.begin();
+    const U32 key = next->first;
+    members.bookmarkIs(key);
+    if (!out_.sufficientBuffer()) return false;
+    members.dirtyDel(key);
+    if (!sendMember(collection, key)) return false;
+  }
+  members.bookmarkIs({});
+  return true;
+}
+
+// Leaves have no order, so no bookmark is needed: those that are still remembered are due.
+EntitySa::Stop EntitySa::sendLeaves(const CollectionInfo& collection) {
+  FlowOut::Members& members = flow_.members();
+  if (members.walk() == WalkState::wholeDue) {
     for (const U32 key : collection.keys(entity_)) {
       members.leafIs(key, FlowOut::Members::leafRecord);
     }
-    members.walkingDel();
   }
-  const bool transaction = members.hasRecords();
-  if (transaction) sendBegin(collection);
-  bool room = true;
+  const bool walk = members.hasRecords();
+  Stop stop;
+  if (walk) sendBegin(collection);
   for (const U32 key : members.leafKeys()) {
-    room = out_.sufficientBuffer() && sendLeaf(collection, key);
-    if (!room) break;
+    if (out_.sufficientBuffer() && sendLeaf(collection, key)) continue;
+    stop = !walk                            ? WalkStop::inside
+           : isInCollection(members.walk()) ? WalkStop::collection
+                                            : WalkStop::keys;
+    break;
   }
-  if (transaction) sendEnd(collection, room);
-  return room;
+  if (walk) sendEnd(collection, stop);
+  return stop;
 }
 
 bool EntitySa::sendLeaf(const CollectionInfo& collection, U32 key) {
@@ -169,49 +202,18 @@ bool EntitySa::sendLeaf(const CollectionInfo& collection, U32 key) {
   return false;
 }
 
-// The key after those that this walk has sent: of the collection while the walk goes through all of
-// it, then of those that came or went.
-std::optional<U32> EntitySa::nextKey(const CollectionInfo& collection) {
-  FlowOut::Members& members = flow_.members();
-  if (members.walking() && !collection.ordered) {
-    for (const U32 key : collection.keys(entity_)) members.dirtyIs(key, true);
-    members.walkingDel();
-  }
-  if (members.walking()) {
-    if (const auto next = collection.next(entity_, members.bookmark().value_or(0))) return next;
-    members.walkingDel();
-    members.bookmarkIs({});
-  }
-  const auto& dirty = members.dirty();
-  auto found = dirty.lower_bound(members.bookmark().value_or(0));
-  if (found == dirty.end()) found = dirty.begin();
-  if (found == dirty.end()) return {};
-  return found->first;
-}
-
-// Sends the record of the key, or what is left of it where the stream was full within it. From the
-// announcement on, what changes inside is the member's own business and no longer this record's.
-bool EntitySa::resumeOrSend(const CollectionInfo& collection, U32 key) {
+// Sends the record of a member, or the rest of it if the stream was full within it. After the
+// announcement, changes inside the member are remembered in its own FlowOut.
+bool EntitySa::sendOrResumeMember(const CollectionInfo& collection, U32 key) {
   FlowOut::Members& members = flow_.members();
   const auto begun = members.flows().find(key);
-  if (begun == members.flows().end()) {
-    members.dirtyDel(key);
-    if (!sendMember(collection, key)) return false;
-  } else {
-    if (!sendInside(collection, begun)) return false;
-  }
-  if (!members.walking()) return true;
-  if (key == std::numeric_limits<U32>::max()) {
-    members.walkingDel();
-    members.bookmarkIs({});
-  } else {
-    members.bookmarkIs(key + 1);
-  }
-  return true;
+  if (begun != members.flows().end()) return sendInside(collection, begun);
+  members.dirtyDel(key);
+  return sendMember(collection, key);
 }
 
-// What changed inside members that the peer has, in rounds, each with a turn that begins with room:
-// no member waits for ever behind a busy one.
+// Changes inside members that the peer has, in rounds. A member's turn begins with room in the
+// stream, so that no member waits for ever while another one changes all the time.
 bool EntitySa::sendInside(const CollectionInfo& collection) {
   FlowOut::Members& members = flow_.members();
   auto& flows = members.flows();
@@ -219,13 +221,13 @@ bool EntitySa::sendInside(const CollectionInfo& collection) {
     auto next = flows.lower_bound(members.nextFlow());
     if (next == flows.end()) next = flows.begin();
     if (!out_.sufficientBuffer()) return false;
-    members.nextFlowIs(next->first + 1);  // behind the last key it is the first one's turn
+    members.nextFlowIs(next->first + 1);  // after the last key the round begins at the first
     if (!sendInside(collection, next)) return false;
   }
   return true;
 }
 
-// Of one member, which may have gone since: its removal is told elsewhere.
+// Changes inside one member. Its removal, if it was removed since, is sent as a record.
 bool EntitySa::sendInside(const CollectionInfo& collection,
                           std::map<U32, FlowOut>::iterator inside) {
   const U32 key = inside->first;
@@ -239,22 +241,16 @@ bool EntitySa::sendInside(const CollectionInfo& collection,
 }
 
 void EntitySa::sendBegin(const CollectionInfo& collection) {
-  FlowOut::Members& members = flow_.members();
-  const U8 resumed = members.begun() ? transactionResumed : 0;
-  sendMarker(FrameType::begin, collection, resumed);
-  members.begunIs(true);
+  const bool resumed = isBegun(flow_.members().walk());
+  sendMarker(FrameType::begin, collection, resumed ? transactionResumed : 0);
 }
 
-void EntitySa::sendEnd(const CollectionInfo& collection, bool all) {
-  FlowOut::Members& members = flow_.members();
-  sendMarker(FrameType::end, collection, all ? 0 : transactionMore);
-  if (!all) return;
-  members.begunIs(false);
-  members.wholeDel();
+void EntitySa::sendEnd(const CollectionInfo& collection, Stop stop) {
+  sendMarker(FrameType::end, collection, stop ? transactionMore : 0);
 }
 
 void EntitySa::sendMarker(FrameType type, const CollectionInfo& collection, U8 flag) {
-  const U8 whole = flow_.members().whole() ? transactionWhole : 0;
+  const U8 whole = isWhole(flow_.members().walk()) ? transactionWhole : 0;
   out_.begin(type);
   out_.ref(ref_);
   out_.u16(static_cast<U16>(collection.id));

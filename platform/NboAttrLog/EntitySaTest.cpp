@@ -1,4 +1,4 @@
-// Every record as literal bytes: what is written here is what doc/attribute-log.md promises.
+// Every record as literal bytes, as doc/attribute-log.md describes them.
 #include <NboAttrLog/EntitySa.h>
 
 #include <limits>
@@ -24,24 +24,24 @@ TEST_F(EntitySaTest, helloCarriesMagicVersionClockRightsAndName) {
 }
 
 TEST_F(EntitySaTest, peerIsSentEverythingInTheOrderOfIdentifiers) {
-  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  directory_.entryIs("root/a", root_, Access::readOnly);
   serve();
   takeWithoutDraining();
   ASSERT_TRUE(send(helloFrame));
   EXPECT_EQ(take(),
-            framesOf({shelfRoot, "04 00000001 00 0102 00 0103 00000000", "05 00000001 00 0104 01",
-                      "08 00000001 00 0104 01", shelfRest, currentFrame}));
+            framesOf({rootFrame, "04 00000001 00 0102 00 0103 00000000", "05 00000001 00 0104 01",
+                      "08 00000001 00 0104 01", restOfRoot, currentFrame}));
 }
 
 TEST_F(EntitySaTest, announcementNamesPathRightTypeAndConstructionArgument) {
   OutStream out;
   FlowOut flow;
-  EntitySa(out, *shelf_, flow, {.root = 9}).doSerializeOrphan("x", true);
+  EntitySa(out, *root_, flow, {.root = 9}).doSerializeOrphan("x", true);
   EXPECT_EQ(hexOf(out.pending()),
-            hexOf(bytesOf("001a 02 00000009 0001 78 01 000b 546573743a3a5368656c66 05 0001 61")));
+            hexOf(bytesOf("0019 02 00000009 0001 78 01 000a 546573743a3a526f6f74 05 0001 61")));
 }
 
-// A type that is found by its owner alone has no argument to be constructed with.
+// A type without a construction argument.
 class Nameless final : public Entity<Nameless> {
  public:
   static constexpr const char* entityTypeName = "Test::Nameless";
@@ -67,21 +67,21 @@ TEST_F(EntitySaTest, announcementWithoutConstructionArgumentSaysSo) {
 TEST_F(EntitySaTest, constructionArgumentOfThirtyTwoBitsIsOfTheSecondKind) {
   OutStream out;
   FlowOut flow;
-  const Ptr<Page> page = makePtr<Page>(Number(0xe8000001u));
-  EntitySa(out, *page, flow, {.root = 2}).doSerializeOrphan("p", false);
+  const Ptr<Leaf> leaf = makePtr<Leaf>(Number(0xe8000001u));
+  EntitySa(out, *leaf, flow, {.root = 2}).doSerializeOrphan("p", false);
   EXPECT_EQ(hexOf(out.pending()),
-            hexOf(framed("02 00000002 0001 70 00" + textHex("Test::Page") + "02 e8000001")));
+            hexOf(framed("02 00000002 0001 70 00" + textHex("Test::Leaf") + "02 e8000001")));
 }
 
 TEST_F(EntitySaTest, eachKindOfValueHasItsWidth) {
-  serveShelf();
-  shelf_->litIs(true);
-  shelf_->visitsIs(0x01020304u);
-  shelf_->totalIs(0x0102030405060708u);
-  shelf_->heightIs(1.5);
-  shelf_->labelIs("up");
-  shelf_->woodIs(oak);
-  shelf_->ownerIs(Number(0xc0a80001u));
+  serveRoot();
+  root_->enabledIs(true);
+  root_->countIs(0x01020304u);
+  root_->totalIs(0x0102030405060708u);
+  root_->delayIs(1.5);
+  root_->labelIs("up");
+  root_->modeIs(fast);
+  root_->addressIs(Number(0xc0a80001u));
   EXPECT_EQ(takeWithoutDraining(),
             framesOf({"04 00000001 00 0102 01", "04 00000001 00 0103 01020304",
                       "04 00000001 00 0105 0102030405060708",
@@ -90,70 +90,70 @@ TEST_F(EntitySaTest, eachKindOfValueHasItsWidth) {
 }
 
 TEST_F(EntitySaTest, secondsCanBeInfinite) {
-  serveShelf();
-  shelf_->heightIs(std::numeric_limits<double>::infinity());
+  serveRoot();
+  root_->delayIs(std::numeric_limits<double>::infinity());
   EXPECT_EQ(takeWithoutDraining(), framesOf({"04 00000001 00 0107 7ff0000000000000"}));
 }
 
 TEST_F(EntitySaTest, longestTextIsSentWholeAndALongerOneIsCut) {
-  serveShelf();
-  shelf_->labelIs(std::string(255, 'x'));
-  shelf_->labelIs(std::string(256, 'y'));
+  serveRoot();
+  root_->labelIs(std::string(255, 'x'));
+  root_->labelIs(std::string(256, 'y'));
   EXPECT_EQ(takeWithoutDraining(),
             framesOf({"04 00000001 00 0108" + textHex(std::string(255, 'x')),
                       "04 00000001 00 0108" + textHex(std::string(255, 'y'))}));
 }
 
 TEST_F(EntitySaTest, derivedAttributeIsNeverSent) {
-  serveShelf();
-  shelf_->visitsIs(21);
-  ASSERT_EQ(shelf_->twice(), 42u);
+  serveRoot();
+  root_->countIs(21);
+  ASSERT_EQ(root_->twice(), 42u);
   EXPECT_EQ(take(), framesOf({"04 00000001 00 0103 00000015"}));
 }
 
 TEST_F(EntitySaTest, attributeWithoutAValueIsNeverSent) {
-  serveShelf();
-  shelf_->placeIs({.row = 3});
+  serveRoot();
+  root_->originIs({.row = 3});
   EXPECT_TRUE(session_->allSent());
   EXPECT_THAT(take(), IsEmpty());
 }
 
 TEST_F(EntitySaTest, additionCarriesTypeAndKeyAndAllThatIsInIt) {
-  serveShelf();
-  shelf_->bookIs(7);
+  serveRoot();
+  root_->nodeIs(7);
   EXPECT_EQ(takeWithoutDraining(),
-            framesOf({"06 00000001 01 00000007 0104" + textHex("Test::Book") + "00000007",
+            framesOf({"06 00000001 01 00000007 0104" + textHex("Test::Node") + "00000007",
                       "05 00000001 01 00000007 0103 01", "08 00000001 01 00000007 0103 01",
                       "04 00000001 01 00000007 0104 00000000"}));
 }
 
 TEST_F(EntitySaTest, removalCarriesTheKeyOnly) {
-  shelf_->bookIs(7);
-  serveShelf();
-  shelf_->bookDel(7);
+  root_->nodeIs(7);
+  serveRoot();
+  root_->nodeDel(7);
   EXPECT_EQ(takeWithoutDraining(), framesOf({"07 00000001 00 0104 00000007"}));
 }
 
 TEST_F(EntitySaTest, memberOfAMemberIsNamedByTheKeysThatLeadToIt) {
-  shelf_->bookIs(7);
-  serveShelf();
-  shelf_->book(7)->pageIs(0xff)->tornIs(true);
-  shelf_->book(7)->pageDel(0xff);
+  root_->nodeIs(7);
+  serveRoot();
+  root_->node(7)->leafIs(0xff)->expiredIs(true);
+  root_->node(7)->leafDel(0xff);
   EXPECT_EQ(takeWithoutDraining(),
-            framesOf({"06 00000001 02 00000007 000000ff 0103" + textHex("Test::Page") + "000000ff",
-                      "04 00000001 02 00000007 000000ff 0103 00",
+            framesOf({"06 00000001 02 00000007 000000ff 0103" + textHex("Test::Leaf") + "000000ff",
+                      "04 00000001 02 00000007 000000ff 0103 00 0104 00000000",
                       "04 00000001 02 00000007 000000ff 0103 01",
                       "07 00000001 01 00000007 0103 000000ff"}));
 }
 
 TEST_F(EntitySaTest, endOfADirectoryEntryCarriesItsNumber) {
-  serveShelf();
-  directory_.entryDel("shelf/a");
+  serveRoot();
+  directory_.entryDel("root/a");
   EXPECT_EQ(take(), framesOf({"03 00000001"}));
 }
 
 TEST_F(EntitySaTest, questionAndAnswerCarryTheirToken) {
-  serveShelf();
+  serveRoot();
   session_->ask(0x01020304);
   EXPECT_EQ(take(), framesOf({"0a 01020304"}));
   ASSERT_TRUE(send("0a 0000abcd"));
@@ -161,7 +161,7 @@ TEST_F(EntitySaTest, questionAndAnswerCarryTheirToken) {
 }
 
 TEST_F(EntitySaTest, refusalCarriesTheReason) {
-  serveShelf();
+  serveRoot();
   session_->refuse("no");
   EXPECT_EQ(takeWithoutDraining(), framesOf({"0c 0002 6e6f"}));
 }
@@ -215,14 +215,14 @@ TEST_F(EntitySaTest, attributesThatDoNotFitIntoAFrameFollowInTheNext) {
 TEST(FlowOutTest, bitsBeginWithTheAttributeAfterTheFirst) {
   EXPECT_EQ(FlowOut::bitOf(258), 1u);
   EXPECT_EQ(FlowOut::bitOf(260), 4u);
-  EXPECT_EQ(FlowOut::bitOf(288), 0x40000000u);
+  EXPECT_EQ(FlowOut::bitOf(321), U64{1} << 63);
 }
 
-TEST(FlowOutTest, everythingIsWhatFlowsAndNothingElse) {
-  const FlowOut all = FlowOut::everythingOf(typeInfoOf<Shelf>());
-  EXPECT_EQ(all.dirtyBits(), 0b111101111u);  // neither `twice` nor `place`
+TEST(FlowOutTest, everythingIsAllThatFlowsAndNothingElse) {
+  const FlowOut all = FlowOut::everythingOf(typeInfoOf<Root>());
+  EXPECT_EQ(all.dirtyBits(), 0b111101111u);  // neither `twice` nor `origin`
   EXPECT_TRUE(all.hasDirtyAttributes());
-  EXPECT_TRUE(all.membersIfAny()->whole());
+  EXPECT_EQ(all.membersIfAny()->walk(), WalkState::wholeDue);
 }
 
 TEST(FlowOutTest, nothingIsDirtyAtFirst) { EXPECT_FALSE(FlowOut().hasDirtyAttributes()); }
@@ -235,8 +235,33 @@ TEST(FlowOutTest, dirtyKeyAloneIsSomethingDirty) {
   EXPECT_FALSE(flow.hasDirtyAttributes());
 }
 
+TEST(FlowOutTest, bitsOfALeafAreJoinedUntilTheyAreTaken) {
+  FlowOut::Members members;
+  members.leafIs(7, 1);
+  members.leafIs(7, 4);
+  members.leafIs(8, 2);
+  EXPECT_EQ(members.leafTake(7), 5u);
+  EXPECT_EQ(members.leafTake(7), 0u);
+  EXPECT_EQ(members.leafTake(8), 2u);
+}
+
+TEST(FlowOutTest, leafThatCameOrWentNeedsNoOtherBits) {
+  FlowOut::Members members;
+  members.leafIs(7, 1);
+  members.leafIs(7, FlowOut::Members::leafRecord);
+  members.leafIs(7, 4);
+  EXPECT_EQ(members.records(), 1u);
+  EXPECT_EQ(members.leafTake(7), FlowOut::Members::leafRecord);
+  EXPECT_EQ(members.records(), 0u);
+}
+
+TEST(FlowOutDeathTest, attributeOfALeafBeyondItsBitsIsABug) {
+  FlowOut::Members members;
+  EXPECT_DEATH(members.leafIs(7, U64{1} << 32), "an attribute of a leaf has no dirty bit");
+}
+
 TEST(FlowOutDeathTest, attributeBeyondTheBitsIsABug) {
-  EXPECT_DEATH(FlowOut::bitOf(289), "without a dirty bit");
+  EXPECT_DEATH(FlowOut::bitOf(322), "without a dirty bit");
   EXPECT_DEATH(FlowOut::bitOf(257), "without a dirty bit");
 }
 

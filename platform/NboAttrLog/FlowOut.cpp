@@ -16,14 +16,14 @@ FlowOut FlowOut::everythingOf(const TypeInfo& type) {
   for (const AttrInfo& attr : type.attrs) {
     if (flows(attr)) all.attrDirtyIs(attr.id);
   }
-  if (!type.collections.empty()) all.members().wholeIs();
+  if (!type.collections.empty()) all.members().wholeDueIs();
   return all;
 }
 
-U32 FlowOut::bitOf(AttrId id) {
+U64 FlowOut::bitOf(AttrId id) {
   const U32 bit = id - entityFirstAttrId - 1;
-  fatalUnless(bit < 31, "NboAttrLog", "an attribute without a dirty bit was changed");
-  return U32{1} << bit;
+  fatalUnless(bit < attrBits, "NboAttrLog", "an attribute without a dirty bit was changed");
+  return U64{1} << bit;
 }
 
 bool FlowOut::hasDirtyAttributes() const {
@@ -74,31 +74,34 @@ std::vector<U32> FlowOut::Members::leafKeys() const {
   return keys;
 }
 
-void FlowOut::Members::leafIs(U32 key, U32 bits) {
+void FlowOut::Members::leafIs(U32 key, U64 bits) {
+  fatalUnless(bits <= leafRecord, "NboAttrLog", "an attribute of a leaf has no dirty bit");
   const U32* known = leaves_.find(LeafKey(key));
   const U32 before = known == nullptr ? 0 : *known;
-  if ((before & leafRecord) != 0) return;  // its record will carry all of it
-  if ((bits & leafRecord) != 0) ++leafRecords_;
-  leaves_.insert(LeafKey(key), (bits & leafRecord) != 0 ? leafRecord : before | bits);
+  if (before == leafRecord) return;  // its record will carry all of it
+  if (bits == leafRecord) ++leafRecords_;
+  leaves_.insert(LeafKey(key), bits == leafRecord ? leafRecord : before | static_cast<U32>(bits));
 }
 
 U32 FlowOut::Members::leafTake(U32 key) {
   const U32* known = leaves_.find(LeafKey(key));
   const U32 bits = known == nullptr ? 0 : *known;
-  if ((bits & leafRecord) != 0) --leafRecords_;
+  if (bits == leafRecord) --leafRecords_;
   leaves_.erase(LeafKey(key));
   ++leavesTaken_;
   return bits;
 }
 
 bool FlowOut::Members::covers(U32 key) const {
-  if (inner_ == nullptr) return walking_;
+  if (walk_ == WalkState::wholeDue) return true;
+  if (inner_ == nullptr) return false;
   if (inner_->dirty.contains(key)) return true;
-  return walking_ && key >= inner_->bookmark.value_or(0) && !inner_->flows.contains(key);
+  return isInCollection(walk_) && key >= inner_->bookmark.value_or(0) &&
+         !inner_->flows.contains(key);
 }
 
 bool FlowOut::Members::hasRecords() const {
-  return whole_ || begun_ || leafRecords_ != 0 || !dirty().empty();
+  return isWhole(walk_) || isBegun(walk_) || leafRecords_ != 0 || !dirty().empty();
 }
 
 bool FlowOut::Members::empty() const {

@@ -31,12 +31,12 @@ TEST(ReaderTest, isNotCompleteWhileBytesAreLeft) {
   EXPECT_FALSE(in.complete());
 }
 
-TEST(ReaderTest, tooFewBytesGiveZerosAndSaySoUntilTheEnd) {
+TEST(ReaderTest, tooFewBytesGiveZerosAndAreNotOkUntilTheEnd) {
   const auto bytes = bytesOf("010203");
   Reader in(bytes);
   EXPECT_EQ(in.u32(), 0u);
   EXPECT_FALSE(in.ok());
-  EXPECT_EQ(in.u8(), 0);  // what was there is not read after all
+  EXPECT_EQ(in.u8(), 0);  // the bytes that were left are not read
   EXPECT_TRUE(in.atEnd());
   EXPECT_FALSE(in.complete());
 }
@@ -119,20 +119,20 @@ class InStreamTest : public testing::Test {
   bool take(std::string_view hex) { return takeBytes(bytesOf(hex)); }
   bool takeBytes(std::span<const U8> bytes) {
     return in_.take(bytes, [&](std::span<const U8> frame) {
-      told_ += hexOf(frame) + " ";
-      return told_ != stopAt_;
+      taken_ += hexOf(frame) + " ";
+      return taken_ != stopAt_;
     });
   }
-  std::string told() { return std::exchange(told_, {}); }
+  std::string taken() { return std::exchange(taken_, {}); }
 
   InStream in_;
-  std::string told_;
+  std::string taken_;
   std::string stopAt_ = "never";
 };
 
 TEST_F(InStreamTest, framesComeOutOneByOne) {
   EXPECT_TRUE(take("0001 09 0002 0aff"));
-  EXPECT_EQ(told(), "09 0aff ");
+  EXPECT_EQ(taken(), "09 0aff ");
 }
 
 TEST_F(InStreamTest, frameMayBeSplitAnywhere) {
@@ -142,29 +142,29 @@ TEST_F(InStreamTest, frameMayBeSplitAnywhere) {
     in_ = {};
     EXPECT_TRUE(takeBytes(std::span(bytes).first(at)));
     EXPECT_TRUE(takeBytes(std::span(bytes).subspan(at)));
-    EXPECT_EQ(told(), "0a0102 09 0bff ");
+    EXPECT_EQ(taken(), "0a0102 09 0bff ");
   }
 }
 
 TEST_F(InStreamTest, frameMayComeByteByByte) {
   for (const U8 byte : bytesOf("0003 0a0102 0001 09")) EXPECT_TRUE(takeBytes({&byte, 1}));
-  EXPECT_EQ(told(), "0a0102 09 ");
+  EXPECT_EQ(taken(), "0a0102 09 ");
 }
 
-TEST_F(InStreamTest, halfAFrameTellsNothing) {
+TEST_F(InStreamTest, halfAFrameIsNotTaken) {
   EXPECT_TRUE(take("0004 0a0102"));
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(taken(), "");
 }
 
 TEST_F(InStreamTest, longestFrameIsTaken) {
   EXPECT_TRUE(takeBytes(framed(std::string(2 * 1022, '0'))));
-  EXPECT_EQ(told(), std::string(2 * 1022, '0') + " ");
+  EXPECT_EQ(taken(), std::string(2 * 1022, '0') + " ");
 }
 
 TEST_F(InStreamTest, frameThatIsTooLongEndsTheStreamBeforeItHasCome) {
   EXPECT_FALSE(take("03ff"));
   EXPECT_TRUE(in_.malformed());
-  EXPECT_EQ(told(), "");
+  EXPECT_EQ(taken(), "");
 }
 
 TEST_F(InStreamTest, frameWithoutATypeEndsTheStream) {
@@ -172,10 +172,10 @@ TEST_F(InStreamTest, frameWithoutATypeEndsTheStream) {
   EXPECT_TRUE(in_.malformed());
 }
 
-TEST_F(InStreamTest, nothingIsToldAfterAFrameThatWasRefused) {
+TEST_F(InStreamTest, nothingIsTakenAfterAFrameThatWasRefused) {
   stopAt_ = "09 ";
   EXPECT_FALSE(take("0001 09 0001 09"));
-  EXPECT_EQ(told(), "09 ");
+  EXPECT_EQ(taken(), "09 ");
   EXPECT_FALSE(in_.malformed());
 }
 

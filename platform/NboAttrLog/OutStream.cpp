@@ -29,7 +29,7 @@ void OutStream::end() {
 bool OutStream::fitsAnother() const { return tail_ - frame_ + 2 + 2 + longestText <= longestFrame; }
 
 void OutStream::u8(U8 v) {
-  fatalUnless(tail_ < buffer_.size(), "NboAttrLog", "the outgoing buffer was not asked for room");
+  fatalUnless(tail_ < buffer_.size(), "NboAttrLog", "a frame was built without room for it");
   buffer_[tail_++] = v;
 }
 
@@ -74,7 +74,7 @@ void OutStream::ref(const Ref& ref) {
 }
 
 void OutStream::taken(size_t bytes) {
-  fatalUnless(bytes <= tail_ - head_, "NboAttrLog", "more was taken than was there");
+  fatalUnless(bytes <= tail_ - head_, "NboAttrLog", "more was taken than was waiting");
   head_ += bytes;
   if (head_ == tail_) head_ = tail_ = 0;
 }

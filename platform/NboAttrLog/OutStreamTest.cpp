@@ -72,7 +72,7 @@ TEST_F(OutStreamTest, fieldForWhichThereIsNoRoomIsABug) {
         put(longestFrame, 0);
         put(longestFrame, 0);
       },
-      "not asked for room");
+      "without room");
 }
 
 TEST_F(OutStreamTest, takingMoreThanThereIsIsABug) {

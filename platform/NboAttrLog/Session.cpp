@@ -16,11 +16,11 @@ std::string SessionHost::whyRefused(const EntityBase&, std::span<const Written>)
 
 Session::Session(SessionHost& host, Setup setup, Directory* directory)
     : host_(host), setup_(std::move(setup)), directory_(directory), out_(setup_.bufferBytes) {
-  sayHello();
+  sendHello();
   if (!serving()) return;
   directory_->followerAdd(this);
   currentDue_ = true;
-  deferredIs();  // the notice of an empty directory is due as well
+  deferredIs();  // an empty directory has a notice to send, too
   for (const auto& [number, entry] : directory_->entries()) serve(number, entry);
 }
 
@@ -28,7 +28,7 @@ Session::~Session() {
   if (serving()) directory_->followerRemove(this);
 }
 
-void Session::sayHello() {
+void Session::sendHello() {
   out_.begin(FrameType::hello);
   out_.u32(magic);
   out_.u16(protocolVersion);
@@ -51,7 +51,7 @@ void Session::onEntry(U32 number) {
   const auto entry = directory_->entries().find(number);
   if (entry != directory_->entries().end()) return serve(number, entry->second);
   const auto tree = trees_.find(number);
-  if (tree == trees_.end()) return;  // another follower took it away before this one heard of it
+  if (tree == trees_.end()) return;  // another follower removed it before this one was notified
   if (tree->second.out->announced()) gone_.push_back(number);
   trees_.erase(tree);
   deferredIs();
@@ -71,7 +71,7 @@ void Session::drain() {
   deferred_ = !(drainGone() && drainTrees() && drainNotices());
 }
 
-// Before the trees: a path that is given to another entity ends first and begins again then.
+// Before the trees: the end of an entry is sent before its path is announced again.
 bool Session::drainGone() {
   while (!gone_.empty()) {
     if (!out_.sufficientBuffer()) return false;
@@ -83,7 +83,8 @@ bool Session::drainGone() {
   return true;
 }
 
-// In rounds, each with a turn that begins with room: no tree waits for ever behind a busy one.
+// In rounds: a turn begins with room in the stream, so that no tree waits for ever while another one
+// changes all the time.
 bool Session::drainTrees() {
   for (size_t done = 0; done < trees_.size(); ++done) {
     auto tree = trees_.lower_bound(nextTree_);
@@ -175,11 +176,11 @@ std::string Session::handleFrame(std::span<const U8> frame) {
 }
 
 std::string Session::handleHello(Reader& in) {
-  const U32 hisMagic = in.u32();
+  const U32 peerMagic = in.u32();
   const U16 version = in.u16();
-  if (hisMagic != magic || !in.ok()) return "the peer does not speak the attribute log";
+  if (peerMagic != magic || !in.ok()) return "the peer does not send an attribute log";
   if (version != protocolVersion) {
-    return "the peer speaks version " + std::to_string(version) + " of the attribute log, not " +
+    return "the peer has version " + std::to_string(version) + " of the attribute log, not " +
            std::to_string(protocolVersion);
   }
   const Seconds clock = in.seconds();
@@ -223,7 +224,7 @@ std::string Session::handleRootGone(Reader& in) {
   const U32 number = in.u32();
   const auto tree = trees_.find(number);
   if (serving() || !in.complete() || tree == trees_.end()) {
-    return "the end of a directory entry that is not there";
+    return "the end of a directory entry that does not exist";
   }
   const std::string path = tree->second.path;
   trees_.erase(tree);
@@ -248,7 +249,7 @@ std::string Session::handleEntityFrame(FrameType type, Reader& in) {
   if (!in.ok()) return "a frame that names no entity";
   const auto found = trees_.find(ref.root);
   if (found == trees_.end()) {
-    return serving() ? "" : "a frame for a directory entry that is not there";
+    return serving() ? "" : "a frame for a directory entry that does not exist";
   }
   if (found->second.in == nullptr) return {};
   TreeIn& tree = *found->second.in;

@@ -1,4 +1,4 @@
-// What a serving session may not say to one that keeps copies.
+// Frames that a serving session must not send to one that keeps copies.
 #include <string>
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ class SessionCopyTest : public testing::Test {
   bool send(std::string_view hex) { return session_.input(framed(hex)); }
   void greet() {
     ASSERT_TRUE(send(helloFrame));
-    ASSERT_TRUE(send(shelfRoot));
+    ASSERT_TRUE(send(rootFrame));
   }
 
   TestHost host_;
@@ -22,9 +22,9 @@ class SessionCopyTest : public testing::Test {
 
 TEST_F(SessionCopyTest, currentReachesTheHost) {
   greet();
-  host_.told();
+  host_.events();
   ASSERT_TRUE(send(currentFrame));
-  EXPECT_EQ(host_.told(), "current ");
+  EXPECT_EQ(host_.events(), "current ");
 }
 
 TEST_F(SessionCopyTest, questionIsAnswered) {
@@ -38,51 +38,51 @@ TEST_F(SessionCopyTest, questionIsAnswered) {
 
 TEST_F(SessionCopyTest, numberIsGivenOnce) {
   greet();
-  EXPECT_FALSE(send("02 00000001" + textHex("shelf/b") + "00" + textHex("Test::Shelf") + "05" +
-                    textHex("b")));
+  EXPECT_FALSE(
+      send("02 00000001" + textHex("root/b") + "00" + textHex("Test::Root") + "05" + textHex("b")));
   EXPECT_EQ(session_.fault(), "a directory entry that does not belong here");
 }
 
 TEST_F(SessionCopyTest, pathIsGivenOnceAtATime) {
   greet();
-  EXPECT_FALSE(send("02 00000002" + textHex("shelf/a") + "01" + textHex("Test::Shelf") + "05" +
-                    textHex("a")));
+  EXPECT_FALSE(
+      send("02 00000002" + textHex("root/a") + "01" + textHex("Test::Root") + "05" + textHex("a")));
   EXPECT_EQ(session_.fault(), "a directory entry that does not belong here");
 }
 
 TEST_F(SessionCopyTest, copyIsOfTheTypeThatWasAnnounced) {
   ASSERT_TRUE(send(helloFrame));
-  host_.keeps_ = makePtr<Shelf>("a");
-  EXPECT_FALSE(send("02 00000002" + textHex("shelf/a") + "00" + textHex("Test::Chair") + "05" +
+  host_.keeps_ = makePtr<Root>("a");
+  EXPECT_FALSE(send("02 00000002" + textHex("root/a") + "00" + textHex("Test::Chair") + "05" +
                     textHex("a")));
   EXPECT_EQ(session_.fault(), "a directory entry of an unknown type");
 }
 
 TEST_F(SessionCopyTest, writableIsYesOrNo) {
   ASSERT_TRUE(send(helloFrame));
-  EXPECT_FALSE(send("02 00000002" + textHex("shelf/a") + "02" + textHex("Test::Shelf") + "05" +
-                    textHex("a")));
+  EXPECT_FALSE(
+      send("02 00000002" + textHex("root/a") + "02" + textHex("Test::Root") + "05" + textHex("a")));
 }
 
 TEST_F(SessionCopyTest, entityFrameNeedsItsEntry) {
   greet();
   EXPECT_FALSE(send("04 00000002 00 0103 00000009"));
-  EXPECT_EQ(session_.fault(), "a frame for a directory entry that is not there");
+  EXPECT_EQ(session_.fault(), "a frame for a directory entry that does not exist");
 }
 
 TEST_F(SessionCopyTest, entryEndsOnce) {
   greet();
   ASSERT_TRUE(send("03 00000001"));
   EXPECT_FALSE(send("03 00000001"));
-  EXPECT_EQ(session_.fault(), "the end of a directory entry that is not there");
+  EXPECT_EQ(session_.fault(), "the end of a directory entry that does not exist");
 }
 
 TEST_F(SessionCopyTest, faultLeavesTheCopyAsItWas) {
   greet();
   ASSERT_TRUE(send("04 00000001 00 0103 00000009"));
   EXPECT_FALSE(send("04 00000001 00 0109 00000003"));
-  EXPECT_EQ(host_.copy("shelf/a")->visits(), 9u);
-  EXPECT_EQ(host_.copy("shelf/a")->wood(), pine);
+  EXPECT_EQ(host_.copy("root/a")->count(), 9u);
+  EXPECT_EQ(host_.copy("root/a")->mode(), slow);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// How a connection begins, what it answers, and what ends it.
+// The begin, the answers and the end of a connection.
 #include <NboAttrLog/Session.h>
 
 #include <string>
@@ -15,32 +15,32 @@ using testing::IsEmpty;
 
 class SessionTest : public ServingTest {
  protected:
-  // Serves shelf/a without having been greeted.
-  void serveSilently() {
-    directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  // Serves root/a; the peer has not sent hello.
+  void serveBeforeHello() {
+    directory_.entryIs("root/a", root_, Access::readOnly);
     serve();
     takeWithoutDraining();
   }
 };
 
 TEST_F(SessionTest, nothingButTheHelloIsSentBeforeThePeersHello) {
-  directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+  directory_.entryIs("root/a", root_, Access::readOnly);
   serve();
-  shelf_->visitsIs(1);
-  directory_.entryIs("shelf/b", makePtr<Shelf>("b"), Access::readOnly);
+  root_->countIs(1);
+  directory_.entryIs("root/b", makePtr<Root>("b"), Access::readOnly);
   session_->ask(1);
   EXPECT_EQ(take().size(), 1u);
   EXPECT_EQ(host_.outputs_, 0);
 }
 
-TEST_F(SessionTest, helloTellsTheHostThatThereIsOutput) {
-  serveSilently();
+TEST_F(SessionTest, helloNotifiesTheHostOfOutput) {
+  serveBeforeHello();
   ASSERT_TRUE(send(helloFrame));
   EXPECT_TRUE(session_->greeted());
   EXPECT_EQ(host_.outputs_, 1);
 }
 
-TEST_F(SessionTest, helloTellsTheDifferenceOfTheClocksAndOnesOwnRights) {
+TEST_F(SessionTest, helloGivesTheDifferenceOfTheClocksAndOwnRights) {
   TestHost host;
   Session copy(host, {.name = "copy", .peerName = "agent"});
   virtualTimeIs(990.0);
@@ -54,15 +54,15 @@ struct FaultCase {
   std::string frame;
   const char* fault;
 };
-void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.frame; }
-std::string ruleOf(const testing::TestParamInfo<FaultCase>& info) { return info.param.rule; }
+// The value of the parameter is a part of the name that ctest gives the test.
+void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.rule; }
 
 class FirstFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
 TEST_P(FirstFrameTest, endsTheConnection) {
-  serveSilently();
+  serveBeforeHello();
   EXPECT_FALSE(send(GetParam().frame));
-  EXPECT_EQ(session_->fault(), GetParam().fault);
+  EXPECT_EQ(session_->fault(), GetParam().fault) << GetParam().frame;
   EXPECT_FALSE(session_->greeted());
   EXPECT_EQ(take(), framesOf({"0c" + textHex(GetParam().fault)}));
 }
@@ -70,11 +70,11 @@ TEST_P(FirstFrameTest, endsTheConnection) {
 INSTANTIATE_TEST_SUITE_P(
     Hello, FirstFrameTest,
     testing::Values(FaultCase{"wrongMagic", "01 4d6f784d 0001 0000000000000000 00 0000",
-                              "the peer does not speak the attribute log"},
+                              "the peer does not send an attribute log"},
                     FaultCase{"tooShortForAVersion", "01 4d6f784c 00",
-                              "the peer does not speak the attribute log"},
+                              "the peer does not send an attribute log"},
                     FaultCase{"wrongVersion", "01 4d6f784c 0002 00",
-                              "the peer speaks version 2 of the attribute log, not 1"},
+                              "the peer has version 2 of the attribute log, not 1"},
                     FaultCase{"withoutName", "01 4d6f784c 0001 0000000000000000 00",
                               "a hello that contradicts itself"},
                     FaultCase{"unknownRights", "01 4d6f784c 0001 0000000000000000 02 0000",
@@ -82,44 +82,43 @@ INSTANTIATE_TEST_SUITE_P(
                     FaultCase{"moreThanAHello", "01 4d6f784c 0001 0000000000000000 00 0000 00",
                               "a hello that contradicts itself"},
                     FaultCase{"anotherFrameFirst", "0a 00000001", "the first frame is not a hello"},
-                    FaultCase{"unknownFrameFirst", "ff", "the first frame is not a hello"}),
-    ruleOf);
+                    FaultCase{"unknownFrameFirst", "ff", "the first frame is not a hello"}));
 
 class HostileFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
-TEST_P(HostileFrameTest, endsTheConnectionAndChangesNothing) {
-  shelf_->visitsIs(5);
-  shelf_->bookIs(7)->loansIs(6);
-  serveShelf(Access::configurable, Rights::read);
+TEST_P(HostileFrameTest, endsTheConnection) {
+  root_->countIs(5);
+  root_->nodeIs(7)->usesIs(6);
+  serveRoot(Access::configurable, Rights::read);
   EXPECT_FALSE(send(GetParam().frame));
-  EXPECT_EQ(session_->fault(), GetParam().fault);
+  EXPECT_EQ(session_->fault(), GetParam().fault) << GetParam().frame;
   EXPECT_EQ(take(), framesOf({"0c" + textHex(GetParam().fault)}));
-  EXPECT_FALSE(shelf_->lit());
-  EXPECT_EQ(shelf_->visits(), 5u);
-  EXPECT_EQ(shelf_->books(), 1u);
-  EXPECT_EQ(shelf_->book(7)->loans(), 6u);
-  EXPECT_EQ(shelf_->book(7)->pages(), 0u);
+  EXPECT_FALSE(root_->enabled());
+  EXPECT_EQ(root_->count(), 5u);
+  EXPECT_EQ(root_->nodes(), 1u);
+  EXPECT_EQ(root_->node(7)->uses(), 6u);
+  EXPECT_EQ(root_->node(7)->leaves(), 0u);
 }
 
-const char* const readOnlyShelf = "write-update from readonly proxy: a peerName: uid 7";
-const char* const readOnlyBook = "write-update from readonly proxy: a/book[7] peerName: uid 7";
+const char* const readOnlyRoot = "write-update from readonly proxy: a peerName: uid 7";
+const char* const readOnlyNode = "write-update from readonly proxy: a/node[7] peerName: uid 7";
 
 INSTANTIATE_TEST_SUITE_P(
     PeerWithoutRights, HostileFrameTest,
     testing::Values(
-        FaultCase{"attribute", "04 00000001 00 0103 00000009", readOnlyShelf},
-        FaultCase{"attributeOfAMember", "04 00000001 01 00000007 0104 00000009", readOnlyBook},
-        FaultCase{"noAttribute", "04 00000001 00", readOnlyShelf},
-        FaultCase{"addition", "06 00000001 01 00000009 0104" + textHex("Test::Book") + "00000009",
-                  readOnlyShelf},
+        FaultCase{"attribute", "04 00000001 00 0103 00000009", readOnlyRoot},
+        FaultCase{"attributeOfAMember", "04 00000001 01 00000007 0104 00000009", readOnlyNode},
+        FaultCase{"noAttribute", "04 00000001 00", readOnlyRoot},
+        FaultCase{"addition", "06 00000001 01 00000009 0104" + textHex("Test::Node") + "00000009",
+                  readOnlyRoot},
         FaultCase{"additionToAMember",
-                  "06 00000001 02 00000007 00000001 0103" + textHex("Test::Page") + "00000001",
-                  readOnlyBook},
-        FaultCase{"removal", "07 00000001 00 0104 00000007", readOnlyShelf},
-        FaultCase{"begin", "05 00000001 00 0104 01", readOnlyShelf},
-        FaultCase{"end", "08 00000001 00 0104 01", readOnlyShelf},
-        FaultCase{"root", shelfRoot, "a directory entry that does not belong here"},
-        FaultCase{"rootGone", "03 00000001", "the end of a directory entry that is not there"},
+                  "06 00000001 02 00000007 00000001 0103" + textHex("Test::Leaf") + "00000001",
+                  readOnlyNode},
+        FaultCase{"removal", "07 00000001 00 0104 00000007", readOnlyRoot},
+        FaultCase{"begin", "05 00000001 00 0104 01", readOnlyRoot},
+        FaultCase{"end", "08 00000001 00 0104 01", readOnlyRoot},
+        FaultCase{"root", rootFrame, "a directory entry that does not belong here"},
+        FaultCase{"rootGone", "03 00000001", "the end of a directory entry that does not exist"},
         FaultCase{"current", "09", "a notice that does not belong here"},
         FaultCase{"secondHello", helloFrame, "a hello that contradicts itself"},
         FaultCase{"unknownType", "0d", "a frame of an unknown type"},
@@ -130,91 +129,87 @@ INSTANTIATE_TEST_SUITE_P(
                   "a frame that names no entity"},
         FaultCase{"noReference", "04 0000", "a frame that names no entity"},
         FaultCase{"absentMember", "04 00000001 01 00000008 0104 00000009",
-                  "attributes of a member that is not there"},
+                  "attributes of a member that does not exist"},
         FaultCase{"memberOfNoCollection", "04 00000001 03 00000007 00000001 00000001 0104 00000009",
-                  "attributes of a member that is not there"}),
-    ruleOf);
+                  "attributes of a member that does not exist"}));
 
 class BadWriteTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
-TEST_P(BadWriteTest, endsTheConnectionAndChangesNothing) {
-  shelf_->visitsIs(5);
-  shelf_->bookIs(7)->loansIs(6);
-  serveShelf(Access::configurable, Rights::configure);
+TEST_P(BadWriteTest, endsTheConnection) {
+  root_->countIs(5);
+  root_->nodeIs(7)->usesIs(6);
+  serveRoot(Access::configurable, Rights::configure);
   host_.refused_ = "label";
   EXPECT_FALSE(send(GetParam().frame));
-  EXPECT_EQ(session_->fault(), GetParam().fault);
-  EXPECT_FALSE(shelf_->lit());
-  EXPECT_EQ(shelf_->visits(), 5u);
-  EXPECT_EQ(shelf_->label(), "");
-  EXPECT_EQ(shelf_->wood(), pine);
-  EXPECT_EQ(shelf_->books(), 1u);
-  EXPECT_EQ(shelf_->book(7)->pages(), 0u);
+  EXPECT_EQ(session_->fault(), GetParam().fault) << GetParam().frame;
+  EXPECT_FALSE(root_->enabled());
+  EXPECT_EQ(root_->count(), 5u);
+  EXPECT_EQ(root_->label(), "");
+  EXPECT_EQ(root_->mode(), slow);
+  EXPECT_EQ(root_->nodes(), 1u);
+  EXPECT_EQ(root_->node(7)->leaves(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     PeerWithRights, BadWriteTest,
     testing::Values(
-        FaultCase{"flagOfTwo", "04 00000001 00 0102 02", "a value of lit that it cannot have"},
-        FaultCase{"shortValue", "04 00000001 00 0103 000000",
-                  "a value of visits that it cannot have"},
-        FaultCase{"textBeyondTheEnd", "04 00000001 00 0108 0003 6162",
-                  "a value of label that it cannot have"},
+        FaultCase{"flagOfTwo", "04 00000001 00 0102 02", "an invalid value of enabled"},
+        FaultCase{"shortValue", "04 00000001 00 0103 000000", "an invalid value of count"},
+        FaultCase{"textBeyondTheEnd", "04 00000001 00 0108 0003 6162", "an invalid value of label"},
         FaultCase{"textTooLong", "04 00000001 00 0108" + textHex(std::string(256, 'x')),
-                  "a value of label that it cannot have"},
+                  "an invalid value of label"},
         FaultCase{"enumeratorThatIsNone", "04 00000001 00 0109 00000003",
-                  "wood: Test::Wood has no value 3"},
+                  "mode: Test::Mode has no value 3"},
         FaultCase{"refusedByTheHost", "04 00000001 00 0108 0001 61", "label is not for you"},
         FaultCase{"derivedAttribute", "04 00000001 00 0106 00000003",
-                  "an attribute that Test::Shelf cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"key", "04 00000001 00 0101 0001 62",
-                  "an attribute that Test::Shelf cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"collectionAsAttribute", "04 00000001 00 0104 00",
-                  "an attribute that Test::Shelf cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"attributeWithoutValue", "04 00000001 00 010b 00",
-                  "an attribute that Test::Shelf cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"unknownAttribute", "04 00000001 00 010c 00",
-                  "an attribute that Test::Shelf cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"halfAnIdentifier", "04 00000001 00 01",
-                  "an attribute that Test::Shelf cannot be sent"},
+                  "an attribute that Test::Root does not receive"},
         FaultCase{"additionOfAnotherType",
-                  "06 00000001 01 00000009 0104" + textHex("Test::Page") + "00000009",
+                  "06 00000001 01 00000009 0104" + textHex("Test::Leaf") + "00000009",
                   "an addition of a type that does not belong"},
         FaultCase{"additionOfTwoKeys",
-                  "06 00000001 01 00000009 0104" + textHex("Test::Book") + "00000008",
+                  "06 00000001 01 00000009 0104" + textHex("Test::Node") + "00000008",
                   "an addition that contradicts itself"},
         FaultCase{"additionOfTheEntryItself",
-                  "06 00000001 00 0104" + textHex("Test::Book") + "00000008",
+                  "06 00000001 00 0104" + textHex("Test::Node") + "00000008",
                   "an addition that contradicts itself"},
         FaultCase{"additionToNoCollection",
-                  "06 00000001 01 00000009 0103" + textHex("Test::Book") + "00000009",
+                  "06 00000001 01 00000009 0103" + textHex("Test::Node") + "00000009",
                   "an addition to what is not a collection"},
         FaultCase{"additionToAnAbsentMember",
-                  "06 00000001 02 00000009 00000001 0103" + textHex("Test::Page") + "00000001",
-                  "an addition to a member that is not there"},
+                  "06 00000001 02 00000009 00000001 0103" + textHex("Test::Leaf") + "00000001",
+                  "an addition to a member that does not exist"},
         FaultCase{"removalFromNoCollection", "07 00000001 00 0103 00000007",
                   "a removal from what is not a collection"},
         FaultCase{"removalFromAnAbsentMember", "07 00000001 01 00000009 0103 00000007",
-                  "a removal from a member that is not there"},
+                  "a removal from a member that does not exist"},
         FaultCase{"longRemoval", "07 00000001 00 0104 0000000700",
                   "a removal that is too short or too long"},
         FaultCase{"beginOfNoCollection", "05 00000001 00 0103 00",
                   "a transaction of what is not a collection"},
         FaultCase{"beginInAnAbsentMember", "05 00000001 01 00000009 0103 00",
-                  "a transaction of a member that is not there"},
+                  "a transaction of a member that does not exist"},
         FaultCase{"shortEnd", "08 00000001 00 0104",
-                  "a transaction marker that is too short or too long"}),
-    ruleOf);
+                  "a transaction marker that is too short or too long"}));
 
-TEST_F(SessionTest, peerWithRightsWritesAndHearsNoEcho) {
-  serveShelf(Access::configurable, Rights::configure);
+TEST_F(SessionTest, valuesThatAPeerWritesAreNotSentBackToIt) {
+  serveRoot(Access::configurable, Rights::configure);
   ASSERT_TRUE(send("04 00000001 00 0103 00000009"));
-  EXPECT_EQ(shelf_->visits(), 9u);
+  EXPECT_EQ(root_->count(), 9u);
   EXPECT_THAT(take(), IsEmpty());
 }
 
-TEST_F(SessionTest, otherPeersHearWhatOneWrites) {
-  serveShelf(Access::configurable, Rights::configure);
+TEST_F(SessionTest, valuesThatAPeerWritesAreSentToOtherPeers) {
+  serveRoot(Access::configurable, Rights::configure);
   TestHost otherHost;
   Session other(otherHost, {.name = "agent", .peerName = "uid 8"}, &directory_);
   FrameTaker otherTaker;
@@ -226,62 +221,62 @@ TEST_F(SessionTest, otherPeersHearWhatOneWrites) {
 }
 
 TEST_F(SessionTest, rightsDoNotReachAnEntryThatIsReadOnly) {
-  serveShelf(Access::readOnly, Rights::configure);
+  serveRoot(Access::readOnly, Rights::configure);
   EXPECT_FALSE(send("04 00000001 00 0103 00000009"));
-  EXPECT_EQ(session_->fault(), readOnlyShelf);
+  EXPECT_EQ(session_->fault(), readOnlyRoot);
 }
 
-TEST_F(SessionTest, announcementSaysWhetherThisPeerMayWrite) {
-  directory_.entryIs("shelf/a", shelf_, Access::configurable);
+TEST_F(SessionTest, announcementReportsWhetherThisPeerMayWrite) {
+  directory_.entryIs("root/a", root_, Access::configurable);
   serve(Rights::configure);
   ASSERT_TRUE(send(helloFrame));
-  EXPECT_EQ(take().at(1), framesOf({writableShelfRoot}).front());
+  EXPECT_EQ(take().at(1), framesOf({writableRootFrame}).front());
 }
 
 TEST_F(SessionTest, valuesInFrontOfAnUnreadableOneAreNotTaken) {
-  serveShelf(Access::configurable, Rights::configure);
+  serveRoot(Access::configurable, Rights::configure);
   EXPECT_FALSE(send("04 00000001 00 0102 01 0103 000000"));
-  EXPECT_FALSE(shelf_->lit());
+  EXPECT_FALSE(root_->enabled());
 }
 
 TEST_F(SessionTest, valuesInFrontOfARefusedOneAreNotTaken) {
-  serveShelf(Access::configurable, Rights::configure);
-  host_.refused_ = "visits";
+  serveRoot(Access::configurable, Rights::configure);
+  host_.refused_ = "count";
   EXPECT_FALSE(send("04 00000001 00 0102 01 0103 00000007"));
-  EXPECT_EQ(session_->fault(), "visits is not for you");
-  EXPECT_FALSE(shelf_->lit());
+  EXPECT_EQ(session_->fault(), "count is not for you");
+  EXPECT_FALSE(root_->enabled());
 }
 
 TEST_F(SessionTest, valuesInFrontOfOneThatItsTypeDoesNotHaveAreTaken) {
-  serveShelf(Access::configurable, Rights::configure);
+  serveRoot(Access::configurable, Rights::configure);
   EXPECT_FALSE(send("04 00000001 00 0102 01 0109 00000003"));
-  EXPECT_TRUE(shelf_->lit());
+  EXPECT_TRUE(root_->enabled());
 }
 
 TEST_F(SessionTest, writeToAnEntryThatHasGoneSinceIsForgotten) {
-  serveShelf(Access::configurable, Rights::configure);
-  directory_.entryDel("shelf/a");
+  serveRoot(Access::configurable, Rights::configure);
+  directory_.entryDel("root/a");
   EXPECT_TRUE(send("04 00000001 00 0103 00000009"));
-  EXPECT_EQ(shelf_->visits(), 0u);
+  EXPECT_EQ(root_->count(), 0u);
 }
 
-TEST_F(SessionTest, questionIsAnsweredAfterAllThatIsLeftOver) {
-  serveShelf();
+TEST_F(SessionTest, questionIsAnsweredAfterEverythingRemembered) {
+  serveRoot();
   stall();
-  shelf_->visitsIs(3);
+  root_->countIs(3);
   ASSERT_TRUE(send("0a 00000005"));
   unstall();
   EXPECT_EQ(take(), framesOf({"04 00000001 00 0103 00000003", "0b 00000005"}));
 }
 
 TEST_F(SessionTest, answerReachesTheHost) {
-  serveShelf();
+  serveRoot();
   ASSERT_TRUE(send("0b 00000005"));
-  EXPECT_EQ(host_.told(), "answer(5) ");
+  EXPECT_EQ(host_.events(), "answer(5) ");
 }
 
-TEST_F(SessionTest, laterQuestionStandsForThoseBeforeIt) {
-  serveShelf();
+TEST_F(SessionTest, laterQuestionReplacesThoseBeforeIt) {
+  serveRoot();
   session_->ask(1);
   session_->ask(2);
   ASSERT_TRUE(send("0a 00000005"));
@@ -290,7 +285,7 @@ TEST_F(SessionTest, laterQuestionStandsForThoseBeforeIt) {
 }
 
 TEST_F(SessionTest, peersRefusalEndsTheConnectionWithoutAnAnswer) {
-  serveShelf();
+  serveRoot();
   EXPECT_FALSE(send("0c 0004 66756c6c"));
   EXPECT_EQ(session_->fault(), "the peer ended the connection: full");
   EXPECT_EQ(session_->refusal(), "full");
@@ -298,21 +293,21 @@ TEST_F(SessionTest, peersRefusalEndsTheConnectionWithoutAnAnswer) {
 }
 
 TEST_F(SessionTest, refusalMayComeInsteadOfAHello) {
-  serveSilently();
+  serveBeforeHello();
   EXPECT_FALSE(send("0c 0004 66756c6c"));
   EXPECT_EQ(session_->refusal(), "full");
 }
 
-TEST_F(SessionTest, refusalIsSaidOnceAndOnlyWhereThereIsRoom) {
-  serveShelf();
+TEST_F(SessionTest, refusalIsSentOnce) {
+  serveRoot();
   session_->refuse("first");
   session_->refuse("second");
   EXPECT_EQ(session_->fault(), "first");
   EXPECT_EQ(takeWithoutDraining(), framesOf({"0c" + textHex("first")}));
 }
 
-TEST_F(SessionTest, refusalIsNotSaidToAFullStream) {
-  serveShelf();
+TEST_F(SessionTest, refusalIsNotSentIntoAFullStream) {
+  serveRoot();
   stall();
   session_->refuse("full");
   EXPECT_EQ(session_->fault(), "full");
@@ -321,26 +316,26 @@ TEST_F(SessionTest, refusalIsNotSaidToAFullStream) {
 }
 
 TEST_F(SessionTest, nothingIsReadOrBuiltAfterTheEnd) {
-  serveShelf(Access::configurable, Rights::configure);
+  serveRoot(Access::configurable, Rights::configure);
   session_->refuse("over");
   takeWithoutDraining();
   EXPECT_FALSE(send("04 00000001 00 0103 00000009"));
-  EXPECT_EQ(shelf_->visits(), 0u);
+  EXPECT_EQ(root_->count(), 0u);
   session_->ask(1);
   EXPECT_THAT(take(), IsEmpty());
 }
 
 TEST_F(SessionTest, framesBehindABadOneAreNotActedOn) {
-  serveShelf(Access::configurable, Rights::configure);
+  serveRoot(Access::configurable, Rights::configure);
   auto bytes = framed("ff");
   const auto second = framed("04 00000001 00 0103 00000009");
   bytes.insert(bytes.end(), second.begin(), second.end());
   EXPECT_FALSE(session_->input(bytes));
-  EXPECT_EQ(shelf_->visits(), 0u);
+  EXPECT_EQ(root_->count(), 0u);
 }
 
 TEST_F(SessionTest, impossibleLengthEndsTheConnection) {
-  serveShelf();
+  serveRoot();
   EXPECT_FALSE(session_->input(bytesOf("ffff")));
   EXPECT_EQ(session_->fault(), "a frame of an impossible length");
 }
@@ -354,26 +349,26 @@ TEST_F(SessionTest, framesMayBeSplitAnywhere) {
   for (size_t at = 0; at <= bytes.size(); ++at) {
     SCOPED_TRACE(at);
     Directory directory;
-    const Ptr<Shelf> shelf = makePtr<Shelf>("a");
-    directory.entryIs("shelf/a", shelf, Access::configurable);
+    const Ptr<Root> root = makePtr<Root>("a");
+    directory.entryIs("root/a", root, Access::configurable);
     Session session(host_, {.name = "agent", .peerName = "uid 0", .rights = Rights::configure},
                     &directory);
     ASSERT_TRUE(session.input(std::span(bytes).first(at)));
     ASSERT_TRUE(session.input(std::span(bytes).subspan(at)));
-    EXPECT_EQ(shelf->visits(), 9u);
-    EXPECT_TRUE(shelf->lit());
+    EXPECT_EQ(root->count(), 9u);
+    EXPECT_TRUE(root->enabled());
     session.drain();
     FrameTaker taker;
     EXPECT_EQ(taker.take(session.stream()).back(), "0b00000005");
   }
 }
 
-TEST_F(SessionTest, sessionThatEndsHearsNoMoreOfItsEntities) {
-  serveShelf();
+TEST_F(SessionTest, destroyedSessionIsNotNotifiedByItsEntities) {
+  serveRoot();
   session_.reset();
   const int before = host_.outputs_;
-  shelf_->visitsIs(1);
-  directory_.entryDel("shelf/a");
+  root_->countIs(1);
+  directory_.entryDel("root/a");
   EXPECT_EQ(host_.outputs_, before);
 }
 

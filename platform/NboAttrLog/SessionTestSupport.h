@@ -1,4 +1,4 @@
-// A session under test and, instead of a peer, hands that write and read frames byte by byte.
+// A session under test, and functions that write and read frames byte by byte in place of a peer.
 //
 // Frames are written as hexadecimal digits, type first, without the length: "0a 00000007". Blanks
 // are for the eye.
@@ -43,7 +43,7 @@ inline std::string hexOf(std::span<const U8> bytes) {
   return hex;
 }
 
-// The same frames without blanks, to be compared with what came.
+// The same frames without blanks, to be compared with received ones.
 inline Frames framesOf(const Frames& written) {
   Frames plain;
   for (const std::string& frame : written) plain.push_back(hexOf(bytesOf(frame)));
@@ -57,7 +57,7 @@ inline std::string textHex(std::string_view text) {
   return hexOf(length) + hexOf(bytes);
 }
 
-// A frame as it travels: with its length in front.
+// A frame as it is sent: with its length in front.
 inline std::vector<U8> framed(std::string_view hex) {
   std::vector<U8> bytes = bytesOf(hex);
   const size_t length = bytes.size();
@@ -65,7 +65,7 @@ inline std::vector<U8> framed(std::string_view hex) {
   return bytes;
 }
 
-// Takes what waits in a stream, up to so many bytes, and puts frames together.
+// Takes bytes that wait in a stream, up to a number, and puts frames together.
 class FrameTaker {
  public:
   static constexpr size_t everything = ~size_t{0};
@@ -96,20 +96,20 @@ class TestHost final : public SessionHost {
   }
   Ptr<EntityBase> rootIs(std::string_view path, std::string_view typeName,
                          const Value& key) override {
-    told_ += "root(" + std::string(path) + ") ";
+    events_ += "root(" + std::string(path) + ") ";
     const std::string* name = std::get_if<std::string>(&key);
     if (ignores_ || name == nullptr) return {};
     if (keeps_) return keeps_;
     auto& copy = copies_[std::string(path)];
-    if (copy == nullptr && typeName == Shelf::entityTypeName) copy = makePtr<Shelf>(Name(*name));
+    if (copy == nullptr && typeName == Root::entityTypeName) copy = makePtr<Root>(Name(*name));
     return copy;
   }
   void rootDel(std::string_view path) override {
-    told_ += "rootDel(" + std::string(path) + ") ";
+    events_ += "rootDel(" + std::string(path) + ") ";
     copies_.erase(std::string(path));
   }
-  void onCurrent() override { told_ += "current "; }
-  void onAnswer(U32 token) override { told_ += "answer(" + std::to_string(token) + ") "; }
+  void onCurrent() override { events_ += "current "; }
+  void onAnswer(U32 token) override { events_ += "answer(" + std::to_string(token) + ") "; }
   std::string whyRefused(const EntityBase&, std::span<const Written> values) override {
     for (const Written& written : values) {
       if (written.attr->name == refused_) return refused_ + " is not for you";
@@ -117,38 +117,38 @@ class TestHost final : public SessionHost {
     return {};
   }
 
-  // What it was told since the last call.
-  std::string told() { return std::exchange(told_, {}); }
-  Ptr<Shelf> copy(const std::string& path) const {
+  // The calls since the last call of this.
+  std::string events() { return std::exchange(events_, {}); }
+  Ptr<Root> copy(const std::string& path) const {
     const auto found = copies_.find(path);
     return found == copies_.end() ? nullptr : found->second;
   }
 
   int outputs_ = 0;
-  bool ignores_ = false;        // is interested in no directory entry
-  Ptr<Shelf> keeps_;            // offered for whatever is announced
+  bool ignores_ = false;        // every directory entry
+  Ptr<Root> keeps_;             // the copy for every entry, if it is set
   std::string refused_;         // the attribute that peers may not write
-  std::function<void()> then_;  // done whenever there is output
+  std::function<void()> then_;  // called at each output
 
  private:
-  std::map<std::string, Ptr<Shelf>> copies_;
-  std::string told_;
+  std::map<std::string, Ptr<Root>> copies_;
+  std::string events_;
 };
 
-// Names of what the tests send and expect most.
+// The frames that tests send and expect most.
 inline const std::string helloFrame =
-    "01 4d6f784c 0001 408f400000000000 00" + textHex("peer");  // the clock says 1000
-inline const std::string shelfRoot =
-    "02 00000001" + textHex("shelf/a") + "00" + textHex("Test::Shelf") + "05" + textHex("a");
-inline const std::string writableShelfRoot =
-    "02 00000001" + textHex("shelf/a") + "01" + textHex("Test::Shelf") + "05" + textHex("a");
+    "01 4d6f784c 0001 408f400000000000 00" + textHex("peer");  // the clock is at 1000
+inline const std::string rootFrame =
+    "02 00000001" + textHex("root/a") + "00" + textHex("Test::Root") + "05" + textHex("a");
+inline const std::string writableRootFrame =
+    "02 00000001" + textHex("root/a") + "01" + textHex("Test::Root") + "05" + textHex("a");
 inline const std::string currentFrame = "09";
-// All attributes of a shelf as it is made, but for those in front of its books.
-inline const std::string shelfRest =
+// The initial values of the attributes of a root that follow its nodes.
+inline const std::string restOfRoot =
     "04 00000001 00 0105 0000000000000000 0107 0000000000000000 0108 0000 0109 00000000"
     "010a 00000000";
 
-// A serving session, greeted, whose peer is the test.
+// A serving session whose peer is the test and has sent hello.
 class ServingTest : public testing::Test {
  protected:
   ServingTest() { virtualTimeIs(1000.0); }
@@ -161,23 +161,23 @@ class ServingTest : public testing::Test {
             .name = "agent", .peerName = "uid 7", .rights = rights, .bufferBytes = bufferBytes},
         &directory_);
   }
-  // Serves shelf/a, and lets the peer take all that there is.
-  void serveShelf(Access access = Access::readOnly, Rights rights = Rights::read) {
-    directory_.entryIs("shelf/a", shelf_, access);
+  // Serves root/a; the peer takes everything.
+  void serveRoot(Access access = Access::readOnly, Rights rights = Rights::read) {
+    directory_.entryIs("root/a", root_, access);
     serve(rights);
     ASSERT_TRUE(send(helloFrame));
     take();
     ASSERT_TRUE(session_->allSent());
   }
-  // The same through a stream that does not hold much.
+  // The same through a stream of the least capacity.
   void serveSmall() {
-    directory_.entryIs("shelf/a", shelf_, Access::readOnly);
+    directory_.entryIs("root/a", root_, Access::readOnly);
     serve(Rights::read, OutStream::leastCapacity);
     ASSERT_TRUE(send(helloFrame));
     take();
   }
   bool send(std::string_view hex) { return session_->input(framed(hex)); }
-  // Builds and takes until nothing is left over.
+  // Drains and takes until everything is sent.
   Frames take() {
     Frames all;
     for (session_->drain(); !session_->stream().pending().empty(); session_->drain()) {
@@ -185,15 +185,15 @@ class ServingTest : public testing::Test {
     }
     return all;
   }
-  // One drain, and what it sent.
+  // One drain; its frames.
   Frames drained() {
     session_->drain();
     return takeWithoutDraining();
   }
-  // Only what is in the stream already.
+  // Only the frames that are in the stream already.
   Frames takeWithoutDraining() { return taker_.take(session_->stream()); }
 
-  // The keys of the books that these frames announce.
+  // The keys of the nodes that these frames announce.
   static std::vector<U32> announced(const Frames& frames) {
     std::vector<U32> keys;
     for (const std::string& frame : frames) {
@@ -204,18 +204,19 @@ class ServingTest : public testing::Test {
     return keys;
   }
 
-  // The stream is full: with changes that nobody has taken. What follows is remembered.
+  // Fills the stream with changes. Later changes are remembered.
   void stall() {
-    for (bool lit = !shelf_->lit(); session_->stream().sufficientBuffer(); lit = !lit) {
-      shelf_->litIs(lit);
+    for (bool enabled = !root_->enabled(); session_->stream().sufficientBuffer();
+         enabled = !enabled) {
+      root_->enabledIs(enabled);
     }
   }
-  // The peer takes what is in the stream, without what was remembered.
+  // The peer takes the frames in the stream; remembered changes are not sent.
   void unstall() { takeWithoutDraining(); }
 
   TestHost host_;
   Directory directory_;
-  Ptr<Shelf> shelf_ = makePtr<Shelf>("a");
+  Ptr<Root> root_ = makePtr<Root>("a");
   std::unique_ptr<Session> session_;
   FrameTaker taker_;
 };

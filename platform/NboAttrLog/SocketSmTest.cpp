@@ -14,7 +14,7 @@
 namespace Mox::NboAttrLog {
 namespace {
 
-// Two connected sockets, the first of which can be filled by a few frames.
+// Two connected sockets; a few frames fill the first one.
 class SocketPair {
  public:
   SocketPair() {
@@ -41,9 +41,9 @@ class SocketPair {
 
 class SocketSmTest : public testing::Test {
  protected:
-  SocketSmTest() { directory_.entryIs("shelf/a", shelf_, Access::configurable); }
+  SocketSmTest() { directory_.entryIs("root/a", root_, Access::configurable); }
 
-  // Everything that the socket takes now.
+  // Sends as much as the socket takes now.
   Moved fill() {
     Moved moved = Moved::all;
     for (bool built = true; built && moved == Moved::all;) {
@@ -69,7 +69,7 @@ class SocketSmTest : public testing::Test {
   TestHost serveHost_;
   TestHost copyHost_;
   Directory directory_;
-  Ptr<Shelf> shelf_ = makePtr<Shelf>("a");
+  Ptr<Root> root_ = makePtr<Root>("a");
   Session server_{
       serveHost_, {.name = "agent", .peerName = "copy", .rights = Rights::configure}, &directory_};
   Session copy_{copyHost_, {.name = "copy", .peerName = "agent"}};
@@ -80,16 +80,16 @@ class SocketSmTest : public testing::Test {
 };
 
 TEST_F(SocketSmTest, copyFollowsThroughTheSocket) {
-  shelf_->visitsIs(3);
+  root_->countIs(3);
   settle();
-  EXPECT_EQ(copyHost_.told(), "root(shelf/a) current ");
-  shelf_->bookIs(7)->loansIs(2);
+  EXPECT_EQ(copyHost_.events(), "root(root/a) current ");
+  root_->nodeIs(7)->usesIs(2);
   settle();
-  EXPECT_EQ(copyHost_.copy("shelf/a")->visits(), 3u);
-  EXPECT_EQ(copyHost_.copy("shelf/a")->book(7)->loans(), 2u);
-  copyHost_.copy("shelf/a")->litIs(true);
+  EXPECT_EQ(copyHost_.copy("root/a")->count(), 3u);
+  EXPECT_EQ(copyHost_.copy("root/a")->node(7)->uses(), 2u);
+  copyHost_.copy("root/a")->enabledIs(true);
   settle();
-  EXPECT_TRUE(shelf_->lit());
+  EXPECT_TRUE(root_->enabled());
 }
 
 TEST_F(SocketSmTest, fullSocketBlocksAndWhatWaitsIsSentOnceItIsEmptied) {
@@ -97,18 +97,18 @@ TEST_F(SocketSmTest, fullSocketBlocksAndWhatWaitsIsSentOnceItIsEmptied) {
   Moved moved = Moved::all;
   for (U32 key = 1; moved == Moved::all; ++key) {
     ASSERT_LT(key, 10000u);
-    shelf_->bookIs(key);
+    root_->nodeIs(key);
     moved = out_.handleWritable();
   }
   EXPECT_EQ(moved, Moved::blocked);
   EXPECT_EQ(out_.handleWritable(), Moved::blocked);
   EXPECT_FALSE(server_.stream().pending().empty());
-  for (U32 key = 1; server_.allSent(); ++key) shelf_->bookIs(100000 + key);  // the stream as well
-  shelf_->visitsIs(1);
-  shelf_->visitsIs(2);
+  for (U32 key = 1; server_.allSent(); ++key) root_->nodeIs(100000 + key);  // the stream as well
+  root_->countIs(1);
+  root_->countIs(2);
   settle();
-  EXPECT_EQ(copyHost_.copy("shelf/a")->visits(), 2u);
-  EXPECT_EQ(copyHost_.copy("shelf/a")->books(), shelf_->books());
+  EXPECT_EQ(copyHost_.copy("root/a")->count(), 2u);
+  EXPECT_EQ(copyHost_.copy("root/a")->nodes(), root_->nodes());
   EXPECT_TRUE(server_.allSent());
 }
 
@@ -117,6 +117,24 @@ TEST_F(SocketSmTest, bytesThatTheSocketTookAreCounted) {
   const size_t hello = server_.stream().pending().size();
   EXPECT_EQ(out_.handleWritable(), Moved::all);
   EXPECT_EQ(out_.bytesTaken(), hello);
+}
+
+TEST_F(SocketSmTest, bytesThatLeftBeforeTheSocketWasFullAreCountedAndLeaveTheStream) {
+  settle();
+  const U64 before = out_.bytesTaken();
+  size_t built = 0;
+  Moved moved = Moved::all;
+  for (U32 key = 1; moved == Moved::all; ++key) {
+    ASSERT_LT(key, 10000u);
+    const size_t waiting = server_.stream().pending().size();
+    while (server_.stream().sufficientBuffer()) root_->countInc(1);
+    built += server_.stream().pending().size() - waiting;
+    moved = out_.handleWritable();
+  }
+  const size_t left = server_.stream().pending().size();
+  EXPECT_EQ(moved, Moved::blocked);
+  EXPECT_EQ(out_.bytesTaken() - before, built - left);
+  EXPECT_GT(out_.bytesTaken(), before);
 }
 
 TEST_F(SocketSmTest, emptySocketGivesNothingNow) {
@@ -150,7 +168,7 @@ TEST_F(SocketSmTest, oneCallTakesABoundedNumberOfBytes) {
   EXPECT_EQ(left, static_cast<ssize_t>(bytes.size() - SocketInSm::atOnce));
 }
 
-TEST_F(SocketSmTest, machineTellsWhichSocketTheLogGoesTo) {
+TEST_F(SocketSmTest, machineGivesTheSocketOfTheLog) {
   const SocketOutSm& machine = out_;
   EXPECT_EQ(machine.connectionFd(), ends_[0]);
   EXPECT_EQ(machine.sockFd(), 0);

@@ -1,5 +1,5 @@
-// The entities that the attribute log's tests send: a shelf with books (an ordered collection), and
-// books with pages (a hashed one). The shelf has an attribute of each kind of value.
+// The entities that the attribute log's tests send: a root with nodes (an ordered collection), and
+// nodes with leaves (a hashed one). The root has an attribute of each kind of value.
 #pragma once
 
 #include <array>
@@ -28,158 +28,162 @@ class Number {
 };
 inline void appendText(std::string& out, Number key) { Mox::appendText(out, key.value()); }
 
-enum Wood : U32 { pine = 0, oak = 4 };
-constexpr const char* enumerationName(Wood) { return "Test::Wood"; }
-constexpr auto enumerators(Wood) {
-  return std::array{enumerator(pine, "pine"), enumerator(oak, "oak")};
+enum Mode : U32 { slow = 0, fast = 4 };
+constexpr const char* enumerationName(Mode) { return "Test::Mode"; }
+constexpr auto enumerators(Mode) {
+  return std::array{enumerator(slow, "slow"), enumerator(fast, "fast")};
 }
 
-class Page final : public Entity<Page> {
+class Leaf final : public Entity<Leaf> {
  public:
-  static constexpr const char* entityTypeName = "Test::Page";
-  class NotifieeConst : public NotifieeOf<Page> {
+  static constexpr const char* entityTypeName = "Test::Leaf";
+  class NotifieeConst : public NotifieeOf<Leaf> {
    public:
     using NotifieeOf::NotifieeOf;
-    virtual void onTorn() {}
+    virtual void onExpired() {}
+    virtual void onLevel() {}
   };
 
-  explicit Page(Number number) : number_(number) {}
+  explicit Leaf(Number number) : number_(number) {}
   std::string name() const { return {}; }
-  bool torn() const { return torn_; }
-  void tornIs(bool v) { set<&Page::torn_>(v); }
+  bool expired() const { return expired_; }
+  U32 level() const { return level_; }
+  void expiredIs(bool v) { set<&Leaf::expired_>(v); }
+  void levelIs(U32 v) { set<&Leaf::level_>(v); }
 
  private:
-  friend class Entity<Page>;
+  friend class Entity<Leaf>;
   Number number_;
-  bool torn_ = false;
+  bool expired_ = false;
+  U32 level_ = 0;
 
  public:
   static constexpr AttrTable attributes{
-      Constant{"name", &Page::name}, Key{"number", &Page::number_},
-      Attr{"torn", &Page::torn_, &Page::tornIs, &NotifieeConst::onTorn},  // 259
+      Constant{"name", &Leaf::name}, Key{"number", &Leaf::number_},
+      Attr{"expired", &Leaf::expired_, &Leaf::expiredIs, &NotifieeConst::onExpired},  // 259
+      Attr{"level", &Leaf::level_, &Leaf::levelIs, &NotifieeConst::onLevel},          // 260
   };
 };
 
-class Book final : public Entity<Book> {
+class Node final : public Entity<Node> {
  public:
-  static constexpr const char* entityTypeName = "Test::Book";
-  using PageMap = HashMap<Number, Ptr<Page>>;
-  class NotifieeConst : public NotifieeOf<Book> {
+  static constexpr const char* entityTypeName = "Test::Node";
+  using LeafMap = HashMap<Number, Ptr<Leaf>>;
+  class NotifieeConst : public NotifieeOf<Node> {
    public:
     using NotifieeOf::NotifieeOf;
-    virtual void onLoans() {}
-    virtual void onPage(Number) {}
-    virtual void onPageImmediate() {}
-    virtual void onPage() {}
+    virtual void onUses() {}
+    virtual void onLeaf(Number) {}
+    virtual void onLeafImmediate() {}
+    virtual void onLeaf() {}
   };
 
-  explicit Book(Number number) : number_(number) {}
+  explicit Node(Number number) : number_(number) {}
   std::string name() const { return {}; }
-  U32 loans() const { return loans_; }
-  Ptr<Page> page(Number key) const { return member<&Book::page_>(key); }
-  size_t pages() const { return page_.size(); }
-  void loansIs(U32 v) { set<&Book::loans_>(v); }
-  U32 loansInc(U32 by) { return inc<&Book::loans_>(by); }
-  Ptr<Page> pageIs(U32 key) { return memberIs<&Book::page_>(Number(key)); }
-  Ptr<Page> pageDel(U32 key) { return memberDel<&Book::page_>(Number(key)); }
+  U32 uses() const { return uses_; }
+  Ptr<Leaf> leaf(Number key) const { return member<&Node::leaf_>(key); }
+  size_t leaves() const { return leaf_.size(); }
+  void usesIs(U32 v) { set<&Node::uses_>(v); }
+  U32 usesInc(U32 by) { return inc<&Node::uses_>(by); }
+  Ptr<Leaf> leafIs(U32 key) { return memberIs<&Node::leaf_>(Number(key)); }
+  Ptr<Leaf> leafDel(U32 key) { return memberDel<&Node::leaf_>(Number(key)); }
 
  private:
-  friend class Entity<Book>;
+  friend class Entity<Node>;
   Number number_;
-  U32 loans_ = 0;
-  PageMap page_;
+  U32 uses_ = 0;
+  LeafMap leaf_;
 
  public:
   static constexpr AttrTable attributes{
-      Constant{"name", &Book::name}, Key{"number", &Book::number_},
-      Collection{"page", &Book::page_, &NotifieeConst::onPage, &NotifieeConst::onPageImmediate,
-                 &NotifieeConst::onPage},  // 259
-      Counter{"loans", &Book::loans_, &Book::loansIs, &Book::loansInc,
-              &NotifieeConst::onLoans},  // 260
+      Constant{"name", &Node::name}, Key{"number", &Node::number_},
+      Collection{"leaf", &Node::leaf_, &NotifieeConst::onLeaf, &NotifieeConst::onLeafImmediate,
+                 &NotifieeConst::onLeaf},                                                    // 259
+      Counter{"uses", &Node::uses_, &Node::usesIs, &Node::usesInc, &NotifieeConst::onUses},  // 260
   };
 };
 
-class Shelf final : public Entity<Shelf> {
+class Root final : public Entity<Root> {
  public:
-  static constexpr const char* entityTypeName = "Test::Shelf";
-  using BookMap = OrderedMap<Number, Ptr<Book>>;
-  class NotifieeConst : public NotifieeOf<Shelf> {
+  static constexpr const char* entityTypeName = "Test::Root";
+  using NodeMap = OrderedMap<Number, Ptr<Node>>;
+  class NotifieeConst : public NotifieeOf<Root> {
    public:
     using NotifieeOf::NotifieeOf;
-    virtual void onLit() {}
-    virtual void onVisits() {}
-    virtual void onBook(Number) {}
-    virtual void onBookImmediate() {}
-    virtual void onBook() {}
+    virtual void onEnabled() {}
+    virtual void onCount() {}
+    virtual void onNode(Number) {}
+    virtual void onNodeImmediate() {}
+    virtual void onNode() {}
     virtual void onTotal() {}
-    virtual void onHeight() {}
+    virtual void onDelay() {}
     virtual void onLabel() {}
-    virtual void onWood() {}
-    virtual void onOwner() {}
-    virtual void onPlace() {}
+    virtual void onMode() {}
+    virtual void onAddress() {}
+    virtual void onOrigin() {}
   };
-  // What can be shown, and cannot be made of what is shown.
-  struct Place {
-    static constexpr const char* valueTypeName = "Test::Place";
+  // A value that can be shown, but not made from the text that shows it.
+  struct Origin {
+    static constexpr const char* valueTypeName = "Test::Origin";
     S32 row = 0;
-    friend bool operator==(const Place&, const Place&) = default;
-    friend S32 shownValue(const Place& place) { return place.row; }
+    friend bool operator==(const Origin&, const Origin&) = default;
+    friend S32 shownValue(const Origin& origin) { return origin.row; }
   };
 
-  explicit Shelf(Name name) : name_(name) {}
+  explicit Root(Name name) : name_(name) {}
   Name name() const { return name_; }
-  bool lit() const { return lit_; }
-  U32 visits() const { return visits_; }
+  bool enabled() const { return enabled_; }
+  U32 count() const { return count_; }
   U64 total() const { return total_; }
-  double height() const { return height_; }
+  double delay() const { return delay_; }
   const std::string& label() const { return label_; }
-  Wood wood() const { return wood_; }
-  Number owner() const { return owner_; }
-  U32 twice() const { return 2 * visits_; }
-  Ptr<Book> book(U32 key) const { return member<&Shelf::book_>(Number(key)); }
-  size_t books() const { return book_.size(); }
+  Mode mode() const { return mode_; }
+  Number address() const { return address_; }
+  U32 twice() const { return 2 * count_; }
+  Ptr<Node> node(U32 key) const { return member<&Root::node_>(Number(key)); }
+  size_t nodes() const { return node_.size(); }
 
-  void litIs(bool v) { set<&Shelf::lit_>(v); }
-  void visitsIs(U32 v) { set<&Shelf::visits_>(v); }
-  U32 visitsInc(U32 by) { return inc<&Shelf::visits_>(by); }
-  void totalIs(U64 v) { set<&Shelf::total_>(v); }
-  void heightIs(double v) { set<&Shelf::height_>(v); }
-  void labelIs(std::string v) { set<&Shelf::label_>(std::move(v)); }
-  void woodIs(Wood v) { set<&Shelf::wood_>(v); }
-  void ownerIs(Number v) { set<&Shelf::owner_>(v); }
-  void placeIs(Place v) { set<&Shelf::place_>(v); }
-  Ptr<Book> bookIs(U32 key) { return memberIs<&Shelf::book_>(Number(key)); }
-  Ptr<Book> bookDel(U32 key) { return memberDel<&Shelf::book_>(Number(key)); }
-  void bookNotify() { notifyCollection<&Shelf::book_>(); }
+  void enabledIs(bool v) { set<&Root::enabled_>(v); }
+  void countIs(U32 v) { set<&Root::count_>(v); }
+  U32 countInc(U32 by) { return inc<&Root::count_>(by); }
+  void totalIs(U64 v) { set<&Root::total_>(v); }
+  void delayIs(double v) { set<&Root::delay_>(v); }
+  void labelIs(std::string v) { set<&Root::label_>(std::move(v)); }
+  void modeIs(Mode v) { set<&Root::mode_>(v); }
+  void addressIs(Number v) { set<&Root::address_>(v); }
+  void originIs(Origin v) { set<&Root::origin_>(v); }
+  Ptr<Node> nodeIs(U32 key) { return memberIs<&Root::node_>(Number(key)); }
+  Ptr<Node> nodeDel(U32 key) { return memberDel<&Root::node_>(Number(key)); }
+  void nodeNotify() { notifyCollection<&Root::node_>(); }
 
  private:
-  friend class Entity<Shelf>;
+  friend class Entity<Root>;
   Name name_;
-  bool lit_ = false;
-  U32 visits_ = 0;
-  BookMap book_;
+  bool enabled_ = false;
+  U32 count_ = 0;
+  NodeMap node_;
   U64 total_ = 0;
-  double height_ = 0.0;
+  double delay_ = 0.0;
   std::string label_;
-  Wood wood_ = pine;
-  Number owner_;
-  Place place_;
+  Mode mode_ = slow;
+  Number address_;
+  Origin origin_;
 
  public:
   static constexpr AttrTable attributes{
-      Key{"name", &Shelf::name_},
-      Attr{"lit", &Shelf::lit_, &Shelf::litIs, &NotifieeConst::onLit},  // 258
-      Counter{"visits", &Shelf::visits_, &Shelf::visitsIs, &Shelf::visitsInc,
-              &NotifieeConst::onVisits},  // 259
-      Collection{"book", &Shelf::book_, &NotifieeConst::onBook, &NotifieeConst::onBookImmediate,
-                 &NotifieeConst::onBook},                                           // 260
-      Attr{"total", &Shelf::total_, &Shelf::totalIs, &NotifieeConst::onTotal},      // 261
-      Derived{"twice", &Shelf::twice},                                              // 262
-      Attr{"height", &Shelf::height_, &Shelf::heightIs, &NotifieeConst::onHeight},  // 263
-      Attr{"label", &Shelf::label_, &Shelf::labelIs, &NotifieeConst::onLabel},      // 264
-      Attr{"wood", &Shelf::wood_, &Shelf::woodIs, &NotifieeConst::onWood},          // 265
-      Attr{"owner", &Shelf::owner_, &Shelf::ownerIs, &NotifieeConst::onOwner},      // 266
-      Attr{"place", &Shelf::place_, &Shelf::placeIs, &NotifieeConst::onPlace},      // 267
+      Key{"name", &Root::name_},
+      Attr{"enabled", &Root::enabled_, &Root::enabledIs, &NotifieeConst::onEnabled},  // 258
+      Counter{"count", &Root::count_, &Root::countIs, &Root::countInc,
+              &NotifieeConst::onCount},  // 259
+      Collection{"node", &Root::node_, &NotifieeConst::onNode, &NotifieeConst::onNodeImmediate,
+                 &NotifieeConst::onNode},                                             // 260
+      Attr{"total", &Root::total_, &Root::totalIs, &NotifieeConst::onTotal},          // 261
+      Derived{"twice", &Root::twice},                                                 // 262
+      Attr{"delay", &Root::delay_, &Root::delayIs, &NotifieeConst::onDelay},          // 263
+      Attr{"label", &Root::label_, &Root::labelIs, &NotifieeConst::onLabel},          // 264
+      Attr{"mode", &Root::mode_, &Root::modeIs, &NotifieeConst::onMode},              // 265
+      Attr{"address", &Root::address_, &Root::addressIs, &NotifieeConst::onAddress},  // 266
+      Attr{"origin", &Root::origin_, &Root::originIs, &NotifieeConst::onOrigin},      // 267
   };
 };
 

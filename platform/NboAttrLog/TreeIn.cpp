@@ -33,22 +33,22 @@ std::string TreeIn::readValues(const EntityBase& entity, Reader& in) {
   while (!in.atEnd()) {
     const AttrInfo* attr = entity.type().attr(AttrId{in.u16()});
     if (attr == nullptr || attr->set == nullptr) {
-      return std::string("an attribute that ") + entity.typeName() + " cannot be sent";
+      return std::string("an attribute that ") + entity.typeName() + " does not receive";
     }
     values_.push_back({attr, in.value(attr->value)});
-    if (!in.ok()) return std::string("a value of ") + attr->name + " that it cannot have";
+    if (!in.ok()) return std::string("an invalid value of ") + attr->name;
   }
   return {};
 }
 
-// All values are read before the first is written: those of a frame may only go together.
-std::string TreeIn::handleAttrDeserialization(const Ref& ref, Reader& in, Judge& judge,
+// All values are read before the first is written: some are valid only together.
+std::string TreeIn::handleAttrDeserialization(const Ref& ref, Reader& in, Host& host,
                                               const std::string& peerName) {
   const Ptr<EntityBase> entity = find(ref);
-  if (!entity) return "attributes of a member that is not there";
+  if (!entity) return "attributes of a member that does not exist";
   checkWritable(*entity, peerName);
   std::string fault = readValues(*entity, in);
-  if (fault.empty()) fault = judge.whyRefused(*entity, values_);
+  if (fault.empty()) fault = host.whyRefused(*entity, values_);
   if (!fault.empty()) return fault;
   for (const auto& [attr, value] : values_) {
     const TreeOut::Receiving receiving(out_, *entity, attr->id);
@@ -72,13 +72,13 @@ std::string TreeIn::handleAddition(const Ref& ref, Reader& in, const std::string
   --above.depth;
   above.keys.at(above.depth) = 0;
   const Ptr<EntityBase> entity = find(above);
-  if (!entity) return "an addition to a member that is not there";
+  if (!entity) return "an addition to a member that does not exist";
   checkWritable(*entity, peerName);
   const CollectionInfo* members = collection(*entity, id);
   if (members == nullptr) return "an addition to what is not a collection";
   if (members->memberType().name != type) return "an addition of a type that does not belong";
   const TreeOut::Receiving receiving(out_, *entity, id);
-  // A copy that outlived a connection holds members that this one has not heard yet.
+  // A copy that outlived a connection has members that this one does not watch yet.
   members->add(*entity, key)->treeWatchedIs();
   named(above, key);
   return {};
@@ -89,7 +89,7 @@ std::string TreeIn::handleRemoval(const Ref& ref, Reader& in, const std::string&
   const U32 key = in.u32();
   if (!in.complete()) return "a removal that is too short or too long";
   const Ptr<EntityBase> entity = find(ref);
-  if (!entity) return "a removal from a member that is not there";
+  if (!entity) return "a removal from a member that does not exist";
   checkWritable(*entity, peerName);
   const CollectionInfo* members = collection(*entity, id);
   if (members == nullptr) return "a removal from what is not a collection";
@@ -104,7 +104,7 @@ std::string TreeIn::handleAttrTransaction(const Ref& ref, FrameType type, Reader
   const U8 flags = in.u8();
   if (!in.complete()) return "a transaction marker that is too short or too long";
   const Ptr<EntityBase> entity = find(ref);
-  if (!entity) return "a transaction of a member that is not there";
+  if (!entity) return "a transaction of a member that does not exist";
   checkWritable(*entity, peerName);
   const CollectionInfo* members = collection(*entity, id);
   if (members == nullptr) return "a transaction of what is not a collection";

@@ -8,7 +8,7 @@
 
 namespace Mox::NboAttrLog {
 
-// Delivery into a stream calls nobody; who comes back here during it has broken that rule, and
+// Building frames calls no code outside this module. A call that enters again breaks that rule, and
 // would write a frame into the middle of another.
 class TreeOut::Delivering {
  public:
@@ -97,21 +97,21 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
   host_.transmit();
 }
 
-// Members that came and went while the peer took nothing are not remembered for ever: a walk that
-// names those that are there tells the same.
+// Bounds the memory for members that come and go while the peer takes nothing: a walk that names the
+// existing members has the same effect.
 void TreeOut::keepBounded(FlowOut& flow, size_t members) {
   if (flow.members().records() <= 2 * members + keysAlwaysKept) return;
   flow.membersDel();
-  flow.members().wholeIs();
+  flow.members().wholeDueIs();
 }
 
-// The collection as a whole: every member again, so that the peer can drop what is not among them.
+// The collection as a whole: every member is sent again, so that the peer can remove all others.
 void TreeOut::onCollection(const EntityBase& entity, AttrId id) {
   if (!concerns(entity, id)) return;
   const Delivering delivering(*this);
   if (FlowOut* flow = remembered(refOf(entity), FlowOut::bitOf(id))) {
     flow->membersDel();
-    flow->members().wholeIs();
+    flow->members().wholeDueIs();
   }
   host_.transmit();
 }
@@ -125,7 +125,7 @@ Ref TreeOut::refOf(const EntityBase& entity) const {
   return ref;
 }
 
-FlowOut* TreeOut::remembered(const Ref& ref, U32 bits) {
+FlowOut* TreeOut::remembered(const Ref& ref, U64 bits) {
   host_.deferredIs();
   FlowOut* flow = &flow_;
   const TypeInfo* type = &entity_->type();

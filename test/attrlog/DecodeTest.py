@@ -1,4 +1,4 @@
-"""Whether an independent decoder reads from the attribute log what its writer holds.
+"""Compares the state that an independent decoder reads from the attribute log with its writer's.
 
 usage: DecodeTest.py SERVE_STATE
 """
@@ -37,7 +37,7 @@ class ServedState(unittest.TestCase):
         process.wait(LONGEST)
         process.stdout.close()
 
-    def told(self, command):
+    def state_after(self, command):
         self.server.stdin.write(command + "\n")
         self.server.stdin.flush()
         return json.loads(self.server.stdout.readline())
@@ -52,16 +52,16 @@ class ServedState(unittest.TestCase):
         self.assertEqual(self.decoded(), self.state)
 
     def test_next_reader_reads_what_has_changed(self):
-        changed = self.told("change")
+        changed = self.state_after("change")
         self.assertNotEqual(changed, self.state)
         self.assertEqual(self.decoded(), changed)
 
-    def test_interface_that_has_gone_is_not_read(self):
+    def test_removed_interface_is_not_read(self):
         self.assertIn("eth1", self.decoded())
-        self.assertEqual(list(self.told("remove")), ["eth0"])
+        self.assertEqual(list(self.state_after("remove")), ["eth0"])
         self.assertEqual(list(self.decoded()), ["eth0"])
 
-    def test_follower_is_told_each_change(self):
+    def test_follower_reads_each_change(self):
         follower = subprocess.Popen([sys.executable, DECODER, "--follow", self.path],
                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.addCleanup(self.end, follower)
@@ -72,7 +72,7 @@ class ServedState(unittest.TestCase):
                  if frame["frame"] == "begin" and frame["entity"] == "status/eth0"]
         self.assertGreater(len(walks), 2)  # interrupted and resumed
         self.assertEqual((walks[0]["flags"], walks[-1]["flags"]), (1, 3))
-        self.told("change")
+        self.state_after("change")
         self.assertEqual(next(frames), {"frame": "attributes", "entity": "config/eth0",
                                         "values": {"sendQuery": False}})
         self.assertEqual(next(frames), {"frame": "attributes", "entity": "status/eth0",
@@ -81,7 +81,7 @@ class ServedState(unittest.TestCase):
                                         "collection": "group", "key": "239.0.0.77"})
         self.assertEqual(next(frames), {"frame": "addition", "entity": "status/eth0",
                                         "collection": "group", "key": "239.2.3.4"})
-        last = self.told("remove")
+        last = self.state_after("remove")
         gone = [frame["entity"] for frame in frames_until(frames, "rootGone", 2)]
         self.assertEqual(sorted(gone), ["config/eth1", "status/eth1"])
         self.server.stdin.close()  # the follower ends with the log
@@ -91,7 +91,7 @@ class ServedState(unittest.TestCase):
 
 
 def frames_until(frames, name, count):
-    """The next frames of that name, so many of them."""
+    """The next `count` frames of that name."""
     while count:
         frame = next(frames)
         if frame["frame"] == name:
@@ -100,7 +100,7 @@ def frames_until(frames, name, count):
 
 
 class BrokenLog(unittest.TestCase):
-    """The decoder is not content with anything: else agreeing with it would prove nothing."""
+    """The decoder refuses wrong logs: otherwise its agreement would prove nothing."""
 
     def decoded(self, *frames):
         with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX) as listening:
@@ -122,9 +122,9 @@ class BrokenLog(unittest.TestCase):
 
     def test_log_without_current_is_not_complete(self):
         self.assertEqual(self.decoded(self.HELLO),
-                         (1, "the log ended within a frame, or before everything had come"))
+                         (1, "the log ended within a frame, or before it was complete"))
 
-    def test_refusal_is_told(self):
+    def test_refusal_is_reported(self):
         self.assertEqual(self.decoded("0c 0002 6e6f"), (1, "refused: no"))
 
     def test_another_version_is_refused(self):
@@ -136,11 +136,11 @@ class BrokenLog(unittest.TestCase):
 
     def test_entity_that_was_not_announced_is_refused(self):
         self.assertEqual(self.decoded(self.HELLO, "04 00000007 00"),
-                         (1, "entry 7 is not there"))
+                         (1, "entry 7 does not exist"))
 
 
 class NoLog(unittest.TestCase):
-    def test_socket_that_is_not_there_is_told(self):
+    def test_missing_socket_is_reported(self):
         result = decode("/nonexistent/log")
         self.assertEqual(result.returncode, 2)
         self.assertIn("/nonexistent/log: ", result.stderr)

@@ -1,10 +1,10 @@
-// Serves the entities of two interfaces over a Unix socket, and prints what they hold as JSON, in
-// the words of decode.py: so that a reader of the log can be compared with what was written.
+// Serves the entities of two interfaces over a Unix socket, and prints their state as JSON, in the
+// format of decode.py: so that the state that was read can be compared with the one that was served.
 //
 //   ServeState SOCKET
 //
-// Prints the state when it can be connected to, and again after each line on standard input:
-// "change" changes some of it, "remove" takes an interface away. The end of input ends it.
+// Prints the state when it accepts connections, and again after each line on standard input:
+// "change" changes some of it, "remove" removes an interface. It exits at the end of input.
 #include <array>
 #include <cmath>
 #include <cstdio>
@@ -78,7 +78,7 @@ std::string jsonOf(const Mox::EntityBase& entity) {
   return "{" + json + "}";
 }
 
-// What is served: the configuration and the status of an interface.
+// The configuration and the status of an interface.
 struct Interface {
   Interface(Directory& directory, const std::string& name)
       : config(Gmp::Igmp::querierConfigFactory(name)), status(Gmp::Igmp::querierStatusFactory()) {
@@ -129,7 +129,7 @@ class Client final : public Mox::NboAttrLog::SessionHost {
   Client& operator=(const Client&) = delete;
 
   void onOutput() override {}
-  // Moves what can be moved; false when the connection is over.
+  // Reads and writes as much as the socket allows; false when the connection is over.
   bool handle(short events) {
     if ((events & (POLLIN | POLLHUP)) != 0 && in_.handleReadable() == Moved::ended) return false;
     for (session_.drain(); !session_.stream().pending().empty(); session_.drain()) {
@@ -181,7 +181,7 @@ class Server {
     std::cout << json << "}" << std::endl;
   }
 
-  bool obey() {
+  bool handleCommand() {
     std::string line;
     if (!std::getline(std::cin, line)) return false;
     if (line == "change") change(first_);
@@ -203,7 +203,7 @@ class Server {
     if (polled[1].revents != 0) {
       clients_.emplace_back(::accept(listening_, nullptr, nullptr), directory_);
     }
-    return polled[0].revents == 0 || obey();
+    return polled[0].revents == 0 || handleCommand();
   }
 
   const int listening_;

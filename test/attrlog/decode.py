@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Reads an attribute log and writes what it says as JSON.
+"""Reads an attribute log and writes its content as JSON.
 
-A second reading of doc/attribute-log.md, written from that document alone: it shares nothing with
-the library. Connects to a Unix socket, reads until everything that was there has come, and writes
-the state of every interface; with --follow it writes each frame as a line of JSON as it comes, and
+A second implementation of doc/attribute-log.md, written from that document alone: it shares no code
+with the library. Connects to a Unix socket, reads until the state is complete, and writes the state
+of every interface; with --follow it writes each frame as a line of JSON when it is received, and
 the state in a line of its own when the log ends.
 
 Exit status: 0, 1 when the log breaks its rules or is refused, 2 when it cannot be reached.
@@ -30,7 +30,7 @@ def attributes(first, *names_and_kinds):
     return {first + place: (name, kind) for place, (name, kind) in enumerate(pairs)}
 
 
-# By type: what is sent, by identifier, and the collection with the type of its members.
+# By type: the attributes that are sent, by identifier, and the collection with its members' type.
 TYPES = {
     "Gmp::Igmp::QuerierConfig": (
         attributes(258, "robustness:u32", "queryInterval:seconds", "queryResponseInterval:seconds",
@@ -72,7 +72,7 @@ def dotted(number):
 
 
 class Fields:
-    """The fields of one frame, taken from its front."""
+    """The fields of one frame, read from front to back."""
 
     def __init__(self, data):
         self.data, self.at = data, 0
@@ -145,7 +145,7 @@ class Entity:
 
 
 class Log:
-    """What has been heard; each on_... acts on one frame and says what it said."""
+    """The state that was received; each on_... acts on one frame and returns its content."""
 
     def __init__(self):
         self.roots, self.paths, self.greeted, self.current = {}, {}, False, False
@@ -157,18 +157,18 @@ class Log:
             raise LogError("a frame of an unknown type")
         if not self.greeted and name not in ("hello", "refusal"):
             raise LogError("the first frame is not a hello")
-        said = getattr(self, "on_" + name)(fields)
+        content = getattr(self, "on_" + name)(fields)
         if fields.more():
             raise LogError(f"a {name} is too long")
-        return {"frame": name} | said
+        return {"frame": name} | content
 
     def find(self, number, keys):
         if number not in self.roots:
-            raise LogError(f"entry {number} is not there")
+            raise LogError(f"entry {number} does not exist")
         entity = self.roots[number]
         for key in keys:
             if key not in entity.members:
-                raise LogError(f"member {dotted(key)} is not there")
+                raise LogError(f"member {dotted(key)} does not exist")
             entity = entity.members[key]
         return entity, "/".join([self.paths[number], *map(dotted, keys)])
 
@@ -184,7 +184,7 @@ class Log:
         writable, type_name = fields.value("flag"), fields.value("text")
         argument = fields.argument()
         if number in self.roots or path in self.paths.values():
-            raise LogError(f"entry {number}, {path}, is there already")
+            raise LogError(f"entry {number}, {path}, exists already")
         self.roots[number], self.paths[number] = Entity(type_name), path
         if argument is not None:
             self.roots[number].values["name"] = argument
@@ -228,8 +228,8 @@ class Log:
         number, keys = fields.ref()
         above, path = self.find(number, keys[:-1])
         _, name, type_name = above.of(fields.value("u16"))
-        said_type, key = fields.value("text"), fields.value("u32")
-        if not keys or keys[-1] != key or said_type != type_name:
+        member_type, key = fields.value("text"), fields.value("u32")
+        if not keys or keys[-1] != key or member_type != type_name:
             raise LogError("an addition contradicts itself")
         above.members.setdefault(key, Entity(type_name))
         above.named(key)
@@ -291,11 +291,11 @@ def read(stream, send, follow):
         data = next_frame(stream)
         if data is None:
             break
-        said = log.frame(data)
-        if said["frame"] == "question":
-            send(framed(struct.pack(">BI", 11, said["token"])))
+        content = log.frame(data)
+        if content["frame"] == "question":
+            send(framed(struct.pack(">BI", 11, content["token"])))
         if follow:
-            print(json.dumps(said), flush=True)
+            print(json.dumps(content), flush=True)
     if not log.current:
         raise EOFError
     print(json.dumps({"state": log.state()}) if follow else json.dumps(log.state(), indent=2))
@@ -304,7 +304,7 @@ def read(stream, send, follow):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("socket", help="path of the Unix socket")
-    parser.add_argument("--follow", action="store_true", help="write each frame as it comes")
+    parser.add_argument("--follow", action="store_true", help="write each frame when it is received")
     arguments = parser.parse_args()
     name = b"decode.py"
     with socket.socket(socket.AF_UNIX) as connection:
@@ -321,7 +321,7 @@ def main():
             print(error, file=sys.stderr)
             return 1
         except EOFError:
-            print("the log ended within a frame, or before everything had come", file=sys.stderr)
+            print("the log ended within a frame, or before it was complete", file=sys.stderr)
             return 1
     return 0
 

@@ -1,8 +1,7 @@
-// How one entity goes through the attribute log of one connection: the adapter between an entity
-// and the streams.
+// The adapter between one entity and the outgoing stream of one connection.
 //
-// It is made for a moment, of what it needs: the connection's tree, the entity, and the FlowOut
-// that holds what the peer lacks. Everything is derived from the type's attribute table.
+// It is made for one operation, from the stream, the entity, and the FlowOut with the part that the
+// peer has not been sent. Everything else is derived from the type's attribute table.
 #pragma once
 
 #include <Mox/AttrTable.h>
@@ -28,35 +27,38 @@ class MOX_PUBLIC EntitySa {
   EntitySa(OutStream& out, const EntityBase& entity, FlowOut& flow, const Ref& ref)
       : out_(out), entity_(entity), flow_(flow), ref_(ref) {}
 
-  // Announces an entity that is a member of nothing: type and construction argument. Its attributes
-  // follow the normal path.
+  // Announces an entity that is not a member of another one: type and construction argument. Its
+  // attributes are sent as those of any other.
   void doSerializeOrphan(std::string_view path, bool writable);
 
-  // Sends the value of now of one attribute.
+  // Sends the current value of one attribute.
   void sendAttr(AttrId id);
-  // Sends that the member of that key is there, with all that is in it, or that it is gone. False
-  // when the stream was full before everything inside was sent; the rest is remembered.
+  // Sends the addition of the member of that key with everything in it, or its removal. False when
+  // the stream was full before everything inside was sent; the rest is remembered.
   bool sendMember(const CollectionInfo& collection, U32 key);
 
-  // Sends what is dirty, from the attribute `from` on in the order of identifiers, with the values
-  // of now. False when the stream is full before the end: the next call goes on from there.
+  // Sends the current values of dirty attributes, from `from` on in the order of identifiers. False
+  // when the stream is full before the end: the next call goes on from there.
   bool handleAttrFlowOut(AttrId from = 0);
 
  private:
+  using Stop = std::optional<WalkStop>;  // nothing when all was sent
+
   const AttrInfo* nextDirty(AttrId from) const;
-  bool sendBehindInterrupted();
+  bool sendAfterInterrupted();
   void sendScalars(const AttrInfo* first);
   bool serializeColl(const CollectionInfo& collection);
-  bool sendMembers(const CollectionInfo& collection);
-  bool sendRecords(const CollectionInfo& collection);
-  bool sendLeaves(const CollectionInfo& collection);
+  Stop sendMembers(const CollectionInfo& collection);
+  Stop sendRecords(const CollectionInfo& collection);
+  bool sendCollection(const CollectionInfo& collection);
+  bool sendKeys(const CollectionInfo& collection);
+  Stop sendLeaves(const CollectionInfo& collection);
   bool sendLeaf(const CollectionInfo& collection, U32 key);
+  bool sendOrResumeMember(const CollectionInfo& collection, U32 key);
   bool sendInside(const CollectionInfo& collection);
   bool sendInside(const CollectionInfo& collection, std::map<U32, FlowOut>::iterator inside);
-  std::optional<U32> nextKey(const CollectionInfo& collection);
-  bool resumeOrSend(const CollectionInfo& collection, U32 key);
   void sendBegin(const CollectionInfo& collection);
-  void sendEnd(const CollectionInfo& collection, bool all);
+  void sendEnd(const CollectionInfo& collection, Stop stop);
   void sendMarker(FrameType type, const CollectionInfo& collection, U8 flag);
 
   OutStream& out_;

@@ -1,8 +1,8 @@
-// What one peer has not been sent yet of one entity and of its members: a bit for each attribute,
-// the keys of members that came or went, and where an interrupted walk goes on.
+// The part of one entity and of its members that has not been sent to one peer yet: a bit for each
+// changed attribute, the keys of members that came or went, and where an interrupted walk goes on.
 //
-// It holds no values: what is sent later is read later, so that many changes become one. An entity
-// of which everything has been sent needs none, and most have none.
+// It holds no values: they are read when they are sent, so that many changes become one. An entity
+// needs no FlowOut once everything of it has been sent, and most entities have none.
 #pragma once
 
 #include <map>
@@ -15,6 +15,7 @@
 #include <Mox/TypeInfo.h>
 #include <MoxBase/Export.h>
 #include <MoxBase/Types.h>
+#include <NboAttrLog/WalkState.h>
 
 namespace Mox::NboAttrLog {
 
@@ -22,38 +23,44 @@ class MOX_PUBLIC FlowOut {
  public:
   class Members;
 
+  // The attributes after the first for which there are dirty bits: of an entity, and of a leaf,
+  // which is a member without members of its own.
+  static constexpr size_t attrBits = 64;
+  static constexpr size_t leafAttrBits = 31;
+
   FlowOut() = default;
-  explicit FlowOut(U32 dirty) : dirty_(dirty) {}
-  // Of an entity of which nothing has been sent.
+  explicit FlowOut(U64 dirty) : dirty_(dirty) {}
+  // For an entity that the peer has not been sent.
   static FlowOut everythingOf(const TypeInfo& type);
 
-  // Whether an attribute is sent at all: what a peer learns otherwise, or computes itself, is not.
+  // Whether an attribute is sent at all. The peer computes derived ones itself and learns the key
+  // from the announcement.
   static bool flows(const AttrInfo& attr);
 
-  // Bit 0 is the attribute after the first: what the first holds travels in the announcement.
-  static U32 bitOf(AttrId id);
-  U32 dirtyBits() const { return dirty_; }
-  void dirtyBitsAdd(U32 bits) { dirty_ |= bits; }
+  // Bit 0 is the attribute after the first: the value of the first is in the announcement.
+  static U64 bitOf(AttrId id);
+  U64 dirtyBits() const { return dirty_; }
+  void dirtyBitsAdd(U64 bits) { dirty_ |= bits; }
   bool attrDirty(AttrId id) const { return (dirty_ & bitOf(id)) != 0; }
   void attrDirtyIs(AttrId id) { dirty_ |= bitOf(id); }
   void attrDirtyDel(AttrId id) { dirty_ &= ~bitOf(id); }
   bool hasDirtyAttributes() const;
 
-  // Of the members; made when it is asked for. Null where nothing is to be remembered.
+  // The state of the members, made on the first call. Null while there is nothing to remember.
   Members& members();
   const Members* membersIfAny() const { return members_.get(); }
   void membersDel() { members_.reset(); }
 
  private:
-  U32 dirty_ = 0;
+  U64 dirty_ = 0;
   std::unique_ptr<Members> members_;
 };
 
 // Members that have members of their own need a FlowOut each, in key order, so that a walk through
-// a million of them can stop and go on. Leaves, of which there are the most, need a number each.
+// a million of them can stop and go on. Leaves, the most numerous entities, need a number each.
 class MOX_PUBLIC FlowOut::Members {
  public:
-  // Keys of members whose coming or going is still to be sent, in ascending order.
+  // Keys of members that came or went and have not been sent, in ascending order.
   const std::map<U32, bool>& dirty() const;
   void dirtyIs(U32 key, bool value);
   void dirtyDel(U32 key);
@@ -62,45 +69,33 @@ class MOX_PUBLIC FlowOut::Members {
   std::optional<U32> bookmark() const;
   void bookmarkIs(std::optional<U32> key);
 
-  // Members that the peer has, with what it lacks of each.
+  // Members that the peer has, each with the part that has not been sent.
   std::map<U32, FlowOut>& flows();
-  // Where the round through them goes on.
+  // The key at which the next round through them begins.
   U32 nextFlow() const;
   void nextFlowIs(U32 key);
 
-  // Of a leaf, its dirty bits, or the bit that says that its coming or going is still to be sent.
-  static constexpr U32 leafRecord = U32{1} << 31;
-  // Those that are remembered. Each that was taken moves the first one on, so that those that are
-  // taken and remembered again all the time do not hide the others.
+  // The dirty bits of a leaf, or this bit alone: the leaf came or went and has not been sent.
+  static constexpr U32 leafRecord = U32{1} << leafAttrBits;
+  // The leaves that are remembered. Each leaf that was taken moves the first one on, so that leaves
+  // that are taken and remembered again all the time do not hide the others.
   std::vector<U32> leafKeys() const;
-  void leafIs(U32 key, U32 bits);
-  // Its bits, which are forgotten.
+  // Adds the bits to those that are remembered of the leaf.
+  void leafIs(U32 key, U64 bits);
+  // Forgets the leaf; its bits.
   U32 leafTake(U32 key);
 
-  // A walk that names every member, so that the peer can drop the others.
-  bool whole() const { return whole_; }
-  // Such a walk still goes through the collection itself, from the bookmark on.
-  bool walking() const { return walking_; }
-  void wholeIs() { whole_ = walking_ = true; }
-  void walkingDel() { walking_ = false; }
-  void wholeDel() { whole_ = walking_ = false; }
-  // The walk's begin has been sent, and its last end has not.
-  bool begun() const { return begun_; }
-  void begunIs(bool begun) { begun_ = begun; }
-  // The stream was full before the end of a walk. Keys and what is inside members take turns at
-  // being first then, so that neither waits for ever for the other.
-  bool interrupted() const { return interrupted_; }
-  bool insideFirst() const { return insideFirst_; }
-  void interruptedIs() {
-    interrupted_ = true;
-    insideFirst_ = !insideFirst_;
-  }
+  WalkState walk() const { return walk_; }
+  // A whole walk becomes necessary.
+  void wholeDueIs() { walk_ = WalkState::wholeDue; }
+  // The stream was full there, before everything was sent.
+  void walkStopped(WalkStop stop) { walk_ = nextState(walk_, stop); }
 
-  // Whether the member's record is still to come, so that nothing inside it needs remembering.
+  // Whether the member's record has not been sent, so that nothing inside it needs remembering.
   bool covers(U32 key) const;
-  // Whether there are records to be sent, which is what a transaction is for.
+  // Whether there are records to be sent, which is what a walk is for.
   bool hasRecords() const;
-  // Keys of which it is remembered that they came or went.
+  // Keys that are remembered because their members came or went.
   size_t records() const { return dirty().size() + leafRecords_; }
   bool empty() const;
 
@@ -110,6 +105,7 @@ class MOX_PUBLIC FlowOut::Members {
     U32 value() const { return key; }
     U32 key;
   };
+  // For collections whose members have members; leaves do without.
   struct Inner {
     std::map<U32, bool> dirty;
     std::map<U32, FlowOut> flows;
@@ -122,11 +118,7 @@ class MOX_PUBLIC FlowOut::Members {
   HashMap<LeafKey, U32> leaves_;
   U32 leafRecords_ = 0;
   U32 leavesTaken_ = 0;
-  bool whole_ = false;
-  bool walking_ = false;
-  bool begun_ = false;
-  bool interrupted_ = false;
-  bool insideFirst_ = false;
+  WalkState walk_ = WalkState::idle;
 };
 
 }  // namespace Mox::NboAttrLog

@@ -1,7 +1,7 @@
 // The frames of the attribute log. doc/attribute-log.md describes every byte of them.
 //
-// A frame is a length, a type and a payload, all numbers in network byte order. Each says by itself
-// which entity it is about, so that no frame depends on the one before it.
+// A frame is a length, a type and a payload, all numbers in network byte order. Each frame names its
+// entity in full, so that no frame depends on the one before it.
 #pragma once
 
 #include <array>
@@ -25,14 +25,14 @@ enum class FrameType : U8 {
   addition = 6,    // member, collection, type, construction argument
   removal = 7,     // entity, collection, key
   end = 8,         // entity, collection, flags: the walk ends or is interrupted
-  current = 9,     // all that was there when the peer connected has been sent
+  current = 9,     // everything that existed when the peer connected has been sent
   question = 10,   // token: to be answered when all frames before it have been acted on
   answer = 11,     // token
   refusal = 12,    // text: why the sender of this frame ends the connection
 };
 
 enum TransactionFlag : U8 {
-  transactionWhole = 1,    // the walk names every member: what it does not name is gone
+  transactionWhole = 1,    // the walk names every member: all others were removed
   transactionResumed = 2,  // of a begin: the walk was interrupted before
   transactionMore = 2,     // of an end: the walk goes on later
 };

@@ -1,8 +1,8 @@
-// The incoming half of a connection: bytes as they come, cut into frames, and the reading of a
-// frame's fields.
+// The incoming half of a connection: cuts the received bytes into frames and reads their fields.
 //
 // A frame that is too long ends the stream: no more of it is kept than the longest frame needs. A
-// reader of too few bytes gives zeros and says so afterwards, so that what reads a frame asks once.
+// reader that runs out of bytes returns zeros and is not ok() from then on, so that one check after
+// the last field is enough.
 //
 //   InStream in;
 //   in.take(bytes, [](FrameType type, Reader& reader) { ... return true; });
@@ -34,10 +34,10 @@ class MOX_PUBLIC Reader {
   std::string_view text();
   Value value(ValueKind kind);
   Ref ref();
-  // A construction argument; nothing where there is none.
+  // A construction argument; an empty value if there is none.
   Value argument();
 
-  // False once a field was not there or had a value that its kind does not have.
+  // False after a field that was missing or had a value that its kind does not have.
   bool ok() const { return ok_; }
   bool atEnd() const { return rest_.empty(); }
   // Whether the frame was read exactly to its end.
@@ -52,8 +52,8 @@ class MOX_PUBLIC Reader {
 
 class MOX_PUBLIC InStream {
  public:
-  // Calls handle(payload with the type in front) for each complete frame; false as soon as one of
-  // them returns false or a frame cannot be one.
+  // Calls handle(type and payload) for each complete frame; false as soon as a call returns false or
+  // a length is impossible.
   template <class F>
   bool take(std::span<const U8> bytes, F&& handle) {
     held_.insert(held_.end(), bytes.begin(), bytes.end());
@@ -74,7 +74,7 @@ class MOX_PUBLIC InStream {
     held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(at));
     return good;
   }
-  // Whether the stream ended because a length cannot be one.
+  // Whether the stream ended because of an impossible length.
   bool malformed() const { return malformed_; }
 
  private:

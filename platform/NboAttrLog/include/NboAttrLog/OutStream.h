@@ -1,9 +1,9 @@
 // The outgoing half of a connection: a bounded buffer into which frames are built, and from which
 // the socket takes bytes.
 //
-// It never grows. Whoever builds a frame asks first whether the buffer is sufficient: whether the
-// longest frame still fits, and behind it the markers that end the walks under way. What does not
-// fit stays with the entities and is sent, with the values of then, when there is room again.
+// It never grows. The code that builds a frame first asks whether the buffer is sufficient: whether
+// the longest frame fits, and after it the end markers of the walks under way. If not, the change is
+// remembered and sent, with the value of that moment, when there is room again.
 //
 //   if (!out.sufficientBuffer()) return remember();
 //   out.begin(FrameType::removal);
@@ -40,7 +40,7 @@ class MOX_PUBLIC OutStream {
   bool sufficientBuffer() const { return capacity() - pending().size() >= sufficient; }
   size_t capacity() const { return buffer_.size(); }
 
-  // Between begin and end, the fields of one frame; room for it is the caller's promise.
+  // The fields of one frame are written between begin and end; the caller has checked the room.
   void begin(FrameType type);
   void u8(U8 v);
   void u16(U16 v);
@@ -54,9 +54,9 @@ class MOX_PUBLIC OutStream {
   bool fitsAnother() const;
   void end();
 
-  // What waits to be sent; complete frames, but for what was taken of the first one.
+  // The bytes that wait to be sent: complete frames, without the taken bytes of the first one.
   std::span<const U8> pending() const { return {buffer_.data() + head_, tail_ - head_}; }
-  // The socket took so many bytes of it.
+  // The socket took that many of the bytes.
   void taken(size_t bytes);
 
  private:

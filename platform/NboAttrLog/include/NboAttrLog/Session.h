@@ -1,10 +1,10 @@
-// One connection of the attribute log, without its socket: what comes in is taken as bytes, what
-// goes out waits in an OutStream. No thread, no loop: the host calls when bytes came and when the
-// stream has room again.
+// One connection of the attribute log, without its socket: received bytes are passed in, bytes to
+// send wait in an OutStream. No thread, no loop: the host calls when bytes were received and when
+// the stream has room again.
 //
-// The serving side owns the entities and tells its directory; the other side has copies. Both say
+// The serving side owns the entities and sends its directory; the other side has copies. Both send
 // hello first. Then the server sends everything, then changes in order. A frame that is malformed,
-// too long or not allowed ends the connection with a reason; entities keep what they have.
+// too long or not allowed ends the connection with a reason; entities keep their values.
 //
 //   Session session(host, {.name = "igmpq", .peerName = "uid 0", .rights = Rights::configure},
 //                   directory);
@@ -31,24 +31,24 @@
 
 namespace Mox::NboAttrLog {
 
-// What the peer of a serving session may do.
+// The rights of the peer of a serving session.
 enum class Rights : U8 { read = 0, configure = 1 };
 
 class MOX_PUBLIC SessionHost {
  public:
-  // Bytes wait in the stream, or more of them would if the session were asked to drain. Called
-  // within other calls: the host takes note, or gives the socket what waits, and drains later.
+  // Bytes wait in the stream, or a drain would put bytes into it. Called within other calls: the
+  // host notes it, or passes the waiting bytes to the socket, and drains later.
   virtual void onOutput() = 0;
 
-  // A copy's entity for a directory entry of the peer; null for one that is of no interest.
+  // A copy's entity for a directory entry of the peer; null to ignore the entry.
   virtual Ptr<EntityBase> rootIs(std::string_view path, std::string_view typeName,
                                  const Value& key);
   virtual void rootDel(std::string_view path);
-  // All that was there when this side connected has come.
+  // Everything that existed when this side connected has been received.
   virtual void onCurrent() {}
-  // All that was sent before the question has been acted on.
+  // The peer has acted on everything that was sent before the question.
   virtual void onAnswer(U32 token);
-  // Why values that the peer writes together are refused; empty when they are taken.
+  // Why values that the peer writes together are refused; empty when they are accepted.
   virtual std::string whyRefused(const EntityBase& entity, std::span<const Written> values);
 
  protected:
@@ -56,33 +56,33 @@ class MOX_PUBLIC SessionHost {
 };
 
 class MOX_PUBLIC Session final : private TreeOut::Host,
-                                 private TreeIn::Judge,
+                                 private TreeIn::Host,
                                  private Directory::Follower {
  public:
   struct Setup {
-    std::string name;              // of this side, told to the peer
-    std::string peerName;          // as errors name the peer
-    Rights rights = Rights::read;  // of the peer, where this side serves
+    std::string name;              // of this side, sent to the peer
+    std::string peerName;          // for errors
+    Rights rights = Rights::read;  // of the peer, if this side serves
     size_t bufferBytes = OutStream::defaultCapacity;
   };
 
-  // With a directory it serves that; without one it keeps copies.
+  // With a directory it serves the entries of that; without one it keeps copies.
   Session(SessionHost& host, Setup setup, Directory* directory = nullptr);
   ~Session();
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  // What came from the peer. False when the connection is over, see fault().
+  // Bytes that were received from the peer. False when the connection is over, see fault().
   bool input(std::span<const U8> bytes);
-  // Builds what is left over, for as long as the stream has room.
+  // Builds the frames that are due, for as long as the stream has room.
   void drain();
-  // Nothing is left over that is not in the stream.
+  // Everything that is to be sent is in the stream, or was taken from it.
   bool allSent() const { return !deferred_; }
   OutStream& stream() { return out_; }
 
   // Asks the peer to answer once it has acted on everything sent before; see onAnswer.
   void ask(U32 token);
-  // Tells the peer why, and ends the connection: input() is false from now on.
+  // Sends the reason and ends the connection: input() is false from now on.
   void refuse(std::string reason);
 
   // Why the connection ended, as a sentence for the log; empty while it goes on.
@@ -90,15 +90,15 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   // The reason that the peer gave for ending it; empty for none.
   const std::string& refusal() const { return refusal_; }
   const std::string& peerName() const { return setup_.peerName; }
-  // The peer has said hello.
+  // The peer's hello was received.
   bool greeted() const { return greeted_; }
-  // What this side may do with the peer's entities.
+  // The rights of this side to the peer's entities.
   Rights ownRights() const { return ownRights_; }
-  // The peer's activity clock at its hello, less this side's when it came.
+  // The peer's activity clock at its hello minus this side's when the hello was received.
   Seconds clockDifference() const { return clockDifference_; }
 
  private:
-  // Both halves of one directory entry. A copy that is of no interest has neither.
+  // Both halves of one directory entry. A copy's entry that is ignored has neither.
   struct Tree {
     std::string path;
     std::unique_ptr<TreeOut> out;
@@ -113,7 +113,7 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   void onEntry(U32 number) override;
 
   bool serving() const { return directory_ != nullptr; }
-  void sayHello();
+  void sendHello();
   void serve(U32 number, const Directory::Entry& entry);
   bool drainGone();
   bool drainTrees();
@@ -133,13 +133,13 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   OutStream out_;
   InStream in_;
   std::map<U32, Tree> trees_;
-  std::vector<U32> gone_;        // entries whose end the peer has yet to be told
-  std::optional<U32> question_;  // to be asked; a later one stands for those before it
-  std::optional<U32> answer_;    // to be given
-  U32 nextTree_ = 0;             // where the round through them goes on
+  std::vector<U32> gone_;        // removed entries whose end has not been sent
+  std::optional<U32> question_;  // to be sent; a later one replaces those before it
+  std::optional<U32> answer_;    // to be sent
+  U32 nextTree_ = 0;             // the tree at which the next round goes on
   bool greeted_ = false;
   bool deferred_ = false;
-  bool currentDue_ = false;  // the peer has yet to be told that it has everything
+  bool currentDue_ = false;  // the notice that the peer has everything has not been sent
   Rights ownRights_ = Rights::read;
   Seconds clockDifference_ = 0.0;
   std::string fault_;

@@ -1,6 +1,6 @@
 // The machine that reads the attribute log from a socket: called when the socket can be read, it
-// takes what is there, up to a bound, and gives it to a session. It neither waits nor owns the
-// descriptor.
+// receives the available bytes, up to a bound, and passes them to a session. It neither waits nor
+// owns the descriptor.
 #pragma once
 
 #include <MoxBase/Export.h>
@@ -12,13 +12,13 @@ namespace Mox::NboAttrLog {
 
 class MOX_PUBLIC SocketInSm final : public RefCounted {
  public:
-  // Bytes taken in one call, so that one busy peer does not hold up the host's loop.
+  // The most bytes of one call, so that one peer cannot keep the host's loop from its other work.
   static constexpr size_t atOnce = size_t{16} * 1024;
 
   // `session` outlives the machine.
   SocketInSm(int connectionFd, Session& session) : connectionFd_(connectionFd), session_(session) {}
 
-  // `all` when there may be more at once, `blocked` when there is nothing now.
+  // `all` when more bytes may be available at once, `blocked` when there are none now.
   Moved handleReadable();
 
  private:

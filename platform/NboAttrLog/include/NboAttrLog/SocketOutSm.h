@@ -1,8 +1,8 @@
 // The machine that writes the attribute log to a socket.
 //
-// Others know of it which descriptor the log goes to. StreamSocketOutSm is the machine itself:
-// called when the socket can be written, it hands over what waits in the stream, as much as the
-// socket takes. It neither waits nor owns the descriptor.
+// SocketOutSm gives others the descriptor that the log is written to. StreamSocketOutSm is the
+// machine itself: called when the socket can be written, it sends the bytes that wait in the stream,
+// as many as the socket takes. It neither waits nor owns the descriptor.
 #pragma once
 
 #include <MoxBase/Export.h>
@@ -22,10 +22,10 @@ class MOX_PUBLIC SocketOutSm : public RefCounted {
   virtual int connectionFd() const = 0;
 };
 
-// What became of an attempt to move bytes.
+// The result of an attempt to move bytes.
 enum class Moved : U8 {
-  all,      // nothing is left to move now
-  blocked,  // the socket takes no more now: call again when it is ready
+  all,      // all bytes were moved
+  blocked,  // the socket is not ready: call again when it is
   ended,    // the connection is over
 };
 
@@ -37,9 +37,9 @@ class MOX_PUBLIC StreamSocketOutSm final : public SocketOutSm {
   int sockFd() const override { return 0; }
   int connectionFd() const override { return connectionFd_; }
 
-  // The socket may be ready: gives it what waits.
+  // The socket may be ready: sends the waiting bytes.
   Moved handleWritable();
-  // Bytes that the socket took since the machine exists.
+  // The number of bytes that the socket took from this machine.
   U64 bytesTaken() const { return bytesTaken_; }
 
  private:

@@ -1,8 +1,8 @@
-// The incoming half of one connection for one directory entry: applies what the peer sends to the
-// entity and to those below it, through their setters, so that their notifiees hear of it.
+// The incoming half of one connection for one directory entry: applies the peer's changes to the
+// entity and to those below it, through their setters, so that their notifiees are notified.
 //
-// What cannot be applied is a fault, which ends the connection; nothing of that frame is applied
-// after it.
+// A change that cannot be applied is a fault, which ends the connection; the rest of its frame is
+// not applied.
 #pragma once
 
 #include <map>
@@ -31,29 +31,30 @@ struct Written {
 
 class MOX_PUBLIC TreeIn {
  public:
-  // What the host says of the values of one frame, which are written together or not at all: why
-  // they are refused, empty when they are taken.
-  class MOX_PUBLIC Judge {
+  // The code on behalf of which values are received.
+  class MOX_PUBLIC Host {
    public:
+    // The values of one frame are written together or not at all: the reason why they are refused,
+    // empty when they are accepted.
     virtual std::string whyRefused(const EntityBase& entity, std::span<const Written> values) = 0;
 
    protected:
-    ~Judge() = default;
+    ~Host() = default;
   };
 
-  // `out` is the same connection's other half, which must not send back what comes in.
+  // `out` is the other half of the same connection, which must not send received values back.
   TreeIn(Ptr<EntityBase> entity, bool writable, TreeOut& out)
       : entity_(std::move(entity)), writable_(writable), out_(out) {}
 
   const Ptr<EntityBase>& entity() const { return entity_; }
 
-  // Each acts on one frame from behind its Ref, and gives the fault, empty for none. An
-  // InternalError when the peer may not write here.
-  std::string handleAttrDeserialization(const Ref& ref, Reader& in, Judge& judge,
+  // Each handles one frame whose Ref was read, and returns the fault, empty for none. Throws an
+  // InternalError when the peer has no right to write here.
+  std::string handleAttrDeserialization(const Ref& ref, Reader& in, Host& host,
                                         const std::string& peerName);
   std::string handleAddition(const Ref& ref, Reader& in, const std::string& peerName);
   std::string handleRemoval(const Ref& ref, Reader& in, const std::string& peerName);
-  // A collection walk of the peer begins or ends. At the end of one that named every member, those
+  // The begin or end of a collection walk. At the end of a walk that names every member, the members
   // that it did not name are removed.
   std::string handleAttrTransaction(const Ref& ref, FrameType type, Reader& in,
                                     const std::string& peerName);
@@ -69,8 +70,8 @@ class MOX_PUBLIC TreeIn {
   const Ptr<EntityBase> entity_;
   const bool writable_;
   TreeOut& out_;
-  std::map<Ref, std::set<U32>> notNamed_;  // by walks under way that name every member
-  std::vector<Written> values_;            // of the frame that is being acted on
+  std::map<Ref, std::set<U32>> notNamed_;  // for each walk under way that names every member
+  std::vector<Written> values_;            // of the frame that is being handled
 };
 
 }  // namespace Mox::NboAttrLog

@@ -1,7 +1,8 @@
 // The outgoing half of one connection for one directory entry: the entity and all below it.
 //
-// It hears every change in the tree. While the stream has room and nothing is left over, a change
-// is sent at once; otherwise it is remembered in the FlowOut, and the connection's drain sends it.
+// It is notified of every change in the tree. While the stream has room and nothing older waits, a
+// change is sent at once; otherwise it is remembered in the FlowOut, and the connection's drain sends
+// it.
 #pragma once
 
 #include <optional>
@@ -18,11 +19,11 @@ namespace Mox::NboAttrLog {
 
 class MOX_PUBLIC TreeOut final : private TreeNotifiee {
  public:
-  // What it needs of its connection.
+  // The connection.
   class MOX_PUBLIC Host {
    public:
     virtual OutStream& out() = 0;
-    // Something is left over, here or in another tree: changes are remembered, not sent.
+    // Something remembered waits, here or in another tree: changes are remembered, not sent.
     virtual bool deferred() const = 0;
     virtual void deferredIs() = 0;
     // Frames were built outside a drain: the socket should be asked to take them.
@@ -32,12 +33,12 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
     ~Host() = default;
   };
   enum class Copy {
-    original,  // the peer is told everything, beginning with the announcement
-    writable,  // of the peer's entity; the peer is told what is written here
+    original,  // the peer is sent everything, beginning with the announcement
+    writable,  // of the peer's entity; the peer is sent the values that are written here
     readOnly,  // of the peer's entity; writing it is an error
   };
 
-  // Keys of members that came or went are remembered one by one up to this number and twice the
+  // Keys of members that came or went are remembered one by one up to this number plus twice the
   // size of the collection.
   static constexpr size_t keysAlwaysKept = 1024;
 
@@ -49,10 +50,10 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
   const FlowOut& flow() const { return flow_; }
   Copy copy() const { return copy_; }
   bool announced() const { return announced_; }
-  // Sends what is left over; false when the stream was full first.
+  // Sends what is remembered; false when the stream was full first.
   bool drain();
 
-  // Between these, what changes in that attribute is what the peer sent: it is not sent back.
+  // While it exists, changes of that attribute come from the peer: they are not sent back.
   class Receiving {
    public:
     Receiving(TreeOut& tree, const EntityBase& entity, AttrId id);
@@ -72,13 +73,13 @@ class MOX_PUBLIC TreeOut final : private TreeNotifiee {
   void onAttr(const EntityBase& entity, AttrId id) override;
   void onMember(const EntityBase& entity, AttrId id, U32 key) override;
   void onCollection(const EntityBase& entity, AttrId id) override;
-  // Whether a change is to be sent or remembered at all.
+  // Whether a change is to be sent or remembered.
   bool concerns(const EntityBase& entity, AttrId id) const;
   Ref refOf(const EntityBase& entity) const;
   static void keepBounded(FlowOut& flow, size_t members);
-  // Adds dirty bits to what is remembered of that entity. Its flow; null for a leaf, and where a
-  // record to come covers it.
-  FlowOut* remembered(const Ref& ref, U32 bits);
+  // Adds dirty bits to those that are remembered of the entity. Returns its flow; null for a leaf,
+  // and where a record that has not been sent covers the entity.
+  FlowOut* remembered(const Ref& ref, U64 bits);
 
   Host& host_;
   const U32 number_;
