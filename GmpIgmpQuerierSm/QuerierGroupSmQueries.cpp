@@ -1,7 +1,6 @@
 // Specific queries of other routers (RFC 3376 6.6.1): what they ask about must be forgotten here
 // when they forget it there, so their timers are taken over, downwards only.
 #include <GmpIgmpQuerierSm/MachineLogs.h>
-#include <GmpIgmpQuerierSm/MessageText.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 
@@ -19,7 +18,7 @@ Seconds lastMemberQueryTimeOf(const IgmpQuery& query) {
 }  // namespace
 
 void QuerierGroupSm::handleRxGSQuery(const IgmpQuery& query) {
-  trace<8>(machineTrace, *this, "::", "handleRxGSQuery", "( ", traceTextOf(query), " )");
+  trace<8>(machineTrace, *this, "::", "handleRxGSQuery", "( ", query, " )");
   lowerMembershipTimer(lastMemberQueryTimeOf(query));
 }
 
@@ -30,7 +29,8 @@ void QuerierGroupSm::handleRxGSQuery() {
 }
 
 void QuerierGroupSm::handleRxGSSQuery(const IgmpQuery& query) {
-  trace<8>(machineTrace, *this, "::", "handleRxGSSQuery", "( ", traceTextOf(query), " )");
+  const Ptr<QuerierGroupSm> alive(this);
+  trace<8>(machineTrace, *this, "::", "handleRxGSSQuery", "( ", query, " )");
   const Seconds limit = lastMemberQueryTimeOf(query);
   for (const IpAddr addr : query.source) {
     const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);

@@ -12,7 +12,7 @@ using ::testing::ElementsAre;
 class QuerierGroupSmQueriesTest : public GroupBench {
  protected:
   void hearV3(U8 code, U8 qrv, std::vector<IpAddr> sources = {}, bool sFlag = false) {
-    hearV3Query(
+    receiveV3Query(
         higher_,
         {.group = group_, .code = code, .sFlag = sFlag, .qrv = qrv, .sources = std::move(sources)});
   }
@@ -64,11 +64,11 @@ TEST_F(QuerierGroupSmQueriesTest, anOldGroupQueryLowersToTheConfiguredLastMember
   config_->lastMemberQueryCountIs(3);
   config_->lastMemberQueryIntervalIs(1.5);
   watchAll(exclude({{s1_, 200.0}}, 260.0));
-  hearV2Query(higher_, group_, 100);
+  receiveV2Query(higher_, group_, 100);
   EXPECT_EQ(groupTimer(), 4.5);
   EXPECT_THAT(takeJournal(),
               ElementsAre("sm.membershipTimerExpiry 1004.5", "status.expiryTime 1004.5"));
-  hearV2Query(higher_, group_, 0);  // a version 1 query
+  receiveV2Query(higher_, group_, 0);  // a version 1 query
   EXPECT_TRUE(takeJournal().empty());
 }
 
@@ -160,7 +160,7 @@ TEST_F(QuerierGroupSmQueriesTest, nothingIsEverSentInAnswer) {
   exclude({{s1_, 200.0}});
   hearV3(10, 2);
   hearV3(10, 2, {s1_});
-  hearV2Query(higher_, group_);
+  receiveV2Query(higher_, group_);
   runFor(5.0);
   EXPECT_TRUE(takeSent().empty());
 }
@@ -169,15 +169,15 @@ TEST_F(QuerierGroupSmQueriesTest, eachHandlerTracesItsEntryWithTheQuery) {
   exclude({{s1_, 200.0}});
   hearV3(10, 2);
   hearV3(10, 2, {s1_, s2_});
-  hearV2Query(higher_, group_);
-  EXPECT_EQ(
-      traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( IgmpQuery( 239.1.1.1 code 10 qrv 2 "
-             "s 0 sources 0 ) )"),
-      1U);
-  EXPECT_EQ(
-      traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSSQuery( IgmpQuery( 239.1.1.1 code 10 qrv 2 "
-             "s 0 sources 2 ) )"),
-      1U);
+  receiveV2Query(higher_, group_);
+  const std::string query =
+      "Value('Gmp::Igmp::IgmpQuery', ** {'validPacket': True, 'version': 'igmpVersion3', "
+      "'maxResponseCode': 10, 'groupAddress': '239.1.1.1', 's': False, 'qrv': 2, 'qqi': 125, "
+      "'source': ";
+  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( " + query + "{}}) )"), 1U);
+  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSSQuery( " + query +
+                   "{'10.7.0.1': True, '10.7.0.2': True}}) )"),
+            1U);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery()"), 1U);
 }
 
@@ -192,10 +192,10 @@ TEST_F(QuerierGroupSmQueriesTest, aGroupFirstHeardOfInAGroupQueryEndsWithItsLimi
 }
 
 TEST_F(QuerierGroupSmQueriesTest, bothRoutersForgetTheGroupAtTheSameTime) {
-  hearV2Report(group_);
-  hearV3Query(lower_);  // the election is lost
+  receiveV2Report(group_);
+  receiveV3Query(lower_);  // the election is lost
   ASSERT_EQ(status_->state(), QuerierStatus::querierStateNonQuerier);
-  hearV3Query(lower_, {.group = group_, .code = 10});
+  receiveV3Query(lower_, {.group = group_, .code = 10});
   runFor(1.99);
   EXPECT_TRUE(groupExists());
   runFor(0.01);

@@ -258,7 +258,7 @@ TEST_P(QuerierGroupSmRecordTableTest, theRowDoesWhatTheTableSays) {
       makeReal(before, compatibility);
       std::string list;
       for (const IpAddr addr : b) list += " " + addr.stringValue();
-      hearRecord(type, group_, {b.begin(), b.end()});
+      receiveRecord(type, group_, {b.begin(), b.end()});
       const std::optional<Group> after = applied(before, row(), type, b);
       ASSERT_EQ(real(), after ? after->text() : "no group")
           << "record of" << list << " on " << before.text();

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include <GmpIgmpQuerierSm/MachineLogs.h>
-#include <GmpIgmpQuerierSm/MessageText.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <MoxBase/Fatal.h>
@@ -36,8 +35,9 @@ std::span<const IpAddr> sourcesOf(const IgmpGroupRecord& record) {
 }  // namespace
 
 void QuerierGroupSm::handleRxV3Report(const IgmpGroupRecord& record) {
+  if (ended()) return;
   const Ptr<QuerierGroupSm> alive(this);
-  trace<8>(machineTrace, *this, "::", "handleRxV3Report", "( ", traceTextOf(record), " )");
+  trace<8>(machineTrace, *this, "::", "handleRxV3Report", "( ", record, " )");
   const IgmpFilterMode mode = groupStatus_->filterMode();
   trace<6>(machineTrace, "Current state for ", group_, " is ", mode, ". Report is ", record.rType);
   groupStatus_->lastReporterIs(querierSm().pktSrc());

@@ -10,6 +10,8 @@ using Mox::trace;
 // Version 1 hosts cannot leave, so whatever was being asked about the group is settled: it has
 // members for a group membership interval.
 void QuerierGroupSm::handleRxV1Report() {
+  if (ended()) return;
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleRxV1Report", "()");
   const IpAddr reporter = querierSm().pktSrc();
   compatibilityModeIs(igmpVersion1);
@@ -26,6 +28,8 @@ void QuerierGroupSm::handleRxV1Report() {
 // Deliberately leaves a group-specific query sequence running: the report has refreshed the group
 // timer, and the queries still due can only find more members.
 void QuerierGroupSm::handleRxV2Report() {
+  if (ended()) return;
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleRxV2Report", "()");
   lastReporterIs(querierSm().pktSrc());
   if (groupStatus_->compatibilityMode() != igmpVersion1) compatibilityModeIs(igmpVersion2);
@@ -39,6 +43,7 @@ void QuerierGroupSm::handleRxV2Report() {
 // Ask whether anybody still listens, and expect the answer within the last member query time.
 // Whether this router may ask, handleRexmitTimer decides.
 void QuerierGroupSm::handleRxLeave() {
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleRxLeave", "()");
   if (groupStatus_->compatibilityMode() == igmpVersion1) {
     return;  // version 1 hosts leave silently: with one present, a leave proves nothing (7.3.2)

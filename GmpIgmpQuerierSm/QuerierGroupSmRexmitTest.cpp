@@ -31,7 +31,7 @@ class QuerierGroupSmRexmitTest : public GroupBench {
 
 TEST_F(QuerierGroupSmRexmitTest, aLeaveIsAskedAboutTwiceASecondApart) {
   const Ptr<Sm> sm = exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
   EXPECT_EQ(sm->rexmitGroupQuery(), 1U);
   EXPECT_EQ(rexmitTimer(), 1.0);
@@ -55,7 +55,7 @@ TEST_F(QuerierGroupSmRexmitTest, aLeaveIsAskedAboutTwiceASecondApart) {
 
 TEST_F(QuerierGroupSmRexmitTest, eachRunTracesItsStepsAndTime) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(1.0);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRexmitTimer() @ 1000"), 1U);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRexmitTimer() @ 1001"), 1U);
@@ -64,9 +64,9 @@ TEST_F(QuerierGroupSmRexmitTest, eachRunTracesItsStepsAndTime) {
 
 TEST_F(QuerierGroupSmRexmitTest, aGroupConfirmedMeanwhileIsAskedAboutWithTheFlagSet) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
-  hearRecord(modeIsExclude, group_);
+  receiveRecord(modeIsExclude, group_);
   runFor(1.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -76,7 +76,7 @@ TEST_F(QuerierGroupSmRexmitTest, aGroupConfirmedMeanwhileIsAskedAboutWithTheFlag
 
 TEST_F(QuerierGroupSmRexmitTest, withVersion2HostsGroupsAreAskedAboutInVersion2) {
   exclude({}, 100.0, igmpVersion2);
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 1U);
@@ -106,7 +106,7 @@ TEST_F(QuerierGroupSmRexmitTest, withOlderHostsSourcesAreNotAskedAbout) {
 
 TEST_F(QuerierGroupSmRexmitTest, droppedSourcesAreAskedAboutUntilTheyGo) {
   const Ptr<Sm> sm = include({{s1_, 200.0}, {s2_, 200.0}});
-  hearRecord(blockOldSources, group_, {s1_});
+  receiveRecord(blockOldSources, group_, {s1_});
   runFor(1.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -325,7 +325,7 @@ TEST_F(QuerierGroupSmRexmitTest, aRunWithNothingOwedSendsNothing) {
 
 TEST_F(QuerierGroupSmRexmitTest, eachOwedGroupQueryIsTraced) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(10.0);
   EXPECT_EQ(traced(groupQuery), 2U);
 }
@@ -367,6 +367,17 @@ TEST_F(QuerierGroupSmRexmitTest, theQuerierMayBeReleasedByWhoTransmitsTheQuery) 
   EXPECT_TRUE(once->acted());
   EXPECT_TRUE(sm->ended());
   EXPECT_EQ(wheel_->armed(), 0U);
+}
+
+// A transmission may bring in a report at once, which settles what the query asked.
+TEST_F(QuerierGroupSmRexmitTest, aReportWhileTheQueryIsSentLeavesNothingPending) {
+  const auto sm = exclude({});
+  sm->rexmitGroupQueryIs(1);
+  onSent_ = [&] { receiveV1Report(group_); };
+  sm->handleRexmitTimer();
+  EXPECT_EQ(sent_.size(), 1U);
+  EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
+  EXPECT_EQ(sm->rexmitTimerState(), timerDisabled);
 }
 
 }  // namespace

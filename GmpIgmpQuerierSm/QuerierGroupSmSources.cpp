@@ -11,6 +11,7 @@ namespace Gmp::Igmp {
 using Mox::trace;
 
 Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& wheel) {
+  const Ptr<QuerierGroupSm> alive(this);
   if (Ptr<QuerierGroupSourceSm> found = source(addr)) {
     if (found->sourceTimer() != wheel) {
       throw Mox::NameInUseError("_sourceTimer", wheelText(wheel), wheelText(found->sourceTimer()));
@@ -50,6 +51,7 @@ void QuerierGroupSm::sourceDelAll() {
 
 void QuerierGroupSm::handleSource(IpAddr addr) {
   if (!initialized_) return;
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleSource", "( ", addr, " )");
   if (source_.contains(addr)) return;
   trace<6>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());

@@ -54,7 +54,7 @@ TEST_F(QuerierGroupSmToRexmitTest, aSourceWithADisabledTimerIsNeverAskedAbout) {
   sm->toRexmitState(s1_);
   EXPECT_TRUE(rexmitSources().empty());
   EXPECT_EQ(timerOf(s1_), never);
-  hearRecord(changeToExclude, group_, {s1_});
+  receiveRecord(changeToExclude, group_, {s1_});
   runFor(10.0);
   EXPECT_TRUE(takeSent().empty());
 }

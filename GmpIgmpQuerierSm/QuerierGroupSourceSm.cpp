@@ -17,7 +17,7 @@ using Mox::trace;
 QuerierGroupSourceSm::QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm)
     : addr_(addr), sourceTimer_(std::move(wheel), *this), groupSm_(groupSm) {
   parentIs(groupSm, QuerierGroupSm::attributes.idOf<QuerierGroupSm::sourceMember>());
-  handleSourceTimer();
+  handleSourceTimer();  // as in every machine; it returns, not being initialized
   handleInitialized();
 }
 
@@ -29,6 +29,7 @@ bool QuerierGroupSourceSm::ended() const { return groupSm_ == nullptr || groupSm
 
 void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
   if (ended()) return;
+  const Ptr<QuerierGroupSourceSm> alive(this);
   trace<8>(machineTrace, *this, "::", "doSetTimer", "( ", seconds, " )");
   Seconds expiry = never;
   TimerState state = timerDisabled;
@@ -51,6 +52,7 @@ void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
 }
 
 void QuerierGroupSourceSm::handleInitialized() {
+  const Ptr<QuerierGroupSourceSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleInitialized", "()");
   initializedIs(true);
   QuerierGroupStatus& groupStatus = *groupSm_->groupStatus();
@@ -72,7 +74,6 @@ void QuerierGroupSourceSm::handleSourceTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSourceSm> alive(this);
   const Ptr<QuerierGroupSm> group(groupSm_);
-  const Ptr<QuerierSm> querier(&group->querierSm());
   trace<8>(machineTrace, *this, "::", "handleSourceTimer", "()");
   trace<3>(machineTrace, "Source ", addr_, " for ", group->group(), " on ", group->vlan(),
            " expired at ", sourceTimerExpiry_);
@@ -109,7 +110,7 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr, QuerierGroupSource
   return makePtr<QuerierGroupSourceSm>(addr, std::move(wheel), groupSm);
 }
 
-Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(const Ptr<QuerierGroupSm>& group, IpAddr addr) {
+Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(Ptr<QuerierGroupSm> group, IpAddr addr) {
   trace<8>(machineTrace,
            "Gmp::Igmp::QuerierGroupSourceSm::Ptr "
            "Gmp::Igmp::getOrCreateSourceSm(Gmp::Igmp::QuerierGroupSm::Ptr, Ilvo::IpAddr)",

@@ -96,7 +96,7 @@ void QuerierSm::handleSendQuery() {
   } else if (querierStatus_->state() == QuerierStatus::querierStateQuerier) {
     doSetTimer(queryIntervalTimerId, never);
     doSetTimer(otherQuerierTimerId, never);
-    querierStatus_->stateIs(QuerierStatus::querierStateNonQuerier);
+    roleIs(QuerierStatus::querierStateNonQuerier);
   }
 }
 

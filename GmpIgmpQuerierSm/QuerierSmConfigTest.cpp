@@ -13,7 +13,7 @@ class QuerierSmConfig : public TestBench {
  protected:
   void startNonQuerier() {
     start();
-    hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+    receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
     ASSERT_EQ(status_->state(), Status::querierStateNonQuerier);
     traces_.clear();
   }
@@ -55,8 +55,8 @@ TEST_F(QuerierSmConfig, RobustnessIsTracedAndTakenOverAndTouchesNoTimer) {
 
 TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
   start();
-  hearV2Report(group_);
-  hearRecord(4, group2_);
+  receiveV2Report(group_);
+  receiveRecord(4, group2_);
   traces_.clear();
   config_->querierVersionIs(igmpVersion1);
   EXPECT_EQ(traced("QuerierSm( vlan10 )::handleQuerierVersion()"), 1u);
@@ -71,7 +71,7 @@ TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
 
 TEST_F(QuerierSmConfig, GroupsHearOfAVersionInTheOrderOfTheMap) {
   start();
-  for (U8 i = 1; i <= 20; ++i) hearV2Report(IpAddr(239, 1, 1, i));
+  for (U8 i = 1; i <= 20; ++i) receiveV2Report(IpAddr(239, 1, 1, i));
   traces_.clear();
   config_->querierVersionIs(igmpVersion2);
   std::vector<std::string> expected;
@@ -221,9 +221,9 @@ TEST_F(QuerierSmConfig, SwitchingSendingOffEndsTheRole) {
 
 TEST_F(QuerierSmConfig, SwitchingSendingOffDuringAHandOverStopsBothTimers) {
   start();
-  hearRecord(4, group_);
-  hearLeave(group_);
-  hearV3Query(lower_);
+  receiveRecord(4, group_);
+  receiveLeave(group_);
+  receiveV3Query(lower_);
   ASSERT_TRUE(querier_->transitionToNonQuerier());
   ASSERT_NE(status_->otherQuerierExpiryTime(), never);
   config_->sendQueryIs(false);
@@ -273,7 +273,7 @@ TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstHearsOfANewVersion) {
   std::vector<std::unique_ptr<Once<QuerierGroupStatus>>> listeners;
   for (U8 i = 0; i < 100; ++i) {
     const IpAddr group(239, 2, 0, i);
-    hearRecord(4, group);
+    receiveRecord(4, group);
     listeners.push_back(std::make_unique<Once<QuerierGroupStatus>>(
         groupStatus(group), "compatibilityMode", [&] { querier_->groupSmDelAll(); }));
   }

@@ -9,6 +9,14 @@ namespace Gmp::Igmp {
 
 using Mox::trace;
 
+// The only place that changes the role. The trace names the handler that asked for it.
+void QuerierSm::roleIs(QuerierStatus::QuerierState role, Mox::Place by) {
+  const QuerierStatus::QuerierState old = querierStatus_->state();
+  if (role == old) return;
+  trace<3>(Mox::TraceAt(machineTrace, by), *this, ": role changes from ", old, " to ", role);
+  querierStatus_->stateIs(role);
+}
+
 // The first query leaves after a random delay, so that routers started together do not ask in step.
 void QuerierSm::becomeQuerier() {
   if (!initialized_) return;
@@ -17,7 +25,7 @@ void QuerierSm::becomeQuerier() {
   trace<3>(machineTrace, *this, ": Assigning our address ", ipAddr_, " as querier ");
   querierStatus_->electedQuerierAddrIs(ipAddr_);
   doSetTimer(otherQuerierTimerId, never);
-  querierStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  roleIs(QuerierStatus::querierStateQuerier);
   doSetTimer(queryIntervalTimerId, drand48() * 10.0);
 }
 
@@ -62,9 +70,25 @@ void QuerierSm::loseElection() {
   }
   if (pendingRexmit_.empty()) {
     transitionToNonQuerierIs(false);
-    querierStatus_->stateIs(QuerierStatus::querierStateNonQuerier);
+    roleIs(QuerierStatus::querierStateNonQuerier);
   } else {
     transitionToNonQuerierIs(true);
+  }
+}
+
+// Retransmissions that start during the hand-over are part of it. The last group to finish its own
+// completes it.
+void QuerierSm::handleGroupRexmit(IpAddr group, TimerState rexmitState) {
+  if (!transitionToNonQuerier_) return;
+  const Ptr<QuerierSm> alive(this);
+  if (rexmitState == timerRunning) {
+    pendingRexmitIs(group, true);
+    return;
+  }
+  pendingRexmitDel(group);
+  if (pendingRexmit_.empty()) {
+    transitionToNonQuerierIs(false);
+    roleIs(QuerierStatus::querierStateNonQuerier);
   }
 }
 
@@ -99,7 +123,7 @@ void QuerierSm::handleOtherQuerierTimer() {
   trace<8>(machineTrace, *this, "::", "handleOtherQuerierTimer", "()");
   trace<3>(machineTrace, "Make myself as elected querier.");
   querierStatus_->electedQuerierAddrIs(ipAddr_);
-  querierStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  roleIs(QuerierStatus::querierStateQuerier);
   doSetTimer(otherQuerierTimerId, never);
   querierStatus_->robustnessIs(querierConfig()->robustness());
   querierStatus_->queryIntervalIs(querierConfig()->queryInterval());

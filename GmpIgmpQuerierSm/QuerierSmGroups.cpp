@@ -24,7 +24,7 @@ void requireWheel(const char* attribute, const QuerierSm::Wheel& wanted,
 
 }  // namespace
 
-Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr group) {
+Ptr<QuerierGroupSm> getOrCreateGroupSm(Ptr<QuerierSm> querier, IpAddr group) {
   if (const Ptr<QuerierGroupSm>* found = querier->groupSm().find(group)) {
     (*found)->prefetch();
     trace<8>(machineTrace, "Found groupSm for group ", group);
@@ -42,6 +42,7 @@ Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr gro
 
 Ptr<QuerierGroupSm> QuerierSm::groupSmIs(IpAddr group, const Wheel& membership, const Wheel& v1,
                                          const Wheel& v2, const Wheel& rexmit) {
+  const Ptr<QuerierSm> alive(this);
   if (Ptr<QuerierGroupSm> found = groupSm(group)) {
     requireWheel("_membershipTimer", membership, found->membershipTimer());
     requireWheel("_v1MembershipTimer", v1, found->v1MembershipTimer());
@@ -95,7 +96,7 @@ void QuerierSm::handleQuerierGroupStatus() {
       return;
     }
   }
-  trace<3>(machineTrace, *this, "::", "handleQuerierGroupStatus", "()",
+  trace<6>(machineTrace, *this, "::", "handleQuerierGroupStatus", "()",
            ": finished processing groups");
   initGroupStatusBookmarkIs(IpAddr::ipAddrZero());
   initGroupStatusTimer_.timeMinIs(never);
@@ -141,7 +142,7 @@ bool QuerierSm::dropStaleGroup(QuerierGroupStatus& status) {
     status.sourceDel(source);
   }
   if (!status.source().empty()) return false;
-  trace<3>(machineTrace, "Delete group ", status.groupAddr(), " from status");
+  trace<6>(machineTrace, "Delete group ", status.groupAddr(), " from status");
   querierStatus_->groupDel(status.groupAddr());
   return true;
 }

@@ -268,7 +268,7 @@ TEST_F(QuerierSmLifecycle, EachTimerRunsOnItsOwnWheel) {
   EXPECT_EQ(other->armed(), 1u);
   EXPECT_EQ(query->armed(), 1u);
   EXPECT_EQ(wheel_->armed(), 0u);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(query->armed(), 3u);  // the group's timers run beside the general queries'
 }
 
@@ -312,7 +312,7 @@ TEST_F(QuerierSmLifecycle, ClearCountersSetsTheFifteenCountersInTheirOrder) {
 
 TEST_F(QuerierSmLifecycle, ClearCountersKeepsJoinsStateTimersAndGroups) {
   QuerierSm& sm = start();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   const Seconds next = status_->generalQueryExpiryTime();
   sm.clearCounters();
   EXPECT_EQ(status_->joins(), 1u);

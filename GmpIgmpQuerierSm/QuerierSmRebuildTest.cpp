@@ -228,8 +228,8 @@ TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWhenNobodyReports) {
 
 TEST_F(QuerierSmRebuild, ARestartTakesTheGroupsOver) {
   start();
-  hearRecord(2, group_, {source_, source2_});
-  hearRecord(1, group2_, {source_});
+  receiveRecord(2, group_, {source_, source2_});
+  receiveRecord(1, group2_, {source_});
   runFor(100.0);
   restart();
   EXPECT_THAT(querier_->groupSm().keys(), UnorderedElementsAre(group_, group2_));
@@ -253,7 +253,7 @@ TEST_F(QuerierSmRebuild, ARestartOnAQuerierStatusSendsAtOnceAndAgainWithinTenSec
 
 TEST_F(QuerierSmRebuild, ARestartOnANonQuerierStatusKeepsTheAdoptedValuesAndTakesTheRole) {
   start();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   takeSent();
   restart();
   EXPECT_THAT(sent_, IsEmpty());

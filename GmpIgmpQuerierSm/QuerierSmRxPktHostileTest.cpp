@@ -242,7 +242,7 @@ TEST_F(QuerierSmRxPktHostile, RandomBytesNeverEndTheProcess) {
 
 TEST_F(QuerierSmRxPktHostile, ExpectingAPacketMovesNothingWhateverItsBytesAre) {
   startWatched();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   forget();
   for (const std::vector<U8>& packet :
        {std::vector<U8>(), {0x4f}, report(), std::vector<U8>(64, 0xff)}) {

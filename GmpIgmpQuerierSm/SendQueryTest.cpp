@@ -107,7 +107,7 @@ TEST_F(SendQuery, RobustnessIsTheConfiguredOneAndTheIntervalTheEffectiveOne) {
 
 TEST_F(SendQuery, GeneralQueriesNeverHaveTheSFlag) {
   start();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_FALSE(sentFor(10.0).sFlag());
 }
 

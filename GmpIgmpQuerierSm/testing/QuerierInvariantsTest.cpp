@@ -43,7 +43,7 @@ class QuerierInvariantsTest : public ::testing::Test {
   void receive(const std::vector<U8>& packet) {
     querier_->doRxPkt(makePtr<Ilvo::Pkt>(std::span<const U8>(packet)));
   }
-  void hearRecord(U8 type, std::vector<IpAddr> sources = {}) {
+  void receiveRecord(U8 type, std::vector<IpAddr> sources = {}) {
     receive(Ilvo::buildV3Report({{.type = type, .group = group_, .sources = std::move(sources)}}));
   }
   void runFor(Seconds duration) {
@@ -65,18 +65,18 @@ class QuerierInvariantsTest : public ::testing::Test {
 
 TEST_F(QuerierInvariantsTest, allHoldsForAQuerierLeftToItself) {
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
-  hearRecord(4);
-  hearRecord(5, {source_});
+  receiveRecord(4);
+  receiveRecord(5, {source_});
   runFor(1.0);
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
-  hearRecord(3);
+  receiveRecord(3);
   runFor(300.0);
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
   EXPECT_GT(status_->v3QueriesSent(), 0u);
 }
 
 TEST_F(QuerierInvariantsTest, allHoldsForTheNextQuerierOnTheStatus) {
-  hearRecord(4);
+  receiveRecord(4);
   runFor(30.0);
   release();
   start();
@@ -86,7 +86,7 @@ TEST_F(QuerierInvariantsTest, allHoldsForTheNextQuerierOnTheStatus) {
 }
 
 TEST_F(QuerierInvariantsTest, aStatusEntryThatIsGoneIsMissed) {
-  hearRecord(4);
+  receiveRecord(4);
   status_->groupDel(group_);
   EXPECT_THAT(invariants_.breaches(),
               Contains("239.1.1.1: a group's machine has the group's status entry"));
@@ -118,14 +118,14 @@ TEST_F(QuerierInvariantsTest, aTimerThatNobodyOwnsIsCounted) {
 }
 
 TEST_F(QuerierInvariantsTest, aPublishedTimeThatIsNotTheTimersIsSeen) {
-  hearRecord(4);
+  receiveRecord(4);
   status_->group(group_)->expiryTimeIs(1.0);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: the published end of the group is that of its timer"));
 }
 
 TEST_F(QuerierInvariantsTest, theEntriesOfSourcesAreComparedWithTheirMachines) {
-  hearRecord(5, {source_});
+  receiveRecord(5, {source_});
   status_->group(group_)->source(source_)->expiredIs(true);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: a source is expired when its timer does not run"));
@@ -136,7 +136,7 @@ TEST_F(QuerierInvariantsTest, theEntriesOfSourcesAreComparedWithTheirMachines) {
 }
 
 TEST_F(QuerierInvariantsTest, onlyACloggedLogMayKeepBackTheEndOfASource) {
-  hearRecord(5, {source_});
+  receiveRecord(5, {source_});
   status_->group(group_)->source(source_)->expiryTimeIs(1.0);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: the published end of a source is that of its timer"));
@@ -145,7 +145,7 @@ TEST_F(QuerierInvariantsTest, onlyACloggedLogMayKeepBackTheEndOfASource) {
 }
 
 TEST_F(QuerierInvariantsTest, aSourceToBeAskedForOwesIt) {
-  hearRecord(5, {source_});
+  receiveRecord(5, {source_});
   groupSm().rexmitSourceIs(source_, true);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: a source to be asked for is one that owes it"));
@@ -170,7 +170,7 @@ TEST_F(QuerierInvariantsTest, whatIsCountedAsSentWasSent) {
 }
 
 TEST_F(QuerierInvariantsTest, theCountersOfPacketsAreReadFromTheStatus) {
-  hearRecord(4);
+  receiveRecord(4);
   receive(Ilvo::buildV2Leave(group_));
   receive(Ilvo::buildV1Report(group_, {.badIgmpChecksum = true}));
   EXPECT_EQ(receiveCountersOf(*status_),

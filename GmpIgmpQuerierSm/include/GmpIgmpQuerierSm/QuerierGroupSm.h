@@ -194,7 +194,6 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   Seconds lastMemberQueryTime() const;
   U32 lastMemberQueryCount() const;
 
-  void finishPendingRexmit(TimerState rexmitState);
   void lowerMembershipTimer(Seconds limit);
   void sendSourceQueries(QuerierSm& querier);
   bool owesQueries() const { return rexmitGroupQuery_ != 0 || !rexmitSource_.empty(); }
@@ -227,14 +226,15 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   AddrSet rexmitSource_;
   Seconds membershipTimerExpiry_ = 0.0;
   TimerState membershipTimerState_ = timerDisabled;
-  TimerState v2MembershipTimerState_ = timerDisabled;
-  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleMembershipTimer> membershipTimer_;
-  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV2MembershipTimer> v2MembershipTimer_;
   TimerState v1MembershipTimerState_ = timerDisabled;
+  TimerState v2MembershipTimerState_ = timerDisabled;
   TimerState rexmitTimerState_ = timerDisabled;
-  Seconds rexmitTimerExpiry_ = 0.0;
+  // The timers are made in this order.
+  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleMembershipTimer> membershipTimer_;
   Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV1MembershipTimer> v1MembershipTimer_;
+  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV2MembershipTimer> v2MembershipTimer_;
   Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleRexmitTimer> rexmitTimer_;
+  Seconds rexmitTimerExpiry_ = 0.0;
   std::unique_ptr<DeclaredSets> declaredSets_;
   bool initialized_ = false;
 

@@ -115,7 +115,6 @@ MOX_PUBLIC Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr,
 
 // The machine of that source in the group, made on the wheel of the querier's general queries if it
 // is not there. All creation by the handlers goes through here.
-MOX_PUBLIC Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(const Ptr<QuerierGroupSm>& group,
-                                                         IpAddr addr);
+MOX_PUBLIC Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(Ptr<QuerierGroupSm> group, IpAddr addr);
 
 }  // namespace Gmp::Igmp

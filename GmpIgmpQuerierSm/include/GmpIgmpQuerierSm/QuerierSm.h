@@ -68,7 +68,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   // See querierSmFactory.
   QuerierSm(Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> querierStatus, IpAddr ipAddr,
             U32 mtu, U32 startupQueryIntervalDefault, Wheel otherQuerierTimer,
-            Wheel queryIntervalTimer, Wheel initGroupStatusTimer, bool debugYieldAfterOne);
+            Wheel queryIntervalTimer, Wheel initGroupStatusTimer, bool debugYieldAfterOne,
+            NotifieeConst* watcher = nullptr);
   ~QuerierSm() override;
 
   // The configuration's name: the interface.
@@ -180,6 +181,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void handleStartupQueryInterval();
   void handleSendQuery();
   void handleGroupSm(IpAddr group);
+  // The group's retransmission timer was set: counts during a hand-over, which the last group ends.
+  void handleGroupRexmit(IpAddr group, TimerState rexmitState);
   // One batch of rebuilding group machines from the status.
   void handleQuerierGroupStatus();
   // Rebuilds the machines of one group from its status entry.
@@ -210,6 +213,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void rxV2Leave(const RxIgmp& rx);
   void rxV3Report(const RxIgmp& rx);
 
+  void roleIs(QuerierStatus::QuerierState role, Mox::Place by = Mox::Place::here());
   void loseElection();
   void adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt);
   Seconds nextGeneralQueryDelay() const;
@@ -219,30 +223,32 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void rebuildSources(const Ptr<QuerierGroupSm>& groupSm, const QuerierGroupStatus& status);
 
   Mox::Name name_;
-  std::unique_ptr<ConfigReactor> querierConfig_;
-  Ptr<QuerierStatus> querierStatus_;
   IpAddr ipAddr_;
   U32 mtu_;
   U32 startupQueryIntervalDefault_;
-  Boundary mcastBoundaryIntfStatus_;
-  Obel::TimerReactor<QuerierSm, &QuerierSm::handleOtherQuerierTimer> otherQuerierTimer_;
   TimerState otherQuerierTimerState_ = timerDisabled;
+  TimerState queryIntervalTimerState_ = timerDisabled;
   bool transitionToNonQuerier_ = false;
-  AddrSet pendingRexmit_;
   bool initialQuerySent_ = true;
+  bool debugYieldAfterOne_;
+  bool initialized_ = false;
+  IpAddr initGroupStatusBookmark_;
+  IpAddr pktSrc_;
   IpAddr dstGroup_;
-  Ptr<Ilvo::Pkt> sendPkt_;
   U32 writableCount_ = 0;
+  Ptr<Ilvo::Pkt> sendPkt_;
+  // Released from the last to the first: groups, pending groups, timers, status, configuration,
+  // boundary, monitor. While one of these goes, those above it are still held.
+  Ptr<GmpAttrLogSm> attrLogSm_;
+  Boundary mcastBoundaryIntfStatus_;
+  std::unique_ptr<ConfigReactor> querierConfig_;
+  Ptr<QuerierStatus> querierStatus_;
+  Obel::TimerReactor<QuerierSm, &QuerierSm::handleOtherQuerierTimer> otherQuerierTimer_;
+  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQueryIntervalTimer> queryIntervalTimer_;
+  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQuerierGroupStatus> initGroupStatusTimer_;
+  AddrSet pendingRexmit_;
   GroupSmMap groupSm_;
   GroupLookahead lookahead_{groupSm_};
-  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQueryIntervalTimer> queryIntervalTimer_;
-  TimerState queryIntervalTimerState_ = timerDisabled;
-  IpAddr initGroupStatusBookmark_;
-  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQuerierGroupStatus> initGroupStatusTimer_;
-  Ptr<GmpAttrLogSm> attrLogSm_;
-  bool debugYieldAfterOne_;
-  IpAddr pktSrc_;
-  bool initialized_ = false;
 
   friend class Mox::Entity<QuerierSm>;
 
@@ -316,16 +322,14 @@ MOX_PUBLIC std::string wheelText(const QuerierSm::Wheel& wheel);
 // query's length. `startupQueryIntervalDefault` in seconds, 0 for none. Other-querier timer,
 // general queries with all group and source timers, and the rebuilding of groups may run on one
 // wheel or on three. `debugYieldAfterOne` makes the rebuilding stop after each group.
-MOX_PUBLIC Ptr<QuerierSm> querierSmFactory(Ptr<const QuerierConfig> querierConfig,
-                                           Ptr<QuerierStatus> querierStatus, IpAddr ipAddr, U32 mtu,
-                                           U32 startupQueryIntervalDefault,
-                                           QuerierSm::Wheel otherQuerierTimer,
-                                           QuerierSm::Wheel queryIntervalTimer,
-                                           QuerierSm::Wheel initGroupStatusTimer,
-                                           bool debugYieldAfterOne);
+MOX_PUBLIC Ptr<QuerierSm> querierSmFactory(
+    Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> querierStatus, IpAddr ipAddr,
+    U32 mtu, U32 startupQueryIntervalDefault, QuerierSm::Wheel otherQuerierTimer,
+    QuerierSm::Wheel queryIntervalTimer, QuerierSm::Wheel initGroupStatusTimer,
+    bool debugYieldAfterOne, QuerierSm::NotifieeConst* watcher = nullptr);
 
 // The machine of that group in the querier. Made if it is not there: from the status entry when
 // there is one, else afresh.
-MOX_PUBLIC Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr group);
+MOX_PUBLIC Ptr<QuerierGroupSm> getOrCreateGroupSm(Ptr<QuerierSm> querier, IpAddr group);
 
 }  // namespace Gmp::Igmp
