@@ -39,7 +39,7 @@ class QuerierGroupSmEnd : public NotificationBench {
       sm->doSetTimer(QuerierGroupSm::v1MembershipTimerId, 1.25);
     }
     sm->groupStatus()->compatibilityModeIs(state.compatibility);
-    if (state.asking) hearLeave(group_);
+    if (state.asking) receiveLeave(group_);
   }
 
   // Each machine has its status entry and the reverse, and each armed timer its machine.
@@ -65,25 +65,25 @@ class QuerierGroupSmEnd : public NotificationBench {
   std::vector<std::pair<std::string, Deed>> actions() {
     const std::vector<IpAddr> some{lower_, source_, IpAddr(192, 0, 2, 9)};
     std::vector<std::pair<std::string, Deed>> all{
-        {"to include nothing", [=, this] { hearRecord(3, group_); }},
-        {"version 1 report", [=, this] { hearV1Report(group_); }},
-        {"version 2 report", [=, this] { hearV2Report(group_); }},
-        {"leave", [=, this] { hearLeave(group_); }},
+        {"to include nothing", [=, this] { receiveRecord(3, group_); }},
+        {"version 1 report", [=, this] { receiveV1Report(group_); }},
+        {"version 2 report", [=, this] { receiveV2Report(group_); }},
+        {"leave", [=, this] { receiveLeave(group_); }},
         {"leave without a question",
          [=, this] {
            config_->lastMemberQueryCountIs(0);
-           hearLeave(group_);
+           receiveLeave(group_);
          }},
-        {"old query", [=, this] { hearV2Query(higher_, group_); }},
-        {"group query", [=, this] { hearV3Query(higher_, {.group = group_, .code = 1}); }},
+        {"old query", [=, this] { receiveV2Query(higher_, group_); }},
+        {"group query", [=, this] { receiveV3Query(higher_, {.group = group_, .code = 1}); }},
         {"source query",
-         [=, this] { hearV3Query(higher_, {.group = group_, .code = 1, .sources = some}); }},
+         [=, this] { receiveV3Query(higher_, {.group = group_, .code = 1, .sources = some}); }},
         {"querier version", [=, this] { config_->querierVersionIs(igmpVersion2); }},
         {"timers", [=, this] { runFor(3.0); }},
     };
     for (U8 type = 1; type <= 7; ++type) {
       all.emplace_back("record " + std::to_string(type),
-                       [=, this] { hearRecord(type, group_, some); });
+                       [=, this] { receiveRecord(type, group_, some); });
     }
     return all;
   }
@@ -106,6 +106,22 @@ class QuerierGroupSmEnd : public NotificationBench {
 
 TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedAtEachChange) {
   interfereEverywhere([&] { querier_->groupSmDel(group_); }, [&] { EXPECT_EQ(toldAfter_, 0U); });
+}
+
+TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedWhileItIsCreated) {
+  const std::vector<Deed> packets{
+      [&] { receiveV1Report(group_); },
+      [&] { receiveV2Report(group_); },
+      [&] { receiveRecord(4, group_, {source_}); },
+      [&] { receiveRecord(5, group_, {source_}); },
+      [&] { receiveV2Query(higher_, group_); },
+      [&] { receiveV3Query(higher_, {.group = group_}); },
+      [&] { receiveV3Query(higher_, {.group = group_, .sources = {source_}}); },
+  };
+  for (const Deed& packet : packets) {
+    const auto endGroup = [&] { querier_->groupSmDel(group_); };
+    EXPECT_GE(interfereAtEach([&] { startQuiet(); }, packet, endGroup, [&] { expectWhole(); }), 5U);
+  }
 }
 
 TEST_F(QuerierGroupSmEnd, AllSourcesMayBeRemovedAtEachChange) {

@@ -4,10 +4,22 @@
 
 namespace Gmp::Igmp::testing {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Status = QuerierStatus;
 
 namespace {
+
+class ObservedSocket final : public Mox::NboAttrLog::SocketOutSm {
+ public:
+  explicit ObservedSocket(std::function<void()> onEnd) : onEnd_(std::move(onEnd)) {}
+  ~ObservedSocket() override { onEnd_(); }
+  int sockFd() const override { return 0; }
+  int connectionFd() const override { return -1; }
+
+ private:
+  const std::function<void()> onEnd_;
+};
 
 class QuerierSmRelease : public NotificationBench {
  protected:
@@ -24,8 +36,8 @@ class QuerierSmRelease : public NotificationBench {
 
 TEST_F(QuerierSmRelease, WritesNothingSendsNothingAndKeepsTheGroups) {
   start();
-  hearV2Report(group_);
-  hearRecord(1, group2_, {source_});
+  receiveV2Report(group_);
+  receiveRecord(1, group2_, {source_});
   takeSent();
   watch(status_, "status");
   watch(status_->group(group_), "group");
@@ -44,9 +56,9 @@ TEST_F(QuerierSmRelease, WritesNothingSendsNothingAndKeepsTheGroups) {
 
 TEST_F(QuerierSmRelease, LeavesNoTimerAndNoReactorBehind) {
   start();
-  hearV2Report(group_);
-  hearLeave(group_);
-  hearV3Query(lower_);
+  receiveV2Report(group_);
+  receiveLeave(group_);
+  receiveV3Query(lower_);
   release();
   EXPECT_EQ(wheel_->armed(), 0u);
   EXPECT_EQ(config_->notifieeList().size(), 0u);
@@ -69,7 +81,7 @@ TEST_F(QuerierSmRelease, LetsGoOfBoundaryAndAttributeLog) {
 
 TEST_F(QuerierSmRelease, AGroupMachineThatSomebodyKeepsIsInert) {
   start();
-  hearRecord(1, group_, {source_});
+  receiveRecord(1, group_, {source_});
   const Ptr<QuerierGroupSm> kept = groupSm(group_);
   watch(status_->group(group_), "group");
   release();
@@ -77,7 +89,15 @@ TEST_F(QuerierSmRelease, AGroupMachineThatSomebodyKeepsIsInert) {
   EXPECT_TRUE(kept->ended());
   kept->doSetTimer(QuerierGroupSm::membershipTimerId, 1.0);
   kept->handleMembershipTimer();
+  kept->handleV1MembershipTimer();
+  kept->handleV2MembershipTimer();
   kept->handleRexmitTimer();
+  kept->handleQuerierVersion();
+  kept->handleRxV1Report();
+  kept->handleRxV2Report();
+  kept->handleRxLeave();
+  kept->handleRxV3Report({igmpVersion3, RecordType(4), group_, {source_}});
+  kept->handleRxGSQuery();
   EXPECT_EQ(wheel_->armed(), 0u);
   EXPECT_THAT(journal_, IsEmpty());
 }
@@ -90,7 +110,7 @@ TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfAConfigurationChange) {
   const auto prepare = [&] {
     setup_.startupQueryIntervalDefault = 30;
     start();
-    hearV2Report(group_);
+    receiveV2Report(group_);
   };
   const std::vector<Deed> changes = {
       [&] { config_->queryIntervalIs(60.0); },
@@ -112,7 +132,7 @@ TEST_F(QuerierSmRelease, MayComeWhileSendingIsSwitchedOnAgain) {
 }
 
 TEST_F(QuerierSmRelease, MayComeWhileTheElectionIsLostOrWon) {
-  const auto lose = [&] { hearV3Query(lower_, {.qrv = 3, .qqic = 60}); };
+  const auto lose = [&] { receiveV3Query(lower_, {.qrv = 3, .qqic = 60}); };
   EXPECT_GE(releaseAtEachNotification([&] { start(); }, lose), 6u);
   const auto prepare = [&] {
     start();
@@ -125,20 +145,20 @@ TEST_F(QuerierSmRelease, MayComeWhileReportsAndLeavesAreProcessed) {
   const auto prepare = [&] {
     start();
     silenceGeneralQueries();
-    hearRecord(2, group_, {source_});
+    receiveRecord(2, group_, {source_});
   };
   const std::vector<Deed> packets = {
-      [&] { hearV1Report(group_); },
-      [&] { hearV2Report(group_); },
+      [&] { receiveV1Report(group_); },
+      [&] { receiveV2Report(group_); },
       [&] {
-        hearRecord(1, group2_, {source_, host_});
+        receiveRecord(1, group2_, {source_, host_});
       },
-      [&] { hearRecord(6, group_, {host_}); },
+      [&] { receiveRecord(6, group_, {host_}); },
       [&] {
-        hearRecord(4, group_, {source_, host_});
+        receiveRecord(4, group_, {source_, host_});
       },
-      [&] { hearV3Query(lower_, {.group = group_}); },
-      [&] { hearV2Query(higher_, IpAddr(239, 1, 1, 3)); },
+      [&] { receiveV3Query(lower_, {.group = group_}); },
+      [&] { receiveV2Query(higher_, IpAddr(239, 1, 1, 3)); },
   };
   for (const auto& packet : packets) EXPECT_GE(releaseAtEachNotification(prepare, packet), 2u);
 }
@@ -147,8 +167,8 @@ TEST_F(QuerierSmRelease, MayComeWhileALeftGroupIsAskedForAndEnds) {
   const auto prepare = [&] {
     start();
     silenceGeneralQueries();
-    hearRecord(4, group_);
-    hearLeave(group_);
+    receiveRecord(4, group_);
+    receiveLeave(group_);
   };
   const auto expire = [&] {
     for (int step = 0; step < 30 && wheel_->armed() > 0; ++step) runFor(0.1);
@@ -156,19 +176,42 @@ TEST_F(QuerierSmRelease, MayComeWhileALeftGroupIsAskedForAndEnds) {
   EXPECT_GE(releaseAtEachNotification(prepare, expire), 10u);
 }
 
-TEST_F(QuerierSmRelease, MayComeInDirectCalls) {
-  const auto prepare = [&] {
-    start();
-    runFor(10.0);
+// The monitor is the last that the querier releases.
+TEST_F(QuerierSmRelease, ReleasesTheMonitorLast) {
+  const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
+  std::vector<U32> refsThen;
+  const auto atEnd = [&] {
+    refsThen = {wheel_->refs(), status_->refs(), config_->refs(), boundary->refs()};
   };
-  const std::vector<Deed> calls = {
-      [&] { querier_->clearCounters(); },
-      [&] { querier_->becomeQuerier(); },
-      [&] { querier_->handleInitialized(); },
-      [&] { querier_->handleOtherQuerierTimer(); },
-      [&] { querier_->doSetTimer(QuerierSm::otherQuerierTimerId, 5.0); },
-  };
-  for (const auto& call : calls) EXPECT_GE(releaseAtEachNotification(prepare, call), 1u);
+  start().mcastBoundaryIntfStatusIs(boundary);
+  receiveV2Report(group_);
+  querier_->attrLogSmIs(gmpAttrLogSmFactory(makePtr<ObservedSocket>(atEnd)));
+  EXPECT_THAT(refsThen, IsEmpty());
+  release();
+  EXPECT_THAT(refsThen, ElementsAre(1u, 1u, 1u, 1u));
+}
+
+// A notifiee of the whole tree below the querier is notified of the end of each group.
+TEST_F(QuerierSmRelease, EndsItsGroupsOneByOne) {
+  class Groups final : public Mox::TreeNotifiee {
+   public:
+    void onAttr(const Mox::EntityBase&, Mox::AttrId) override {}
+    void onMember(const Mox::EntityBase& entity, Mox::AttrId, U32 key) override {
+      ended_.push_back(IpAddr(key));
+      left_.push_back(static_cast<const QuerierSm&>(entity).groupSm().size());
+    }
+    void onCollection(const Mox::EntityBase&, Mox::AttrId) override {}
+    std::vector<IpAddr> ended_;
+    std::vector<size_t> left_;
+  } groups;
+  start();
+  receiveV2Report(group_);
+  receiveV2Report(group2_);
+  querier_->treeNotifieeAdd(&groups);
+  release();
+  EXPECT_THAT(groups.ended_, ::testing::UnorderedElementsAre(group_, group2_));
+  EXPECT_THAT(groups.left_, ElementsAre(1u, 0u));
+  EXPECT_EQ(status_->group().size(), 2u);
 }
 
 TEST_F(QuerierSmRelease, MayComeWhileGroupsAreRebuilt) {
