@@ -6,7 +6,7 @@ namespace Gmp::Igmp::testing {
 
 namespace {
 
-// Releases the querier when it is notified of that many changes of it and of what it owns.
+// Releases the querier at one notification of the tree of which the querier is the root.
 class TreeRelease final : public Mox::TreeNotifiee {
  public:
   TreeRelease(size_t at, std::function<void()> release) : at_(at), release_(std::move(release)) {}
@@ -28,8 +28,8 @@ class QuerierGroupEntryPoint : public NotificationBench {
  protected:
   static constexpr IpAddr excluded_{192, 0, 2, 3};
 
-  // Ends the group at each notification of the call, which makes at least that many: by itself,
-  // with its querier, and by one who watches everything below the querier.
+  // Ends the group at each notification of the call, which makes at least that many: alone, with its
+  // querier, and with its querier by a notifiee of the whole tree.
   void expectOutlives(size_t least, const Deed& prepare, const Deed& call) {
     const auto endGroup = [&] { querier_->groupSmDel(group_); };
     const auto expectEnded = [&] {
@@ -98,8 +98,11 @@ TEST_F(QuerierGroupEntryPoint, doSetTimerOfTheRetransmission) {
 }
 
 TEST_F(QuerierGroupEntryPoint, handleInitialized) {
-  expectOutlives(
-      3, [&] { prepareAsking(); }, [&] { raw()->handleInitialized(); });
+  const auto prepare = [&] {
+    prepareAsking();
+    raw()->initializedIs(false);
+  };
+  expectOutlives(4, prepare, [&] { raw()->handleInitialized(); });
 }
 
 TEST_F(QuerierGroupEntryPoint, handleMembershipTimer) {
@@ -259,8 +262,11 @@ TEST_F(QuerierSourceEntryPoint, doSetTimer) {
 }
 
 TEST_F(QuerierSourceEntryPoint, handleInitialized) {
-  expectSourceOutlives(
-      4, [&] { prepareGroup(); }, [&] { rawSource()->handleInitialized(); });
+  const auto prepare = [&] {
+    prepareGroup();
+    rawSource()->initializedIs(false);
+  };
+  expectSourceOutlives(5, prepare, [&] { rawSource()->handleInitialized(); });
 }
 
 TEST_F(QuerierSourceEntryPoint, handleSourceTimerInExcludeMode) {

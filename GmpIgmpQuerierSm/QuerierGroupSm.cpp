@@ -66,7 +66,7 @@ void QuerierGroupSm::prefetch() const {
   for (; at < end; at += 64) __builtin_prefetch(at, 1);
 }
 
-Mox::Name QuerierGroupSm::vlan() const { return querierSm().name(); }
+Mox::Name QuerierGroupSm::interfaceName() const { return querierSm().name(); }
 const QuerierConfig& QuerierGroupSm::config() const { return *querierSm().querierConfig(); }
 QuerierStatus& QuerierGroupSm::querierStatus() const { return *querierSm().querierStatus(); }
 bool QuerierGroupSm::attrLogClogged() const { return querierSm().attrLogClogged(); }
@@ -110,8 +110,8 @@ void QuerierGroupSm::doSetTimer(TimerId id, Seconds seconds) {
   const bool disable = seconds > std::numeric_limits<Seconds>::max();
   const Seconds expiry = disable ? never : Mox::now() + seconds;
   const TimerState state = disable ? timerDisabled : timerRunning;
-  trace<6>(machineTrace, "Setting ", id, " for ", vlan(), ":", group_, " to expire in ", seconds,
-           " @ ", expiry);
+  trace<6>(machineTrace, "Setting ", id, " for ", interfaceName(), ":", group_, " to expire in ",
+           seconds, " @ ", expiry);
   switch (id) {
     case membershipTimerId:
       membershipTimer_.timeMinIs(expiry);
@@ -170,7 +170,7 @@ void QuerierGroupSm::handleV1MembershipTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleV1MembershipTimer", "()");
-  trace<3>(machineTrace, "V1 Membership for ", group_, " on ", vlan(), " expired");
+  trace<3>(machineTrace, "V1 Membership for ", group_, " on ", interfaceName(), " expired");
   const IgmpVersion configured = config().querierVersion();
   const bool v2HostsPresent = v2MembershipTimerState_ == timerRunning && configured != igmpVersion1;
   groupStatus_->compatibilityModeIs(v2HostsPresent ? igmpVersion2 : configured);
@@ -181,15 +181,16 @@ void QuerierGroupSm::handleV2MembershipTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleV2MembershipTimer", "()");
-  trace<3>(machineTrace, "V2 Membership for ", group_, " on ", vlan(), " expired");
+  trace<3>(machineTrace, "V2 Membership for ", group_, " on ", interfaceName(), " expired");
   if (v1MembershipTimerState_ != timerRunning) {
     groupStatus_->compatibilityModeIs(config().querierVersion());
   }
   doSetTimer(v2MembershipTimerId, never);
 }
 
-// The lower of what the oldest present host and the querier itself speak. Unlike the two expiries
+// The lower of the versions of the oldest present host and of the querier. Unlike the two expiries
 // above, which fall back to the configured version, this follows the version in effect.
+// Publishing the mode is its last act, so it needs no Ptr to its machine.
 void QuerierGroupSm::handleQuerierVersion() {
   if (ended()) return;
   trace<8>(machineTrace, *this, "::", "handleQuerierVersion", "()");
@@ -213,14 +214,14 @@ void QuerierGroupSm::handleMembershipTimer() {
     doSetTimer(membershipTimerId, r + r);
     return;
   }
-  trace<3>(machineTrace, "Membership for ", group_, " on ", vlan(), " expired");
+  trace<3>(machineTrace, "Membership for ", group_, " on ", interfaceName(), " expired");
   doSetTimer(membershipTimerId, never);
   for (const IpAddr addr : source_.keys()) {
     const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
     if (!sourceSm || sourceSm->sourceTimerState() != timerDisabled) continue;
-    trace<3>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());
+    trace<3>(machineTrace, "Removing source ", addr, " for ", group_, " on ", interfaceName());
     rexmitSourceDel(addr);
-    sourceDel(addr);  // an INCLUDE group goes with its last source
+    sourceDel(addr);  // an INCLUDE group ends with its last source
   }
   if (rexmitSource_.empty()) doSetTimer(rexmitTimerId, never);
   filterModeIs(filterModeInclude);

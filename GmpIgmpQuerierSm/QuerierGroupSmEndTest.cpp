@@ -1,5 +1,5 @@
-// The end of a group or of its sources in the middle of a handler, by whoever is told of what the
-// handler does: nothing is armed or written for what has ended, and what is left stays whole.
+// A notifiee ends a group or its sources in the middle of a handler: nothing is armed or written for
+// the ended machines, and the others stay consistent.
 #include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -8,8 +8,8 @@ namespace {
 
 class QuerierGroupSmEnd : public NotificationBench {
  protected:
-  // Where a group may stand when it is hit: with two wanted sources and, in EXCLUDE mode, an
-  // unwanted one; asked about or not.
+  // The state of the group before: with two wanted sources and, in EXCLUDE mode, an unwanted one;
+  // with queries pending or not.
   struct State {
     IgmpFilterMode mode;
     IgmpVersion compatibility;
@@ -61,7 +61,7 @@ class QuerierGroupSmEnd : public NotificationBench {
     EXPECT_EQ(wheel_->armed(), armed);
   }
 
-  // What a group may go through.
+  // All that may happen to a group.
   std::vector<std::pair<std::string, Deed>> actions() {
     const std::vector<IpAddr> some{lower_, source_, IpAddr(192, 0, 2, 9)};
     std::vector<std::pair<std::string, Deed>> all{
@@ -93,19 +93,20 @@ class QuerierGroupSmEnd : public NotificationBench {
       for (const auto& [name, action] : actions()) {
         SCOPED_TRACE(name + ", " + stringValue(state.mode) + ", " +
                      stringValue(state.compatibility) + (state.asking ? ", asking" : ""));
-        const size_t told = interfereAtEach([&] { prepare(state); }, action, interfere,
-                                            [&] {
-                                              expectWhole();
-                                              verify();
-                                            });
-        EXPECT_GE(told, 1U);
+        const size_t notifications = interfereAtEach([&] { prepare(state); }, action, interfere,
+                                                     [&] {
+                                                       expectWhole();
+                                                       verify();
+                                                     });
+        EXPECT_GE(notifications, 1U);
       }
     }
   }
 };
 
 TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedAtEachChange) {
-  interfereEverywhere([&] { querier_->groupSmDel(group_); }, [&] { EXPECT_EQ(toldAfter_, 0U); });
+  interfereEverywhere([&] { querier_->groupSmDel(group_); },
+                      [&] { EXPECT_EQ(notifiedAfter_, 0U); });
 }
 
 TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedWhileItIsCreated) {

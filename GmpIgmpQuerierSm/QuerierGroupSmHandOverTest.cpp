@@ -14,7 +14,7 @@ class QuerierGroupSmHandOverTest : public GroupBench {
   void loseElection() { receiveV3Query(lower_, {.code = 100}); }
 };
 
-TEST_F(QuerierGroupSmHandOverTest, whoIsNotTheQuerierCountsGroupQueriesButKeepsSources) {
+TEST_F(QuerierGroupSmHandOverTest, aNonQuerierCountsGroupQueriesButKeepsSources) {
   status_->stateIs(QuerierStatus::querierStateNonQuerier);
   const Ptr<Sm> sm = exclude({{s1_, 200.0}});
   sm->rexmitGroupQueryIs(2);
@@ -26,7 +26,7 @@ TEST_F(QuerierGroupSmHandOverTest, whoIsNotTheQuerierCountsGroupQueriesButKeepsS
   EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
   EXPECT_EQ(sourceSm(s1_)->rexmits(), 2U);
   EXPECT_THAT(rexmitSources(), ElementsAre(s1_));
-  EXPECT_EQ(rexmitTimer(), 1.0) << "again and again, until the source goes by other means";
+  EXPECT_EQ(rexmitTimer(), 1.0) << "again and again, until the source is removed by other means";
   EXPECT_EQ(tracedBegin("Decrementing"), 0U);
   EXPECT_EQ(traced("Don't send query because we are not the querier"), 6U)
       << "four runs, and the two group queries among them";
@@ -38,7 +38,7 @@ TEST_F(QuerierGroupSmHandOverTest, whoIsNotTheQuerierCountsGroupQueriesButKeepsS
   EXPECT_EQ(rexmitTimer(), never);
 }
 
-TEST_F(QuerierGroupSmHandOverTest, aLostElectionIsCompletedWhenTheQueriesOwedAreSent) {
+TEST_F(QuerierGroupSmHandOverTest, aLostElectionIsCompletedWhenThePendingQueriesAreSent) {
   exclude({});
   receiveLeave(group_);
   runFor(0.0);

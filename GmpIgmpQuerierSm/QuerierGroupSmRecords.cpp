@@ -26,7 +26,7 @@ bool isIn(std::span<const IpAddr> sorted, IpAddr addr) {
   return std::binary_search(sorted.begin(), sorted.end(), addr);
 }
 
-// 0.0.0.0 is no source that anybody could ask for. Sorted, it comes first.
+// Without 0.0.0.0, which no query can name. Sorted, it is the first.
 std::span<const IpAddr> sourcesOf(const IgmpGroupRecord& record) {
   const std::span<const IpAddr> all(record.source.begin(), record.source.end());
   return !all.empty() && all.front().isZero() ? all.subspan(1) : all;
@@ -182,7 +182,7 @@ void QuerierGroupSm::deleteSourcesNotIn(AddrList b) {
 
 void QuerierGroupSm::closeRecord() {
   if (ended()) return;
-  if (!owesQueries()) {
+  if (!queriesPending()) {
     doSetTimer(rexmitTimerId, never);
   } else if (rexmitTimerState_ != timerRunning) {
     doSetTimer(rexmitTimerId, config().lastMemberQueryInterval());

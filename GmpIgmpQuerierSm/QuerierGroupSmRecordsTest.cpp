@@ -121,7 +121,7 @@ TEST_F(QuerierGroupSmRecordsTest, excludeToExcludeDropsBeforeItAsks) {
   EXPECT_EQ(timerOf(s3_), lmqt_) << "the group's time, lowered as it is asked about";
 }
 
-TEST_F(QuerierGroupSmRecordsTest, excludeBlockAsksAboutOldAndNewSources) {
+TEST_F(QuerierGroupSmRecordsTest, excludeBlockQueriesOldAndNewSources) {
   exclude({{s2_, 200.0}}, 1.5);
   watchAll();
   receiveRecord(blockOldSources, group_, {s2_, s3_});
@@ -209,7 +209,7 @@ TEST_F(QuerierGroupSmRecordsTest, aGroupThatEndedBeginsAnewWithTheNextRecordOfTh
   EXPECT_EQ(status_->joins(), 2U);
 }
 
-TEST_F(QuerierGroupSmRecordsTest, theCloseStartsAStoppedTimerForQueriesStillOwed) {
+TEST_F(QuerierGroupSmRecordsTest, theCloseStartsAStoppedTimerForPendingQueries) {
   const Ptr<Sm> sm = exclude({});
   sm->rexmitGroupQueryIs(1);
   receiveRecord(allowNewSources, group_, {s1_});

@@ -7,8 +7,8 @@ namespace Gmp::Igmp {
 
 using Mox::trace;
 
-// Version 1 hosts cannot leave, so whatever was being asked about the group is settled: it has
-// members for a group membership interval.
+// Version 1 hosts cannot leave, so this settles any question that is pending: the group has members
+// for a group membership interval.
 void QuerierGroupSm::handleRxV1Report() {
   if (ended()) return;
   const Ptr<QuerierGroupSm> alive(this);
@@ -40,8 +40,8 @@ void QuerierGroupSm::handleRxV2Report() {
   doSetTimer(membershipTimerId, groupMembershipInterval());
 }
 
-// Ask whether anybody still listens, and expect the answer within the last member query time.
-// Whether this router may ask, handleRexmitTimer decides.
+// Starts to query whether any member is left; a member reports within the last member query time.
+// handleRexmitTimer decides whether this router sends the queries.
 void QuerierGroupSm::handleRxLeave() {
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleRxLeave", "()");

@@ -142,7 +142,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveInVersion1CompatibilityChangesNothing) {
   EXPECT_EQ(status_->v2LeaveReceived(), 1U);
 }
 
-TEST_F(QuerierGroupSmReportsTest, aLeaveLowersGroupAndSourceTimersAndAsks) {
+TEST_F(QuerierGroupSmReportsTest, aLeaveLowersGroupAndSourceTimersAndQueries) {
   const Ptr<Sm> sm = exclude({{s1_, 50.0}, {s2_, never}});
   receiveLeave(group_);
   EXPECT_EQ(groupTimer(), lmqt_);
@@ -244,7 +244,7 @@ TEST_F(QuerierGroupSmReportsTest, unansweredLeavesEndTheGroupAfterTheLastMemberQ
   EXPECT_FALSE(groupExists());
 }
 
-TEST_F(QuerierGroupSmReportsTest, aLeaveAsksAboutEachSourceThatStaysWhileOthersGo) {
+TEST_F(QuerierGroupSmReportsTest, aLeaveQueriesEachSourceThatStaysWhileOthersEnd) {
   const Ptr<QuerierGroupSm> sm = exclude({});
   std::vector<IpAddr> staying;
   std::vector<IpAddr> going;

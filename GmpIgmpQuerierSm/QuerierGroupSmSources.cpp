@@ -19,7 +19,7 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& whe
     return found;
   }
   Ptr<QuerierGroupSourceSm> added = QuerierGroupSourceSmIs(addr, wheel, this);
-  if (ended()) {  // by who was told of the source's status entry
+  if (ended()) {  // by a notifiee of the source's status entry
     added->end();
     return added;
   }
@@ -54,11 +54,12 @@ void QuerierGroupSm::handleSource(IpAddr addr) {
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleSource", "( ", addr, " )");
   if (source_.contains(addr)) return;
-  trace<6>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());
+  trace<6>(machineTrace, "Removing source ", addr, " for ", group_, " on ", interfaceName());
   groupStatus_->sourceDel(addr);
   if (ended()) return;
   if (groupStatus_->filterMode() == filterModeInclude && source_.empty()) {
-    trace<3>(machineTrace, "No sources remaining for ", group_, " on ", vlan(), ". Removing group");
+    trace<3>(machineTrace, "No sources remaining for ", group_, " on ", interfaceName(),
+             ". Removing group");
     querierSm().groupSmDel(group_);
   }
 }

@@ -252,7 +252,7 @@ TEST_F(QuerierGroupSmTest, otherTimersDoNotTouchAHandOver) {
   EXPECT_TRUE(querier_->transitionToNonQuerier());
 }
 
-TEST_F(QuerierGroupSmTest, sourcesThatComeAndGoAreToldOnceTheirEntryHas) {
+TEST_F(QuerierGroupSmTest, sourcesAreNotifiedAfterTheirEntries) {
   const Ptr<Sm> sm = exclude({{s2_, 5.0}});
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
@@ -266,7 +266,7 @@ TEST_F(QuerierGroupSmTest, sourcesThatComeAndGoAreToldOnceTheirEntryHas) {
   EXPECT_THAT(takeJournal(), ElementsAre("sm.source 10.7.0.2"));
 }
 
-TEST_F(QuerierGroupSmTest, setsOfSourcesTellOfEachChangeOnce) {
+TEST_F(QuerierGroupSmTest, setsOfSourcesNotifyOfEachChangeOnce) {
   struct SetCase {
     const char* name;
     void (Sm::*is)(IpAddr, bool);

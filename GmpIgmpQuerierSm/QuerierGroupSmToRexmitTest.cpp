@@ -1,4 +1,4 @@
-// Which sources come to be asked about: toRexmitState, and what happens to their timers and counts.
+// toRexmitState: which sources get retransmissions, and their timers and counts.
 #include "GroupBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -75,7 +75,7 @@ TEST_F(QuerierGroupSmToRexmitTest, withACountOfZeroTheSourceTimerRunsOutAtOnce) 
   EXPECT_EQ(sourceSm(s1_)->rexmits(), 0U);
 }
 
-TEST_F(QuerierGroupSmToRexmitTest, aSourceThatGoesWhileItsTimerIsLoweredIsNotAskedAbout) {
+TEST_F(QuerierGroupSmToRexmitTest, aSourceRemovedWhileItsTimerIsLoweredIsNotQueried) {
   const Ptr<Sm> sm = exclude({{s1_, 200.0}});
   Once<QuerierSourceStatus> once(sourceStatus(s1_), "expiryTime", [&] { sm->sourceDel(s1_); });
   sm->toRexmitState(s1_);

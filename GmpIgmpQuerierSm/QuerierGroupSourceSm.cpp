@@ -40,13 +40,14 @@ void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
     expiry = Mox::now() + seconds;
     state = timerRunning;
   }
-  if (ended()) return;  // by who was told of the flag
-  trace<6>(machineTrace, *this, "::", "doSetTimer", ": Setting source timer for ", groupSm_->vlan(),
-           ":", groupSm_->group(), ":", addr_, " to expire in ", seconds, " @ ", expiry);
+  if (ended()) return;  // by a notifiee of the flag
+  trace<6>(machineTrace, *this, "::", "doSetTimer", ": Setting source timer for ",
+           groupSm_->interfaceName(), ":", groupSm_->group(), ":", addr_, " to expire in ", seconds,
+           " @ ", expiry);
   sourceTimer_.timeMinIs(expiry);
   sourceTimerExpiryIs(expiry);
   sourceTimerStateIs(state);
-  // While readers lag, only the flag goes out: the exact time is worth less than room in the log.
+  // While readers lag, only the flag is published: the exact time matters less than room in the log.
   if (ended() || groupSm_->attrLogClogged()) return;
   sourceStatus_->expiryTimeIs(expiry);
 }
@@ -55,6 +56,7 @@ void QuerierGroupSourceSm::handleInitialized() {
   const Ptr<QuerierGroupSourceSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleInitialized", "()");
   initializedIs(true);
+  if (ended()) return;
   QuerierGroupStatus& groupStatus = *groupSm_->groupStatus();
   Ptr<QuerierSourceStatus> status = groupStatus.source(addr_);
   if (status) {
@@ -75,7 +77,7 @@ void QuerierGroupSourceSm::handleSourceTimer() {
   const Ptr<QuerierGroupSourceSm> alive(this);
   const Ptr<QuerierGroupSm> group(groupSm_);
   trace<8>(machineTrace, *this, "::", "handleSourceTimer", "()");
-  trace<3>(machineTrace, "Source ", addr_, " for ", group->group(), " on ", group->vlan(),
+  trace<3>(machineTrace, "Source ", addr_, " for ", group->group(), " on ", group->interfaceName(),
            " expired at ", sourceTimerExpiry_);
   if (group->attrLogClogged()) {
     trace<3>(machineTrace, "Postponing Source Cleanup for a few seconds.");
@@ -84,7 +86,8 @@ void QuerierGroupSourceSm::handleSourceTimer() {
   }
   doSetTimer(never);
   if (ended() || group->groupStatus()->filterMode() != filterModeInclude) return;
-  trace<3>(machineTrace, "Removing source ", addr_, " for ", group->group(), " on ", group->vlan());
+  trace<3>(machineTrace, "Removing source ", addr_, " for ", group->group(), " on ",
+           group->interfaceName());
   group->rexmitSourceDel(addr_);
   group->sourceDel(addr_);
 }

@@ -1,5 +1,4 @@
-// What holds whatever hosts, routers and the operator do: the invariants are checked after each step
-// of random sequences.
+// The invariants of a querier hold after each step of random sequences.
 #include "RandomBench.h"
 
 namespace Gmp::Igmp::testing {

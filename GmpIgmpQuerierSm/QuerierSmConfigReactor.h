@@ -1,4 +1,4 @@
-// The querier's ear at its configuration: who is told, nothing else.
+// Calls the querier's handler for each change of its configuration, and nothing else.
 #pragma once
 
 #include <utility>

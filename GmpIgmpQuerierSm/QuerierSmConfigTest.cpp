@@ -53,7 +53,7 @@ TEST_F(QuerierSmConfig, RobustnessIsTracedAndTakenOverAndTouchesNoTimer) {
   EXPECT_THAT(journal_, ElementsAre("status.robustness 4"));
 }
 
-TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
+TEST_F(QuerierSmConfig, VersionIsTakenOverAndPassedToEveryGroup) {
   start();
   receiveV2Report(group_);
   receiveRecord(4, group2_);
@@ -69,7 +69,7 @@ TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.2 )::handleQuerierVersion()"), 1u);
 }
 
-TEST_F(QuerierSmConfig, GroupsHearOfAVersionInTheOrderOfTheMap) {
+TEST_F(QuerierSmConfig, GroupsGetAVersionInTheOrderOfTheMap) {
   start();
   for (U8 i = 1; i <= 20; ++i) receiveV2Report(IpAddr(239, 1, 1, i));
   traces_.clear();
@@ -78,11 +78,11 @@ TEST_F(QuerierSmConfig, GroupsHearOfAVersionInTheOrderOfTheMap) {
   for (const auto& [group, sm] : querier_->groupSm()) {
     expected.push_back("QuerierGroupSm( " + group.stringValue() + " )::handleQuerierVersion()");
   }
-  std::vector<std::string> told;
+  std::vector<std::string> passed;
   for (const std::string& text : traceTexts()) {
-    if (text.starts_with("QuerierGroupSm(")) told.push_back(text);
+    if (text.starts_with("QuerierGroupSm(")) passed.push_back(text);
   }
-  EXPECT_EQ(told, expected);
+  EXPECT_EQ(passed, expected);
 }
 
 TEST_F(QuerierSmConfig, VersionIsTakenOverInEveryState) {
@@ -268,7 +268,7 @@ TEST_F(QuerierSmConfig, SwitchingSendingOffActsBeforeTheInstanceIsInitializedToo
   EXPECT_EQ(status_->state(), Status::querierStateNonQuerier);
 }
 
-TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstHearsOfANewVersion) {
+TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstGetsANewVersion) {
   start();
   std::vector<std::unique_ptr<Once<QuerierGroupStatus>>> listeners;
   for (U8 i = 0; i < 100; ++i) {

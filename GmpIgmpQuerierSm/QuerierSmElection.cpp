@@ -1,4 +1,5 @@
-// Querier election (RFC 3376 6.6.2): the lowest address of the link asks, the others follow it.
+// Querier election (RFC 3376 6.6.2): the router with the lowest address of the link sends queries, the
+// others follow it.
 #include <stdlib.h>
 
 #include <GmpIgmpQuerierSm/MachineLogs.h>
@@ -17,7 +18,7 @@ void QuerierSm::roleIs(QuerierStatus::QuerierState role, Mox::Place by) {
   querierStatus_->stateIs(role);
 }
 
-// The first query leaves after a random delay, so that routers started together do not ask in step.
+// The first query leaves after a random delay, so that routers started together do not send in step.
 void QuerierSm::becomeQuerier() {
   if (!initialized_) return;
   const Ptr<QuerierSm> alive(this);
@@ -60,13 +61,13 @@ void QuerierSm::doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& p
   doSetTimer(otherQuerierTimerId, interval);
 }
 
-// What this router has begun to ask, it finishes asking: the new querier has not heard the leave.
+// This router completes its pending retransmissions: the new querier has not received the leave.
 void QuerierSm::loseElection() {
   pendingRexmitDelAll();
   for (const IpAddr group : groupSm_.keys()) {
     const Ptr<QuerierGroupSm> sm = groupSm(group);
-    const bool owesQueries = sm && (sm->rexmitGroupQuery() != 0 || !sm->rexmitSource().empty());
-    if (owesQueries) pendingRexmitIs(group, true);
+    const bool isPending = sm && (sm->rexmitGroupQuery() != 0 || !sm->rexmitSource().empty());
+    if (isPending) pendingRexmitIs(group, true);
   }
   if (pendingRexmit_.empty()) {
     transitionToNonQuerierIs(false);
@@ -92,8 +93,8 @@ void QuerierSm::handleGroupRexmit(IpAddr group, TimerState rexmitState) {
   }
 }
 
-// What the message leaves out is taken from the configuration, except the response time of an old
-// query, which is 10 seconds when it is 0 (RFC 3376 7.1).
+// A value that the message lacks is taken from the configuration, except the response time of an old
+// query, which is 10 seconds when its code is 0 (RFC 3376 7.1).
 void QuerierSm::adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt) {
   const QuerierConfig& config = *querierConfig();
   if (!pkt->has(Ilvo::IgmpV3QueryHdr::bytes)) {
@@ -115,8 +116,8 @@ void QuerierSm::adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt) {
                                                           : config.queryResponseInterval());
 }
 
-// The elected querier has been silent for too long. Deliberately, the first query still asks with
-// half the response interval of the one that went: the hosts have its timing.
+// The elected querier has been silent for too long. Deliberately, the first query still has half of
+// that querier's response interval: the hosts follow its timing.
 void QuerierSm::handleOtherQuerierTimer() {
   if (!initialized_) return;
   const Ptr<QuerierSm> alive(this);

@@ -146,7 +146,7 @@ TEST_F(QuerierSmElection, OurOwnQueryLoopedBackRefreshesNothing) {
   EXPECT_THAT(electionTraces(), ElementsAre("vlan10 Existing querier 10.0.0.5 refreshing"));
 }
 
-TEST_F(QuerierSmElection, OurOwnQueryHeardBeforeAnyRoleOnlyNamesUs) {
+TEST_F(QuerierSmElection, OurOwnQueryBeforeAnyRoleOnlyNamesUs) {
   startInitial();
   receiveV3Query(own_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_EQ(status_->electedQuerierAddr(), own_);
@@ -228,7 +228,7 @@ TEST_F(QuerierSmElection, AVersion1QueryMeansTenSeconds) {
   EXPECT_EQ(tracedBegin("vlan10 IGMPv3 Querier"), 0u);
 }
 
-TEST_F(QuerierSmElection, LengthAloneTellsWhichValuesAQueryHas) {
+TEST_F(QuerierSmElection, TheLengthAloneDecidesWhichValuesAQueryHas) {
   start();
   // Code 0 counts as version 1, but there are twelve bytes, so the version 3 fields are read.
   receiveV3Query(lower_, {.code = 0, .qrv = 3, .qqic = 60});
@@ -288,7 +288,7 @@ TEST_F(QuerierSmElection, PendingSourcesKeepTheRoleToo) {
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
 }
 
-TEST_F(QuerierSmElection, OnlyGroupsThatOweQueriesArePending) {
+TEST_F(QuerierSmElection, OnlyGroupsWithPendingQueriesArePending) {
   startAsking();
   receiveV2Report(group2_);
   querier_->pendingRexmitIs(IpAddr(239, 9, 9, 9), true);  // of an earlier hand-over
@@ -296,7 +296,7 @@ TEST_F(QuerierSmElection, OnlyGroupsThatOweQueriesArePending) {
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
 }
 
-TEST_F(QuerierSmElection, TheHandOverEndsWithTheLastOwedQuery) {
+TEST_F(QuerierSmElection, TheHandOverEndsWithTheLastPendingQuery) {
   startAsking();
   receiveV3Query(lower_);
   takeSent();

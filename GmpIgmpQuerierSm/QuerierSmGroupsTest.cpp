@@ -178,7 +178,7 @@ TEST_F(QuerierSmGroups, PendingGroupsAreASet) {
   EXPECT_TRUE(sm.pendingRexmit().empty());
 }
 
-TEST_F(QuerierSmGroups, PendingGroupsTellOfEachChangeOnce) {
+TEST_F(QuerierSmGroups, PendingGroupsNotifyOfEachChangeOnce) {
   QuerierSm& sm = start();
   watch(querier_, "querier");
   sm.pendingRexmitIs(group_, true);
@@ -194,7 +194,7 @@ TEST_F(QuerierSmGroups, PendingGroupsTellOfEachChangeOnce) {
               ElementsAre("querier.pendingRexmit 239.1.1.1", "querier.pendingRexmit 239.1.1.2"));
 }
 
-TEST_F(QuerierSmGroups, MachinesThatComeAndGoAreToldOnceTheirEntryHas) {
+TEST_F(QuerierSmGroups, MachinesAreNotifiedAfterTheirEntries) {
   start();
   watch(querier_, "querier");
   watch(status_, "status");
@@ -209,7 +209,7 @@ TEST_F(QuerierSmGroups, MachinesThatComeAndGoAreToldOnceTheirEntryHas) {
   EXPECT_THAT(takeJournal(), ElementsAre("querier.groupSm 239.1.1.2"));
 }
 
-TEST_F(QuerierSmGroups, TheQuerierMayBeReleasedWhileItsGroupsGo) {
+TEST_F(QuerierSmGroups, TheQuerierMayBeReleasedWhileItsGroupsEnd) {
   start();
   silenceGeneralQueries();
   for (const IpAddr group : {group_, group2_, group3_}) receiveV2Report(group);
@@ -341,7 +341,7 @@ TEST_F(QuerierSmGroups, AGroupMadeByAPacketMeanwhileIsSkipped) {
   EXPECT_EQ(status_->joins(), 3u);
 }
 
-TEST_F(QuerierSmGroups, ABookmarkWhoseGroupIsGoneResumesAtTheNextOne) {
+TEST_F(QuerierSmGroups, ABookmarkWhoseGroupEndedResumesAtTheNextOne) {
   preloadThree();
   setup_.debugYieldAfterOne = true;
   startRebuilding();

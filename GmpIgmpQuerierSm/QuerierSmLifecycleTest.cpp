@@ -122,7 +122,7 @@ TEST_F(QuerierSmLifecycle, AttributesStandInTheOrderOfTheirDeclaration) {
                   "initialized", "handleInitialized", "becomeQuerier", "clearCounters", "doRxPkt"));
 }
 
-TEST_F(QuerierSmLifecycle, SettersTellAChangeOnceAndNothingForTheSameValue) {
+TEST_F(QuerierSmLifecycle, SettersNotifyOfAChangeOnceAndNotOfTheSameValue) {
   QuerierSm& sm = start();
   watch(Ptr<const QuerierSm>(&sm), "sm");
   const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
@@ -157,7 +157,7 @@ TEST_F(QuerierSmLifecycle, SettersTellAChangeOnceAndNothingForTheSameValue) {
                   "sm.pktSrc 10.0.0.77", "sm.initialized false"));
 }
 
-TEST_F(QuerierSmLifecycle, WritableCountTellsEachIncrementAndWraps) {
+TEST_F(QuerierSmLifecycle, WritableCountNotifiesOfEachIncrementAndWraps) {
   QuerierSm& sm = start();
   watch(Ptr<const QuerierSm>(&sm), "sm");
   sm.writableCountIs(std::numeric_limits<U32>::max());
@@ -235,7 +235,7 @@ TEST_F(QuerierSmLifecycle, TheLargestFiniteTimeStillCountsAsRunning) {
   EXPECT_EQ(status_->otherQuerierExpiryTime(), std::numeric_limits<Seconds>::max());
 }
 
-TEST_F(QuerierSmLifecycle, ArmingTwiceTellsTheStateOnceButArmsAnew) {
+TEST_F(QuerierSmLifecycle, ArmingTwiceNotifiesOfTheStateOnceButArmsAgain) {
   QuerierSm& sm = start();
   silenceGeneralQueries();
   watch(Ptr<const QuerierSm>(&sm), "sm");

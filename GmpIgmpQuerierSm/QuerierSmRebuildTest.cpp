@@ -79,7 +79,7 @@ TEST_F(QuerierSmRebuild, ExpiredSourcesOfAnExcludeGroupStayWithTheirTimerDisable
   EXPECT_EQ(tracedBegin("Delete"), 0u);
 }
 
-TEST_F(QuerierSmRebuild, ExpiredSourcesOfAnIncludeGroupGo) {
+TEST_F(QuerierSmRebuild, ExpiredSourcesOfAnIncludeGroupAreDeleted) {
   preload(filterModeInclude);
   preloadSource(source_, true);
   preloadSource(source2_, false);
@@ -104,7 +104,7 @@ TEST_F(QuerierSmRebuild, AnIncludeGroupThatLosesItsLastSourceGoesWithoutAMachine
               ElementsAre("status.querierVersion igmpVersion3", "status.group 239.1.1.1"));
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheOthers) {
+TEST_F(QuerierSmRebuild, ANotifieeOfAStaleSourceMayRemoveTheOthers) {
   preload(filterModeInclude);
   preloadSource(source_, true);
   preloadSource(source2_, true);
@@ -117,7 +117,7 @@ TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheOthers) {
   EXPECT_TRUE(querier_->groupSm().empty());
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheGroup) {
+TEST_F(QuerierSmRebuild, ANotifieeOfAStaleSourceMayRemoveTheGroup) {
   preload(filterModeInclude);
   preloadSource(source_, true);
   preloadSource(source2_, false);
@@ -130,7 +130,7 @@ TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheGroup) {
   EXPECT_TRUE(querier_->groupSm().empty());
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayRemoveTheOthers) {
+TEST_F(QuerierSmRebuild, ANotifieeOfARebuiltSourceMayRemoveTheOthers) {
   preload(filterModeExclude);
   preloadSource(source_, false);
   preloadSource(source2_, false);
@@ -144,7 +144,7 @@ TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayRemoveTheOthers) {
   EXPECT_EQ(sm.source().keys(), entry->source().keys());
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayEndTheGroup) {
+TEST_F(QuerierSmRebuild, ANotifieeOfARebuiltSourceMayEndTheGroup) {
   preload(filterModeExclude);
   preloadSource(source_, false);
   preloadSource(source2_, false);
@@ -217,7 +217,7 @@ TEST_F(QuerierSmRebuild, TheEntryKeepsItsBirthCountsAJoinAndForgetsTheReporter) 
   EXPECT_EQ(status_->joins(), 1u);
 }
 
-TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWhenNobodyReports) {
+TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWithoutAReport) {
   preload(filterModeInclude);
   preloadSource(source_, false);
   rebuild();

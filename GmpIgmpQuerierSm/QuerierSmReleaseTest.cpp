@@ -1,5 +1,5 @@
-// The end of a querier: what it leaves behind, and that it may come at any moment, in particular in
-// the middle of one of its own handlers.
+// The release of a querier: what is left behind, and that it may happen at any moment, in particular
+// in the middle of one of its own handlers.
 #include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -23,7 +23,7 @@ class ObservedSocket final : public Mox::NboAttrLog::SocketOutSm {
 
 class QuerierSmRelease : public NotificationBench {
  protected:
-  // Lets the querier go at each notification of the action. Says how many there were.
+  // Releases the querier at each notification of the action. The number of notifications.
   size_t releaseAtEachNotification(const Deed& prepare, const Deed& action) {
     return interfereAtEach(
         prepare, action, [&] { release(); },
@@ -68,7 +68,7 @@ TEST_F(QuerierSmRelease, LeavesNoTimerAndNoReactorBehind) {
   EXPECT_EQ(status_->queryInterval(), 125.0);
 }
 
-TEST_F(QuerierSmRelease, LetsGoOfBoundaryAndAttributeLog) {
+TEST_F(QuerierSmRelease, ReleasesBoundaryAndAttributeLog) {
   const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
   start().mcastBoundaryIntfStatusIs(boundary);
   giveAttrLog();
@@ -79,7 +79,7 @@ TEST_F(QuerierSmRelease, LetsGoOfBoundaryAndAttributeLog) {
   EXPECT_EQ(monitor_->refs(), 1u);
 }
 
-TEST_F(QuerierSmRelease, AGroupMachineThatSomebodyKeepsIsInert) {
+TEST_F(QuerierSmRelease, AGroupMachineThatIsStillHeldIsInert) {
   start();
   receiveRecord(1, group_, {source_});
   const Ptr<QuerierGroupSm> kept = groupSm(group_);
@@ -102,11 +102,11 @@ TEST_F(QuerierSmRelease, AGroupMachineThatSomebodyKeepsIsInert) {
   EXPECT_THAT(journal_, IsEmpty());
 }
 
-TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfTheQueryTimer) {
+TEST_F(QuerierSmRelease, MayHappenInAnyNotificationOfTheQueryTimer) {
   EXPECT_EQ(releaseAtEachNotification([&] { start(); }, [&] { runFor(10.0); }), 4u);
 }
 
-TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfAConfigurationChange) {
+TEST_F(QuerierSmRelease, MayHappenInAnyNotificationOfAConfigurationChange) {
   const auto prepare = [&] {
     setup_.startupQueryIntervalDefault = 30;
     start();
@@ -123,7 +123,7 @@ TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfAConfigurationChange) {
   for (const auto& change : changes) EXPECT_GE(releaseAtEachNotification(prepare, change), 1u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileSendingIsSwitchedOnAgain) {
+TEST_F(QuerierSmRelease, MayHappenWhileSendingIsSwitchedOnAgain) {
   const auto prepare = [&] {
     start();
     config_->sendQueryIs(false);
@@ -131,7 +131,7 @@ TEST_F(QuerierSmRelease, MayComeWhileSendingIsSwitchedOnAgain) {
   EXPECT_GE(releaseAtEachNotification(prepare, [&] { config_->sendQueryIs(true); }), 3u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileTheElectionIsLostOrWon) {
+TEST_F(QuerierSmRelease, MayHappenWhileTheElectionIsLostOrWon) {
   const auto lose = [&] { receiveV3Query(lower_, {.qrv = 3, .qqic = 60}); };
   EXPECT_GE(releaseAtEachNotification([&] { start(); }, lose), 6u);
   const auto prepare = [&] {
@@ -141,7 +141,7 @@ TEST_F(QuerierSmRelease, MayComeWhileTheElectionIsLostOrWon) {
   EXPECT_GE(releaseAtEachNotification(prepare, [&] { runFor(200.0); }), 8u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileReportsAndLeavesAreProcessed) {
+TEST_F(QuerierSmRelease, MayHappenWhileReportsAndLeavesAreProcessed) {
   const auto prepare = [&] {
     start();
     silenceGeneralQueries();
@@ -163,7 +163,7 @@ TEST_F(QuerierSmRelease, MayComeWhileReportsAndLeavesAreProcessed) {
   for (const auto& packet : packets) EXPECT_GE(releaseAtEachNotification(prepare, packet), 2u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileALeftGroupIsAskedForAndEnds) {
+TEST_F(QuerierSmRelease, MayHappenWhileALeftGroupIsQueriedAndEnds) {
   const auto prepare = [&] {
     start();
     silenceGeneralQueries();
@@ -214,7 +214,7 @@ TEST_F(QuerierSmRelease, EndsItsGroupsOneByOne) {
   EXPECT_EQ(status_->group().size(), 2u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileGroupsAreRebuilt) {
+TEST_F(QuerierSmRelease, MayHappenWhileGroupsAreRebuilt) {
   setup_.debugYieldAfterOne = true;
   const auto prepare = [&] {
     config_->sendQueryIs(false);

@@ -37,7 +37,7 @@ TEST_F(QuerierSmRxPktHostile, AnyWrongBitOfTheHeaderIsAnError) {
   }
 }
 
-TEST_F(QuerierSmRxPktHostile, ARejectedPacketStillTellsItsSender) {
+TEST_F(QuerierSmRxPktHostile, ARejectedPacketStillSetsPktSrc) {
   startWatched();
   receive(report({.src = lower_, .badIpChecksum = true}));
   EXPECT_EQ(querier_->pktSrc(), lower_);
@@ -240,7 +240,7 @@ TEST_F(QuerierSmRxPktHostile, RandomBytesNeverEndTheProcess) {
   }
 }
 
-TEST_F(QuerierSmRxPktHostile, ExpectingAPacketMovesNothingWhateverItsBytesAre) {
+TEST_F(QuerierSmRxPktHostile, PrefetchingAnyBytesMovesNothing) {
   startWatched();
   receiveV2Report(group_);
   forget();

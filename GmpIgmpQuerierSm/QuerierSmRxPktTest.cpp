@@ -139,25 +139,26 @@ TEST_F(QuerierSmRxPkt, ABoundaryOfEverythingDropsGeneralQueriesToo) {
 
 TEST_F(QuerierSmRxPkt, AVersionDiscrepancyIsLoggedByTheTable) {
   for (unsigned configured = 1; configured <= 3; ++configured) {
-    for (unsigned heard = 1; heard <= 3; ++heard) {
+    for (unsigned version = 1; version <= 3; ++version) {
       for (const IpAddr group : {IpAddr(), group_}) {
-        SCOPED_TRACE(std::to_string(configured) + " hears " + std::to_string(heard) + " for " +
+        SCOPED_TRACE(std::to_string(configured) + " receives " + std::to_string(version) + " for " +
                      group.stringValue());
         config_ =
-            querierConfigFactory("vlan-" + std::to_string(configured) + std::to_string(heard) +
+            querierConfigFactory("vlan-" + std::to_string(configured) + std::to_string(version) +
                                  (group.isZero() ? "general" : "specific"));
         startAs(IgmpVersionInstance(configured));
         events_.clear();
-        if (heard == 3) {
+        if (version == 3) {
           receiveV3Query(higher_, {.group = group});
         } else {
-          receiveV2Query(higher_, group, heard == 1 ? 0 : 100);
+          receiveV2Query(higher_, group, version == 1 ? 0 : 100);
         }
-        const bool logged = (configured == 3 && heard != 3 && group.isZero()) || configured < heard;
+        const bool logged =
+            (configured == 3 && version != 3 && group.isZero()) || configured < version;
         ASSERT_EQ(events_.size(), logged ? 1u : 0u);
         if (!logged) continue;
         EXPECT_EQ(events_[0].name, "GMP_IGMP_QUERY_VERSION_CONFIGURED_DISCREPANCY");
-        EXPECT_EQ(events_[0].text, "IGMP version " + std::to_string(heard) +
+        EXPECT_EQ(events_[0].text, "IGMP version " + std::to_string(version) +
                                        " query heard on vlan " + config_->name().string() +
                                        " by a querier configured to version " +
                                        std::to_string(configured) + ".");
@@ -247,7 +248,7 @@ TEST_F(QuerierSmRxPkt, AVersion3QueryWithATruncatedListIsGroupSpecificWithoutRob
   query.version = igmpVersion3;
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( " + valueToStrep(query) + " )"),
             1u);
-  EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now());  // 0 times whatever
+  EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now());  // 0 times any response time
   EXPECT_EQ(status_->v3QueriesReceived(), 1u);
 }
 
@@ -344,7 +345,7 @@ TEST_F(QuerierSmRxPkt, ALeaveOfAKnownGroupIsHandledAndCounted) {
 TEST_F(QuerierSmRxPkt, ALeaveOfAnUnknownGroupCountsNothing) {
   startAs(igmpVersion2);
   receiveLeave(group_);
-  receiveLeave(reserved_);  // reserved groups are not told apart here
+  receiveLeave(reserved_);  // reserved groups are not distinguished here
   EXPECT_TRUE(nothingPublished());
   EXPECT_EQ(traced("Group 239.1.1.1 doesn't exist, so leave is ignored"), 1u);
   EXPECT_EQ(traced("Group 224.0.0.5 doesn't exist, so leave is ignored"), 1u);
@@ -352,7 +353,7 @@ TEST_F(QuerierSmRxPkt, ALeaveOfAnUnknownGroupCountsNothing) {
 
 TEST_F(QuerierSmRxPkt, ALeaveOfAReservedGroupThatIsThereIsTaken) {
   startAs(igmpVersion2);
-  receiveV2Query(higher_, reserved_);  // a heard query made it
+  receiveV2Query(higher_, reserved_);  // a query created it
   receiveLeave(reserved_);
   EXPECT_EQ(status_->v2LeaveReceived(), 1u);
 }

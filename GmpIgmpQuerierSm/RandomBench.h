@@ -62,14 +62,14 @@ class RandomBench : public TestBench {
     sent_.clear();
     events_.clear();
     invariants_.emplace(wheel_);
-    come();
+    startWatched();
   }
-  void come() {
+  void startWatched() {
     start();
     if (monitor_) querier_->attrLogSmIs(monitor_);
     invariants_->watch(querier_);
   }
-  void go() {
+  void releaseWatched() {
     invariants_->release();
     release();
   }
@@ -138,7 +138,7 @@ class RandomBench : public TestBench {
     const IpAddr group = oneIn(2) ? IpAddr() : anyGroup();
     const U8 code = oneOf<U8>({0, 10, 100});
     code == 0 ? ++expected_.v1Queries : ++expected_.v2Queries;
-    bornIfNew(group);
+    createdIfNew(group);
     receiveV2Query(anyRouter(), group, code);
     return "old query " + group.stringValue();
   }
@@ -152,7 +152,7 @@ class RandomBench : public TestBench {
         .qqic = oneOf<U8>({0, 10, 125, 0x8a}),
         .sources = group.isZero() ? std::vector<IpAddr>{} : anySources()};
     fields.code == 0 ? ++expected_.v1Queries : ++expected_.v3Queries;
-    if (fields.code == 0 || !fields.sFlag) bornIfNew(group);
+    if (fields.code == 0 || !fields.sFlag) createdIfNew(group);
     receiveV3Query(anyRouter(), fields);
     return "version 3 query " + group.stringValue();
   }
@@ -196,8 +196,8 @@ class RandomBench : public TestBench {
         if (monitor_) unclog();
         return "log flows";
       default:
-        go();
-        come();
+        releaseWatched();
+        startWatched();
         return "restart";
     }
   }
@@ -207,7 +207,7 @@ class RandomBench : public TestBench {
     if (taken) invariants_->reported(group);
   }
   // A query about an unknown group creates its machine without any report.
-  void bornIfNew(IpAddr group) {
+  void createdIfNew(IpAddr group) {
     if (!group.isZero() && !querier_->groupSm(group)) invariants_->bornOfQuery(group);
   }
 
@@ -228,7 +228,7 @@ class RandomBench : public TestBench {
         return runs;
       }
       afterSequence();
-      go();
+      releaseWatched();
     }
     return runs;
   }

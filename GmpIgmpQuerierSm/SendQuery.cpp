@@ -29,7 +29,7 @@ Ptr<Pkt> packetFor(const QuerierSm& querier, size_t bytes) {
   return pkt;
 }
 
-// Other routers lower their timers to the last member query time when they hear a specific query,
+// Other routers lower their timers to the last member query time when they receive a specific query,
 // unless the S flag says that hosts have confirmed the group meanwhile (RFC 3376 6.6.3.1).
 // A general query, which has no group, never sets it.
 bool suppressFor(const QuerierSm& querier, const QuerierGroupSm* group) {
@@ -74,7 +74,7 @@ void countSent(QuerierStatus& status, IgmpVersion version) {
   }
 }
 
-// An MTU that leaves no room for one source would never finish a list: one goes into each packet
+// With an MTU that leaves no room for one source a list would never end: each packet gets one source
 // then.
 size_t sourcesPerPacket(U32 mtu, size_t sources) {
   constexpr U32 headers =
@@ -137,7 +137,7 @@ void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group) {
   const Ptr<QuerierGroupSm> groupSm = querier->groupSm(group);
   if (!groupSm || groupSm->rexmitGroupQuery() == 0) return;
   sendQuery(querier, querier->querierConfig()->lastMemberQueryInterval(), group);
-  // Whoever transmits may have brought in a report meanwhile that settled the question.
+  // The transmission may have brought in a report that cancelled the count.
   if (groupSm->rexmitGroupQuery() > 0) groupSm->rexmitGroupQueryDec(1);
   if (groupSm->groupStatus()->compatibilityMode() == igmpVersion3) {
     querier->querierStatus()->v3GSQueriesSentInc(1);
@@ -184,7 +184,7 @@ void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,
                                      std::vector<IpAddr>& sFlagSet) {
   const Ptr<QuerierSm> alive(querier);
   requireOwnAddress(*querier);
-  // Without a packet, what is left goes out with the next retransmission, if one is due.
+  // Without a packet, the rest is sent with the next retransmission, if one is pending.
   while (!sFlagClear.empty()) {
     if (!sendGroupAndSourceSpecificQueryHelper(querier, group, sFlagClear, false)) break;
   }

@@ -1,5 +1,6 @@
-// Fixture of the machines' tests: one querier in virtual time with the world around it. Verbs start
-// and run it and feed it packets; what it sends, publishes, traces and logs is collected as values.
+// Fixture of the machines' tests: one querier in virtual time with the world around it. Its functions
+// start and run the querier and hand in packets; sent queries, notifications, traces and logged
+// events are collected as values.
 //
 // Time begins at 1000 and stands still unless a test moves it. The querier is 10.0.0.5 on "vlan10",
 // version 3, all timers on one wheel; a test changes config_ and setup_ before start().
@@ -45,7 +46,7 @@ inline void PrintTo(IpAddr addr, std::ostream* out) { *out << addr.stringValue()
 
 namespace Gmp::Igmp::testing {
 
-// One query as the host would have to send it.
+// One query as the host has to send it.
 struct SentQuery {
   Seconds at;
   IpAddr dst;
@@ -84,7 +85,7 @@ struct LoggedEvent {
   bool limited;
 };
 
-// An attribute log on a real socket whose reader takes nothing until it is told to.
+// An attribute log on a real socket whose reader takes nothing until drain().
 class AttrLogSocket final : public Mox::NboAttrLog::SocketOutSm {
  public:
   AttrLogSocket() {
@@ -201,7 +202,7 @@ class TestBench : public ::testing::Test {
         orWheel(setup_.initGroupStatusTimer), setup_.debugYieldAfterOne, &output_);
     return *querier_;
   }
-  // Lets go of the querier; what watched it stops watching.
+  // Releases the querier; all that watched it stops watching.
   void release() {
     watches_.clear();
     output_.release();
@@ -223,7 +224,7 @@ class TestBench : public ::testing::Test {
     release();
     return start();
   }
-  // Specific queries are easier to tell without the general ones.
+  // Specific queries are easier to recognise without the general ones.
   void silenceGeneralQueries() { querier_->doSetTimer(QuerierSm::queryIntervalTimerId, never); }
   // A querier that sends no general query by itself, and nothing collected of its start.
   void startQuiet() {
@@ -322,7 +323,7 @@ class TestBench : public ::testing::Test {
     monitor_ = gmpAttrLogSmFactory(attrLog_);
     if (querier_) querier_->attrLogSmIs(monitor_);
   }
-  // Nobody reads the attribute log; the machines' next question finds it clogged.
+  // The attribute log's reader stops; the machines find it clogged when they ask next.
   void clog() {
     if (!attrLog_) giveAttrLog();
     attrLog_->fill();

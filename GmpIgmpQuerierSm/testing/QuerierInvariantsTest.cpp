@@ -1,4 +1,4 @@
-// A checker that never objects would prove nothing: each test breaks one thing from outside.
+// A checker that never fails would prove nothing: each test breaks one invariant from outside.
 #include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
 
 #include <optional>
@@ -85,14 +85,14 @@ TEST_F(QuerierInvariantsTest, allHoldsForTheNextQuerierOnTheStatus) {
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
 }
 
-TEST_F(QuerierInvariantsTest, aStatusEntryThatIsGoneIsMissed) {
+TEST_F(QuerierInvariantsTest, aMissingStatusEntryIsReported) {
   receiveRecord(4);
   status_->groupDel(group_);
   EXPECT_THAT(invariants_.breaches(),
               Contains("239.1.1.1: a group's machine has the group's status entry"));
 }
 
-TEST_F(QuerierInvariantsTest, aStatusEntryWithoutAMachineIsSeen) {
+TEST_F(QuerierInvariantsTest, aStatusEntryWithoutAMachineIsReported) {
   runFor(60.0);
   status_->groupIs(group_);
   EXPECT_THAT(invariants_.breaches(),
@@ -108,16 +108,16 @@ TEST_F(QuerierInvariantsTest, anIncludeGroupWithoutSourcesIsOneThatAQueryMade) {
   EXPECT_THAT(invariants_.breaches(), ElementsAre("239.1.1.1: a group that includes nothing ends"));
 }
 
-TEST_F(QuerierInvariantsTest, aTimerThatNobodyOwnsIsCounted) {
-  struct Nobody {
+TEST_F(QuerierInvariantsTest, aTimerOfNoMachineIsReported) {
+  struct Stray {
     void handle() {}
-  } nobody;
-  Obel::TimerReactor<Nobody, &Nobody::handle> timer(wheel_, nobody);
+  } stray;
+  Obel::TimerReactor<Stray, &Stray::handle> timer(wheel_, stray);
   timer.timeMinIs(2000.0);
   EXPECT_THAT(invariants_.breaches(), ElementsAre("timers that run, and no others, are armed"));
 }
 
-TEST_F(QuerierInvariantsTest, aPublishedTimeThatIsNotTheTimersIsSeen) {
+TEST_F(QuerierInvariantsTest, aPublishedTimeThatIsNotTheTimersIsReported) {
   receiveRecord(4);
   status_->group(group_)->expiryTimeIs(1.0);
   EXPECT_THAT(invariants_.breaches(),
@@ -144,11 +144,11 @@ TEST_F(QuerierInvariantsTest, onlyACloggedLogMayKeepBackTheEndOfASource) {
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
 }
 
-TEST_F(QuerierInvariantsTest, aSourceToBeAskedForOwesIt) {
+TEST_F(QuerierInvariantsTest, aSourceWithPendingQueriesHasACount) {
   receiveRecord(5, {source_});
   groupSm().rexmitSourceIs(source_, true);
   EXPECT_THAT(invariants_.breaches(),
-              ElementsAre("239.1.1.1: a source to be asked for is one that owes it"));
+              ElementsAre("239.1.1.1: a source with pending queries has a count of them"));
 }
 
 TEST_F(QuerierInvariantsTest, groupsArePendingInAHandOverOnly) {
@@ -159,7 +159,7 @@ TEST_F(QuerierInvariantsTest, groupsArePendingInAHandOverOnly) {
   EXPECT_THAT(invariants_.breaches(), ElementsAre("a hand-over lasts while groups are pending"));
 }
 
-TEST_F(QuerierInvariantsTest, whatIsCountedAsSentWasSent) {
+TEST_F(QuerierInvariantsTest, aCountedQueryThatWasNotSentIsReported) {
   status_->v2QueriesSentInc(1);
   status_->v3QueriesSentInc(1);
   status_->v3GSSQueriesSentInc(1);

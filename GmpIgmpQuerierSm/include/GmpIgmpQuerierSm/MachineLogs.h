@@ -1,4 +1,4 @@
-// What the machines tell operators and developers: their trace handle and their event-log message.
+// The trace handle and the event-log message of the state machines.
 #pragma once
 
 #include <Mox/EventLog.h>

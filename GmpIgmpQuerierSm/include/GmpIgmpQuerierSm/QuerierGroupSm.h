@@ -1,9 +1,10 @@
 // Router-side state of one multicast group on one interface (RFC 3376 6.2): group timer, older host
-// present timers, sources, and the specific queries still owed.
+// present timers, sources, and pending retransmissions of specific queries.
 //
 // Filter mode and compatibility mode live in the published status and nowhere else. The querier
-// owns the machine; a handler may end it (its group is removed from the querier), so each entry
-// point that can holds a Ptr to it. After its end nothing is armed or written.
+// owns the machine. A handler may end it, and so may a notifiee in the middle of a handler: each
+// function that uses the machine after a notification holds a Ptr to it until it returns. After its
+// end nothing is armed or written.
 #pragma once
 
 #include <memory>
@@ -59,7 +60,7 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
     virtual void onInitialized() {}
   };
 
-  // Runs at once: finds or makes the status entry, counts a join, all timers disabled.
+  // Runs at once: finds or creates the status entry, counts a join, disables all timers.
   QuerierGroupSm(IpAddr group, Wheel membershipWheel, Wheel v1Wheel, Wheel v2Wheel,
                  Wheel rexmitWheel, QuerierSm* querierSm);
   ~QuerierGroupSm() override;
@@ -133,13 +134,13 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void rexmitSetSourceDelAll() { setDelAll<&Self::rexmitSetSource>(declaredSets().set); }
   void rexmitSetSourceNotify(IpAddr addr) { notifyMember<&Self::rexmitSetSource>(addr); }
 
-  // The machine of that source, made if it is not there; a NameInUseError when it is there on
+  // The machine of that source, created if absent. Throws a NameInUseError when it exists on
   // another wheel.
   Ptr<QuerierGroupSourceSm> sourceIs(IpAddr addr, const Wheel& wheel);
   // Removes the machine and its status entry; in an INCLUDE group the last one ends the group.
   void sourceDel(IpAddr addr);
   void sourceDelAll();
-  // Tells of that machine without changing anything.
+  // Notifies of that machine without changing anything.
   void sourceNotify(IpAddr addr) { notifyMember<&Self::source_>(addr); }
 
   // The only way in which handlers start, change or stop a timer: `seconds` from now, +infinity
@@ -162,12 +163,12 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void handleSource(IpAddr addr);
   void toRexmitState(IpAddr addr);
 
-  // The owner lets go: nothing is armed or written any more.
+  // Called by the owner on removal: from then on nothing is armed or written.
   void end();
 
   // Of the owner: its interface's name, configuration, status, and whether the attribute log is
   // clogged.
-  Mox::Name vlan() const;
+  Mox::Name interfaceName() const;
   const QuerierConfig& config() const;
   QuerierStatus& querierStatus() const;
   bool attrLogClogged() const;
@@ -175,20 +176,19 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
  private:
   using Self = QuerierGroupSm;
 
-  // Always empty but for access by name, so their memory is there from the first change only.
+  // Only access by name fills these sets, so they get memory at the first change.
   struct DeclaredSets {
     AddrSet clr;
     AddrSet set;
   };
   DeclaredSets& declaredSets();
 
-  // Whoever is told of a change may end the group in the middle of a handler. What the handler does
-  // then goes nowhere: these write and arm nothing, as doSetTimer does, and the owner's values are
-  // none.
+  // A notifiee may end the group in the middle of a handler. From then on these functions write and
+  // arm nothing, as doSetTimer does, and the owner's values read as 0.
   void filterModeIs(IgmpFilterMode v);
   void compatibilityModeIs(IgmpVersion v);
   void lastReporterIs(IpAddr v);
-  // Makes the source if it is not there.
+  // Creates the source if absent.
   void sourceTimerIs(IpAddr addr, Seconds seconds);
   Seconds groupMembershipInterval() const;
   Seconds lastMemberQueryTime() const;
@@ -196,7 +196,7 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
 
   void lowerMembershipTimer(Seconds limit);
   void sendSourceQueries(QuerierSm& querier);
-  bool owesQueries() const { return rexmitGroupQuery_ != 0 || !rexmitSource_.empty(); }
+  bool queriesPending() const { return rexmitGroupQuery_ != 0 || !rexmitSource_.empty(); }
 
   // The record table (RFC 3376 6.4), by filter mode and record type. B are the record's sources
   // without 0.0.0.0, sorted.
@@ -217,8 +217,8 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void deleteSourcesNotIn(AddrList b);
   void closeRecord();
 
-  // What a refreshed membership touches comes first and lies together: with a million groups, each
-  // line of memory counts.
+  // The members that a refreshed membership uses come first and side by side: with a million groups
+  // each cache line counts.
   IpAddr group_;
   U32 rexmitGroupQuery_ = 0;
   Ptr<QuerierGroupStatus> groupStatus_;
@@ -290,7 +290,7 @@ constexpr auto enumerators(QuerierGroupSm::TimerId) {
                     Mox::enumerator(Sm::rexmitTimerId, "rexmitTimerId")};
 }
 
-// How a group machine reads in a trace, long after it is gone.
+// The text of a group machine in a trace, which may be printed after its end.
 struct QuerierGroupSmText {
   IpAddr group;
 };

@@ -1,8 +1,8 @@
-// Router-side state of one source of one group (RFC 3376 6.2.3): its timer, the queries still owed
-// for it, and its published status.
+// Router-side state of one source of one group (RFC 3376 6.2.3): its timer, its pending
+// retransmissions, and its published status.
 //
 // The group machine owns it and decides which sources exist. In an INCLUDE group an expired source
-// goes, and the last one takes the group along; in an EXCLUDE group it stays as an excluded source.
+// is removed, and the last one ends the group; in an EXCLUDE group it stays as an excluded source.
 #pragma once
 
 #include <string>
@@ -32,7 +32,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
     virtual void onInitialized() {}
   };
 
-  // Runs at once: finds or makes the status entry, with the timer disabled.
+  // Runs at once: finds or creates the status entry, and disables the timer.
   QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm);
 
   std::string name() const { return {}; }
@@ -67,7 +67,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   void handleInitialized();
   void handleSourceTimer();
 
-  // The owner lets go: nothing is armed or written any more.
+  // Called by the owner on removal: from then on nothing is armed or written.
   void end();
 
  private:
@@ -101,7 +101,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   };
 };
 
-// How a source machine reads in a trace, long after it is gone.
+// The text of a source machine in a trace, which may be printed after its end.
 struct QuerierGroupSourceSmText {
   IpAddr group;
   IpAddr source;
@@ -113,8 +113,8 @@ MOX_PUBLIC Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr,
                                                             QuerierGroupSourceSm::Wheel wheel,
                                                             QuerierGroupSm* groupSm);
 
-// The machine of that source in the group, made on the wheel of the querier's general queries if it
-// is not there. All creation by the handlers goes through here.
+// The machine of that source in the group, created if absent on the wheel of the querier's general
+// queries. The handlers create source machines in no other way.
 MOX_PUBLIC Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(Ptr<QuerierGroupSm> group, IpAddr addr);
 
 }  // namespace Gmp::Igmp

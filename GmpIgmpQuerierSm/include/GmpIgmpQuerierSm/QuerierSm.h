@@ -1,10 +1,9 @@
 // The IGMP querier of one interface (RFC 3376 6): election, queries, the groups with members.
 //
 // The host creates it on a configuration and a status entity and timer wheels, hands every IPv4
-// packet received on the interface to doRxPkt, and transmits what it publishes: each step of
+// packet received on the interface to doRxPkt, and transmits the published queries: each step of
 // `writableCount` is one query in `sendPkt` (the IGMP message alone) for `dstGroup` (0.0.0.0: all
-// systems). A query can be published inside the constructor, before anybody can watch: look at
-// `writableCount` then.
+// systems). The constructor may publish one, too: a QueryOutput hands out all of them.
 //
 // It runs from the moment of its construction. Its destruction writes nothing into the status and
 // sends nothing; a new instance on the same status takes the groups over. One thread.
@@ -85,9 +84,9 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   const Boundary& mcastBoundaryIntfStatus() const { return mcastBoundaryIntfStatus_; }
   const Wheel& otherQuerierTimer() const { return otherQuerierTimer_.wheel(); }
   TimerState otherQuerierTimerState() const { return otherQuerierTimerState_; }
-  // The election is lost, but specific queries are still owed.
+  // A hand-over: the election is lost, but retransmissions are still pending.
   bool transitionToNonQuerier() const { return transitionToNonQuerier_; }
-  // The groups that owed them when it was lost, and still do.
+  // The groups whose retransmissions the hand-over waits for.
   const AddrSet& pendingRexmit() const { return pendingRexmit_; }
   // False while the next general query is the first after a silent querier.
   bool initialQuerySent() const { return initialQuerySent_; }
@@ -101,7 +100,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   // Carries every group and source timer, too.
   const Wheel& queryIntervalTimer() const { return queryIntervalTimer_.wheel(); }
   TimerState queryIntervalTimerState() const { return queryIntervalTimerState_; }
-  // Where the rebuilding of groups goes on; 0.0.0.0 when none is under way.
+  // Where the rebuilding of groups resumes; 0.0.0.0 when none is in progress.
   IpAddr initGroupStatusBookmark() const { return initGroupStatusBookmark_; }
   const Wheel& initGroupStatusTimer() const { return initGroupStatusTimer_.wheel(); }
   // Absolute time of the next batch; +infinity when none is due.
@@ -142,23 +141,22 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void pktSrcIs(IpAddr v) { set<&Self::pktSrc_>(v); }
   void initializedIs(bool v) { set<&Self::initialized_>(v); }
 
-  // The machine of that group, made on those wheels if it is not there; a NameInUseError, which
-  // names the wheel that differs, when it is there on others.
+  // The machine of that group, created on those wheels if absent. Throws a NameInUseError, which
+  // names the wheel that differs, when it exists on others.
   Ptr<QuerierGroupSm> groupSmIs(IpAddr group, const Wheel& membership, const Wheel& v1,
                                 const Wheel& v2, const Wheel& rexmit);
-  // Ends the machine; its status entry goes with it.
+  // Ends the machine and deletes its status entry.
   void groupSmDel(IpAddr group);
   void groupSmDel(GroupSmMap::const_iterator at) { groupSmDel((*at).key); }
   void groupSmDelAll();
-  // Tells of that machine without changing anything.
+  // Notifies of that machine without changing anything.
   void groupSmNotify(IpAddr group) { notifyMember<&Self::groupSm_>(group); }
 
   // Processes one received packet, which begins at its IPv4 header: validates, counts, dispatches.
   // The packet's offsets move; its bytes do not change.
   void doRxPkt(const Ptr<Ilvo::Pkt>& pkt);
-  // Tells that this packet is handed in soon. Of use to a host that reads packets in batches:
-  // expect each some GroupLookahead::ahead packets before it is handed in, and a report for one of
-  // a million groups finds them in the cache.
+  // Prefetches the memory that this packet will use. For a host that receives packets in batches,
+  // which calls it for each packet GroupLookahead::ahead packets before it hands that packet in.
   void expectRxPkt(const Ilvo::Pkt& pkt);
   // Takes the querier role now; the first general query follows within 10 seconds.
   void becomeQuerier();
@@ -166,7 +164,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void clearCounters();
   // True when the group lies inside the interface's multicast boundary.
   bool checkMcastIntfBoundaryStatus(IpAddr group) const;
-  // Judges one received query; the packet's front is at its IGMP message (RFC 3376 6.6.2).
+  // Evaluates one received query for the election; the packet's front is at its IGMP message (RFC 3376 6.6.2).
   void doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& pkt);
   // Arms a timer `seconds` from now, or disables it with +infinity, and publishes when it expires.
   void doSetTimer(TimerId id, Seconds seconds);
@@ -192,7 +190,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   using Self = QuerierSm;
   class ConfigReactor;
 
-  // Which kind of a message a handler of the receive path was given, already validated.
+  // A validated message as the handlers of the receive path get it.
   struct RxIgmp {
     const Ilvo::IpHdr& ip;
     const Ptr<Ilvo::Pkt>& pkt;
@@ -205,7 +203,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void dropPacket() { querierStatus_->errorPacketReceivedInc(1); }
   bool dropAtBoundary(IpAddr group, const char* found, const char* count);
   IgmpVersion countQuery(const Ilvo::Pkt& pkt);
-  void reportVersionDiscrepancy(IgmpVersion heard, IpAddr group);
+  void reportVersionDiscrepancy(IgmpVersion received, IpAddr group);
   void rxQuery(const RxIgmp& rx);
   void rxV3SpecificQuery(const RxIgmp& rx);
   void rxV1Report(const RxIgmp& rx);
@@ -238,7 +236,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   U32 writableCount_ = 0;
   Ptr<Ilvo::Pkt> sendPkt_;
   // Released from the last to the first: groups, pending groups, timers, status, configuration,
-  // boundary, monitor. While one of these goes, those above it are still held.
+  // boundary, monitor. Each is still held while those declared after it are released.
   Ptr<GmpAttrLogSm> attrLogSm_;
   Boundary mcastBoundaryIntfStatus_;
   std::unique_ptr<ConfigReactor> querierConfig_;
@@ -308,28 +306,29 @@ constexpr auto enumerators(QuerierSm::TimerId) {
                     Mox::enumerator(Sm::otherQuerierTimerId, "otherQuerierTimerId")};
 }
 
-// How a querier reads in a trace, long after it is gone.
+// The text of a querier in a trace, which may be printed after its end.
 struct QuerierSmText {
   Mox::Name name;
 };
 inline QuerierSmText tracePiece(const QuerierSm& sm) { return {sm.name()}; }
 MOX_PUBLIC void appendText(std::string& out, QuerierSmText text);
 
-// How a wheel reads in an error: its address.
+// The text of a wheel in an error: its address.
 MOX_PUBLIC std::string wheelText(const QuerierSm::Wheel& wheel);
 
 // A querier that runs at once. Address and MTU are the interface's; an MTU of 0 sets no bound to a
 // query's length. `startupQueryIntervalDefault` in seconds, 0 for none. Other-querier timer,
 // general queries with all group and source timers, and the rebuilding of groups may run on one
-// wheel or on three. `debugYieldAfterOne` makes the rebuilding stop after each group.
+// wheel or on three. `debugYieldAfterOne` makes the rebuilding stop after each group. `watcher`, if
+// there is one, watches the querier from before its first handler runs.
 MOX_PUBLIC Ptr<QuerierSm> querierSmFactory(
     Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> querierStatus, IpAddr ipAddr,
     U32 mtu, U32 startupQueryIntervalDefault, QuerierSm::Wheel otherQuerierTimer,
     QuerierSm::Wheel queryIntervalTimer, QuerierSm::Wheel initGroupStatusTimer,
     bool debugYieldAfterOne, QuerierSm::NotifieeConst* watcher = nullptr);
 
-// The machine of that group in the querier. Made if it is not there: from the status entry when
-// there is one, else afresh.
+// The machine of that group in the querier. Created if absent: from the status entry when there is
+// one, else as a new group.
 MOX_PUBLIC Ptr<QuerierGroupSm> getOrCreateGroupSm(Ptr<QuerierSm> querier, IpAddr group);
 
 }  // namespace Gmp::Igmp
