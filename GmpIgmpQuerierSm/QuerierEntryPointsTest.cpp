@@ -18,7 +18,7 @@ class QuerierEntryPoint : public NotificationBench {
         prepare, call, [&] { release(); },
         [&] {
           EXPECT_EQ(wheel_->armed(), 0u);
-          EXPECT_EQ(config_->notifiees(), 0u);
+          EXPECT_EQ(config_->notifieeList().size(), 0u);
           EXPECT_EQ(config_->refs(), 1u);
         });
     EXPECT_GE(notifications, least);

@@ -28,8 +28,8 @@ class QuerierGroupEntryPoint : public NotificationBench {
  protected:
   static constexpr IpAddr excluded_{192, 0, 2, 3};
 
-  // Ends the group at each notification of the call, which makes at least that many: alone, with its
-  // querier, and with its querier by a notifiee of the whole tree.
+  // Ends the group at each notification of the call, which makes at least that many: alone, with
+  // its querier, and with its querier by a notifiee of the whole tree.
   void expectOutlives(size_t least, const Deed& prepare, const Deed& call) {
     const auto endGroup = [&] { querier_->groupSmDel(group_); };
     const auto expectEnded = [&] {
@@ -48,8 +48,8 @@ class QuerierGroupEntryPoint : public NotificationBench {
       prepare();
       TreeRelease tree(at, [&] { release(); });
       querier_->treeNotifieeAdd(&tree);
-      querier_->treeHeardIs();
-      makeHeard();
+      querier_->treeWatchedIs();
+      makeWatched();
       call();
       if (!tree.released()) {
         querier_->treeNotifieeRemove(&tree);
@@ -75,11 +75,11 @@ class QuerierGroupEntryPoint : public NotificationBench {
   QuerierGroupSm* raw() const { return groupSm(group_).get(); }
 
  private:
-  void makeHeard() const {
+  void makeWatched() const {
     const Ptr<QuerierGroupSm> sm = groupSm(group_);
     if (!sm) return;
-    sm->treeHeardIs();
-    for (const IpAddr addr : sm->source().keys()) sm->source(addr)->treeHeardIs();
+    sm->treeWatchedIs();
+    for (const IpAddr addr : sm->source().keys()) sm->source(addr)->treeWatchedIs();
   }
 };
 

@@ -1,5 +1,5 @@
-// A notifiee ends a group or its sources in the middle of a handler: nothing is armed or written for
-// the ended machines, and the others stay consistent.
+// A notifiee ends a group or its sources in the middle of a handler: nothing is armed or written
+// for the ended machines, and the others stay consistent.
 #include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {

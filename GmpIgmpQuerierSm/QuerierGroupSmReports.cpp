@@ -56,7 +56,8 @@ void QuerierGroupSm::handleRxLeave() {
   doSetTimer(rexmitTimerId, 0.0);  // the first query leaves at the next turn of the wheel
 }
 
-// The group timer is only ever lowered here: a group already asked about must not live longer.
+// The group timer is only ever lowered here: a group that is being queried must not live longer.
+// Arming the timer is the last act, here and in the callers without a Ptr to their machine.
 void QuerierGroupSm::lowerMembershipTimer(Seconds limit) {
   if (membershipTimerRemaining() > limit) doSetTimer(membershipTimerId, limit);
 }

@@ -13,6 +13,7 @@ namespace Gmp::Igmp {
 
 using Mox::trace;
 
+// Needs no Ptr to its machine: it uses none after a notification that has ended the source.
 void QuerierGroupSm::toRexmitState(IpAddr addr) {
   trace<8>(machineTrace, *this, "::", "toRexmitState", "( ", addr, " )");
   const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
@@ -65,9 +66,9 @@ void QuerierGroupSm::handleRexmitTimer() {
   }
 }
 
-// Queries for sources that are about to time out have the S flag clear. Those for sources that hosts
-// have confirmed meanwhile have it set, and wait until no group-specific query is pending: other
-// routers must not lower their timers for them.
+// Queries for sources that are about to time out have the S flag clear. Those for sources that
+// hosts have confirmed meanwhile have it set, and wait until no group-specific query is pending:
+// other routers must not lower their timers for them.
 void QuerierGroupSm::sendSourceQueries(QuerierSm& querier) {
   requireOwnAddress(querier);  // before any count moves
   const Seconds limit = lastMemberQueryTime();

@@ -184,10 +184,13 @@ TEST_F(QuerierGroupSmTest, aTimerMovedToAnotherWheelKeepsItsTime) {
   sm->rexmitGroupQueryIs(1);
   sm->doSetTimer(Sm::rexmitTimerId, 1.0);
   const auto other = makePtr<Obel::TimerWheel>(begin_);
+  watch(sm, "sm");
   sm->membershipTimerIs(other);
   sm->v1MembershipTimerIs(other);
   sm->v2MembershipTimerIs(other);
   sm->rexmitTimerIs(other);
+  EXPECT_THAT(takeJournal(), ElementsAre("sm.membershipTimer", "sm.v1MembershipTimer",
+                                         "sm.v2MembershipTimer", "sm.rexmitTimer"));
   EXPECT_EQ(sm->membershipTimer(), other);
   EXPECT_EQ(sm->v1MembershipTimer(), other);
   EXPECT_EQ(sm->v2MembershipTimer(), other);

@@ -47,7 +47,8 @@ void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
   sourceTimer_.timeMinIs(expiry);
   sourceTimerExpiryIs(expiry);
   sourceTimerStateIs(state);
-  // While readers lag, only the flag is published: the exact time matters less than room in the log.
+  // While readers lag, only the flag is published: the exact time matters less than room in the
+  // log.
   if (ended() || groupSm_->attrLogClogged()) return;
   sourceStatus_->expiryTimeIs(expiry);
 }

@@ -107,7 +107,9 @@ TEST_F(QuerierGroupSourceSmTest, anUninitializedMachineIgnoresItsTimer) {
 TEST_F(QuerierGroupSourceSmTest, aTimerMovedToAnotherWheelKeepsItsTime) {
   include({{s1_, 5.0}});
   const auto other = makePtr<Obel::TimerWheel>(begin_);
+  watch(sourceSm(s1_), "source");
   sourceSm(s1_)->sourceTimerIs(other);
+  EXPECT_THAT(takeJournal(), ::testing::ElementsAre("source.sourceTimer"));
   EXPECT_EQ(sourceSm(s1_)->sourceTimer(), other);
   runFor(5.0);
   EXPECT_TRUE(groupExists());

@@ -53,8 +53,8 @@ class QuerierRoles : public RandomBench {
 };
 
 TEST_F(QuerierRoles, theDocumentListsTheTransitionsOfRandomSequences) {
-  igmpPacketTrace.facilityLevelIs(Mox::TraceHandle::off);
-  machineTrace.facilityLevelIs(3);
+  igmpPacketTrace->facilityLevelIs(Mox::TraceHandle::off);
+  machineTrace->facilityLevelIs(3);
   forEachSequence(
       3000, [&] { takeTransitions(); }, [&] { role_ = "querierStateInitial"; });
   EXPECT_EQ(observed_, documented());

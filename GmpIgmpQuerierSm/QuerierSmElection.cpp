@@ -1,5 +1,5 @@
-// Querier election (RFC 3376 6.6.2): the router with the lowest address of the link sends queries, the
-// others follow it.
+// Querier election (RFC 3376 6.6.2): the router with the lowest address of the link sends queries,
+// the others follow it.
 #include <stdlib.h>
 
 #include <GmpIgmpQuerierSm/MachineLogs.h>
@@ -18,7 +18,8 @@ void QuerierSm::roleIs(QuerierStatus::QuerierState role, Mox::Place by) {
   querierStatus_->stateIs(role);
 }
 
-// The first query leaves after a random delay, so that routers started together do not send in step.
+// The first query leaves after a random delay, so that routers started together do not send in
+// step.
 void QuerierSm::becomeQuerier() {
   if (!initialized_) return;
   const Ptr<QuerierSm> alive(this);
@@ -93,8 +94,8 @@ void QuerierSm::handleGroupRexmit(IpAddr group, TimerState rexmitState) {
   }
 }
 
-// A value that the message lacks is taken from the configuration, except the response time of an old
-// query, which is 10 seconds when its code is 0 (RFC 3376 7.1).
+// A value that the message lacks is taken from the configuration, except the response time of an
+// old query, which is 10 seconds when its code is 0 (RFC 3376 7.1).
 void QuerierSm::adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt) {
   const QuerierConfig& config = *querierConfig();
   if (!pkt->has(Ilvo::IgmpV3QueryHdr::bytes)) {

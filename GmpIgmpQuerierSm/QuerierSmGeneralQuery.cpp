@@ -16,8 +16,8 @@ void QuerierSm::handleQueryIntervalTimer() {
   doSetTimer(queryIntervalTimerId, nextGeneralQueryDelay());
 }
 
-// The startup phase (RFC 3376 8.7) lasts until that many queries have been sent: one that could not be
-// sent does not count.
+// The startup phase (RFC 3376 8.7) lasts until that many queries have been sent: one that could not
+// be sent does not count.
 Seconds QuerierSm::nextGeneralQueryDelay() const {
   const U32 sent = querierStatus_->totalGeneralQueriesSent();
   const bool startup = querierConfig()->startupQueryCount() > sent;

@@ -275,11 +275,15 @@ TEST_F(QuerierSmLifecycle, EachTimerRunsOnItsOwnWheel) {
 TEST_F(QuerierSmLifecycle, TimersMoveToAnotherWheelWithTheirTime) {
   const auto other = makePtr<Obel::TimerWheel>(begin_);
   QuerierSm& sm = start();
+  watch(Ptr<const QuerierSm>(&sm), "sm");
+  sm.queryIntervalTimerIs(other);
   sm.queryIntervalTimerIs(other);
   EXPECT_EQ(wheel_->armed(), 0u);
   EXPECT_EQ(other->armed(), 1u);
   sm.otherQuerierTimerIs(other);
   sm.initGroupStatusTimerIs(other);
+  EXPECT_THAT(takeJournal(), ElementsAre("sm.queryIntervalTimer", "sm.otherQuerierTimer",
+                                         "sm.initGroupStatusTimer"));
   sm.doSetTimer(QuerierSm::otherQuerierTimerId, 5.0);
   EXPECT_EQ(other->armed(), 2u);
 }

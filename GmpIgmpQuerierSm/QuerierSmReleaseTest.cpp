@@ -1,5 +1,5 @@
-// The release of a querier: what is left behind, and that it may happen at any moment, in particular
-// in the middle of one of its own handlers.
+// The release of a querier: what is left behind, and that it may happen at any moment, in
+// particular in the middle of one of its own handlers.
 #include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {

@@ -1,5 +1,5 @@
-// Fixture of the tests with random sequences of packets, configuration changes, restarts, congestion
-// and time.
+// Fixture of the tests with random sequences of packets, configuration changes, restarts,
+// congestion and time.
 //
 // QUERIER_PROPERTY_RUNS sets the number of sequences, QUERIER_PROPERTY_SEED the first seed. A
 // failure names its seed and step: that seed with one run shows it again.

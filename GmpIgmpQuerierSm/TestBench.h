@@ -1,6 +1,6 @@
-// Fixture of the machines' tests: one querier in virtual time with the world around it. Its functions
-// start and run the querier and hand in packets; sent queries, notifications, traces and logged
-// events are collected as values.
+// Fixture of the machines' tests: one querier in virtual time with the world around it. Its
+// functions start and run the querier and hand in packets; sent queries, notifications, traces and
+// logged events are collected as values.
 //
 // Time begins at 1000 and stands still unless a test moves it. The querier is 10.0.0.5 on "vlan10",
 // version 3, all timers on one wheel; a test changes config_ and setup_ before start().
@@ -288,7 +288,7 @@ class TestBench : public ::testing::Test {
 
   void tracingIs(bool on) {
     const int level = on ? 8 : Mox::TraceHandle::off;
-    machineTrace.facilityLevelIs(level);
+    machineTrace->facilityLevelIs(level);
     igmpPacketTrace->facilityLevelIs(level);
   }
   // How many of the collected lines read exactly so, or begin so.

@@ -46,10 +46,14 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierGroupSm> {
    public:
     using NotifieeOf::NotifieeOf;
+    virtual void onMembershipTimer() {}
     virtual void onMembershipTimerExpiry() {}
     virtual void onMembershipTimerState() {}
+    virtual void onV1MembershipTimer() {}
     virtual void onV1MembershipTimerState() {}
+    virtual void onV2MembershipTimer() {}
     virtual void onV2MembershipTimerState() {}
+    virtual void onRexmitTimer() {}
     virtual void onRexmitTimerExpiry() {}
     virtual void onRexmitTimerState() {}
     virtual void onSource(IpAddr) {}
@@ -103,10 +107,10 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void prefetchStatus() const;
 
   // Move a timer to another wheel with its time.
-  void membershipTimerIs(Wheel wheel) { membershipTimer_.wheelIs(std::move(wheel)); }
-  void v1MembershipTimerIs(Wheel wheel) { v1MembershipTimer_.wheelIs(std::move(wheel)); }
-  void v2MembershipTimerIs(Wheel wheel) { v2MembershipTimer_.wheelIs(std::move(wheel)); }
-  void rexmitTimerIs(Wheel wheel) { rexmitTimer_.wheelIs(std::move(wheel)); }
+  void membershipTimerIs(Wheel wheel) { setWheel<&Self::membershipTimer_>(std::move(wheel)); }
+  void v1MembershipTimerIs(Wheel wheel) { setWheel<&Self::v1MembershipTimer_>(std::move(wheel)); }
+  void v2MembershipTimerIs(Wheel wheel) { setWheel<&Self::v2MembershipTimer_>(std::move(wheel)); }
+  void rexmitTimerIs(Wheel wheel) { setWheel<&Self::rexmitTimer_>(std::move(wheel)); }
   void membershipTimerExpiryIs(Seconds v) { set<&Self::membershipTimerExpiry_>(v); }
   void membershipTimerStateIs(TimerState v) { set<&Self::membershipTimerState_>(v); }
   void v1MembershipTimerStateIs(TimerState v) { set<&Self::v1MembershipTimerState_>(v); }
@@ -247,19 +251,23 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
       Mox::Constant{"name", &Self::name},
       Mox::Key{"group", &Self::group_},
       Mox::Part{"groupStatus", &Self::groupStatus_},
-      Mox::Part{"membershipTimer", &Self::membershipTimer_, Mox::Unit::time},
+      Mox::Timer{"membershipTimer", &Self::membershipTimer_, &Self::membershipTimerIs,
+                 &NotifieeConst::onMembershipTimer},
       Mox::Attr{"membershipTimerExpiry", &Self::membershipTimerExpiry_,
                 &Self::membershipTimerExpiryIs, &NotifieeConst::onMembershipTimerExpiry,
                 Mox::Unit::time},
       Mox::Attr{"membershipTimerState", &Self::membershipTimerState_, &Self::membershipTimerStateIs,
                 &NotifieeConst::onMembershipTimerState},
-      Mox::Part{"v1MembershipTimer", &Self::v1MembershipTimer_, Mox::Unit::time},
+      Mox::Timer{"v1MembershipTimer", &Self::v1MembershipTimer_, &Self::v1MembershipTimerIs,
+                 &NotifieeConst::onV1MembershipTimer},
       Mox::Attr{"v1MembershipTimerState", &Self::v1MembershipTimerState_,
                 &Self::v1MembershipTimerStateIs, &NotifieeConst::onV1MembershipTimerState},
-      Mox::Part{"v2MembershipTimer", &Self::v2MembershipTimer_, Mox::Unit::time},
+      Mox::Timer{"v2MembershipTimer", &Self::v2MembershipTimer_, &Self::v2MembershipTimerIs,
+                 &NotifieeConst::onV2MembershipTimer},
       Mox::Attr{"v2MembershipTimerState", &Self::v2MembershipTimerState_,
                 &Self::v2MembershipTimerStateIs, &NotifieeConst::onV2MembershipTimerState},
-      Mox::Part{"rexmitTimer", &Self::rexmitTimer_, Mox::Unit::time},
+      Mox::Timer{"rexmitTimer", &Self::rexmitTimer_, &Self::rexmitTimerIs,
+                 &NotifieeConst::onRexmitTimer},
       Mox::Attr{"rexmitTimerExpiry", &Self::rexmitTimerExpiry_, &Self::rexmitTimerExpiryIs,
                 &NotifieeConst::onRexmitTimerExpiry, Mox::Unit::time},
       Mox::Attr{"rexmitTimerState", &Self::rexmitTimerState_, &Self::rexmitTimerStateIs,

@@ -26,6 +26,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierGroupSourceSm> {
    public:
     using NotifieeOf::NotifieeOf;
+    virtual void onSourceTimer() {}
     virtual void onSourceTimerExpiry() {}
     virtual void onSourceTimerState() {}
     virtual void onRexmits() {}
@@ -55,7 +56,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   bool ended() const;
 
   // Moves the timer to another wheel with its time.
-  void sourceTimerIs(Wheel wheel) { sourceTimer_.wheelIs(std::move(wheel)); }
+  void sourceTimerIs(Wheel wheel) { setWheel<&Self::sourceTimer_>(std::move(wheel)); }
   void sourceTimerExpiryIs(Seconds v) { set<&Self::sourceTimerExpiry_>(v); }
   void sourceTimerStateIs(TimerState v) { set<&Self::sourceTimerState_>(v); }
   void rexmitsIs(U32 v) { set<&Self::rexmits_>(v); }
@@ -89,7 +90,8 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
       Mox::Constant{"name", &Self::name},
       Mox::Key{"addr", &Self::addr_},
       Mox::Part{"sourceStatus", &Self::sourceStatus_},
-      Mox::Part{"sourceTimer", &Self::sourceTimer_, Mox::Unit::time},
+      Mox::Timer{"sourceTimer", &Self::sourceTimer_, &Self::sourceTimerIs,
+                 &NotifieeConst::onSourceTimer},
       Mox::Attr{"sourceTimerExpiry", &Self::sourceTimerExpiry_, &Self::sourceTimerExpiryIs,
                 &NotifieeConst::onSourceTimerExpiry, Mox::Unit::time},
       Mox::Attr{"sourceTimerState", &Self::sourceTimerState_, &Self::sourceTimerStateIs,

@@ -48,6 +48,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
     virtual void onMtu() {}
     virtual void onStartupQueryIntervalDefault() {}
     virtual void onMcastBoundaryIntfStatus() {}
+    virtual void onOtherQuerierTimer() {}
     virtual void onOtherQuerierTimerState() {}
     virtual void onTransitionToNonQuerier() {}
     virtual void onPendingRexmit(IpAddr) {}
@@ -56,8 +57,10 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
     virtual void onSendPkt() {}
     virtual void onWritableCount() {}
     virtual void onGroupSm(IpAddr) {}
+    virtual void onQueryIntervalTimer() {}
     virtual void onQueryIntervalTimerState() {}
     virtual void onInitGroupStatusBookmark() {}
+    virtual void onInitGroupStatusTimer() {}
     virtual void onAttrLogSm() {}
     virtual void onDebugYieldAfterOne() {}
     virtual void onPktSrc() {}
@@ -117,7 +120,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void startupQueryIntervalDefaultIs(U32 v) { set<&Self::startupQueryIntervalDefault_>(v); }
   // Null for no boundary.
   void mcastBoundaryIntfStatusIs(Boundary v) { set<&Self::mcastBoundaryIntfStatus_>(std::move(v)); }
-  void otherQuerierTimerIs(Wheel wheel) { otherQuerierTimer_.wheelIs(std::move(wheel)); }
+  void otherQuerierTimerIs(Wheel wheel) { setWheel<&Self::otherQuerierTimer_>(std::move(wheel)); }
   void otherQuerierTimerStateIs(TimerState v) { set<&Self::otherQuerierTimerState_>(v); }
   void transitionToNonQuerierIs(bool v) { set<&Self::transitionToNonQuerier_>(v); }
   void pendingRexmitIs(IpAddr group, bool v) {
@@ -131,10 +134,12 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void sendPktIs(Ptr<Ilvo::Pkt> v) { set<&Self::sendPkt_>(std::move(v)); }
   void writableCountIs(U32 v) { set<&Self::writableCount_>(v); }
   U32 writableCountInc(U32 by) { return inc<&Self::writableCount_>(by); }
-  void queryIntervalTimerIs(Wheel wheel) { queryIntervalTimer_.wheelIs(std::move(wheel)); }
+  void queryIntervalTimerIs(Wheel wheel) { setWheel<&Self::queryIntervalTimer_>(std::move(wheel)); }
   void queryIntervalTimerStateIs(TimerState v) { set<&Self::queryIntervalTimerState_>(v); }
   void initGroupStatusBookmarkIs(IpAddr v) { set<&Self::initGroupStatusBookmark_>(v); }
-  void initGroupStatusTimerIs(Wheel wheel) { initGroupStatusTimer_.wheelIs(std::move(wheel)); }
+  void initGroupStatusTimerIs(Wheel wheel) {
+    setWheel<&Self::initGroupStatusTimer_>(std::move(wheel));
+  }
   // Null for none: the log is never clogged then.
   void attrLogSmIs(Ptr<GmpAttrLogSm> v) { set<&Self::attrLogSm_>(std::move(v)); }
   void debugYieldAfterOneIs(bool v) { set<&Self::debugYieldAfterOne_>(v); }
@@ -164,7 +169,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void clearCounters();
   // True when the group lies inside the interface's multicast boundary.
   bool checkMcastIntfBoundaryStatus(IpAddr group) const;
-  // Evaluates one received query for the election; the packet's front is at its IGMP message (RFC 3376 6.6.2).
+  // Evaluates one received query for the election; the packet's front is at its IGMP message (RFC
+  // 3376 6.6.2).
   void doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& pkt);
   // Arms a timer `seconds` from now, or disables it with +infinity, and publishes when it expires.
   void doSetTimer(TimerId id, Seconds seconds);
@@ -264,7 +270,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
                 Mox::Unit::seconds},
       Mox::Attr{"mcastBoundaryIntfStatus", &Self::mcastBoundaryIntfStatus_,
                 &Self::mcastBoundaryIntfStatusIs, &NotifieeConst::onMcastBoundaryIntfStatus},
-      Mox::Part{"otherQuerierTimer", &Self::otherQuerierTimer_, Mox::Unit::time},
+      Mox::Timer{"otherQuerierTimer", &Self::otherQuerierTimer_, &Self::otherQuerierTimerIs,
+                 &NotifieeConst::onOtherQuerierTimer},
       Mox::Attr{"otherQuerierTimerState", &Self::otherQuerierTimerState_,
                 &Self::otherQuerierTimerStateIs, &NotifieeConst::onOtherQuerierTimerState},
       Mox::Attr{"transitionToNonQuerier", &Self::transitionToNonQuerier_,
@@ -278,12 +285,14 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
       Mox::Counter{"writableCount", &Self::writableCount_, &Self::writableCountIs,
                    &Self::writableCountInc, &NotifieeConst::onWritableCount},
       Mox::Members{"groupSm", &Self::groupSm_, &NotifieeConst::onGroupSm},
-      Mox::Part{"queryIntervalTimer", &Self::queryIntervalTimer_, Mox::Unit::time},
+      Mox::Timer{"queryIntervalTimer", &Self::queryIntervalTimer_, &Self::queryIntervalTimerIs,
+                 &NotifieeConst::onQueryIntervalTimer},
       Mox::Attr{"queryIntervalTimerState", &Self::queryIntervalTimerState_,
                 &Self::queryIntervalTimerStateIs, &NotifieeConst::onQueryIntervalTimerState},
       Mox::Attr{"initGroupStatusBookmark", &Self::initGroupStatusBookmark_,
                 &Self::initGroupStatusBookmarkIs, &NotifieeConst::onInitGroupStatusBookmark},
-      Mox::Part{"initGroupStatusTimer", &Self::initGroupStatusTimer_, Mox::Unit::time},
+      Mox::Timer{"initGroupStatusTimer", &Self::initGroupStatusTimer_,
+                 &Self::initGroupStatusTimerIs, &NotifieeConst::onInitGroupStatusTimer},
       Mox::Attr{"attrLogSm", &Self::attrLogSm_, &Self::attrLogSmIs, &NotifieeConst::onAttrLogSm},
       Mox::Attr{"debugYieldAfterOne", &Self::debugYieldAfterOne_, &Self::debugYieldAfterOneIs,
                 &NotifieeConst::onDebugYieldAfterOne},

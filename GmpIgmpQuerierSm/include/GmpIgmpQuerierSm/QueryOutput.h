@@ -6,7 +6,8 @@
 // querier alive until it is released or destroyed, and serves one querier at a time.
 //
 //   QueryOutput output([&](const PublishedQuery& query) { transmit(query); });
-//   querier = querierSmFactory(config, status, ipAddr, 1500, 0, wheel, wheel, wheel, false, &output);
+//   querier = querierSmFactory(config, status, ipAddr, 1500, 0, wheel, wheel, wheel, false,
+//                              &output);
 //   ...
 //   output.release();
 //   querier = nullptr;
