@@ -2,7 +2,7 @@
 // any state without the packets that lead there.
 //
 //   const auto group = include({{s1_, 200.0}, {s2_, 1.0}});
-//   hearRecord(blockOldSources, group_, {s1_});
+//   receiveRecord(blockOldSources, group_, {s1_});
 //   EXPECT_EQ(timerOf(s1_), lmqt_);
 #pragma once
 

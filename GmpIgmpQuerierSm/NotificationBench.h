@@ -1,6 +1,5 @@
-// Fixture of tests that interfere. Whoever is told of a change may end what is just being changed,
-// a source, its group or the whole querier, and the handler that made the change has to bear it,
-// whichever of its changes it was.
+// Fixture of tests that interfere. A notifiee may end what is being changed, a source, its group or
+// the whole querier, and the handler that made the change must survive that at each of its changes.
 //
 //   EXPECT_GE(interfereAtEach([&] { start(); }, [&] { runFor(10.0); }, [&] { release(); },
 //                             [&] { EXPECT_EQ(wheel_->armed(), 0u); }), 1u);
@@ -14,55 +13,55 @@ class NotificationBench : public TestBench {
  protected:
   using Deed = std::function<void()>;
 
-  // Does `prepare` and `action` as often as the action tells something, each time in a world of its
-  // own, and interferes at another notification each time; `verify` looks at what is left. Watches
-  // the querier, its status, and group_ with its sources. Says how many notifications there were.
+  // Runs `prepare` and `action` once for each notification of the action, each time in a new world,
+  // and interferes at that notification; `verify` checks what is left. Watches the querier, its
+  // status, and group_ with its sources. The number of notifications.
   size_t interfereAtEach(const Deed& prepare, const Deed& action, const Deed& interfere,
                          const Deed& verify) {
     for (size_t at = 0;; ++at) {
       SCOPED_TRACE("interfered at notification " + std::to_string(at));
-      tellers_.clear();
+      watchers_.clear();
       freshWorld();
       prepare();
-      size_t told = 0;
-      toldAfter_ = 0;
+      size_t count = 0;
+      notifiedAfter_ = 0;
       interfered_ = false;
-      onTold_ = [&](bool ofGroup) {
-        if (told > at && ofGroup) ++toldAfter_;
-        if (told++ != at) return;
+      onNotified_ = [&](bool ofGroup) {
+        if (count > at && ofGroup) ++notifiedAfter_;
+        if (count++ != at) return;
         interfered_ = true;
-        for (size_t i = 0; i < tellers_.size(); ++i) tellers_[i]->letMachineGo();
+        for (size_t i = 0; i < watchers_.size(); ++i) watchers_[i]->releaseMachine();
         interfere();
       };
       watchAll();
       action();
-      if (told <= at) {
-        tellers_.clear();
-        return told;
+      if (count <= at) {
+        watchers_.clear();
+        return count;
       }
       verify();
     }
   }
 
   // How many changes of group_ and its sources have been published since the interference.
-  size_t toldAfter_ = 0;
+  size_t notifiedAfter_ = 0;
 
  private:
-  class Teller {
+  class Watcher {
    public:
-    virtual ~Teller() = default;
-    // Nobody but the machine's owner may keep it alive when that lets it go.
-    virtual void letMachineGo() = 0;
+    virtual ~Watcher() = default;
+    // Only its owner may keep the machine alive when it ends it.
+    virtual void releaseMachine() = 0;
     virtual bool isOf(const Mox::EntityBase* entity) const = 0;
   };
   template <class E>
-  class TellerOf final : public Teller, public E::NotifieeConst {
+  class WatcherOf final : public Watcher, public E::NotifieeConst {
    public:
-    TellerOf(const Ptr<E>& entity, NotificationBench& bench)
+    WatcherOf(const Ptr<E>& entity, NotificationBench& bench)
         : E::NotifieeConst(entity), bench_(bench) {}
-    void onAttr(Mox::AttrId) override { tell(); }
-    void onMember(Mox::AttrId, U32) override { tell(); }
-    void letMachineGo() override {
+    void onAttr(Mox::AttrId) override { notified(); }
+    void onMember(Mox::AttrId, U32) override { notified(); }
+    void releaseMachine() override {
       constexpr bool machine = std::is_same_v<E, QuerierSm> || std::is_same_v<E, QuerierGroupSm> ||
                                std::is_same_v<E, QuerierGroupSourceSm>;
       if (machine) this->notifierIs(nullptr);
@@ -72,11 +71,11 @@ class NotificationBench : public TestBench {
     }
 
    private:
-    void tell() {
+    void notified() {
       constexpr bool ofGroup =
           std::is_same_v<E, QuerierGroupStatus> || std::is_same_v<E, QuerierSourceStatus>;
       if (ofGroup) bench_.watchAll();  // a new source, perhaps
-      bench_.onTold_(ofGroup);
+      bench_.onNotified_(ofGroup);
     }
     NotificationBench& bench_;
   };
@@ -84,10 +83,10 @@ class NotificationBench : public TestBench {
   template <class E>
   void watchOne(const Ptr<E>& entity) {
     if (!entity) return;
-    for (size_t i = 0; i < tellers_.size(); ++i) {
-      if (tellers_[i]->isOf(entity.get())) return;
+    for (size_t i = 0; i < watchers_.size(); ++i) {
+      if (watchers_[i]->isOf(entity.get())) return;
     }
-    tellers_.push_back(std::make_unique<TellerOf<E>>(entity, *this));
+    watchers_.push_back(std::make_unique<WatcherOf<E>>(entity, *this));
   }
   void watchAll() {
     if (interfered_) return;
@@ -103,8 +102,8 @@ class NotificationBench : public TestBench {
     }
   }
 
-  std::vector<std::unique_ptr<Teller>> tellers_;
-  std::function<void(bool)> onTold_;
+  std::vector<std::unique_ptr<Watcher>> watchers_;
+  std::function<void(bool)> onNotified_;
   bool interfered_ = false;
 };
 

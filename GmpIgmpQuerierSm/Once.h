@@ -1,4 +1,4 @@
-// A notifiee that interferes once: tests of what a handler bears while it publishes.
+// A notifiee that interferes once, for tests of handlers that are interrupted while they publish.
 //
 //   Once<QuerierGroupStatus> once(status, "filterMode", [this] { release(); });
 #pragma once
@@ -12,7 +12,7 @@
 
 namespace Gmp::Igmp::testing {
 
-// Does what it is told when an attribute of the entity changes, once.
+// Runs the action when the attribute changes for the first time.
 template <class E>
 class Once final : public E::NotifieeConst {
  public:

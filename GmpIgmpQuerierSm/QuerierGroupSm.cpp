@@ -18,10 +18,11 @@ QuerierGroupSm::QuerierGroupSm(IpAddr group, Wheel membershipWheel, Wheel v1Whee
                                Wheel rexmitWheel, QuerierSm* querierSm)
     : group_(group),
       membershipTimer_(std::move(membershipWheel), *this),
-      v2MembershipTimer_(std::move(v2Wheel), *this),
       v1MembershipTimer_(std::move(v1Wheel), *this),
+      v2MembershipTimer_(std::move(v2Wheel), *this),
       rexmitTimer_(std::move(rexmitWheel), *this) {
   parentIs(querierSm, QuerierSm::attributes.idOf<QuerierSm::groupSmMember>());
+  // As in every machine, each timer's handler runs once; they return, not being initialized.
   handleMembershipTimer();
   handleV1MembershipTimer();
   handleV2MembershipTimer();
@@ -65,7 +66,7 @@ void QuerierGroupSm::prefetch() const {
   for (; at < end; at += 64) __builtin_prefetch(at, 1);
 }
 
-Mox::Name QuerierGroupSm::vlan() const { return querierSm().name(); }
+Mox::Name QuerierGroupSm::interfaceName() const { return querierSm().name(); }
 const QuerierConfig& QuerierGroupSm::config() const { return *querierSm().querierConfig(); }
 QuerierStatus& QuerierGroupSm::querierStatus() const { return *querierSm().querierStatus(); }
 bool QuerierGroupSm::attrLogClogged() const { return querierSm().attrLogClogged(); }
@@ -104,12 +105,13 @@ Seconds QuerierGroupSm::rexmitTimerRemaining() const {
 
 void QuerierGroupSm::doSetTimer(TimerId id, Seconds seconds) {
   if (ended()) return;
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "doSetTimer", "( ", id, ", ", seconds, " )");
   const bool disable = seconds > std::numeric_limits<Seconds>::max();
   const Seconds expiry = disable ? never : Mox::now() + seconds;
   const TimerState state = disable ? timerDisabled : timerRunning;
-  trace<6>(machineTrace, "Setting ", id, " for ", vlan(), ":", group_, " to expire in ", seconds,
-           " @ ", expiry);
+  trace<6>(machineTrace, "Setting ", id, " for ", interfaceName(), ":", group_, " to expire in ",
+           seconds, " @ ", expiry);
   switch (id) {
     case membershipTimerId:
       membershipTimer_.timeMinIs(expiry);
@@ -129,47 +131,34 @@ void QuerierGroupSm::doSetTimer(TimerId id, Seconds seconds) {
       rexmitTimer_.timeMinIs(expiry);
       rexmitTimerExpiryIs(expiry);
       rexmitTimerStateIs(state);
-      finishPendingRexmit(state);
+      if (!ended()) querierSm().handleGroupRexmit(group_, state);
       return;
   }
   Mox::fatal(machineModelFile, "timer id");
 }
 
-// A querier that lost the election still owes the retransmissions it had begun. The last group to
-// finish them completes the hand-over.
-void QuerierGroupSm::finishPendingRexmit(TimerState rexmitState) {
-  if (ended()) return;
-  const Ptr<QuerierSm> querier(&querierSm());
-  if (!querier->transitionToNonQuerier()) return;
-  if (rexmitState == timerRunning) {
-    querier->pendingRexmitIs(group_, true);
-    return;
-  }
-  querier->pendingRexmitDel(group_);
-  if (querier->pendingRexmit().empty()) {
-    querier->transitionToNonQuerierIs(false);
-    querier->querierStatus()->stateIs(QuerierStatus::querierStateNonQuerier);
-  }
-}
-
 void QuerierGroupSm::handleInitialized() {
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleInitialized", "()");
   initializedIs(true);
-  QuerierStatus& status = querierStatus();
-  Ptr<QuerierGroupStatus> groupStatus = status.group(group_);
-  status.joinsInc(1);
+  if (ended()) return;
+  const Ptr<QuerierStatus> status = querierSm().querierStatus();
+  const IpAddr reporter = querierSm().pktSrc();
+  Ptr<QuerierGroupStatus> groupStatus = status->group(group_);
+  status->joinsInc(1);
+  if (ended()) return;
   if (groupStatus) {
     trace<3>(machineTrace, *this, "::", "handleInitialized", "()", ": a group status for ", group_,
              " already exists");
   } else {
     trace<3>(machineTrace, *this, "::", "handleInitialized", "()", ": add group ", group_,
              " to status");
-    groupStatus = status.groupIs(group_);
+    groupStatus = status->groupIs(group_);
     groupStatus->creationTimeIs(Mox::now());
   }
-  trace<6>(machineTrace, "joins : ", status.joins());
-  groupStatus->lastReporterIs(querierSm().pktSrc());
-  groupStatus->compatibilityModeIs(status.querierVersion());
+  trace<6>(machineTrace, "joins : ", status->joins());
+  groupStatus->lastReporterIs(reporter);
+  groupStatus->compatibilityModeIs(status->querierVersion());
   groupStatus_ = std::move(groupStatus);
   doSetTimer(membershipTimerId, never);
   doSetTimer(v1MembershipTimerId, never);
@@ -181,7 +170,7 @@ void QuerierGroupSm::handleV1MembershipTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleV1MembershipTimer", "()");
-  trace<3>(machineTrace, "V1 Membership for ", group_, " on ", vlan(), " expired");
+  trace<3>(machineTrace, "V1 Membership for ", group_, " on ", interfaceName(), " expired");
   const IgmpVersion configured = config().querierVersion();
   const bool v2HostsPresent = v2MembershipTimerState_ == timerRunning && configured != igmpVersion1;
   groupStatus_->compatibilityModeIs(v2HostsPresent ? igmpVersion2 : configured);
@@ -192,16 +181,18 @@ void QuerierGroupSm::handleV2MembershipTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleV2MembershipTimer", "()");
-  trace<3>(machineTrace, "V2 Membership for ", group_, " on ", vlan(), " expired");
+  trace<3>(machineTrace, "V2 Membership for ", group_, " on ", interfaceName(), " expired");
   if (v1MembershipTimerState_ != timerRunning) {
     groupStatus_->compatibilityModeIs(config().querierVersion());
   }
   doSetTimer(v2MembershipTimerId, never);
 }
 
-// The lower of what the oldest present host and the querier itself speak. Unlike the two expiries
+// The lower of the versions of the oldest present host and of the querier. Unlike the two expiries
 // above, which fall back to the configured version, this follows the version in effect.
+// Publishing the mode is its last act, so it needs no Ptr to its machine.
 void QuerierGroupSm::handleQuerierVersion() {
+  if (ended()) return;
   trace<8>(machineTrace, *this, "::", "handleQuerierVersion", "()");
   IgmpVersion hostVersion = igmpVersion3;
   if (v1MembershipTimerState_ == timerRunning) {
@@ -216,7 +207,6 @@ void QuerierGroupSm::handleQuerierVersion() {
 void QuerierGroupSm::handleMembershipTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSm> alive(this);
-  const Ptr<QuerierSm> querier(&querierSm());
   trace<8>(machineTrace, *this, "::", "handleMembershipTimer", "()");
   if (attrLogClogged()) {
     trace<3>(machineTrace, "Reschedule membership timer as attr log will overflow.");
@@ -224,20 +214,20 @@ void QuerierGroupSm::handleMembershipTimer() {
     doSetTimer(membershipTimerId, r + r);
     return;
   }
-  trace<3>(machineTrace, "Membership for ", group_, " on ", vlan(), " expired");
+  trace<3>(machineTrace, "Membership for ", group_, " on ", interfaceName(), " expired");
   doSetTimer(membershipTimerId, never);
   for (const IpAddr addr : source_.keys()) {
     const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
     if (!sourceSm || sourceSm->sourceTimerState() != timerDisabled) continue;
-    trace<3>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());
+    trace<3>(machineTrace, "Removing source ", addr, " for ", group_, " on ", interfaceName());
     rexmitSourceDel(addr);
-    sourceDel(addr);  // an INCLUDE group goes with its last source
+    sourceDel(addr);  // an INCLUDE group ends with its last source
   }
   if (rexmitSource_.empty()) doSetTimer(rexmitTimerId, never);
   filterModeIs(filterModeInclude);
   if (ended() || !source_.empty()) return;
   trace<3>(machineTrace, "Deleting groupSm for group ", group_);
-  querier->groupSmDel(group_);
+  querierSm().groupSmDel(group_);
 }
 
 void QuerierGroupSm::end() {

@@ -1,5 +1,5 @@
-// The end of a group or of its sources in the middle of a handler, by whoever is told of what the
-// handler does: nothing is armed or written for what has ended, and what is left stays whole.
+// A notifiee ends a group or its sources in the middle of a handler: nothing is armed or written
+// for the ended machines, and the others stay consistent.
 #include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -8,8 +8,8 @@ namespace {
 
 class QuerierGroupSmEnd : public NotificationBench {
  protected:
-  // Where a group may stand when it is hit: with two wanted sources and, in EXCLUDE mode, an
-  // unwanted one; asked about or not.
+  // The state of the group before: with two wanted sources and, in EXCLUDE mode, an unwanted one;
+  // with queries pending or not.
   struct State {
     IgmpFilterMode mode;
     IgmpVersion compatibility;
@@ -39,7 +39,7 @@ class QuerierGroupSmEnd : public NotificationBench {
       sm->doSetTimer(QuerierGroupSm::v1MembershipTimerId, 1.25);
     }
     sm->groupStatus()->compatibilityModeIs(state.compatibility);
-    if (state.asking) hearLeave(group_);
+    if (state.asking) receiveLeave(group_);
   }
 
   // Each machine has its status entry and the reverse, and each armed timer its machine.
@@ -61,29 +61,29 @@ class QuerierGroupSmEnd : public NotificationBench {
     EXPECT_EQ(wheel_->armed(), armed);
   }
 
-  // What a group may go through.
+  // All that may happen to a group.
   std::vector<std::pair<std::string, Deed>> actions() {
     const std::vector<IpAddr> some{lower_, source_, IpAddr(192, 0, 2, 9)};
     std::vector<std::pair<std::string, Deed>> all{
-        {"to include nothing", [=, this] { hearRecord(3, group_); }},
-        {"version 1 report", [=, this] { hearV1Report(group_); }},
-        {"version 2 report", [=, this] { hearV2Report(group_); }},
-        {"leave", [=, this] { hearLeave(group_); }},
+        {"to include nothing", [=, this] { receiveRecord(3, group_); }},
+        {"version 1 report", [=, this] { receiveV1Report(group_); }},
+        {"version 2 report", [=, this] { receiveV2Report(group_); }},
+        {"leave", [=, this] { receiveLeave(group_); }},
         {"leave without a question",
          [=, this] {
            config_->lastMemberQueryCountIs(0);
-           hearLeave(group_);
+           receiveLeave(group_);
          }},
-        {"old query", [=, this] { hearV2Query(higher_, group_); }},
-        {"group query", [=, this] { hearV3Query(higher_, {.group = group_, .code = 1}); }},
+        {"old query", [=, this] { receiveV2Query(higher_, group_); }},
+        {"group query", [=, this] { receiveV3Query(higher_, {.group = group_, .code = 1}); }},
         {"source query",
-         [=, this] { hearV3Query(higher_, {.group = group_, .code = 1, .sources = some}); }},
+         [=, this] { receiveV3Query(higher_, {.group = group_, .code = 1, .sources = some}); }},
         {"querier version", [=, this] { config_->querierVersionIs(igmpVersion2); }},
         {"timers", [=, this] { runFor(3.0); }},
     };
     for (U8 type = 1; type <= 7; ++type) {
       all.emplace_back("record " + std::to_string(type),
-                       [=, this] { hearRecord(type, group_, some); });
+                       [=, this] { receiveRecord(type, group_, some); });
     }
     return all;
   }
@@ -93,19 +93,36 @@ class QuerierGroupSmEnd : public NotificationBench {
       for (const auto& [name, action] : actions()) {
         SCOPED_TRACE(name + ", " + stringValue(state.mode) + ", " +
                      stringValue(state.compatibility) + (state.asking ? ", asking" : ""));
-        const size_t told = interfereAtEach([&] { prepare(state); }, action, interfere,
-                                            [&] {
-                                              expectWhole();
-                                              verify();
-                                            });
-        EXPECT_GE(told, 1U);
+        const size_t notifications = interfereAtEach([&] { prepare(state); }, action, interfere,
+                                                     [&] {
+                                                       expectWhole();
+                                                       verify();
+                                                     });
+        EXPECT_GE(notifications, 1U);
       }
     }
   }
 };
 
 TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedAtEachChange) {
-  interfereEverywhere([&] { querier_->groupSmDel(group_); }, [&] { EXPECT_EQ(toldAfter_, 0U); });
+  interfereEverywhere([&] { querier_->groupSmDel(group_); },
+                      [&] { EXPECT_EQ(notifiedAfter_, 0U); });
+}
+
+TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedWhileItIsCreated) {
+  const std::vector<Deed> packets{
+      [&] { receiveV1Report(group_); },
+      [&] { receiveV2Report(group_); },
+      [&] { receiveRecord(4, group_, {source_}); },
+      [&] { receiveRecord(5, group_, {source_}); },
+      [&] { receiveV2Query(higher_, group_); },
+      [&] { receiveV3Query(higher_, {.group = group_}); },
+      [&] { receiveV3Query(higher_, {.group = group_, .sources = {source_}}); },
+  };
+  for (const Deed& packet : packets) {
+    const auto endGroup = [&] { querier_->groupSmDel(group_); };
+    EXPECT_GE(interfereAtEach([&] { startQuiet(); }, packet, endGroup, [&] { expectWhole(); }), 5U);
+  }
 }
 
 TEST_F(QuerierGroupSmEnd, AllSourcesMayBeRemovedAtEachChange) {

@@ -79,7 +79,7 @@ TEST_F(QuerierGroupSmExpiryTest, sourcesStillAskedAboutKeepTheRetransmissionTime
 }
 
 // Group queries still owed do not keep the timer: nobody is there any more to be asked for.
-TEST_F(QuerierGroupSmExpiryTest, groupQueriesStillOwedDoNotKeepTheRetransmissionTimer) {
+TEST_F(QuerierGroupSmExpiryTest, pendingGroupQueriesDoNotKeepTheRetransmissionTimer) {
   const Ptr<Sm> sm = exclude({{s2_, 100.0}}, 10.0);
   sm->rexmitGroupQueryIs(1);
   sm->doSetTimer(Sm::rexmitTimerId, 50.0);
@@ -159,13 +159,13 @@ TEST_F(QuerierGroupSmExpiryTest, aQuerierReleasedByANotifieeLeavesTheRestUndone)
 TEST_F(QuerierGroupSmExpiryTest, aNotifieeMayUnregisterItselfWhileTheGroupEnds) {
   const Ptr<Sm> sm = exclude({}, 10.0);
   std::unique_ptr<Once<QuerierStatus>> once;
-  bool told = false;
+  bool notified = false;
   once = std::make_unique<Once<QuerierStatus>>(status_, "group", [&] {
-    told = true;
+    notified = true;
     once->notifierIs(nullptr);
   });
   runFor(10.0);
-  EXPECT_TRUE(told);
+  EXPECT_TRUE(notified);
   EXPECT_FALSE(groupExists());
   EXPECT_EQ(status_->notifieeList().size(), 0U);
 }

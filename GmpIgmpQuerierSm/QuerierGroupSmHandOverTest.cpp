@@ -11,10 +11,10 @@ using ::testing::ElementsAre;
 
 class QuerierGroupSmHandOverTest : public GroupBench {
  protected:
-  void loseElection() { hearV3Query(lower_, {.code = 100}); }
+  void loseElection() { receiveV3Query(lower_, {.code = 100}); }
 };
 
-TEST_F(QuerierGroupSmHandOverTest, whoIsNotTheQuerierCountsGroupQueriesButKeepsSources) {
+TEST_F(QuerierGroupSmHandOverTest, aNonQuerierCountsGroupQueriesButKeepsSources) {
   status_->stateIs(QuerierStatus::querierStateNonQuerier);
   const Ptr<Sm> sm = exclude({{s1_, 200.0}});
   sm->rexmitGroupQueryIs(2);
@@ -26,7 +26,7 @@ TEST_F(QuerierGroupSmHandOverTest, whoIsNotTheQuerierCountsGroupQueriesButKeepsS
   EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
   EXPECT_EQ(sourceSm(s1_)->rexmits(), 2U);
   EXPECT_THAT(rexmitSources(), ElementsAre(s1_));
-  EXPECT_EQ(rexmitTimer(), 1.0) << "again and again, until the source goes by other means";
+  EXPECT_EQ(rexmitTimer(), 1.0) << "again and again, until the source is removed by other means";
   EXPECT_EQ(tracedBegin("Decrementing"), 0U);
   EXPECT_EQ(traced("Don't send query because we are not the querier"), 6U)
       << "four runs, and the two group queries among them";
@@ -38,9 +38,9 @@ TEST_F(QuerierGroupSmHandOverTest, whoIsNotTheQuerierCountsGroupQueriesButKeepsS
   EXPECT_EQ(rexmitTimer(), never);
 }
 
-TEST_F(QuerierGroupSmHandOverTest, aLostElectionIsCompletedWhenTheQueriesOwedAreSent) {
+TEST_F(QuerierGroupSmHandOverTest, aLostElectionIsCompletedWhenThePendingQueriesAreSent) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
   takeSent();
   loseElection();
@@ -58,11 +58,11 @@ TEST_F(QuerierGroupSmHandOverTest, aLostElectionIsCompletedWhenTheQueriesOwedAre
 
 TEST_F(QuerierGroupSmHandOverTest, aHandOverWaitsForEveryGroup) {
   const IpAddr other(239, 1, 1, 2);
-  hearV2Report(group_);
-  hearV2Report(other);
-  hearLeave(group_);
+  receiveV2Report(group_);
+  receiveV2Report(other);
+  receiveLeave(group_);
   runFor(0.5);
-  hearLeave(other);
+  receiveLeave(other);
   loseElection();
   EXPECT_EQ(querier_->pendingRexmit().size(), 2U);
   runFor(0.5);
@@ -74,16 +74,16 @@ TEST_F(QuerierGroupSmHandOverTest, aHandOverWaitsForEveryGroup) {
 
 TEST_F(QuerierGroupSmHandOverTest, aVersion1ReportCompletesAHandOver) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   loseElection();
-  hearV1Report(group_);
+  receiveV1Report(group_);
   EXPECT_FALSE(querier_->transitionToNonQuerier());
   EXPECT_EQ(status_->state(), QuerierStatus::querierStateNonQuerier);
 }
 
 TEST_F(QuerierGroupSmHandOverTest, aHandOverIsJudgedAnewWhenAPendingGroupEnded) {
   const Ptr<Sm> sm = exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   loseElection();
   querier_->groupSmDel(group_);
   EXPECT_TRUE(querier_->transitionToNonQuerier());

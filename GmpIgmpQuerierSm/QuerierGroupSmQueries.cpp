@@ -1,7 +1,6 @@
-// Specific queries of other routers (RFC 3376 6.6.1): what they ask about must be forgotten here
-// when they forget it there, so their timers are taken over, downwards only.
+// Specific queries of other routers (RFC 3376 6.6.1): a group or source that they query must end
+// here when it ends there, so timers are lowered to theirs, and never raised.
 #include <GmpIgmpQuerierSm/MachineLogs.h>
-#include <GmpIgmpQuerierSm/MessageText.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 
@@ -11,7 +10,7 @@ using Mox::trace;
 
 namespace {
 
-// The sender's last member query time: its robustness stands for the count of its queries.
+// The sender's last member query time, with its robustness as the count of its queries.
 Seconds lastMemberQueryTimeOf(const IgmpQuery& query) {
   return query.maxResponseSeconds() * query.qrv;
 }
@@ -19,7 +18,7 @@ Seconds lastMemberQueryTimeOf(const IgmpQuery& query) {
 }  // namespace
 
 void QuerierGroupSm::handleRxGSQuery(const IgmpQuery& query) {
-  trace<8>(machineTrace, *this, "::", "handleRxGSQuery", "( ", traceTextOf(query), " )");
+  trace<8>(machineTrace, *this, "::", "handleRxGSQuery", "( ", query, " )");
   lowerMembershipTimer(lastMemberQueryTimeOf(query));
 }
 
@@ -30,7 +29,8 @@ void QuerierGroupSm::handleRxGSQuery() {
 }
 
 void QuerierGroupSm::handleRxGSSQuery(const IgmpQuery& query) {
-  trace<8>(machineTrace, *this, "::", "handleRxGSSQuery", "( ", traceTextOf(query), " )");
+  const Ptr<QuerierGroupSm> alive(this);
+  trace<8>(machineTrace, *this, "::", "handleRxGSSQuery", "( ", query, " )");
   const Seconds limit = lastMemberQueryTimeOf(query);
   for (const IpAddr addr : query.source) {
     const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);

@@ -1,6 +1,6 @@
 // The record table (RFC 3376 6.4 with this router's departures), row by row, on every relation of
-// the group's sources A to the record's sources B, every kind of timer, and every kind of query
-// owed.
+// the group's sources A to the record's sources B, every kind of timer, and every kind of pending
+// query.
 #include <map>
 #include <set>
 #include <tuple>
@@ -83,7 +83,7 @@ struct Group {
   Seconds rexmitLeft = never;
 
   std::string text() const {
-    std::string out = stringValue(mode) + " left " + Mox::textOf(left) + " owes " +
+    std::string out = stringValue(mode) + " left " + Mox::textOf(left) + " pending " +
                       std::to_string(groupQueries) + " next " + Mox::textOf(rexmitLeft);
     for (const auto& [addr, source] : sources) {
       out += "\n  " + addr.stringValue() + " left " + Mox::textOf(source.left);
@@ -258,7 +258,7 @@ TEST_P(QuerierGroupSmRecordTableTest, theRowDoesWhatTheTableSays) {
       makeReal(before, compatibility);
       std::string list;
       for (const IpAddr addr : b) list += " " + addr.stringValue();
-      hearRecord(type, group_, {b.begin(), b.end()});
+      receiveRecord(type, group_, {b.begin(), b.end()});
       const std::optional<Group> after = applied(before, row(), type, b);
       ASSERT_EQ(real(), after ? after->text() : "no group")
           << "record of" << list << " on " << before.text();

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include <GmpIgmpQuerierSm/MachineLogs.h>
-#include <GmpIgmpQuerierSm/MessageText.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <MoxBase/Fatal.h>
@@ -27,7 +26,7 @@ bool isIn(std::span<const IpAddr> sorted, IpAddr addr) {
   return std::binary_search(sorted.begin(), sorted.end(), addr);
 }
 
-// 0.0.0.0 is no source that anybody could ask for. Sorted, it comes first.
+// Without 0.0.0.0, which no query can name. Sorted, it is the first.
 std::span<const IpAddr> sourcesOf(const IgmpGroupRecord& record) {
   const std::span<const IpAddr> all(record.source.begin(), record.source.end());
   return !all.empty() && all.front().isZero() ? all.subspan(1) : all;
@@ -36,8 +35,9 @@ std::span<const IpAddr> sourcesOf(const IgmpGroupRecord& record) {
 }  // namespace
 
 void QuerierGroupSm::handleRxV3Report(const IgmpGroupRecord& record) {
+  if (ended()) return;
   const Ptr<QuerierGroupSm> alive(this);
-  trace<8>(machineTrace, *this, "::", "handleRxV3Report", "( ", traceTextOf(record), " )");
+  trace<8>(machineTrace, *this, "::", "handleRxV3Report", "( ", record, " )");
   const IgmpFilterMode mode = groupStatus_->filterMode();
   trace<6>(machineTrace, "Current state for ", group_, " is ", mode, ". Report is ", record.rType);
   groupStatus_->lastReporterIs(querierSm().pktSrc());
@@ -182,7 +182,7 @@ void QuerierGroupSm::deleteSourcesNotIn(AddrList b) {
 
 void QuerierGroupSm::closeRecord() {
   if (ended()) return;
-  if (!owesQueries()) {
+  if (!queriesPending()) {
     doSetTimer(rexmitTimerId, never);
   } else if (rexmitTimerState_ != timerRunning) {
     doSetTimer(rexmitTimerId, config().lastMemberQueryInterval());

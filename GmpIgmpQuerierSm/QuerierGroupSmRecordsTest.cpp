@@ -26,7 +26,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeAllowsSourcesInTheirOrder) {
     include({{s1_, 200.0}, {s2_, 200.0}});
     watchAll();
     takeJournal();
-    hearRecord(type, group_, {s2_, s3_});
+    receiveRecord(type, group_, {s2_, s3_});
     EXPECT_THAT(takeJournal(),
                 ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1260",
                             "status.source 10.7.0.3", "sm.source 10.7.0.3"));
@@ -38,7 +38,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeAllowsSourcesInTheirOrder) {
 TEST_F(QuerierGroupSmRecordsTest, includeIsExcludeSwitchesBeforeItDrops) {
   include({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(modeIsExclude, group_, {s2_, s3_});
+  receiveRecord(modeIsExclude, group_, {s2_, s3_});
   EXPECT_THAT(takeJournal(),
               ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
                           "status.source 10.7.0.3", "sm.source 10.7.0.3", "status.source 10.7.0.1",
@@ -49,7 +49,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeIsExcludeSwitchesBeforeItDrops) {
 TEST_F(QuerierGroupSmRecordsTest, includeToIncludeAsksBeforeItAllows) {
   include({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(changeToInclude, group_, {s2_, s3_});
+  receiveRecord(changeToInclude, group_, {s2_, s3_});
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.1.sourceTimerExpiry 1002",
@@ -61,7 +61,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeToIncludeAsksBeforeItAllows) {
 TEST_F(QuerierGroupSmRecordsTest, includeToExcludeSwitchesAsksAndDrops) {
   include({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(changeToExclude, group_, {s2_, s3_});
+  receiveRecord(changeToExclude, group_, {s2_, s3_});
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
@@ -76,7 +76,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeToExcludeSwitchesAsksAndDrops) {
 TEST_F(QuerierGroupSmRecordsTest, includeBlockAsksAboutKnownSources) {
   include({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(blockOldSources, group_, {s2_, s3_});
+  receiveRecord(blockOldSources, group_, {s2_, s3_});
   EXPECT_THAT(takeJournal(),
               ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1002",
                           "10.7.0.2.rexmits 2", "sm.rexmitSource 10.7.0.2",
@@ -86,7 +86,7 @@ TEST_F(QuerierGroupSmRecordsTest, includeBlockAsksAboutKnownSources) {
 TEST_F(QuerierGroupSmRecordsTest, excludeIsExcludeDropsBeforeItAdds) {
   exclude({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(modeIsExclude, group_, {s2_, s3_});
+  receiveRecord(modeIsExclude, group_, {s2_, s3_});
   EXPECT_THAT(takeJournal(),
               ElementsAre("status.lastReporter 10.0.0.77", "status.source 10.7.0.1",
                           "sm.source 10.7.0.1", "status.source 10.7.0.3", "sm.source 10.7.0.3",
@@ -96,7 +96,7 @@ TEST_F(QuerierGroupSmRecordsTest, excludeIsExcludeDropsBeforeItAdds) {
 TEST_F(QuerierGroupSmRecordsTest, excludeToIncludeAllowsBeforeItAsks) {
   exclude({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(changeToInclude, group_, {s2_, s3_});
+  receiveRecord(changeToInclude, group_, {s2_, s3_});
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1260",
@@ -109,7 +109,7 @@ TEST_F(QuerierGroupSmRecordsTest, excludeToIncludeAllowsBeforeItAsks) {
 TEST_F(QuerierGroupSmRecordsTest, excludeToExcludeDropsBeforeItAsks) {
   exclude({{s1_, 200.0}, {s2_, 200.0}});
   watchAll();
-  hearRecord(changeToExclude, group_, {s2_, s3_});
+  receiveRecord(changeToExclude, group_, {s2_, s3_});
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "status.source 10.7.0.1", "sm.source 10.7.0.1",
@@ -121,10 +121,10 @@ TEST_F(QuerierGroupSmRecordsTest, excludeToExcludeDropsBeforeItAsks) {
   EXPECT_EQ(timerOf(s3_), lmqt_) << "the group's time, lowered as it is asked about";
 }
 
-TEST_F(QuerierGroupSmRecordsTest, excludeBlockAsksAboutOldAndNewSources) {
+TEST_F(QuerierGroupSmRecordsTest, excludeBlockQueriesOldAndNewSources) {
   exclude({{s2_, 200.0}}, 1.5);
   watchAll();
-  hearRecord(blockOldSources, group_, {s2_, s3_});
+  receiveRecord(blockOldSources, group_, {s2_, s3_});
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "10.7.0.2.sourceTimerExpiry 1002",
@@ -138,7 +138,7 @@ TEST_F(QuerierGroupSmRecordsTest, excludeBlockAsksAboutOldAndNewSources) {
 TEST_F(QuerierGroupSmRecordsTest, withOlderHostsChangeToExcludeSwitchesBeforeItDropsAll) {
   include({{s1_, 200.0}}, igmpVersion2);
   watchAll();
-  hearRecord(changeToExclude, group_, {s3_});
+  receiveRecord(changeToExclude, group_, {s3_});
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "status.filterMode filterModeExclude",
@@ -148,21 +148,22 @@ TEST_F(QuerierGroupSmRecordsTest, withOlderHostsChangeToExcludeSwitchesBeforeItD
 
 TEST_F(QuerierGroupSmRecordsTest, theRecordAndTheStateItMeetsAreTraced) {
   include({{s1_, 200.0}});
-  hearRecord(changeToExclude, group_, {s1_, s2_});
-  hearRecord(allowNewSources, group_, {});
-  EXPECT_EQ(
-      traced("QuerierGroupSm( 239.1.1.1 )::handleRxV3Report( IgmpGroupRecord( 239.1.1.1 type 4 "
-             "sources 2 ) )"),
-      1U);
+  receiveRecord(changeToExclude, group_, {s1_, s2_});
+  receiveRecord(allowNewSources, group_, {});
+  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV3Report( "
+                   "Value('Gmp::Igmp::IgmpGroupRecord', ** {'version': 'igmpVersion3', "
+                   "'rType': 4, 'multicastAddr': '239.1.1.1', "
+                   "'source': {'10.7.0.1': True, '10.7.0.2': True}}) )"),
+            1U);
   EXPECT_EQ(traced("Current state for 239.1.1.1 is filterModeInclude. Report is 4"), 1U);
   EXPECT_EQ(traced("Current state for 239.1.1.1 is filterModeExclude. Report is 5"), 1U);
 }
 
 TEST_F(QuerierGroupSmRecordsTest, anInvalidTypeIsTracedAndChangesNothing) {
   exclude({{s1_, 200.0}});
-  hearRecord(1, group_);  // the reporter is known now
+  receiveRecord(1, group_);  // the reporter is known now
   watchAll();
-  for (const U8 type : {U8{0}, U8{7}, U8{255}}) hearRecord(type, group_, {s2_});
+  for (const U8 type : {U8{0}, U8{7}, U8{255}}) receiveRecord(type, group_, {s2_});
   EXPECT_TRUE(takeJournal().empty());
   EXPECT_EQ(traced("Received invalid group record type 0"), 1U);
   EXPECT_EQ(traced("Received invalid group record type 7"), 1U);
@@ -171,7 +172,7 @@ TEST_F(QuerierGroupSmRecordsTest, anInvalidTypeIsTracedAndChangesNothing) {
 
 TEST_F(QuerierGroupSmRecordsTest, aKnownTypeIsNotCalledInvalid) {
   exclude({{s1_, 200.0}}, 100.0, igmpVersion1);
-  for (U8 type = 1; type <= 6; ++type) hearRecord(type, group_, {s1_});
+  for (U8 type = 1; type <= 6; ++type) receiveRecord(type, group_, {s1_});
   EXPECT_EQ(tracedBegin("Received invalid"), 0U);
 }
 
@@ -180,7 +181,7 @@ TEST_F(QuerierGroupSmRecordsTest, anEmptyIncludeGroupEndsInItsOwnHandler) {
     for (const std::vector<IpAddr>& list : {std::vector<IpAddr>{}, {IpAddr()}}) {
       SCOPED_TRACE(int{type});
       const Ptr<Sm> sm = include({});
-      hearRecord(type, group_, list);
+      receiveRecord(type, group_, list);
       EXPECT_FALSE(groupExists());
       EXPECT_EQ(groupStatus(group_), nullptr);
       EXPECT_TRUE(sm->ended());
@@ -191,7 +192,7 @@ TEST_F(QuerierGroupSmRecordsTest, anEmptyIncludeGroupEndsInItsOwnHandler) {
 }
 
 TEST_F(QuerierGroupSmRecordsTest, aRecordForAnUnknownGroupThatSaysNothingLeavesNothing) {
-  hearRecord(modeIsInclude, group_);
+  receiveRecord(modeIsInclude, group_);
   EXPECT_FALSE(groupExists());
   EXPECT_EQ(groupStatus(group_), nullptr);
   EXPECT_EQ(status_->joins(), 1U);
@@ -200,7 +201,7 @@ TEST_F(QuerierGroupSmRecordsTest, aRecordForAnUnknownGroupThatSaysNothingLeavesN
 
 TEST_F(QuerierGroupSmRecordsTest, aGroupThatEndedBeginsAnewWithTheNextRecordOfTheReport) {
   include({});
-  hearV3Report(
+  receiveV3Report(
       {{.type = modeIsInclude, .group = group_}, {.type = changeToExclude, .group = group_}});
   ASSERT_TRUE(groupExists());
   EXPECT_EQ(filterMode(), filterModeExclude);
@@ -208,19 +209,19 @@ TEST_F(QuerierGroupSmRecordsTest, aGroupThatEndedBeginsAnewWithTheNextRecordOfTh
   EXPECT_EQ(status_->joins(), 2U);
 }
 
-TEST_F(QuerierGroupSmRecordsTest, theCloseStartsAStoppedTimerForQueriesStillOwed) {
+TEST_F(QuerierGroupSmRecordsTest, theCloseStartsAStoppedTimerForPendingQueries) {
   const Ptr<Sm> sm = exclude({});
   sm->rexmitGroupQueryIs(1);
-  hearRecord(allowNewSources, group_, {s1_});
+  receiveRecord(allowNewSources, group_, {s1_});
   EXPECT_EQ(rexmitTimer(), lmqi_);
   runFor(0.25);
-  hearRecord(allowNewSources, group_, {s1_});
+  receiveRecord(allowNewSources, group_, {s1_});
   EXPECT_EQ(rexmitTimer(), 0.75) << "a running timer is left alone";
 }
 
 TEST_F(QuerierGroupSmRecordsTest, theCloseStopsATimerWithNothingToAsk) {
   include({{s1_, 200.0}});
-  hearRecord(blockOldSources, group_, {s2_});
+  receiveRecord(blockOldSources, group_, {s2_});
   EXPECT_EQ(rexmitTimer(), never);
   EXPECT_EQ(traced("Setting rexmitTimerId for vlan10:239.1.1.1 to expire in 0 @ 1000"), 1U);
   EXPECT_EQ(traced("Setting rexmitTimerId for vlan10:239.1.1.1 to expire in inf @ inf"), 1U);
@@ -229,7 +230,7 @@ TEST_F(QuerierGroupSmRecordsTest, theCloseStopsATimerWithNothingToAsk) {
 TEST_F(QuerierGroupSmRecordsTest, withACountOfZeroDroppedSourcesGoAtTheNextTurn) {
   config_->lastMemberQueryCountIs(0);
   include({{s1_, 200.0}, {s2_, 200.0}});
-  hearRecord(changeToInclude, group_, {s2_});
+  receiveRecord(changeToInclude, group_, {s2_});
   EXPECT_EQ(timerOf(s1_), 0.0);
   EXPECT_EQ(rexmitTimer(), never);
   runFor(0.0);
@@ -239,7 +240,7 @@ TEST_F(QuerierGroupSmRecordsTest, withACountOfZeroDroppedSourcesGoAtTheNextTurn)
 
 TEST_F(QuerierGroupSmRecordsTest, aRecordOfAGroupWithoutTimerLeftExcludesNewSources) {
   exclude({}, never);
-  hearRecord(blockOldSources, group_, {s1_});
+  receiveRecord(blockOldSources, group_, {s1_});
   EXPECT_EQ(timerOf(s1_), never);
   EXPECT_TRUE(rexmitSources().empty());
   EXPECT_EQ(rexmitTimer(), never);
@@ -248,22 +249,22 @@ TEST_F(QuerierGroupSmRecordsTest, aRecordOfAGroupWithoutTimerLeftExcludesNewSour
 TEST_F(QuerierGroupSmRecordsTest, theSourcesOfALargeRecordAllCount) {
   std::vector<IpAddr> many;
   for (U32 i = 0; i < 300; ++i) many.emplace_back(0x0a080000 + i);
-  hearRecord(changeToInclude, group_, many);
+  receiveRecord(changeToInclude, group_, many);
   EXPECT_EQ(groupSm(group_)->source().size(), 300U);
-  hearRecord(changeToExclude, group_, {many[7]});
+  receiveRecord(changeToExclude, group_, {many[7]});
   EXPECT_EQ(groupSm(group_)->source().size(), 1U);
   EXPECT_EQ(groupStatus(group_)->source().size(), 1U);
 }
 
 TEST_F(QuerierGroupSmRecordsTest, anUnknownFilterModeIsAFatalAssertion) {
   include({{s1_, 200.0}})->groupStatus()->filterModeIs(static_cast<IgmpFilterMode>(2));
-  EXPECT_DEATH(hearRecord(allowNewSources, group_, {s1_}), "GmpIgmpQuerierSm.tin.*filterMode");
+  EXPECT_DEATH(receiveRecord(allowNewSources, group_, {s1_}), "GmpIgmpQuerierSm.tin.*filterMode");
 }
 
 TEST_F(QuerierGroupSmRecordsTest, theQuerierMayBeReleasedWhileARecordIsApplied) {
   const Ptr<Sm> sm = include({{s1_, 200.0}});
   Once<QuerierGroupStatus> once(sm->groupStatus(), "filterMode", [this] { release(); });
-  hearRecord(changeToExclude, group_, {s2_});
+  receiveRecord(changeToExclude, group_, {s2_});
   EXPECT_TRUE(once.acted());
   EXPECT_TRUE(sm->ended());
   EXPECT_EQ(wheel_->armed(), 0U);
@@ -273,7 +274,7 @@ TEST_F(QuerierGroupSmRecordsTest, theQuerierMayBeReleasedWhileARecordIsApplied) 
 TEST_F(QuerierGroupSmRecordsTest, theQuerierMayBeReleasedWhileTheGroupEnds) {
   const Ptr<Sm> sm = include({});
   Once<QuerierStatus> once(status_, "group", [this] { release(); });
-  hearRecord(modeIsInclude, group_);
+  receiveRecord(modeIsInclude, group_);
   EXPECT_TRUE(once.acted());
   EXPECT_TRUE(sm->ended());
   EXPECT_EQ(status_->group(group_), nullptr);

@@ -13,7 +13,7 @@ using QuerierGroupSmReportsTest = GroupBench;
 TEST_F(QuerierGroupSmReportsTest, aVersion1ReportMakesTheGroupExcludeWithoutSources) {
   const Ptr<Sm> sm = include({{s1_, 50.0}, {s2_, 60.0}});
   sm->rexmitSourceIs(s1_, true);
-  hearV1Report(group_);
+  receiveV1Report(group_);
   EXPECT_EQ(compatibility(), igmpVersion1);
   EXPECT_EQ(filterMode(), filterModeExclude);
   EXPECT_TRUE(sm->source().empty());
@@ -32,7 +32,7 @@ TEST_F(QuerierGroupSmReportsTest, aVersion1ReportTakesItsStepsInOrder) {
   sm->doSetTimer(Sm::rexmitTimerId, 1.0);
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
-  hearV1Report(group_);
+  receiveV1Report(group_);
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.compatibilityMode igmpVersion1", "sm.v1MembershipTimerState timerRunning",
@@ -47,7 +47,7 @@ TEST_F(QuerierGroupSmReportsTest, aVersion2ReportTakesItsStepsInOrder) {
   const Ptr<Sm> sm = include({{s1_, 50.0}});
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_THAT(
       takeJournal(),
       ElementsAre("status.lastReporter 10.0.0.77", "status.compatibilityMode igmpVersion2",
@@ -58,9 +58,9 @@ TEST_F(QuerierGroupSmReportsTest, aVersion2ReportTakesItsStepsInOrder) {
 
 TEST_F(QuerierGroupSmReportsTest, eachHandlerTracesItsEntry) {
   exclude({});
-  hearV1Report(group_);
-  hearLeave(group_);
-  hearV2Report(group_);
+  receiveV1Report(group_);
+  receiveLeave(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV1Report()"), 1U);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxLeave()"), 1U);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV2Report()"), 1U);
@@ -68,14 +68,14 @@ TEST_F(QuerierGroupSmReportsTest, eachHandlerTracesItsEntry) {
 
 TEST_F(QuerierGroupSmReportsTest, aVersion2ReportLeavesVersion1CompatibilityButStartsItsTimer) {
   const Ptr<Sm> sm = exclude({}, 100.0, igmpVersion1);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(compatibility(), igmpVersion1);
   EXPECT_EQ(sm->v2MembershipTimerState(), timerRunning);
 }
 
 TEST_F(QuerierGroupSmReportsTest, aVersion2ReportMakesAnUnknownModeVersion2) {
   exclude({}, 100.0, igmpVersionUnknown);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(compatibility(), igmpVersion2);
 }
 
@@ -84,8 +84,8 @@ TEST_F(QuerierGroupSmReportsTest, theOlderHostIntervalIsTheGroupMembershipInterv
   status_->queryIntervalIs(60.0);
   status_->queryResponseIntervalIs(5.0);  // 185 s
   const Ptr<Sm> sm = exclude({}, never);
-  hearV1Report(group_);
-  hearV2Report(group_);
+  receiveV1Report(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(groupTimer(), 185.0);
   sm->doSetTimer(Sm::membershipTimerId, never);
   runFor(184.9);
@@ -99,9 +99,9 @@ TEST_F(QuerierGroupSmReportsTest, theOlderHostIntervalIsTheGroupMembershipInterv
 
 TEST_F(QuerierGroupSmReportsTest, aVersion1ReportStopsAGroupQuerySequence) {
   const Ptr<Sm> sm = exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   ASSERT_EQ(sm->rexmitGroupQuery(), 2U);
-  hearV1Report(group_);
+  receiveV1Report(group_);
   EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
   EXPECT_EQ(sm->rexmitTimerState(), timerDisabled);
   runFor(10.0);
@@ -111,8 +111,8 @@ TEST_F(QuerierGroupSmReportsTest, aVersion1ReportStopsAGroupQuerySequence) {
 
 TEST_F(QuerierGroupSmReportsTest, aVersion2ReportDoesNotStopAGroupQuerySequence) {
   const Ptr<Sm> sm = exclude({});
-  hearLeave(group_);
-  hearV2Report(group_);
+  receiveLeave(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(sm->rexmitGroupQuery(), 2U);
   EXPECT_EQ(rexmitTimer(), 0.0);
   EXPECT_EQ(groupTimer(), gmi_);
@@ -122,9 +122,9 @@ TEST_F(QuerierGroupSmReportsTest, aVersion2ReportDoesNotStopAGroupQuerySequence)
 }
 
 TEST_F(QuerierGroupSmReportsTest, aReportKeepsTheGroupAliveUntilTheHostsFallSilent) {
-  hearV2Report(group_);
+  receiveV2Report(group_);
   runFor(259.0);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   runFor(259.9);
   EXPECT_TRUE(groupExists());
   runFor(0.1);
@@ -136,15 +136,15 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveInVersion1CompatibilityChangesNothing) {
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
   watch(sourceSm(s1_), "source");
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_TRUE(takeJournal().empty());
   EXPECT_EQ(wheel_->armed(), 2U);
   EXPECT_EQ(status_->v2LeaveReceived(), 1U);
 }
 
-TEST_F(QuerierGroupSmReportsTest, aLeaveLowersGroupAndSourceTimersAndAsks) {
+TEST_F(QuerierGroupSmReportsTest, aLeaveLowersGroupAndSourceTimersAndQueries) {
   const Ptr<Sm> sm = exclude({{s1_, 50.0}, {s2_, never}});
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_EQ(groupTimer(), lmqt_);
   EXPECT_EQ(timerOf(s1_), lmqt_);
   EXPECT_EQ(timerOf(s2_), never);
@@ -160,7 +160,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveTakesItsStepsInOrder) {
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
   watch(sourceSm(s1_), "source");
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_THAT(takeJournal(),
               ElementsAre("source.sourceTimerExpiry 1002", "source.rexmits 2",
                           "sm.rexmitSource 10.7.0.1", "sm.rexmitGroupQuery 2",
@@ -170,8 +170,8 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveTakesItsStepsInOrder) {
 
 TEST_F(QuerierGroupSmReportsTest, aLeaveDoesNotMakeItsSenderTheLastReporter) {
   exclude({});
-  hearV2Report(group_, host_);
-  hearLeave(group_, higher_);
+  receiveV2Report(group_, host_);
+  receiveLeave(group_, higher_);
   EXPECT_EQ(groupStatus(group_)->lastReporter(), host_);
 }
 
@@ -179,7 +179,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveLeavesAGroupTimerAlreadyBelowTheLimitAlo
   for (const Seconds left : {lmqt_, 1.5, 0.25}) {
     const Ptr<Sm> sm = exclude({}, left);
     sm->rexmitGroupQueryIs(0);
-    hearLeave(group_);
+    receiveLeave(group_);
     EXPECT_EQ(groupTimer(), left);
     EXPECT_EQ(tracedBegin("Setting membershipTimerId"), 0U) << "not even to the same time";
     EXPECT_EQ(sm->rexmitGroupQuery(), 2U);
@@ -190,7 +190,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveLeavesAGroupTimerAlreadyBelowTheLimitAlo
 TEST_F(QuerierGroupSmReportsTest, aLeaveWithACountOfZeroEndsTheGroupAtOnce) {
   config_->lastMemberQueryCountIs(0);
   const Ptr<Sm> sm = exclude({{s1_, 50.0}});
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
   EXPECT_EQ(groupTimer(), 0.0);
   EXPECT_EQ(timerOf(s1_), 0.0);
@@ -202,10 +202,10 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveWithACountOfZeroEndsTheGroupAtOnce) {
 
 TEST_F(QuerierGroupSmReportsTest, aSecondLeaveRestartsTheGroupCount) {
   const Ptr<Sm> sm = exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.5);
   EXPECT_EQ(sm->rexmitGroupQuery(), 1U);
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_EQ(sm->rexmitGroupQuery(), 2U);
   EXPECT_EQ(groupTimer(), 1.5);
   runFor(0.0);
@@ -214,7 +214,7 @@ TEST_F(QuerierGroupSmReportsTest, aSecondLeaveRestartsTheGroupCount) {
 
 TEST_F(QuerierGroupSmReportsTest, aLeaveInIncludeModeAsksAboutSourcesOnly) {
   const Ptr<Sm> sm = include({{s1_, 50.0}});
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
   EXPECT_EQ(groupTimer(), never);
   EXPECT_EQ(timerOf(s1_), lmqt_);
@@ -227,7 +227,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveInIncludeModeAsksAboutSourcesOnly) {
 
 TEST_F(QuerierGroupSmReportsTest, aLeaveInIncludeModeWithoutSourcesFindsNothingToSend) {
   getOrCreateGroupSm(querier_, group_);
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_EQ(rexmitTimer(), 0.0);
   runFor(0.0);
   EXPECT_TRUE(takeSent().empty());
@@ -237,14 +237,14 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveInIncludeModeWithoutSourcesFindsNothingT
 
 TEST_F(QuerierGroupSmReportsTest, unansweredLeavesEndTheGroupAfterTheLastMemberQueryTime) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(1.99);
   EXPECT_TRUE(groupExists());
   runFor(0.01);
   EXPECT_FALSE(groupExists());
 }
 
-TEST_F(QuerierGroupSmReportsTest, aLeaveAsksAboutEachSourceThatStaysWhileOthersGo) {
+TEST_F(QuerierGroupSmReportsTest, aLeaveQueriesEachSourceThatStaysWhileOthersEnd) {
   const Ptr<QuerierGroupSm> sm = exclude({});
   std::vector<IpAddr> staying;
   std::vector<IpAddr> going;
@@ -259,7 +259,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveAsksAboutEachSourceThatStaysWhileOthersG
     listeners.push_back(
         std::make_unique<Once<QuerierSourceStatus>>(sourceStatus(addr), "expiryTime", removeThem));
   }
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_EQ(rexmitSources(), staying);
   EXPECT_EQ(sm->source().size(), staying.size());
 }
@@ -268,7 +268,7 @@ TEST_F(QuerierGroupSmReportsTest, aQuerierReleasedWhileAReportIsHandledFinishesI
   const Ptr<Sm> sm = include({{s1_, 50.0}});
   const Ptr<QuerierGroupStatus> status = sm->groupStatus();
   Once<QuerierGroupStatus> once(status, "filterMode", [this] { release(); });
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_TRUE(once.acted());
   EXPECT_TRUE(sm->ended());
   EXPECT_EQ(status->expiryTime(), begin_ + gmi_);

@@ -1,5 +1,4 @@
-// Specific queries and their retransmission (RFC 3376 6.6.3): what is still to be asked, and asking
-// it.
+// Specific queries and their retransmission (RFC 3376 6.6.3): which are pending, and sending them.
 #include <stdlib.h>
 
 #include <vector>
@@ -14,6 +13,7 @@ namespace Gmp::Igmp {
 
 using Mox::trace;
 
+// Needs no Ptr to its machine: it uses none after a notification that has ended the source.
 void QuerierGroupSm::toRexmitState(IpAddr addr) {
   trace<8>(machineTrace, *this, "::", "toRexmitState", "( ", addr, " )");
   const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
@@ -31,7 +31,7 @@ void QuerierGroupSm::toRexmitState(IpAddr addr) {
   }
   trace<6>(machineTrace, "Setting number of retransmits of ", addr, " to ", count);
   sourceSm->rexmitsIs(count);
-  // Whoever was told of these changes may have removed the source: nobody asks about it then.
+  // A notifiee of these changes may have removed the source: no query is pending for it then.
   if (!sourceSm->ended()) rexmitSourceIs(addr, true);
 }
 
@@ -46,9 +46,9 @@ void QuerierGroupSm::handleRexmitTimer() {
     doSetTimer(rexmitTimerId, r + r);
     return;
   }
-  trace<6>(machineTrace, "Rexmit Timer for ", group_, " on ", vlan(), " expired");
+  trace<6>(machineTrace, "Rexmit Timer for ", group_, " on ", interfaceName(), " expired");
   if (rexmitGroupQuery_ != 0) sendGroupSpecificQuery(querier.get(), group_);
-  if (ended()) return;  // who transmits the query may have ended the group at once
+  if (ended()) return;  // a notifiee of the query may have ended the group
   if (querier->querierStatus()->state() != QuerierStatus::querierStateQuerier) {
     trace<6>(machineTrace, "Don't send query because we are not the querier");
   } else if (groupStatus_->compatibilityMode() == igmpVersion3) {
@@ -58,7 +58,7 @@ void QuerierGroupSm::handleRexmitTimer() {
   if (config().lastMemberQueryInterval() == 0.0) {
     trace<6>(machineTrace, "Disabling timer, since LMQI is 0");
     doSetTimer(rexmitTimerId, never);
-  } else if (owesQueries()) {
+  } else if (queriesPending()) {
     doSetTimer(rexmitTimerId, config().lastMemberQueryInterval());
   } else {
     trace<6>(machineTrace, "Disabling timer, since there are no pending retransmissions");
@@ -66,8 +66,8 @@ void QuerierGroupSm::handleRexmitTimer() {
   }
 }
 
-// Sources that are about to time out are asked about with the S flag clear. Those that hosts have
-// confirmed meanwhile are asked about with the S flag set, once no group-specific query is due:
+// Queries for sources that are about to time out have the S flag clear. Those for sources that
+// hosts have confirmed meanwhile have it set, and wait until no group-specific query is pending:
 // other routers must not lower their timers for them.
 void QuerierGroupSm::sendSourceQueries(QuerierSm& querier) {
   requireOwnAddress(querier);  // before any count moves
@@ -76,7 +76,7 @@ void QuerierGroupSm::sendSourceQueries(QuerierSm& querier) {
   std::vector<IpAddr> set;
   for (const IpAddr addr : rexmitSource_.keys()) {
     const Ptr<QuerierGroupSourceSm> sourceSm = source(addr);
-    // Gone, or gone and made anew meanwhile: it owes nothing any more.
+    // The source was removed, or removed and created again: nothing is pending for it.
     if (!sourceSm || sourceSm->rexmits() == 0) {
       rexmitSourceDel(addr);
       continue;

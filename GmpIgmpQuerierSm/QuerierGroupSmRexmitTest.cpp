@@ -20,7 +20,7 @@ const std::string groupQuery =
 class QuerierGroupSmRexmitTest : public GroupBench {
  protected:
   // Queries go out for these sources at the next turn, each to be asked about `count` times.
-  void owe(const Ptr<Sm>& sm, const std::vector<IpAddr>& sources, U32 count = 2) {
+  void setPending(const Ptr<Sm>& sm, const std::vector<IpAddr>& sources, U32 count = 2) {
     for (const IpAddr addr : sources) {
       sm->rexmitSourceIs(addr, true);
       sm->source(addr)->rexmitsIs(count);
@@ -29,9 +29,9 @@ class QuerierGroupSmRexmitTest : public GroupBench {
   }
 };
 
-TEST_F(QuerierGroupSmRexmitTest, aLeaveIsAskedAboutTwiceASecondApart) {
+TEST_F(QuerierGroupSmRexmitTest, aLeaveIsQueriedTwiceASecondApart) {
   const Ptr<Sm> sm = exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
   EXPECT_EQ(sm->rexmitGroupQuery(), 1U);
   EXPECT_EQ(rexmitTimer(), 1.0);
@@ -55,7 +55,7 @@ TEST_F(QuerierGroupSmRexmitTest, aLeaveIsAskedAboutTwiceASecondApart) {
 
 TEST_F(QuerierGroupSmRexmitTest, eachRunTracesItsStepsAndTime) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(1.0);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRexmitTimer() @ 1000"), 1U);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRexmitTimer() @ 1001"), 1U);
@@ -64,9 +64,9 @@ TEST_F(QuerierGroupSmRexmitTest, eachRunTracesItsStepsAndTime) {
 
 TEST_F(QuerierGroupSmRexmitTest, aGroupConfirmedMeanwhileIsAskedAboutWithTheFlagSet) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
-  hearRecord(modeIsExclude, group_);
+  receiveRecord(modeIsExclude, group_);
   runFor(1.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -76,7 +76,7 @@ TEST_F(QuerierGroupSmRexmitTest, aGroupConfirmedMeanwhileIsAskedAboutWithTheFlag
 
 TEST_F(QuerierGroupSmRexmitTest, withVersion2HostsGroupsAreAskedAboutInVersion2) {
   exclude({}, 100.0, igmpVersion2);
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 1U);
@@ -90,23 +90,23 @@ TEST_F(QuerierGroupSmRexmitTest, withOlderHostsSourcesAreNotAskedAbout) {
   for (const IgmpVersion version : {igmpVersionUnknown, igmpVersion1, igmpVersion2}) {
     const Ptr<Sm> sm = exclude({{s1_, 200.0}}, 100.0, version);
     sm->rexmitGroupQueryIs(1);
-    owe(sm, {s1_});
+    setPending(sm, {s1_});
     runFor(0.0);
     const std::vector<SentQuery> sent = takeSent();
     ASSERT_EQ(sent.size(), 1U) << stringValue(version);
     EXPECT_FALSE(sent[0].isV3());
     EXPECT_EQ(sourceSm(s1_)->rexmits(), 2U);
     EXPECT_THAT(rexmitSources(), ElementsAre(s1_));
-    EXPECT_EQ(rexmitTimer(), 1.0) << "sources are still owed";
+    EXPECT_EQ(rexmitTimer(), 1.0) << "sources are still pending";
     EXPECT_EQ(tracedBegin("Decrementing"), 0U);
     EXPECT_EQ(traced("Don't send query because we are not the querier"), 0U);
     querier_->groupSmDel(group_);
   }
 }
 
-TEST_F(QuerierGroupSmRexmitTest, droppedSourcesAreAskedAboutUntilTheyGo) {
+TEST_F(QuerierGroupSmRexmitTest, droppedSourcesAreQueriedUntilTheyEnd) {
   const Ptr<Sm> sm = include({{s1_, 200.0}, {s2_, 200.0}});
-  hearRecord(blockOldSources, group_, {s1_});
+  receiveRecord(blockOldSources, group_, {s1_});
   runFor(1.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -130,7 +130,7 @@ TEST_F(QuerierGroupSmRexmitTest, droppedSourcesAreAskedAboutUntilTheyGo) {
 
 TEST_F(QuerierGroupSmRexmitTest, aSourceToBeAskedAboutOnceMoreIsSentAndLeavesTheList) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}});
-  owe(sm, {s1_}, 1);
+  setPending(sm, {s1_}, 1);
   runFor(0.0);
   EXPECT_EQ(takeSent().size(), 1U);
   EXPECT_EQ(sourceSm(s1_)->rexmits(), 0U);
@@ -140,7 +140,7 @@ TEST_F(QuerierGroupSmRexmitTest, aSourceToBeAskedAboutOnceMoreIsSentAndLeavesThe
 
 TEST_F(QuerierGroupSmRexmitTest, confirmedSourcesGoOutInASecondQueryWithTheFlagSet) {
   const Ptr<Sm> sm = exclude({{s1_, 2.0}, {s2_, 2.5}, {s3_, 1.0}});
-  owe(sm, {s1_, s2_, s3_});
+  setPending(sm, {s1_, s2_, s3_});
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -152,10 +152,10 @@ TEST_F(QuerierGroupSmRexmitTest, confirmedSourcesGoOutInASecondQueryWithTheFlagS
   EXPECT_EQ(status_->v3GSQueriesSent(), 0U);
 }
 
-TEST_F(QuerierGroupSmRexmitTest, whileGroupQueriesAreOwedConfirmedSourcesAreLeftOutButCounted) {
+TEST_F(QuerierGroupSmRexmitTest, pendingGroupQueriesLeaveOutConfirmedSourcesButCountThem) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}, {s2_, 200.0}});
   sm->rexmitGroupQueryIs(2);
-  owe(sm, {s1_, s2_});
+  setPending(sm, {s1_, s2_});
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -165,10 +165,10 @@ TEST_F(QuerierGroupSmRexmitTest, whileGroupQueriesAreOwedConfirmedSourcesAreLeft
   EXPECT_THAT(rexmitSources(), ElementsAre(s1_, s2_));
 }
 
-TEST_F(QuerierGroupSmRexmitTest, afterTheLastGroupQueryConfirmedSourcesAreAskedAboutInTheSameRun) {
+TEST_F(QuerierGroupSmRexmitTest, confirmedSourcesFollowTheLastGroupQueryInTheSameRun) {
   const Ptr<Sm> sm = exclude({{s2_, 200.0}});
   sm->rexmitGroupQueryIs(1);
-  owe(sm, {s2_});
+  setPending(sm, {s2_});
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -179,7 +179,7 @@ TEST_F(QuerierGroupSmRexmitTest, afterTheLastGroupQueryConfirmedSourcesAreAskedA
 // A disabled timer counts as one that never runs out.
 TEST_F(QuerierGroupSmRexmitTest, aSourceExcludedWhileAskedAboutIsAskedAboutWithTheFlagSet) {
   const Ptr<Sm> sm = exclude({{s1_, 0.5}});
-  owe(sm, {s1_});
+  setPending(sm, {s1_});
   runFor(1.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 2U);
@@ -190,7 +190,7 @@ TEST_F(QuerierGroupSmRexmitTest, aSourceExcludedWhileAskedAboutIsAskedAboutWithT
 
 TEST_F(QuerierGroupSmRexmitTest, theDeclaredSourceSetsStayEmpty) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}, {s2_, 200.0}});
-  owe(sm, {s1_, s2_});
+  setPending(sm, {s1_, s2_});
   runFor(0.0);
   EXPECT_TRUE(sm->rexmitClrSource().empty());
   EXPECT_TRUE(sm->rexmitSetSource().empty());
@@ -204,7 +204,7 @@ TEST_F(QuerierGroupSmRexmitTest, aLongListIsSplitByTheMtu) {
     sources.push_back({IpAddr(0x0a090000 + i), 1.0});
     all.push_back(sources.back().addr);
   }
-  owe(exclude(sources), all);
+  setPending(exclude(sources), all);
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 3U);
@@ -228,7 +228,7 @@ TEST_F(QuerierGroupSmRexmitTest, withoutAnMtuOnePacketHoldsThemAll) {
     all.emplace_back(0x0a090000 + i);
     getOrCreateSourceSm(sm, all.back())->doSetTimer(1.0);
   }
-  owe(sm, all);
+  setPending(sm, all);
   runFor(0.0);
   const std::vector<SentQuery> sent = takeSent();
   ASSERT_EQ(sent.size(), 1U);
@@ -251,7 +251,7 @@ TEST_F(QuerierGroupSmRexmitTest, anIntervalOfZeroStopsAfterOneRun) {
 TEST_F(QuerierGroupSmRexmitTest, whileTheLogIsCloggedARunIsPutOffByLessThanTwoSeconds) {
   const Ptr<Sm> sm = exclude({{s1_, 50.0}}, 200.0);
   sm->rexmitGroupQueryIs(2);
-  owe(sm, {s1_});
+  setPending(sm, {s1_});
   clog();
   srand48(5);
   const double r = drand48();
@@ -272,7 +272,7 @@ TEST_F(QuerierGroupSmRexmitTest, whileTheLogIsCloggedARunIsPutOffByLessThanTwoSe
 TEST_F(QuerierGroupSmRexmitTest, withoutAPacketTheRunCountsAsSent) {
   const Ptr<Sm> sm = exclude({{s1_, 1.5}});
   sm->rexmitGroupQueryIs(2);
-  owe(sm, {s1_});
+  setPending(sm, {s1_});
   Ilvo::pktManager().failuresIs(2);
   runFor(0.0);
   EXPECT_TRUE(takeSent().empty());
@@ -289,32 +289,32 @@ TEST_F(QuerierGroupSmRexmitTest, withoutAPacketTheRunCountsAsSent) {
 
 TEST_F(QuerierGroupSmRexmitTest, aQuerierWithoutAddressMustNotAskAboutSources) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}});
-  owe(sm, {s1_});
+  setPending(sm, {s1_});
   querier_->ipAddrIs(IpAddr());
   EXPECT_DEATH(sm->handleRexmitTimer(), "q->ipAddr\\(\\) != Ilvo::IpAddr::ipAddrZero\\(\\)");
 }
 
-// What the failing querier still owes, as its last word says it.
+// The retransmissions that are pending at the failure, written to standard error.
 const Sm* failing = nullptr;
 void sayWhatIsOwed() {
-  std::string owed;
+  std::string pending;
   for (const auto& [addr, sourceSm] : failing->source()) {
-    owed += addr.stringValue() + " owes " + std::to_string(sourceSm->rexmits());
+    pending += addr.stringValue() + " pending " + std::to_string(sourceSm->rexmits());
   }
-  std::fprintf(stderr, "%s of %zu\n", owed.c_str(), failing->rexmitSource().size());
+  std::fprintf(stderr, "%s of %zu\n", pending.c_str(), failing->rexmitSource().size());
 }
 
 TEST_F(QuerierGroupSmRexmitTest, withoutAnAddressNoCountMoves) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}});
-  owe(sm, {s1_}, 1);
+  setPending(sm, {s1_}, 1);
   querier_->ipAddrIs(IpAddr());
   failing = sm.get();
   Mox::fatalHookIs(sayWhatIsOwed);
-  EXPECT_DEATH(sm->handleRexmitTimer(), "10.7.0.1 owes 1 of 1");
+  EXPECT_DEATH(sm->handleRexmitTimer(), "10.7.0.1 pending 1 of 1");
   Mox::fatalHookIs(nullptr);
 }
 
-TEST_F(QuerierGroupSmRexmitTest, aRunWithNothingOwedSendsNothing) {
+TEST_F(QuerierGroupSmRexmitTest, aRunWithNothingPendingSendsNothing) {
   const Ptr<Sm> sm = exclude({{s1_, 200.0}});
   sm->doSetTimer(Sm::rexmitTimerId, 0.0);
   runFor(0.0);
@@ -323,16 +323,16 @@ TEST_F(QuerierGroupSmRexmitTest, aRunWithNothingOwedSendsNothing) {
   EXPECT_EQ(tracedBegin(groupQuery), 0U);
 }
 
-TEST_F(QuerierGroupSmRexmitTest, eachOwedGroupQueryIsTraced) {
+TEST_F(QuerierGroupSmRexmitTest, eachPendingGroupQueryIsTraced) {
   exclude({});
-  hearLeave(group_);
+  receiveLeave(group_);
   runFor(10.0);
   EXPECT_EQ(traced(groupQuery), 2U);
 }
 
-TEST_F(QuerierGroupSmRexmitTest, aSourceMadeAnewOwesNothing) {
+TEST_F(QuerierGroupSmRexmitTest, aSourceCreatedAgainHasNothingPending) {
   const Ptr<Sm> sm = exclude({{s1_, 50.0}, {s2_, 1.0}});
-  owe(sm, {s1_, s2_});
+  setPending(sm, {s1_, s2_});
   sm->sourceDel(s1_);
   getOrCreateSourceSm(sm, s1_)->doSetTimer(50.0);
   runFor(0.0);
@@ -343,10 +343,10 @@ TEST_F(QuerierGroupSmRexmitTest, aSourceMadeAnewOwesNothing) {
   EXPECT_THAT(rexmitSources(), ElementsAre(s2_));
 }
 
-TEST_F(QuerierGroupSmRexmitTest, theGroupMayBeEndedByWhoTransmitsTheQuery) {
+TEST_F(QuerierGroupSmRexmitTest, theGroupMayBeEndedWhileTheQueryIsTransmitted) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}});
   sm->rexmitGroupQueryIs(2);
-  owe(sm, {s1_});
+  setPending(sm, {s1_});
   Once<QuerierSm> once(querier_, "writableCount", [this] { querier_->groupSmDel(group_); });
   runFor(0.0);
   EXPECT_TRUE(once.acted());
@@ -355,9 +355,9 @@ TEST_F(QuerierGroupSmRexmitTest, theGroupMayBeEndedByWhoTransmitsTheQuery) {
   EXPECT_EQ(wheel_->armed(), 0U);
 }
 
-TEST_F(QuerierGroupSmRexmitTest, theQuerierMayBeReleasedByWhoTransmitsTheQuery) {
+TEST_F(QuerierGroupSmRexmitTest, theQuerierMayBeReleasedWhileTheQueryIsTransmitted) {
   const Ptr<Sm> sm = exclude({{s1_, 1.0}});
-  owe(sm, {s1_});
+  setPending(sm, {s1_});
   auto once = std::make_unique<Once<QuerierSm>>(querier_, "writableCount", [] {});
   once = std::make_unique<Once<QuerierSm>>(querier_, "writableCount", [&] {
     once->notifierIs(nullptr);
@@ -367,6 +367,17 @@ TEST_F(QuerierGroupSmRexmitTest, theQuerierMayBeReleasedByWhoTransmitsTheQuery) 
   EXPECT_TRUE(once->acted());
   EXPECT_TRUE(sm->ended());
   EXPECT_EQ(wheel_->armed(), 0U);
+}
+
+// A transmission may bring in a report at once, which settles what the query asked.
+TEST_F(QuerierGroupSmRexmitTest, aReportWhileTheQueryIsSentLeavesNothingPending) {
+  const auto sm = exclude({});
+  sm->rexmitGroupQueryIs(1);
+  onSent_ = [&] { receiveV1Report(group_); };
+  sm->handleRexmitTimer();
+  EXPECT_EQ(sent_.size(), 1U);
+  EXPECT_EQ(sm->rexmitGroupQuery(), 0U);
+  EXPECT_EQ(sm->rexmitTimerState(), timerDisabled);
 }
 
 }  // namespace

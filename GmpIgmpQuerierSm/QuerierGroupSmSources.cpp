@@ -11,6 +11,7 @@ namespace Gmp::Igmp {
 using Mox::trace;
 
 Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& wheel) {
+  const Ptr<QuerierGroupSm> alive(this);
   if (Ptr<QuerierGroupSourceSm> found = source(addr)) {
     if (found->sourceTimer() != wheel) {
       throw Mox::NameInUseError("_sourceTimer", wheelText(wheel), wheelText(found->sourceTimer()));
@@ -18,7 +19,7 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& whe
     return found;
   }
   Ptr<QuerierGroupSourceSm> added = QuerierGroupSourceSmIs(addr, wheel, this);
-  if (ended()) {  // by who was told of the source's status entry
+  if (ended()) {  // by a notifiee of the source's status entry
     added->end();
     return added;
   }
@@ -50,13 +51,15 @@ void QuerierGroupSm::sourceDelAll() {
 
 void QuerierGroupSm::handleSource(IpAddr addr) {
   if (!initialized_) return;
+  const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleSource", "( ", addr, " )");
   if (source_.contains(addr)) return;
-  trace<6>(machineTrace, "Removing source ", addr, " for ", group_, " on ", vlan());
+  trace<6>(machineTrace, "Removing source ", addr, " for ", group_, " on ", interfaceName());
   groupStatus_->sourceDel(addr);
   if (ended()) return;
   if (groupStatus_->filterMode() == filterModeInclude && source_.empty()) {
-    trace<3>(machineTrace, "No sources remaining for ", group_, " on ", vlan(), ". Removing group");
+    trace<3>(machineTrace, "No sources remaining for ", group_, " on ", interfaceName(),
+             ". Removing group");
     querierSm().groupSmDel(group_);
   }
 }

@@ -100,7 +100,7 @@ TEST_F(QuerierGroupSmSourcesTest, theLastSourceOfAnIncludeGroupTakesTheGroupAlon
   EXPECT_EQ(wheel_->armed(), 0U);
 }
 
-TEST_F(QuerierGroupSmSourcesTest, deletingAllSourcesTellsEachOfThem) {
+TEST_F(QuerierGroupSmSourcesTest, deletingAllSourcesNotifiesOfEach) {
   const Ptr<Sm> sm = exclude({{s1_, 5.0}, {s2_, never}, {s3_, 5.0}});
   watch(sm->groupStatus(), "status");
   sm->sourceDelAll();

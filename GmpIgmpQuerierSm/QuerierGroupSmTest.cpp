@@ -184,10 +184,13 @@ TEST_F(QuerierGroupSmTest, aTimerMovedToAnotherWheelKeepsItsTime) {
   sm->rexmitGroupQueryIs(1);
   sm->doSetTimer(Sm::rexmitTimerId, 1.0);
   const auto other = makePtr<Obel::TimerWheel>(begin_);
+  watch(sm, "sm");
   sm->membershipTimerIs(other);
   sm->v1MembershipTimerIs(other);
   sm->v2MembershipTimerIs(other);
   sm->rexmitTimerIs(other);
+  EXPECT_THAT(takeJournal(), ElementsAre("sm.membershipTimer", "sm.v1MembershipTimer",
+                                         "sm.v2MembershipTimer", "sm.rexmitTimer"));
   EXPECT_EQ(sm->membershipTimer(), other);
   EXPECT_EQ(sm->v1MembershipTimer(), other);
   EXPECT_EQ(sm->v2MembershipTimer(), other);
@@ -252,7 +255,7 @@ TEST_F(QuerierGroupSmTest, otherTimersDoNotTouchAHandOver) {
   EXPECT_TRUE(querier_->transitionToNonQuerier());
 }
 
-TEST_F(QuerierGroupSmTest, sourcesThatComeAndGoAreToldOnceTheirEntryHas) {
+TEST_F(QuerierGroupSmTest, sourcesAreNotifiedAfterTheirEntries) {
   const Ptr<Sm> sm = exclude({{s2_, 5.0}});
   watch(sm, "sm");
   watch(sm->groupStatus(), "status");
@@ -266,7 +269,7 @@ TEST_F(QuerierGroupSmTest, sourcesThatComeAndGoAreToldOnceTheirEntryHas) {
   EXPECT_THAT(takeJournal(), ElementsAre("sm.source 10.7.0.2"));
 }
 
-TEST_F(QuerierGroupSmTest, setsOfSourcesTellOfEachChangeOnce) {
+TEST_F(QuerierGroupSmTest, setsOfSourcesNotifyOfEachChangeOnce) {
   struct SetCase {
     const char* name;
     void (Sm::*is)(IpAddr, bool);

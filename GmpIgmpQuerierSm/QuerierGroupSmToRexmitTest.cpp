@@ -1,4 +1,4 @@
-// Which sources come to be asked about: toRexmitState, and what happens to their timers and counts.
+// toRexmitState: which sources get retransmissions, and their timers and counts.
 #include "GroupBench.h"
 
 namespace Gmp::Igmp::testing {
@@ -54,7 +54,7 @@ TEST_F(QuerierGroupSmToRexmitTest, aSourceWithADisabledTimerIsNeverAskedAbout) {
   sm->toRexmitState(s1_);
   EXPECT_TRUE(rexmitSources().empty());
   EXPECT_EQ(timerOf(s1_), never);
-  hearRecord(changeToExclude, group_, {s1_});
+  receiveRecord(changeToExclude, group_, {s1_});
   runFor(10.0);
   EXPECT_TRUE(takeSent().empty());
 }
@@ -75,7 +75,7 @@ TEST_F(QuerierGroupSmToRexmitTest, withACountOfZeroTheSourceTimerRunsOutAtOnce) 
   EXPECT_EQ(sourceSm(s1_)->rexmits(), 0U);
 }
 
-TEST_F(QuerierGroupSmToRexmitTest, aSourceThatGoesWhileItsTimerIsLoweredIsNotAskedAbout) {
+TEST_F(QuerierGroupSmToRexmitTest, aSourceRemovedWhileItsTimerIsLoweredIsNotQueried) {
   const Ptr<Sm> sm = exclude({{s1_, 200.0}});
   Once<QuerierSourceStatus> once(sourceStatus(s1_), "expiryTime", [&] { sm->sourceDel(s1_); });
   sm->toRexmitState(s1_);

@@ -17,7 +17,7 @@ using Mox::trace;
 QuerierGroupSourceSm::QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm)
     : addr_(addr), sourceTimer_(std::move(wheel), *this), groupSm_(groupSm) {
   parentIs(groupSm, QuerierGroupSm::attributes.idOf<QuerierGroupSm::sourceMember>());
-  handleSourceTimer();
+  handleSourceTimer();  // as in every machine; it returns, not being initialized
   handleInitialized();
 }
 
@@ -29,6 +29,7 @@ bool QuerierGroupSourceSm::ended() const { return groupSm_ == nullptr || groupSm
 
 void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
   if (ended()) return;
+  const Ptr<QuerierGroupSourceSm> alive(this);
   trace<8>(machineTrace, *this, "::", "doSetTimer", "( ", seconds, " )");
   Seconds expiry = never;
   TimerState state = timerDisabled;
@@ -39,20 +40,24 @@ void QuerierGroupSourceSm::doSetTimer(Seconds seconds) {
     expiry = Mox::now() + seconds;
     state = timerRunning;
   }
-  if (ended()) return;  // by who was told of the flag
-  trace<6>(machineTrace, *this, "::", "doSetTimer", ": Setting source timer for ", groupSm_->vlan(),
-           ":", groupSm_->group(), ":", addr_, " to expire in ", seconds, " @ ", expiry);
+  if (ended()) return;  // by a notifiee of the flag
+  trace<6>(machineTrace, *this, "::", "doSetTimer", ": Setting source timer for ",
+           groupSm_->interfaceName(), ":", groupSm_->group(), ":", addr_, " to expire in ", seconds,
+           " @ ", expiry);
   sourceTimer_.timeMinIs(expiry);
   sourceTimerExpiryIs(expiry);
   sourceTimerStateIs(state);
-  // While readers lag, only the flag goes out: the exact time is worth less than room in the log.
+  // While readers lag, only the flag is published: the exact time matters less than room in the
+  // log.
   if (ended() || groupSm_->attrLogClogged()) return;
   sourceStatus_->expiryTimeIs(expiry);
 }
 
 void QuerierGroupSourceSm::handleInitialized() {
+  const Ptr<QuerierGroupSourceSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleInitialized", "()");
   initializedIs(true);
+  if (ended()) return;
   QuerierGroupStatus& groupStatus = *groupSm_->groupStatus();
   Ptr<QuerierSourceStatus> status = groupStatus.source(addr_);
   if (status) {
@@ -72,9 +77,8 @@ void QuerierGroupSourceSm::handleSourceTimer() {
   if (!initialized_) return;
   const Ptr<QuerierGroupSourceSm> alive(this);
   const Ptr<QuerierGroupSm> group(groupSm_);
-  const Ptr<QuerierSm> querier(&group->querierSm());
   trace<8>(machineTrace, *this, "::", "handleSourceTimer", "()");
-  trace<3>(machineTrace, "Source ", addr_, " for ", group->group(), " on ", group->vlan(),
+  trace<3>(machineTrace, "Source ", addr_, " for ", group->group(), " on ", group->interfaceName(),
            " expired at ", sourceTimerExpiry_);
   if (group->attrLogClogged()) {
     trace<3>(machineTrace, "Postponing Source Cleanup for a few seconds.");
@@ -83,7 +87,8 @@ void QuerierGroupSourceSm::handleSourceTimer() {
   }
   doSetTimer(never);
   if (ended() || group->groupStatus()->filterMode() != filterModeInclude) return;
-  trace<3>(machineTrace, "Removing source ", addr_, " for ", group->group(), " on ", group->vlan());
+  trace<3>(machineTrace, "Removing source ", addr_, " for ", group->group(), " on ",
+           group->interfaceName());
   group->rexmitSourceDel(addr_);
   group->sourceDel(addr_);
 }
@@ -109,7 +114,7 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr, QuerierGroupSource
   return makePtr<QuerierGroupSourceSm>(addr, std::move(wheel), groupSm);
 }
 
-Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(const Ptr<QuerierGroupSm>& group, IpAddr addr) {
+Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(Ptr<QuerierGroupSm> group, IpAddr addr) {
   trace<8>(machineTrace,
            "Gmp::Igmp::QuerierGroupSourceSm::Ptr "
            "Gmp::Igmp::getOrCreateSourceSm(Gmp::Igmp::QuerierGroupSm::Ptr, Ilvo::IpAddr)",

@@ -107,7 +107,9 @@ TEST_F(QuerierGroupSourceSmTest, anUninitializedMachineIgnoresItsTimer) {
 TEST_F(QuerierGroupSourceSmTest, aTimerMovedToAnotherWheelKeepsItsTime) {
   include({{s1_, 5.0}});
   const auto other = makePtr<Obel::TimerWheel>(begin_);
+  watch(sourceSm(s1_), "source");
   sourceSm(s1_)->sourceTimerIs(other);
+  EXPECT_THAT(takeJournal(), ::testing::ElementsAre("source.sourceTimer"));
   EXPECT_EQ(sourceSm(s1_)->sourceTimer(), other);
   runFor(5.0);
   EXPECT_TRUE(groupExists());
@@ -213,7 +215,7 @@ TEST_F(QuerierGroupSourceSmTest, manySourcesOfOneTurnEndTogether) {
   EXPECT_EQ(tracedBegin("No sources remaining"), 1U);
 }
 
-// The group goes inside the source's own timer callback, and the querier with it.
+// The group ends inside the source's own timer callback, and the querier with it.
 TEST_F(QuerierGroupSourceSmTest, theQuerierMayBeReleasedWhileASourceExpires) {
   const Ptr<Sm> group = include({{s1_, 5.0}, {s2_, 50.0}});
   const Ptr<QuerierSourceStatus> status = sourceStatus(s1_);
@@ -224,7 +226,7 @@ TEST_F(QuerierGroupSourceSmTest, theQuerierMayBeReleasedWhileASourceExpires) {
   EXPECT_EQ(wheel_->armed(), 0U);
 }
 
-TEST_F(QuerierGroupSourceSmTest, aNotifieeMayLetGoOfTheStatusThatTellsIt) {
+TEST_F(QuerierGroupSourceSmTest, aNotifieeMayReleaseTheStatusThatNotifiesIt) {
   include({{s1_, 5.0}});
   std::unique_ptr<Once<QuerierSourceStatus>> once;
   once = std::make_unique<Once<QuerierSourceStatus>>(sourceStatus(s1_), "expired",

@@ -16,31 +16,35 @@ using Mox::trace;
 QuerierSm::QuerierSm(Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> querierStatus,
                      IpAddr ipAddr, U32 mtu, U32 startupQueryIntervalDefault,
                      Wheel otherQuerierTimer, Wheel queryIntervalTimer, Wheel initGroupStatusTimer,
-                     bool debugYieldAfterOne)
+                     bool debugYieldAfterOne, NotifieeConst* watcher)
     : name_(querierConfig ? querierConfig->name() : Mox::Name()),
-      querierConfig_(std::make_unique<ConfigReactor>(std::move(querierConfig), *this)),
-      querierStatus_(std::move(querierStatus)),
       ipAddr_(ipAddr),
       mtu_(mtu),
       startupQueryIntervalDefault_(startupQueryIntervalDefault),
+      debugYieldAfterOne_(debugYieldAfterOne),
+      querierConfig_(std::make_unique<ConfigReactor>(std::move(querierConfig), *this)),
+      querierStatus_(std::move(querierStatus)),
       otherQuerierTimer_(std::move(otherQuerierTimer), *this),
       queryIntervalTimer_(std::move(queryIntervalTimer), *this),
-      initGroupStatusTimer_(std::move(initGroupStatusTimer), *this),
-      debugYieldAfterOne_(debugYieldAfterOne) {
+      initGroupStatusTimer_(std::move(initGroupStatusTimer), *this) {
+  if (watcher != nullptr) watcher->notifierIs(this);
+  // As in every machine, each timer's handler runs once; these two return, not being initialized.
   handleOtherQuerierTimer();
   handleQueryIntervalTimer();
   handleInitialized();
 }
 
 // With `initialized` false no reaction of this instance acts any more: the status entries of the
-// groups stay for the instance that comes after it.
+// groups stay for the instance that follows it. The members release what they hold in the reverse
+// of their order.
 QuerierSm::~QuerierSm() {
+  ref();  // the guards of the functions called below would otherwise end this instance again
   initialized_ = false;
-  querierConfig_->notifierIs(nullptr);
+  querierConfig_->makeInert();
   otherQuerierTimer_.timeMinIs(never);
   queryIntervalTimer_.timeMinIs(never);
   initGroupStatusTimer_.timeMinIs(never);
-  for (const auto& [group, groupSm] : groupSm_) groupSm->end();
+  groupSmDelAll();
 }
 
 const Ptr<const QuerierConfig>& QuerierSm::querierConfig() const {
@@ -118,11 +122,12 @@ Ptr<QuerierSm> querierSmFactory(Ptr<const QuerierConfig> querierConfig,
                                 Ptr<QuerierStatus> querierStatus, IpAddr ipAddr, U32 mtu,
                                 U32 startupQueryIntervalDefault, QuerierSm::Wheel otherQuerierTimer,
                                 QuerierSm::Wheel queryIntervalTimer,
-                                QuerierSm::Wheel initGroupStatusTimer, bool debugYieldAfterOne) {
+                                QuerierSm::Wheel initGroupStatusTimer, bool debugYieldAfterOne,
+                                QuerierSm::NotifieeConst* watcher) {
   return makePtr<QuerierSm>(std::move(querierConfig), std::move(querierStatus), ipAddr, mtu,
                             startupQueryIntervalDefault, std::move(otherQuerierTimer),
                             std::move(queryIntervalTimer), std::move(initGroupStatusTimer),
-                            debugYieldAfterOne);
+                            debugYieldAfterOne, watcher);
 }
 
 }  // namespace Gmp::Igmp

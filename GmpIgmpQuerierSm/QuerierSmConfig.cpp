@@ -1,5 +1,5 @@
-// What a change of the configuration does. The values in effect follow it, except those that the
-// elected querier announces while this router is not the querier. Nothing here checks ranges.
+// Reactions to changes of the configuration. The values in effect follow it, except those that the
+// elected querier announces while this router is not the querier. No range is checked here.
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 
@@ -22,6 +22,7 @@ bool startupIntervalIsDefault(const QuerierSm& sm) {
 
 }  // namespace
 
+// The two handlers below publish one value as their last act, so they need no Ptr to their machine.
 void QuerierSm::handleQueryResponseInterval() {
   if (!initialized_) return;
   trace<8>(machineTrace, *this, "::", "handleQueryResponseInterval", "()");
@@ -46,7 +47,7 @@ void QuerierSm::handleQuerierVersion() {
   const IgmpVersion configured = querierConfig()->querierVersion();
   trace<6>(machineTrace, *this, ": querier version is ", configured);
   querierStatus_->querierVersionIs(configured);
-  // Whoever is told of a group's new mode may end groups: the walk is one over their addresses.
+  // A notifiee of a group's new mode may end groups, so the walk is over their addresses.
   for (const IpAddr group : groupSm_.keys()) {
     if (const Ptr<QuerierGroupSm> sm = groupSm(group)) sm->handleQuerierVersion();
   }
@@ -63,7 +64,7 @@ void QuerierSm::handleQueryInterval() {
     querierStatus_->startupQueryIntervalIs(0.25 * configured);
     trace<6>(machineTrace, *this, ": startup query interval is ", 0.25 * configured);
   }
-  // Hosts learn the new interval, and the timer its new schedule, at once.
+  // Hosts receive the new interval, and the timer its new schedule, at once.
   if (querierStatus_->state() == QuerierStatus::querierStateQuerier) handleQueryIntervalTimer();
 }
 
@@ -86,7 +87,7 @@ void QuerierSm::handleStartupQueryInterval() {
 }
 
 // Deliberately not symmetric: an instance that never decided on a role does not take the querier's
-// because sending is switched on; it waits for the silence of the querier it heard, or for a
+// because sending is switched on; it takes the role when the elected querier falls silent, or at a
 // restart.
 void QuerierSm::handleSendQuery() {
   const Ptr<QuerierSm> alive(this);
@@ -96,7 +97,7 @@ void QuerierSm::handleSendQuery() {
   } else if (querierStatus_->state() == QuerierStatus::querierStateQuerier) {
     doSetTimer(queryIntervalTimerId, never);
     doSetTimer(otherQuerierTimerId, never);
-    querierStatus_->stateIs(QuerierStatus::querierStateNonQuerier);
+    roleIs(QuerierStatus::querierStateNonQuerier);
   }
 }
 

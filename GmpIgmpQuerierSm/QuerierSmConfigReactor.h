@@ -1,4 +1,4 @@
-// The querier's ear at its configuration: who is told, nothing else.
+// Calls the querier's handler for each change of its configuration, and nothing else.
 #pragma once
 
 #include <utility>
@@ -11,6 +11,8 @@ class QuerierSm::ConfigReactor final : public QuerierConfig::NotifieeConst {
  public:
   ConfigReactor(Ptr<const QuerierConfig> config, QuerierSm& sm)
       : NotifieeConst(std::move(config)), sm_(sm) {}
+  // From now on changes reach nobody, while the configuration is still held.
+  void makeInert() { notifier()->notifieeRemove(this); }
   void onQueryInterval() override { sm_.handleQueryInterval(); }
   void onQueryResponseInterval() override { sm_.handleQueryResponseInterval(); }
   void onRobustness() override { sm_.handleRobustness(); }

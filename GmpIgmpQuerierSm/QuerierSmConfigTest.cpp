@@ -13,7 +13,7 @@ class QuerierSmConfig : public TestBench {
  protected:
   void startNonQuerier() {
     start();
-    hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+    receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
     ASSERT_EQ(status_->state(), Status::querierStateNonQuerier);
     traces_.clear();
   }
@@ -53,10 +53,10 @@ TEST_F(QuerierSmConfig, RobustnessIsTracedAndTakenOverAndTouchesNoTimer) {
   EXPECT_THAT(journal_, ElementsAre("status.robustness 4"));
 }
 
-TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
+TEST_F(QuerierSmConfig, VersionIsTakenOverAndPassedToEveryGroup) {
   start();
-  hearV2Report(group_);
-  hearRecord(4, group2_);
+  receiveV2Report(group_);
+  receiveRecord(4, group2_);
   traces_.clear();
   config_->querierVersionIs(igmpVersion1);
   EXPECT_EQ(traced("QuerierSm( vlan10 )::handleQuerierVersion()"), 1u);
@@ -69,20 +69,20 @@ TEST_F(QuerierSmConfig, VersionIsTakenOverAndToldToEveryGroup) {
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.2 )::handleQuerierVersion()"), 1u);
 }
 
-TEST_F(QuerierSmConfig, GroupsHearOfAVersionInTheOrderOfTheMap) {
+TEST_F(QuerierSmConfig, GroupsGetAVersionInTheOrderOfTheMap) {
   start();
-  for (U8 i = 1; i <= 20; ++i) hearV2Report(IpAddr(239, 1, 1, i));
+  for (U8 i = 1; i <= 20; ++i) receiveV2Report(IpAddr(239, 1, 1, i));
   traces_.clear();
   config_->querierVersionIs(igmpVersion2);
   std::vector<std::string> expected;
   for (const auto& [group, sm] : querier_->groupSm()) {
     expected.push_back("QuerierGroupSm( " + group.stringValue() + " )::handleQuerierVersion()");
   }
-  std::vector<std::string> told;
+  std::vector<std::string> passed;
   for (const std::string& text : traceTexts()) {
-    if (text.starts_with("QuerierGroupSm(")) told.push_back(text);
+    if (text.starts_with("QuerierGroupSm(")) passed.push_back(text);
   }
-  EXPECT_EQ(told, expected);
+  EXPECT_EQ(passed, expected);
 }
 
 TEST_F(QuerierSmConfig, VersionIsTakenOverInEveryState) {
@@ -221,9 +221,9 @@ TEST_F(QuerierSmConfig, SwitchingSendingOffEndsTheRole) {
 
 TEST_F(QuerierSmConfig, SwitchingSendingOffDuringAHandOverStopsBothTimers) {
   start();
-  hearRecord(4, group_);
-  hearLeave(group_);
-  hearV3Query(lower_);
+  receiveRecord(4, group_);
+  receiveLeave(group_);
+  receiveV3Query(lower_);
   ASSERT_TRUE(querier_->transitionToNonQuerier());
   ASSERT_NE(status_->otherQuerierExpiryTime(), never);
   config_->sendQueryIs(false);
@@ -268,12 +268,12 @@ TEST_F(QuerierSmConfig, SwitchingSendingOffActsBeforeTheInstanceIsInitializedToo
   EXPECT_EQ(status_->state(), Status::querierStateNonQuerier);
 }
 
-TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstHearsOfANewVersion) {
+TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstGetsANewVersion) {
   start();
   std::vector<std::unique_ptr<Once<QuerierGroupStatus>>> listeners;
   for (U8 i = 0; i < 100; ++i) {
     const IpAddr group(239, 2, 0, i);
-    hearRecord(4, group);
+    receiveRecord(4, group);
     listeners.push_back(std::make_unique<Once<QuerierGroupStatus>>(
         groupStatus(group), "compatibilityMode", [&] { querier_->groupSmDelAll(); }));
   }

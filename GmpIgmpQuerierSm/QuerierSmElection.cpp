@@ -1,4 +1,5 @@
-// Querier election (RFC 3376 6.6.2): the lowest address of the link asks, the others follow it.
+// Querier election (RFC 3376 6.6.2): the router with the lowest address of the link sends queries,
+// the others follow it.
 #include <stdlib.h>
 
 #include <GmpIgmpQuerierSm/MachineLogs.h>
@@ -9,7 +10,16 @@ namespace Gmp::Igmp {
 
 using Mox::trace;
 
-// The first query leaves after a random delay, so that routers started together do not ask in step.
+// The only place that changes the role. The trace names the handler that asked for it.
+void QuerierSm::roleIs(QuerierStatus::QuerierState role, Mox::Place by) {
+  const QuerierStatus::QuerierState old = querierStatus_->state();
+  if (role == old) return;
+  trace<3>(Mox::TraceAt(machineTrace, by), *this, ": role changes from ", old, " to ", role);
+  querierStatus_->stateIs(role);
+}
+
+// The first query leaves after a random delay, so that routers started together do not send in
+// step.
 void QuerierSm::becomeQuerier() {
   if (!initialized_) return;
   const Ptr<QuerierSm> alive(this);
@@ -17,7 +27,7 @@ void QuerierSm::becomeQuerier() {
   trace<3>(machineTrace, *this, ": Assigning our address ", ipAddr_, " as querier ");
   querierStatus_->electedQuerierAddrIs(ipAddr_);
   doSetTimer(otherQuerierTimerId, never);
-  querierStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  roleIs(QuerierStatus::querierStateQuerier);
   doSetTimer(queryIntervalTimerId, drand48() * 10.0);
 }
 
@@ -52,24 +62,40 @@ void QuerierSm::doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& p
   doSetTimer(otherQuerierTimerId, interval);
 }
 
-// What this router has begun to ask, it finishes asking: the new querier has not heard the leave.
+// This router completes its pending retransmissions: the new querier has not received the leave.
 void QuerierSm::loseElection() {
   pendingRexmitDelAll();
   for (const IpAddr group : groupSm_.keys()) {
     const Ptr<QuerierGroupSm> sm = groupSm(group);
-    const bool owesQueries = sm && (sm->rexmitGroupQuery() != 0 || !sm->rexmitSource().empty());
-    if (owesQueries) pendingRexmitIs(group, true);
+    const bool isPending = sm && (sm->rexmitGroupQuery() != 0 || !sm->rexmitSource().empty());
+    if (isPending) pendingRexmitIs(group, true);
   }
   if (pendingRexmit_.empty()) {
     transitionToNonQuerierIs(false);
-    querierStatus_->stateIs(QuerierStatus::querierStateNonQuerier);
+    roleIs(QuerierStatus::querierStateNonQuerier);
   } else {
     transitionToNonQuerierIs(true);
   }
 }
 
-// What the message leaves out is taken from the configuration, except the response time of an old
-// query, which is 10 seconds when it is 0 (RFC 3376 7.1).
+// Retransmissions that start during the hand-over are part of it. The last group to finish its own
+// completes it.
+void QuerierSm::handleGroupRexmit(IpAddr group, TimerState rexmitState) {
+  if (!transitionToNonQuerier_) return;
+  const Ptr<QuerierSm> alive(this);
+  if (rexmitState == timerRunning) {
+    pendingRexmitIs(group, true);
+    return;
+  }
+  pendingRexmitDel(group);
+  if (pendingRexmit_.empty()) {
+    transitionToNonQuerierIs(false);
+    roleIs(QuerierStatus::querierStateNonQuerier);
+  }
+}
+
+// A value that the message lacks is taken from the configuration, except the response time of an
+// old query, which is 10 seconds when its code is 0 (RFC 3376 7.1).
 void QuerierSm::adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt) {
   const QuerierConfig& config = *querierConfig();
   if (!pkt->has(Ilvo::IgmpV3QueryHdr::bytes)) {
@@ -91,15 +117,15 @@ void QuerierSm::adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt) {
                                                           : config.queryResponseInterval());
 }
 
-// The elected querier has been silent for too long. Deliberately, the first query still asks with
-// half the response interval of the one that went: the hosts have its timing.
+// The elected querier has been silent for too long. Deliberately, the first query still has half of
+// that querier's response interval: the hosts follow its timing.
 void QuerierSm::handleOtherQuerierTimer() {
   if (!initialized_) return;
   const Ptr<QuerierSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleOtherQuerierTimer", "()");
   trace<3>(machineTrace, "Make myself as elected querier.");
   querierStatus_->electedQuerierAddrIs(ipAddr_);
-  querierStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  roleIs(QuerierStatus::querierStateQuerier);
   doSetTimer(otherQuerierTimerId, never);
   querierStatus_->robustnessIs(querierConfig()->robustness());
   querierStatus_->queryIntervalIs(querierConfig()->queryInterval());

@@ -19,8 +19,8 @@ class QuerierSmElection : public TestBench {
   // The querier with a group whose specific queries are still due.
   void startAsking() {
     start();
-    hearRecord(4, group_);
-    hearLeave(group_);
+    receiveRecord(4, group_);
+    receiveLeave(group_);
     ASSERT_NE(groupSm(group_)->rexmitGroupQuery(), 0u);
   }
   // The election's own lines, without those of the packet and of timers.
@@ -78,7 +78,7 @@ TEST_F(QuerierSmElection, FirstDelaysSpreadOverTenSeconds) {
 TEST_F(QuerierSmElection, EachJudgedQueryIsTracedWithItsHeaderAndSize) {
   start();
   traces_.clear();
-  hearV3Query(higher_);
+  receiveV3Query(higher_);
   EXPECT_EQ(traced("void Gmp::Igmp::QuerierSm::doQuerierElection(const Ptr&, const Ptr&)"
                    "IpHdr( 10.0.0.9 -> 224.0.0.1 protocol 2 length 36 )size 12"),
             1u);
@@ -88,7 +88,7 @@ TEST_F(QuerierSmElection, AQueryFromAHigherAddressIsIgnoredEntirely) {
   start();
   watch(status_, "status");
   traces_.clear();
-  hearV3Query(higher_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(higher_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_THAT(journal_, ElementsAre("status.v3QueriesReceived 1"));
   EXPECT_THAT(electionTraces(), ElementsAre("vlan10 Existing querier 10.0.0.5 wins election"));
 }
@@ -97,7 +97,7 @@ TEST_F(QuerierSmElection, AQueryFromZeroTakesNoPart) {
   start();
   watch(status_, "status");
   traces_.clear();
-  hearV3Query(IpAddr());
+  receiveV3Query(IpAddr());
   EXPECT_THAT(journal_, ElementsAre("status.v3QueriesReceived 1"));
   EXPECT_THAT(electionTraces(),
               ElementsAre("vlan10 Ignoring Query from 0.0.0.0 for Querier Election"));
@@ -108,7 +108,7 @@ TEST_F(QuerierSmElection, AQueryFromALowerAddressTakesTheRoleInItsOrder) {
   watch(status_, "status");
   watch(Ptr<const QuerierSm>(querier_), "sm");
   traces_.clear();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_THAT(
       journal_,
       ElementsAre("sm.pktSrc 10.0.0.2", "status.v3QueriesReceived 1",
@@ -131,9 +131,9 @@ TEST_F(QuerierSmElection, AQueryFromALowerAddressTakesTheRoleInItsOrder) {
 TEST_F(QuerierSmElection, AddressesAreComparedAsNumbers) {
   setup_.ipAddr = IpAddr(10, 0, 0, 200);
   start();
-  hearV3Query(IpAddr(9, 255, 255, 255));
+  receiveV3Query(IpAddr(9, 255, 255, 255));
   EXPECT_EQ(status_->electedQuerierAddr(), IpAddr(9, 255, 255, 255));
-  hearV3Query(IpAddr(192, 0, 0, 1));
+  receiveV3Query(IpAddr(192, 0, 0, 1));
   EXPECT_EQ(status_->electedQuerierAddr(), IpAddr(9, 255, 255, 255));
 }
 
@@ -141,14 +141,14 @@ TEST_F(QuerierSmElection, OurOwnQueryLoopedBackRefreshesNothing) {
   start();
   watch(status_, "status");
   traces_.clear();
-  hearV3Query(own_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(own_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_THAT(journal_, ElementsAre("status.v3QueriesReceived 1"));
   EXPECT_THAT(electionTraces(), ElementsAre("vlan10 Existing querier 10.0.0.5 refreshing"));
 }
 
-TEST_F(QuerierSmElection, OurOwnQueryHeardBeforeAnyRoleOnlyNamesUs) {
+TEST_F(QuerierSmElection, OurOwnQueryBeforeAnyRoleOnlyNamesUs) {
   startInitial();
-  hearV3Query(own_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(own_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_EQ(status_->electedQuerierAddr(), own_);
   EXPECT_EQ(status_->robustness(), 2u);
   EXPECT_EQ(wheel_->armed(), 0u);
@@ -156,11 +156,11 @@ TEST_F(QuerierSmElection, OurOwnQueryHeardBeforeAnyRoleOnlyNamesUs) {
 
 TEST_F(QuerierSmElection, TheElectedQuerierRefreshesItsValuesAndTheTimer) {
   start();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   runFor(10.0);
   traces_.clear();
   watch(status_, "status");
-  hearV3Query(lower_, {.code = 100, .qrv = 2, .qqic = 60});
+  receiveV3Query(lower_, {.code = 100, .qrv = 2, .qqic = 60});
   expectFollowing(lower_, 2 * 60.0 + 5.0);
   EXPECT_EQ(status_->state(), Status::querierStateNonQuerier);
   EXPECT_EQ(electionTraces()[0], "vlan10 Existing querier 10.0.0.2 refreshing");
@@ -168,20 +168,20 @@ TEST_F(QuerierSmElection, TheElectedQuerierRefreshesItsValuesAndTheTimer) {
 
 TEST_F(QuerierSmElection, AHigherAddressThanTheElectedOneIsIgnoredByANonQuerier) {
   start();
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   const Seconds gone = status_->otherQuerierExpiryTime();
   runFor(10.0);
-  hearV3Query(IpAddr(10, 0, 0, 4));  // lower than our own address
+  receiveV3Query(IpAddr(10, 0, 0, 4));  // lower than our own address
   EXPECT_EQ(status_->electedQuerierAddr(), lower_);
   EXPECT_EQ(status_->otherQuerierExpiryTime(), gone);
 }
 
 TEST_F(QuerierSmElection, AnEvenLowerAddressReplacesTheElectedOne) {
   start();
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   runFor(10.0);
   traces_.clear();
-  hearV3Query(IpAddr(10, 0, 0, 1), {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(IpAddr(10, 0, 0, 1), {.code = 50, .qrv = 3, .qqic = 60});
   expectFollowing(IpAddr(10, 0, 0, 1), 182.5);
   EXPECT_EQ(electionTraces()[0], "vlan10 New querier 10.0.0.1 wins over 10.0.0.2");
 }
@@ -189,7 +189,7 @@ TEST_F(QuerierSmElection, AnEvenLowerAddressReplacesTheElectedOne) {
 TEST_F(QuerierSmElection, WithoutARoleItFollowsTheFirstQuerierAndLaterTakesItsPlace) {
   startInitial();
   traces_.clear();
-  hearV3Query(higher_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(higher_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_EQ(electionTraces()[0], "vlan10 New querier 10.0.0.9 wins over 0.0.0.0");
   EXPECT_EQ(status_->state(), Status::querierStateInitial);
   EXPECT_EQ(status_->robustness(), 3u);
@@ -204,7 +204,7 @@ TEST_F(QuerierSmElection, AVersion2QueryBringsItsResponseTimeOnly) {
   start();
   config_->robustnessIs(5);
   config_->queryIntervalIs(100.0);
-  hearV2Query(lower_, {}, 57);
+  receiveV2Query(lower_, {}, 57);
   EXPECT_EQ(status_->robustness(), 5u);
   EXPECT_EQ(status_->queryInterval(), 100.0);
   EXPECT_EQ(status_->queryResponseInterval(), 5.7);
@@ -213,8 +213,8 @@ TEST_F(QuerierSmElection, AVersion2QueryBringsItsResponseTimeOnly) {
 
 TEST_F(QuerierSmElection, AnOldQueryReplacesTheValuesOfANewerOneByTheConfigured) {
   start();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
-  hearV2Query(lower_);
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV2Query(lower_);
   EXPECT_EQ(status_->robustness(), 2u);
   EXPECT_EQ(status_->queryInterval(), 125.0);
   EXPECT_EQ(status_->queryResponseInterval(), 10.0);
@@ -223,15 +223,15 @@ TEST_F(QuerierSmElection, AnOldQueryReplacesTheValuesOfANewerOneByTheConfigured)
 TEST_F(QuerierSmElection, AVersion1QueryMeansTenSeconds) {
   config_->queryResponseIntervalIs(4.0);
   start();
-  hearV1Query(lower_);
+  receiveV1Query(lower_);
   EXPECT_EQ(status_->queryResponseInterval(), 10.0);
   EXPECT_EQ(tracedBegin("vlan10 IGMPv3 Querier"), 0u);
 }
 
-TEST_F(QuerierSmElection, LengthAloneTellsWhichValuesAQueryHas) {
+TEST_F(QuerierSmElection, TheLengthAloneDecidesWhichValuesAQueryHas) {
   start();
   // Code 0 counts as version 1, but there are twelve bytes, so the version 3 fields are read.
-  hearV3Query(lower_, {.code = 0, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 0, .qrv = 3, .qqic = 60});
   EXPECT_EQ(status_->v1QueriesReceived(), 1u);
   EXPECT_EQ(status_->robustness(), 3u);
   EXPECT_EQ(status_->queryInterval(), 60.0);
@@ -252,8 +252,8 @@ TEST_F(QuerierSmElection, ZeroFieldsOfAVersion3QueryMeanTheConfiguredValues) {
   config_->queryIntervalIs(100.0);
   config_->queryResponseIntervalIs(8.0);
   start();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
-  hearV3Query(lower_, {.code = 0, .qrv = 0, .qqic = 0});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 0, .qrv = 0, .qqic = 0});
   EXPECT_EQ(status_->robustness(), 5u);
   EXPECT_EQ(status_->queryInterval(), 100.0);
   EXPECT_EQ(status_->queryResponseInterval(), 8.0);
@@ -262,7 +262,7 @@ TEST_F(QuerierSmElection, ZeroFieldsOfAVersion3QueryMeanTheConfiguredValues) {
 
 TEST_F(QuerierSmElection, CodesFrom128OnAreDecoded) {
   start();
-  hearV3Query(lower_, {.code = 0x8a, .qrv = 7, .qqic = 0xff});
+  receiveV3Query(lower_, {.code = 0x8a, .qrv = 7, .qqic = 0xff});
   EXPECT_EQ(status_->queryResponseInterval(), 20.8);
   EXPECT_EQ(status_->queryInterval(), 31744.0);
   EXPECT_EQ(status_->robustness(), 7u);
@@ -271,7 +271,7 @@ TEST_F(QuerierSmElection, CodesFrom128OnAreDecoded) {
 TEST_F(QuerierSmElection, WhileGroupsAreAskedForTheRoleIsKept) {
   startAsking();
   watch(status_, "status");
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   EXPECT_EQ(status_->state(), Status::querierStateQuerier);
   EXPECT_TRUE(querier_->transitionToNonQuerier());
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
@@ -280,25 +280,25 @@ TEST_F(QuerierSmElection, WhileGroupsAreAskedForTheRoleIsKept) {
 
 TEST_F(QuerierSmElection, PendingSourcesKeepTheRoleToo) {
   start();
-  hearRecord(1, group_, {source_});
-  hearRecord(6, group_, {source_});
+  receiveRecord(1, group_, {source_});
+  receiveRecord(6, group_, {source_});
   ASSERT_EQ(groupSm(group_)->rexmitGroupQuery(), 0u);
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   EXPECT_TRUE(querier_->transitionToNonQuerier());
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
 }
 
-TEST_F(QuerierSmElection, OnlyGroupsThatOweQueriesArePending) {
+TEST_F(QuerierSmElection, OnlyGroupsWithPendingQueriesArePending) {
   startAsking();
-  hearV2Report(group2_);
+  receiveV2Report(group2_);
   querier_->pendingRexmitIs(IpAddr(239, 9, 9, 9), true);  // of an earlier hand-over
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
 }
 
-TEST_F(QuerierSmElection, TheHandOverEndsWithTheLastOwedQuery) {
+TEST_F(QuerierSmElection, TheHandOverEndsWithTheLastPendingQuery) {
   startAsking();
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   takeSent();
   runFor(30.0);
   EXPECT_EQ(sent_.size(), 2u);
@@ -310,24 +310,24 @@ TEST_F(QuerierSmElection, TheHandOverEndsWithTheLastOwedQuery) {
 
 TEST_F(QuerierSmElection, AnotherQueryDuringTheHandOverJudgesItAnew) {
   startAsking();
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   querier_->pendingRexmitIs(IpAddr(239, 9, 9, 9), true);
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   EXPECT_TRUE(querier_->transitionToNonQuerier());
   EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
 }
 
 TEST_F(QuerierSmElection, AReportThatSettlesTheLastGroupEndsTheHandOver) {
   startAsking();
-  hearV3Query(lower_);
-  hearV1Report(group_);  // settles what was asked
+  receiveV3Query(lower_);
+  receiveV1Report(group_);  // settles what was asked
   EXPECT_EQ(status_->state(), Status::querierStateNonQuerier);
   EXPECT_FALSE(querier_->transitionToNonQuerier());
 }
 
 TEST_F(QuerierSmElection, SilenceOfTheElectedQuerierIsAnsweredInItsOrder) {
   start();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   runFor(182.4);
   traces_.clear();
   watch(status_, "status");
@@ -349,7 +349,7 @@ TEST_F(QuerierSmElection, SilenceOfTheElectedQuerierIsAnsweredInItsOrder) {
 
 TEST_F(QuerierSmElection, TheFirstQueryAfterSilenceHasHalfTheDepartedResponseTime) {
   start();
-  hearV3Query(lower_, {.code = 60, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 60, .qrv = 3, .qqic = 60});
   runFor(183.0);
   ASSERT_EQ(sent_.size(), 1u);
   EXPECT_EQ(sent_[0].code(), 30u);
@@ -361,7 +361,7 @@ TEST_F(QuerierSmElection, TheFirstQueryAfterSilenceHasHalfTheDepartedResponseTim
 
 TEST_F(QuerierSmElection, SilenceDuringAHandOverEndsTheHandOver) {
   startAsking();
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   ASSERT_TRUE(querier_->transitionToNonQuerier());
   querier_->handleOtherQuerierTimer();
   EXPECT_FALSE(querier_->transitionToNonQuerier());
@@ -371,7 +371,7 @@ TEST_F(QuerierSmElection, SilenceDuringAHandOverEndsTheHandOver) {
 TEST_F(QuerierSmElection, ASwitchedOffQuerierStillFollowsTheElectedOne) {
   start();
   config_->sendQueryIs(false);
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   expectFollowing(lower_, 182.5);
   EXPECT_EQ(status_->state(), Status::querierStateNonQuerier);
 }
@@ -380,8 +380,8 @@ TEST_F(QuerierSmElection, ConfiguredForVersion1ThereIsNoElection) {
   config_->querierVersionIs(igmpVersion1);
   start();
   traces_.clear();
-  hearV3Query(lower_);
-  hearV1Query(lower_);
+  receiveV3Query(lower_);
+  receiveV1Query(lower_);
   EXPECT_EQ(status_->electedQuerierAddr(), own_);
   EXPECT_THAT(electionTraces(), IsEmpty());
 }

@@ -7,7 +7,7 @@ namespace Gmp::Igmp {
 
 using Mox::trace;
 
-// The general query that is due, and when the next one is.
+// Sends the general query that is due, and schedules the next one.
 void QuerierSm::handleQueryIntervalTimer() {
   if (!initialized()) return;
   const Ptr<QuerierSm> alive(this);
@@ -16,8 +16,8 @@ void QuerierSm::handleQueryIntervalTimer() {
   doSetTimer(queryIntervalTimerId, nextGeneralQueryDelay());
 }
 
-// The startup phase (RFC 3376 8.7) lasts until that many queries have really been sent: what could
-// not be sent does not count.
+// The startup phase (RFC 3376 8.7) lasts until that many queries have been sent: one that could not
+// be sent does not count.
 Seconds QuerierSm::nextGeneralQueryDelay() const {
   const U32 sent = querierStatus_->totalGeneralQueriesSent();
   const bool startup = querierConfig()->startupQueryCount() > sent;

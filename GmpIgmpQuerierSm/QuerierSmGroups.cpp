@@ -12,7 +12,7 @@ using Mox::trace;
 
 namespace {
 
-// How long a batch of the rebuilding may keep everything else waiting.
+// How long one batch of the rebuilding may delay everything else.
 constexpr Seconds batchQuantum = 0.005;
 
 void requireWheel(const char* attribute, const QuerierSm::Wheel& wanted,
@@ -24,7 +24,7 @@ void requireWheel(const char* attribute, const QuerierSm::Wheel& wanted,
 
 }  // namespace
 
-Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr group) {
+Ptr<QuerierGroupSm> getOrCreateGroupSm(Ptr<QuerierSm> querier, IpAddr group) {
   if (const Ptr<QuerierGroupSm>* found = querier->groupSm().find(group)) {
     (*found)->prefetch();
     trace<8>(machineTrace, "Found groupSm for group ", group);
@@ -34,7 +34,7 @@ Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr gro
   if (querier->querierStatus()->group(group)) {
     querier->handleQuerierGroupStatus(group);
     if (Ptr<QuerierGroupSm> rebuilt = querier->groupSm(group)) return rebuilt;
-    // The entry was stale and is gone: the group starts afresh.
+    // The entry was stale and has been deleted: the group is a new one.
   }
   const QuerierSm::Wheel& wheel = querier->queryIntervalTimer();
   return querier->groupSmIs(group, wheel, wheel, wheel, wheel);
@@ -42,6 +42,7 @@ Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr gro
 
 Ptr<QuerierGroupSm> QuerierSm::groupSmIs(IpAddr group, const Wheel& membership, const Wheel& v1,
                                          const Wheel& v2, const Wheel& rexmit) {
+  const Ptr<QuerierSm> alive(this);
   if (Ptr<QuerierGroupSm> found = groupSm(group)) {
     requireWheel("_membershipTimer", membership, found->membershipTimer());
     requireWheel("_v1MembershipTimer", v1, found->v1MembershipTimer());
@@ -71,6 +72,7 @@ void QuerierSm::groupSmDelAll() {
   for (const IpAddr group : groupSm_.keys()) groupSmDel(group);
 }
 
+// Deleting the status entry is its last act, so it needs no Ptr to its machine.
 void QuerierSm::handleGroupSm(IpAddr group) {
   if (!initialized_) return;
   trace<8>(machineTrace, *this, "::", "handleGroupSm", "()");
@@ -95,7 +97,7 @@ void QuerierSm::handleQuerierGroupStatus() {
       return;
     }
   }
-  trace<3>(machineTrace, *this, "::", "handleQuerierGroupStatus", "()",
+  trace<6>(machineTrace, *this, "::", "handleQuerierGroupStatus", "()",
            ": finished processing groups");
   initGroupStatusBookmarkIs(IpAddr::ipAddrZero());
   initGroupStatusTimer_.timeMinIs(never);
@@ -109,8 +111,8 @@ void QuerierSm::yieldGroupStatus(IpAddr next) {
   initGroupStatusTimer_.timeMinIs(Mox::now());
 }
 
-// Group and sources get a full new lease, whatever was left of the old one: while nobody was there
-// to hear them, hosts may have reported in vain.
+// Group and sources get a full group membership interval, whatever was left of it: hosts may have
+// reported while no querier was there to receive the reports.
 void QuerierSm::handleQuerierGroupStatus(IpAddr group) {
   if (!initialized_) return;
   const Ptr<QuerierSm> alive(this);
@@ -124,14 +126,14 @@ void QuerierSm::handleQuerierGroupStatus(IpAddr group) {
   trace<6>(machineTrace, *this, "::", "handleQuerierGroupStatus", "()", ": processing group ",
            group);
   if (dropStaleGroup(*status)) return;
-  if (querierStatus_->group(group) != status) return;  // dropped by who was told of a source
+  if (querierStatus_->group(group) != status) return;  // deleted by a notifiee of a source
   const Wheel& wheel = queryIntervalTimer();
   const Ptr<QuerierGroupSm> groupSm = groupSmIs(group, wheel, wheel, wheel, wheel);
   rebuildTimers(groupSm, *status);
   rebuildSources(groupSm, *status);
 }
 
-// In INCLUDE mode nobody wants an expired source, nor a group without sources.
+// In INCLUDE mode no host wants an expired source, nor a group without sources.
 bool QuerierSm::dropStaleGroup(QuerierGroupStatus& status) {
   if (status.filterMode() != filterModeInclude) return false;
   for (const IpAddr source : status.source().keys()) {
@@ -141,34 +143,34 @@ bool QuerierSm::dropStaleGroup(QuerierGroupStatus& status) {
     status.sourceDel(source);
   }
   if (!status.source().empty()) return false;
-  trace<3>(machineTrace, "Delete group ", status.groupAddr(), " from status");
+  trace<6>(machineTrace, "Delete group ", status.groupAddr(), " from status");
   querierStatus_->groupDel(status.groupAddr());
   return true;
 }
 
 void QuerierSm::rebuildTimers(const Ptr<QuerierGroupSm>& groupSm,
                               const QuerierGroupStatus& status) {
-  const Seconds lease = querierStatus_->groupMembershipInterval();
+  const Seconds interval = querierStatus_->groupMembershipInterval();
   if (status.filterMode() == filterModeExclude) {
-    groupSm->doSetTimer(QuerierGroupSm::membershipTimerId, lease);
+    groupSm->doSetTimer(QuerierGroupSm::membershipTimerId, interval);
   }
   if (status.compatibilityMode() == igmpVersion1) {
-    groupSm->doSetTimer(QuerierGroupSm::v1MembershipTimerId, lease);
+    groupSm->doSetTimer(QuerierGroupSm::v1MembershipTimerId, interval);
   } else if (status.compatibilityMode() == igmpVersion2) {
-    groupSm->doSetTimer(QuerierGroupSm::v2MembershipTimerId, lease);
+    groupSm->doSetTimer(QuerierGroupSm::v2MembershipTimerId, interval);
   }
 }
 
 // An expired source gets a machine whose timer stays disabled.
 void QuerierSm::rebuildSources(const Ptr<QuerierGroupSm>& groupSm,
                                const QuerierGroupStatus& status) {
-  const Seconds lease = querierStatus_->groupMembershipInterval();
+  const Seconds interval = querierStatus_->groupMembershipInterval();
   for (const IpAddr addr : status.source().keys()) {
     const Ptr<QuerierSourceStatus> source = status.source(addr);
-    if (!source || groupSm->ended()) continue;  // removed by who was told of another one
+    if (!source || groupSm->ended()) continue;  // removed by a notifiee of another one
     const bool expired = source->expired();     // the machine's creation sets it
     const Ptr<QuerierGroupSourceSm> sourceSm = getOrCreateSourceSm(groupSm, addr);
-    if (!expired) sourceSm->doSetTimer(lease);
+    if (!expired) sourceSm->doSetTimer(interval);
   }
 }
 

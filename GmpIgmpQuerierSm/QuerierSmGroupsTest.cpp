@@ -149,7 +149,7 @@ TEST_F(QuerierSmGroups, DeletingAnUnknownGroupDoesNothing) {
 TEST_F(QuerierSmGroups, DeletingAllLeavesNeitherMachineNorEntryNorTimer) {
   start();
   silenceGeneralQueries();
-  for (const IpAddr group : {group_, group2_, group3_}) hearV2Report(group);
+  for (const IpAddr group : {group_, group2_, group3_}) receiveV2Report(group);
   querier_->groupSmDelAll();
   EXPECT_TRUE(querier_->groupSm().empty());
   EXPECT_TRUE(status_->group().empty());
@@ -158,7 +158,7 @@ TEST_F(QuerierSmGroups, DeletingAllLeavesNeitherMachineNorEntryNorTimer) {
 
 TEST_F(QuerierSmGroups, AReactionToAGroupThatIsThereKeepsItsEntry) {
   start();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   traces_.clear();
   querier_->handleGroupSm(group_);
   EXPECT_NE(status_->group(group_), nullptr);
@@ -178,7 +178,7 @@ TEST_F(QuerierSmGroups, PendingGroupsAreASet) {
   EXPECT_TRUE(sm.pendingRexmit().empty());
 }
 
-TEST_F(QuerierSmGroups, PendingGroupsTellOfEachChangeOnce) {
+TEST_F(QuerierSmGroups, PendingGroupsNotifyOfEachChangeOnce) {
   QuerierSm& sm = start();
   watch(querier_, "querier");
   sm.pendingRexmitIs(group_, true);
@@ -194,7 +194,7 @@ TEST_F(QuerierSmGroups, PendingGroupsTellOfEachChangeOnce) {
               ElementsAre("querier.pendingRexmit 239.1.1.1", "querier.pendingRexmit 239.1.1.2"));
 }
 
-TEST_F(QuerierSmGroups, MachinesThatComeAndGoAreToldOnceTheirEntryHas) {
+TEST_F(QuerierSmGroups, MachinesAreNotifiedAfterTheirEntries) {
   start();
   watch(querier_, "querier");
   watch(status_, "status");
@@ -209,10 +209,10 @@ TEST_F(QuerierSmGroups, MachinesThatComeAndGoAreToldOnceTheirEntryHas) {
   EXPECT_THAT(takeJournal(), ElementsAre("querier.groupSm 239.1.1.2"));
 }
 
-TEST_F(QuerierSmGroups, TheQuerierMayBeReleasedWhileItsGroupsGo) {
+TEST_F(QuerierSmGroups, TheQuerierMayBeReleasedWhileItsGroupsEnd) {
   start();
   silenceGeneralQueries();
-  for (const IpAddr group : {group_, group2_, group3_}) hearV2Report(group);
+  for (const IpAddr group : {group_, group2_, group3_}) receiveV2Report(group);
   const Once<Status> once(status_, "group", [&] { release(); });
   QuerierSm* const querier = querier_.get();
   querier->groupSmDelAll();
@@ -235,6 +235,18 @@ TEST_F(QuerierSmGroups, AllGroupsAreRebuiltInAddressOrderInOneBatch) {
               ElementsAre(": processing group 239.1.1.1", ": processing group 239.1.1.2",
                           ": processing group 239.1.1.3", ": finished processing groups"));
   EXPECT_EQ(querier_->groupSm().size(), 3u);
+}
+
+TEST_F(QuerierSmGroups, RebuildingIsTracedAsDetail) {
+  preloadThree();
+  status_->group(group_)->filterModeIs(filterModeInclude);
+  startRebuilding();
+  EXPECT_EQ(traced("Delete group 239.1.1.1 from status"), 1u);
+  EXPECT_EQ(tracedBegin("QuerierSm( vlan10 )::handleQuerierGroupStatus(): "), 4u);
+  for (const std::string& text : traceTexts("", 5)) {
+    EXPECT_EQ(text.find("from status"), std::string::npos) << text;
+    EXPECT_EQ(text.find("handleQuerierGroupStatus"), std::string::npos) << text;
+  }
 }
 
 TEST_F(QuerierSmGroups, DebugYieldStopsAfterEachGroup) {
@@ -319,7 +331,7 @@ TEST_F(QuerierSmGroups, AGroupMadeByAPacketMeanwhileIsSkipped) {
   preloadThree();
   setup_.debugYieldAfterOne = true;
   startRebuilding();
-  hearV2Report(group2_);
+  receiveV2Report(group2_);
   const Ptr<QuerierGroupSm> made = groupSm(group2_);
   ASSERT_NE(made, nullptr);
   traces_.clear();
@@ -329,7 +341,7 @@ TEST_F(QuerierSmGroups, AGroupMadeByAPacketMeanwhileIsSkipped) {
   EXPECT_EQ(status_->joins(), 3u);
 }
 
-TEST_F(QuerierSmGroups, ABookmarkWhoseGroupIsGoneResumesAtTheNextOne) {
+TEST_F(QuerierSmGroups, ABookmarkWhoseGroupEndedResumesAtTheNextOne) {
   preloadThree();
   setup_.debugYieldAfterOne = true;
   startRebuilding();

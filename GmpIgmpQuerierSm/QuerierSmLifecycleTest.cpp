@@ -122,7 +122,7 @@ TEST_F(QuerierSmLifecycle, AttributesStandInTheOrderOfTheirDeclaration) {
                   "initialized", "handleInitialized", "becomeQuerier", "clearCounters", "doRxPkt"));
 }
 
-TEST_F(QuerierSmLifecycle, SettersTellAChangeOnceAndNothingForTheSameValue) {
+TEST_F(QuerierSmLifecycle, SettersNotifyOfAChangeOnceAndNotOfTheSameValue) {
   QuerierSm& sm = start();
   watch(Ptr<const QuerierSm>(&sm), "sm");
   const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
@@ -157,7 +157,7 @@ TEST_F(QuerierSmLifecycle, SettersTellAChangeOnceAndNothingForTheSameValue) {
                   "sm.pktSrc 10.0.0.77", "sm.initialized false"));
 }
 
-TEST_F(QuerierSmLifecycle, WritableCountTellsEachIncrementAndWraps) {
+TEST_F(QuerierSmLifecycle, WritableCountNotifiesOfEachIncrementAndWraps) {
   QuerierSm& sm = start();
   watch(Ptr<const QuerierSm>(&sm), "sm");
   sm.writableCountIs(std::numeric_limits<U32>::max());
@@ -235,7 +235,7 @@ TEST_F(QuerierSmLifecycle, TheLargestFiniteTimeStillCountsAsRunning) {
   EXPECT_EQ(status_->otherQuerierExpiryTime(), std::numeric_limits<Seconds>::max());
 }
 
-TEST_F(QuerierSmLifecycle, ArmingTwiceTellsTheStateOnceButArmsAnew) {
+TEST_F(QuerierSmLifecycle, ArmingTwiceNotifiesOfTheStateOnceButArmsAgain) {
   QuerierSm& sm = start();
   silenceGeneralQueries();
   watch(Ptr<const QuerierSm>(&sm), "sm");
@@ -268,18 +268,22 @@ TEST_F(QuerierSmLifecycle, EachTimerRunsOnItsOwnWheel) {
   EXPECT_EQ(other->armed(), 1u);
   EXPECT_EQ(query->armed(), 1u);
   EXPECT_EQ(wheel_->armed(), 0u);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(query->armed(), 3u);  // the group's timers run beside the general queries'
 }
 
 TEST_F(QuerierSmLifecycle, TimersMoveToAnotherWheelWithTheirTime) {
   const auto other = makePtr<Obel::TimerWheel>(begin_);
   QuerierSm& sm = start();
+  watch(Ptr<const QuerierSm>(&sm), "sm");
+  sm.queryIntervalTimerIs(other);
   sm.queryIntervalTimerIs(other);
   EXPECT_EQ(wheel_->armed(), 0u);
   EXPECT_EQ(other->armed(), 1u);
   sm.otherQuerierTimerIs(other);
   sm.initGroupStatusTimerIs(other);
+  EXPECT_THAT(takeJournal(), ElementsAre("sm.queryIntervalTimer", "sm.otherQuerierTimer",
+                                         "sm.initGroupStatusTimer"));
   sm.doSetTimer(QuerierSm::otherQuerierTimerId, 5.0);
   EXPECT_EQ(other->armed(), 2u);
 }
@@ -312,7 +316,7 @@ TEST_F(QuerierSmLifecycle, ClearCountersSetsTheFifteenCountersInTheirOrder) {
 
 TEST_F(QuerierSmLifecycle, ClearCountersKeepsJoinsStateTimersAndGroups) {
   QuerierSm& sm = start();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   const Seconds next = status_->generalQueryExpiryTime();
   sm.clearCounters();
   EXPECT_EQ(status_->joins(), 1u);

@@ -79,7 +79,7 @@ TEST_F(QuerierSmRebuild, ExpiredSourcesOfAnExcludeGroupStayWithTheirTimerDisable
   EXPECT_EQ(tracedBegin("Delete"), 0u);
 }
 
-TEST_F(QuerierSmRebuild, ExpiredSourcesOfAnIncludeGroupGo) {
+TEST_F(QuerierSmRebuild, ExpiredSourcesOfAnIncludeGroupAreDeleted) {
   preload(filterModeInclude);
   preloadSource(source_, true);
   preloadSource(source2_, false);
@@ -104,7 +104,7 @@ TEST_F(QuerierSmRebuild, AnIncludeGroupThatLosesItsLastSourceGoesWithoutAMachine
               ElementsAre("status.querierVersion igmpVersion3", "status.group 239.1.1.1"));
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheOthers) {
+TEST_F(QuerierSmRebuild, ANotifieeOfAStaleSourceMayRemoveTheOthers) {
   preload(filterModeInclude);
   preloadSource(source_, true);
   preloadSource(source2_, true);
@@ -117,7 +117,7 @@ TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheOthers) {
   EXPECT_TRUE(querier_->groupSm().empty());
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheGroup) {
+TEST_F(QuerierSmRebuild, ANotifieeOfAStaleSourceMayRemoveTheGroup) {
   preload(filterModeInclude);
   preloadSource(source_, true);
   preloadSource(source2_, false);
@@ -130,7 +130,7 @@ TEST_F(QuerierSmRebuild, WhoIsToldOfAStaleSourceMayRemoveTheGroup) {
   EXPECT_TRUE(querier_->groupSm().empty());
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayRemoveTheOthers) {
+TEST_F(QuerierSmRebuild, ANotifieeOfARebuiltSourceMayRemoveTheOthers) {
   preload(filterModeExclude);
   preloadSource(source_, false);
   preloadSource(source2_, false);
@@ -144,7 +144,7 @@ TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayRemoveTheOthers) {
   EXPECT_EQ(sm.source().keys(), entry->source().keys());
 }
 
-TEST_F(QuerierSmRebuild, WhoIsToldOfARebuiltSourceMayEndTheGroup) {
+TEST_F(QuerierSmRebuild, ANotifieeOfARebuiltSourceMayEndTheGroup) {
   preload(filterModeExclude);
   preloadSource(source_, false);
   preloadSource(source2_, false);
@@ -217,7 +217,7 @@ TEST_F(QuerierSmRebuild, TheEntryKeepsItsBirthCountsAJoinAndForgetsTheReporter) 
   EXPECT_EQ(status_->joins(), 1u);
 }
 
-TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWhenNobodyReports) {
+TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWithoutAReport) {
   preload(filterModeInclude);
   preloadSource(source_, false);
   rebuild();
@@ -228,8 +228,8 @@ TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWhenNobodyReports) {
 
 TEST_F(QuerierSmRebuild, ARestartTakesTheGroupsOver) {
   start();
-  hearRecord(2, group_, {source_, source2_});
-  hearRecord(1, group2_, {source_});
+  receiveRecord(2, group_, {source_, source2_});
+  receiveRecord(1, group2_, {source_});
   runFor(100.0);
   restart();
   EXPECT_THAT(querier_->groupSm().keys(), UnorderedElementsAre(group_, group2_));
@@ -253,7 +253,7 @@ TEST_F(QuerierSmRebuild, ARestartOnAQuerierStatusSendsAtOnceAndAgainWithinTenSec
 
 TEST_F(QuerierSmRebuild, ARestartOnANonQuerierStatusKeepsTheAdoptedValuesAndTakesTheRole) {
   start();
-  hearV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
+  receiveV3Query(lower_, {.code = 50, .qrv = 3, .qqic = 60});
   takeSent();
   restart();
   EXPECT_THAT(sent_, IsEmpty());

@@ -1,17 +1,29 @@
-// The end of a querier: what it leaves behind, and that it may come at any moment, in particular in
-// the middle of one of its own handlers.
+// The release of a querier: what is left behind, and that it may happen at any moment, in
+// particular in the middle of one of its own handlers.
 #include "NotificationBench.h"
 
 namespace Gmp::Igmp::testing {
 
+using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Status = QuerierStatus;
 
 namespace {
 
+class ObservedSocket final : public Mox::NboAttrLog::SocketOutSm {
+ public:
+  explicit ObservedSocket(std::function<void()> onEnd) : onEnd_(std::move(onEnd)) {}
+  ~ObservedSocket() override { onEnd_(); }
+  int sockFd() const override { return 0; }
+  int connectionFd() const override { return -1; }
+
+ private:
+  const std::function<void()> onEnd_;
+};
+
 class QuerierSmRelease : public NotificationBench {
  protected:
-  // Lets the querier go at each notification of the action. Says how many there were.
+  // Releases the querier at each notification of the action. The number of notifications.
   size_t releaseAtEachNotification(const Deed& prepare, const Deed& action) {
     return interfereAtEach(
         prepare, action, [&] { release(); },
@@ -24,8 +36,8 @@ class QuerierSmRelease : public NotificationBench {
 
 TEST_F(QuerierSmRelease, WritesNothingSendsNothingAndKeepsTheGroups) {
   start();
-  hearV2Report(group_);
-  hearRecord(1, group2_, {source_});
+  receiveV2Report(group_);
+  receiveRecord(1, group2_, {source_});
   takeSent();
   watch(status_, "status");
   watch(status_->group(group_), "group");
@@ -44,9 +56,9 @@ TEST_F(QuerierSmRelease, WritesNothingSendsNothingAndKeepsTheGroups) {
 
 TEST_F(QuerierSmRelease, LeavesNoTimerAndNoReactorBehind) {
   start();
-  hearV2Report(group_);
-  hearLeave(group_);
-  hearV3Query(lower_);
+  receiveV2Report(group_);
+  receiveLeave(group_);
+  receiveV3Query(lower_);
   release();
   EXPECT_EQ(wheel_->armed(), 0u);
   EXPECT_EQ(config_->notifieeList().size(), 0u);
@@ -56,7 +68,7 @@ TEST_F(QuerierSmRelease, LeavesNoTimerAndNoReactorBehind) {
   EXPECT_EQ(status_->queryInterval(), 125.0);
 }
 
-TEST_F(QuerierSmRelease, LetsGoOfBoundaryAndAttributeLog) {
+TEST_F(QuerierSmRelease, ReleasesBoundaryAndAttributeLog) {
   const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
   start().mcastBoundaryIntfStatusIs(boundary);
   giveAttrLog();
@@ -67,9 +79,9 @@ TEST_F(QuerierSmRelease, LetsGoOfBoundaryAndAttributeLog) {
   EXPECT_EQ(monitor_->refs(), 1u);
 }
 
-TEST_F(QuerierSmRelease, AGroupMachineThatSomebodyKeepsIsInert) {
+TEST_F(QuerierSmRelease, AGroupMachineThatIsStillHeldIsInert) {
   start();
-  hearRecord(1, group_, {source_});
+  receiveRecord(1, group_, {source_});
   const Ptr<QuerierGroupSm> kept = groupSm(group_);
   watch(status_->group(group_), "group");
   release();
@@ -77,20 +89,28 @@ TEST_F(QuerierSmRelease, AGroupMachineThatSomebodyKeepsIsInert) {
   EXPECT_TRUE(kept->ended());
   kept->doSetTimer(QuerierGroupSm::membershipTimerId, 1.0);
   kept->handleMembershipTimer();
+  kept->handleV1MembershipTimer();
+  kept->handleV2MembershipTimer();
   kept->handleRexmitTimer();
+  kept->handleQuerierVersion();
+  kept->handleRxV1Report();
+  kept->handleRxV2Report();
+  kept->handleRxLeave();
+  kept->handleRxV3Report({igmpVersion3, RecordType(4), group_, {source_}});
+  kept->handleRxGSQuery();
   EXPECT_EQ(wheel_->armed(), 0u);
   EXPECT_THAT(journal_, IsEmpty());
 }
 
-TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfTheQueryTimer) {
+TEST_F(QuerierSmRelease, MayHappenInAnyNotificationOfTheQueryTimer) {
   EXPECT_EQ(releaseAtEachNotification([&] { start(); }, [&] { runFor(10.0); }), 4u);
 }
 
-TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfAConfigurationChange) {
+TEST_F(QuerierSmRelease, MayHappenInAnyNotificationOfAConfigurationChange) {
   const auto prepare = [&] {
     setup_.startupQueryIntervalDefault = 30;
     start();
-    hearV2Report(group_);
+    receiveV2Report(group_);
   };
   const std::vector<Deed> changes = {
       [&] { config_->queryIntervalIs(60.0); },
@@ -103,7 +123,7 @@ TEST_F(QuerierSmRelease, MayComeInAnyNotificationOfAConfigurationChange) {
   for (const auto& change : changes) EXPECT_GE(releaseAtEachNotification(prepare, change), 1u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileSendingIsSwitchedOnAgain) {
+TEST_F(QuerierSmRelease, MayHappenWhileSendingIsSwitchedOnAgain) {
   const auto prepare = [&] {
     start();
     config_->sendQueryIs(false);
@@ -111,8 +131,8 @@ TEST_F(QuerierSmRelease, MayComeWhileSendingIsSwitchedOnAgain) {
   EXPECT_GE(releaseAtEachNotification(prepare, [&] { config_->sendQueryIs(true); }), 3u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileTheElectionIsLostOrWon) {
-  const auto lose = [&] { hearV3Query(lower_, {.qrv = 3, .qqic = 60}); };
+TEST_F(QuerierSmRelease, MayHappenWhileTheElectionIsLostOrWon) {
+  const auto lose = [&] { receiveV3Query(lower_, {.qrv = 3, .qqic = 60}); };
   EXPECT_GE(releaseAtEachNotification([&] { start(); }, lose), 6u);
   const auto prepare = [&] {
     start();
@@ -121,34 +141,34 @@ TEST_F(QuerierSmRelease, MayComeWhileTheElectionIsLostOrWon) {
   EXPECT_GE(releaseAtEachNotification(prepare, [&] { runFor(200.0); }), 8u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileReportsAndLeavesAreProcessed) {
+TEST_F(QuerierSmRelease, MayHappenWhileReportsAndLeavesAreProcessed) {
   const auto prepare = [&] {
     start();
     silenceGeneralQueries();
-    hearRecord(2, group_, {source_});
+    receiveRecord(2, group_, {source_});
   };
   const std::vector<Deed> packets = {
-      [&] { hearV1Report(group_); },
-      [&] { hearV2Report(group_); },
+      [&] { receiveV1Report(group_); },
+      [&] { receiveV2Report(group_); },
       [&] {
-        hearRecord(1, group2_, {source_, host_});
+        receiveRecord(1, group2_, {source_, host_});
       },
-      [&] { hearRecord(6, group_, {host_}); },
+      [&] { receiveRecord(6, group_, {host_}); },
       [&] {
-        hearRecord(4, group_, {source_, host_});
+        receiveRecord(4, group_, {source_, host_});
       },
-      [&] { hearV3Query(lower_, {.group = group_}); },
-      [&] { hearV2Query(higher_, IpAddr(239, 1, 1, 3)); },
+      [&] { receiveV3Query(lower_, {.group = group_}); },
+      [&] { receiveV2Query(higher_, IpAddr(239, 1, 1, 3)); },
   };
   for (const auto& packet : packets) EXPECT_GE(releaseAtEachNotification(prepare, packet), 2u);
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileALeftGroupIsAskedForAndEnds) {
+TEST_F(QuerierSmRelease, MayHappenWhileALeftGroupIsQueriedAndEnds) {
   const auto prepare = [&] {
     start();
     silenceGeneralQueries();
-    hearRecord(4, group_);
-    hearLeave(group_);
+    receiveRecord(4, group_);
+    receiveLeave(group_);
   };
   const auto expire = [&] {
     for (int step = 0; step < 30 && wheel_->armed() > 0; ++step) runFor(0.1);
@@ -156,22 +176,45 @@ TEST_F(QuerierSmRelease, MayComeWhileALeftGroupIsAskedForAndEnds) {
   EXPECT_GE(releaseAtEachNotification(prepare, expire), 10u);
 }
 
-TEST_F(QuerierSmRelease, MayComeInDirectCalls) {
-  const auto prepare = [&] {
-    start();
-    runFor(10.0);
+// The monitor is the last that the querier releases.
+TEST_F(QuerierSmRelease, ReleasesTheMonitorLast) {
+  const auto boundary = makePtr<Ilvo::IntfBoundaryStatus>();
+  std::vector<U32> refsThen;
+  const auto atEnd = [&] {
+    refsThen = {wheel_->refs(), status_->refs(), config_->refs(), boundary->refs()};
   };
-  const std::vector<Deed> calls = {
-      [&] { querier_->clearCounters(); },
-      [&] { querier_->becomeQuerier(); },
-      [&] { querier_->handleInitialized(); },
-      [&] { querier_->handleOtherQuerierTimer(); },
-      [&] { querier_->doSetTimer(QuerierSm::otherQuerierTimerId, 5.0); },
-  };
-  for (const auto& call : calls) EXPECT_GE(releaseAtEachNotification(prepare, call), 1u);
+  start().mcastBoundaryIntfStatusIs(boundary);
+  receiveV2Report(group_);
+  querier_->attrLogSmIs(gmpAttrLogSmFactory(makePtr<ObservedSocket>(atEnd)));
+  EXPECT_THAT(refsThen, IsEmpty());
+  release();
+  EXPECT_THAT(refsThen, ElementsAre(1u, 1u, 1u, 1u));
 }
 
-TEST_F(QuerierSmRelease, MayComeWhileGroupsAreRebuilt) {
+// A notifiee of the whole tree below the querier is notified of the end of each group.
+TEST_F(QuerierSmRelease, EndsItsGroupsOneByOne) {
+  class Groups final : public Mox::TreeNotifiee {
+   public:
+    void onAttr(const Mox::EntityBase&, Mox::AttrId) override {}
+    void onMember(const Mox::EntityBase& entity, Mox::AttrId, U32 key) override {
+      ended_.push_back(IpAddr(key));
+      left_.push_back(static_cast<const QuerierSm&>(entity).groupSm().size());
+    }
+    void onCollection(const Mox::EntityBase&, Mox::AttrId) override {}
+    std::vector<IpAddr> ended_;
+    std::vector<size_t> left_;
+  } groups;
+  start();
+  receiveV2Report(group_);
+  receiveV2Report(group2_);
+  querier_->treeNotifieeAdd(&groups);
+  release();
+  EXPECT_THAT(groups.ended_, ::testing::UnorderedElementsAre(group_, group2_));
+  EXPECT_THAT(groups.left_, ElementsAre(1u, 0u));
+  EXPECT_EQ(status_->group().size(), 2u);
+}
+
+TEST_F(QuerierSmRelease, MayHappenWhileGroupsAreRebuilt) {
   setup_.debugYieldAfterOne = true;
   const auto prepare = [&] {
     config_->sendQueryIs(false);

@@ -1,5 +1,5 @@
-// The receive path: every packet of the interface is validated, counted and dispatched here. Each
-// drop leaves querier and groups as they were, but for `pktSrc` and the counters named.
+// The receive path: every packet of the interface is validated, counted and dispatched here. A
+// dropped packet changes nothing but `pktSrc` and the counters.
 #include <algorithm>
 
 #include <GmpIgmpQuerier/IgmpParse.h>
@@ -21,7 +21,7 @@ namespace {
 
 constexpr U8 ipProtocolIgmp = 2;
 
-// The lines of this file name the one entry point, whichever step writes them.
+// The traces of this file name the one entry point, whichever step writes them.
 Mox::TraceAt atRxPkt(unsigned line = __builtin_LINE()) {
   return {igmpPacketTrace, {"doRxPkt", line}};
 }
@@ -34,10 +34,10 @@ void appendText(std::string& out, PktText text) {
   out += "Pkt[" + std::to_string(text.bytes) + "]";
 }
 
-// Also of what is no IP packet at all, as far as it has one.
+// Also of bytes that are no IP packet, when there are enough of them.
 IpAddr sourceOf(const Pkt& pkt) { return pkt.has(16) ? pkt.ipAddr(12) : IpAddr(); }
 
-// Where the group stands if this is an IGMP message: a guess that only the cache acts on.
+// The group if this is an IGMP message: a guess, only good for prefetching.
 IpAddr likelyGroup(const Pkt& pkt) {
   const size_t at = (pkt.has(1) ? (pkt.u8(0) & 0x0f) * 4u : 0u) + 4;
   return pkt.has(at + 4) ? pkt.ipAddr(at) : IpAddr();
@@ -68,7 +68,7 @@ void QuerierSm::doRxPkt(const Ptr<Pkt>& pkt) {
   if (acceptIp(pkt, ip)) dispatchIgmp(ip, pkt);
 }
 
-void QuerierSm::expectRxPkt(const Pkt& pkt) { lookahead_.expect(likelyGroup(pkt)); }
+void QuerierSm::expectRxPkt(const Pkt& pkt) { lookahead_.prefetch(likelyGroup(pkt)); }
 
 bool QuerierSm::acceptIp(const Ptr<Pkt>& pkt, IpHdr& ip) {
   const std::optional<IpHdr> header = IpHdr::of(*pkt);
@@ -134,7 +134,7 @@ bool QuerierSm::dropAtBoundary(IpAddr group, const char* found, const char* coun
   return true;
 }
 
-// The code tells version 1, whatever the length; after that the length tells (RFC 3376 7.1).
+// Code 0 is version 1, whatever the length; any other code leaves it to the length (RFC 3376 7.1).
 // igmpVersionUnknown for a length that no version has.
 IgmpVersion QuerierSm::countQuery(const Pkt& pkt) {
   const size_t length = pkt.offsetBytes();
@@ -157,11 +157,11 @@ IgmpVersion QuerierSm::countQuery(const Pkt& pkt) {
 
 // A group-specific query of an old version is what a version 3 querier itself sends for a group
 // with old hosts, so it is not reported.
-void QuerierSm::reportVersionDiscrepancy(IgmpVersion heard, IpAddr group) {
+void QuerierSm::reportVersionDiscrepancy(IgmpVersion received, IpAddr group) {
   const IgmpVersion configured = querierConfig()->querierVersion();
-  const bool oldGeneral = configured == igmpVersion3 && heard != igmpVersion3 && group.isZero();
-  if (oldGeneral || configured < heard) {
-    gmpIgmpQueryVersionConfiguredDiscrepancy.log(U32{heard}, name(), U32{configured});
+  const bool oldGeneral = configured == igmpVersion3 && received != igmpVersion3 && group.isZero();
+  if (oldGeneral || configured < received) {
+    gmpIgmpQueryVersionConfiguredDiscrepancy.log(U32{received}, name(), U32{configured});
   }
 }
 
@@ -251,12 +251,12 @@ void QuerierSm::rxV3Report(const RxIgmp& rx) {
   }
   const auto& records = report.groupRecord();
   for (size_t i = 0; i < std::min(records.size(), GroupLookahead::ahead); ++i) {
-    lookahead_.expect(records[i].record.multicastAddr);
+    lookahead_.prefetch(records[i].record.multicastAddr);
   }
   for (size_t i = 0; i < records.size(); ++i) {
     const IgmpGroupRecord& record = records[i].record;
     if (i + GroupLookahead::ahead < records.size()) {
-      lookahead_.expect(records[i + GroupLookahead::ahead].record.multicastAddr);
+      lookahead_.prefetch(records[i + GroupLookahead::ahead].record.multicastAddr);
     }
     const IpAddr group = record.multicastAddr;
     if (!isLearnable(group)) {

@@ -37,7 +37,7 @@ TEST_F(QuerierSmRxPktHostile, AnyWrongBitOfTheHeaderIsAnError) {
   }
 }
 
-TEST_F(QuerierSmRxPktHostile, ARejectedPacketStillTellsItsSender) {
+TEST_F(QuerierSmRxPktHostile, ARejectedPacketStillSetsPktSrc) {
   startWatched();
   receive(report({.src = lower_, .badIpChecksum = true}));
   EXPECT_EQ(querier_->pktSrc(), lower_);
@@ -240,9 +240,9 @@ TEST_F(QuerierSmRxPktHostile, RandomBytesNeverEndTheProcess) {
   }
 }
 
-TEST_F(QuerierSmRxPktHostile, ExpectingAPacketMovesNothingWhateverItsBytesAre) {
+TEST_F(QuerierSmRxPktHostile, PrefetchingAnyBytesMovesNothing) {
   startWatched();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   forget();
   for (const std::vector<U8>& packet :
        {std::vector<U8>(), {0x4f}, report(), std::vector<U8>(64, 0xff)}) {

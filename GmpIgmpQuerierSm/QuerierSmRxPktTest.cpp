@@ -31,7 +31,7 @@ class QuerierSmRxPkt : public RxBench {
 
 TEST_F(QuerierSmRxPkt, EveryPacketIsTracedAtItsEntry) {
   startAs(igmpVersion3);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   ASSERT_FALSE(traces_.empty());
   EXPECT_EQ(traces_[0].text, "QuerierSm( vlan10 )::doRxPkt( Pkt[32] )");
   EXPECT_EQ(traces_[0].level, 8);
@@ -39,7 +39,7 @@ TEST_F(QuerierSmRxPkt, EveryPacketIsTracedAtItsEntry) {
 
 TEST_F(QuerierSmRxPkt, ReceptionTracesNameTheirHandleAndTheEntryPoint) {
   startAs(igmpVersion3);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   const auto line = std::find_if(traces_.begin(), traces_.end(), [](const TracedLine& l) {
     return l.text == "vlan10 handling valid igmp packet of type 22";
   });
@@ -107,9 +107,9 @@ TEST_F(QuerierSmRxPkt, TheVersionOfAQueryGoesByCodeThenLength) {
 
 TEST_F(QuerierSmRxPkt, AGeneralQueryMakesNoGroup) {
   startAs(igmpVersion3);
-  hearV1Query(higher_);
-  hearV2Query(higher_);
-  hearV3Query(higher_);
+  receiveV1Query(higher_);
+  receiveV2Query(higher_);
+  receiveV3Query(higher_);
   EXPECT_TRUE(querier_->groupSm().empty());
   EXPECT_THAT(counted(),
               ElementsAre("v1QueriesReceived 1", "v2QueriesReceived 1", "v3QueriesReceived 1"));
@@ -118,13 +118,13 @@ TEST_F(QuerierSmRxPkt, AGeneralQueryMakesNoGroup) {
 TEST_F(QuerierSmRxPkt, AQueryInsideTheBoundaryIsCountedTwiceAndGoesNoFurther) {
   startAs(igmpVersion3);
   boundTo("239.0.0.0/8");
-  hearV3Query(lower_, {.group = group_});
+  receiveV3Query(lower_, {.group = group_});
   EXPECT_THAT(counted(), ElementsAre("v3QueriesReceived 1", "mcastBoundaryPktReceived 1"));
   EXPECT_EQ(traced(boundaryGroup + "239.1.1.1"), 1u);
   EXPECT_EQ(traced("McastBoundaryPktReceived count:1"), 1u);
   EXPECT_EQ(status_->electedQuerierAddr(), own_);
   EXPECT_EQ(groupSm(group_), nullptr);
-  hearV2Query(lower_, group_);
+  receiveV2Query(lower_, group_);
   EXPECT_EQ(status_->mcastBoundaryPktReceived(), 2u);
   EXPECT_EQ(status_->v2QueriesReceived(), 1u);
 }
@@ -132,32 +132,33 @@ TEST_F(QuerierSmRxPkt, AQueryInsideTheBoundaryIsCountedTwiceAndGoesNoFurther) {
 TEST_F(QuerierSmRxPkt, ABoundaryOfEverythingDropsGeneralQueriesToo) {
   startAs(igmpVersion3);
   boundTo("0.0.0.0/0");
-  hearV3Query(lower_);
+  receiveV3Query(lower_);
   EXPECT_EQ(status_->mcastBoundaryPktReceived(), 1u);
   EXPECT_EQ(status_->electedQuerierAddr(), own_);
 }
 
 TEST_F(QuerierSmRxPkt, AVersionDiscrepancyIsLoggedByTheTable) {
   for (unsigned configured = 1; configured <= 3; ++configured) {
-    for (unsigned heard = 1; heard <= 3; ++heard) {
+    for (unsigned version = 1; version <= 3; ++version) {
       for (const IpAddr group : {IpAddr(), group_}) {
-        SCOPED_TRACE(std::to_string(configured) + " hears " + std::to_string(heard) + " for " +
+        SCOPED_TRACE(std::to_string(configured) + " receives " + std::to_string(version) + " for " +
                      group.stringValue());
         config_ =
-            querierConfigFactory("vlan-" + std::to_string(configured) + std::to_string(heard) +
+            querierConfigFactory("vlan-" + std::to_string(configured) + std::to_string(version) +
                                  (group.isZero() ? "general" : "specific"));
         startAs(IgmpVersionInstance(configured));
         events_.clear();
-        if (heard == 3) {
-          hearV3Query(higher_, {.group = group});
+        if (version == 3) {
+          receiveV3Query(higher_, {.group = group});
         } else {
-          hearV2Query(higher_, group, heard == 1 ? 0 : 100);
+          receiveV2Query(higher_, group, version == 1 ? 0 : 100);
         }
-        const bool logged = (configured == 3 && heard != 3 && group.isZero()) || configured < heard;
+        const bool logged =
+            (configured == 3 && version != 3 && group.isZero()) || configured < version;
         ASSERT_EQ(events_.size(), logged ? 1u : 0u);
         if (!logged) continue;
         EXPECT_EQ(events_[0].name, "GMP_IGMP_QUERY_VERSION_CONFIGURED_DISCREPANCY");
-        EXPECT_EQ(events_[0].text, "IGMP version " + std::to_string(heard) +
+        EXPECT_EQ(events_[0].text, "IGMP version " + std::to_string(version) +
                                        " query heard on vlan " + config_->name().string() +
                                        " by a querier configured to version " +
                                        std::to_string(configured) + ".");
@@ -170,12 +171,12 @@ TEST_F(QuerierSmRxPkt, AVersionDiscrepancyIsLoggedByTheTable) {
 TEST_F(QuerierSmRxPkt, ARepeatedDiscrepancyIsLimitedToOneAMinute) {
   config_ = querierConfigFactory("vlan-limited");
   startAs(igmpVersion3);
-  hearV2Query(higher_);
-  hearV2Query(higher_);
+  receiveV2Query(higher_);
+  receiveV2Query(higher_);
   runFor(59.9);
-  hearV2Query(higher_);
+  receiveV2Query(higher_);
   runFor(0.1);
-  hearV2Query(higher_);
+  receiveV2Query(higher_);
   ASSERT_EQ(events_.size(), 4u);
   EXPECT_FALSE(events_[0].limited);
   EXPECT_TRUE(events_[1].limited);
@@ -198,23 +199,23 @@ TEST_F(QuerierSmRxPkt, TheDiscrepancyMessageHasItsText) {
 
 TEST_F(QuerierSmRxPkt, AnOldSpecificQueryGoesToItsGroup) {
   startAs(igmpVersion3);
-  hearV2Query(higher_, group_);
+  receiveV2Query(higher_, group_);
   EXPECT_NE(groupSm(group_), nullptr);
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery()"), 1u);
-  hearV2Query(higher_, group_, 0);  // code 0: version 1
+  receiveV2Query(higher_, group_, 0);  // code 0: version 1
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery()"), 2u);
 }
 
 TEST_F(QuerierSmRxPkt, AQueryForAUnicastAddressIsTakenAsGroupSpecific) {
   startAs(igmpVersion3);
-  hearV2Query(higher_, unicast_);
+  receiveV2Query(higher_, unicast_);
   EXPECT_NE(groupSm(unicast_), nullptr);
   EXPECT_THAT(counted(), ElementsAre("v2QueriesReceived 1"));
 }
 
 TEST_F(QuerierSmRxPkt, TheElectionComesBeforeTheGroup) {
   startAs(igmpVersion3);
-  hearV2Query(lower_, group_);
+  receiveV2Query(lower_, group_);
   const auto elected =
       std::find(journal_.begin(), journal_.end(), "status.electedQuerierAddr 10.0.0.2");
   const auto made = std::find(journal_.begin(), journal_.end(), "status.group 239.1.1.1");
@@ -224,38 +225,37 @@ TEST_F(QuerierSmRxPkt, TheElectionComesBeforeTheGroup) {
 
 TEST_F(QuerierSmRxPkt, AVersion3QueryWithTheSFlagTouchesNoGroup) {
   startAs(igmpVersion3);
-  hearV3Query(lower_, {.group = group_, .sFlag = true, .sources = {source_}});
+  receiveV3Query(lower_, {.group = group_, .sFlag = true, .sources = {source_}});
   EXPECT_EQ(groupSm(group_), nullptr);
   EXPECT_EQ(status_->electedQuerierAddr(), lower_);
 }
 
 TEST_F(QuerierSmRxPkt, AVersion3QueryGoesToItsGroupBySources) {
   startAs(igmpVersion3);
-  hearV3Query(higher_, {.group = group_, .code = 10});
-  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( IgmpQuery( 239.1.1.1 code 10 "
-                   "qrv 2 s 0 sources 0 ) )"),
-            1u);
-  hearV3Query(higher_, {.group = group_, .code = 10, .sources = {source_}});
-  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSSQuery( IgmpQuery( 239.1.1.1 code 10 "
-                   "qrv 2 s 0 sources 1 ) )"),
-            1u);
+  receiveV3Query(higher_, {.group = group_, .code = 10});
+  EXPECT_EQ(tracedBegin("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( Value("), 1u);
+  EXPECT_EQ(tracedBegin("QuerierGroupSm( 239.1.1.1 )::handleRxGSSQuery( "), 0u);
+  receiveV3Query(higher_, {.group = group_, .code = 10, .sources = {source_}});
+  EXPECT_EQ(tracedBegin("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( "), 1u);
+  EXPECT_EQ(tracedBegin("QuerierGroupSm( 239.1.1.1 )::handleRxGSSQuery( Value("), 1u);
 }
 
 TEST_F(QuerierSmRxPkt, AVersion3QueryWithATruncatedListIsGroupSpecificWithoutRobustness) {
   startAs(igmpVersion3);
-  hearV2Report(group_);
-  hearV3Query(higher_, {.group = group_, .sFlag = true, .sources = {source_}, .numSources = 2});
-  EXPECT_EQ(tracedBegin("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( IgmpQuery( 0.0.0.0 code 0 "
-                        "qrv 0"),
+  receiveV2Report(group_);
+  receiveV3Query(higher_, {.group = group_, .sFlag = true, .sources = {source_}, .numSources = 2});
+  IgmpQuery query;  // all that such a query is parsed into
+  query.version = igmpVersion3;
+  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxGSQuery( " + valueToStrep(query) + " )"),
             1u);
-  EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now());  // 0 times whatever
+  EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now());  // 0 times any response time
   EXPECT_EQ(status_->v3QueriesReceived(), 1u);
 }
 
 TEST_F(QuerierSmRxPkt, AVersion3QueryIsUnderstoodUnderEveryConfiguredVersion) {
   for (const auto version : {igmpVersion1, igmpVersion2, igmpVersion3}) {
     startAs(version);
-    hearV3Query(higher_, {.group = group_});
+    receiveV3Query(higher_, {.group = group_});
     EXPECT_THAT(counted(), ElementsAre(::testing::StartsWith("v3QueriesReceived ")));
     EXPECT_NE(groupSm(group_), nullptr);
   }
@@ -264,7 +264,7 @@ TEST_F(QuerierSmRxPkt, AVersion3QueryIsUnderstoodUnderEveryConfiguredVersion) {
 TEST_F(QuerierSmRxPkt, AVersion1ReportIsTakenUnderEveryConfiguredVersion) {
   for (const auto version : {igmpVersion1, igmpVersion2, igmpVersion3}) {
     startAs(version);
-    hearV1Report(group_);
+    receiveV1Report(group_);
     EXPECT_THAT(counted(), ElementsAre(::testing::StartsWith("v1ReportReceived ")));
     EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV1Report()"), 1u);
   }
@@ -272,10 +272,10 @@ TEST_F(QuerierSmRxPkt, AVersion1ReportIsTakenUnderEveryConfiguredVersion) {
 
 TEST_F(QuerierSmRxPkt, AReportIsCountedAfterItWasHandled) {
   startAs(igmpVersion3);
-  hearV1Report(group_);
+  receiveV1Report(group_);
   ASSERT_FALSE(journal_.empty());
   EXPECT_EQ(journal_.back(), "status.v1ReportReceived 1");
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_EQ(journal_.back(), "status.v2ReportReceived 1");
 }
 
@@ -283,8 +283,8 @@ TEST_F(QuerierSmRxPkt, OldReportsForOtherThanLearnableGroupsAreDroppedSilently) 
   startAs(igmpVersion2);
   for (const IpAddr group :
        {IpAddr(), unicast_, IpAddr(255, 255, 255, 255), reserved_, IpAddr(224, 0, 0, 255)}) {
-    hearV1Report(group);
-    hearV2Report(group);
+    receiveV1Report(group);
+    receiveV2Report(group);
   }
   EXPECT_TRUE(nothingPublished());
   EXPECT_TRUE(querier_->groupSm().empty());
@@ -297,16 +297,16 @@ TEST_F(QuerierSmRxPkt, OldReportsForOtherThanLearnableGroupsAreDroppedSilently) 
 
 TEST_F(QuerierSmRxPkt, TheFirstAddressesOutsideTheReservedOnesAreLearned) {
   startAs(igmpVersion2);
-  hearV1Report(IpAddr(224, 0, 1, 0));
-  hearV2Report(IpAddr(239, 255, 255, 255));
+  receiveV1Report(IpAddr(224, 0, 1, 0));
+  receiveV2Report(IpAddr(239, 255, 255, 255));
   EXPECT_EQ(querier_->groupSm().size(), 2u);
 }
 
 TEST_F(QuerierSmRxPkt, OldReportsInsideTheBoundaryAreCountedThereOnly) {
   startAs(igmpVersion2);
   boundTo("239.0.0.0/8");
-  hearV1Report(group_);
-  hearV2Report(group_);
+  receiveV1Report(group_);
+  receiveV2Report(group_);
   EXPECT_THAT(counted(), ElementsAre("mcastBoundaryPktReceived 1", "mcastBoundaryPktReceived 2"));
   EXPECT_EQ(traced("Group address found in multicast boundary:239.1.1.1"), 2u);
   EXPECT_EQ(traced("McastBoundaryPktReceived counter : 1"), 1u);
@@ -316,7 +316,7 @@ TEST_F(QuerierSmRxPkt, OldReportsInsideTheBoundaryAreCountedThereOnly) {
 
 TEST_F(QuerierSmRxPkt, AVersion2ReportIsTakenFromVersion2On) {
   startAs(igmpVersion2);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_THAT(counted(), ElementsAre("v2ReportReceived 1"));
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV2Report()"), 1u);
 }
@@ -324,10 +324,10 @@ TEST_F(QuerierSmRxPkt, AVersion2ReportIsTakenFromVersion2On) {
 TEST_F(QuerierSmRxPkt, AVersion1QuerierIgnoresVersion2ReportsAndLeaves) {
   startAs(igmpVersion1);
   boundTo("239.0.0.0/8");  // the version is asked first
-  hearV2Report(group_);
-  hearV2Report(reserved_);
-  hearLeave(group_);
-  hearLeave(unicast_);  // but whether it is multicast before that
+  receiveV2Report(group_);
+  receiveV2Report(reserved_);
+  receiveLeave(group_);
+  receiveLeave(unicast_);  // but whether it is multicast before that
   EXPECT_TRUE(nothingPublished());
   EXPECT_EQ(traced("Ignoring V2 Reports as Igmp version configured is 1"), 2u);
   EXPECT_EQ(traced("Ignoring V2 Leaves as Igmp version configured is 1"), 1u);
@@ -335,17 +335,17 @@ TEST_F(QuerierSmRxPkt, AVersion1QuerierIgnoresVersion2ReportsAndLeaves) {
 
 TEST_F(QuerierSmRxPkt, ALeaveOfAKnownGroupIsHandledAndCounted) {
   startAs(igmpVersion2);
-  hearV2Report(group_);
+  receiveV2Report(group_);
   forget();
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_THAT(counted(), ElementsAre("v2LeaveReceived 1"));
   EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxLeave()"), 1u);
 }
 
 TEST_F(QuerierSmRxPkt, ALeaveOfAnUnknownGroupCountsNothing) {
   startAs(igmpVersion2);
-  hearLeave(group_);
-  hearLeave(reserved_);  // reserved groups are not told apart here
+  receiveLeave(group_);
+  receiveLeave(reserved_);  // reserved groups are not distinguished here
   EXPECT_TRUE(nothingPublished());
   EXPECT_EQ(traced("Group 239.1.1.1 doesn't exist, so leave is ignored"), 1u);
   EXPECT_EQ(traced("Group 224.0.0.5 doesn't exist, so leave is ignored"), 1u);
@@ -353,14 +353,14 @@ TEST_F(QuerierSmRxPkt, ALeaveOfAnUnknownGroupCountsNothing) {
 
 TEST_F(QuerierSmRxPkt, ALeaveOfAReservedGroupThatIsThereIsTaken) {
   startAs(igmpVersion2);
-  hearV2Query(higher_, reserved_);  // a heard query made it
-  hearLeave(reserved_);
+  receiveV2Query(higher_, reserved_);  // a query created it
+  receiveLeave(reserved_);
   EXPECT_EQ(status_->v2LeaveReceived(), 1u);
 }
 
 TEST_F(QuerierSmRxPkt, ALeaveOfANonMulticastGroupIsDroppedSilently) {
   startAs(igmpVersion2);
-  hearLeave(unicast_);
+  receiveLeave(unicast_);
   EXPECT_TRUE(nothingPublished());
   EXPECT_THAT(traceTexts(), Not(Contains("Group 10.9.9.9 doesn't exist, so leave is ignored")));
 }
@@ -368,7 +368,7 @@ TEST_F(QuerierSmRxPkt, ALeaveOfANonMulticastGroupIsDroppedSilently) {
 TEST_F(QuerierSmRxPkt, ALeaveInsideTheBoundaryIsCountedThereOnlyEvenForAnUnknownGroup) {
   startAs(igmpVersion2);
   boundTo("239.0.0.0/8");
-  hearLeave(group_);
+  receiveLeave(group_);
   EXPECT_THAT(counted(), ElementsAre("mcastBoundaryPktReceived 1"));
   EXPECT_EQ(traced(boundaryGroup + "239.1.1.1"), 1u);
   EXPECT_EQ(traced("McastBoundaryPktReceived count:1"), 1u);

@@ -12,15 +12,16 @@ class QuerierSmRxV3Report : public RxBench {};
 
 TEST_F(QuerierSmRxV3Report, EachRecordGoesToItsGroupAndTheReportCountsOnce) {
   startAs(igmpVersion3);
-  hearV3Report({{.type = 4, .group = group_}, {.type = 1, .group = group2_, .sources = {source_}}});
+  receiveV3Report(
+      {{.type = 4, .group = group_}, {.type = 1, .group = group2_, .sources = {source_}}});
   EXPECT_THAT(querier_->groupSm().keys(), UnorderedElementsAre(group_, group2_));
   EXPECT_EQ(status_->v3ReportReceived(), 1u);
   EXPECT_EQ(journal_.back(), "status.v3ReportReceived 1");
-  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV3Report( IgmpGroupRecord( 239.1.1.1 "
-                   "type 4 sources 0 ) )"),
+  const IgmpGroupRecord first{igmpVersion3, RecordType(4), group_, {}};
+  const IgmpGroupRecord second{igmpVersion3, RecordType(1), group2_, {source_}};
+  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.1 )::handleRxV3Report( " + valueToStrep(first) + " )"),
             1u);
-  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.2 )::handleRxV3Report( IgmpGroupRecord( 239.1.1.2 "
-                   "type 1 sources 1 ) )"),
+  EXPECT_EQ(traced("QuerierGroupSm( 239.1.1.2 )::handleRxV3Report( " + valueToStrep(second) + " )"),
             1u);
 }
 
@@ -32,28 +33,28 @@ TEST_F(QuerierSmRxV3Report, RecordsAreTakenInTheOrderOfTheMessage) {
     records.push_back({.type = 4, .group = IpAddr(239, 1, 1, i)});
     expected.push_back("status.group 239.1.1." + std::to_string(i));
   }
-  hearV3Report(records);
+  receiveV3Report(records);
   std::erase_if(journal_, [](auto& line) { return !line.starts_with("status.group "); });
   EXPECT_EQ(journal_, expected);
 }
 
 TEST_F(QuerierSmRxV3Report, TwoRecordsOfOneGroupAreBothTaken) {
   startAs(igmpVersion3);
-  hearV3Report({{.type = 1, .group = group_, .sources = {source_}},
-                {.type = 1, .group = group_, .sources = {host_}}});
+  receiveV3Report({{.type = 1, .group = group_, .sources = {source_}},
+                   {.type = 1, .group = group_, .sources = {host_}}});
   EXPECT_THAT(groupSm(group_)->source().keys(), UnorderedElementsAre(source_, host_));
 }
 
 TEST_F(QuerierSmRxV3Report, AnEmptyReportIsCounted) {
   startAs(igmpVersion3);
-  hearV3Report({});
+  receiveV3Report({});
   EXPECT_THAT(journal_, ElementsAre("status.v3ReportReceived 1"));
 }
 
 TEST_F(QuerierSmRxV3Report, OtherConfiguredVersionsIgnoreIt) {
   for (const auto version : {igmpVersion1, igmpVersion2}) {
     startAs(version);
-    hearRecord(4, group_);
+    receiveRecord(4, group_);
     EXPECT_THAT(journal_, IsEmpty());
     EXPECT_EQ(traced("Ignoring V3 reports Igmp version configured is " + std::to_string(version)),
               1u);
@@ -62,8 +63,8 @@ TEST_F(QuerierSmRxV3Report, OtherConfiguredVersionsIgnoreIt) {
 
 TEST_F(QuerierSmRxV3Report, AnInvalidReportIsDroppedAsAWholeAndCountsNothing) {
   startAs(igmpVersion3);
-  hearV3Report({{.type = 4, .group = group_},
-                {.type = 4, .group = group2_, .sources = {source_}, .numSources = 2}});
+  receiveV3Report({{.type = 4, .group = group_},
+                   {.type = 4, .group = group2_, .sources = {source_}, .numSources = 2}});
   EXPECT_THAT(journal_, IsEmpty());
   EXPECT_TRUE(querier_->groupSm().empty());
   EXPECT_EQ(traced("Dropping an invalid V3 report"), 1u);
@@ -85,10 +86,10 @@ TEST_F(QuerierSmRxV3Report, AClaimOfFewerRecordsLeavesTheRestUnread) {
 
 TEST_F(QuerierSmRxV3Report, RecordsOfGroupsThatCannotBeLearnedAreSkipped) {
   startAs(igmpVersion3);
-  hearV3Report({{.type = 4, .group = IpAddr(224, 0, 0, 5)},
-                {.type = 4, .group = IpAddr(10, 9, 9, 9)},
-                {.type = 4, .group = IpAddr()},
-                {.type = 4, .group = group_}});
+  receiveV3Report({{.type = 4, .group = IpAddr(224, 0, 0, 5)},
+                   {.type = 4, .group = IpAddr(10, 9, 9, 9)},
+                   {.type = 4, .group = IpAddr()},
+                   {.type = 4, .group = group_}});
   EXPECT_THAT(querier_->groupSm().keys(), ElementsAre(group_));
   for (const char* addr : {"224.0.0.5", "10.9.9.9", "0.0.0.0"}) {
     EXPECT_EQ(traced("Ignoring record because " + std::string(addr) +
@@ -99,16 +100,16 @@ TEST_F(QuerierSmRxV3Report, RecordsOfGroupsThatCannotBeLearnedAreSkipped) {
 
 TEST_F(QuerierSmRxV3Report, AReportWithOnlyAReservedRecordIsStillCounted) {
   startAs(igmpVersion3);
-  hearRecord(4, IpAddr(224, 0, 0, 5));
+  receiveRecord(4, IpAddr(224, 0, 0, 5));
   EXPECT_THAT(journal_, ElementsAre("status.v3ReportReceived 1"));
 }
 
 TEST_F(QuerierSmRxV3Report, EachRecordInsideTheBoundaryIsCountedAndSkipped) {
   startAs(igmpVersion3);
   boundTo("239.1.0.0/16");
-  hearV3Report({{.type = 4, .group = group_},
-                {.type = 4, .group = group2_},
-                {.type = 4, .group = IpAddr(239, 2, 0, 1)}});
+  receiveV3Report({{.type = 4, .group = group_},
+                   {.type = 4, .group = group2_},
+                   {.type = 4, .group = IpAddr(239, 2, 0, 1)}});
   EXPECT_THAT(querier_->groupSm().keys(), ElementsAre(IpAddr(239, 2, 0, 1)));
   EXPECT_EQ(status_->mcastBoundaryPktReceived(), 2u);
   EXPECT_EQ(status_->v3ReportReceived(), 1u);
@@ -120,13 +121,13 @@ TEST_F(QuerierSmRxV3Report, EachRecordInsideTheBoundaryIsCountedAndSkipped) {
 TEST_F(QuerierSmRxV3Report, AReservedRecordInsideTheBoundaryIsNotCountedThere) {
   startAs(igmpVersion3);
   boundTo("0.0.0.0/0");
-  hearRecord(4, IpAddr(224, 0, 0, 5));
+  receiveRecord(4, IpAddr(224, 0, 0, 5));
   EXPECT_EQ(status_->mcastBoundaryPktReceived(), 0u);
 }
 
 TEST_F(QuerierSmRxV3Report, ASourceThatIsNotUnicastIsLoggedAndLeftOut) {
   startAs(igmpVersion3);
-  hearRecord(1, group_, {IpAddr(224, 0, 0, 1), source_});
+  receiveRecord(1, group_, {IpAddr(224, 0, 0, 1), source_});
   EXPECT_THAT(groupSm(group_)->source().keys(), ElementsAre(source_));
   ASSERT_EQ(events_.size(), 1u);
   EXPECT_EQ(events_[0].name, "IGMP_MESSAGE_INVALID_SOURCE");

@@ -2,7 +2,7 @@
 // that a packet's whole effect on it can be compared.
 //
 //   startWatched();
-//   hearV2Report(group_);
+//   receiveV2Report(group_);
 //   EXPECT_EQ(journal_.back(), "status.v2ReportReceived 1");
 #pragma once
 

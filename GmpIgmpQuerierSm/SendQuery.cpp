@@ -29,9 +29,9 @@ Ptr<Pkt> packetFor(const QuerierSm& querier, size_t bytes) {
   return pkt;
 }
 
-// Other routers lower their timers to the last member query time when they hear a specific query,
-// unless the S flag says that hosts have confirmed the group meanwhile (RFC 3376 6.6.3.1).
-// A general query, which has no group, never sets it.
+// Other routers lower their timers to the last member query time when they receive a specific
+// query, unless the S flag says that hosts have confirmed the group meanwhile (RFC 3376 6.6.3.1). A
+// general query, which has no group, never sets it.
 bool suppressFor(const QuerierSm& querier, const QuerierGroupSm* group) {
   const QuerierConfig& config = *querier.querierConfig();
   return group != nullptr && group->membershipTimerRemaining() > config.lastMemberQueryTime();
@@ -46,7 +46,8 @@ void fillV3(const QuerierSm& querier, IgmpV3QueryHdr& hdr, double maxResponseSec
   hdr.sFlagIs(sFlag);
   hdr.qrvIs(querier.querierConfig()->robustness());
   hdr.queryIntervalSecondsIs(querier.querierStatus()->queryInterval());
-  hdr.numSourcesIs(0);
+  hdr.numSourcesIs(queryNoSources);
+  hdr.checksumIs(queryNoChecksum);
 }
 
 void fillV12(IgmpV12Hdr& hdr, IgmpVersion version, double maxResponseSeconds, IpAddr group) {
@@ -57,6 +58,7 @@ void fillV12(IgmpV12Hdr& hdr, IgmpVersion version, double maxResponseSeconds, Ip
     hdr.codeIs(0);
   }
   hdr.groupAddressIs(group);
+  hdr.checksumIs(queryNoChecksum);
   hdr.checksumUpdate();
 }
 
@@ -74,8 +76,8 @@ void countSent(QuerierStatus& status, IgmpVersion version) {
   }
 }
 
-// An MTU that leaves no room for one source would never finish a list: one goes into each packet
-// then.
+// With an MTU that leaves no room for one source a list would never end: each packet gets one
+// source then.
 size_t sourcesPerPacket(U32 mtu, size_t sources) {
   constexpr U32 headers =
       40;  // an IP header with Router Alert, the query itself, and a word to spare
@@ -137,7 +139,7 @@ void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group) {
   const Ptr<QuerierGroupSm> groupSm = querier->groupSm(group);
   if (!groupSm || groupSm->rexmitGroupQuery() == 0) return;
   sendQuery(querier, querier->querierConfig()->lastMemberQueryInterval(), group);
-  // Whoever transmits may have brought in a report meanwhile that settled the question.
+  // The transmission may have brought in a report that cancelled the count.
   if (groupSm->rexmitGroupQuery() > 0) groupSm->rexmitGroupQueryDec(1);
   if (groupSm->groupStatus()->compatibilityMode() == igmpVersion3) {
     querier->querierStatus()->v3GSQueriesSentInc(1);
@@ -184,7 +186,7 @@ void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,
                                      std::vector<IpAddr>& sFlagSet) {
   const Ptr<QuerierSm> alive(querier);
   requireOwnAddress(*querier);
-  // Without a packet, what is left goes out with the next retransmission, if one is due.
+  // Without a packet, the rest is sent with the next retransmission, if one is pending.
   while (!sFlagClear.empty()) {
     if (!sendGroupAndSourceSpecificQueryHelper(querier, group, sFlagClear, false)) break;
   }

@@ -16,18 +16,18 @@ const std::string notQuerier = "Don't send query because we are not the querier"
 
 class SendQuery : public TestBench {
  protected:
-  // The general query that goes out for that response time.
+  // The general query that is sent for that response time.
   SentQuery sentFor(double maxResponseSeconds) {
     takeSent();
     sendQuery(querier_.get(), maxResponseSeconds, IpAddr());
     EXPECT_EQ(sent_.size(), 1u);
     return sent_.at(0);
   }
-  // A group of that compatibility mode that owes group-specific queries.
-  Ptr<QuerierGroupSm> owingGroup(IgmpVersion mode, U32 owed = 2) {
+  // A group of that compatibility mode with pending group-specific queries.
+  Ptr<QuerierGroupSm> pendingGroup(IgmpVersion mode, U32 count = 2) {
     Ptr<QuerierGroupSm> sm = getOrCreateGroupSm(querier_, group_);
     sm->groupStatus()->compatibilityModeIs(mode);
-    sm->rexmitGroupQueryIs(owed);
+    sm->rexmitGroupQueryIs(count);
     takeSent();
     return sm;
   }
@@ -71,7 +71,7 @@ TEST_F(SendQuery, Version1QueriesAlwaysCarryCodeZero) {
   EXPECT_EQ(sentFor(10.0).bytes.size(), 8u);
 }
 
-TEST_F(SendQuery, Version3CodesAreRoundedDownToWhatCanBeSaid) {
+TEST_F(SendQuery, Version3CodesAreRoundedDown) {
   start();
   EXPECT_EQ(sentFor(12.7).code(), 127u);
   EXPECT_EQ(sentFor(12.8).code(), 0x80u);
@@ -107,7 +107,7 @@ TEST_F(SendQuery, RobustnessIsTheConfiguredOneAndTheIntervalTheEffectiveOne) {
 
 TEST_F(SendQuery, GeneralQueriesNeverHaveTheSFlag) {
   start();
-  hearV2Report(group_);
+  receiveV2Report(group_);
   EXPECT_FALSE(sentFor(10.0).sFlag());
 }
 
@@ -196,7 +196,7 @@ TEST_F(SendQuery, EachQueryIsAPacketOfItsOwn) {
 TEST_F(SendQuery, AGroupQueryTakesTheVersionOfItsGroup) {
   for (const auto mode : {igmpVersion1, igmpVersion2, igmpVersion3}) {
     startQuiet();
-    owingGroup(mode);
+    pendingGroup(mode);
     sendQuery(querier_.get(), 1.0, group_);
     ASSERT_EQ(sent_.size(), 1u);
     EXPECT_EQ(sent_[0].dst, group_);
@@ -211,7 +211,7 @@ TEST_F(SendQuery, AGroupQueryTakesTheVersionOfItsGroup) {
 
 TEST_F(SendQuery, TheSFlagIsSetAboveTheLastMemberQueryTime) {
   startQuiet();
-  const Ptr<QuerierGroupSm> sm = owingGroup(igmpVersion3);
+  const Ptr<QuerierGroupSm> sm = pendingGroup(igmpVersion3);
   const auto sFlagWith = [&](Seconds left) {
     takeSent();
     sm->doSetTimer(QuerierGroupSm::membershipTimerId, left);
@@ -226,7 +226,7 @@ TEST_F(SendQuery, TheSFlagIsSetAboveTheLastMemberQueryTime) {
 
 TEST_F(SendQuery, AGroupSpecificQueryCountsTwiceForAVersion3Group) {
   startQuiet();
-  const Ptr<QuerierGroupSm> sm = owingGroup(igmpVersion3);
+  const Ptr<QuerierGroupSm> sm = pendingGroup(igmpVersion3);
   sendGroupSpecificQuery(querier_.get(), group_);
   EXPECT_EQ(sent_.size(), 1u);
   EXPECT_EQ(sm->rexmitGroupQuery(), 1u);
@@ -238,24 +238,24 @@ TEST_F(SendQuery, AGroupSpecificQueryCountsTwiceForAVersion3Group) {
 
 TEST_F(SendQuery, AGroupSpecificQueryCountsOnceForAnOlderGroup) {
   startQuiet();
-  owingGroup(igmpVersion2);
+  pendingGroup(igmpVersion2);
   sendGroupSpecificQuery(querier_.get(), group_);
   EXPECT_EQ(status_->v2QueriesSent(), 1u);
   EXPECT_EQ(status_->v3GSQueriesSent(), 0u);
 }
 
-TEST_F(SendQuery, AGroupThatOwesNothingIsNotAskedFor) {
+TEST_F(SendQuery, AGroupWithNothingPendingIsNotQueried) {
   startQuiet();
-  const Ptr<QuerierGroupSm> sm = owingGroup(igmpVersion3, 0);
+  const Ptr<QuerierGroupSm> sm = pendingGroup(igmpVersion3, 0);
   sendGroupSpecificQuery(querier_.get(), group_);
   EXPECT_THAT(sent_, IsEmpty());
   EXPECT_EQ(sm->rexmitGroupQuery(), 0u);
   EXPECT_EQ(status_->v3GSQueriesSent(), 0u);
 }
 
-TEST_F(SendQuery, TheOwedCountMovesAlsoWhenTheQueryCannotBeSent) {
+TEST_F(SendQuery, TheCountMovesAlsoWhenTheQueryCannotBeSent) {
   startQuiet();
-  const Ptr<QuerierGroupSm> sm = owingGroup(igmpVersion3);
+  const Ptr<QuerierGroupSm> sm = pendingGroup(igmpVersion3);
   status_->stateIs(Status::querierStateNonQuerier);
   sendGroupSpecificQuery(querier_.get(), group_);
   EXPECT_THAT(sent_, IsEmpty());
@@ -307,7 +307,7 @@ TEST_F(SendQuery, WithoutStartupQueriesTheRegularIntervalFollowsAtOnce) {
 
 TEST_F(SendQuery, GroupSpecificQueriesOfVersion3CountAsStartupQueries) {
   startQuiet();
-  owingGroup(igmpVersion3);
+  pendingGroup(igmpVersion3);
   sendGroupSpecificQuery(querier_.get(), group_);
   querier_->handleQueryIntervalTimer();
   EXPECT_EQ(status_->generalQueryExpiryTime(), now() + 125.0);
@@ -331,7 +331,7 @@ TEST_F(SendQuery, AnEffectiveStartupIntervalOfZeroFallsBackToTheQueryInterval) {
   EXPECT_EQ(status_->generalQueryExpiryTime(), now() + 125.0);
 }
 
-TEST_F(SendQuery, WhatCouldNotBeSentDoesNotEndTheStartupPhase) {
+TEST_F(SendQuery, AQueryThatCannotBeSentDoesNotCountForTheStartupPhase) {
   startQuiet();
   for (int i = 0; i < 3; ++i) {
     Ilvo::pktManager().failuresIs(1);

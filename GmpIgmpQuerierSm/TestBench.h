@@ -1,12 +1,13 @@
-// Fixture of the machines' tests: one querier in virtual time with the world around it. Verbs start
-// and run it and feed it packets; what it sends, publishes, traces and logs is collected as values.
+// Fixture of the machines' tests: one querier in virtual time with the world around it. Its
+// functions start and run the querier and hand in packets; sent queries, notifications, traces and
+// logged events are collected as values.
 //
 // Time begins at 1000 and stands still unless a test moves it. The querier is 10.0.0.5 on "vlan10",
 // version 3, all timers on one wheel; a test changes config_ and setup_ before start().
 //
 //   start();
 //   silenceGeneralQueries();
-//   hearV2Report(group);
+//   receiveV2Report(group);
 //   runFor(260.0);
 //   EXPECT_EQ(status_->group(group), nullptr);
 #pragma once
@@ -31,6 +32,7 @@
 #include <GmpIgmpQuerier/ModelLogs.h>
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierSm/QueryOutput.h>
 #include <Ilvo/IgmpHdr.h>
 #include <Ilvo/PktManager.h>
 #include <IlvoTestSupport/IgmpPacketBuilder.h>
@@ -44,7 +46,7 @@ inline void PrintTo(IpAddr addr, std::ostream* out) { *out << addr.stringValue()
 
 namespace Gmp::Igmp::testing {
 
-// One query as the host would have to send it.
+// One query as the host has to send it.
 struct SentQuery {
   Seconds at;
   IpAddr dst;
@@ -83,7 +85,7 @@ struct LoggedEvent {
   bool limited;
 };
 
-// An attribute log on a real socket whose reader takes nothing until it is told to.
+// An attribute log on a real socket whose reader takes nothing until drain().
 class AttrLogSocket final : public Mox::NboAttrLog::SocketOutSm {
  public:
   AttrLogSocket() {
@@ -197,15 +199,13 @@ class TestBench : public ::testing::Test {
     querier_ = querierSmFactory(
         config_, status_, setup_.ipAddr, setup_.mtu, setup_.startupQueryIntervalDefault,
         orWheel(setup_.otherQuerierTimer), orWheel(setup_.queryIntervalTimer),
-        orWheel(setup_.initGroupStatusTimer), setup_.debugYieldAfterOne);
-    if (querier_->writableCount() != 0) collectSent(*querier_);
-    output_ = std::make_unique<Output>(querier_, *this);
+        orWheel(setup_.initGroupStatusTimer), setup_.debugYieldAfterOne, &output_);
     return *querier_;
   }
-  // Lets go of the querier; what watched it stops watching.
+  // Releases the querier; all that watched it stops watching.
   void release() {
     watches_.clear();
-    output_.reset();
+    output_.release();
     querier_ = nullptr;
   }
   // As it was before the first start.
@@ -224,7 +224,7 @@ class TestBench : public ::testing::Test {
     release();
     return start();
   }
-  // Specific queries are easier to tell without the general ones.
+  // Specific queries are easier to recognise without the general ones.
   void silenceGeneralQueries() { querier_->doSetTimer(QuerierSm::queryIntervalTimerId, never); }
   // A querier that sends no general query by itself, and nothing collected of its start.
   void startQuiet() {
@@ -256,27 +256,27 @@ class TestBench : public ::testing::Test {
   void receive(const std::vector<U8>& packet) {
     querier_->doRxPkt(makePtr<Ilvo::Pkt>(std::span<const U8>(packet)));
   }
-  void hearV1Report(IpAddr group, IpAddr from = host_) {
+  void receiveV1Report(IpAddr group, IpAddr from = host_) {
     receive(Ilvo::buildV1Report(group, {.src = from}));
   }
-  void hearV2Report(IpAddr group, IpAddr from = host_) {
+  void receiveV2Report(IpAddr group, IpAddr from = host_) {
     receive(Ilvo::buildV2Report(group, {.src = from}));
   }
-  void hearLeave(IpAddr group, IpAddr from = host_) {
+  void receiveLeave(IpAddr group, IpAddr from = host_) {
     receive(Ilvo::buildV2Leave(group, {.src = from}));
   }
-  void hearV3Report(const std::vector<Ilvo::V3Record>& records, IpAddr from = host_) {
+  void receiveV3Report(const std::vector<Ilvo::V3Record>& records, IpAddr from = host_) {
     receive(Ilvo::buildV3Report(records, {.src = from}));
   }
   // One record; `type` as RFC 3376 4.2.12 numbers them.
-  void hearRecord(U8 type, IpAddr group, std::vector<IpAddr> sources = {}, IpAddr from = host_) {
-    hearV3Report({{.type = type, .group = group, .sources = std::move(sources)}}, from);
+  void receiveRecord(U8 type, IpAddr group, std::vector<IpAddr> sources = {}, IpAddr from = host_) {
+    receiveV3Report({{.type = type, .group = group, .sources = std::move(sources)}}, from);
   }
-  void hearV1Query(IpAddr from) { receive(Ilvo::buildV1Query({.src = from})); }
-  void hearV2Query(IpAddr from, IpAddr group = {}, U8 code = 100) {
+  void receiveV1Query(IpAddr from) { receive(Ilvo::buildV1Query({.src = from})); }
+  void receiveV2Query(IpAddr from, IpAddr group = {}, U8 code = 100) {
     receive(Ilvo::buildV2Query(group, code, {.src = from}));
   }
-  void hearV3Query(IpAddr from, const Ilvo::V3QueryFields& fields = {}) {
+  void receiveV3Query(IpAddr from, const Ilvo::V3QueryFields& fields = {}) {
     receive(Ilvo::buildV3Query(fields, {.src = from}));
   }
 
@@ -288,7 +288,7 @@ class TestBench : public ::testing::Test {
 
   void tracingIs(bool on) {
     const int level = on ? 8 : Mox::TraceHandle::off;
-    machineTrace.facilityLevelIs(level);
+    machineTrace->facilityLevelIs(level);
     igmpPacketTrace->facilityLevelIs(level);
   }
   // How many of the collected lines read exactly so, or begin so.
@@ -323,7 +323,7 @@ class TestBench : public ::testing::Test {
     monitor_ = gmpAttrLogSmFactory(attrLog_);
     if (querier_) querier_->attrLogSmIs(monitor_);
   }
-  // Nobody reads the attribute log; the machines' next question finds it clogged.
+  // The attribute log's reader stops; the machines find it clogged when they ask next.
   void clog() {
     if (!attrLog_) giveAttrLog();
     attrLog_->fill();
@@ -340,6 +340,8 @@ class TestBench : public ::testing::Test {
   Ptr<AttrLogSocket> attrLog_;
   Ptr<GmpAttrLogSm> monitor_;
   std::vector<SentQuery> sent_;
+  // Called after a query has been collected.
+  std::function<void()> onSent_;
   std::vector<TracedLine> traces_;
   std::vector<LoggedEvent> events_;
   std::vector<std::string> journal_;
@@ -347,21 +349,10 @@ class TestBench : public ::testing::Test {
   Ptr<QuerierSm> querier_;
 
  private:
-  // Takes what is published, as the packet output of an agent does.
-  class Output final : public QuerierSm::NotifieeConst {
-   public:
-    Output(Ptr<const QuerierSm> querier, TestBench& bench)
-        : NotifieeConst(std::move(querier)), bench_(bench) {}
-    void onWritableCount() override { bench_.collectSent(*notifier()); }
-
-   private:
-    TestBench& bench_;
-  };
-
-  void collectSent(const QuerierSm& querier) {
-    std::vector<U8> bytes;
-    if (const auto& pkt = querier.sendPkt()) bytes.assign(pkt->data().begin(), pkt->data().end());
-    sent_.push_back({now(), querier.dstGroup(), std::move(bytes)});
+  void collect(const PublishedQuery& query) {
+    const auto bytes = query.message->data();
+    sent_.push_back({now(), query.dstGroup, {bytes.begin(), bytes.end()}});
+    if (onSent_) onSent_();
   }
   template <class F>
   size_t tracedIf(F&& holds) const {
@@ -371,7 +362,7 @@ class TestBench : public ::testing::Test {
   }
 
   std::vector<std::unique_ptr<Watch>> watches_;
-  std::unique_ptr<Output> output_;
+  QueryOutput output_{[this](const PublishedQuery& query) { collect(query); }};
 };
 
 }  // namespace Gmp::Igmp::testing

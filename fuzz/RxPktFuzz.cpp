@@ -51,14 +51,14 @@ class World {
         mtu_(std::array<U32, 4>{1500, 48, 0, 576}[setup >> 4 & 3]),
         yields_((setup & 0x40) != 0) {
     srand48(1);
-    Gmp::Igmp::machineTrace.facilityLevelIs((setup & 0x80) != 0 ? 8 : Mox::TraceHandle::off);
+    Gmp::Igmp::machineTrace->facilityLevelIs((setup & 0x80) != 0 ? 8 : Mox::TraceHandle::off);
     config_->querierVersionIs(rules_.configured);
     boundary_->boundaryIs(*Ilvo::IpGenPrefix::parse("239.255.0.0/16"), true);
     start();
   }
   ~World() {
     invariants_.release();
-    Gmp::Igmp::machineTrace.facilityLevelIs(Mox::TraceHandle::off);
+    Gmp::Igmp::machineTrace->facilityLevelIs(Mox::TraceHandle::off);
   }
   World(const World&) = delete;
   World& operator=(const World&) = delete;

@@ -134,7 +134,8 @@ void QuerierInvariants::requireSources(const QuerierGroupSm& sm) {
   for (const auto& [addr, source] : sm.source()) requireSource(sm, addr, *source);
   for (const auto& [addr, flag] : sm.rexmitSource()) {
     const Ptr<QuerierGroupSourceSm> source = sm.source(addr);
-    require(source && source->rexmits() > 0, group, "a source to be asked for is one that owes it");
+    require(source && source->rexmits() > 0, group,
+            "a source with pending queries has a count of them");
   }
   require(sm.rexmitClrSource().empty() && sm.rexmitSetSource().empty(), group,
           "the lists of a query live no longer than the query is made");

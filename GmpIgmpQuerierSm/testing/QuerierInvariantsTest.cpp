@@ -1,4 +1,4 @@
-// A checker that never objects would prove nothing: each test breaks one thing from outside.
+// A checker that never fails would prove nothing: each test breaks one invariant from outside.
 #include <GmpIgmpQuerierTestSupport/QuerierInvariants.h>
 
 #include <optional>
@@ -43,7 +43,7 @@ class QuerierInvariantsTest : public ::testing::Test {
   void receive(const std::vector<U8>& packet) {
     querier_->doRxPkt(makePtr<Ilvo::Pkt>(std::span<const U8>(packet)));
   }
-  void hearRecord(U8 type, std::vector<IpAddr> sources = {}) {
+  void receiveRecord(U8 type, std::vector<IpAddr> sources = {}) {
     receive(Ilvo::buildV3Report({{.type = type, .group = group_, .sources = std::move(sources)}}));
   }
   void runFor(Seconds duration) {
@@ -65,18 +65,18 @@ class QuerierInvariantsTest : public ::testing::Test {
 
 TEST_F(QuerierInvariantsTest, allHoldsForAQuerierLeftToItself) {
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
-  hearRecord(4);
-  hearRecord(5, {source_});
+  receiveRecord(4);
+  receiveRecord(5, {source_});
   runFor(1.0);
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
-  hearRecord(3);
+  receiveRecord(3);
   runFor(300.0);
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
   EXPECT_GT(status_->v3QueriesSent(), 0u);
 }
 
 TEST_F(QuerierInvariantsTest, allHoldsForTheNextQuerierOnTheStatus) {
-  hearRecord(4);
+  receiveRecord(4);
   runFor(30.0);
   release();
   start();
@@ -85,14 +85,14 @@ TEST_F(QuerierInvariantsTest, allHoldsForTheNextQuerierOnTheStatus) {
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
 }
 
-TEST_F(QuerierInvariantsTest, aStatusEntryThatIsGoneIsMissed) {
-  hearRecord(4);
+TEST_F(QuerierInvariantsTest, aMissingStatusEntryIsReported) {
+  receiveRecord(4);
   status_->groupDel(group_);
   EXPECT_THAT(invariants_.breaches(),
               Contains("239.1.1.1: a group's machine has the group's status entry"));
 }
 
-TEST_F(QuerierInvariantsTest, aStatusEntryWithoutAMachineIsSeen) {
+TEST_F(QuerierInvariantsTest, aStatusEntryWithoutAMachineIsReported) {
   runFor(60.0);
   status_->groupIs(group_);
   EXPECT_THAT(invariants_.breaches(),
@@ -108,24 +108,24 @@ TEST_F(QuerierInvariantsTest, anIncludeGroupWithoutSourcesIsOneThatAQueryMade) {
   EXPECT_THAT(invariants_.breaches(), ElementsAre("239.1.1.1: a group that includes nothing ends"));
 }
 
-TEST_F(QuerierInvariantsTest, aTimerThatNobodyOwnsIsCounted) {
-  struct Nobody {
+TEST_F(QuerierInvariantsTest, aTimerOfNoMachineIsReported) {
+  struct Stray {
     void handle() {}
-  } nobody;
-  Obel::TimerReactor<Nobody, &Nobody::handle> timer(wheel_, nobody);
+  } stray;
+  Obel::TimerReactor<Stray, &Stray::handle> timer(wheel_, stray);
   timer.timeMinIs(2000.0);
   EXPECT_THAT(invariants_.breaches(), ElementsAre("timers that run, and no others, are armed"));
 }
 
-TEST_F(QuerierInvariantsTest, aPublishedTimeThatIsNotTheTimersIsSeen) {
-  hearRecord(4);
+TEST_F(QuerierInvariantsTest, aPublishedTimeThatIsNotTheTimersIsReported) {
+  receiveRecord(4);
   status_->group(group_)->expiryTimeIs(1.0);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: the published end of the group is that of its timer"));
 }
 
 TEST_F(QuerierInvariantsTest, theEntriesOfSourcesAreComparedWithTheirMachines) {
-  hearRecord(5, {source_});
+  receiveRecord(5, {source_});
   status_->group(group_)->source(source_)->expiredIs(true);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: a source is expired when its timer does not run"));
@@ -136,7 +136,7 @@ TEST_F(QuerierInvariantsTest, theEntriesOfSourcesAreComparedWithTheirMachines) {
 }
 
 TEST_F(QuerierInvariantsTest, onlyACloggedLogMayKeepBackTheEndOfASource) {
-  hearRecord(5, {source_});
+  receiveRecord(5, {source_});
   status_->group(group_)->source(source_)->expiryTimeIs(1.0);
   EXPECT_THAT(invariants_.breaches(),
               ElementsAre("239.1.1.1: the published end of a source is that of its timer"));
@@ -144,11 +144,11 @@ TEST_F(QuerierInvariantsTest, onlyACloggedLogMayKeepBackTheEndOfASource) {
   EXPECT_THAT(invariants_.breaches(), IsEmpty());
 }
 
-TEST_F(QuerierInvariantsTest, aSourceToBeAskedForOwesIt) {
-  hearRecord(5, {source_});
+TEST_F(QuerierInvariantsTest, aSourceWithPendingQueriesHasACount) {
+  receiveRecord(5, {source_});
   groupSm().rexmitSourceIs(source_, true);
   EXPECT_THAT(invariants_.breaches(),
-              ElementsAre("239.1.1.1: a source to be asked for is one that owes it"));
+              ElementsAre("239.1.1.1: a source with pending queries has a count of them"));
 }
 
 TEST_F(QuerierInvariantsTest, groupsArePendingInAHandOverOnly) {
@@ -159,7 +159,7 @@ TEST_F(QuerierInvariantsTest, groupsArePendingInAHandOverOnly) {
   EXPECT_THAT(invariants_.breaches(), ElementsAre("a hand-over lasts while groups are pending"));
 }
 
-TEST_F(QuerierInvariantsTest, whatIsCountedAsSentWasSent) {
+TEST_F(QuerierInvariantsTest, aCountedQueryThatWasNotSentIsReported) {
   status_->v2QueriesSentInc(1);
   status_->v3QueriesSentInc(1);
   status_->v3GSSQueriesSentInc(1);
@@ -170,7 +170,7 @@ TEST_F(QuerierInvariantsTest, whatIsCountedAsSentWasSent) {
 }
 
 TEST_F(QuerierInvariantsTest, theCountersOfPacketsAreReadFromTheStatus) {
-  hearRecord(4);
+  receiveRecord(4);
   receive(Ilvo::buildV2Leave(group_));
   receive(Ilvo::buildV1Report(group_, {.badIgmpChecksum = true}));
   EXPECT_EQ(receiveCountersOf(*status_),

@@ -1,7 +1,7 @@
-// A host of the library with an event loop of its own. It owns the time: it turns the timer wheel
-// when something is due, and between two turns it hands received packets in and takes queries out.
-// Time is virtual here, so that the program ends at once; a real host would sleep where this one
-// jumps, and would use sockets where this one prints and makes packets up.
+// A host of the library with its own event loop. The host controls time: it turns the timer wheel
+// when a timer is due, and between two turns it hands in received packets and sends the queries.
+// Time is virtual here, so that the program ends at once. A real host sleeps where this one sets the
+// clock, and uses sockets where this one prints queries and builds packets.
 //
 //   cmake -S . -B build -DCMAKE_PREFIX_PATH=<where the library is installed>
 //   cmake --build build && build/embed
@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierSm/QueryOutput.h>
 #include <Ilvo/Checksum.h>
 #include <Mox/ActivityClock.h>
 
@@ -25,26 +26,15 @@ constexpr IpAddr hostAddr(10, 0, 0, 7);
 constexpr IpAddr allRouters(224, 0, 0, 2);
 constexpr IpAddr group(239, 1, 1, 1);
 
-// The packet output: each step of writableCount is one query to send.
-class PacketOutput final : public QuerierSm::NotifieeConst {
- public:
-  explicit PacketOutput(const Ptr<QuerierSm>& querier) : NotifieeConst(querier) {
-    // What the querier sent while it was constructed, nobody could watch.
-    if (querier->writableCount() != 0) onWritableCount();
-  }
-  void onWritableCount() override {
-    // sendPkt holds the IGMP message; the IP header around it is the host's affair.
-    const IpAddr to = notifier()->dstGroup();
-    std::printf("%7.1f s  query for %s, %zu bytes\n", Mox::now(),
-                to.isZero() ? "all groups" : to.stringValue().c_str(),
-                notifier()->sendPkt()->offsetBytes());
-  }
-};
+// A sending socket would be here. The host puts the IP header around the IGMP message.
+void send(const Gmp::Igmp::PublishedQuery& query) {
+  const IpAddr to = query.dstGroup;
+  std::printf("%7.1f s  query for %s, %zu bytes\n", Mox::now(),
+              to.isZero() ? "all groups" : to.stringValue().c_str(), query.message->offsetBytes());
+}
 
 class Host {
  public:
-  Host() : output_(querier_) {}
-
   // The loop: sleep until the wheel wants to turn, turn it.
   void run(Seconds until) {
     while (wheel_->nextDue() <= until) {
@@ -55,7 +45,7 @@ class Host {
     wheel_->turn(until);
   }
 
-  // What a receiving socket would do: hand in a whole IPv4 packet.
+  // A receiving socket would hand in whole IPv4 packets, as here.
   void doRx(const Ptr<Ilvo::Pkt>& pkt) { querier_->doRxPkt(pkt); }
 
   void show() const {
@@ -67,12 +57,12 @@ class Host {
   Ptr<Obel::TimerWheel> wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
   Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("vlan10");
   Ptr<Gmp::Igmp::QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
+  Gmp::Igmp::QueryOutput output_{&send};  // exists before the querier, which may send at once
   Ptr<QuerierSm> querier_ = Gmp::Igmp::querierSmFactory(config_, status_, IpAddr(10, 0, 0, 1), 1500,
-                                                        0, wheel_, wheel_, wheel_, false);
-  PacketOutput output_;
+                                                        0, wheel_, wheel_, wheel_, false, &output_);
 };
 
-// What a host on the link sends: an IPv4 header of 20 bytes and an IGMP message of 8.
+// A packet as a host on the link sends it: an IPv4 header of 20 bytes, an IGMP message of 8.
 Ptr<Ilvo::Pkt> igmpPacket(Mox::U8 type, IpAddr to) {
   constexpr std::size_t ipBytes = 20;
   constexpr std::size_t igmpBytes = 8;

@@ -1,13 +1,13 @@
-// Fetches into the cache what groups that are about to be reported will touch.
+// Prefetches the memory that the next reports will use.
 //
 // With a million groups a report waits for memory three times: for the group's place in the table,
-// for its machine, for its status, each found through the one before. Those who know what comes
-// next, the records of a report or the packets of a batch, expect it some steps ahead, and the
-// waits overlap. A wrong expectation costs nothing but the fetch.
+// for its machine and for its status, each found through the one before. A caller that knows the
+// next groups, from the records of a report or the packets of a batch, prefetches each some steps
+// ahead, so that these waits overlap. A group that is not reported after all costs the fetch only.
 //
 //   GroupLookahead lookahead(groupSm);
 //   for (size_t i = 0; i < n; ++i) {
-//     lookahead.expect(group[i + GroupLookahead::ahead]);
+//     lookahead.prefetch(group[i + GroupLookahead::ahead]);
 //     handle(group[i]);
 //   }
 #pragma once
@@ -25,12 +25,12 @@ class GroupLookahead {
  public:
   using GroupSmMap = Mox::HashMap<IpAddr, Ptr<QuerierGroupSm>>;
 
-  // How many groups an expectation should be ahead of its use.
+  // How many groups ahead of its use a group is prefetched.
   static constexpr size_t ahead = 12;
 
   explicit GroupLookahead(const GroupSmMap& groups) : groups_(groups) {}
 
-  void expect(IpAddr group) {
+  void prefetch(IpAddr group) {
     groups_.prefetch(group);
     if (const auto* sm = machine(recent_[(at_ - placeLead) % recent_.size()])) sm->prefetch();
     if (const auto* sm = machine(recent_[(at_ - machineLead) % recent_.size()])) {
@@ -40,7 +40,7 @@ class GroupLookahead {
   }
 
  private:
-  static constexpr size_t placeLead = 4;    // steps until the place has come
+  static constexpr size_t placeLead = 4;    // steps until the place is in the cache
   static constexpr size_t machineLead = 8;  // and the machine
 
   const QuerierGroupSm* machine(IpAddr group) const {

@@ -1,6 +1,7 @@
-// What the machines tell operators and developers: their trace handle and their event-log message.
+// The trace handle and the event-log message of the state machines.
 #pragma once
 
+#include <GmpIgmpQuerier/Types.h>
 #include <Mox/EventLog.h>
 #include <Mox/Trace.h>
 #include <MoxBase/Export.h>
@@ -8,10 +9,14 @@
 namespace Gmp::Igmp {
 
 // Traces of the state machines.
-extern MOX_PUBLIC Mox::TraceHandle& machineTrace;
+extern MOX_PUBLIC const Mox::ModelTrace machineTrace;
 
 // GMP_IGMP_QUERY_VERSION_CONFIGURED_DISCREPANCY(query version, interface, configured version).
 extern MOX_PUBLIC Mox::EventLogHandle gmpIgmpQueryVersionConfiguredDiscrepancy;
+
+// Fields of a query that is being built, in network order.
+extern MOX_PUBLIC const U16 queryNoSources;
+extern MOX_PUBLIC const U16 queryNoChecksum;
 
 // The model file that the machines' fatal assertions name.
 inline constexpr const char* machineModelFile = "GmpIgmpQuerierSm.tin";

@@ -1,9 +1,10 @@
 // Router-side state of one multicast group on one interface (RFC 3376 6.2): group timer, older host
-// present timers, sources, and the specific queries still owed.
+// present timers, sources, and pending retransmissions of specific queries.
 //
 // Filter mode and compatibility mode live in the published status and nowhere else. The querier
-// owns the machine; a handler may end it (its group is removed from the querier), so each entry
-// point that can holds a Ptr to it. After its end nothing is armed or written.
+// owns the machine. A handler may end it, and so may a notifiee in the middle of a handler: each
+// function that uses the machine after a notification holds a Ptr to it until it returns. After its
+// end nothing is armed or written.
 #pragma once
 
 #include <memory>
@@ -45,10 +46,14 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierGroupSm> {
    public:
     using NotifieeOf::NotifieeOf;
+    virtual void onMembershipTimer() {}
     virtual void onMembershipTimerExpiry() {}
     virtual void onMembershipTimerState() {}
+    virtual void onV1MembershipTimer() {}
     virtual void onV1MembershipTimerState() {}
+    virtual void onV2MembershipTimer() {}
     virtual void onV2MembershipTimerState() {}
+    virtual void onRexmitTimer() {}
     virtual void onRexmitTimerExpiry() {}
     virtual void onRexmitTimerState() {}
     virtual void onSource(IpAddr) {}
@@ -59,7 +64,7 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
     virtual void onInitialized() {}
   };
 
-  // Runs at once: finds or makes the status entry, counts a join, all timers disabled.
+  // Runs at once: finds or creates the status entry, counts a join, disables all timers.
   QuerierGroupSm(IpAddr group, Wheel membershipWheel, Wheel v1Wheel, Wheel v2Wheel,
                  Wheel rexmitWheel, QuerierSm* querierSm);
   ~QuerierGroupSm() override;
@@ -102,10 +107,10 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void prefetchStatus() const;
 
   // Move a timer to another wheel with its time.
-  void membershipTimerIs(Wheel wheel) { membershipTimer_.wheelIs(std::move(wheel)); }
-  void v1MembershipTimerIs(Wheel wheel) { v1MembershipTimer_.wheelIs(std::move(wheel)); }
-  void v2MembershipTimerIs(Wheel wheel) { v2MembershipTimer_.wheelIs(std::move(wheel)); }
-  void rexmitTimerIs(Wheel wheel) { rexmitTimer_.wheelIs(std::move(wheel)); }
+  void membershipTimerIs(Wheel wheel) { setWheel<&Self::membershipTimer_>(std::move(wheel)); }
+  void v1MembershipTimerIs(Wheel wheel) { setWheel<&Self::v1MembershipTimer_>(std::move(wheel)); }
+  void v2MembershipTimerIs(Wheel wheel) { setWheel<&Self::v2MembershipTimer_>(std::move(wheel)); }
+  void rexmitTimerIs(Wheel wheel) { setWheel<&Self::rexmitTimer_>(std::move(wheel)); }
   void membershipTimerExpiryIs(Seconds v) { set<&Self::membershipTimerExpiry_>(v); }
   void membershipTimerStateIs(TimerState v) { set<&Self::membershipTimerState_>(v); }
   void v1MembershipTimerStateIs(TimerState v) { set<&Self::v1MembershipTimerState_>(v); }
@@ -133,13 +138,13 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void rexmitSetSourceDelAll() { setDelAll<&Self::rexmitSetSource>(declaredSets().set); }
   void rexmitSetSourceNotify(IpAddr addr) { notifyMember<&Self::rexmitSetSource>(addr); }
 
-  // The machine of that source, made if it is not there; a NameInUseError when it is there on
+  // The machine of that source, created if absent. Throws a NameInUseError when it exists on
   // another wheel.
   Ptr<QuerierGroupSourceSm> sourceIs(IpAddr addr, const Wheel& wheel);
   // Removes the machine and its status entry; in an INCLUDE group the last one ends the group.
   void sourceDel(IpAddr addr);
   void sourceDelAll();
-  // Tells of that machine without changing anything.
+  // Notifies of that machine without changing anything.
   void sourceNotify(IpAddr addr) { notifyMember<&Self::source_>(addr); }
 
   // The only way in which handlers start, change or stop a timer: `seconds` from now, +infinity
@@ -162,12 +167,12 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void handleSource(IpAddr addr);
   void toRexmitState(IpAddr addr);
 
-  // The owner lets go: nothing is armed or written any more.
+  // Called by the owner on removal: from then on nothing is armed or written.
   void end();
 
   // Of the owner: its interface's name, configuration, status, and whether the attribute log is
   // clogged.
-  Mox::Name vlan() const;
+  Mox::Name interfaceName() const;
   const QuerierConfig& config() const;
   QuerierStatus& querierStatus() const;
   bool attrLogClogged() const;
@@ -175,29 +180,27 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
  private:
   using Self = QuerierGroupSm;
 
-  // Always empty but for access by name, so their memory is there from the first change only.
+  // Only access by name fills these sets, so they get memory at the first change.
   struct DeclaredSets {
     AddrSet clr;
     AddrSet set;
   };
   DeclaredSets& declaredSets();
 
-  // Whoever is told of a change may end the group in the middle of a handler. What the handler does
-  // then goes nowhere: these write and arm nothing, as doSetTimer does, and the owner's values are
-  // none.
+  // A notifiee may end the group in the middle of a handler. From then on these functions write and
+  // arm nothing, as doSetTimer does, and the owner's values read as 0.
   void filterModeIs(IgmpFilterMode v);
   void compatibilityModeIs(IgmpVersion v);
   void lastReporterIs(IpAddr v);
-  // Makes the source if it is not there.
+  // Creates the source if absent.
   void sourceTimerIs(IpAddr addr, Seconds seconds);
   Seconds groupMembershipInterval() const;
   Seconds lastMemberQueryTime() const;
   U32 lastMemberQueryCount() const;
 
-  void finishPendingRexmit(TimerState rexmitState);
   void lowerMembershipTimer(Seconds limit);
   void sendSourceQueries(QuerierSm& querier);
-  bool owesQueries() const { return rexmitGroupQuery_ != 0 || !rexmitSource_.empty(); }
+  bool queriesPending() const { return rexmitGroupQuery_ != 0 || !rexmitSource_.empty(); }
 
   // The record table (RFC 3376 6.4), by filter mode and record type. B are the record's sources
   // without 0.0.0.0, sorted.
@@ -218,8 +221,8 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   void deleteSourcesNotIn(AddrList b);
   void closeRecord();
 
-  // What a refreshed membership touches comes first and lies together: with a million groups, each
-  // line of memory counts.
+  // The members that a refreshed membership uses come first and side by side: with a million groups
+  // each cache line counts.
   IpAddr group_;
   U32 rexmitGroupQuery_ = 0;
   Ptr<QuerierGroupStatus> groupStatus_;
@@ -227,14 +230,15 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   AddrSet rexmitSource_;
   Seconds membershipTimerExpiry_ = 0.0;
   TimerState membershipTimerState_ = timerDisabled;
-  TimerState v2MembershipTimerState_ = timerDisabled;
-  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleMembershipTimer> membershipTimer_;
-  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV2MembershipTimer> v2MembershipTimer_;
   TimerState v1MembershipTimerState_ = timerDisabled;
+  TimerState v2MembershipTimerState_ = timerDisabled;
   TimerState rexmitTimerState_ = timerDisabled;
-  Seconds rexmitTimerExpiry_ = 0.0;
+  // The timers are made in this order.
+  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleMembershipTimer> membershipTimer_;
   Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV1MembershipTimer> v1MembershipTimer_;
+  Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleV2MembershipTimer> v2MembershipTimer_;
   Obel::TimerReactor<QuerierGroupSm, &QuerierGroupSm::handleRexmitTimer> rexmitTimer_;
+  Seconds rexmitTimerExpiry_ = 0.0;
   std::unique_ptr<DeclaredSets> declaredSets_;
   bool initialized_ = false;
 
@@ -247,19 +251,23 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
       Mox::Constant{"name", &Self::name},
       Mox::Key{"group", &Self::group_},
       Mox::Part{"groupStatus", &Self::groupStatus_},
-      Mox::Part{"membershipTimer", &Self::membershipTimer_, Mox::Unit::time},
+      Mox::Timer{"membershipTimer", &Self::membershipTimer_, &Self::membershipTimerIs,
+                 &NotifieeConst::onMembershipTimer},
       Mox::Attr{"membershipTimerExpiry", &Self::membershipTimerExpiry_,
                 &Self::membershipTimerExpiryIs, &NotifieeConst::onMembershipTimerExpiry,
                 Mox::Unit::time},
       Mox::Attr{"membershipTimerState", &Self::membershipTimerState_, &Self::membershipTimerStateIs,
                 &NotifieeConst::onMembershipTimerState},
-      Mox::Part{"v1MembershipTimer", &Self::v1MembershipTimer_, Mox::Unit::time},
+      Mox::Timer{"v1MembershipTimer", &Self::v1MembershipTimer_, &Self::v1MembershipTimerIs,
+                 &NotifieeConst::onV1MembershipTimer},
       Mox::Attr{"v1MembershipTimerState", &Self::v1MembershipTimerState_,
                 &Self::v1MembershipTimerStateIs, &NotifieeConst::onV1MembershipTimerState},
-      Mox::Part{"v2MembershipTimer", &Self::v2MembershipTimer_, Mox::Unit::time},
+      Mox::Timer{"v2MembershipTimer", &Self::v2MembershipTimer_, &Self::v2MembershipTimerIs,
+                 &NotifieeConst::onV2MembershipTimer},
       Mox::Attr{"v2MembershipTimerState", &Self::v2MembershipTimerState_,
                 &Self::v2MembershipTimerStateIs, &NotifieeConst::onV2MembershipTimerState},
-      Mox::Part{"rexmitTimer", &Self::rexmitTimer_, Mox::Unit::time},
+      Mox::Timer{"rexmitTimer", &Self::rexmitTimer_, &Self::rexmitTimerIs,
+                 &NotifieeConst::onRexmitTimer},
       Mox::Attr{"rexmitTimerExpiry", &Self::rexmitTimerExpiry_, &Self::rexmitTimerExpiryIs,
                 &NotifieeConst::onRexmitTimerExpiry, Mox::Unit::time},
       Mox::Attr{"rexmitTimerState", &Self::rexmitTimerState_, &Self::rexmitTimerStateIs,
@@ -290,7 +298,7 @@ constexpr auto enumerators(QuerierGroupSm::TimerId) {
                     Mox::enumerator(Sm::rexmitTimerId, "rexmitTimerId")};
 }
 
-// How a group machine reads in a trace, long after it is gone.
+// The text of a group machine in a trace, which may be printed after its end.
 struct QuerierGroupSmText {
   IpAddr group;
 };

@@ -1,8 +1,8 @@
-// Router-side state of one source of one group (RFC 3376 6.2.3): its timer, the queries still owed
-// for it, and its published status.
+// Router-side state of one source of one group (RFC 3376 6.2.3): its timer, its pending
+// retransmissions, and its published status.
 //
 // The group machine owns it and decides which sources exist. In an INCLUDE group an expired source
-// goes, and the last one takes the group along; in an EXCLUDE group it stays as an excluded source.
+// is removed, and the last one ends the group; in an EXCLUDE group it stays as an excluded source.
 #pragma once
 
 #include <string>
@@ -26,13 +26,14 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   class MOX_PUBLIC NotifieeConst : public Mox::NotifieeOf<QuerierGroupSourceSm> {
    public:
     using NotifieeOf::NotifieeOf;
+    virtual void onSourceTimer() {}
     virtual void onSourceTimerExpiry() {}
     virtual void onSourceTimerState() {}
     virtual void onRexmits() {}
     virtual void onInitialized() {}
   };
 
-  // Runs at once: finds or makes the status entry, with the timer disabled.
+  // Runs at once: finds or creates the status entry, and disables the timer.
   QuerierGroupSourceSm(IpAddr addr, Wheel wheel, QuerierGroupSm* groupSm);
 
   std::string name() const { return {}; }
@@ -55,7 +56,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   bool ended() const;
 
   // Moves the timer to another wheel with its time.
-  void sourceTimerIs(Wheel wheel) { sourceTimer_.wheelIs(std::move(wheel)); }
+  void sourceTimerIs(Wheel wheel) { setWheel<&Self::sourceTimer_>(std::move(wheel)); }
   void sourceTimerExpiryIs(Seconds v) { set<&Self::sourceTimerExpiry_>(v); }
   void sourceTimerStateIs(TimerState v) { set<&Self::sourceTimerState_>(v); }
   void rexmitsIs(U32 v) { set<&Self::rexmits_>(v); }
@@ -67,7 +68,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   void handleInitialized();
   void handleSourceTimer();
 
-  // The owner lets go: nothing is armed or written any more.
+  // Called by the owner on removal: from then on nothing is armed or written.
   void end();
 
  private:
@@ -89,7 +90,8 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
       Mox::Constant{"name", &Self::name},
       Mox::Key{"addr", &Self::addr_},
       Mox::Part{"sourceStatus", &Self::sourceStatus_},
-      Mox::Part{"sourceTimer", &Self::sourceTimer_, Mox::Unit::time},
+      Mox::Timer{"sourceTimer", &Self::sourceTimer_, &Self::sourceTimerIs,
+                 &NotifieeConst::onSourceTimer},
       Mox::Attr{"sourceTimerExpiry", &Self::sourceTimerExpiry_, &Self::sourceTimerExpiryIs,
                 &NotifieeConst::onSourceTimerExpiry, Mox::Unit::time},
       Mox::Attr{"sourceTimerState", &Self::sourceTimerState_, &Self::sourceTimerStateIs,
@@ -101,7 +103,7 @@ class MOX_PUBLIC QuerierGroupSourceSm final : public Mox::Entity<QuerierGroupSou
   };
 };
 
-// How a source machine reads in a trace, long after it is gone.
+// The text of a source machine in a trace, which may be printed after its end.
 struct QuerierGroupSourceSmText {
   IpAddr group;
   IpAddr source;
@@ -113,9 +115,8 @@ MOX_PUBLIC Ptr<QuerierGroupSourceSm> QuerierGroupSourceSmIs(IpAddr addr,
                                                             QuerierGroupSourceSm::Wheel wheel,
                                                             QuerierGroupSm* groupSm);
 
-// The machine of that source in the group, made on the wheel of the querier's general queries if it
-// is not there. All creation by the handlers goes through here.
-MOX_PUBLIC Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(const Ptr<QuerierGroupSm>& group,
-                                                         IpAddr addr);
+// The machine of that source in the group, created if absent on the wheel of the querier's general
+// queries. The handlers create source machines in no other way.
+MOX_PUBLIC Ptr<QuerierGroupSourceSm> getOrCreateSourceSm(Ptr<QuerierGroupSm> group, IpAddr addr);
 
 }  // namespace Gmp::Igmp

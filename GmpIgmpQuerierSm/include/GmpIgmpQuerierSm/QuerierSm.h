@@ -1,10 +1,9 @@
 // The IGMP querier of one interface (RFC 3376 6): election, queries, the groups with members.
 //
 // The host creates it on a configuration and a status entity and timer wheels, hands every IPv4
-// packet received on the interface to doRxPkt, and transmits what it publishes: each step of
+// packet received on the interface to doRxPkt, and transmits the published queries: each step of
 // `writableCount` is one query in `sendPkt` (the IGMP message alone) for `dstGroup` (0.0.0.0: all
-// systems). A query can be published inside the constructor, before anybody can watch: look at
-// `writableCount` then.
+// systems). The constructor may publish one, too: a QueryOutput hands out all of them.
 //
 // It runs from the moment of its construction. Its destruction writes nothing into the status and
 // sends nothing; a new instance on the same status takes the groups over. One thread.
@@ -49,6 +48,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
     virtual void onMtu() {}
     virtual void onStartupQueryIntervalDefault() {}
     virtual void onMcastBoundaryIntfStatus() {}
+    virtual void onOtherQuerierTimer() {}
     virtual void onOtherQuerierTimerState() {}
     virtual void onTransitionToNonQuerier() {}
     virtual void onPendingRexmit(IpAddr) {}
@@ -57,8 +57,10 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
     virtual void onSendPkt() {}
     virtual void onWritableCount() {}
     virtual void onGroupSm(IpAddr) {}
+    virtual void onQueryIntervalTimer() {}
     virtual void onQueryIntervalTimerState() {}
     virtual void onInitGroupStatusBookmark() {}
+    virtual void onInitGroupStatusTimer() {}
     virtual void onAttrLogSm() {}
     virtual void onDebugYieldAfterOne() {}
     virtual void onPktSrc() {}
@@ -68,7 +70,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   // See querierSmFactory.
   QuerierSm(Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> querierStatus, IpAddr ipAddr,
             U32 mtu, U32 startupQueryIntervalDefault, Wheel otherQuerierTimer,
-            Wheel queryIntervalTimer, Wheel initGroupStatusTimer, bool debugYieldAfterOne);
+            Wheel queryIntervalTimer, Wheel initGroupStatusTimer, bool debugYieldAfterOne,
+            NotifieeConst* watcher = nullptr);
   ~QuerierSm() override;
 
   // The configuration's name: the interface.
@@ -84,9 +87,9 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   const Boundary& mcastBoundaryIntfStatus() const { return mcastBoundaryIntfStatus_; }
   const Wheel& otherQuerierTimer() const { return otherQuerierTimer_.wheel(); }
   TimerState otherQuerierTimerState() const { return otherQuerierTimerState_; }
-  // The election is lost, but specific queries are still owed.
+  // A hand-over: the election is lost, but retransmissions are still pending.
   bool transitionToNonQuerier() const { return transitionToNonQuerier_; }
-  // The groups that owed them when it was lost, and still do.
+  // The groups whose retransmissions the hand-over waits for.
   const AddrSet& pendingRexmit() const { return pendingRexmit_; }
   // False while the next general query is the first after a silent querier.
   bool initialQuerySent() const { return initialQuerySent_; }
@@ -100,7 +103,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   // Carries every group and source timer, too.
   const Wheel& queryIntervalTimer() const { return queryIntervalTimer_.wheel(); }
   TimerState queryIntervalTimerState() const { return queryIntervalTimerState_; }
-  // Where the rebuilding of groups goes on; 0.0.0.0 when none is under way.
+  // Where the rebuilding of groups resumes; 0.0.0.0 when none is in progress.
   IpAddr initGroupStatusBookmark() const { return initGroupStatusBookmark_; }
   const Wheel& initGroupStatusTimer() const { return initGroupStatusTimer_.wheel(); }
   // Absolute time of the next batch; +infinity when none is due.
@@ -117,7 +120,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void startupQueryIntervalDefaultIs(U32 v) { set<&Self::startupQueryIntervalDefault_>(v); }
   // Null for no boundary.
   void mcastBoundaryIntfStatusIs(Boundary v) { set<&Self::mcastBoundaryIntfStatus_>(std::move(v)); }
-  void otherQuerierTimerIs(Wheel wheel) { otherQuerierTimer_.wheelIs(std::move(wheel)); }
+  void otherQuerierTimerIs(Wheel wheel) { setWheel<&Self::otherQuerierTimer_>(std::move(wheel)); }
   void otherQuerierTimerStateIs(TimerState v) { set<&Self::otherQuerierTimerState_>(v); }
   void transitionToNonQuerierIs(bool v) { set<&Self::transitionToNonQuerier_>(v); }
   void pendingRexmitIs(IpAddr group, bool v) {
@@ -131,33 +134,34 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void sendPktIs(Ptr<Ilvo::Pkt> v) { set<&Self::sendPkt_>(std::move(v)); }
   void writableCountIs(U32 v) { set<&Self::writableCount_>(v); }
   U32 writableCountInc(U32 by) { return inc<&Self::writableCount_>(by); }
-  void queryIntervalTimerIs(Wheel wheel) { queryIntervalTimer_.wheelIs(std::move(wheel)); }
+  void queryIntervalTimerIs(Wheel wheel) { setWheel<&Self::queryIntervalTimer_>(std::move(wheel)); }
   void queryIntervalTimerStateIs(TimerState v) { set<&Self::queryIntervalTimerState_>(v); }
   void initGroupStatusBookmarkIs(IpAddr v) { set<&Self::initGroupStatusBookmark_>(v); }
-  void initGroupStatusTimerIs(Wheel wheel) { initGroupStatusTimer_.wheelIs(std::move(wheel)); }
+  void initGroupStatusTimerIs(Wheel wheel) {
+    setWheel<&Self::initGroupStatusTimer_>(std::move(wheel));
+  }
   // Null for none: the log is never clogged then.
   void attrLogSmIs(Ptr<GmpAttrLogSm> v) { set<&Self::attrLogSm_>(std::move(v)); }
   void debugYieldAfterOneIs(bool v) { set<&Self::debugYieldAfterOne_>(v); }
   void pktSrcIs(IpAddr v) { set<&Self::pktSrc_>(v); }
   void initializedIs(bool v) { set<&Self::initialized_>(v); }
 
-  // The machine of that group, made on those wheels if it is not there; a NameInUseError, which
-  // names the wheel that differs, when it is there on others.
+  // The machine of that group, created on those wheels if absent. Throws a NameInUseError, which
+  // names the wheel that differs, when it exists on others.
   Ptr<QuerierGroupSm> groupSmIs(IpAddr group, const Wheel& membership, const Wheel& v1,
                                 const Wheel& v2, const Wheel& rexmit);
-  // Ends the machine; its status entry goes with it.
+  // Ends the machine and deletes its status entry.
   void groupSmDel(IpAddr group);
   void groupSmDel(GroupSmMap::const_iterator at) { groupSmDel((*at).key); }
   void groupSmDelAll();
-  // Tells of that machine without changing anything.
+  // Notifies of that machine without changing anything.
   void groupSmNotify(IpAddr group) { notifyMember<&Self::groupSm_>(group); }
 
   // Processes one received packet, which begins at its IPv4 header: validates, counts, dispatches.
   // The packet's offsets move; its bytes do not change.
   void doRxPkt(const Ptr<Ilvo::Pkt>& pkt);
-  // Tells that this packet is handed in soon. Of use to a host that reads packets in batches:
-  // expect each some GroupLookahead::ahead packets before it is handed in, and a report for one of
-  // a million groups finds them in the cache.
+  // Prefetches the memory that this packet will use. For a host that receives packets in batches,
+  // which calls it for each packet GroupLookahead::ahead packets before it hands that packet in.
   void expectRxPkt(const Ilvo::Pkt& pkt);
   // Takes the querier role now; the first general query follows within 10 seconds.
   void becomeQuerier();
@@ -165,7 +169,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void clearCounters();
   // True when the group lies inside the interface's multicast boundary.
   bool checkMcastIntfBoundaryStatus(IpAddr group) const;
-  // Judges one received query; the packet's front is at its IGMP message (RFC 3376 6.6.2).
+  // Evaluates one received query for the election; the packet's front is at its IGMP message (RFC
+  // 3376 6.6.2).
   void doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& pkt);
   // Arms a timer `seconds` from now, or disables it with +infinity, and publishes when it expires.
   void doSetTimer(TimerId id, Seconds seconds);
@@ -180,6 +185,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void handleStartupQueryInterval();
   void handleSendQuery();
   void handleGroupSm(IpAddr group);
+  // The group's retransmission timer was set: counts during a hand-over, which the last group ends.
+  void handleGroupRexmit(IpAddr group, TimerState rexmitState);
   // One batch of rebuilding group machines from the status.
   void handleQuerierGroupStatus();
   // Rebuilds the machines of one group from its status entry.
@@ -189,7 +196,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   using Self = QuerierSm;
   class ConfigReactor;
 
-  // Which kind of a message a handler of the receive path was given, already validated.
+  // A validated message as the handlers of the receive path get it.
   struct RxIgmp {
     const Ilvo::IpHdr& ip;
     const Ptr<Ilvo::Pkt>& pkt;
@@ -202,7 +209,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void dropPacket() { querierStatus_->errorPacketReceivedInc(1); }
   bool dropAtBoundary(IpAddr group, const char* found, const char* count);
   IgmpVersion countQuery(const Ilvo::Pkt& pkt);
-  void reportVersionDiscrepancy(IgmpVersion heard, IpAddr group);
+  void reportVersionDiscrepancy(IgmpVersion received, IpAddr group);
   void rxQuery(const RxIgmp& rx);
   void rxV3SpecificQuery(const RxIgmp& rx);
   void rxV1Report(const RxIgmp& rx);
@@ -210,6 +217,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void rxV2Leave(const RxIgmp& rx);
   void rxV3Report(const RxIgmp& rx);
 
+  void roleIs(QuerierStatus::QuerierState role, Mox::Place by = Mox::Place::here());
   void loseElection();
   void adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt);
   Seconds nextGeneralQueryDelay() const;
@@ -219,30 +227,32 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void rebuildSources(const Ptr<QuerierGroupSm>& groupSm, const QuerierGroupStatus& status);
 
   Mox::Name name_;
-  std::unique_ptr<ConfigReactor> querierConfig_;
-  Ptr<QuerierStatus> querierStatus_;
   IpAddr ipAddr_;
   U32 mtu_;
   U32 startupQueryIntervalDefault_;
-  Boundary mcastBoundaryIntfStatus_;
-  Obel::TimerReactor<QuerierSm, &QuerierSm::handleOtherQuerierTimer> otherQuerierTimer_;
   TimerState otherQuerierTimerState_ = timerDisabled;
+  TimerState queryIntervalTimerState_ = timerDisabled;
   bool transitionToNonQuerier_ = false;
-  AddrSet pendingRexmit_;
   bool initialQuerySent_ = true;
+  bool debugYieldAfterOne_;
+  bool initialized_ = false;
+  IpAddr initGroupStatusBookmark_;
+  IpAddr pktSrc_;
   IpAddr dstGroup_;
-  Ptr<Ilvo::Pkt> sendPkt_;
   U32 writableCount_ = 0;
+  Ptr<Ilvo::Pkt> sendPkt_;
+  // Released from the last to the first: groups, pending groups, timers, status, configuration,
+  // boundary, monitor. Each is still held while those declared after it are released.
+  Ptr<GmpAttrLogSm> attrLogSm_;
+  Boundary mcastBoundaryIntfStatus_;
+  std::unique_ptr<ConfigReactor> querierConfig_;
+  Ptr<QuerierStatus> querierStatus_;
+  Obel::TimerReactor<QuerierSm, &QuerierSm::handleOtherQuerierTimer> otherQuerierTimer_;
+  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQueryIntervalTimer> queryIntervalTimer_;
+  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQuerierGroupStatus> initGroupStatusTimer_;
+  AddrSet pendingRexmit_;
   GroupSmMap groupSm_;
   GroupLookahead lookahead_{groupSm_};
-  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQueryIntervalTimer> queryIntervalTimer_;
-  TimerState queryIntervalTimerState_ = timerDisabled;
-  IpAddr initGroupStatusBookmark_;
-  Obel::TimerReactor<QuerierSm, &QuerierSm::handleQuerierGroupStatus> initGroupStatusTimer_;
-  Ptr<GmpAttrLogSm> attrLogSm_;
-  bool debugYieldAfterOne_;
-  IpAddr pktSrc_;
-  bool initialized_ = false;
 
   friend class Mox::Entity<QuerierSm>;
 
@@ -260,7 +270,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
                 Mox::Unit::seconds},
       Mox::Attr{"mcastBoundaryIntfStatus", &Self::mcastBoundaryIntfStatus_,
                 &Self::mcastBoundaryIntfStatusIs, &NotifieeConst::onMcastBoundaryIntfStatus},
-      Mox::Part{"otherQuerierTimer", &Self::otherQuerierTimer_, Mox::Unit::time},
+      Mox::Timer{"otherQuerierTimer", &Self::otherQuerierTimer_, &Self::otherQuerierTimerIs,
+                 &NotifieeConst::onOtherQuerierTimer},
       Mox::Attr{"otherQuerierTimerState", &Self::otherQuerierTimerState_,
                 &Self::otherQuerierTimerStateIs, &NotifieeConst::onOtherQuerierTimerState},
       Mox::Attr{"transitionToNonQuerier", &Self::transitionToNonQuerier_,
@@ -274,12 +285,14 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
       Mox::Counter{"writableCount", &Self::writableCount_, &Self::writableCountIs,
                    &Self::writableCountInc, &NotifieeConst::onWritableCount},
       Mox::Members{"groupSm", &Self::groupSm_, &NotifieeConst::onGroupSm},
-      Mox::Part{"queryIntervalTimer", &Self::queryIntervalTimer_, Mox::Unit::time},
+      Mox::Timer{"queryIntervalTimer", &Self::queryIntervalTimer_, &Self::queryIntervalTimerIs,
+                 &NotifieeConst::onQueryIntervalTimer},
       Mox::Attr{"queryIntervalTimerState", &Self::queryIntervalTimerState_,
                 &Self::queryIntervalTimerStateIs, &NotifieeConst::onQueryIntervalTimerState},
       Mox::Attr{"initGroupStatusBookmark", &Self::initGroupStatusBookmark_,
                 &Self::initGroupStatusBookmarkIs, &NotifieeConst::onInitGroupStatusBookmark},
-      Mox::Part{"initGroupStatusTimer", &Self::initGroupStatusTimer_, Mox::Unit::time},
+      Mox::Timer{"initGroupStatusTimer", &Self::initGroupStatusTimer_,
+                 &Self::initGroupStatusTimerIs, &NotifieeConst::onInitGroupStatusTimer},
       Mox::Attr{"attrLogSm", &Self::attrLogSm_, &Self::attrLogSmIs, &NotifieeConst::onAttrLogSm},
       Mox::Attr{"debugYieldAfterOne", &Self::debugYieldAfterOne_, &Self::debugYieldAfterOneIs,
                 &NotifieeConst::onDebugYieldAfterOne},
@@ -302,30 +315,29 @@ constexpr auto enumerators(QuerierSm::TimerId) {
                     Mox::enumerator(Sm::otherQuerierTimerId, "otherQuerierTimerId")};
 }
 
-// How a querier reads in a trace, long after it is gone.
+// The text of a querier in a trace, which may be printed after its end.
 struct QuerierSmText {
   Mox::Name name;
 };
 inline QuerierSmText tracePart(const QuerierSm& sm) { return {sm.name()}; }
 MOX_PUBLIC void appendText(std::string& out, QuerierSmText text);
 
-// How a wheel reads in an error: its address.
+// The text of a wheel in an error: its address.
 MOX_PUBLIC std::string wheelText(const QuerierSm::Wheel& wheel);
 
 // A querier that runs at once. Address and MTU are the interface's; an MTU of 0 sets no bound to a
 // query's length. `startupQueryIntervalDefault` in seconds, 0 for none. Other-querier timer,
 // general queries with all group and source timers, and the rebuilding of groups may run on one
-// wheel or on three. `debugYieldAfterOne` makes the rebuilding stop after each group.
-MOX_PUBLIC Ptr<QuerierSm> querierSmFactory(Ptr<const QuerierConfig> querierConfig,
-                                           Ptr<QuerierStatus> querierStatus, IpAddr ipAddr, U32 mtu,
-                                           U32 startupQueryIntervalDefault,
-                                           QuerierSm::Wheel otherQuerierTimer,
-                                           QuerierSm::Wheel queryIntervalTimer,
-                                           QuerierSm::Wheel initGroupStatusTimer,
-                                           bool debugYieldAfterOne);
+// wheel or on three. `debugYieldAfterOne` makes the rebuilding stop after each group. `watcher`, if
+// there is one, watches the querier from before its first handler runs.
+MOX_PUBLIC Ptr<QuerierSm> querierSmFactory(
+    Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> querierStatus, IpAddr ipAddr,
+    U32 mtu, U32 startupQueryIntervalDefault, QuerierSm::Wheel otherQuerierTimer,
+    QuerierSm::Wheel queryIntervalTimer, QuerierSm::Wheel initGroupStatusTimer,
+    bool debugYieldAfterOne, QuerierSm::NotifieeConst* watcher = nullptr);
 
-// The machine of that group in the querier. Made if it is not there: from the status entry when
-// there is one, else afresh.
-MOX_PUBLIC Ptr<QuerierGroupSm> getOrCreateGroupSm(const Ptr<QuerierSm>& querier, IpAddr group);
+// The machine of that group in the querier. Created if absent: from the status entry when there is
+// one, else as a new group.
+MOX_PUBLIC Ptr<QuerierGroupSm> getOrCreateGroupSm(Ptr<QuerierSm> querier, IpAddr group);
 
 }  // namespace Gmp::Igmp

@@ -1,5 +1,5 @@
 // The query builders (RFC 3376 4.1, 6.6; RFC 2236 2): each makes one IGMP message and publishes it
-// as the querier's sendPkt, dstGroup and writableCount. IP is the host's.
+// as the querier's sendPkt, dstGroup and writableCount. The host adds the IP header.
 #pragma once
 
 #include <vector>
@@ -18,7 +18,7 @@ MOX_PUBLIC void sendQuery(QuerierSm* querier, double maxResponseSeconds, IpAddr 
 // The general query that is due now.
 MOX_PUBLIC void sendGeneralQuery(QuerierSm* querier);
 
-// One group-specific query, if the group owes one; it owes one less then.
+// One group-specific query if the group has one pending, which is then pending no more.
 MOX_PUBLIC void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
 
 // One group-and-source-specific query with as many of the sources as fit, from the back of the
@@ -26,7 +26,7 @@ MOX_PUBLIC void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
 MOX_PUBLIC bool sendGroupAndSourceSpecificQueryHelper(QuerierSm* querier, IpAddr group,
                                                       std::vector<IpAddr>& sources, bool sFlag);
 
-// Who asks about sources has an address: other routers compare it with theirs. Fatal without one.
+// Fatal when the querier has no address: other routers compare the sender's address with theirs.
 MOX_PUBLIC void requireOwnAddress(const QuerierSm& querier, Mox::Place where = Mox::Place::here());
 
 // As many of these queries as the two lists need: first those with the S flag clear.

@@ -1,9 +1,9 @@
-// What holds between any two calls of a querier, whatever hosts, routers and the operator do. Those
-// who throw random things at a querier ask for the breaches after each of them.
+// The invariants of a querier between any two calls, whatever hosts, routers and the operator do. A
+// test with random input checks after each call that none is broken.
 //
-// It follows one status through any number of queriers on it. All timers of the querier are on the
-// one wheel. What no invariant can know is told: a query about an unknown group makes one that no
-// report has said anything about, and a clogged attribute log keeps back what is published.
+// It follows one status through any number of queriers on it. All timers of the querier run on one
+// wheel. The caller reports two facts that cannot be observed: that a query created a group, which
+// has no sources yet, and that the attribute log was clogged, which holds back published times.
 //
 //   QuerierInvariants invariants(wheel);
 //   invariants.watch(querier);
@@ -40,15 +40,15 @@ class QuerierInvariants {
   explicit QuerierInvariants(Ptr<const Obel::TimerWheel> wheel);
   ~QuerierInvariants();
 
-  // Before anything else is done with the querier: what it sends is counted from now on, and the
-  // query that it may have sent while it was made.
+  // Called before anything else is done with the querier. Its queries are counted from now on,
+  // together with the one that its constructor may have sent.
   void watch(const Ptr<QuerierSm>& querier);
-  // The querier is about to go.
+  // Called before the querier is released.
   void release();
 
-  // A query has made this group.
+  // A query has created this group.
   void bornOfQuery(IpAddr group) { bornOfQuery_.insert(group); }
-  // A report has come for it: from now on it excludes, or has sources, or ends.
+  // A report for it was received: from now on it is in EXCLUDE mode, or has sources, or ends.
   void reported(IpAddr group) { bornOfQuery_.erase(group); }
   void attrLogWasClogged() { attrLogWasClogged_ = true; }
 
