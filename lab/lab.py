@@ -204,9 +204,11 @@ class Station:
         self.ip("link", "set", "eth0", "up")
         self.wait_connected()
 
-    def renumber(self, number):
-        old, self.address = self.address, f"{NETWORK}.{number}"
-        self.ip("address", "del", f"{old}/24", "dev", "eth0")
+    def remove_address(self):
+        self.ip("address", "del", f"{self.address}/24", "dev", "eth0")
+
+    def add_address(self, number):
+        self.address = f"{NETWORK}.{number}"
         self.ip("address", "add", f"{self.address}/24", "dev", "eth0")
 
     def wait_connected(self):
