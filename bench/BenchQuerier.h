@@ -47,17 +47,17 @@ class BenchQuerier {
     doRxPkt(*querier_, reportOf(group, *reports_[0]));
   }
 
-  // Version 2 reports for all of them, as from a host that reads batches: each is expected
+  // Version 2 reports for all of them, as from a host that reads batches: each is prefetched
   // some packets before it is handed in.
   void reportsV2(const std::vector<IpAddr>& groups) {
     constexpr size_t ahead = Gmp::Igmp::GroupLookahead::ahead;
     const auto packet = [&](size_t i) -> Ilvo::Pkt& { return *reports_[i % reports_.size()]; };
-    const auto expect = [&](size_t i) {
+    const auto prefetch = [&](size_t i) {
       if (i < groups.size()) querier_->expectRxPkt(*reportOf(groups[i], packet(i)));
     };
-    for (size_t i = 0; i < ahead; ++i) expect(i);
+    for (size_t i = 0; i < ahead; ++i) prefetch(i);
     for (size_t i = 0; i < groups.size(); ++i) {
-      expect(i + ahead);
+      prefetch(i + ahead);
       querier_->doRxPkt(Ptr<Ilvo::Pkt>(&packet(i)));
     }
   }

@@ -199,7 +199,7 @@ def captures():
 
 # The attribute log, as doc/attribute-log.md has it.
 CONFIG, STATUS = 1, 2
-READER, WRITER, COPY = 0xf0, 0xf1, 0xf2  # the first byte: who receives, in pieces of 32 KiB
+READER, WRITER, COPY = 0xf0, 0xf1, 0xf2  # the first byte: the receiver, and chunks of 32 KiB
 
 
 def frame(kind, content=b""):
@@ -249,7 +249,7 @@ ATTR_LOGS = {
     "writer": bytes([WRITER]) + HELLO + CONFIGURES + frame(10, struct.pack(">I", 8)),
     "writer-of-status": bytes([WRITER]) + HELLO + frame(6, member("QuerierGroupStatus", GROUP)),
     "copy": bytes([COPY]) + HELLO + ROOTS + STATE + REMOVED,
-    "copy-in-small-pieces": bytes([0x20]) + HELLO + ROOTS + STATE,
+    "copy-in-small-chunks": bytes([0x20]) + HELLO + ROOTS + STATE,
     "copy-interrupted": bytes([COPY]) + HELLO + ROOTS + frame(5, walk(1)) + frame(8, walk(3)) +
                         frame(5, walk(3)) + frame(8, walk(1)) + frame(3, struct.pack(">I", STATUS)),
     "refused": bytes([COPY]) + HELLO + frame(12, words("no")),

@@ -244,7 +244,7 @@ class Tree:
         return tests
 
     def module_of(self, path):
-        """The include folder of which `path` is a public header, or None."""
+        """The include folder with the public header `path`, or None."""
         return next((m for m in self.modules if path.is_relative_to(m)), None)
 
     def headers(self):
