@@ -31,7 +31,7 @@ struct Written {
 
 class MOX_PUBLIC TreeIn {
  public:
-  // The code on behalf of which values are received.
+  // The connection.
   class MOX_PUBLIC Host {
    public:
     // The values of one frame are written together or not at all: the reason why they are refused,
