@@ -83,8 +83,8 @@ bool Session::drainGone() {
   return true;
 }
 
-// In rounds: a turn begins with room in the stream, so that no tree waits for ever while another one
-// changes all the time.
+// In rounds: a turn begins with room in the stream, so that no tree waits for ever while another
+// one changes all the time.
 bool Session::drainTrees() {
   for (size_t done = 0; done < trees_.size(); ++done) {
     auto tree = trees_.lower_bound(nextTree_);
@@ -132,7 +132,7 @@ void Session::refuse(std::string reason) {
 
 bool Session::input(std::span<const U8> bytes) {
   if (!fault_.empty()) return false;
-  const bool good = in_.take(bytes, [&](std::span<const U8> frame) {
+  in_.take(bytes, [&](std::span<const U8> frame) {
     std::string fault;
     try {
       fault = handleFrame(frame);
@@ -142,7 +142,7 @@ bool Session::input(std::span<const U8> bytes) {
     if (!fault.empty()) refuse(std::move(fault));
     return fault_.empty();
   });
-  if (!good && fault_.empty()) refuse("a frame of an impossible length");
+  if (in_.malformed()) refuse("a frame of an impossible length");
   return fault_.empty();
 }
 
@@ -183,14 +183,13 @@ std::string Session::handleHello(Reader& in) {
     return "the peer has version " + std::to_string(version) + " of the attribute log, not " +
            std::to_string(protocolVersion);
   }
-  const Seconds clock = in.seconds();
+  in.seconds();  // for readers on another machine: this side has the peer's clock
   const U8 rights = in.u8();
   in.text();
   if (greeted_ || rights > static_cast<U8>(Rights::configure) || !in.complete()) {
     return "a hello that contradicts itself";
   }
   greeted_ = true;
-  clockDifference_ = clock - now();
   ownRights_ = static_cast<Rights>(rights);
   if (deferred_) host_.onOutput();
   return {};

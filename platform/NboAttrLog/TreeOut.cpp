@@ -52,7 +52,7 @@ bool TreeOut::drain() {
     sa.doSerializeOrphan(path_, writable_);
     announced_ = true;
   }
-  return sa.handleAttrFlowOut();
+  return !flow_.hasDirtyAttributes() || sa.handleAttrFlowOut();
 }
 
 bool TreeOut::concerns(const EntityBase& entity, AttrId id) const {
@@ -97,8 +97,8 @@ void TreeOut::onMember(const EntityBase& entity, AttrId id, U32 key) {
   host_.transmit();
 }
 
-// Bounds the memory for members that come and go while the peer takes nothing: a walk that names the
-// existing members has the same effect.
+// Bounds the memory for members that come and go while the peer takes nothing: a walk that names
+// the existing members has the same effect.
 void TreeOut::keepBounded(FlowOut& flow, size_t members) {
   if (flow.members().records() <= 2 * members + keysAlwaysKept) return;
   flow.membersDel();

@@ -197,7 +197,7 @@ TEST_F(InterruptedWalkTest, goesOnAtTheNextKeyAndNamesEachOnce) {
   for (U32 key = 1; key <= nodes; ++key) EXPECT_EQ(keys[key - 1], key);
 }
 
-TEST_F(InterruptedWalkTest, keyThatComesBehindTheNodemarkIsSentInTheSameTransaction) {
+TEST_F(InterruptedWalkTest, keyThatComesBehindTheBookmarkIsSentInTheSameTransaction) {
   serveSmall();
   stall();
   for (U32 key = 101; key <= 100 + nodes; ++key) root_->nodeIs(key);
@@ -226,7 +226,17 @@ TEST_F(InterruptedWalkTest, walkThroughEverythingSkipsMembersThatWentBefore) {
   EXPECT_THAT(rest, Contains(hexOf(bytesOf("08 00000001 00 0104 01"))));
 }
 
-TEST_F(InterruptedWalkTest, changeInFrontOfTheNodemarkIsPartOfTheRecordToCome) {
+TEST_F(InterruptedWalkTest, walkThroughEverythingEndsAfterTheHighestKey) {
+  for (const U32 key : {1u, 2u, ~0u}) root_->nodeIs(key);
+  directory_.entryIs("root/a", root_, Access::readOnly);
+  serve(Rights::read, OutStream::leastCapacity);
+  ASSERT_TRUE(send(helloFrame));
+  const Frames frames = drained();
+  EXPECT_EQ(announced(frames), (std::vector<U32>{1, 2, ~0u}));
+  EXPECT_THAT(frames, Contains(hexOf(bytesOf("08 00000001 00 0104 01"))));
+}
+
+TEST_F(InterruptedWalkTest, changeInFrontOfTheBookmarkIsPartOfTheRecordToCome) {
   for (U32 key = 1; key <= nodes; ++key) root_->nodeIs(key);
   directory_.entryIs("root/a", root_, Access::readOnly);
   serve(Rights::read, OutStream::leastCapacity);

@@ -1,5 +1,6 @@
 // Serves the entities of two interfaces over a Unix socket, and prints their state as JSON, in the
-// format of decode.py: so that the state that was read can be compared with the one that was served.
+// format of decode.py: so that the state that was read can be compared with the one that was
+// served.
 //
 //   ServeState SOCKET
 //

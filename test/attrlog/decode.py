@@ -304,7 +304,7 @@ def read(stream, send, follow):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("socket", help="path of the Unix socket")
-    parser.add_argument("--follow", action="store_true", help="write each frame when it is received")
+    parser.add_argument("--follow", action="store_true", help="write each frame as it is received")
     arguments = parser.parse_args()
     name = b"decode.py"
     with socket.socket(socket.AF_UNIX) as connection:

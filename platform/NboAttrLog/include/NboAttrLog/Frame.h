@@ -1,7 +1,7 @@
 // The frames of the attribute log. doc/attribute-log.md describes every byte of them.
 //
-// A frame is a length, a type and a payload, all numbers in network byte order. Each frame names its
-// entity in full, so that no frame depends on the one before it.
+// A frame is a length, a type and a payload, all numbers in network byte order. Each frame names
+// its entity in full, so that no frame depends on the one before it.
 #pragma once
 
 #include <array>

@@ -52,8 +52,8 @@ class MOX_PUBLIC Reader {
 
 class MOX_PUBLIC InStream {
  public:
-  // Calls handle(type and payload) for each complete frame; false as soon as a call returns false or
-  // a length is impossible.
+  // Calls handle(type and payload) for each complete frame; false as soon as a call returns false
+  // or a length is impossible.
   template <class F>
   bool take(std::span<const U8> bytes, F&& handle) {
     held_.insert(held_.end(), bytes.begin(), bytes.end());

@@ -2,8 +2,8 @@
 // the socket takes bytes.
 //
 // It never grows. The code that builds a frame first asks whether the buffer is sufficient: whether
-// the longest frame fits, and after it the end markers of the walks under way. If not, the change is
-// remembered and sent, with the value of that moment, when there is room again.
+// the longest frame fits, and after it the end markers of the walks under way. If not, the change
+// is remembered and sent, with the value of that moment, when there is room again.
 //
 //   if (!out.sufficientBuffer()) return remember();
 //   out.begin(FrameType::removal);

@@ -94,8 +94,6 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   bool greeted() const { return greeted_; }
   // The rights of this side to the peer's entities.
   Rights ownRights() const { return ownRights_; }
-  // The peer's activity clock at its hello minus this side's when the hello was received.
-  Seconds clockDifference() const { return clockDifference_; }
 
  private:
   // Both halves of one directory entry. A copy's entry that is ignored has neither.
@@ -141,7 +139,6 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   bool deferred_ = false;
   bool currentDue_ = false;  // the notice that the peer has everything has not been sent
   Rights ownRights_ = Rights::read;
-  Seconds clockDifference_ = 0.0;
   std::string fault_;
   std::string refusal_;
 };

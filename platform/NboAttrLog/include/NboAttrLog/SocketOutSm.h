@@ -1,8 +1,8 @@
 // The machine that writes the attribute log to a socket.
 //
 // SocketOutSm gives others the descriptor that the log is written to. StreamSocketOutSm is the
-// machine itself: called when the socket can be written, it sends the bytes that wait in the stream,
-// as many as the socket takes. It neither waits nor owns the descriptor.
+// machine itself: called when the socket can be written, it sends the bytes that wait in the
+// stream, as many as the socket takes. It neither waits nor owns the descriptor.
 #pragma once
 
 #include <MoxBase/Export.h>

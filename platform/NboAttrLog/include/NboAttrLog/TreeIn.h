@@ -31,7 +31,7 @@ struct Written {
 
 class MOX_PUBLIC TreeIn {
  public:
-  // The code on behalf of which values are received.
+  // The connection.
   class MOX_PUBLIC Host {
    public:
     // The values of one frame are written together or not at all: the reason why they are refused,
@@ -54,8 +54,8 @@ class MOX_PUBLIC TreeIn {
                                         const std::string& peerName);
   std::string handleAddition(const Ref& ref, Reader& in, const std::string& peerName);
   std::string handleRemoval(const Ref& ref, Reader& in, const std::string& peerName);
-  // The begin or end of a collection walk. At the end of a walk that names every member, the members
-  // that it did not name are removed.
+  // The begin or end of a collection walk. At the end of a walk that names every member, the
+  // members that it did not name are removed.
   std::string handleAttrTransaction(const Ref& ref, FrameType type, Reader& in,
                                     const std::string& peerName);
 

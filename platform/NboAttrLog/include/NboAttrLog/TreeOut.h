@@ -1,8 +1,8 @@
 // The outgoing half of one connection for one directory entry: the entity and all below it.
 //
 // It is notified of every change in the tree. While the stream has room and nothing older waits, a
-// change is sent at once; otherwise it is remembered in the FlowOut, and the connection's drain sends
-// it.
+// change is sent at once; otherwise it is remembered in the FlowOut, and the connection's drain
+// sends it.
 #pragma once
 
 #include <optional>

@@ -1,14 +1,14 @@
 // Where the sending of a collection stands between two drains, and how a drain changes that.
 //
 // Members that came or went are sent in a walk, between a begin and an end marker: a whole walk
-// names every member, any other walk the keys that changed. Changes inside members that the peer has
-// need no walk. Either a drain sends all of that, after which no state is left, or the stream is full
-// before: then the state and the place of the stop give the next state.
+// names every member, any other walk the keys that changed. Changes inside members that the peer
+// has need no walk. Either a drain sends all of that, after which no state is left, or the stream
+// is full before: then the state and the place of the stop give the next state.
 //
 // Keys and the inside of members take turns at being sent first, so that neither waits for ever
 // while the other one changes all the time: each place has two states, and each stop changes the
-// turn. Within the collection itself the turn is kept for later: a whole walk through the collection
-// comes before the inside of members.
+// turn. Within the collection itself the turn is kept for later: a whole walk through the
+// collection comes before the inside of members.
 #pragma once
 
 #include <MoxBase/Export.h>
@@ -44,8 +44,8 @@ struct WalkTransition {
 };
 
 // Every transition that a stop can make. From any state, a drain that sends everything leaves no
-// state, and a whole walk that becomes necessary leads to wholeDue. Leaves have no inside: for them,
-// `inside` is a stop outside a walk, in whichever turn.
+// state, and a whole walk that becomes necessary leads to wholeDue. Leaves have no inside: for
+// them, `inside` is a stop outside a walk, in whichever turn.
 inline constexpr WalkTransition walkTransitions[] = {
     {WalkState::idle, WalkStop::keys, WalkState::changesInsideFirst},
     {WalkState::idle, WalkStop::inside, WalkState::betweenInsideFirst},
