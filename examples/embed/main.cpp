@@ -1,7 +1,7 @@
 // A host of the library with its own event loop. The host controls time: it turns the timer wheel
 // when a timer is due, and between two turns it hands in received packets and sends the queries.
-// Time is virtual here, so that the program ends at once. A real host sleeps where this one sets the
-// clock, and uses sockets where this one prints queries and builds packets.
+// Time is virtual here, so that the program ends at once. A real host sleeps where this one sets
+// the clock, and uses sockets where this one prints queries and builds packets.
 //
 //   cmake -S . -B build -DCMAKE_PREFIX_PATH=<where the library is installed>
 //   cmake --build build && build/embed

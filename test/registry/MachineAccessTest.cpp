@@ -44,6 +44,7 @@ class MachineAccess : public testing::Test {
   ~MachineAccess() override { Mox::realTimeIs(); }
 
   const Ptr<Obel::TimerWheel> wheel_ = makePtr<Obel::TimerWheel>(1000.0);
+  const Ptr<const Obel::TimerWheel> other_ = makePtr<Obel::TimerWheel>(1000.0);
   const Ptr<QuerierConfig> config_ = makePtr<QuerierConfig>("vlan10");
   const Ptr<QuerierStatus> status_ = makePtr<QuerierStatus>();
   Ptr<QuerierSm> querier_;
@@ -74,9 +75,12 @@ TEST_F(MachineAccess, querierReadsAndWritesAsDirectly) {
   checks.pointerWritten<Q, Ptr<GmpAttrLogSm>>(querier, "attrLogSm", &Q::attrLogSm,
                                               gmpAttrLogSmFactory(nullptr));
   checks.set(querier, "pendingRexmit", &Q::pendingRexmit, groupAddr);
-  for (const char* seenBelow :
-       {"querierConfig", "querierStatus", "otherQuerierTimer", "groupSm", "queryIntervalTimer",
-        "initGroupStatusTimer", "handleInitialized", "becomeQuerier", "clearCounters", "doRxPkt"}) {
+  checks.pointerWritten<Q, Q::Wheel>(querier, "otherQuerierTimer", &Q::otherQuerierTimer, other_);
+  checks.pointerWritten<Q, Q::Wheel>(querier, "queryIntervalTimer", &Q::queryIntervalTimer, other_);
+  checks.pointerWritten<Q, Q::Wheel>(querier, "initGroupStatusTimer", &Q::initGroupStatusTimer,
+                                     other_);
+  for (const char* seenBelow : {"querierConfig", "querierStatus", "groupSm", "handleInitialized",
+                                "becomeQuerier", "clearCounters", "doRxPkt"}) {
     checks.other(seenBelow);
   }
   checks.expectAllSeen();
@@ -135,8 +139,11 @@ TEST_F(MachineAccess, groupMachineReadsAndWritesAsDirectly) {
   checks.set(machine, "rexmitSource", &G::rexmitSource, IpAddr(10, 9, 9, 9));
   checks.set(machine, "rexmitClrSource", &G::rexmitClrSource, sender);
   checks.set(machine, "rexmitSetSource", &G::rexmitSetSource, sender);
-  for (const char* seenBelow : {"groupStatus", "membershipTimer", "v1MembershipTimer",
-                                "v2MembershipTimer", "rexmitTimer", "source", "querierSm"}) {
+  checks.pointerWritten<G, G::Wheel>(machine, "membershipTimer", &G::membershipTimer, other_);
+  checks.pointerWritten<G, G::Wheel>(machine, "v1MembershipTimer", &G::v1MembershipTimer, other_);
+  checks.pointerWritten<G, G::Wheel>(machine, "v2MembershipTimer", &G::v2MembershipTimer, other_);
+  checks.pointerWritten<G, G::Wheel>(machine, "rexmitTimer", &G::rexmitTimer, other_);
+  for (const char* seenBelow : {"groupStatus", "source", "querierSm"}) {
     checks.other(seenBelow);
   }
   checks.expectAllSeen();
@@ -158,7 +165,8 @@ TEST_F(MachineAccess, sourceMachineReadsAndWritesAsDirectly) {
   checks.written(machine, "sourceTimerState", &S::sourceTimerState);
   checks.written(machine, "rexmits", &S::rexmits);
   checks.written(machine, "initialized", &S::initialized);
-  for (const char* seenBelow : {"sourceStatus", "sourceTimer", "groupSm"}) {
+  checks.pointerWritten<S, S::Wheel>(machine, "sourceTimer", &S::sourceTimer, other_);
+  for (const char* seenBelow : {"sourceStatus", "groupSm"}) {
     checks.other(seenBelow);
   }
   checks.expectAllSeen();
