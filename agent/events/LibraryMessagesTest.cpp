@@ -43,6 +43,13 @@ TEST_F(LibraryMessagesTest, aQueryOfAnotherVersionSaysWhichAndWhere) {
             "IGMP version 3 query heard on vlan eth0.7 by a querier configured to version 2.");
 }
 
+TEST_F(LibraryMessagesTest, anInterfaceMayBeNamedLikeTheWordsOfTheMessage) {
+  mismatch(3, " by a querier configured to version 1", 2);
+  ASSERT_EQ(events_.events().size(), 1u);
+  EXPECT_EQ(events_.events().front().interface, " by a querier configured to version 1");
+  EXPECT_EQ(events_.events().front().configuredVersion, 2u);
+}
+
 TEST_F(LibraryMessagesTest, whatTheRateLimitHoldsBackIsDropped) {
   mismatch(1, "limited", 2);
   mismatch(1, "limited", 2);
