@@ -19,7 +19,7 @@
 #include <Settings/SettingError.h>
 #include <Settings/SettingRules.h>
 #include <Settings/SettingText.h>
-#include <CLI/Error.hpp>
+#include <CLI/CLI.hpp>
 
 #include "Property.h"
 

@@ -44,7 +44,8 @@ Mox::U64 randomNumber() {
   return number;
 }
 
-// Neighbours must not be able to predict the times of queries, nor addresses that collide in tables.
+// Neighbours must not be able to predict the times of queries, nor which addresses collide in
+// tables.
 void chanceIs(std::optional<long> seed) {
   if (!seed) Mox::hashMultiplierIs(randomNumber());
   srand48(seed ? *seed : static_cast<long>(randomNumber()));

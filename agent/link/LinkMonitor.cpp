@@ -99,7 +99,8 @@ LinkTable currentLinks() {
   return table;
 }
 
-// The socket is bound before the dump is requested: a change in between is reported twice, not lost.
+// The socket is bound before the dump is requested: a change in between is reported twice and not
+// lost.
 LinkMonitor::LinkMonitor(boost::asio::io_context& io, Handler handler)
     : socket_(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR)),
       handler_(std::move(handler)),

@@ -1,5 +1,5 @@
-// Reads the keys of one JSON object strictly: a key that is missing, of the wrong type, or left over
-// is an error that names it.
+// Reads the keys of one JSON object strictly: a key that is missing, of the wrong type, or left
+// over is an error that names it.
 //
 //   Keys keys(object, "step");
 //   const std::string name = keys.text("interface");

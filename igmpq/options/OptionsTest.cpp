@@ -9,7 +9,7 @@
 
 #include <Settings/SettingRules.h>
 #include <Settings/SettingText.h>
-#include <CLI/Error.hpp>
+#include <CLI/CLI.hpp>
 
 namespace Igmpq {
 namespace {

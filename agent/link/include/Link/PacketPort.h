@@ -1,8 +1,9 @@
 // One interface through the kernel's packet socket: receives every IGMP packet on it, for any
-// group, and sends frames. The multicast-routing socket of the kernel is left to routing daemons, as
-// a network namespace has only one.
+// group, and sends frames. The multicast-routing socket of the kernel is left to routing daemons,
+// as a network namespace has only one.
 //
-// Needs CAP_NET_RAW. Frames are read in bounded batches, so that timers have their turn during a flood.
+// Needs CAP_NET_RAW. Frames are read in bounded batches, so that timers have their turn during a
+// flood.
 //
 //   PacketPort port(io, *link, receiver);
 //   port.send(frame);
