@@ -15,9 +15,11 @@
 
 #include <fmt/format.h>
 
-#include <Settings/OptionNumber.h>
-#include <Settings/QuerierSettings.h>
+#include <Options/Options.h>
+#include <Settings/SettingError.h>
 #include <Settings/SettingRules.h>
+#include <Settings/SettingText.h>
+#include <CLI/CLI.hpp>
 
 #include "Property.h"
 
@@ -51,7 +53,7 @@ Parsed parsed(Arguments arguments) {
   Parsed result;
   CLI::App app;
   Agent::QuerierSettings settings;
-  settings.addOptions(app);
+  Igmpq::addSettings(app, settings);
   std::reverse(arguments.begin(), arguments.end());
   try {
     app.parse(arguments);
@@ -121,7 +123,7 @@ void trySettings(const Arguments& arguments) {
 std::optional<double> numberIn(const std::string& text, const Agent::NumberRange& range) {
   try {
     return Agent::optionNumber("--number", text, range);
-  } catch (const CLI::ValidationError& error) {
+  } catch (const Agent::SettingError& error) {
     property(*error.what() != '\0', "a refusal has a reason");
     return std::nullopt;
   }

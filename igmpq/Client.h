@@ -6,6 +6,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -36,6 +37,8 @@ class Client {
 
   // Until all that the agent has is here. Throws std::runtime_error where that cannot be.
   void fetch();
+  // What `write` changes in the copies is sent together, see AttrLogCopy.
+  void writeTogether(const std::function<void()>& write) { copy_.writeTogether(write); }
   // Until the agent has acted on all that was written; false when that takes longer. Throws
   // std::runtime_error with the agent's reason when it refuses.
   bool settle(std::chrono::seconds longest);

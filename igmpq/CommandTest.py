@@ -87,6 +87,16 @@ class CommandTest(unittest.TestCase):
             self.assertEqual((1, b"igmpq: the output cannot be written\n"),
                              (done.returncode, done.stderr), arguments)
 
+    def test_json_of_a_replay_has_the_clock_of_the_capture(self):
+        capture = struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1)
+        capture += struct.pack("<IIII", 1795268601, 632198, 14, 14) + bytes(14)
+        done = subprocess.run([COMMAND, "replay", "-", "--address", "10.0.0.1", "--json"],
+                              input=capture, capture_output=True, timeout=60, check=False)
+        moments = [(line["event"], line["time"], line["utc"])
+                   for line in map(json.loads, done.stdout.splitlines())]
+        moment = (1795268601.632198, "2026-11-21T13:43:21.632198Z")
+        self.assertEqual([("role", *moment), ("state", *moment), ("summary", *moment)], moments)
+
     def test_what_only_a_scenario_has_is_not_taken_for_a_capture(self):
         for option in ("--changes", "--traces"):
             self.expect_bad_use(["replay", "x.pcap", "--address", "10.0.0.1", option],

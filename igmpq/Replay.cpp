@@ -1,4 +1,4 @@
-// `igmpq replay`: what a querier would have made of a capture, or makes of a scenario.
+// `igmpq replay`: a capture or a scenario in virtual time.
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -7,9 +7,9 @@
 #include <fmt/format.h>
 
 #include <Mox/ActivityClock.h>
+#include <Options/Options.h>
 #include <Replay/CaptureReplay.h>
 #include <Scenario/Scenario.h>
-#include <Settings/OptionNumber.h>
 #include <Settings/QuerierSettings.h>
 
 #include "Verb.h"
@@ -58,7 +58,7 @@ class ReplayVerb final : public Verb {
         "  igmpq replay --scenario join.scenario --changes\n"
         "A capture needs --address; the settings are those of its querier. A scenario has its "
         "own;\n"
-        "`man igmpq-scenario` tells how to write one. Neither needs an agent or rights.\n"
+        "`man igmpq-scenario` explains how to write one. Neither needs an agent or rights.\n"
         "Exit status: 0 replayed, 1 failure, 2 bad use, 3 timers of a scenario never settle.\n");
     auto* capture =
         options->add_option("CAPTURE", path_, "pcap or pcapng file, - for standard input")
@@ -72,9 +72,9 @@ class ReplayVerb final : public Verb {
         ->needs(scenario);
     options->add_flag("--traces", scenario_.traces, "of a scenario: write every trace")
         ->needs(scenario);
-    number(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
-           "of what is left to chance (0)",
-           [this](double seed) { replay_.seed = scenario_.seed = static_cast<Mox::U32>(seed); });
+    addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
+              "of random delays (0)",
+              [this](double seed) { replay_.seed = scenario_.seed = static_cast<Mox::U32>(seed); });
     options->add_flag("--json", json_, "write JSON Lines, as a scenario does anyway");
     const std::vector<const CLI::Option*> ofBoth = std::as_const(*options).get_options();
     options
@@ -82,13 +82,13 @@ class ReplayVerb final : public Verb {
             "--address", [this](const std::string& text) { replay_.address = addressOf(text); },
             "own address of the replayed querier")
         ->type_name("A.B.C.D");
-    number(*options, "--until", "SECONDS", {.least = 0, .most = year},
-           "go on that long after the last frame (0)",
-           [this](double seconds) { replay_.until = seconds; });
-    number(*options, "--max-gap", "SECONDS", {.least = 0, .most = year},
-           "shorten longer gaps between frames (86400)",
-           [this](double seconds) { replay_.maxGap = seconds; });
-    settings_.addOptions(*options);
+    addNumber(*options, "--until", "SECONDS", {.least = 0, .most = year},
+              "go on that long after the last frame (0)",
+              [this](double seconds) { replay_.until = seconds; });
+    addNumber(*options, "--max-gap", "SECONDS", {.least = 0, .most = year},
+              "shorten longer gaps between frames (86400)",
+              [this](double seconds) { replay_.maxGap = seconds; });
+    addSettings(*options, settings_);
     ofCaptures_ = std::as_const(*options).get_options([&ofBoth](const CLI::Option* option) {
       return std::ranges::find(ofBoth, option) == ofBoth.end();
     });
@@ -97,8 +97,7 @@ class ReplayVerb final : public Verb {
   void refuseOptionsOfCaptures() const {
     for (const CLI::Option* option : ofCaptures_) {
       if (option->count() == 0) continue;
-      throw BadUse(fmt::format("{} is for a capture; a scenario says for itself what it replays",
-                               option->get_name()));
+      throw BadUse(fmt::format("{} is for a capture; a scenario has its own", option->get_name()));
     }
   }
 
@@ -107,16 +106,6 @@ class ReplayVerb final : public Verb {
     if (address && address->isUnicast() && !address->isZero()) return *address;
     throw CLI::ValidationError(fmt::format("--address {}", text),
                                "must be a unicast IPv4 address such as 10.0.0.1");
-  }
-
-  template <class Take>
-  static void number(CLI::App& options, const std::string& name, const std::string& value,
-                     const Agent::NumberRange& range, const std::string& help, Take take) {
-    options
-        .add_option_function<std::string>(
-            name, [=](const std::string& text) { take(Agent::optionNumber(name, text, range)); },
-            help)
-        ->type_name(value);
   }
 
   void replay(CaptureFile& file) const {
@@ -140,7 +129,7 @@ class ReplayVerb final : public Verb {
 
   std::string path_;
   bool json_ = false;
-  std::vector<const CLI::Option*> ofCaptures_;  // what a scenario has no use for
+  std::vector<const CLI::Option*> ofCaptures_;  // those that a scenario does not have
   Agent::ReplayOptions replay_;
   Agent::ScenarioOptions scenario_;
   Agent::QuerierSettings settings_;

@@ -1,4 +1,4 @@
-// `igmpq run [INTERFACE...]`: queriers on real interfaces, until told to stop.
+// `igmpq run [INTERFACE...]`: queriers on real interfaces, until a signal ends them.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -20,8 +20,8 @@
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/HashMap.h>
+#include <Options/Options.h>
 #include <Report/StateReport.h>
-#include <Settings/OptionNumber.h>
 #include <Settings/QuerierSettings.h>
 #include <Text/TraceText.h>
 
@@ -44,7 +44,8 @@ Mox::U64 randomNumber() {
   return number;
 }
 
-// Neighbours must not foresee when this querier asks, nor which addresses collide in its tables.
+// Neighbours must not be able to predict the times of queries, nor which addresses collide in
+// tables.
 void chanceIs(std::optional<long> seed) {
   if (!seed) Mox::hashMultiplierIs(randomNumber());
   srand48(seed ? *seed : static_cast<long>(randomNumber()));
@@ -84,7 +85,7 @@ class RunVerb final : public Verb {
   explicit RunVerb(CLI::App& app)
       : RunVerb(app.add_subcommand("run", "Be the querier of network interfaces")) {}
 
-  // Whatever can be wrong is found before anything is opened.
+  // Errors of the command line and missing rights are found before anything is opened.
   int run() override {
     const std::vector<std::string> names = interfaceNames();
     const std::string missing = Agent::missingPrivilege();
@@ -124,40 +125,29 @@ class RunVerb final : public Verb {
         ->type_name("")
         ->expected(0, -1);
     options->add_flag("--json", json_, "write JSON Lines");
-    options->add_flag("--queries", queries_, "tell of each query sent");
+    options->add_flag("--queries", queries_, "report each query sent");
+    addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
+              "of random delays (random)",
+              [this](double seed) { seed_ = static_cast<long>(seed); });
     options
-        ->add_option_function<std::string>(
-            "--seed",
-            [this](const std::string& text) {
-              seed_ = static_cast<long>(Agent::optionNumber(
-                  "--seed", text, {.least = 0, .most = 4294967295, .whole = true}));
-            },
-            "of what is left to chance (random)")
-        ->type_name("N");
-    options->add_option("--socket", socket_, "where others see and set the state")
+        ->add_option("--socket", socket_, "socket at which other processes read and set the state")
         ->type_name("PATH")
         ->default_str(Agent::attrLogSocketPath());
-    options
-        ->add_option_function<std::string>(
-            "--stall-timeout",
-            [this](const std::string& text) {
-              stallTimeout_ =
-                  Agent::optionNumber("--stall-timeout", text, {.least = 1, .most = 86400});
-            },
-            "after which a reader that takes nothing is disconnected")
-        ->type_name("SECONDS")
+    addNumber(*options, "--stall-timeout", "SECONDS", {.least = 1, .most = 86400},
+              "after which a reader that takes nothing is disconnected",
+              [this](double seconds) { stallTimeout_ = seconds; })
         ->default_str("30");
-    settings_.addOptions(*options);
+    addSettings(*options, settings_);
   }
 
-  // Who named no path can do without: another agent may serve at the usual one.
+  // Without a path on the command line it is no error when another agent serves at the usual one.
   std::optional<Agent::AttrLogServer::Setup> attrLog() const {
     const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
     if (path.empty()) return std::nullopt;
     return Agent::AttrLogServer::Setup{.path = path, .stallTimeout = stallTimeout_};
   }
 
-  // Beside the socket, where others look for this agent.
+  // Beside the socket, where operators look for this agent.
   std::string traceFolder() const {
     const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
     return std::filesystem::path(path).parent_path();

@@ -7,7 +7,7 @@
 #include <fmt/ranges.h>
 
 #include <Client/SettingWrite.h>
-#include <CLI/Error.hpp>
+#include <Settings/SettingError.h>
 
 #include "Client.h"
 #include "Verb.h"
@@ -28,7 +28,7 @@ class SetVerb final : public Verb {
     try {
       for (const std::string& assignment : assignments_) settings.add(assignment);
       return write(settings);
-    } catch (const CLI::ValidationError& error) {
+    } catch (const Agent::SettingError& error) {
       throw BadUse(error.what());
     }
   }
@@ -40,14 +40,14 @@ class SetVerb final : public Verb {
         "  sudo igmpq set eth0 queryInterval=60 robustness=3\n"
         "  sudo igmpq set eth0 query-interval=30 query-response-interval=5\n"
         "  sudo igmpq set eth0 sendQuery=off\n"
-        "ATTRIBUTE is one of {}; `igmpq run --help` tells what they mean and `igmpq show config` "
-        "what they are. A restarted agent begins with what it is started with.\n"
+        "ATTRIBUTE is one of {}; `igmpq run --help` explains them and `igmpq show config` shows "
+        "their values. A restarted agent begins with the settings of its command line.\n"
         "Exit status: 0 set, 1 failure (no agent, no permission, refused), 2 bad use.\n",
         fmt::join(Agent::SettingWrite::names(), ", ")));
     options->add_option("INTERFACE", interface_, "interface of the running agent")
         ->type_name("")
         ->required();
-    options->add_option("SETTING", assignments_, "what to set, all of it or nothing")
+    options->add_option("SETTING", assignments_, "settings; all are set or none")
         ->type_name("")
         ->option_text("ATTRIBUTE=VALUE...")
         ->required()
@@ -65,10 +65,10 @@ class SetVerb final : public Verb {
           "not permitted to configure the agent: be root, or of the user or the group that it "
           "runs as; nothing was set");
     }
-    settings.write(*copy.config);
+    client.writeTogether([&] { settings.write(*copy.config); });
     if (!client.settle(longestWait)) {
       throw std::runtime_error(fmt::format(
-          "the agent has not answered within {} s; `igmpq show config {}` tells what is set",
+          "the agent has not answered within {} s; `igmpq show config {}` shows what is set",
           longestWait.count(), interface_));
     }
     for (const std::string& line : settings.outcome(copy)) {

@@ -1,4 +1,4 @@
-// `igmpq show`: what the running agent knows, once.
+// `igmpq show`: the state of a running agent, once.
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -38,7 +38,7 @@ const auto* partOf(std::string_view name) {
 class ShowVerb final : public Verb {
  public:
   explicit ShowVerb(CLI::App& app)
-      : ShowVerb(app.add_subcommand("show", "Show what a running agent knows")) {}
+      : ShowVerb(app.add_subcommand("show", "Show the state of a running agent")) {}
 
   int run() override {
     const StatePart part = takePart();
@@ -78,7 +78,7 @@ class ShowVerb final : public Verb {
     return found->second;
   }
 
-  // What is no interface may have been meant as a part.
+  // A word that is no interface may have been meant as a part.
   void checkKnown(const Agent::AttrLogCopy::Interfaces& interfaces, const std::string& name) const {
     try {
       interfaceOf(interfaces, name);

@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include <Settings/OptionNumber.h>
+#include <Options/Options.h>
 #include <Text/TraceText.h>
 
 #include "Client.h"
@@ -50,16 +50,10 @@ class TraceVerb final : public Verb {
         "Exit status: 0 ok or ended by a signal, 1 failure (no agent, no permission), 2 bad "
         "use.\n");
     options->add_option("--handle", handle_, "only of that handle")->type_name("NAME");
-    options
-        ->add_option_function<std::string>(
-            "--level",
-            [this](const std::string& text) {
-              level_ = static_cast<int>(
-                  Agent::optionNumber("--level", text, {.least = -1, .most = 9, .whole = true}));
-            },
-            "record up to that level from now on, of the handle or of all; -1 records nothing, 3 "
-            "events, 8 every detail")
-        ->type_name("N");
+    addNumber(*options, "--level", "N", {.least = -1, .most = 9, .whole = true},
+              "record up to that level from now on, of the handle or of all; -1 records nothing, 3 "
+              "events, 8 every detail",
+              [this](double level) { level_ = static_cast<int>(level); });
     CLI::Option* follow = options->add_flag("--follow", follow_, "go on until interrupted");
     options->add_flag("--handles", handles_, "list the handles with their levels")
         ->excludes(follow);

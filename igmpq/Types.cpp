@@ -1,4 +1,4 @@
-// `igmpq types`: what the library says of its own types.
+// `igmpq types`: the types of the library and their attributes.
 #include <cstdio>
 #include <stdexcept>
 #include <string>

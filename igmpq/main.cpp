@@ -1,4 +1,4 @@
-// The command: finds the verb, runs it, and turns what goes wrong into a line and an exit status.
+// The command: finds the verb, runs it, and turns an error into a line and an exit status.
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -33,8 +33,7 @@ int fail(const std::string& text, int status) {
   return status;
 }
 
-// What a verb has printed may still be in the buffer, where it is not known whether it can be
-// written.
+// A verb's output may still be in the buffer, and it may turn out that it cannot be written.
 int ended(int status) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
   return fail("the output cannot be written",
@@ -63,7 +62,7 @@ std::string textOf(const CLI::ParseError& error, const CLI::App& app) {
   return fmt::format("there is no verb {}; there are: {}", unknown.front(), fmt::join(known, ", "));
 }
 
-// Where it is said how to use what was used wrongly.
+// Names the help on the verb or option that was used wrongly.
 std::string helpOf(const CLI::App& app) {
   const std::vector<const CLI::App*> verbs = app.get_subcommands({});
   for (const CLI::App* verb : verbs) {
@@ -73,23 +72,24 @@ std::string helpOf(const CLI::App& app) {
 }
 
 int command(int argc, const char* const* argv) {
-  CLI::App app("The router side of IGMP: asks for group members and keeps track of them.", "igmpq");
+  CLI::App app("The router side of IGMP: queries for group members and keeps track of them.",
+               "igmpq");
   app.formatter(std::make_shared<ExamplesFirst>());
   app.footer(
       "Examples:\n"
       "  sudo igmpq run                      be a querier on all Ethernet interfaces\n"
       "  sudo igmpq run eth0 --json          on one, with JSON Lines on standard output\n"
       "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
-      "  sudo igmpq show groups              what a running one knows\n"
-      "  sudo igmpq watch                    what happens there\n"
+      "  sudo igmpq show groups              the groups of a running one\n"
+      "  sudo igmpq watch                    its changes as they happen\n"
       "  sudo igmpq set eth0 query-interval=60\n"
       "  sudo igmpq get config/eth0          any attribute; `igmpq types` lists them\n"
       "  sudo igmpq call eth0 clearCounters\n"
-      "  sudo igmpq trace --follow           what it records of its own doings\n"
+      "  sudo igmpq trace --follow           its trace of packets and decisions\n"
       "  igmpq replay trace.pcap --address 10.0.0.1\n"
-      "                                      what a querier would have made of a capture\n"
+      "                                      a querier that receives a capture\n"
       "Signals to `igmpq run`: USR1 prints the state, INT and TERM end it with the state.\n"
-      "`igmpq VERB --help` and `man igmpq-VERB` tell more of each.\n"
+      "`igmpq VERB --help` and `man igmpq-VERB` describe each.\n"
       "Exit status: 0 ok, 1 failure, 2 bad use.\n");
   app.set_version_flag("--version", "igmpq " QUERIER_VERSION);
   try {

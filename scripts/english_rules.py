@@ -66,6 +66,7 @@ ALLOWED = (
     ("*", r"\"listening on\"", "a message of tcpdump"),
     ("*", r"\blistener reports\b", "messages of MLD, which has the word in its name"),
     ("*", r"Don't care about IGMP type", "a trace text: programs search for it"),
+    ("*", r"\bheardVersion\b", "a key of events in JSON: programs read it"),
     ("*", r"query heard on vlan", "the text of an event-log message: programs search for it"),
     ("*.md", r"^#+ What \w+|\| What it does \|", "a heading"),
 )

@@ -49,6 +49,7 @@ class AttrLogCopy::Connection final : public std::enable_shared_from_this<Connec
     socket_.close(ignored);
   }
   void ask(Mox::U32 token) { session_.ask(token); }
+  void writeTogether(const std::function<void()>& write) { session_.writeTogether(write); }
 
  private:
   void onOutput() override;
@@ -178,6 +179,10 @@ void AttrLogCopy::connect() {
 }
 
 void AttrLogCopy::ask(Mox::U32 token) { connection_->ask(token); }
+
+void AttrLogCopy::writeTogether(const std::function<void()>& write) {
+  connection_->writeTogether(write);
+}
 
 void AttrLogCopy::ended(End end, const std::string& why) {
   std::exchange(connection_, nullptr)->close();

@@ -29,6 +29,7 @@ namespace Agent {
 namespace {
 
 using boost::asio::local::stream_protocol;
+using Gmp::Igmp::QuerierConfig;
 using Ilvo::IpAddr;
 using Mox::NboAttrLog::Access;
 using Mox::NboAttrLog::Directory;
@@ -126,6 +127,63 @@ TEST_F(AttrLogCopyTest, writesTheConfigurationAndHearsWhenThatWasActedOn) {
   settle();
   EXPECT_EQ(answer_, 7u);
   EXPECT_EQ(served_["eth0"].config->queryInterval(), 60.0);
+}
+
+TEST_F(AttrLogCopyTest, valuesThatAreWrittenTogetherAreJudgedTogether) {
+  interfaceIs("eth0");
+  serve();
+  copy_->connect();
+  settle();
+  QuerierConfig& config = *copyOf("eth0").config;
+  copy_->writeTogether([&] {
+    config.queryIntervalIs(5.0);
+    config.queryResponseIntervalIs(2.0);
+  });
+  copy_->writeTogether([&] {
+    config.queryResponseIntervalIs(100.0);
+    config.queryIntervalIs(200.0);
+  });
+  settle();
+  EXPECT_TRUE(copy_->connected()) << why_;
+  EXPECT_EQ(served_["eth0"].config->queryInterval(), 200.0);
+  EXPECT_EQ(served_["eth0"].config->queryResponseInterval(), 100.0);
+}
+
+// Takes the startup interval over as a querier does.
+class TakesStartupInterval final : public QuerierConfig::NotifieeConst {
+ public:
+  using NotifieeConst::NotifieeConst;
+  void onStartupQueryInterval() override { quarter_ = 0.25 * notifier()->queryInterval(); }
+  double quarter_ = 0.0;
+};
+
+TEST_F(AttrLogCopyTest, aQuarterOfTheQueryIntervalIsOfTheOneThatIsWrittenWithIt) {
+  interfaceIs("eth0");
+  served_["eth0"].config->startupQueryIntervalIs(20.0);
+  TakesStartupInterval querier(served_["eth0"].config);
+  serve();
+  copy_->connect();
+  settle();
+  copy_->writeTogether([&] {
+    copyOf("eth0").config->startupQueryIntervalIs(0.0);
+    copyOf("eth0").config->queryIntervalIs(60.0);
+  });
+  settle();
+  EXPECT_EQ(querier.quarter_, 15.0);
+}
+
+TEST_F(AttrLogCopyTest, oneRefusedValueKeepsTheOthersFromBeingSet) {
+  interfaceIs("eth0");
+  serve();
+  copy_->connect();
+  settle();
+  copy_->writeTogether([&] {
+    copyOf("eth0").config->robustnessIs(3);
+    copyOf("eth0").config->queryIntervalIs(0.0);
+  });
+  settle();
+  EXPECT_EQ(why_, "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)");
+  EXPECT_EQ(served_["eth0"].config->robustness(), 2u);
 }
 
 TEST_F(AttrLogCopyTest, hearsWhyItIsRefused) {

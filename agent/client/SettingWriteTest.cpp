@@ -2,7 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <CLI/CLI.hpp>
+
+#include <Settings/SettingError.h>
 
 namespace Agent {
 namespace {
@@ -29,7 +30,7 @@ class SettingWriteTest : public testing::Test {
     try {
       add(assignments);
       settings_.checkAgainst(*copy_.config);
-    } catch (const CLI::ValidationError& error) {
+    } catch (const SettingError& error) {
       return error.what();
     }
     return {};
@@ -97,31 +98,7 @@ TEST_F(SettingWriteTest, judgesValuesThatAreGivenTogetherTogether) {
   EXPECT_EQ(refusal({"lastMemberQueryInterval=100", "querierVersion=3"}), "");
 }
 
-// Whoever takes them one by one may check each against what is there by then.
-class EachStepIsSound final : public QuerierConfig::NotifieeConst {
- public:
-  using NotifieeConst::NotifieeConst;
-  void onQueryInterval() override { check(); }
-  void onQueryResponseInterval() override { check(); }
-  int steps() const { return steps_; }
-
- private:
-  void check() {
-    ++steps_;
-    EXPECT_LT(notifier()->queryResponseInterval(), notifier()->queryInterval());
-  }
-  int steps_ = 0;
-};
-
-TEST_F(SettingWriteTest, writesInAnOrderInWhichEachStepIsSound) {
-  EachStepIsSound watch(copy_.config);
-  written({"queryInterval=5", "queryResponseInterval=2"});
-  settings_ = {};
-  written({"queryResponseInterval=100", "queryInterval=200"});
-  EXPECT_EQ(watch.steps(), 4);
-}
-
-TEST_F(SettingWriteTest, saysWhatIsInEffectAndWhatHasNothingToShowForIt) {
+TEST_F(SettingWriteTest, reportsValuesInEffectAndValuesThatNoStatusShows) {
   copy_.status->robustnessIs(3);
   copy_.status->startupQueryIntervalIs(31.25);
   EXPECT_THAT(written({"robustness=3", "lastMemberQueryCount=1", "startupQueryInterval=0"}),
@@ -130,7 +107,7 @@ TEST_F(SettingWriteTest, saysWhatIsInEffectAndWhatHasNothingToShowForIt) {
                           "interval"));
 }
 
-TEST_F(SettingWriteTest, saysWhenAQuarterOfAnOlderQueryIntervalStaysInEffect) {
+TEST_F(SettingWriteTest, reportsThatAQuarterOfAnOlderQueryIntervalStaysInEffect) {
   add({"startupQueryInterval=0"});
   copy_.config->queryIntervalIs(60.0);
   copy_.status->startupQueryIntervalIs(31.25);
@@ -143,22 +120,7 @@ TEST_F(SettingWriteTest, saysWhenAQuarterOfAnOlderQueryIntervalStaysInEffect) {
                           "the interface"));
 }
 
-// Takes the startup interval over as a querier does.
-class TakesStartupInterval final : public QuerierConfig::NotifieeConst {
- public:
-  using NotifieeConst::NotifieeConst;
-  void onStartupQueryInterval() override { quarter_ = 0.25 * notifier()->queryInterval(); }
-  double quarter_ = 0.0;
-};
-
-TEST_F(SettingWriteTest, quarterOfTheQueryIntervalIsOfTheOneThatIsGivenWithIt) {
-  copy_.config->startupQueryIntervalIs(20.0);
-  TakesStartupInterval querier(copy_.config);
-  written({"startupQueryInterval=0", "queryInterval=60"});
-  EXPECT_EQ(querier.quarter_, 15.0);
-}
-
-TEST_F(SettingWriteTest, saysWhatKeepsAValueFromBeingInEffect) {
+TEST_F(SettingWriteTest, reportsWhyAValueIsNotInEffect) {
   EXPECT_THAT(
       written({"queryInterval=60"}),
       ElementsAre("queryInterval 60 s: set; not in effect while no querier runs on the interface"));
@@ -172,7 +134,7 @@ TEST_F(SettingWriteTest, saysWhatKeepsAValueFromBeingInEffect) {
               ElementsAre("queryInterval 60 s: set; not in effect while sendQuery is off"));
 }
 
-TEST_F(SettingWriteTest, saysWhenSomebodyElseChangedItAgain) {
+TEST_F(SettingWriteTest, reportsThatAnotherWriterChangedItAgain) {
   add({"robustness=3"});
   settings_.write(*copy_.config);
   copy_.config->robustnessIs(5);

@@ -19,7 +19,7 @@ Ptr<Pkt> message(size_t bytes) {
   return pkt;
 }
 
-TEST(QuerySentEvent, tellsVersion1ByItsCodeAndThatHostsAnswerWithinTenSeconds) {
+TEST(QuerySentEvent, ofVersion1IsKnownByItsCodeAndAnsweredWithinTenSeconds) {
   const Event event = querySentEvent("eth0", IpAddr(), message(8));
   EXPECT_EQ(event.kind, Event::querySent);
   EXPECT_EQ(event.interface, "eth0");
@@ -27,7 +27,7 @@ TEST(QuerySentEvent, tellsVersion1ByItsCodeAndThatHostsAnswerWithinTenSeconds) {
   EXPECT_EQ(event.maxResponse, 10.0);
 }
 
-TEST(QuerySentEvent, readsTheResponseTimeOfVersion2) {
+TEST(QuerySentEvent, hasTheResponseTimeOfVersion2) {
   const Ptr<Pkt> pkt = message(8);
   pkt->u8Is(1, 25);
   const Event event = querySentEvent("eth0", IpAddr(239, 1, 1, 1), pkt);
@@ -36,7 +36,7 @@ TEST(QuerySentEvent, readsTheResponseTimeOfVersion2) {
   EXPECT_EQ(event.maxResponse, 2.5);
 }
 
-TEST(QuerySentEvent, readsTheSourcesOfVersion3InTheirOrder) {
+TEST(QuerySentEvent, hasTheSourcesOfVersion3InTheirOrder) {
   const Ptr<Pkt> pkt = message(20);
   pkt->u8Is(1, 10);
   pkt->u16Is(10, 2);
@@ -48,7 +48,7 @@ TEST(QuerySentEvent, readsTheSourcesOfVersion3InTheirOrder) {
   EXPECT_EQ(event.sources, (std::vector{IpAddr(10, 0, 0, 9), IpAddr(10, 0, 0, 8)}));
 }
 
-TEST(QuerySentEvent, bearsTheTimeOfTheActivityClock) {
+TEST(QuerySentEvent, hasTheTimeOfTheActivityClock) {
   Mox::virtualTimeIs(77.5);
   EXPECT_EQ(querySentEvent("eth0", IpAddr(), message(8)).time, 77.5);
   Mox::realTimeIs();

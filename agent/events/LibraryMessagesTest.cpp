@@ -21,8 +21,8 @@ class LibraryMessagesTest : public testing::Test {
   LibraryMessagesTest() { Mox::virtualTimeIs(1000.0); }
   ~LibraryMessagesTest() override { Mox::realTimeIs(); }
 
-  static void mismatch(unsigned heard, const char* interface, unsigned configured) {
-    Gmp::Igmp::gmpIgmpQueryVersionConfiguredDiscrepancy.log(heard, Mox::Name(interface),
+  static void mismatch(unsigned received, const char* interface, unsigned configured) {
+    Gmp::Igmp::gmpIgmpQueryVersionConfiguredDiscrepancy.log(received, Mox::Name(interface),
                                                             configured);
   }
 
@@ -30,7 +30,7 @@ class LibraryMessagesTest : public testing::Test {
   const LibraryMessages messages_{events_};
 };
 
-TEST_F(LibraryMessagesTest, aQueryOfAnotherVersionSaysWhichAndWhere) {
+TEST_F(LibraryMessagesTest, aQueryOfAnotherVersionHasVersionsAndInterface) {
   mismatch(3, "eth0.7", 2);
   ASSERT_EQ(events_.events().size(), 1u);
   const Event& event = events_.events().front();
@@ -43,13 +43,20 @@ TEST_F(LibraryMessagesTest, aQueryOfAnotherVersionSaysWhichAndWhere) {
             "IGMP version 3 query heard on vlan eth0.7 by a querier configured to version 2.");
 }
 
+TEST_F(LibraryMessagesTest, anInterfaceMayBeNamedLikeTheWordsOfTheMessage) {
+  mismatch(3, " by a querier configured to version 1", 2);
+  ASSERT_EQ(events_.events().size(), 1u);
+  EXPECT_EQ(events_.events().front().interface, " by a querier configured to version 1");
+  EXPECT_EQ(events_.events().front().configuredVersion, 2u);
+}
+
 TEST_F(LibraryMessagesTest, whatTheRateLimitHoldsBackIsDropped) {
   mismatch(1, "limited", 2);
   mismatch(1, "limited", 2);
   EXPECT_EQ(events_.events().size(), 1u);
 }
 
-TEST_F(LibraryMessagesTest, anInvalidSourceIsToldInItsOwnWords) {
+TEST_F(LibraryMessagesTest, anInvalidSourceKeepsTheWordsOfTheMessage) {
   Gmp::Igmp::igmpMessageInvalidSource.log(IpAddr(224, 0, 0, 1), IpAddr(239, 1, 1, 1));
   ASSERT_EQ(events_.events().size(), 1u);
   EXPECT_EQ(events_.events().front().kind, Event::invalidSource);

@@ -20,8 +20,8 @@ namespace {
 class GroupWatch;
 class SourceWatch;
 
-// What is to be told, in the order in which it happened. It holds what it is about: the entity may
-// have left its collection by the time it is told.
+// A change to be reported, in the order in which changes happened. It holds its entity, which may
+// have left its collection by the time of the report.
 struct Change {
   enum What { groupCame, groupTouched, groupGone, sourceTouched };
   What what;
@@ -60,15 +60,15 @@ class SourceWatch final : public QuerierSourceStatus::NotifieeConst,
     if (!notifier()->expired()) return joined;
     return inExclude ? excluded : none;
   }
-  // True when that is news.
-  bool tell(State state) {
+  // True when the state is not the one that was reported last.
+  bool isNews(State state) {
     touched_ = false;
-    return std::exchange(told_, state) != state;
+    return std::exchange(reported_, state) != state;
   }
 
  private:
   GroupWatch& group_;
-  State told_ = none;
+  State reported_ = none;
   bool touched_ = false;
   bool gone_ = false;
 };
@@ -115,8 +115,8 @@ class GroupWatch final : public QuerierGroupStatus::NotifieeConst,
   }
 
   bool inExclude() const { return notifier()->filterMode() == Gmp::Igmp::filterModeExclude; }
-  // True when mode or version are news.
-  bool tell() {
+  // True when mode or version are not those that were reported last.
+  bool isNews() {
     touched_ = false;
     const QuerierGroupStatus& group = *notifier();
     const bool modeIsNews = std::exchange(mode_, group.filterMode()) != group.filterMode();
@@ -164,9 +164,9 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
   }
 
   void flush() {
-    tellRole();
+    reportRole();
     const Journal changes = std::exchange(journal_, {});
-    for (const Change& change : changes) tell(change);
+    for (const Change& change : changes) report(change);
   }
 
  private:
@@ -174,7 +174,7 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
     return {.time = Mox::now(), .interface = interface_, .kind = kind};
   }
 
-  void tellRole() {
+  void reportRole() {
     const QuerierStatus& status = *notifier();
     const bool stateIsNews = std::exchange(state_, status.state()) != status.state();
     const bool addressIsNews =
@@ -186,26 +186,26 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
     sink_.event(event);
   }
 
-  void tell(const Change& change) {
+  void report(const Change& change) {
     switch (change.what) {
       case Change::groupCame:
-        change.group->tell();
-        tellGroup(Event::groupJoined, *change.group);
+        change.group->isNews();  // so that only a later change is
+        reportGroup(Event::groupJoined, *change.group);
         return;
       case Change::groupTouched:
-        if (change.group->gone()) return;  // it fell back to INCLUDE on its way out
-        if (change.group->tell()) tellGroup(Event::groupChanged, *change.group);
-        // What an expired source means depends on the filter mode.
+        if (change.group->gone()) return;  // it fell back to INCLUDE before it went
+        if (change.group->isNews()) reportGroup(Event::groupChanged, *change.group);
+        // The meaning of an expired source depends on the filter mode.
         for (const IpAddr addr : sortedKeys(change.group->sources())) {
-          tellSource(*change.group, **change.group->sources().find(addr));
+          reportSource(*change.group, **change.group->sources().find(addr));
         }
         return;
-      case Change::groupGone: tellGroup(Event::groupLeft, *change.group); return;
-      case Change::sourceTouched: tellSource(*change.group, *change.source); return;
+      case Change::groupGone: reportGroup(Event::groupLeft, *change.group); return;
+      case Change::sourceTouched: reportSource(*change.group, *change.source); return;
     }
   }
 
-  void tellGroup(Event::Kind kind, const GroupWatch& watch) {
+  void reportGroup(Event::Kind kind, const GroupWatch& watch) {
     const QuerierGroupStatus& group = *watch.notifier();
     Event event = eventOf(kind);
     event.group = group.groupAddr();
@@ -215,9 +215,9 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
     sink_.event(event);
   }
 
-  void tellSource(const GroupWatch& group, SourceWatch& source) {
+  void reportSource(const GroupWatch& group, SourceWatch& source) {
     const SourceWatch::State state = source.state(group.inExclude());
-    if (!source.tell(state)) return;
+    if (!source.isNews(state)) return;
     Event event = eventOf(state == SourceWatch::joined     ? Event::sourceJoined
                           : state == SourceWatch::excluded ? Event::sourceExcluded
                                                            : Event::sourceLeft);

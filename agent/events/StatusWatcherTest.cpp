@@ -42,7 +42,7 @@ class StatusWatcherTest : public testing::Test {
     joined->filterModeIs(mode);
     return joined;
   }
-  std::vector<std::string> told() {
+  std::vector<std::string> reported() {
     watcher_.flush();
     return events_.taken();
   }
@@ -52,127 +52,127 @@ class StatusWatcherTest : public testing::Test {
   StatusWatcher watcher_{"eth0", status_, events_};
 };
 
-TEST_F(StatusWatcherTest, tellsNothingOfAFreshStatus) { EXPECT_THAT(told(), IsEmpty()); }
+TEST_F(StatusWatcherTest, reportsNothingOfAFreshStatus) { EXPECT_THAT(reported(), IsEmpty()); }
 
-TEST_F(StatusWatcherTest, tellsNothingBeforeTheFlush) {
+TEST_F(StatusWatcherTest, reportsNothingBeforeTheFlush) {
   join(group);
   EXPECT_THAT(events_.taken(), IsEmpty());
 }
 
-TEST_F(StatusWatcherTest, aJoinShowsWhatTheWholeReportMadeOfTheGroup) {
+TEST_F(StatusWatcherTest, aJoinShowsTheGroupAfterTheWholeReport) {
   join(group);
   Mox::virtualTimeIs(1000.5);
-  EXPECT_THAT(told(), ElementsAre("1000.5 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
+  EXPECT_THAT(reported(), ElementsAre("1000.5 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
   EXPECT_EQ(events_.events().front().interface, "eth0");
 }
 
-TEST_F(StatusWatcherTest, tellsEachChangeOnce) {
+TEST_F(StatusWatcherTest, reportsEachChangeOnce) {
   join(group);
   watcher_.flush();
   events_.taken();
-  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_THAT(reported(), IsEmpty());
 }
 
-TEST_F(StatusWatcherTest, aRoleIsToldWithItsQuerierWhenEitherChanges) {
+TEST_F(StatusWatcherTest, aRoleIsReportedWithItsQuerierWhenEitherChanges) {
   status_->electedQuerierAddrIs(IpAddr(10, 0, 0, 5));
   status_->stateIs(QuerierStatus::querierStateQuerier);
-  EXPECT_THAT(told(), ElementsAre("1000 role querier (elected 10.0.0.5)"));
+  EXPECT_THAT(reported(), ElementsAre("1000 role querier (elected 10.0.0.5)"));
   status_->electedQuerierAddrIs(IpAddr(10, 0, 0, 1));
-  EXPECT_THAT(told(), ElementsAre("1000 role querier (elected 10.0.0.1)"));
+  EXPECT_THAT(reported(), ElementsAre("1000 role querier (elected 10.0.0.1)"));
   status_->stateIs(QuerierStatus::querierStateNonQuerier);
-  EXPECT_THAT(told(), ElementsAre("1000 role nonQuerier (elected 10.0.0.1)"));
+  EXPECT_THAT(reported(), ElementsAre("1000 role nonQuerier (elected 10.0.0.1)"));
 }
 
-TEST_F(StatusWatcherTest, changesOfModeAndVersionAreToldTogether) {
+TEST_F(StatusWatcherTest, changesOfModeAndVersionAreOneEvent) {
   const auto joined = join(group);
-  told();
+  reported();
   joined->compatibilityModeIs(igmpVersion1);
   joined->filterModeIs(filterModeInclude);
-  EXPECT_THAT(told(), ElementsAre("1000 changed 239.1.1.1 (version 1, include)"));
+  EXPECT_THAT(reported(), ElementsAre("1000 changed 239.1.1.1 (version 1, include)"));
 }
 
-TEST_F(StatusWatcherTest, aValueThatChangedBackIsNotTold) {
+TEST_F(StatusWatcherTest, aValueThatChangedBackIsNotReported) {
   const auto joined = join(group);
-  told();
+  reported();
   joined->compatibilityModeIs(igmpVersion1);
   joined->compatibilityModeIs(igmpVersion2);
-  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_THAT(reported(), IsEmpty());
 }
 
-TEST_F(StatusWatcherTest, whatOnlyRefreshesTheGroupIsNotTold) {
+TEST_F(StatusWatcherTest, aRefreshOfTheGroupIsNotReported) {
   const auto joined = join(group);
-  told();
+  reported();
   joined->expiryTimeIs(1260.0);
   joined->lastReporterIs(IpAddr(10, 0, 0, 12));
-  EXPECT_THAT(told(), IsEmpty());
+  EXPECT_THAT(reported(), IsEmpty());
 }
 
-TEST_F(StatusWatcherTest, aGroupThatFellBackToIncludeOnItsWayOutOnlyLeft) {
+TEST_F(StatusWatcherTest, aGroupThatFellBackToIncludeBeforeItWentOnlyLeft) {
   const auto joined = join(group);
-  told();
+  reported();
   joined->filterModeIs(filterModeInclude);
   status_->groupDel(group);
-  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1"));
+  EXPECT_THAT(reported(), ElementsAre("1000 left 239.1.1.1"));
 }
 
-TEST_F(StatusWatcherTest, whatCameAndWentWithinOneFlushIsToldInOrder) {
+TEST_F(StatusWatcherTest, groupsThatCameAndWentWithinOneFlushAreReportedInOrder) {
   join(group);
   join(other);
   status_->groupDel(group);
-  EXPECT_THAT(told(),
+  EXPECT_THAT(reported(),
               ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 2)",
                           "1000 joined 239.2.2.2 by 10.0.0.11 (version 2)", "1000 left 239.1.1.1"));
 }
 
-TEST_F(StatusWatcherTest, whatWentAndCameBackWithinOneFlushIsToldInOrder) {
+TEST_F(StatusWatcherTest, aGroupThatWentAndCameBackIsReportedInOrder) {
   join(group);
-  told();
+  reported();
   status_->groupDel(group);
   join(group);
-  EXPECT_THAT(told(),
+  EXPECT_THAT(reported(),
               ElementsAre("1000 left 239.1.1.1", "1000 joined 239.1.1.1 by 10.0.0.11 (version 2)"));
 }
 
 TEST_F(StatusWatcherTest, sourcesOfAnIncludeGroupJoinAndLeave) {
   const auto joined = joinVersion3(group, filterModeInclude);
   joined->sourceIs(sender);
-  EXPECT_THAT(told(), ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 3, include)",
-                                  "1000 joined 239.1.1.1 source 10.0.0.50"));
+  EXPECT_THAT(reported(), ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 3, include)",
+                                      "1000 joined 239.1.1.1 source 10.0.0.50"));
   joined->source(sender)->expiredIs(true);
   joined->sourceDel(sender);
-  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50"));
+  EXPECT_THAT(reported(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50"));
 }
 
 TEST_F(StatusWatcherTest, anExpiredSourceOfAnExcludeGroupIsExcluded) {
   const auto joined = joinVersion3(group, filterModeExclude);
   const auto source = joined->sourceIs(sender);
-  told();
+  reported();
   source->expiredIs(true);
-  EXPECT_THAT(told(), ElementsAre("1000 excluded 239.1.1.1 source 10.0.0.50"));
+  EXPECT_THAT(reported(), ElementsAre("1000 excluded 239.1.1.1 source 10.0.0.50"));
   source->expiredIs(false);
-  EXPECT_THAT(told(), ElementsAre("1000 joined 239.1.1.1 source 10.0.0.50"));
+  EXPECT_THAT(reported(), ElementsAre("1000 joined 239.1.1.1 source 10.0.0.50"));
 }
 
 TEST_F(StatusWatcherTest, aChangeOfModeChangesWhatAnExpiredSourceMeans) {
   const auto joined = joinVersion3(group, filterModeExclude);
   joined->sourceIs(sender)->expiredIs(true);
-  told();
+  reported();
   joined->filterModeIs(filterModeInclude);
-  EXPECT_THAT(told(), ElementsAre("1000 changed 239.1.1.1 (version 3, include)",
-                                  "1000 left 239.1.1.1 source 10.0.0.50"));
+  EXPECT_THAT(reported(), ElementsAre("1000 changed 239.1.1.1 (version 3, include)",
+                                      "1000 left 239.1.1.1 source 10.0.0.50"));
 }
 
-TEST_F(StatusWatcherTest, aSourceThatWentAndCameBackIsToldInOrder) {
+TEST_F(StatusWatcherTest, aSourceThatWentAndCameBackIsReportedInOrder) {
   const auto joined = joinVersion3(group, filterModeExclude);
   joined->sourceIs(sender);
-  told();
+  reported();
   joined->sourceDel(sender);
   joined->sourceIs(sender);
-  EXPECT_THAT(told(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50",
-                                  "1000 joined 239.1.1.1 source 10.0.0.50"));
+  EXPECT_THAT(reported(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50",
+                                      "1000 joined 239.1.1.1 source 10.0.0.50"));
 }
 
-TEST_F(StatusWatcherTest, aWatcherThatComesLateTellsWhatIsThere) {
+TEST_F(StatusWatcherTest, aWatcherThatComesLateReportsWhatIsThere) {
   joinVersion3(group, filterModeInclude)->sourceIs(sender);
   status_->stateIs(QuerierStatus::querierStateQuerier);
   EventRecorder late;
@@ -195,7 +195,7 @@ TEST_F(StatusWatcherTest, aWatcherThatIsGoneWatchesNothing) {
   EXPECT_EQ(joined->notifieeList().size(), 1u);
 }
 
-TEST_F(StatusWatcherTest, aGroupThatLeftIsLetGoByTheFlush) {
+TEST_F(StatusWatcherTest, aGroupThatLeftIsReleasedByTheFlush) {
   const auto joined = joinVersion3(group, filterModeInclude);
   status_->groupDel(group);
   EXPECT_EQ(joined->notifieeList().size(), 1u);

@@ -69,6 +69,27 @@ TEST(Ipv4Of, isNothingInAFrameThatIsTooShort) {
   }
 }
 
+TEST(EtherPayload, namesTheFirstVlanAmongItsTags) {
+  const Bytes frame = frameOf(theirs, {0x88, 0xa8, 0xe0, 0x00, 0x81, 0x00, 0xe0, 0x07, 0x81, 0x00,
+                                       0x00, 0x08, 0x08, 0x00, 0x46});
+  const EtherPayload payload = etherPayload(frame);
+  EXPECT_EQ(payload.kind, EtherPayload::ipv4);
+  EXPECT_EQ(payload.vlan, 7);
+  EXPECT_EQ(Bytes(payload.ipv4Packet.begin(), payload.ipv4Packet.end()), (Bytes{0x46}));
+}
+
+TEST(EtherPayload, distinguishesOtherProtocolsFromShortFrames) {
+  EXPECT_EQ(etherPayload(frameOf(theirs, {0x86, 0xdd})).kind, EtherPayload::other);
+  EXPECT_EQ(etherPayload(frameOf(theirs, {0x81, 0x00, 0x00, 0x07, 0x86, 0xdd})).kind,
+            EtherPayload::other);
+  EXPECT_EQ(etherPayload(frameOf(theirs, {0x81, 0x00, 0x00, 0x07})).kind, EtherPayload::tooShort);
+}
+
+TEST(EtherPayload, findsATypeFieldThatIsAheadOfTheEndOfItsHeader) {
+  const Bytes frame{0x08, 0x00, 1, 2, 3, 4, 0x46};
+  EXPECT_EQ(etherPayload(frame, 0, 6).ipv4Packet.size(), 1u);
+}
+
 TEST(IsQueryFrom, holdsForAQueryThatThisMachineSends) {
   EXPECT_TRUE(isQueryFrom(ours, ourAddr, ipv4Frame(ours, Ilvo::buildV2Query())));
 }

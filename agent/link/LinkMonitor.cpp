@@ -27,7 +27,7 @@ NetlinkSocket openSocket(unsigned groups) {
   NetlinkSocket socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
   if (!socket) fail("cannot open a netlink socket");
   if (mnl_socket_bind(socket.get(), groups, MNL_SOCKET_AUTOPID) < 0) {
-    fail("cannot listen on a netlink socket");
+    fail("cannot bind a netlink socket");
   }
   return socket;
 }
@@ -54,9 +54,11 @@ DumpEnd dump(mnl_socket* socket, LinkTable& table, Mox::U16 type, Request reques
   for (;;) {
     const ssize_t got = mnl_socket_recvfrom(socket, buffer.bytes.data(), buffer.bytes.size());
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) fail("cannot read the kernel's interfaces");
-    const int more = mnl_cb_run(buffer.bytes.data(), static_cast<size_t>(got), seq,
-                                mnl_socket_get_portid(socket), applyMessage, &table);
+    int more = MNL_CB_ERROR;
+    if (got >= 0) {
+      more = mnl_cb_run(buffer.bytes.data(), static_cast<size_t>(got), seq,
+                        mnl_socket_get_portid(socket), applyMessage, &table);
+    }
     if (more == MNL_CB_STOP) return DumpEnd::complete;
     if (more < 0 && errno == EINTR) return DumpEnd::interrupted;
     if (more < 0) fail("cannot read the kernel's interfaces");
@@ -84,9 +86,9 @@ std::map<std::string, const Link*> byName(const LinkTable& table) {
 
 }  // namespace
 
-// What changes under a dump may make it miss something, so it is asked for again, but not for ever:
-// on a machine that never rests, its last answer is the best there is, and more changes are on
-// their way.
+// A change during a dump may make it incomplete, so it is requested again, but not for ever: on a
+// machine whose interfaces change all the time the last dump is the best there is, and messages
+// about the changes follow.
 LinkTable currentLinks() {
   constexpr int attempts = 10;
   LinkTable table;
@@ -97,7 +99,8 @@ LinkTable currentLinks() {
   return table;
 }
 
-// Listens before it asks: what changes in between is told twice, not lost.
+// The socket is bound before the dump is requested: a change in between is reported twice and not
+// lost.
 LinkMonitor::LinkMonitor(boost::asio::io_context& io, Handler handler)
     : socket_(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR)),
       handler_(std::move(handler)),

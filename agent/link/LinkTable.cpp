@@ -77,7 +77,7 @@ void LinkTable::apply(std::span<const std::byte> datagram) {
   mnl_cb_run(datagram.data(), datagram.size(), 0, 0, applyOne, this);
 }
 
-// The kernel pads what it says. libmnl relies on it and would read behind a message that is not.
+// The kernel pads its messages. libmnl relies on that, and would read behind a message without.
 void LinkTable::apply(const nlmsghdr& message) {
   if (message.nlmsg_len % MNL_ALIGNTO != 0) return;
   switch (message.nlmsg_type) {
@@ -89,7 +89,7 @@ void LinkTable::apply(const nlmsghdr& message) {
   }
 }
 
-// A bridge tells of its ports with link messages, too, in a family of their own: a port that leaves
+// A bridge reports its ports with link messages, too, in a family of their own: a port that leaves
 // its bridge is still an interface.
 void LinkTable::applyNewLink(const nlmsghdr& message) {
   if (!hasPayload(message, sizeof(ifinfomsg))) return;

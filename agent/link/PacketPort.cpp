@@ -70,7 +70,7 @@ PacketPort::Handle PacketPort::opened(const Link& link) {
   pcap_set_immediate_mode(pcap, 1);
   pcap_set_buffer_size(pcap, ringBytes);
   checkActivated(link, pcap, pcap_activate(pcap));
-  if (pcap_datalink(pcap) != DLT_EN10MB) fail(link, "it is not an Ethernet interface");
+  if (pcap_datalink(pcap) != DLT_EN10MB) fail(link, "its frames are not Ethernet");
   bpf_program program{};
   if (pcap_compile(pcap, &program, filterIgmp, 1, PCAP_NETMASK_UNKNOWN) != 0) {
     fail(link, pcap_geterr(pcap));

@@ -10,7 +10,7 @@
 namespace Agent {
 
 std::string missingPrivilege() {
-  // The kernel's answer counts, whatever the capability sets look like.
+  // The kernel's answer decides, not the capability sets.
   const int opened = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
   if (opened >= 0) {
     close(opened);

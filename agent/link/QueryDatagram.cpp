@@ -1,6 +1,7 @@
 #include <Link/QueryDatagram.h>
 
 #include <Ilvo/Checksum.h>
+#include <Ilvo/IgmpHdr.h>
 #include <Ilvo/Pkt.h>
 
 namespace Agent {
@@ -18,7 +19,6 @@ constexpr U8 version4Words6 = 0x46;
 constexpr U8 tosInternetworkControl = 0xc0;
 constexpr U16 dontFragment = 0x4000;  // so the identification may be 0 (RFC 6864 4.1)
 constexpr U8 ttlThisLink = 1;
-constexpr U8 protocolIgmp = 2;
 constexpr U32 routerAlert = 0x94040000;  // RFC 2113 2.1
 constexpr size_t checksumAt = 10;
 constexpr IpAddr allSystems(224, 0, 0, 1);
@@ -39,7 +39,7 @@ std::vector<U8> queryDatagram(IpAddr src, IpAddr group, std::span<const U8> igmp
   header.u16Is(2, static_cast<U16>(ipHeaderBytes + igmp.size()));
   header.u16Is(6, dontFragment);
   header.u8Is(8, ttlThisLink);
-  header.u8Is(9, protocolIgmp);
+  header.u8Is(9, Ilvo::igmpIpProtocol);
   header.ipAddrIs(12, src);
   header.ipAddrIs(16, queryDestination(group));
   header.u32Is(20, routerAlert);
@@ -53,11 +53,11 @@ std::vector<U8> queryDatagram(IpAddr src, IpAddr group, std::span<const U8> igmp
 
 std::vector<U8> queryFrame(const MacAddr& srcMac, IpAddr src, IpAddr group,
                            std::span<const U8> igmp) {
-  constexpr std::array<U8, 2> etherTypeIpv4{0x08, 0x00};
+  constexpr std::array<U8, 2> type{etherTypeIpv4 >> 8, etherTypeIpv4 & 0xff};
   std::vector<U8> out;
   append(out, multicastMac(queryDestination(group)));
   append(out, srcMac);
-  append(out, etherTypeIpv4);
+  append(out, type);
   append(out, queryDatagram(src, group, igmp));
   return out;
 }

@@ -1,4 +1,4 @@
-// For tests: what the kernel says about interfaces, message by message.
+// For tests: the kernel's messages about interfaces.
 //
 //   table.apply(linkMessage({.index = 2, .name = "eth0"}));
 #pragma once
@@ -40,18 +40,18 @@ inline Datagram datagramOf(const nlmsghdr* message) {
   return {bytes, bytes + message->nlmsg_len};
 }
 
-inline Datagram linkMessage(const LinkMessage& says) {
+inline Datagram linkMessage(const LinkMessage& link) {
   alignas(nlmsghdr) std::byte buffer[512] = {};
   nlmsghdr* const message = mnl_nlmsg_put_header(buffer);
-  message->nlmsg_type = says.type;
+  message->nlmsg_type = link.type;
   auto& info = *static_cast<ifinfomsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifinfomsg)));
-  info.ifi_family = says.family;
-  info.ifi_type = says.hardware;
-  info.ifi_index = says.index;
-  info.ifi_flags = says.flags;
-  if (says.name != nullptr) mnl_attr_put_strz(message, IFLA_IFNAME, says.name);
-  if (says.mtu != 0) mnl_attr_put_u32(message, IFLA_MTU, says.mtu);
-  if (says.hasMac) mnl_attr_put(message, IFLA_ADDRESS, says.mac.size(), says.mac.data());
+  info.ifi_family = link.family;
+  info.ifi_type = link.hardware;
+  info.ifi_index = link.index;
+  info.ifi_flags = link.flags;
+  if (link.name != nullptr) mnl_attr_put_strz(message, IFLA_IFNAME, link.name);
+  if (link.mtu != 0) mnl_attr_put_u32(message, IFLA_MTU, link.mtu);
+  if (link.hasMac) mnl_attr_put(message, IFLA_ADDRESS, link.mac.size(), link.mac.data());
   return datagramOf(message);
 }
 
@@ -64,18 +64,18 @@ struct AddressMessage {
   Mox::U8 flags = 0;
 };
 
-inline Datagram addressMessage(const AddressMessage& says) {
+inline Datagram addressMessage(const AddressMessage& address) {
   alignas(nlmsghdr) std::byte buffer[512] = {};
   nlmsghdr* const message = mnl_nlmsg_put_header(buffer);
-  message->nlmsg_type = says.type;
+  message->nlmsg_type = address.type;
   auto& info = *static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
   info.ifa_family = AF_INET;
-  info.ifa_prefixlen = says.prefixLength;
-  info.ifa_flags = says.flags;
-  info.ifa_scope = says.scope;
-  info.ifa_index = says.index;
-  mnl_attr_put_u32(message, IFA_ADDRESS, htonl(says.local.value() + 1));  // the neighbour's
-  mnl_attr_put_u32(message, IFA_LOCAL, htonl(says.local.value()));
+  info.ifa_prefixlen = address.prefixLength;
+  info.ifa_flags = address.flags;
+  info.ifa_scope = address.scope;
+  info.ifa_index = address.index;
+  mnl_attr_put_u32(message, IFA_ADDRESS, htonl(address.local.value() + 1));  // the neighbour's
+  mnl_attr_put_u32(message, IFA_LOCAL, htonl(address.local.value()));
   return datagramOf(message);
 }
 

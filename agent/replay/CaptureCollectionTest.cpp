@@ -1,6 +1,5 @@
-// Replays captures of real networks. They are not part of the source tree; where they lie, the
-// environment variable QUERIER_CAPTURES says, or the folder beside the source tree that the build
-// names.
+// Replays captures of real networks. They are not part of the source tree: the environment variable
+// QUERIER_CAPTURES names their folder, or else the build, which looks beside the source tree.
 #include <Replay/CaptureReplay.h>
 
 #include <algorithm>
@@ -76,7 +75,7 @@ TEST_F(CaptureCollectionTest, everyFrameOfEveryCaptureIsAccountedFor) {
   EXPECT_GT(igmp, 0u);
 }
 
-TEST_F(CaptureCollectionTest, everyStateThatWasToldIsTheStateAtTheEnd) {
+TEST_F(CaptureCollectionTest, joinsLessLeavesAreTheGroupsAtTheEnd) {
   for (const auto& entry : std::filesystem::directory_iterator(folder())) {
     if (!entry.path().extension().string().starts_with(".pcap")) continue;
     replay(entry.path(), Gmp::Igmp::igmpVersion3);
@@ -130,7 +129,7 @@ TEST_F(CaptureCollectionTest, aWrongChecksumIsCounted) {
   EXPECT_EQ(status().errorPacketReceived(), 1u);
 }
 
-TEST_F(CaptureCollectionTest, whatATunnelCarriesIsNotHeard) {
+TEST_F(CaptureCollectionTest, packetsInsideATunnelAreNotReceived) {
   replay("zeek-vxlan-encapsulated-igmp-v2.pcap", Gmp::Igmp::igmpVersion2);
   EXPECT_EQ(summary().igmp, 0u);
 }

@@ -10,7 +10,7 @@ namespace Agent {
 
 namespace {
 
-// Nobody's clock says that. Times of more than some thousand years would be too coarse for timers.
+// No clock shows later times. Beyond some thousand years, doubles are too coarse for timers.
 constexpr Mox::Seconds endOfYear9999 = 253402300800.0;
 
 Mox::Seconds timeOf(const timeval& stamp) {

@@ -85,7 +85,7 @@ TEST(CaptureFile, aCaptureWithoutFramesIsOne) {
   EXPECT_THAT(readAll(PcapFile(DLT_EN10MB).bytes()).times, testing::IsEmpty());
 }
 
-TEST(CaptureFile, whatStandsBeforeTheDamageIsRead) {
+TEST(CaptureFile, framesAheadOfTheDamageAreRead) {
   const Read read = readAll(
       PcapFile(DLT_EN10MB).frame(10.0, reportFrame).frame(11.0, reportFrame).cutEnd(5).bytes());
   EXPECT_THAT(read.times, ElementsAre(10.0));
@@ -100,7 +100,7 @@ TEST(CaptureFile, anImpossibleFrameLengthIsDamage) {
   EXPECT_NE(read.damage, "");
 }
 
-TEST(CaptureFile, whatIsNoCaptureIsRefused) {
+TEST(CaptureFile, aFileThatIsNoCaptureIsRefused) {
   EXPECT_THAT(refusalOf(Bytes{'n', 'o', 't', 'h', 'i', 'n', 'g', '\n'}),
               HasSubstr("unknown file format"));
   EXPECT_THAT(refusalOf(Bytes{}), HasSubstr("cannot read capture"));
@@ -130,7 +130,7 @@ TEST(CaptureFile, readsTheLinkTypesUnderTheirNumbersInFiles) {
             1u);
 }
 
-TEST(CaptureFile, timesThatNobodysClockSaysAreMovedIntoTheRange) {
+TEST(CaptureFile, timesBeyondTheRangeAreMovedIntoIt) {
   EXPECT_THAT(readAll(pcapng(1e13 - 1.0)).times, ElementsAre(253402300800.0));
 }
 

@@ -73,7 +73,7 @@ TEST(CaptureFrame, keepsThePaddingBehindThePacket) {
   EXPECT_EQ(packetIn(DLT_EN10MB, ethernet(padded)), padded);
 }
 
-TEST(CaptureFrame, skipsWhatIsNotIpv4) {
+TEST(CaptureFrame, skipsFramesThatAreNotIpv4) {
   EXPECT_EQ(skipOf(DLT_EN10MB, ethernet(report, {0x86dd})), SkipReason::notIpv4);
   EXPECT_EQ(skipOf(DLT_EN10MB, ethernet(report, {0x0026})), SkipReason::notIpv4);
   EXPECT_EQ(skipOf(DLT_EN10MB, ethernet(report, {0x8100, 0x86dd})), SkipReason::notIpv4);
@@ -93,7 +93,7 @@ TEST(CaptureFrame, skipsFragmentsButNotTheFlagAgainstThem) {
   EXPECT_EQ(skipOf(DLT_EN10MB, ethernet(changed(report, 6, 0x40))), std::nullopt);
 }
 
-TEST(CaptureFrame, whatIsMissingWasCutByTheCaptureOrNeverThere) {
+TEST(CaptureFrame, aShortFrameWasCutByTheCaptureOrIsTooShort) {
   const Bytes frame = ethernet(report);
   for (size_t kept = 0; kept < frame.size(); ++kept) {
     const Bytes cut(frame.begin(), frame.begin() + static_cast<std::ptrdiff_t>(kept));
@@ -128,7 +128,7 @@ TEST(CaptureFrame, everyLengthOfEveryLinkTypeIsSafe) {
   }
 }
 
-TEST(CaptureFrame, saysWhichLinkTypesItKnows) {
+TEST(CaptureFrame, knowsItsLinkTypes) {
   for (const int known :
        {DLT_EN10MB, DLT_RAW, DLT_IPV4, DLT_LINUX_SLL, DLT_LINUX_SLL2, DLT_NULL, DLT_LOOP}) {
     EXPECT_TRUE(isKnownLinkType(known)) << known;

@@ -11,6 +11,7 @@
 #include <Ilvo/Pkt.h>
 #include <Mox/ActivityClock.h>
 #include <Obel/TimerWheel.h>
+#include <Text/WallClock.h>
 
 namespace Agent {
 
@@ -24,10 +25,10 @@ namespace {
 
 constexpr Mox::U32 ethernetMtu = 1500;
 
-// Tells each query that the querier publishes.
-class QueryTeller final : public QuerierSm::NotifieeConst {
+// Reports each query that the querier publishes.
+class QueryReporter final : public QuerierSm::NotifieeConst {
  public:
-  QueryTeller(const Ptr<QuerierSm>& querier, EventSink& sink)
+  QueryReporter(const Ptr<QuerierSm>& querier, EventSink& sink)
       : NotifieeConst(querier), sink_(sink) {
     if (querier->writableCount() != 0) onWritableCount();
   }
@@ -42,7 +43,7 @@ class QueryTeller final : public QuerierSm::NotifieeConst {
 
 }  // namespace
 
-// The querier with all that it needs, from the moment on that the clock shows.
+// The querier with its timers and watchers; it begins at the time that the clock shows.
 class CaptureReplay::Querier {
  public:
   explicit Querier(const CaptureReplay& replay)
@@ -63,7 +64,7 @@ class CaptureReplay::Querier {
     turn(time);
   }
 
-  void hear(std::span<const Mox::U8> ipv4) {
+  void receive(std::span<const Mox::U8> ipv4) {
     querier_->doRxPkt(Mox::makePtr<Ilvo::Pkt>(ipv4));
     watcher_.flush();
   }
@@ -82,7 +83,7 @@ class CaptureReplay::Querier {
   const LibraryMessages messages_;
   StatusWatcher watcher_;
   const Ptr<QuerierSm> querier_;
-  const QueryTeller queries_;
+  const QueryReporter queries_;
 };
 
 Mox::U64 ReplaySummary::skippedInAll() const {
@@ -98,13 +99,14 @@ CaptureReplay::CaptureReplay(const ReplayOptions& options, Ptr<const QuerierConf
 CaptureReplay::~CaptureReplay() = default;
 
 void CaptureReplay::run(CaptureFile& file) {
-  Mox::virtualTimeIs(start_);  // also where no frame comes to say otherwise
-  while (const std::optional<CaptureFile::Frame> frame = file.next()) hear(*frame);
+  Mox::virtualTimeIs(start_);  // holds where the capture has no frame
+  wallClockDifferenceIs(0.0);
+  while (const std::optional<CaptureFile::Frame> frame = file.next()) handIn(*frame);
   summary_.damage = file.damage();
   if (querier_) querier_->advanceTo(Mox::now() + options_.until);
 }
 
-void CaptureReplay::hear(const CaptureFile::Frame& frame) {
+void CaptureReplay::handIn(const CaptureFile::Frame& frame) {
   if (!querier_) {
     srand48(static_cast<long>(options_.seed));
     start_ = lastStamp_ = frame.time;
@@ -112,17 +114,18 @@ void CaptureReplay::hear(const CaptureFile::Frame& frame) {
     querier_ = std::make_unique<Querier>(*this);
   }
   querier_->advanceTo(timeOf(frame));
+  wallClockDifferenceIs(shift_);
   ++summary_.frames;
   if (frame.content.skipped) {
     ++summary_.skipped[*frame.content.skipped];
   } else {
     ++summary_.igmp;
-    querier_->hear(frame.content.ipv4);
+    querier_->receive(frame.content.ipv4);
   }
 }
 
-// What counts is the time since the frame before, so that the frames behind a gap that was
-// shortened keep their distances.
+// The time of a frame follows from the latest one before it, so that frames after a shortened gap
+// keep their distances, and a frame out of order does not make a gap of its own.
 Seconds CaptureReplay::timeOf(const CaptureFile::Frame& frame) {
   const Seconds passed = frame.time - lastStamp_;
   if (passed < 0.0) {

@@ -6,6 +6,7 @@
 #include <Ilvo/IpPrefix.h>
 #include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Mox/ActivityClock.h>
+#include <Text/WallClock.h>
 
 #include <AgentTestSupport/EventRecorder.h>
 #include <AgentTestSupport/TestAddresses.h>
@@ -28,7 +29,10 @@ constexpr Mox::Seconds firstQuery = 1.7082803610628973;
 
 class CaptureReplayTest : public testing::Test {
  protected:
-  ~CaptureReplayTest() override { Mox::realTimeIs(); }
+  ~CaptureReplayTest() override {
+    Mox::realTimeIs();
+    wallClockDifferenceIs({});
+  }
 
   void capture(Mox::Seconds time, const Bytes& packet) { file_.frame(time, ethernet(packet)); }
 
@@ -88,7 +92,7 @@ TEST_F(CaptureReplayTest, endsWithTheLastFrame) {
   EXPECT_EQ(Mox::now(), 1001.0);
 }
 
-TEST_F(CaptureReplayTest, goesOnBehindTheLastFrameWhenAskedTo) {
+TEST_F(CaptureReplayTest, goesOnAfterTheLastFrameWhenAskedTo) {
   capture(1000.0, buildV2Report(group, fromHost));
   options_.until = 260.0;
   config_->sendQueryIs(false);
@@ -103,13 +107,13 @@ TEST_F(CaptureReplayTest, followsAQuerierOfALowerAddress) {
                                       "1000 role nonQuerier (elected 10.0.0.1)"));
 }
 
-// Under a name of its own: what other tests brought about counts towards the message's rate limit.
-TEST_F(CaptureReplayTest, tellsOfQueriersThatSpeakAnotherVersion) {
+// Under a name of its own: messages of other tests count towards the rate limit.
+TEST_F(CaptureReplayTest, reportsQueriersOfAnotherVersion) {
   config_ = Gmp::Igmp::querierConfigFactory("mismatch");
   capture(1000.0, Ilvo::buildV3Query({}, {.src = IpAddr(10, 0, 0, 1)}));
   replay();
-  const auto& told = events_->events();
-  EXPECT_TRUE(std::any_of(told.begin(), told.end(), [](const Event& event) {
+  const auto& events = events_->events();
+  EXPECT_TRUE(std::any_of(events.begin(), events.end(), [](const Event& event) {
     return event.kind == Event::versionMismatch && event.version == 3;
   }));
 }
@@ -130,7 +134,7 @@ TEST_F(CaptureReplayTest, theSameSeedGivesTheSameEvents) {
   EXPECT_NE(replayed(), first);
 }
 
-TEST_F(CaptureReplayTest, aSecondReplayTellsMessagesThatTheFirstHasToldAlready) {
+TEST_F(CaptureReplayTest, aSecondReplayRepeatsTheMessagesOfTheFirst) {
   capture(1000.0, buildV2Query(IpAddr(), 0, {.src = IpAddr(10, 0, 0, 9)}));
   config_->querierVersionIs(Gmp::Igmp::igmpVersion3);
   const std::vector<std::string> first = replayed();
@@ -161,7 +165,42 @@ TEST_F(CaptureReplayTest, framesBehindAShortenedGapKeepTheirDistances) {
   EXPECT_EQ(replay_->summary().shortenedGaps, 1u);
 }
 
-TEST_F(CaptureReplayTest, countsWhatItHandsInAndWhatItSkips) {
+TEST_F(CaptureReplayTest, aFrameOutOfOrderIsNotTheBaseOfTheNextGap) {
+  config_->sendQueryIs(false);
+  options_.maxGap = 150.0;
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(900.0, buildV2Report(IpAddr(239, 2, 2, 2), fromHost));
+  capture(1100.0, buildV2Report(IpAddr(239, 3, 3, 3), fromHost));
+  EXPECT_EQ(replayed().back(), "1100 joined 239.3.3.3 by 10.0.0.11 (version 2)");
+  EXPECT_EQ(replay_->summary().shortenedGaps, 0u);
+}
+
+// Keeps the moment of each event on the wall clock, as a sink that writes JSON does.
+class Moments final : public EventSink {
+ public:
+  void event(const Event& event) override { utc_.push_back(utcText(wallTime(event.time))); }
+  const std::vector<std::string>& utc() const { return utc_; }
+
+ private:
+  std::vector<std::string> utc_;
+};
+
+TEST_F(CaptureReplayTest, theWallClockIsThatOfTheCaptureAlsoAfterAShortenedGap) {
+  config_->sendQueryIs(false);
+  options_.maxGap = 300.0;
+  capture(1000.0, buildV2Report(group, fromHost));
+  capture(5000.0, buildV2Report(IpAddr(239, 2, 2, 2), fromHost));
+  const CaptureOnDisk disk(file_.bytes());
+  CaptureFile file(disk.path());
+  Moments moments;
+  CaptureReplay(options_, config_, nullptr, moments).run(file);
+  EXPECT_THAT(moments.utc(),
+              ElementsAre("1970-01-01T00:16:40.000000Z", "1970-01-01T00:21:00.000000Z",
+                          "1970-01-01T01:23:20.000000Z"));
+  EXPECT_EQ(Mox::now(), 1300.0);
+}
+
+TEST_F(CaptureReplayTest, countsFramesHandedInAndFramesSkipped) {
   capture(1000.0, buildV2Report(group, fromHost));
   file_.frame(1001.0, ethernet(buildV2Report(group, fromHost), {0x86dd}));
   file_.frame(1002.0, Bytes(5, 0), 60);
@@ -196,7 +235,7 @@ TEST_F(CaptureReplayTest, aCaptureWithoutFramesHasNoQuerier) {
   EXPECT_THAT(replay_->interfaces(), IsEmpty());
 }
 
-TEST_F(CaptureReplayTest, replaysWhatStandsBeforeTheDamage) {
+TEST_F(CaptureReplayTest, replaysTheFramesAheadOfTheDamage) {
   capture(1000.0, buildV2Report(group, fromHost));
   capture(1001.0, buildV2Report(group, fromHost));
   file_.cutEnd(1);
@@ -215,7 +254,7 @@ ReplaySummary eventfulSummary() {
   return summary;
 }
 
-TEST(ReplaySummary, readsAsLinesThatLeaveOutWhatDidNotHappen) {
+TEST(ReplaySummary, hasLinesOnlyForThingsThatHappened) {
   EXPECT_EQ(summaryText({.frames = 2, .igmp = 2}),
             "2 frames read, 2 with IGMP handed in, 0 skipped\n");
   EXPECT_EQ(summaryText(eventfulSummary()),
@@ -228,11 +267,14 @@ TEST(ReplaySummary, readsAsLinesThatLeaveOutWhatDidNotHappen) {
 }
 
 TEST(ReplaySummary, isOneJsonLineWithEveryCount) {
+  wallClockDifferenceIs(0.0);
   EXPECT_EQ(summaryJson(eventfulSummary(), 12.5),
-            R"({"time":12.5,"event":"summary","frames":9,"igmp":4,"skipped":{"notIpv4":0,)"
+            R"({"time":12.5,"utc":"1970-01-01T00:00:12.500000Z","event":"summary","frames":9,)"
+            R"("igmp":4,"skipped":{"notIpv4":0,)"
             R"("notIgmp":3,"tooShort":0,"fragment":0,"cutShort":2},"backwards":1,)"
             R"("shortenedGaps":2,"damage":"truncated"})");
   EXPECT_NE(summaryJson({}, 0.0).find("\"damage\":null"), std::string::npos);
+  wallClockDifferenceIs({});
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <Text/JsonLine.h>
+#include <Text/Json.h>
 
 namespace Agent {
 
@@ -37,19 +37,24 @@ std::string summaryText(const ReplaySummary& summary) {
 }
 
 std::string summaryJson(const ReplaySummary& summary, Mox::Seconds now) {
-  Json json;
-  json["time"] = secondsJson(now);
-  json["event"] = "summary";
-  json["frames"] = summary.frames;
-  json["igmp"] = summary.igmp;
-  json["skipped"] = Json::object();
+  JsonObject skipped;
   for (const SkipReasonName& reason : skipReasons) {
-    json["skipped"][reason.name] = countOf(summary, reason.reason);
+    skipped.number(reason.name, countOf(summary, reason.reason));
   }
-  json["backwards"] = summary.backwards;
-  json["shortenedGaps"] = summary.shortenedGaps;
-  json["damage"] = summary.damage.empty() ? Json() : Json(summary.damage);
-  return jsonLine(json);
+  JsonObject json;
+  json.times(now)
+      .text("event", "summary")
+      .number("frames", summary.frames)
+      .number("igmp", summary.igmp)
+      .object("skipped", skipped)
+      .number("backwards", summary.backwards)
+      .number("shortenedGaps", summary.shortenedGaps);
+  if (summary.damage.empty()) {
+    json.null("damage");
+  } else {
+    json.text("damage", summary.damage);
+  }
+  return json.line();
 }
 
 void printSummary(std::FILE* out, const ReplaySummary& summary, Mox::Seconds now, Format format) {

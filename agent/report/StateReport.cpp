@@ -1,6 +1,8 @@
 #include <Report/StateReport.h>
 
-#include <Text/JsonLine.h>
+#include <utility>
+
+#include <Text/Json.h>
 #include "StateTables.h"
 
 namespace Agent {
@@ -16,10 +18,10 @@ std::string everythingText(InterfaceViews interfaces, Mox::Seconds now) {
 
 // One line, as an event.
 std::string everythingJson(InterfaceViews interfaces, Mox::Seconds now) {
-  std::string json =
-      "{\"time\":" + jsonLine(secondsJson(now)) + ",\"event\":\"state\",\"interfaces\":";
-  everythingTable(interfaces, now).appendJson(json, Table::Lines::one);
-  return json + "}\n";
+  JsonObject json;
+  json.times(now).text("event", "state");
+  everythingTable(interfaces, now).appendJson(json.value("interfaces"), Table::Lines::one);
+  return std::move(json).line() + '\n';
 }
 
 std::string rowsText(const Table& table, const char* none) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <Text/WallClock.h>
+
 namespace Agent {
 namespace {
 
@@ -97,7 +99,7 @@ mcastBoundaryPktReceived  0           0
 )");
 }
 
-TEST(StateText, saysThatThereIsNothing) {
+TEST(StateText, reportsThatThereIsNothing) {
   EXPECT_EQ(stateText(StatePart::everything, {}, now), "no interfaces\n");
   const std::vector views{interfaceNamed("eth0", IpAddr())};
   EXPECT_NE(stateText(StatePart::everything, views, now).find("\nno groups\n"), std::string::npos);
@@ -119,13 +121,15 @@ TEST(StateText, aQuerierThatDoesNotRunShowsNoTimes) {
 }
 
 TEST(StateJson, holdsEverythingInOneLine) {
+  wallClockDifferenceIs(1795268601.0);
   std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
   becomeQuerier(views[0]);
   joinVersion2(views[0], IpAddr(239, 1, 1, 1));
   views[0].electedTime = 750.0;
   EXPECT_EQ(
       stateJson(StatePart::everything, views, now),
-      R"({"time":1000.0,"event":"state","interfaces":[{"interface":"eth0",)"
+      R"({"time":1000.0,"utc":"2026-11-21T14:00:01.000000Z","event":"state","interfaces":[)"
+      R"({"interface":"eth0",)"
       R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
       R"("querierUpSeconds":250.0,"querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
       R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
@@ -139,6 +143,7 @@ TEST(StateJson, holdsEverythingInOneLine) {
       R"("lastReporter":"10.0.0.11","upSeconds":3.2,"timeLeftSeconds":250.0,)"
       R"("sources":[]}]}]})"
       "\n");
+  wallClockDifferenceIs({});
 }
 
 TEST(StateJson, showsSourcesInAddressOrder) {
@@ -150,7 +155,7 @@ TEST(StateJson, showsSourcesInAddressOrder) {
             R"({"source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null}])");
 }
 
-TEST(StateJson, whatIsNotKnownIsNull) {
+TEST(StateJson, unknownValuesAreNull) {
   std::vector views{interfaceNamed("eth0", IpAddr())};
   becomeQuerier(views[0]);
   statusOf(views[0]).electedQuerierAddrIs(IpAddr());
@@ -172,7 +177,7 @@ TEST(StateJson, aTimeThatHasPassedIsNotNegative) {
   EXPECT_EQ(json["nextQuerySeconds"], 0.0);
 }
 
-// A copy of an agent that keeps its address and whether its querier runs to itself.
+// A copy of an agent that publishes neither its address nor whether its querier runs.
 InterfaceView viewOfACopy() {
   InterfaceView view = interfaceNamed("eth0", IpAddr());
   statusOf(view).stateIs(QuerierStatus::querierStateNonQuerier);
@@ -243,7 +248,7 @@ TEST(StateParts, countersAndSettingsAreARowAnInterfaceForPrograms) {
             "SETTING                  eth0\nrobustness               2\nque");
 }
 
-TEST(StateParts, sayThatThereIsNothing) {
+TEST(StateParts, reportThatThereIsNothing) {
   const std::vector views{viewOfACopy()};
   EXPECT_EQ(stateText(StatePart::groups, views, now), "no groups\n");
   EXPECT_EQ(stateText(StatePart::sources, views, now), "no sources\n");
@@ -254,6 +259,7 @@ TEST(StateParts, sayThatThereIsNothing) {
 }
 
 TEST(PrintState, writesTheFormAskedFor) {
+  wallClockDifferenceIs(0.0);
   std::FILE* out = std::tmpfile();
   printState(out, StatePart::everything, {}, now, Format::text);
   printState(out, StatePart::everything, {}, now, Format::json);
@@ -261,7 +267,10 @@ TEST(PrintState, writesTheFormAskedFor) {
   std::string text(200, '\0');
   text.resize(std::fread(text.data(), 1, text.size(), out));
   std::fclose(out);
-  EXPECT_EQ(text, "no interfaces\n{\"time\":1000.0,\"event\":\"state\",\"interfaces\":[]}\n");
+  wallClockDifferenceIs({});
+  EXPECT_EQ(text,
+            "no interfaces\n{\"time\":1000.0,\"utc\":\"1970-01-01T00:16:40.000000Z\","
+            "\"event\":\"state\",\"interfaces\":[]}\n");
 }
 
 }  // namespace

@@ -24,13 +24,13 @@ namespace {
 using Columns = std::vector<Table::Column>;
 using Cells = std::vector<Cell>;
 
-// Until an absolute time; nothing for one that is not set, or when nobody waits for it.
+// Until an absolute time; nothing for one that is not set, or while no querier runs.
 Duration timeLeft(const InterfaceView& view, Seconds expiry, Seconds now) {
   if (!view.running || expiry == 0.0) return {Mox::never};
   return {std::max(expiry - now, 0.0)};
 }
 
-// Since an absolute time; nothing for one that is not known, or when nobody counts any more.
+// Since an absolute time; nothing for one that is not known, or while no querier runs.
 Duration timePassed(const InterfaceView& view, Seconds since, Seconds now) {
   if (!view.running || since == 0.0) return {Mox::never};
   return {std::max(now - since, 0.0)};
@@ -118,7 +118,7 @@ void addGroupSources(Table& table, const InterfaceView& view, const QuerierGroup
   }
 }
 
-// Where the interface is not said elsewhere, it is the first column.
+// The interface is the first column unless the rows are below those of the interface.
 void addGroups(Table& table, const InterfaceView& view, Seconds now, size_t firstColumn) {
   forEachGroup(view, [&](const InterfaceView&, const QuerierGroupStatus& group) {
     const std::array<Cell, 7> cells{view.name,

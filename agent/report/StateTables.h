@@ -14,7 +14,7 @@ using InterfaceViews = std::span<const InterfaceView>;
 
 // A row each: role, timers, values in effect.
 Table interfaceTable(InterfaceViews interfaces, Mox::Seconds now);
-// The same with counters and groups in each, for programs that want all of it in one piece.
+// The same with counters and groups in each, for programs that read everything at once.
 Table everythingTable(InterfaceViews interfaces, Mox::Seconds now);
 // A row for each group, with its sources below.
 Table groupTable(InterfaceViews interfaces, Mox::Seconds now);

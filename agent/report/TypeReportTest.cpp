@@ -85,7 +85,7 @@ TEST(TypeReportTest, jsonHoldsEveryTypeWithItsAttributesInTheOrderOfItsRecord) {
   }
 }
 
-TEST(TypeReportTest, jsonOfAnAttributeTellsAllThatTheLineTells) {
+TEST(TypeReportTest, jsonOfAnAttributeHasEverythingThatTheLineHas) {
   const auto json = nlohmann::json::parse(printed(
       [](std::FILE* out) { printType(out, typeFor("Gmp::Igmp::QuerierSm"), Format::json); }));
   ASSERT_EQ(json.size(), 1u);
@@ -124,7 +124,7 @@ std::string errorOf(const char* name) {
   }
 }
 
-TEST(TypeReportTest, whatNoTypeOrSeveralAreCalledIsAnError) {
+TEST(TypeReportTest, aNameOfNoTypeOrOfSeveralIsAnError) {
   EXPECT_EQ(errorOf("Status"), "there is no type Status: `igmpq types` lists them");
   EXPECT_EQ(errorOf(""), "there is no type : `igmpq types` lists them");
   EXPECT_EQ(errorOf("TimerId"),

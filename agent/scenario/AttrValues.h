@@ -1,15 +1,19 @@
 // Attribute values as JSON and back, by the types that the attribute tables name.
 //
-// Enumerations are their names, addresses dotted quads, +infinity is "inf".
+// Enumerations are their names, addresses dotted quads, sets of addresses lists in their order,
+// +infinity is "inf".
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <concepts>
 #include <string>
+#include <vector>
 
 #include <GmpIgmpQuerier/Enumerations.h>
 #include <Ilvo/IpAddr.h>
 #include <Mox/AttrTable.h>
+#include <Mox/HashMap.h>
 #include <Mox/Name.h>
 
 #include "Keys.h"
@@ -30,6 +34,18 @@ inline Json jsonOf(Ilvo::IpAddr value) { return value.stringValue(); }
 template <Mox::Enumeration E>
 Json jsonOf(E value) {
   return Mox::enumeratorText(value);
+}
+
+template <class Map>
+std::vector<Ilvo::IpAddr> sortedKeys(const Map& map) {
+  std::vector<Ilvo::IpAddr> keys = map.keys();
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+inline Json jsonOf(const Mox::HashMap<Ilvo::IpAddr, bool>& addresses) {
+  Json list = Json::array();
+  for (const Ilvo::IpAddr addr : sortedKeys(addresses)) list.push_back(addr.stringValue());
+  return list;
 }
 
 inline void fromJson(const Json& json, const std::string& what, double& value) {
@@ -58,6 +74,8 @@ void forEachValue(const E& entity, F f) {
       f(row.name, jsonOf(entity.*row.member));
     } else if constexpr (requires { jsonOf((entity.*row.get)()); }) {
       f(row.name, jsonOf((entity.*row.get)()));
+    } else if constexpr (requires { jsonOf((entity.*row.keys)()); }) {
+      f(row.name, jsonOf((entity.*row.keys)()));
     }
   });
 }

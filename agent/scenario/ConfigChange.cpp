@@ -29,9 +29,10 @@ ConfigChange readConfigChange(const std::string& name, const Json& json) {
 }  // namespace
 
 std::vector<ConfigChange> readConfigChanges(const Json& object, const char* key) {
-  if (!object.is_object()) throw StepError(fmt::format("\"{}\" must be an object", key));
   std::vector<ConfigChange> changes;
-  for (const auto& [name, value] : object.items()) changes.push_back(readConfigChange(name, value));
+  for (const auto& [name, value] : objectOf(object, fmt::format("\"{}\"", key)).items()) {
+    changes.push_back(readConfigChange(name, value));
+  }
   return changes;
 }
 

@@ -38,9 +38,13 @@ const std::string& textOf(const Json& value, const std::string& what) {
   return value.get_ref<const std::string&>();
 }
 
-Keys::Keys(const Json& object, std::string what) : object_(object), what_(std::move(what)) {
-  if (!object.is_object()) throw StepError(what_ + " must be an object");
+const Json& objectOf(const Json& value, const std::string& what) {
+  if (!value.is_object()) throw StepError(what + " must be an object");
+  return value;
 }
+
+Keys::Keys(const Json& object, std::string what)
+    : object_(objectOf(object, what)), what_(std::move(what)) {}
 
 const Json& Keys::value(const char* key) {
   known_.emplace_back(key);
@@ -61,11 +65,15 @@ IpAddr Keys::addr(const char* key) {
   return *addr;
 }
 
+const Json& Keys::list(const char* key, const char* of) {
+  const Json& items = value(key);
+  if (!items.is_array()) throw StepError(fmt::format("\"{}\" must be a list of {}", key, of));
+  return items;
+}
+
 std::vector<IpGenPrefix> Keys::prefixes(const char* key) {
-  const Json& list = value(key);
-  if (!list.is_array()) throw StepError(fmt::format("\"{}\" must be a list of prefixes", key));
   std::vector<IpGenPrefix> prefixes;
-  for (const Json& item : list) {
+  for (const Json& item : list(key, "prefixes")) {
     const std::string& written = textOf(item, fmt::format("each prefix of \"{}\"", key));
     const auto prefix =
         written.find('/') == std::string::npos ? std::nullopt : IpGenPrefix::parse(written);

@@ -1,5 +1,5 @@
-// Reads the keys of one JSON object strictly: what is missing, of the wrong type, or left over is
-// an error that says so.
+// Reads the keys of one JSON object strictly: a key that is missing, of the wrong type, or left
+// over is an error that names it.
 //
 //   Keys keys(object, "step");
 //   const std::string name = keys.text("interface");
@@ -40,10 +40,12 @@ class Keys {
   Mox::U32 u32(const char* key);
   bool flag(const char* key);
   Ilvo::IpAddr addr(const char* key);
+  // `of` names the items in errors, for instance "objects".
+  const Json& list(const char* key, const char* of);
   std::vector<Ilvo::IpGenPrefix> prefixes(const char* key);
   std::vector<Mox::U8> hex(const char* key);
 
-  // An error when the object has keys that nobody asked for.
+  // An error when the object has keys that were not read.
   void done() const;
 
  private:
@@ -57,5 +59,6 @@ double numberOf(const Json& value, const std::string& what);
 Mox::U32 u32Of(const Json& value, const std::string& what);
 bool flagOf(const Json& value, const std::string& what);
 const std::string& textOf(const Json& value, const std::string& what);
+const Json& objectOf(const Json& value, const std::string& what);
 
 }  // namespace Agent::Scenario

@@ -38,7 +38,7 @@ class Run {
     }
     if (!lines.bad()) return scenarioOk;
     ++lineNumber_;
-    complain("cannot be read; is it a file?");  // a directory opens, but gives no line
+    reportError("cannot be read; is it a file?");  // a directory opens, but gives no line
     return scenarioUnreadable;
   }
 
@@ -52,7 +52,7 @@ class Run {
       step = Scenario::readStep(object, world_.get());
       at = timeOf(object);
     } catch (const StepError& error) {
-      complain(error.what());
+      reportError(error.what());
       return scenarioUnreadable;
     }
     if (world_ == nullptr) {
@@ -86,8 +86,8 @@ class Run {
     return at;
   }
 
-  // One line, whatever names the step came up with.
-  void complain(std::string what) {
+  // Always one line, also when a name of the step has control characters.
+  void reportError(std::string what) {
     if (world_ != nullptr) world_->observations().flush();
     for (char& c : what) {
       if (static_cast<unsigned char>(c) < ' ') c = ' ';

@@ -16,8 +16,8 @@ class ScenarioTest : public testing::Test {
  protected:
   ~ScenarioTest() override { std::remove(path_.c_str()); }
 
-  // Runs a querier for that long, with general queries 10 seconds apart; says what was complained.
-  std::string complaintOfRun(const std::string& until, size_t turnsMost) {
+  // Runs a querier for that long, with general queries 10 seconds apart; gives the error line.
+  std::string errorOfRun(const std::string& until, size_t turnsMost) {
     std::ofstream(path_) << R"({"at": 1000, "op": "interface", "name": "vlan10",)"
                          << R"( "ipAddr": "10.0.0.5", "config": {"queryInterval": 10}})"
                          << "\n{\"at\": " << until << ", \"op\": \"advance\"}\n";
@@ -38,10 +38,10 @@ class ScenarioTest : public testing::Test {
 };
 
 TEST_F(ScenarioTest, aRunThatTurnsItsWheelTooOftenEnds) {
-  EXPECT_EQ(complaintOfRun("2000", 1000), "");
+  EXPECT_EQ(errorOfRun("2000", 1000), "");
   EXPECT_EQ(exit_, scenarioOk);
-  const std::string complaint = complaintOfRun("1e9", 1000);
-  EXPECT_EQ(complaint.find("timers never settle at "), 0u) << complaint;
+  const std::string error = errorOfRun("1e9", 1000);
+  EXPECT_EQ(error.find("timers never settle at "), 0u) << error;
   EXPECT_EQ(exit_, scenarioNeverSettles);
 }
 

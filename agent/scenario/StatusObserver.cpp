@@ -55,7 +55,7 @@ void writeMember(const Writer& writer, const char* type, const std::string& key,
 
 }  // namespace
 
-// Listens by identifier: every attribute of the table is seen, also one that is added to it later.
+// Watches by identifier: every attribute of the table is seen, also one that is added to it later.
 class StatusObserver::SourceWatch final : public QuerierSourceStatus::NotifieeConst {
  public:
   SourceWatch(const Writer& writer, IpAddr group, const Ptr<QuerierSourceStatus>& status)
@@ -116,8 +116,7 @@ class StatusObserver::StatusWatch final : public QuerierStatus::NotifieeConst {
   void onV1QueriesSent() override { onQueryCounted_(); }
   void onV2QueriesSent() override { onQueryCounted_(); }
   void onV3QueriesSent() override { onQueryCounted_(); }
-  // A query of no version is not counted; the next thing seen of it is the time of the one after
-  // it.
+  // A query of no version is not counted; it shows by the new time of the next one.
   void onGeneralQueryExpiryTime() override { onQueryCounted_(); }
 
  private:

@@ -63,9 +63,7 @@ PreloadedGroup readGroup(const Json& object) {
              group.compatibilityMode.emplace());
   }
   if (keys.has("sources")) {
-    const Json& sources = keys.value("sources");
-    if (!sources.is_array()) throw StepError("\"sources\" must be a list of objects");
-    for (const Json& source : sources) {
+    for (const Json& source : keys.list("sources", "objects")) {
       Keys sourceKeys(source, "source");
       const IpAddr addr = sourceKeys.addr("sourceAddr");
       const auto expired =
@@ -104,9 +102,7 @@ class CreateStep final : public Step {
     }
     if (keys.has("config")) config_ = readConfigChanges(keys.value("config"), "config");
     if (keys.has("groups")) {
-      const Json& groups = keys.value("groups");
-      if (!groups.is_array()) throw StepError("\"groups\" must be a list of objects");
-      for (const Json& group : groups) groups_.push_back(readGroup(group));
+      for (const Json& group : keys.list("groups", "objects")) groups_.push_back(readGroup(group));
     }
     if (keys.has("boundary")) boundary_ = boundaryOf(keys.prefixes("boundary"));
   }

@@ -40,8 +40,8 @@ Interface::Interface(const std::string& name, const QuerierArguments& arguments,
 
 Interface::~Interface() = default;
 
-// A query that is published inside the construction is seen only afterwards; it went out before it
-// was counted, and its line belongs there.
+// A query that is published inside the construction is seen only afterwards; it was sent before it
+// was counted, so its line precedes those of the count.
 void Interface::create() {
   remove();
   observations_.holdBackIs(true);
@@ -106,7 +106,7 @@ void traceNothing() {
 
 namespace {
 
-// Whatever ends the run, what was observed until then is written.
+// Observations so far are written, also when a fatal assertion ends the run.
 Observations* observed = nullptr;
 void writeObserved() { observed->flush(); }
 

@@ -1,4 +1,4 @@
-// What a scenario acts on: one wheel, one congestion monitor, and the interfaces with their
+// The objects of a scenario: one wheel, one congestion monitor, and the interfaces with their
 // queriers.
 #pragma once
 
@@ -20,7 +20,7 @@
 
 namespace Agent::Scenario {
 
-// What a querier is built with, kept for a restart.
+// The arguments of a querier's construction, kept for a restart.
 struct QuerierArguments {
   Ilvo::IpAddr ipAddr;
   Mox::U32 mtu = 1500;

@@ -8,7 +8,7 @@
 #include <Mox/TypeInfo.h>
 #include <fmt/format.h>
 
-#include <Text/JsonLine.h>
+#include "JsonLine.h"
 #include <Text/Listed.h>
 
 namespace Agent {

@@ -12,7 +12,7 @@
 
 #include <NboAttrLog/Session.h>
 
-#include <Text/JsonLine.h>
+#include "JsonLine.h"
 #include <Text/Listed.h>
 
 namespace Agent {

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include <Text/JsonLine.h>
+#include "JsonLine.h"
 
 namespace Agent {
 

@@ -1,11 +1,12 @@
 #include <Settings/ConfigWrites.h>
 
 #include <cmath>
+#include <set>
+#include <string_view>
 
 #include <fmt/format.h>
 
 #include <Settings/SettingRules.h>
-#include <Settings/SettingText.h>
 
 namespace Agent {
 
@@ -14,6 +15,8 @@ using Mox::NboAttrLog::Written;
 
 namespace {
 
+using Given = std::set<std::string_view>;  // attributes that are to be set
+
 double numberOf(const Mox::Value& value) {
   if (const auto* flag = std::get_if<bool>(&value)) return *flag ? 1.0 : 0.0;
   if (const auto* number = std::get_if<Mox::U64>(&value)) return static_cast<double>(*number);
@@ -21,35 +24,68 @@ double numberOf(const Mox::Value& value) {
   return NAN;
 }
 
-std::string whyOutOfRange(const Mox::AttrInfo& attr, const Mox::Value& value) {
-  const SettingRule* rule = settingRule(attr.name);
-  if (rule == nullptr) return fmt::format("{} cannot be set", attr.name);
-  const double number = numberOf(value);
-  const NumberRange range = rangeOf(*rule);
-  if (fits(number, range)) return {};
-  return fmt::format("{} {}: {}", attr.name, number, mustText(range));
+// Every attribute that can be set has a rule.
+std::optional<SettingError> rangeErrorOf(const Written& setting) {
+  const double number = numberOf(setting.value);
+  const NumberRange range = rangeOf(*settingRule(setting.attr->name));
+  if (fits(number, range)) return std::nullopt;
+  return SettingError(setting.attr->name, fmt::to_string(number), mustText(range));
 }
 
-std::string whyContradicted(const QuerierConfig& config, std::span<const Written> values) {
-  const auto after = copyOf(config);
-  std::set<std::string_view> given;
-  for (const auto& [attr, value] : values) {
-    attr->set(*after, value);
-    given.insert(attr->name);
+std::optional<SettingError> intervalErrorOf(const QuerierConfig& config, const Given& given) {
+  const double response = config.queryResponseInterval();
+  const double interval = config.queryInterval();
+  if (response < interval) return std::nullopt;
+  if (given.contains("queryResponseInterval")) {
+    return SettingError(
+        "queryResponseInterval", fmt::to_string(response),
+        fmt::format("must be less than the query interval, {} seconds (RFC 3376 8.3)", interval));
   }
-  const auto found = contradictionOf(*after, given);
-  return found ? fmt::format("{} {}: {}", found->attribute, found->value, found->why)
-               : std::string();
+  return SettingError(
+      "queryInterval", fmt::to_string(interval),
+      fmt::format("must be more than the query response interval, {} seconds (RFC 3376 8.3)",
+                  response));
+}
+
+std::optional<SettingError> lastMemberErrorOf(const QuerierConfig& config) {
+  const double interval = config.lastMemberQueryInterval();
+  const auto version = static_cast<unsigned>(config.querierVersion());
+  if (version == 3 || interval <= oldLastMemberIntervalMost) return std::nullopt;
+  return SettingError("lastMemberQueryInterval", fmt::to_string(interval),
+                      fmt::format("must be from {} to {} in version {} (RFC 2236 2.2)",
+                                  settingRule("lastMemberQueryInterval")->least,
+                                  oldLastMemberIntervalMost, version));
+}
+
+// Another configuration with the same values, to try the new ones on.
+Mox::Ptr<QuerierConfig> copyOf(const QuerierConfig& config) {
+  Mox::Ptr<QuerierConfig> same = Gmp::Igmp::querierConfigFactory(config.name());
+  for (const Mox::AttrInfo& attr : config.type().attrs) {
+    if (attr.set != nullptr) attr.set(*same, attr.get(config));
+  }
+  return same;
 }
 
 }  // namespace
 
-std::string whyConfigRefused(const Mox::EntityBase& config, std::span<const Written> values) {
-  for (const auto& [attr, value] : values) {
-    std::string refused = whyOutOfRange(*attr, value);
-    if (!refused.empty()) return refused;
+std::optional<SettingError> settingErrorOf(const QuerierConfig& config,
+                                           std::span<const Written> values) {
+  for (const Written& setting : values) {
+    if (auto error = rangeErrorOf(setting)) return error;
   }
-  return whyContradicted(static_cast<const QuerierConfig&>(config), values);
+  const auto after = copyOf(config);
+  Given given;
+  for (const auto& [attr, value] : values) {
+    attr->set(*after, value);
+    given.insert(attr->name);
+  }
+  auto error = intervalErrorOf(*after, given);
+  return error ? error : lastMemberErrorOf(*after);
+}
+
+std::string whyConfigRefused(const Mox::EntityBase& config, std::span<const Written> values) {
+  const auto error = settingErrorOf(static_cast<const QuerierConfig&>(config), values);
+  return error ? error->what() : std::string();
 }
 
 }  // namespace Agent

@@ -6,7 +6,8 @@
 #include <string>
 
 #include <fmt/format.h>
-#include <CLI/CLI.hpp>
+
+#include <Settings/SettingError.h>
 
 namespace Agent {
 
@@ -20,7 +21,7 @@ std::optional<double> numberOf(std::string_view text) {
   return number;
 }
 
-// What is too big for any integer is a whole number all the same, and out of every range.
+// A number too big for any integer type is still a whole number, and out of every range.
 std::optional<double> wholeNumberOf(std::string_view text) {
   const bool digits = text.find_first_not_of("-0123456789") == std::string_view::npos;
   return digits ? numberOf(text) : std::nullopt;
@@ -44,7 +45,7 @@ bool fits(double number, const NumberRange& range) {
 double optionNumber(std::string_view option, std::string_view text, const NumberRange& range) {
   const std::optional<double> number = range.whole ? wholeNumberOf(text) : numberOf(text);
   const auto refuse = [&](const std::string& why) {
-    throw CLI::ValidationError(fmt::format("{} {}", option, text), why);
+    throw SettingError(std::string(option), std::string(text), why);
   };
   if (!number) {
     refuse(fmt::format("not a {}number; {}", range.whole ? "whole " : "", mustText(range)));

@@ -1,243 +1,69 @@
 #include <Settings/QuerierSettings.h>
 
-#include <vector>
+#include <functional>
+#include <string>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <Ilvo/IpPrefix.h>
-
-#include <Settings/SettingRules.h>
+#include <Settings/SettingError.h>
 
 namespace Agent {
 namespace {
 
-using Gmp::Igmp::QuerierConfig;
-using Mox::Ptr;
-using testing::StartsWith;
+using Gmp::Igmp::querierConfigFactory;
 
-// One command line: what it makes of the configuration, or how it is refused.
-class Line {
- public:
-  explicit Line(std::vector<std::string> arguments) {
-    settings_.addOptions(app_);
-    std::reverse(arguments.begin(), arguments.end());
-    try {
-      app_.parse(arguments);
-      settings_.apply(*config_);
-    } catch (const CLI::Error& error) {
-      refusal_ = error.what();
-    }
+std::string errorOf(const std::function<void(QuerierSettings&)>& use) {
+  QuerierSettings settings;
+  try {
+    use(settings);
+  } catch (const SettingError& error) {
+    return error.what();
   }
-
-  const std::string& refusal() const { return refusal_; }
-  const QuerierConfig& config() const { return *config_; }
-  const QuerierSettings& settings() const { return settings_; }
-
- private:
-  CLI::App app_;
-  QuerierSettings settings_;
-  Ptr<QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
-  std::string refusal_;
-};
-
-struct Limits {
-  const char* option;
-  const char* below;
-  const char* least;
-  const char* most;
-  const char* above;
-  const char* must;
-};
-
-// With values of the other options that go together with each.
-const std::vector<Limits>& limits() {
-  static const std::vector<Limits> all{
-      {"--robustness", "0", "1", "7", "8", "must be from 1 to 7 (RFC 3376 8.1)"},
-      {"--query-interval", "0.9", "1", "31744", "31744.1",
-       "must be from 1 to 31744 (RFC 3376 8.2)"},
-      {"--query-response-interval", "0.09", "0.1", "3174.4", "3174.5",
-       "must be from 0.1 to 3174.4 (RFC 3376 8.3)"},
-      {"--startup-query-interval", "0.9", "1", "31744", "31744.1",
-       "must be 0 (a quarter of the query interval) or from 1 to 31744 (RFC 3376 8.6)"},
-      {"--startup-query-count", "0", "1", "255", "256", "must be from 1 to 255 (RFC 3376 8.7)"},
-      {"--last-member-query-interval", "0.09", "0.1", "3174.4", "3174.5",
-       "must be from 0.1 to 3174.4 (RFC 3376 8.8)"},
-      {"--last-member-query-count", "-1", "0", "255", "256",
-       "must be from 0 to 255 (RFC 3376 8.9)"},
-      {"--querier-version", "0", "1", "3", "4", "must be from 1 to 3 (RFC 3376 7)"},
-  };
-  return all;
+  return {};
 }
 
-Line lineWith(const std::string& option, const std::string& value) {
-  std::vector<std::string> arguments{option, value};
-  if (option == "--query-interval") {
-    arguments.insert(arguments.end(), {"--query-response-interval", "0.5"});
-  } else if (option == "--query-response-interval") {
-    arguments.insert(arguments.end(), {"--query-interval", "31744"});
-  } else if (option == "--last-member-query-interval") {
-    arguments.insert(arguments.end(), {"--querier-version", "3"});
-  }
-  return Line(arguments);
-}
-
-TEST(QuerierSettings, takeBothEndsOfEachRange) {
-  for (const Limits& limit : limits()) {
-    for (const char* value : {limit.least, limit.most}) {
-      EXPECT_EQ(lineWith(limit.option, value).refusal(), "") << limit.option << " " << value;
-    }
-  }
-}
-
-TEST(QuerierSettings, refuseWhatLiesOutsideAndSayWhatMayBe) {
-  for (const Limits& limit : limits()) {
-    for (const std::string value : {limit.below, limit.above}) {
-      EXPECT_EQ(lineWith(limit.option, value).refusal(),
-                std::string(limit.option) + " " + value + ": " + limit.must);
-    }
-  }
-}
-
-TEST(QuerierSettings, refuseWhatIsNoNumber) {
-  for (const Limits& limit : limits()) {
-    for (const std::string value : {"abc", "nan", "inf", "1,5", "1s"}) {
-      EXPECT_THAT(lineWith(limit.option, value).refusal(),
-                  StartsWith(std::string(limit.option) + " " + value + ": not a "));
-    }
-  }
-}
-
-TEST(QuerierSettings, refuseAnEmptyValue) {
-  for (const Limits& limit : limits()) {
-    EXPECT_THAT(lineWith(limit.option, "").refusal(), StartsWith(limit.option)) << limit.option;
-  }
-}
-
-TEST(QuerierSettings, theLimitsAboveAreThoseOfEveryNumberInTheTable) {
-  size_t numbers = 0;
-  QuerierConfig::attributes.forEach([&](Mox::AttrId, const auto& row) {
-    if constexpr (isSetting<decltype(row)>) {
-      const Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("");
-      using V = std::remove_cvref_t<decltype((*config).*row.member)>;
-      if (!std::is_same_v<V, bool>) ++numbers;
-    }
-  });
-  EXPECT_EQ(limits().size(), numbers);
-}
-
-TEST(QuerierSettings, reachTheConfiguration) {
-  const Line line({"--robustness",
-                   "3",
-                   "--query-interval",
-                   "60",
-                   "--query-response-interval",
-                   "5.5",
-                   "--startup-query-interval",
-                   "7",
-                   "--startup-query-count",
-                   "4",
-                   "--last-member-query-interval",
-                   "0.5",
-                   "--querier-version",
-                   "3",
-                   "--last-member-query-count",
-                   "0",
-                   "--add-random-delay-to-timer",
-                   "on",
-                   "--send-query",
-                   "off"});
-  ASSERT_EQ(line.refusal(), "");
-  const QuerierConfig& config = line.config();
-  EXPECT_EQ(config.robustness(), 3u);
-  EXPECT_EQ(config.queryInterval(), 60.0);
-  EXPECT_EQ(config.queryResponseInterval(), 5.5);
-  EXPECT_EQ(config.startupQueryInterval(), 7.0);
-  EXPECT_EQ(config.startupQueryCount(), 4u);
-  EXPECT_EQ(config.lastMemberQueryInterval(), 0.5);
-  EXPECT_EQ(config.querierVersion(), Gmp::Igmp::igmpVersion3);
-  EXPECT_EQ(config.lastMemberQueryCount(), 0u);
-  EXPECT_TRUE(config.addRandomDelayToTimer());
-  EXPECT_FALSE(config.sendQuery());
-}
-
-TEST(QuerierSettings, putBackTheDefaultsOfWhatWasNotGiven) {
-  const Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
+TEST(QuerierSettings, setWhatWasAddedAndTheDefaultsOfTheOthers) {
+  const auto config = querierConfigFactory("eth0");
   config->robustnessIs(7);
-  QuerierSettings().apply(*config);
+  QuerierSettings settings;
+  settings.add("queryInterval", "60.5");
+  settings.add("sendQuery", "off");
+  settings.apply(*config);
+  EXPECT_EQ(config->queryInterval(), 60.5);
+  EXPECT_FALSE(config->sendQuery());
   EXPECT_EQ(config->robustness(), 2u);
 }
 
-TEST(QuerierSettings, aStartupIntervalOfZeroStandsForAQuarterOfTheQueryInterval) {
-  const Line line({"--startup-query-interval", "0"});
-  EXPECT_EQ(line.refusal(), "");
-  EXPECT_EQ(line.config().startupQueryInterval(), 0.0);
-}
-
-TEST(QuerierSettings, flagsAreOnOrOff) {
-  EXPECT_EQ(Line({"--send-query", "on"}).refusal(), "");
-  EXPECT_EQ(Line({"--send-query", "yes"}).refusal(), "--send-query yes: must be on or off");
-}
-
-TEST(QuerierSettings, theResponseIntervalMustBeLessThanTheQueryInterval) {
-  EXPECT_EQ(Line({"--query-interval", "20", "--query-response-interval", "19.9"}).refusal(), "");
-  EXPECT_EQ(
-      Line({"--query-interval", "20", "--query-response-interval", "20"}).refusal(),
-      "--query-response-interval 20: must be less than the query interval, 20 seconds (RFC 3376 "
-      "8.3)");
-}
-
-TEST(QuerierSettings, theIntervalIsToBlameWhenOnlyItWasGiven) {
-  EXPECT_EQ(
-      Line({"--query-interval", "10"}).refusal(),
-      "--query-interval 10: must be more than the query response interval, 10 seconds (RFC 3376 "
-      "8.3)");
-}
-
-TEST(QuerierSettings, theLastMemberIntervalOfTheOldVersionsFitsTheirQueries) {
-  const char* const option = "--last-member-query-interval";
-  EXPECT_EQ(Line({option, "25.5"}).refusal(), "");
-  EXPECT_EQ(Line({option, "25.6"}).refusal(),
-            "--last-member-query-interval 25.6: must be from 0.1 to 25.5 in version 2 (RFC 2236 "
-            "2.2)");
-  EXPECT_EQ(Line({option, "25.6", "--querier-version", "1"}).refusal(),
-            "--last-member-query-interval 25.6: must be from 0.1 to 25.5 in version 1 (RFC 2236 "
-            "2.2)");
-  EXPECT_EQ(Line({option, "25.6", "--querier-version", "3"}).refusal(), "");
-}
-
-TEST(QuerierSettings, anOptionGivenTwiceIsRefused) {
-  EXPECT_NE(Line({"--robustness", "2", "--robustness", "3"}).refusal(), "");
-}
-
-TEST(QuerierSettings, boundariesAreCollected) {
-  const Line line({"--boundary", "239.0.0.0/8", "--boundary", "ff05::/16"});
-  ASSERT_EQ(line.refusal(), "");
-  const auto& boundary = line.settings().boundary();
-  ASSERT_TRUE(boundary);
-  EXPECT_EQ(boundary->boundary().size(), 2u);
-  EXPECT_TRUE(boundary->boundary().contains(*Ilvo::IpGenPrefix::parse("239.0.0.0/8")));
-}
-
-TEST(QuerierSettings, withoutABoundaryThereIsNone) { EXPECT_FALSE(Line({}).settings().boundary()); }
-
-TEST(QuerierSettings, aBoundaryThatIsNoPrefixIsRefused) {
-  EXPECT_EQ(Line({"--boundary", "239.0.0.0/33"}).refusal(),
+TEST(QuerierSettings, errorsNameTheOption) {
+  EXPECT_EQ(errorOf([](QuerierSettings& s) { s.add("robustness", "9"); }),
+            "--robustness 9: must be from 1 to 7 (RFC 3376 8.1)");
+  EXPECT_EQ(errorOf([](QuerierSettings& s) { s.add("sendQuery", "yes"); }),
+            "--send-query yes: must be on or off");
+  EXPECT_EQ(errorOf([](QuerierSettings& s) { s.boundaryAdd("239.0.0.0/33"); }),
             "--boundary 239.0.0.0/33: must be a prefix such as 239.0.0.0/8 or ff05::/16");
 }
 
-TEST(OptionName, isTheAttributesNameInLowerCaseWithDashes) {
-  EXPECT_EQ(optionName("lastMemberQueryInterval"), "--last-member-query-interval");
-  EXPECT_EQ(optionName("robustness"), "--robustness");
+TEST(QuerierSettings, contradictionsAreFoundOnceAllAreThere) {
+  EXPECT_EQ(errorOf([](QuerierSettings& s) {
+              s.add("queryInterval", "5");
+              s.add("queryResponseInterval", "2");
+              s.check();
+            }),
+            "");
+  EXPECT_EQ(errorOf([](QuerierSettings& s) {
+              s.add("queryInterval", "5");
+              s.check();
+            }),
+            "--query-interval 5: must be more than the query response interval, 10 seconds (RFC "
+            "3376 8.3)");
 }
 
-// What goes together is checked when the verb's options are complete, before the verb begins.
-TEST(QuerierSettings, workAsTheOptionsOfASubcommand) {
-  CLI::App app;
-  CLI::App& run = *app.add_subcommand("run");
+TEST(QuerierSettings, prefixesMakeTheBoundary) {
   QuerierSettings settings;
-  settings.addOptions(run);
-  EXPECT_THROW(app.parse("run --query-interval 5", false), CLI::ValidationError);
+  EXPECT_FALSE(settings.boundary());
+  settings.boundaryAdd("239.0.0.0/8");
+  settings.boundaryAdd("ff05::/16");
+  EXPECT_EQ(settings.boundary()->boundary().size(), 2u);
 }
 
 }  // namespace

@@ -1,51 +1,57 @@
 #include <Settings/SettingText.h>
 
+#include <type_traits>
+
+#include <GmpIgmpQuerier/QuerierConfig.h>
+#include <Mox/AttrValue.h>
+#include <Mox/TypeInfo.h>
+#include <Settings/SettingError.h>
+#include <Settings/SettingRules.h>
+
 namespace Agent {
 
 using Gmp::Igmp::QuerierConfig;
+using Mox::NboAttrLog::Written;
 
 namespace {
 
-std::optional<Contradiction> responseIntervalOf(const QuerierConfig& config,
-                                                const std::set<std::string_view>& given) {
-  const double response = config.queryResponseInterval();
-  const double interval = config.queryInterval();
-  if (response < interval) return std::nullopt;
-  if (given.contains("queryResponseInterval")) {
-    return Contradiction{
-        "queryResponseInterval", fmt::to_string(response),
-        fmt::format("must be less than the query interval, {} seconds (RFC 3376 8.3)", interval)};
+template <class V>
+V settingOf(std::string_view name, const SettingRule& rule, std::string_view text) {
+  if constexpr (std::is_same_v<V, bool>) {
+    if (text == "on") return true;
+    if (text == "off") return false;
+    throw SettingError(std::string(name), std::string(text), "must be on or off");
+  } else {
+    constexpr bool whole = !std::is_same_v<V, Mox::Seconds>;
+    const double number = optionNumber(name, text, rangeOf(rule, whole));
+    if constexpr (whole) return static_cast<V>(static_cast<Mox::U32>(number));
+    return static_cast<V>(number);
   }
-  return Contradiction{
-      "queryInterval", fmt::to_string(interval),
-      fmt::format("must be more than the query response interval, {} seconds (RFC 3376 8.3)",
-                  response)};
-}
-
-std::optional<Contradiction> lastMemberIntervalOf(const QuerierConfig& config) {
-  const double interval = config.lastMemberQueryInterval();
-  const auto version = static_cast<unsigned>(config.querierVersion());
-  if (version == 3 || interval <= oldLastMemberIntervalMost) return std::nullopt;
-  return Contradiction{"lastMemberQueryInterval", fmt::to_string(interval),
-                       fmt::format("must be from {} to {} in version {} (RFC 2236 2.2)",
-                                   settingRule("lastMemberQueryInterval")->least,
-                                   oldLastMemberIntervalMost, version)};
 }
 
 }  // namespace
 
-Mox::Ptr<QuerierConfig> copyOf(const QuerierConfig& config) {
-  Mox::Ptr<QuerierConfig> same = Gmp::Igmp::querierConfigFactory(config.name());
-  for (const Mox::AttrInfo& attr : config.type().attrs) {
-    if (attr.set != nullptr) attr.set(*same, attr.get(config));
+std::string optionName(std::string_view attribute) {
+  std::string name = "--";
+  for (const char c : attribute) {
+    const bool upper = c >= 'A' && c <= 'Z';
+    if (upper) name += '-';
+    name += upper ? static_cast<char>(c - 'A' + 'a') : c;
   }
-  return same;
+  return name;
 }
 
-std::optional<Contradiction> contradictionOf(const QuerierConfig& config,
-                                             const std::set<std::string_view>& given) {
-  const auto found = responseIntervalOf(config, given);
-  return found ? found : lastMemberIntervalOf(config);
+Written readSetting(std::string_view attribute, std::string_view name, std::string_view text) {
+  Written setting{};
+  QuerierConfig::attributes.forEach([&](Mox::AttrId id, const auto& row) {
+    if constexpr (isSetting<decltype(row)>) {
+      if (attribute != row.name) return;
+      using V = std::remove_cvref_t<decltype(std::declval<QuerierConfig&>().*row.member)>;
+      setting.attr = Mox::typeInfoOf<QuerierConfig>().attr(id);
+      setting.value = Mox::valueFrom(settingOf<V>(name, *settingRule(row.name), text));
+    }
+  });
+  return setting;
 }
 
 }  // namespace Agent

@@ -9,7 +9,7 @@
 #include <MoxBase/Fatal.h>
 
 #include <Text/Duration.h>
-#include <Text/JsonLine.h>
+#include <Text/Json.h>
 
 namespace Agent {
 
@@ -35,18 +35,10 @@ struct CellJson {
   void operator()(std::monostate) const { out += "null"; }
   void operator()(const Flag& flag) const { out += flag.value ? "true" : "false"; }
   void operator()(Mox::U64 number) const { fmt::format_to(std::back_inserter(out), "{}", number); }
-  void operator()(Ilvo::IpAddr addr) const {
-    out += '"';
-    Ilvo::appendText(out, addr);
-    out += '"';
-  }
-  void operator()(const Duration& duration) const {
-    out += jsonLine(secondsJson(duration.seconds));
-  }
-  void operator()(const Interval& interval) const {
-    out += jsonLine(secondsJson(interval.seconds));
-  }
-  void operator()(std::string_view text) const { out += jsonLine(std::string(text)); }
+  void operator()(Ilvo::IpAddr addr) const { appendJson(out, addr); }
+  void operator()(const Duration& duration) const { appendJson(out, duration.seconds); }
+  void operator()(const Interval& interval) const { appendJson(out, interval.seconds); }
+  void operator()(std::string_view text) const { appendJson(out, text); }
 };
 
 using Line = std::vector<std::string>;
@@ -99,7 +91,7 @@ std::vector<size_t> Table::shown() const {
   return all;
 }
 
-// Whose row it is below is repeated in front, so that each line can be found by itself.
+// The first cell of the row above is repeated in front, so that each line can be found by itself.
 void Table::lineBelow(Line& line, const std::vector<size_t>& columns, size_t row) const {
   for (size_t place = 1; place < columns.size(); ++place) {
     line[place].clear();

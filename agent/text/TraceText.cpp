@@ -37,7 +37,8 @@ bool writeRing(std::FILE* file) {
   return std::ferror(file) == 0;
 }
 
-// A file of that name is an old one's, or somebody's trap: it is not written into.
+// A file of that name is left over from an old process, or a link set as a trap: it is not written
+// into.
 bool writeTrace(const std::string& path) {
   ::unlink(path.c_str());
   const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0640);

@@ -207,9 +207,9 @@ class FormatTest(unittest.TestCase):
         self.assertEqual(sorted(set(re.findall(r"^\*\*`(\w+)`\*\*", document.partition(
             "## Observations")[0], re.M))), sorted(described))
         for step in described:
-            told = run(["bash", "-c", f"""echo '{{"at": 1, "op": "{step}"}}' | "$0" """
+            error = run(["bash", "-c", f"""echo '{{"at": 1, "op": "{step}"}}' | "$0" """
                         "replay --scenario -", COMMAND]).stdout
-            self.assertNotIn("unknown op", told)
+            self.assertNotIn("unknown op", error)
 
     def test_the_attribute_log_has_the_tables_of_its_document(self):
         document = (ROOT / "doc/attribute-log.md").read_text("utf-8")
@@ -227,6 +227,13 @@ class FormatTest(unittest.TestCase):
         self.assertEqual([f".It {number} Li {name}" for number, name in frames],
                          [line for line in page.section("Frames") if line.startswith(".It")])
 
+    def test_each_kind_of_event_is_described_where_it_is_written(self):
+        table = (ROOT / "agent/events/EventForms.cpp").read_text("utf-8")
+        kinds = re.findall(r"\bRow\{Event::(\w+),", table)
+        self.assertGreaterEqual(len(kinds), 19)
+        described = [re.findall(r"^\.It Li (\w+)$", "\n".join(Page(name).section("Events")), re.M)
+                     for name in ("igmpq-watch.1", "igmpq-run.1")]
+        self.assertEqual(sorted(kinds), sorted(described[0] + described[1]))
 
     def test_the_request_socket_takes_what_the_agent_has_handlers_for(self):
         handlers = (ROOT / "agent/server/RequestHandlers.cpp").read_text("utf-8")

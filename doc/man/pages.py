@@ -76,7 +76,7 @@ class Page:
         return blocks
 
     def examples(self):
-        """What is shown to be done by anybody: pairs of a command and the lines it writes."""
+        """Commands that any user can run: pairs of a command and the lines it writes."""
         found = []
         for block in self.literals():
             for line in block:

@@ -55,10 +55,10 @@ std::vector<const EventLogHandle*> EventLogHandle::all() {
   return {handles().begin(), handles().end()};
 }
 
-void EventLogHandle::emit(const std::vector<std::string>& args) {
+void EventLogHandle::emit(const std::vector<std::string>& args, const std::vector<Value>& values) {
   std::string text = filledIn(message_.format, args);
   const bool heldBack = limited(text);
-  const EventLogEntry entry{message_, std::move(text), heldBack};
+  const EventLogEntry entry{message_, std::move(text), heldBack, values};
   if (sink()) {
     sink()(entry);
   } else if (!entry.limited) {

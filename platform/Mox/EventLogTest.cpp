@@ -73,6 +73,16 @@ TEST_F(EventLogTest, sinkReceivesTheWholeMessage) {
   EXPECT_STREQ(notified->recommendedAction, "Have a look.");
 }
 
+TEST_F(EventLogTest, sinkReceivesTheArgumentsAsValues) {
+  EventLogHandle handle(message("%s sent %d."));
+  std::vector<Value> arguments;
+  eventLogSinkIs([&](const EventLogEntry& entry) {
+    arguments.assign(entry.arguments.begin(), entry.arguments.end());
+  });
+  handle.log(std::string("eth0 sent 2"), U32{3});
+  EXPECT_EQ(arguments, (std::vector<Value>{std::string("eth0 sent 2"), U64{3}}));
+}
+
 TEST_F(EventLogTest, intervalZeroSetsNoLimit) {
   EventLogHandle handle(message("odd %s", 0.0, 1.0));
   for (int i = 0; i < 3; ++i) handle.log("x");

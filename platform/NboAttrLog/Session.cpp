@@ -114,6 +114,13 @@ bool Session::drainNotices() {
   return true;
 }
 
+// Changes are remembered while something is deferred, and a drain sends them side by side.
+void Session::writeTogether(const std::function<void()>& write) {
+  deferredIs();
+  write();
+  drain();
+}
+
 void Session::ask(U32 token) {
   question_ = token;
   deferredIs();

@@ -36,6 +36,23 @@ TEST_F(SessionCopyTest, questionIsAnswered) {
   EXPECT_EQ(taker.take(session_.stream()), Frames{"0b00000005"});
 }
 
+TEST_F(SessionCopyTest, valuesThatAreWrittenTogetherShareAFrame) {
+  ASSERT_TRUE(send(helloFrame));
+  ASSERT_TRUE(send(writableShelfRoot));
+  FrameTaker taker;
+  taker.take(session_.stream());
+  const Ptr<Shelf> shelf = host_.copy("shelf/a");
+  session_.writeTogether([&] {
+    shelf->visitsIs(9);
+    shelf->litIs(!shelf->lit());
+  });
+  const std::string lit = shelf->lit() ? "01" : "00";
+  EXPECT_EQ(taker.take(session_.stream()),
+            framesOf({"04 00000001 00 0102 " + lit + " 0103 00000009"}));
+  shelf->visitsIs(10);
+  EXPECT_EQ(taker.take(session_.stream()), framesOf({"04 00000001 00 0103 0000000a"}));
+}
+
 TEST_F(SessionCopyTest, numberIsGivenOnce) {
   greet();
   EXPECT_FALSE(

@@ -67,6 +67,9 @@ class AttrLogCopy {
 
   // Each has configuration and status, once it is current.
   const Interfaces& interfaces() const { return interfaces_; }
+  // Sends the values that `write` sets in one configuration together: the agent judges and sets all
+  // of them or none. To be called while connected.
+  void writeTogether(const std::function<void()>& write);
   // Has the agent answer; to be called while connected.
   void ask(Mox::U32 token);
 

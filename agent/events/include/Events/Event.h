@@ -1,7 +1,7 @@
-// One thing that an operator cares about, and where it goes.
+// One change that an operator wants to know of, and where it is reported.
 //
-// A flat record: `kind` says which fields count, the others keep their defaults. Times are seconds
-// of the activity clock.
+// A flat record: its kind decides which fields are reported, and the others keep their defaults;
+// the table of kinds in EventForms.cpp lists them. Times are seconds of the activity clock.
 //
 //   std::unique_ptr<EventSink> sink = jsonEventSink(stdout);
 //   sink->event({.time = Mox::now(), .interface = "eth0", .kind = Event::interfaceUp});
@@ -21,41 +21,44 @@
 #include <Mox/Value.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
+#include <Text/WallClock.h>
 
 namespace Agent {
 
 struct Event {
+  // In the order of the table.
   enum Kind {
-    role,             // state, address: the elected querier, 0.0.0.0 for none
-    groupJoined,      // group, address: the reporter, version: compatibility mode, filterMode
-    groupChanged,     // group, version: compatibility mode, filterMode
-    groupLeft,        // group; its sources are gone, too
-    sourceJoined,     // group, source
-    sourceExcluded,   // group, source
-    sourceLeft,       // group, source
-    querySent,        // group: 0.0.0.0 for a general query, version, maxResponse, sources
-    versionMismatch,  // version: heard, configuredVersion, text
-    invalidSource,    // text
-    interfaceUp,      // address
-    interfaceDown,    // address
-    interfaceGone,    // address
-    addressChanged,   // address
-    configChanged,    // attribute, value
-    counters,         // counts
-    agentLost,        // text
-    agentBack,        // what follows comes from the agent again
-    error,            // text
+    role,
+    groupJoined,
+    groupChanged,
+    groupLeft,  // with all its sources
+    sourceJoined,
+    sourceExcluded,
+    sourceLeft,
+    querySent,
+    versionMismatch,
+    invalidSource,
+    interfaceUp,
+    interfaceDown,
+    interfaceGone,
+    addressChanged,
+    configChanged,
+    counters,
+    agentLost,
+    agentBack,  // later events come from the agent again
+    error,
   };
+  static constexpr size_t kinds = error + 1;
 
   Mox::Seconds time = 0.0;
   std::string interface = {};  // empty where it is not known
   Kind kind = error;
-  Ilvo::IpAddr address = {};
-  Ilvo::IpAddr group = {};
+  Ilvo::IpAddr address = {};  // of the interface, the elected querier or the reporter
+  Ilvo::IpAddr group = {};    // 0.0.0.0 in a general query
   Ilvo::IpAddr source = {};
   Gmp::Igmp::QuerierStatus::QuerierState state = Gmp::Igmp::QuerierStatus::querierStateInitial;
   Gmp::Igmp::IgmpFilterMode filterMode = Gmp::Igmp::filterModeExclude;
-  unsigned version = 0;
+  unsigned version = 0;  // of the query, or of the oldest host: the compatibility mode
   unsigned configuredVersion = 0;
   Mox::Seconds maxResponse = 0.0;
   std::vector<Ilvo::IpAddr> sources = {};
@@ -79,15 +82,14 @@ class EventSink {
 
 // How a time of the activity clock reads at the front of a line.
 using TimeText = std::function<std::string(Mox::Seconds)>;
-// Local time of day, "10:15:03", by what the two clocks of the machine say now.
-std::string timeOfDayText(Mox::Seconds time);
 
 // Lines for people: "10:15:03  eth0  joined 239.1.1.1 by 10.0.0.11 (version 2, exclude)".
 std::unique_ptr<EventSink> textEventSink(std::FILE* out, TimeText timeText = timeOfDayText);
 // JSON Lines for programs: one object a line.
 std::unique_ptr<EventSink> jsonEventSink(std::FILE* out);
 
-// What the two sinks write, without the line's end.
+// The lines of the two sinks, without the end of line. In JSON "time" is the event's time on the
+// activity clock and "utc" the same moment on the wall clock.
 std::string eventText(const Event& event);
 std::string eventJson(const Event& event);
 

@@ -1,6 +1,6 @@
 // Makes events of the library's event-log messages, as long as it lives: a query of another version
-// becomes versionMismatch, an invalid source invalidSource, anything else error. What the rate
-// limit of a message holds back is dropped. One at a time; the sink must outlive it.
+// becomes versionMismatch, an invalid source invalidSource, anything else error. Messages
+// that a rate limit holds back are dropped. One at a time; the sink must outlive it.
 //
 //   const LibraryMessages messages(*sink);
 #pragma once

@@ -1,10 +1,11 @@
 // Turns the changes of one querier's status, of its groups and of their sources into events.
 //
-// Changes are collected as they are notified and told by flush(), so that the event of a join shows
-// what the whole report made of the group. The host flushes after each packet and each turn of the
-// timer wheel. What came and went in between is told in its order; values that changed several
-// times are told once. The stream is complete: what the status holds when the watcher begins is
-// told by the first flush, as if it had just come. The sink must outlive the watcher. One thread.
+// Changes are collected as they are notified and reported by flush(), so that the event of a join
+// shows the group as the whole report left it. The host flushes after each packet and each turn of
+// the timer wheel. Members that came and went in between are reported in that order; a value that
+// changed several times is reported once. The stream is complete: the first flush reports what the
+// status holds when the watcher begins, as if it had just come. The sink must outlive the watcher.
+// One thread.
 //
 //   StatusWatcher watcher("eth0", status, *sink);
 //   querier->doRxPkt(pkt);

@@ -1,4 +1,4 @@
-// Where an interface's frames go and come from. Behind it stands the kernel, or a test.
+// Sends and receives the frames of an interface: through the kernel, or in a test.
 #pragma once
 
 #include <functional>
@@ -19,14 +19,14 @@ class FramePort {
   FramePort& operator=(const FramePort&) = delete;
   virtual ~FramePort() = default;
 
-  // One whole Ethernet frame. Empty when it went out, else why it did not.
+  // Sends one whole Ethernet frame. Empty when it was sent, else the reason why not.
   virtual std::string send(std::span<const Mox::U8> frame) = 0;
 
-  // Frames received and lost since it was opened, as nobody took them in time.
+  // Frames that were received since it was opened and lost, as they were not read in time.
   virtual Mox::U64 dropped() = 0;
 };
 
-// Who is told, batch by batch. It may close the port from portFailed, and from nowhere else.
+// Receives frames, batch by batch. It may close the port from portFailed, and from nowhere else.
 class FrameReceiver {
  public:
   FrameReceiver() = default;
@@ -35,11 +35,11 @@ class FrameReceiver {
   virtual ~FrameReceiver() = default;
 
   // The next frame of a batch: Ethernet with IGMP in it, as it was on the link; valid during the
-  // call. To be handled when the batch ends, as those who know what comes next can fetch ahead.
+  // call. To be handled when the batch ends: a receiver that knows the next frames can prefetch.
   virtual void rxFrame(std::span<const Mox::U8> frame) = 0;
-  // No more has arrived yet, or it is time for something else.
+  // No more frames have arrived, or timers are to have their turn.
   virtual void rxBatchEnd() = 0;
-  // Nothing will be received any more.
+  // No more frames will be received.
   virtual void portFailed(const std::string& why) = 0;
 };
 

@@ -1,8 +1,9 @@
-// Watches the machine's network interfaces: the kernel is asked once for all of them and tells of
-// changes from then on. When changes came faster than they were read, all are asked for again.
+// Watches the machine's network interfaces: the kernel is asked once for all of them and reports
+// changes from then on. When messages were lost because changes came faster than they were read,
+// all interfaces are asked for again.
 //
-// Changes are told by name, for the state that holds when all that had arrived was read: an
-// interface that went down and came up in between has not changed.
+// The handler is called by name, for the state that holds once everything that had arrived was
+// read: an interface that went down and came up in between has not changed.
 //
 //   LinkMonitor monitor(io, [](const std::string& name, const Link* link) { ... });
 #pragma once
@@ -12,8 +13,8 @@
 #include <string>
 
 #include <Link/LinkTable.h>
+#include <Local/IoContext.h>
 #include <Local/ReadableWatch.h>
-#include <boost/asio/io_context.hpp>
 
 struct mnl_socket;
 
@@ -21,7 +22,7 @@ namespace Agent {
 
 using NetlinkSocket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
 
-// All interfaces as they are now. Throws std::system_error when they cannot be had.
+// All interfaces as they are now. Throws std::system_error when the kernel does not give them.
 LinkTable currentLinks();
 
 class LinkMonitor {

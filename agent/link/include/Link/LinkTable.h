@@ -1,8 +1,8 @@
-// The network interfaces of the machine and their IPv4 addresses, as the kernel's rtnetlink
-// messages tell them.
+// The network interfaces of the machine and their IPv4 addresses, from the kernel's rtnetlink
+// messages.
 //
 // Messages are outside bytes: a message that is too short, or an attribute of the wrong size,
-// changes nothing; an attribute that is missing leaves what was known.
+// changes nothing; an attribute that is missing leaves the value that was known.
 //
 //   LinkTable table;
 //   table.apply(datagram);
@@ -28,8 +28,8 @@ namespace Agent {
 struct LinkAddress {
   Ilvo::IpAddr address;
   Mox::U8 prefixLength = 0;
-  bool global = false;     // not only good on this link or on this machine
-  bool secondary = false;  // another one of the same subnet came before
+  bool global = false;     // valid beyond this link and this machine
+  bool secondary = false;  // another one of the same subnet came first
   friend bool operator==(const LinkAddress&, const LinkAddress&) = default;
 };
 
@@ -45,26 +45,26 @@ struct Link {
   MacAddr mac = {};
   std::vector<LinkAddress> addresses = {};  // as the kernel orders them
 
-  // The one that stands for the interface: the first global one of a subnet.
+  // The address of the interface's querier: the first global one of a subnet.
   std::optional<Ilvo::IpAddr> primaryAddress() const;
 
   friend bool operator==(const Link&, const Link&) = default;
 };
 
-// What can hold an IPv4 header with options and one more word: below it, IPv4 is off (RFC 791 3.2).
+// Room for an IPv4 header with options and one more word: below it, IPv4 is off (RFC 791 3.2).
 inline constexpr Mox::U32 minIpv4Mtu = 68;
 
-// A querier can work on it as it is now.
+// Whether a querier can work on it as it is now.
 bool isUsable(const Link& link);
 
-// Why this is an interface that no querier can ever work on; empty if it is not.
+// Why no querier can ever work on this interface; empty if one can.
 std::string whyUnfit(const Link& link);
 
 class LinkTable {
  public:
   using Links = std::map<Mox::U32, Link>;
 
-  // All messages of one datagram, which is aligned as the kernel aligns it.
+  // Applies all messages of one datagram, which is aligned as the kernel aligns it.
   void apply(std::span<const std::byte> datagram);
   void apply(const nlmsghdr& message);
 

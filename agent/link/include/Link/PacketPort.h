@@ -1,8 +1,9 @@
-// One interface through the kernel's packet socket: hears every IGMP packet that passes, for
-// whatever group, and sends frames. The multicast-routing socket of the kernel is left to routing
-// daemons, as a network namespace has only one.
+// One interface through the kernel's packet socket: receives every IGMP packet on it, for any
+// group, and sends frames. The multicast-routing socket of the kernel is left to routing daemons,
+// as a network namespace has only one.
 //
-// Needs CAP_NET_RAW. Frames are read in bounded batches, so that a flood leaves timers their turn.
+// Needs CAP_NET_RAW. Frames are read in bounded batches, so that timers have their turn during a
+// flood.
 //
 //   PacketPort port(io, *link, receiver);
 //   port.send(frame);
@@ -13,8 +14,8 @@
 
 #include <Link/FramePort.h>
 #include <Link/LinkTable.h>
+#include <Local/IoContext.h>
 #include <Local/ReadableWatch.h>
-#include <boost/asio/io_context.hpp>
 
 struct pcap;
 
@@ -32,7 +33,7 @@ class PacketPort final : public FramePort {
   struct PcapClose {
     void operator()(pcap* handle) const;
   };
-  // A socket whose life keeps the interface hearing all groups; it receives nothing itself.
+  // A socket that makes the interface receive all groups while it is open; it reads nothing itself.
   class AllMulticast {
    public:
     explicit AllMulticast(const Link& link);

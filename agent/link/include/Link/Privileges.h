@@ -1,4 +1,4 @@
-// What the kernel asks of a program that hears and sends packets on its own.
+// The privilege that the kernel requires of a program that receives and sends raw packets.
 #pragma once
 
 #include <string>

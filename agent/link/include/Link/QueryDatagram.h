@@ -1,5 +1,5 @@
-// An IGMP query on its way out: the IPv4 header and the Ethernet header around what a querier
-// publishes (RFC 3376 4: TTL 1, precedence Internetwork Control, Router Alert).
+// An IGMP query as it is sent: the IPv4 header and the Ethernet header around the message that a
+// querier publishes (RFC 3376 4: TTL 1, precedence Internetwork Control, Router Alert).
 //
 //   port.send(queryFrame(link.mac, querier->ipAddr(), querier->dstGroup(),
 //   querier->sendPkt()->data()));
@@ -14,10 +14,10 @@
 
 namespace Agent {
 
-// Where a query for that group is sent: 0.0.0.0 asks for all groups, so all systems hear it.
+// The destination of a query for that group: 0.0.0.0 asks for all groups, of all systems.
 Ilvo::IpAddr queryDestination(Ilvo::IpAddr group);
 
-// The message as an IPv4 packet, from `src`, to where a query for `group` is sent.
+// The message as an IPv4 packet from `src` to the destination of a query for `group`.
 std::vector<Mox::U8> queryDatagram(Ilvo::IpAddr src, Ilvo::IpAddr group,
                                    std::span<const Mox::U8> igmp);
 

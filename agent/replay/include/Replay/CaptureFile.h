@@ -26,7 +26,7 @@ class CaptureError final : public std::runtime_error {
 class CaptureFile {
  public:
   struct Frame {
-    Mox::Seconds time;  // since 1970; what lies before, or beyond the year 9999, is moved there
+    Mox::Seconds time;  // since 1970; moved into the years 1970 to 9999 where it is outside
     CaptureContent content;
   };
 

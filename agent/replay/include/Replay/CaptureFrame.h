@@ -13,13 +13,13 @@
 
 namespace Agent {
 
-// Why a frame is none for a querier. What only looks wrong is handed over: the querier judges and
-// counts it.
+// Why a frame is not handed to a querier. Packets that are only malformed are: the querier judges
+// and counts them.
 enum class SkipReason {
   notIpv4,
   notIgmp,
   tooShort,  // ends before the end of its headers
-  fragment,  // the rest of its message lies in other packets
+  fragment,  // the rest of its message is in other packets
   cutShort,  // the capture kept too little of it
 };
 
@@ -37,15 +37,15 @@ inline constexpr std::array skipReasons{
 };
 
 struct CaptureContent {
-  std::span<const Mox::U8> ipv4;  // with what follows it in the frame; empty when skipped
+  std::span<const Mox::U8> ipv4;  // with the bytes after it in the frame; empty when skipped
   std::optional<SkipReason> skipped;
 };
 
 // Ethernet, raw IP, Linux cooked capture 1 and 2, BSD loopback.
 bool isKnownLinkType(int linkType);
 
-// What the frame holds. `lengthOnLink` is what it had before the capture cut it. The link type is
-// one of the known.
+// The IGMP packet of a frame that had `lengthOnLink` bytes before the capture cut it. The link type
+// is one of the known.
 CaptureContent igmpOf(int linkType, std::span<const Mox::U8> frame, std::size_t lengthOnLink);
 
 }  // namespace Agent

@@ -1,11 +1,11 @@
-// A querier that lives through a capture: it hears its frames at their times, in virtual time.
+// A querier that runs through a capture: it receives the frames at their times, in virtual time.
 //
 // It begins at the time of the first frame, or at 0 if there is none. Before a frame is handed
-// over, every timer that is due by its time has fired, at its own time. Everything on the way is
-// told to the sink: the changes of the state and the queries that this querier would have sent.
-// Time that runs backwards in the capture stands still here, and a gap longer than `maxGap` is
-// shortened to it: clocks are set while captures run. The same capture with the same options gives
-// the same events. The process's clock stays virtual afterwards.
+// over, every timer that is due by its time has fired, at its own time. The sink receives the
+// changes of the state and the queries that this querier would have sent. Time that runs backwards
+// in the capture stands still here, and a gap longer than `maxGap` is shortened to it: clocks are
+// set while captures run. The same capture with the same options gives the same events. The
+// process's activity clock stays virtual afterwards, and its wall clock that of the capture.
 //
 //   CaptureReplay replay(options, config, nullptr, *sink);
 //   replay.run(file);
@@ -30,8 +30,8 @@ namespace Agent {
 
 struct ReplayOptions {
   Ilvo::IpAddr address;           // of the querier; unicast
-  Mox::U32 seed = 0;              // of everything that is left to chance
-  Mox::Seconds until = 0.0;       // how long time runs on behind the last frame
+  Mox::U32 seed = 0;              // of all random delays
+  Mox::Seconds until = 0.0;       // how long time goes on after the last frame
   Mox::Seconds maxGap = 86400.0;  // between two frames
 };
 
@@ -54,7 +54,7 @@ class CaptureReplay {
   CaptureReplay(const CaptureReplay&) = delete;
   CaptureReplay& operator=(const CaptureReplay&) = delete;
 
-  // Once.
+  // To be called once.
   void run(CaptureFile& file);
 
   // The time of the first frame.
@@ -66,7 +66,7 @@ class CaptureReplay {
  private:
   class Querier;
 
-  void hear(const CaptureFile::Frame& frame);
+  void handIn(const CaptureFile::Frame& frame);
   Mox::Seconds timeOf(const CaptureFile::Frame& frame);
 
   const ReplayOptions options_;
@@ -76,11 +76,11 @@ class CaptureReplay {
   ReplaySummary summary_;
   Mox::Seconds start_ = 0.0;
   Mox::Seconds lastStamp_ = 0.0;  // the latest of the frames so far
-  Mox::Seconds shift_ = 0.0;      // what the shortened gaps took away
+  Mox::Seconds shift_ = 0.0;      // by which gaps were shortened
   std::unique_ptr<Querier> querier_;
 };
 
-// What became of the frames, for people or as a JSON line with "event": "summary".
+// The counts of frames, for people or as a JSON line with "event": "summary".
 void printSummary(std::FILE* out, const ReplaySummary& summary, Mox::Seconds now, Format format);
 std::string summaryText(const ReplaySummary& summary);
 std::string summaryJson(const ReplaySummary& summary, Mox::Seconds now);

@@ -1,5 +1,5 @@
-// What an agent tells of an interface beside the status of its querier: what the querier itself
-// does not know. Others read it as interface/NAME in the attribute log.
+// The state of an interface that its querier does not know, published beside the querier's status:
+// interface/NAME in the attribute log.
 #pragma once
 
 #include <Ilvo/IpAddr.h>
@@ -26,7 +26,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::Name name() const { return name_; }
   // The querier's own address; 0.0.0.0 before it runs for the first time.
   Ilvo::IpAddr address() const { return address_; }
-  // Whether a querier runs. Where none does, its status stays as it was.
+  // Whether a querier runs. While none does, its status stays as it was.
   bool running() const { return running_; }
   // Absolute time since which the elected querier is the same one; 0 while none is known.
   Mox::Seconds electedTime() const { return electedTime_; }

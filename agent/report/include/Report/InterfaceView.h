@@ -18,7 +18,7 @@ struct InterfaceView {
   Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
   bool running = true;
-  bool isCopy = false;  // of another process's state, which keeps address and running to itself
+  bool isCopy = false;             // of a process's state that does not publish address and running
   Mox::Seconds electedTime = 0.0;  // since when the elected querier is; 0 when that is not known
 };
 

@@ -10,7 +10,7 @@
 namespace Agent {
 
 // The type of that qualified name, or the one whose qualified name ends so. Throws
-// std::invalid_argument, which says what there is, for none and for more than one.
+// std::invalid_argument for no such type, and for more than one, with their names.
 const Mox::TypeRecord& typeFor(std::string_view name);
 
 // A line each; as JSON an array of objects with the attributes of each.

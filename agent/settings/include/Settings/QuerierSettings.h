@@ -1,55 +1,46 @@
-// The querier configuration as command-line options: one for each stored attribute of
-// QuerierConfig, "queryInterval" being --query-interval, and --boundary PREFIX.
+// The querier configuration that a command line asks for: settings by attribute, and prefixes of
+// the multicast boundary.
 //
-// Options are made by walking the attribute table. Their ranges stand in a table of rules beside
-// it; an attribute without a rule does not compile. A bad value, and values that do not go
-// together, throw CLI::ValidationError out of the app's parse, with a message such as
-// "--robustness 9: must be from 1 to 7 (RFC 3376 8.1)". The object must outlive the parse and stays
-// where it is.
+// Errors call a setting by its option, such as "--robustness 9: must be from 1 to 7 (RFC 3376
+// 8.1)".
 //
 //   QuerierSettings settings;
-//   settings.addOptions(*app.add_subcommand("run"));
-//   app.parse(argc, argv);
+//   settings.add("queryInterval", "60");
+//   settings.check();  // once all of them have been added
 //   settings.apply(*config);
 #pragma once
 
-#include <set>
-#include <string>
 #include <string_view>
+#include <vector>
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <Ilvo/IntfBoundaryStatus.h>
 #include <MoxBase/Ptr.h>
-#include <CLI/CLI.hpp>
+#include <NboAttrLog/TreeIn.h>
 
 namespace Agent {
 
 class QuerierSettings {
  public:
   QuerierSettings();
-  QuerierSettings(const QuerierSettings&) = delete;
-  QuerierSettings& operator=(const QuerierSettings&) = delete;
 
-  // Takes the app's parse_complete_callback, which checks what goes together; its other callbacks
-  // are free.
-  void addOptions(CLI::App& app);
+  // A value of an attribute that has a rule. Throws SettingError.
+  void add(std::string_view attribute, std::string_view text);
+  // Throws SettingError for a text that is no prefix.
+  void boundaryAdd(std::string_view text);
+  // Throws SettingError when the values contradict each other.
+  void check() const;
 
-  // Sets every stored attribute: to what was asked for, or to its default.
+  // Sets every stored attribute: to what was added, or to its default.
   void apply(Gmp::Igmp::QuerierConfig& config) const;
 
-  // Null when no --boundary was given.
+  // Null when no prefix was added.
   const Mox::Ptr<Ilvo::IntfBoundaryStatus>& boundary() const { return boundary_; }
 
  private:
-  void boundaryAdd(const std::string& text);
-  void checkTogether() const;
-
   Mox::Ptr<Gmp::Igmp::QuerierConfig> wanted_;
   Mox::Ptr<Ilvo::IntfBoundaryStatus> boundary_;
-  std::set<std::string_view> given_;  // attributes that an option has set
+  std::vector<Mox::NboAttrLog::Written> added_;
 };
-
-// "queryInterval" -> "--query-interval".
-std::string optionName(std::string_view attribute);
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// For tests: keeps what a sink is told, as the lines that people would read, with their times.
+// For tests: keeps the events that a sink receives, and their lines for people, with their times.
 //
 //   EventRecorder events;
 //   EXPECT_THAT(events.taken(), ElementsAre("1000 role querier (elected 10.0.0.1)"));

@@ -1,4 +1,4 @@
-// For tests: who is on the link, and what is asked for.
+// For tests: the addresses of a host, a source and a group.
 #pragma once
 
 #include <Ilvo/IpAddr.h>

@@ -27,7 +27,7 @@ namespace Agent {
 struct Duration {
   Mox::Seconds seconds;
 };
-// "31.25s" for people: for what somebody chose.
+// "31.25s" for people: a duration as it was configured.
 struct Interval {
   Mox::Seconds seconds;
 };
@@ -63,7 +63,7 @@ class Table {
   Table& belowIs(const char* key, std::vector<Column> columns);
   Table& below() { return *below_; }
 
-  // Columns that are as wide as their widest cell; nothing follows the last cell of a line.
+  // Columns as wide as their widest cell; no blanks after the last cell of a line.
   void appendText(std::string& out) const;
   // The same with a line for each column and a column for each row.
   void appendTurnedText(std::string& out) const;

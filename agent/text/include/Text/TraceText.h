@@ -15,9 +15,9 @@ std::string traceText(Mox::Seconds time, int level, std::string_view handle, std
 // How many files of earlier processes stay in the folder.
 inline constexpr size_t tracesKept = 8;
 
-// From here on a fatal assertion leaves the trace ring as text in a file of that folder, else of
-// the working directory: igmpq-trace-PID.txt. Standard error says where. Of the files that are
-// there the newest stay.
+// From here on a fatal assertion writes the trace ring as text into a file of that folder, else of
+// the working directory: igmpq-trace-PID.txt. Standard error names it. Of the files that are there
+// the newest stay.
 void fatalTraceFolderIs(const std::string& folder);
 
 }  // namespace Agent

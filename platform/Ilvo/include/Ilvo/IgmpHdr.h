@@ -17,6 +17,9 @@
 
 namespace Ilvo {
 
+// IGMP as the protocol of an IP header.
+inline constexpr U8 igmpIpProtocol = 2;
+
 enum IgmpMessageType : U8 {
   igmpMembershipQuery = 0x11,
   igmpV1Report = 0x12,

@@ -11,11 +11,14 @@
 #pragma once
 
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include <Mox/AttrValue.h>
+#include <Mox/Value.h>
 #include <MoxBase/Export.h>
 #include <MoxBase/Text.h>
 #include <MoxBase/Types.h>
@@ -37,7 +40,8 @@ struct EventLogMessage {
 struct EventLogEntry {
   const EventLogMessage& message;
   std::string text;
-  bool limited;  // held back by the rate limit
+  bool limited;                      // held back by the rate limit
+  std::span<const Value> arguments;  // of the message, in order; valid during the call
 };
 
 using EventLogSink = std::function<void(const EventLogEntry&)>;
@@ -57,7 +61,7 @@ class MOX_PUBLIC EventLogHandle {
 
   template <class... Arg>
   void log(const Arg&... args) {
-    emit({textOf(args)...});
+    emit({textOf(args)...}, {valueFrom(args)...});
   }
 
  private:
@@ -67,7 +71,7 @@ class MOX_PUBLIC EventLogHandle {
     double count;
   };
   friend void eventLogSinkIs(EventLogSink sink);
-  void emit(const std::vector<std::string>& args);
+  void emit(const std::vector<std::string>& args, const std::vector<Value>& values);
   bool limited(const std::string& text);
 
   EventLogMessage message_;

@@ -12,6 +12,7 @@
 //   session.drain();  // after the socket took something
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -80,6 +81,9 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   bool allSent() const { return !deferred_; }
   OutStream& stream() { return out_; }
 
+  // Sends the values that `write` sets in one entity in one frame, which the peer judges as a
+  // whole, unless a walk through a collection or the length of a frame parts them.
+  void writeTogether(const std::function<void()>& write);
   // Asks the peer to answer once it has acted on everything sent before; see onAnswer.
   void ask(U32 token);
   // Sends the reason and ends the connection: input() is false from now on.

@@ -1,0 +1,28 @@
+// The wall clock beside the activity clock: the moment of the day at which a time of the activity
+// clock was. One a process, as the activity clock is.
+//
+//   utcText(wallTime(Mox::now()))  // "2026-11-21T13:43:21.632198Z"
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <MoxBase/Types.h>
+
+namespace Agent {
+
+// Seconds since 1970 (UTC) at that time of the activity clock, by the difference between the
+// machine's two clocks as it is now: it changes when the machine's wall clock is set.
+Mox::Seconds wallTime(Mox::Seconds time);
+
+// From here on the wall clock is ahead of the activity clock by that many seconds, as in the replay
+// of a capture; nothing brings the machine's difference back.
+void wallClockDifferenceIs(std::optional<Mox::Seconds> difference);
+
+// RFC 3339, UTC, to the microsecond. Empty before 1970 and after the year 9999.
+std::string utcText(Mox::Seconds sinceEpoch);
+
+// Local time of day, "10:15:03", of a time of the activity clock.
+std::string timeOfDayText(Mox::Seconds time);
+
+}  // namespace Agent
