@@ -1,4 +1,4 @@
-// The addresses of which the tests of values make their queries, records and reports.
+// The addresses in the queries, records and reports of the tests of values.
 #pragma once
 
 #include <GmpIgmpQuerier/Types.h>

@@ -6,7 +6,7 @@ namespace Gmp::Igmp::testing {
 
 namespace {
 
-// Releases the querier at one notification of the tree of which the querier is the root.
+// Releases the querier, the root of the watched tree, at one notification.
 class TreeRelease final : public Mox::TreeNotifiee {
  public:
   TreeRelease(size_t at, std::function<void()> release) : at_(at), release_(std::move(release)) {}

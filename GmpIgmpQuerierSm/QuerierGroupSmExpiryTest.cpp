@@ -78,7 +78,7 @@ TEST_F(QuerierGroupSmExpiryTest, sourcesStillAskedAboutKeepTheRetransmissionTime
   EXPECT_EQ(rexmitTimer(), 40.0);
 }
 
-// Group queries still owed do not keep the timer: nobody is there any more to be asked for.
+// Pending group queries do not keep the timer armed: the group they would ask about has ended.
 TEST_F(QuerierGroupSmExpiryTest, pendingGroupQueriesDoNotKeepTheRetransmissionTimer) {
   const Ptr<Sm> sm = exclude({{s2_, 100.0}}, 10.0);
   sm->rexmitGroupQueryIs(1);

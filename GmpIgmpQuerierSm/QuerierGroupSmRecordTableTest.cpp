@@ -205,7 +205,7 @@ class QuerierGroupSmRecordTableTest : public GroupBench,
     return group.text();
   }
 
-  // What is published agrees with the machines.
+  // The published state agrees with the machines.
   void expectPublished() const {
     if (!groupExists()) return;
     const Ptr<Sm> sm = groupSm(group_);

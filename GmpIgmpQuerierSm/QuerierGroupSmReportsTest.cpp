@@ -248,7 +248,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveQueriesEachSourceThatStaysWhileOthersEnd
   const Ptr<QuerierGroupSm> sm = exclude({});
   std::vector<IpAddr> staying;
   std::vector<IpAddr> going;
-  std::vector<std::unique_ptr<Once<QuerierSourceStatus>>> listeners;
+  std::vector<std::unique_ptr<Once<QuerierSourceStatus>>> notifiees;
   const auto removeThem = [&] {
     for (const IpAddr addr : going) sm->sourceDel(addr);
   };
@@ -256,7 +256,7 @@ TEST_F(QuerierGroupSmReportsTest, aLeaveQueriesEachSourceThatStaysWhileOthersEnd
     const IpAddr addr(10, 7, 1, i);
     getOrCreateSourceSm(sm, addr)->doSetTimer(200.0);
     (i % 2 == 0 ? staying : going).push_back(addr);
-    listeners.push_back(
+    notifiees.push_back(
         std::make_unique<Once<QuerierSourceStatus>>(sourceStatus(addr), "expiryTime", removeThem));
   }
   receiveLeave(group_);

@@ -296,7 +296,7 @@ TEST_F(QuerierGroupSmRexmitTest, aQuerierWithoutAddressMustNotAskAboutSources) {
 
 // The retransmissions that are pending at the failure, written to standard error.
 const Sm* failing = nullptr;
-void sayWhatIsOwed() {
+void printPending() {
   std::string pending;
   for (const auto& [addr, sourceSm] : failing->source()) {
     pending += addr.stringValue() + " pending " + std::to_string(sourceSm->rexmits());
@@ -309,7 +309,7 @@ TEST_F(QuerierGroupSmRexmitTest, withoutAnAddressNoCountMoves) {
   setPending(sm, {s1_}, 1);
   querier_->ipAddrIs(IpAddr());
   failing = sm.get();
-  Mox::fatalHookIs(sayWhatIsOwed);
+  Mox::fatalHookIs(printPending);
   EXPECT_DEATH(sm->handleRexmitTimer(), "10.7.0.1 pending 1 of 1");
   Mox::fatalHookIs(nullptr);
 }

@@ -270,16 +270,16 @@ TEST_F(QuerierSmConfig, SwitchingSendingOffActsBeforeTheInstanceIsInitializedToo
 
 TEST_F(QuerierSmConfig, AllGroupsMayEndWhenTheFirstGetsANewVersion) {
   start();
-  std::vector<std::unique_ptr<Once<QuerierGroupStatus>>> listeners;
+  std::vector<std::unique_ptr<Once<QuerierGroupStatus>>> notifiees;
   for (U8 i = 0; i < 100; ++i) {
     const IpAddr group(239, 2, 0, i);
     receiveRecord(4, group);
-    listeners.push_back(std::make_unique<Once<QuerierGroupStatus>>(
+    notifiees.push_back(std::make_unique<Once<QuerierGroupStatus>>(
         groupStatus(group), "compatibilityMode", [&] { querier_->groupSmDelAll(); }));
   }
   config_->querierVersionIs(igmpVersion2);
   EXPECT_TRUE(querier_->groupSm().empty());
-  EXPECT_EQ(std::count_if(listeners.begin(), listeners.end(), [](auto& l) { return l->acted(); }),
+  EXPECT_EQ(std::count_if(notifiees.begin(), notifiees.end(), [](auto& l) { return l->acted(); }),
             1);
 }
 

@@ -18,7 +18,7 @@ const std::string batch = "QuerierSm( vlan10 )::handleQuerierGroupStatus()";
 class QuerierSmGroups : public TestBench {
  protected:
   static constexpr IpAddr group3_{239, 1, 1, 3};
-  static constexpr Seconds lease_ = 260.0;  // 2 * 125 + 10
+  static constexpr Seconds membershipInterval_ = 260.0;  // 2 * 125 + 10
 
   // Without the querier's role, so that rebuilding is all that happens.
   void startRebuilding() {
@@ -82,7 +82,7 @@ TEST_F(QuerierSmGroups, AGroupThatTheStatusHoldsIsSeededFromIt) {
   preloadSource(group_, source_, false);
   traces_.clear();
   const Ptr<QuerierGroupSm> made = getOrCreateGroupSm(querier_, group_);
-  EXPECT_EQ(made->membershipTimerExpiry(), now() + lease_);
+  EXPECT_EQ(made->membershipTimerExpiry(), now() + membershipInterval_);
   EXPECT_NE(made->source(source_), nullptr);
   EXPECT_EQ(traceTexts()[0], "Create groupSm for group 239.1.1.1");
   EXPECT_EQ(traced(batch + ": processing group 239.1.1.1"), 1u);

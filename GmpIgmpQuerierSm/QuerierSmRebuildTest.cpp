@@ -14,7 +14,7 @@ namespace {
 class QuerierSmRebuild : public TestBench {
  protected:
   static constexpr IpAddr source2_{192, 0, 2, 2};
-  static constexpr Seconds lease_ = 260.0;  // 2 * 125 + 10
+  static constexpr Seconds membershipInterval_ = 260.0;  // 2 * 125 + 10
 
   void preload(IgmpFilterMode mode, IgmpVersion compatibility = igmpVersion3) {
     const Ptr<QuerierGroupStatus> status = status_->groupIs(group_);
@@ -33,17 +33,17 @@ class QuerierSmRebuild : public TestBench {
   }
 };
 
-TEST_F(QuerierSmRebuild, AnExcludeGroupGetsAFullLease) {
+TEST_F(QuerierSmRebuild, AnExcludeGroupGetsAFullInterval) {
   preload(filterModeExclude);
   status_->group(group_)->expiryTimeIs(1001.0);  // nearly over
   const QuerierGroupSm& sm = rebuild();
-  EXPECT_EQ(sm.membershipTimerExpiry(), now() + lease_);
+  EXPECT_EQ(sm.membershipTimerExpiry(), now() + membershipInterval_);
   EXPECT_EQ(sm.membershipTimerState(), timerRunning);
-  EXPECT_EQ(groupStatus(group_)->expiryTime(), now() + lease_);
+  EXPECT_EQ(groupStatus(group_)->expiryTime(), now() + membershipInterval_);
   EXPECT_EQ(groupStatus(group_)->filterMode(), filterModeExclude);
 }
 
-TEST_F(QuerierSmRebuild, TheLeaseFollowsTheEffectiveValues) {
+TEST_F(QuerierSmRebuild, TheIntervalFollowsTheEffectiveValues) {
   config_->robustnessIs(3);
   config_->queryIntervalIs(60.0);
   config_->queryResponseIntervalIs(5.0);
@@ -60,11 +60,11 @@ TEST_F(QuerierSmRebuild, AnIncludeGroupHasNoGroupTimer) {
   EXPECT_EQ(groupStatus(group_)->filterMode(), filterModeInclude);
 }
 
-TEST_F(QuerierSmRebuild, SourcesThatWereWantedGetAFullLease) {
+TEST_F(QuerierSmRebuild, SourcesThatWereWantedGetAFullInterval) {
   preload(filterModeInclude);
   preloadSource(source_, false);
   const QuerierGroupSm& sm = rebuild();
-  EXPECT_EQ(sm.source(source_)->sourceTimerExpiry(), now() + lease_);
+  EXPECT_EQ(sm.source(source_)->sourceTimerExpiry(), now() + membershipInterval_);
   EXPECT_FALSE(groupStatus(group_)->source(source_)->expired());
 }
 
@@ -196,12 +196,12 @@ TEST_F(QuerierSmRebuild, CompatibilityIsThatOfTheQuerierWhenTheMachineIsMade) {
   }
 }
 
-TEST_F(QuerierSmRebuild, OlderHostTimersGetAFullLease) {
+TEST_F(QuerierSmRebuild, OlderHostTimersGetAFullInterval) {
   config_->querierVersionIs(igmpVersion2);
   preload(filterModeExclude);
   rebuild();
   groupSm(group_)->doSetTimer(QuerierGroupSm::membershipTimerId, never);  // it would be first
-  runFor(lease_ - 0.001);
+  runFor(membershipInterval_ - 0.001);
   EXPECT_EQ(traced("V2 Membership for 239.1.1.1 on vlan10 expired"), 0u);
   runFor(0.002);
   EXPECT_EQ(traced("V2 Membership for 239.1.1.1 on vlan10 expired"), 1u);
@@ -221,7 +221,7 @@ TEST_F(QuerierSmRebuild, ARebuiltGroupEndsWithoutAReport) {
   preload(filterModeInclude);
   preloadSource(source_, false);
   rebuild();
-  runFor(lease_);
+  runFor(membershipInterval_);
   EXPECT_EQ(status_->group(group_), nullptr);
   EXPECT_TRUE(querier_->groupSm().empty());
 }
@@ -233,9 +233,9 @@ TEST_F(QuerierSmRebuild, ARestartTakesTheGroupsOver) {
   runFor(100.0);
   restart();
   EXPECT_THAT(querier_->groupSm().keys(), UnorderedElementsAre(group_, group2_));
-  EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now() + lease_);
+  EXPECT_EQ(groupSm(group_)->membershipTimerExpiry(), now() + membershipInterval_);
   EXPECT_THAT(groupSm(group_)->source().keys(), UnorderedElementsAre(source_, source2_));
-  EXPECT_EQ(groupSm(group2_)->source(source_)->sourceTimerExpiry(), now() + lease_);
+  EXPECT_EQ(groupSm(group2_)->source(source_)->sourceTimerExpiry(), now() + membershipInterval_);
 }
 
 TEST_F(QuerierSmRebuild, ARestartOnAQuerierStatusSendsAtOnceAndAgainWithinTenSeconds) {

@@ -68,7 +68,7 @@ void QuerierSm::doRxPkt(const Ptr<Pkt>& pkt) {
   if (acceptIp(pkt, ip)) dispatchIgmp(ip, pkt);
 }
 
-void QuerierSm::expectRxPkt(const Pkt& pkt) { lookahead_.prefetch(likelyGroup(pkt)); }
+void QuerierSm::prefetchRxPkt(const Pkt& pkt) { lookahead_.prefetch(likelyGroup(pkt)); }
 
 bool QuerierSm::acceptIp(const Ptr<Pkt>& pkt, IpHdr& ip) {
   const std::optional<IpHdr> header = IpHdr::of(*pkt);

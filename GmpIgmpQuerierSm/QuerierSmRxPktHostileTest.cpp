@@ -247,7 +247,7 @@ TEST_F(QuerierSmRxPktHostile, PrefetchingAnyBytesMovesNothing) {
   for (const std::vector<U8>& packet :
        {std::vector<U8>(), {0x4f}, report(), std::vector<U8>(64, 0xff)}) {
     for (int times = 0; times < 20; ++times) {
-      querier_->expectRxPkt(Ilvo::Pkt(std::span<const U8>(packet)));
+      querier_->prefetchRxPkt(Ilvo::Pkt(std::span<const U8>(packet)));
     }
   }
   EXPECT_THAT(journal_, IsEmpty());

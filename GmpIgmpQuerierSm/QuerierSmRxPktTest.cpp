@@ -73,7 +73,7 @@ TEST_F(QuerierSmRxPkt, EveryTypeByteIsDispatchedOrCountedAsOther) {
     std::snprintf(text, sizeof text, "vlan10Don't care about IGMP type 0x%x", type);
     EXPECT_EQ(traced(text), known ? 0u : 1u) << text;
     EXPECT_EQ(counted().size(), type == 0x22 ? 0u : 1u);  // its record count is beyond its end
-    const size_t others = tracedBegin("vlan10Don't care");
+    const size_t others = tracedBegin("vlan10Don't care about IGMP type");
     EXPECT_EQ(journal_.size() == 1 && journal_[0].starts_with("status.otherPacketReceived "),
               others == 1);
     EXPECT_EQ(traced("vlan10 handling valid igmp packet of type " + std::to_string(type)), 1u);

@@ -283,7 +283,7 @@ class TestBench : public ::testing::Test {
   Ptr<QuerierGroupSm> groupSm(IpAddr group) const { return querier_->groupSm(group); }
   Ptr<QuerierGroupStatus> groupStatus(IpAddr group) const { return status_->group(group); }
 
-  // What was sent since the last call.
+  // The queries sent since the last call.
   std::vector<SentQuery> takeSent() { return std::exchange(sent_, {}); }
 
   void tracingIs(bool on) {

@@ -53,7 +53,7 @@ class BenchQuerier {
     constexpr size_t ahead = Gmp::Igmp::GroupLookahead::ahead;
     const auto packet = [&](size_t i) -> Ilvo::Pkt& { return *reports_[i % reports_.size()]; };
     const auto prefetch = [&](size_t i) {
-      if (i < groups.size()) querier_->expectRxPkt(*reportOf(groups[i], packet(i)));
+      if (i < groups.size()) querier_->prefetchRxPkt(*reportOf(groups[i], packet(i)));
     };
     for (size_t i = 0; i < ahead; ++i) prefetch(i);
     for (size_t i = 0; i < groups.size(); ++i) {

@@ -10,6 +10,7 @@
 namespace Agent {
 
 using Gmp::Igmp::GroupLookahead;
+using Gmp::Igmp::PublishedQuery;
 using Gmp::Igmp::QuerierSm;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
@@ -27,17 +28,6 @@ constexpr Seconds problemInterval = 60.0;   // between two events of the same pr
 const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<QuerierSm>(), "doRxPkt");
 
 }  // namespace
-
-// Each step of the querier's writableCount is a query to send.
-class InterfaceQuerier::Output final : public QuerierSm::NotifieeConst {
- public:
-  Output(const Mox::Ptr<QuerierSm>& querier, InterfaceQuerier& owner)
-      : NotifieeConst(querier), owner_(owner) {}
-  void onWritableCount() override { owner_.transmit(); }
-
- private:
-  InterfaceQuerier& owner_;
-};
 
 class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
  public:
@@ -95,20 +85,17 @@ void InterfaceQuerier::start() {
   presenceIs(Presence::up);
   const auto& wheel = services_.wheel;
   querier_ = Gmp::Igmp::querierSmFactory(setup_.config, status_, ipAddr_, link_.mtu, 0, wheel,
-                                         wheel, wheel, false);
+                                         wheel, wheel, false, &output_);
   state_->runningIs(true);
   // The router that was elected before may have gone since: its time counts from now.
   if (!status_->electedQuerierAddr().isZero()) state_->electedTimeIs(Mox::now());
   querier_->attrLogSmIs(services_.attrLogSm);
   querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
-  output_ = std::make_unique<Output>(querier_, *this);
-  // On the status of a querier, the constructor sends a query, before it could be watched.
-  if (querier_->writableCount() != 0) transmit();
 }
 
 void InterfaceQuerier::stop() {
   portTimer_.timeMinIs(Mox::never);
-  output_ = nullptr;
+  output_.release();
   querier_ = nullptr;
   state_->runningIs(false);
   state_->electedTimeIs(0.0);
@@ -172,8 +159,8 @@ void InterfaceQuerier::handlePortTimer() {
   }
 }
 
-void InterfaceQuerier::transmit() {
-  const IpAddr group = querier_->dstGroup();
+void InterfaceQuerier::transmit(const PublishedQuery& query) {
+  const IpAddr group = query.dstGroup;
   // Another router's group-specific query may name any address, and this querier retransmits the
   // query once that router falls silent.
   if (!queryDestination(group).isMulticast()) {
@@ -182,11 +169,11 @@ void InterfaceQuerier::transmit() {
     return;
   }
   const std::string failed =
-      port_->send(queryFrame(link_.mac, querier_->ipAddr(), group, querier_->sendPkt()->data()));
+      port_->send(queryFrame(link_.mac, query.src, group, query.message->data()));
   if (!failed.empty()) {
     reportProblem(failed, "cannot send a query: " + failed);
   } else if (services_.reportQueries) {
-    services_.sink.event(querySentEvent(setup_.name, group, querier_->sendPkt()));
+    services_.sink.event(querySentEvent(setup_.name, group, query.message));
   }
 }
 
@@ -197,12 +184,12 @@ void InterfaceQuerier::rxFrame(std::span<const Mox::U8> frame) {
 }
 
 void InterfaceQuerier::rxBatchEnd() {
-  const auto expect = [this](size_t at) {
-    if (at < batch_.size()) querier_->expectRxPkt(*batch_[at]);
+  const auto prefetch = [this](size_t at) {
+    if (at < batch_.size()) querier_->prefetchRxPkt(*batch_[at]);
   };
-  for (size_t i = 0; i < GroupLookahead::ahead; ++i) expect(i);
+  for (size_t i = 0; i < GroupLookahead::ahead; ++i) prefetch(i);
   for (size_t i = 0; i < batch_.size(); ++i) {
-    expect(i + GroupLookahead::ahead);
+    prefetch(i + GroupLookahead::ahead);
     services_.turn();  // timers that the packet arms count from the real now
     doRxPkt(*querier_, batch_[i]);
     flush();

@@ -20,6 +20,7 @@
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierSm/QueryOutput.h>
 #include <Host/InterfaceSetup.h>
 #include <Ilvo/Pkt.h>
 #include <Link/FramePort.h>
@@ -63,7 +64,6 @@ class InterfaceQuerier final : private FrameReceiver {
   InterfaceView view() const;
 
  private:
-  class Output;
   class Election;
   enum class Presence { unknown, up, down, gone };
 
@@ -74,7 +74,7 @@ class InterfaceQuerier final : private FrameReceiver {
   void ipAddrIs(Ilvo::IpAddr addr);
   void presenceIs(Presence presence);
   void handlePortTimer();
-  void transmit();
+  void transmit(const Gmp::Igmp::PublishedQuery& query);
   void rxFrame(std::span<const Mox::U8> frame) override;
   void rxBatchEnd() override;
   void portFailed(const std::string& why) override;
@@ -93,8 +93,9 @@ class InterfaceQuerier final : private FrameReceiver {
   Ilvo::IpAddr ipAddr_;
   std::unique_ptr<FramePort> port_;
   std::vector<Mox::Ptr<Ilvo::Pkt>> batch_;  // received, handled when the batch is complete
+  Gmp::Igmp::QueryOutput output_{
+      [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
-  std::unique_ptr<Output> output_;
   std::map<std::string, Mox::Seconds> problemReported_;  // the time, by kind
   Mox::U64 droppedReported_ = 0;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handlePortTimer> portTimer_;

@@ -8,6 +8,7 @@
 #include <Events/LibraryMessages.h>
 #include <Events/StatusWatcher.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierSm/QueryOutput.h>
 #include <Ilvo/Pkt.h>
 #include <Mox/ActivityClock.h>
 #include <Obel/TimerWheel.h>
@@ -15,6 +16,7 @@
 
 namespace Agent {
 
+using Gmp::Igmp::PublishedQuery;
 using Gmp::Igmp::QuerierConfig;
 using Gmp::Igmp::QuerierSm;
 using Gmp::Igmp::QuerierStatus;
@@ -25,22 +27,6 @@ namespace {
 
 constexpr Mox::U32 ethernetMtu = 1500;
 
-// Reports each query that the querier publishes.
-class QueryReporter final : public QuerierSm::NotifieeConst {
- public:
-  QueryReporter(const Ptr<QuerierSm>& querier, EventSink& sink)
-      : NotifieeConst(querier), sink_(sink) {
-    if (querier->writableCount() != 0) onWritableCount();
-  }
-  void onWritableCount() override {
-    sink_.event(
-        querySentEvent(notifier()->name().string(), notifier()->dstGroup(), notifier()->sendPkt()));
-  }
-
- private:
-  EventSink& sink_;
-};
-
 }  // namespace
 
 // The querier with its timers and watchers; it begins at the time that the clock shows.
@@ -49,9 +35,13 @@ class CaptureReplay::Querier {
   explicit Querier(const CaptureReplay& replay)
       : messages_(replay.sink_),
         watcher_(replay.config_->name().string(), status_, replay.sink_),
+        queries_([&sink = replay.sink_,
+                  interface = replay.config_->name().string()](const PublishedQuery& query) {
+          sink.event(querySentEvent(interface, query.dstGroup, query.message));
+        }),
         querier_(Gmp::Igmp::querierSmFactory(replay.config_, status_, replay.options_.address,
-                                             ethernetMtu, 0, wheel_, wheel_, wheel_, false)),
-        queries_(querier_, replay.sink_) {
+                                             ethernetMtu, 0, wheel_, wheel_, wheel_, false,
+                                             &queries_)) {
     querier_->mcastBoundaryIntfStatusIs(replay.boundary_);
     watcher_.flush();
   }
@@ -82,8 +72,8 @@ class CaptureReplay::Querier {
   const Ptr<QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
   const LibraryMessages messages_;
   StatusWatcher watcher_;
+  Gmp::Igmp::QueryOutput queries_;
   const Ptr<QuerierSm> querier_;
-  const QueryReporter queries_;
 };
 
 Mox::U64 ReplaySummary::skippedInAll() const {

@@ -88,18 +88,7 @@ Observations& Observations::hex(std::string_view name, std::span<const Mox::U8> 
 
 void Observations::end() {
   lines_ += "}\n";
-  if (lines_.size() >= flushBytes && !holdBack_) flush();
-}
-
-std::string Observations::takeFrom(size_t mark) {
-  std::string taken = lines_.substr(mark);
-  lines_.resize(mark);
-  return taken;
-}
-
-void Observations::holdBackIs(bool on) {
-  holdBack_ = on;
-  if (on) flush();
+  if (lines_.size() >= flushBytes) flush();
 }
 
 void Observations::flush() {

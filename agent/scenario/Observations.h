@@ -29,13 +29,6 @@ class Observations {
   Observations& hex(std::string_view name, std::span<const Mox::U8> bytes);
   void end();
 
-  // Lines that follow are held back and can be preceded by others: see World's construction of
-  // queriers.
-  size_t mark() const { return lines_.size(); }
-  void insertAt(size_t mark, std::string_view lines) { lines_.insert(mark, lines); }
-  std::string takeFrom(size_t mark);
-  void holdBackIs(bool on);
-
   void flush();
 
  private:
@@ -43,7 +36,6 @@ class Observations {
 
   std::FILE* out_;
   std::string lines_;
-  bool holdBack_ = false;
 };
 
 }  // namespace Agent::Scenario

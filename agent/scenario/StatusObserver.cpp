@@ -20,7 +20,6 @@ namespace {
 struct Writer {
   std::string interface;
   Observations& observations;
-  bool on;
 };
 
 Observations& begin(const Writer& writer, const char* entity, const std::string& key,
@@ -35,7 +34,6 @@ Observations& begin(const Writer& writer, const char* entity, const std::string&
 template <class E>
 void writeAttr(const Writer& writer, const E& entity, const char* type, const std::string& key,
                AttrId id) {
-  if (!writer.on) return;
   E::attributes.forEach([&](AttrId rowId, const auto& row) {
     if constexpr (requires { jsonOf(entity.*row.member); }) {
       if (rowId == id) {
@@ -47,7 +45,6 @@ void writeAttr(const Writer& writer, const E& entity, const char* type, const st
 
 void writeMember(const Writer& writer, const char* type, const std::string& key, const char* attr,
                  IpAddr member, bool added) {
-  if (!writer.on) return;
   Json value;
   value[added ? "add" : "del"] = member.stringValue();
   begin(writer, type, key, attr).json("value", value).end();
@@ -97,39 +94,25 @@ class StatusObserver::GroupWatch final : public QuerierGroupStatus::NotifieeCons
 
 class StatusObserver::StatusWatch final : public QuerierStatus::NotifieeConst {
  public:
-  StatusWatch(Writer writer, const Ptr<QuerierStatus>& status, std::function<void()> onQueryCounted)
-      : NotifieeConst(status),
-        writer_(std::move(writer)),
-        onQueryCounted_(std::move(onQueryCounted)) {}
-  void onAttr(AttrId id) override {
-    NotifieeConst::onAttr(id);
-    writeAttr(writer_, *notifier(), "QuerierStatus", "", id);
-  }
+  StatusWatch(Writer writer, const Ptr<QuerierStatus>& status)
+      : NotifieeConst(status), writer_(std::move(writer)) {}
+  void onAttr(AttrId id) override { writeAttr(writer_, *notifier(), "QuerierStatus", "", id); }
   void onMember(AttrId, U32 key) override {
-    if (!writer_.on) return;
     const IpAddr addr(key);
     const Ptr<QuerierGroupStatus> group = notifier()->group(addr);
     writeMember(writer_, "QuerierStatus", "", "group", addr, static_cast<bool>(group));
     groups_.erase(addr);
     if (group) groups_.emplace(addr, std::make_unique<GroupWatch>(writer_, group));
   }
-  void onV1QueriesSent() override { onQueryCounted_(); }
-  void onV2QueriesSent() override { onQueryCounted_(); }
-  void onV3QueriesSent() override { onQueryCounted_(); }
-  // A query of no version is not counted; it shows by the new time of the next one.
-  void onGeneralQueryExpiryTime() override { onQueryCounted_(); }
 
  private:
   const Writer writer_;
-  const std::function<void()> onQueryCounted_;
   std::map<IpAddr, std::unique_ptr<GroupWatch>> groups_;
 };
 
 StatusObserver::StatusObserver(std::string interface, Ptr<QuerierStatus> status,
-                               Observations& observations, bool writeChanges,
-                               std::function<void()> onQueryCounted)
-    : watch_(std::make_unique<StatusWatch>(Writer{std::move(interface), observations, writeChanges},
-                                           status, std::move(onQueryCounted))) {}
+                               Observations& observations)
+    : watch_(std::make_unique<StatusWatch>(Writer{std::move(interface), observations}, status)) {}
 
 StatusObserver::~StatusObserver() = default;
 

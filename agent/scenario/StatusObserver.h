@@ -1,8 +1,6 @@
-// Sees every notification of one querier's status, its groups and their sources, and writes those
-// as changes when that is wanted.
+// Writes every notification of one querier's status, its groups and their sources as a change.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -16,10 +14,8 @@ namespace Agent::Scenario {
 
 class StatusObserver {
  public:
-  // `onQueryCounted` is called when one of the counters of sent queries has changed.
   StatusObserver(std::string interface, Mox::Ptr<Gmp::Igmp::QuerierStatus> status,
-                 Observations& observations, bool writeChanges,
-                 std::function<void()> onQueryCounted);
+                 Observations& observations);
   ~StatusObserver();
 
  private:

@@ -10,19 +10,9 @@
 
 namespace Agent::Scenario {
 
-using Gmp::Igmp::QuerierSm;
+using Gmp::Igmp::PublishedQuery;
 using Mox::Ptr;
 using Mox::Seconds;
-
-class Interface::QueryObserver final : public QuerierSm::NotifieeConst {
- public:
-  QueryObserver(const Ptr<QuerierSm>& querier, Interface& interface)
-      : NotifieeConst(querier), interface_(interface) {}
-  void onWritableCount() override { interface_.writeQuery(*notifier()); }
-
- private:
-  Interface& interface_;
-};
 
 Interface::Interface(const std::string& name, const QuerierArguments& arguments,
                      Observations& observations, const ScenarioOptions& options,
@@ -33,36 +23,23 @@ Interface::Interface(const std::string& name, const QuerierArguments& arguments,
       wheel_(std::move(wheel)),
       monitor_(std::move(monitor)),
       config_(Gmp::Igmp::querierConfigFactory(name)),
-      status_(Gmp::Igmp::querierStatusFactory()),
-      statusObserver_(name, status_, observations, options.changes, [this] {
-        if (!std::exchange(counted_, true)) countedAt_ = observations_.mark();
-      }) {}
+      status_(Gmp::Igmp::querierStatusFactory()) {
+  if (options.changes) statusObserver_.emplace(name, status_, observations);
+}
 
 Interface::~Interface() = default;
 
-// A query that is published inside the construction is seen only afterwards; it was sent before it
-// was counted, so its line precedes those of the count.
 void Interface::create() {
   remove();
-  observations_.holdBackIs(true);
-  counted_ = false;
   querier_ = Gmp::Igmp::querierSmFactory(config_, status_, arguments_.ipAddr, arguments_.mtu,
                                          arguments_.startupQueryIntervalDefault, wheel_, wheel_,
-                                         wheel_, arguments_.debugYieldAfterOne);
-  if (querier_->writableCount() != 0) {
-    const size_t end = observations_.mark();
-    writeQuery(*querier_);
-    const std::string line = observations_.takeFrom(end);
-    observations_.insertAt(counted_ ? countedAt_ : end, line);
-  }
-  observations_.holdBackIs(false);
-  queryObserver_ = std::make_unique<QueryObserver>(querier_, *this);
+                                         wheel_, arguments_.debugYieldAfterOne, &output_);
   querier_->attrLogSmIs(monitor_);
   querier_->mcastBoundaryIntfStatusIs(boundary_);
 }
 
 void Interface::remove() {
-  queryObserver_ = nullptr;
+  output_.release();
   querier_ = nullptr;
 }
 
@@ -71,11 +48,11 @@ void Interface::boundaryIs(Ptr<const Ilvo::IntfBoundaryStatus> boundary) {
   if (querier_) querier_->mcastBoundaryIntfStatusIs(boundary_);
 }
 
-void Interface::writeQuery(const QuerierSm& querier) {
+void Interface::writeQuery(const PublishedQuery& query) {
   observations_.begin("tx")
       .text("interface", name_)
-      .plain("dstGroup", querier.dstGroup().stringValue())
-      .hex("packet", querier.sendPkt()->data())
+      .plain("dstGroup", query.dstGroup.stringValue())
+      .hex("packet", query.message->data())
       .end();
 }
 

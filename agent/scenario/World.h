@@ -5,11 +5,13 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <GmpIgmpQuerierSm/QueryOutput.h>
 #include <Ilvo/IntfBoundaryStatus.h>
 #include <Obel/TimerWheel.h>
 #include <Scenario/Scenario.h>
@@ -48,8 +50,7 @@ class Interface {
   void boundaryIs(Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary);
 
  private:
-  class QueryObserver;
-  void writeQuery(const Gmp::Igmp::QuerierSm& querier);
+  void writeQuery(const Gmp::Igmp::PublishedQuery& query);
 
   const std::string name_;
   const QuerierArguments arguments_;
@@ -59,11 +60,10 @@ class Interface {
   const Mox::Ptr<Gmp::Igmp::QuerierConfig> config_;
   const Mox::Ptr<Gmp::Igmp::QuerierStatus> status_;
   Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary_;
-  size_t countedAt_ = 0;  // where, during a construction, the first sent query was counted
-  bool counted_ = false;
-  StatusObserver statusObserver_;
+  std::optional<StatusObserver> statusObserver_;  // where changes are observed
+  Gmp::Igmp::QueryOutput output_{
+      [this](const Gmp::Igmp::PublishedQuery& query) { writeQuery(query); }};
   Mox::Ptr<Gmp::Igmp::QuerierSm> querier_;
-  std::unique_ptr<QueryObserver> queryObserver_;
 };
 
 class World {

@@ -38,18 +38,18 @@ TEST_F(SessionCopyTest, questionIsAnswered) {
 
 TEST_F(SessionCopyTest, valuesThatAreWrittenTogetherShareAFrame) {
   ASSERT_TRUE(send(helloFrame));
-  ASSERT_TRUE(send(writableShelfRoot));
+  ASSERT_TRUE(send(writableRootFrame));
   FrameTaker taker;
   taker.take(session_.stream());
-  const Ptr<Shelf> shelf = host_.copy("shelf/a");
+  const Ptr<Root> root = host_.copy("root/a");
   session_.writeTogether([&] {
-    shelf->visitsIs(9);
-    shelf->litIs(!shelf->lit());
+    root->countIs(9);
+    root->enabledIs(!root->enabled());
   });
-  const std::string lit = shelf->lit() ? "01" : "00";
+  const std::string enabled = root->enabled() ? "01" : "00";
   EXPECT_EQ(taker.take(session_.stream()),
-            framesOf({"04 00000001 00 0102 " + lit + " 0103 00000009"}));
-  shelf->visitsIs(10);
+            framesOf({"04 00000001 00 0102 " + enabled + " 0103 00000009"}));
+  root->countIs(10);
   EXPECT_EQ(taker.take(session_.stream()), framesOf({"04 00000001 00 0103 0000000a"}));
 }
 

@@ -162,7 +162,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void doRxPkt(const Ptr<Ilvo::Pkt>& pkt);
   // Prefetches the memory that this packet will use. For a host that receives packets in batches,
   // which calls it for each packet GroupLookahead::ahead packets before it hands that packet in.
-  void expectRxPkt(const Ilvo::Pkt& pkt);
+  void prefetchRxPkt(const Ilvo::Pkt& pkt);
   // Takes the querier role now; the first general query follows within 10 seconds.
   void becomeQuerier();
   // Sets the query and packet counters to 0. On a querier, the startup queries run again.
