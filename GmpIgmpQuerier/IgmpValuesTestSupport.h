@@ -1,4 +1,4 @@
-// The addresses of which the tests of values make their queries, records and reports.
+// The addresses in the queries, records and reports that the tests of values make.
 #pragma once
 
 #include <GmpIgmpQuerier/Types.h>

@@ -43,6 +43,9 @@ ALLOWED = (
      "access by name for hosts; the agent walks all attributes of a type"),
     ("platform/Ilvo/*/Pkt.h", "offsetsReset", "benchmarks hand in the same packet again"),
     ("platform/Ilvo/*/PktManager.h", "failuresIs", "tests of what follows a failed allocation"),
+    ("platform/NboAttrLog/*/FlowOut.h", "hasDirtyAttributes", "for hosts: is a peer up to date"),
+    ("GmpIgmpQuerierSm/*/QuerierGroupSm.h", "rexmitTimerRemaining",
+     "completes membershipTimerRemaining, for hosts"),
     ("GmpIgmpQuerier/*/Enumerations.h",
      "TimerStateInstance IgmpFilterModeInstance IgmpVersionInstance sequenceToValue",
      "every enumeration has the same functions, for hosts"),
@@ -244,7 +247,7 @@ class Tree:
         return tests
 
     def module_of(self, path):
-        """The include folder of which `path` is a public header, or None."""
+        """The include folder that has `path` as a public header, or None."""
         return next((m for m in self.modules if path.is_relative_to(m)), None)
 
     def headers(self):

@@ -73,10 +73,13 @@ TEST_F(MachineAccess, querierReadsAndWritesAsDirectly) {
   checks.pointerWritten<Q, Ptr<Ilvo::Pkt>>(querier, "sendPkt", &Q::sendPkt, makePtr<Ilvo::Pkt>());
   checks.pointerWritten<Q, Ptr<GmpAttrLogSm>>(querier, "attrLogSm", &Q::attrLogSm,
                                               gmpAttrLogSmFactory(nullptr));
+  const Q::Wheel other = makePtr<Obel::TimerWheel>(1000.0);
+  checks.pointerWritten(querier, "otherQuerierTimer", &Q::otherQuerierTimer, other);
+  checks.pointerWritten(querier, "queryIntervalTimer", &Q::queryIntervalTimer, other);
+  checks.pointerWritten(querier, "initGroupStatusTimer", &Q::initGroupStatusTimer, other);
   checks.set(querier, "pendingRexmit", &Q::pendingRexmit, groupAddr);
-  for (const char* seenBelow :
-       {"querierConfig", "querierStatus", "otherQuerierTimer", "groupSm", "queryIntervalTimer",
-        "initGroupStatusTimer", "handleInitialized", "becomeQuerier", "clearCounters", "doRxPkt"}) {
+  for (const char* seenBelow : {"querierConfig", "querierStatus", "groupSm", "handleInitialized",
+                                "becomeQuerier", "clearCounters", "doRxPkt"}) {
     checks.other(seenBelow);
   }
   checks.expectAllSeen();
@@ -135,8 +138,12 @@ TEST_F(MachineAccess, groupMachineReadsAndWritesAsDirectly) {
   checks.set(machine, "rexmitSource", &G::rexmitSource, IpAddr(10, 9, 9, 9));
   checks.set(machine, "rexmitClrSource", &G::rexmitClrSource, sender);
   checks.set(machine, "rexmitSetSource", &G::rexmitSetSource, sender);
-  for (const char* seenBelow : {"groupStatus", "membershipTimer", "v1MembershipTimer",
-                                "v2MembershipTimer", "rexmitTimer", "source", "querierSm"}) {
+  const QuerierSm::Wheel other = makePtr<Obel::TimerWheel>(1000.0);
+  checks.pointerWritten(machine, "membershipTimer", &G::membershipTimer, other);
+  checks.pointerWritten(machine, "v1MembershipTimer", &G::v1MembershipTimer, other);
+  checks.pointerWritten(machine, "v2MembershipTimer", &G::v2MembershipTimer, other);
+  checks.pointerWritten(machine, "rexmitTimer", &G::rexmitTimer, other);
+  for (const char* seenBelow : {"groupStatus", "source", "querierSm"}) {
     checks.other(seenBelow);
   }
   checks.expectAllSeen();
@@ -158,7 +165,9 @@ TEST_F(MachineAccess, sourceMachineReadsAndWritesAsDirectly) {
   checks.written(machine, "sourceTimerState", &S::sourceTimerState);
   checks.written(machine, "rexmits", &S::rexmits);
   checks.written(machine, "initialized", &S::initialized);
-  for (const char* seenBelow : {"sourceStatus", "sourceTimer", "groupSm"}) {
+  const QuerierSm::Wheel other = makePtr<Obel::TimerWheel>(1000.0);
+  checks.pointerWritten(machine, "sourceTimer", &S::sourceTimer, other);
+  for (const char* seenBelow : {"sourceStatus", "groupSm"}) {
     checks.other(seenBelow);
   }
   checks.expectAllSeen();
