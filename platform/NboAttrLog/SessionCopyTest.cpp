@@ -70,7 +70,7 @@ TEST_F(SessionCopyTest, pathIsGivenOnceAtATime) {
 TEST_F(SessionCopyTest, copyIsOfTheTypeThatWasAnnounced) {
   ASSERT_TRUE(send(helloFrame));
   host_.keeps_ = makePtr<Root>("a");
-  EXPECT_FALSE(send("02 00000002" + textHex("root/a") + "00" + textHex("Test::Chair") + "05" +
+  EXPECT_FALSE(send("02 00000002" + textHex("root/a") + "00" + textHex("Test::Other") + "05" +
                     textHex("a")));
   EXPECT_EQ(session_.fault(), "a directory entry of an unknown type");
 }

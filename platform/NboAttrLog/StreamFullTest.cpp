@@ -181,7 +181,7 @@ TEST(StreamFullTest, wholeStateIsSentWhereverTheStreamIsFull) {
 }
 
 TEST(StreamFullTest, changesAreSentOrRememberedWhereverTheStreamIsFull) {
-  for (size_t waiting = frameHead; waiting <= OutStream::leastCapacity; ++waiting) {
+  for (size_t waiting = frameHead; waiting <= mostWaiting + 1; ++waiting) {
     SCOPED_TRACE(waiting);
     const auto root = filledRoot();
     TestTree tree(root, makePtr<TextRoot>());
