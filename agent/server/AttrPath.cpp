@@ -8,8 +8,8 @@
 #include <Mox/TypeInfo.h>
 #include <fmt/format.h>
 
-#include "JsonLine.h"
 #include <Text/Listed.h>
+#include "JsonLine.h"
 
 namespace Agent {
 

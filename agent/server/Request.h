@@ -12,8 +12,8 @@
 
 #include <NboAttrLog/Session.h>
 
-#include "JsonLine.h"
 #include <Text/Listed.h>
+#include "JsonLine.h"
 
 namespace Agent {
 
