@@ -1,6 +1,6 @@
 // Every function of a querier that can be called from outside outlives the release of its caller's
 // pointer, in whichever notification of that function the pointer is released.
-#include <GmpIgmpQuerierSm/SendQuery.h>
+#include "SendQuery.h"
 
 #include "NotificationBench.h"
 

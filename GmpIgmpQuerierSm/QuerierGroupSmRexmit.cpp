@@ -6,8 +6,8 @@
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierGroupSm.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <GmpIgmpQuerierSm/SendQuery.h>
 #include <Mox/ActivityClock.h>
+#include "SendQuery.h"
 
 namespace Gmp::Igmp {
 

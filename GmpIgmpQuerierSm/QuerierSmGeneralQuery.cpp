@@ -1,7 +1,7 @@
 // The schedule of general queries (RFC 3376 8.2, 8.6, 8.7).
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <GmpIgmpQuerierSm/SendQuery.h>
+#include "SendQuery.h"
 
 namespace Gmp::Igmp {
 

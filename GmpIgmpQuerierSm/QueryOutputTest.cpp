@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include <GmpIgmpQuerierSm/SendQuery.h>
+#include "SendQuery.h"
 
 #include "Once.h"
 #include "TestBench.h"

@@ -1,4 +1,4 @@
-#include <GmpIgmpQuerierSm/SendQuery.h>
+#include "SendQuery.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,8 +1,8 @@
 // Group-and-source-specific queries.
 #include "TestBench.h"
 
-#include <GmpIgmpQuerierSm/SendQuery.h>
 #include <Ilvo/Checksum.h>
+#include "SendQuery.h"
 
 namespace Gmp::Igmp::testing {
 

@@ -1,8 +1,8 @@
 // Queries without sources: general ones with their schedule, and group-specific ones.
 #include "TestBench.h"
 
-#include <GmpIgmpQuerierSm/SendQuery.h>
 #include <Ilvo/Checksum.h>
+#include "SendQuery.h"
 
 namespace Gmp::Igmp::testing {
 

@@ -33,7 +33,8 @@ function(querier_tests name)
   set_target_properties(${name} PROPERTIES UNITY_BUILD ON)
   target_link_libraries(${name} PRIVATE ${ARG_DEPS} querier_options GTest::gmock GTest::gtest_main)
   # A parameterised test goes by the name of its case, not by the bytes of the parameter.
-  gtest_discover_tests(${name} NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${name}
+    NO_PRETTY_TYPES NO_PRETTY_VALUES DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 
 # Joins modules into one shared library: only their exports are visible. Types register at load

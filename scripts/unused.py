@@ -48,6 +48,10 @@ ALLOWED = (
      "every enumeration has the same functions, for hosts"),
     ("GmpIgmpQuerier/*/QuerierStatus.h", "QuerierStateInstance", "as those of Enumerations.h"),
     ("GmpIgmpQuerier/*/IgmpReport.h", "newGroupRecord", "for hosts that make reports"),
+    ("GmpIgmpQuerierSm/*/QuerierGroupSm.h", "rexmitTimerRemaining",
+     "beside membershipTimerRemaining, for hosts"),
+    ("GmpIgmpQuerierSm/*/QuerierSm.h", "initGroupStatusTimerMin",
+     "the only sign of a rebuild that goes on, for hosts"),
     ("GmpIgmpQuerier/*/ValueStream.h", "", "for hosts: no attribute has such a value today"),
 )
 

@@ -1,4 +1,4 @@
-#include <Text/Duration.h>
+#include "Duration.h"
 
 #include <gtest/gtest.h>
 

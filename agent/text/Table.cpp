@@ -8,8 +8,8 @@
 
 #include <MoxBase/Fatal.h>
 
-#include <Text/Duration.h>
 #include <Text/Json.h>
+#include "Duration.h"
 
 namespace Agent {
 

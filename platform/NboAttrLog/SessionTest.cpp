@@ -52,8 +52,7 @@ struct FaultCase {
   std::string frame;
   const char* fault;
 };
-// The value of the parameter is a part of the name that ctest gives the test.
-void PrintTo(const FaultCase& fault, std::ostream* out) { *out << fault.rule; }
+std::string ruleOf(const testing::TestParamInfo<FaultCase>& info) { return info.param.rule; }
 
 class FirstFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
@@ -80,7 +79,8 @@ INSTANTIATE_TEST_SUITE_P(
                     FaultCase{"moreThanAHello", "01 4d6f784c 0001 0000000000000000 00 0000 00",
                               "a hello that contradicts itself"},
                     FaultCase{"anotherFrameFirst", "0a 00000001", "the first frame is not a hello"},
-                    FaultCase{"unknownFrameFirst", "ff", "the first frame is not a hello"}));
+                    FaultCase{"unknownFrameFirst", "ff", "the first frame is not a hello"}),
+    ruleOf);
 
 class HostileFrameTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
@@ -129,7 +129,8 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"absentMember", "04 00000001 01 00000008 0104 00000009",
                   "attributes of a member that does not exist"},
         FaultCase{"memberOfNoCollection", "04 00000001 03 00000007 00000001 00000001 0104 00000009",
-                  "attributes of a member that does not exist"}));
+                  "attributes of a member that does not exist"}),
+    ruleOf);
 
 class BadWriteTest : public SessionTest, public testing::WithParamInterface<FaultCase> {};
 
@@ -197,7 +198,8 @@ INSTANTIATE_TEST_SUITE_P(
         FaultCase{"beginInAnAbsentMember", "05 00000001 01 00000009 0103 00",
                   "a transaction of a member that does not exist"},
         FaultCase{"shortEnd", "08 00000001 00 0104",
-                  "a transaction marker that is too short or too long"}));
+                  "a transaction marker that is too short or too long"}),
+    ruleOf);
 
 TEST_F(SessionTest, valuesThatAPeerWritesAreNotSentBackToIt) {
   serveRoot(Access::configurable, Rights::configure);
