@@ -48,6 +48,8 @@ ALLOWED = (
      "every enumeration has the same functions, for hosts"),
     ("GmpIgmpQuerier/*/QuerierStatus.h", "QuerierStateInstance", "as those of Enumerations.h"),
     ("GmpIgmpQuerier/*/IgmpReport.h", "newGroupRecord", "for hosts that make reports"),
+    ("GmpIgmpQuerierSm/*/QuerierGroupSm.h", "rexmitTimerRemaining",
+     "completes membershipTimerRemaining, for hosts"),
     ("GmpIgmpQuerier/*/ValueStream.h", "", "for hosts: no attribute has such a value today"),
 )
 
