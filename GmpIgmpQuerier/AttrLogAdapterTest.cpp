@@ -10,20 +10,6 @@
 namespace Gmp::Igmp {
 namespace {
 
-// Each entity type names its adapter, which does without a connection.
-template <class E>
-class AttrLogAdapterTest : public testing::Test {};
-using EntityTypes =
-    testing::Types<QuerierConfig, QuerierStatus, QuerierGroupStatus, QuerierSourceStatus>;
-struct EntityTypeNames {
-  template <class E>
-  static std::string GetName(int) {  // NOLINT(readability-identifier-naming): gtest calls it so
-    const std::string name = E::entityTypeName;
-    return name.substr(name.rfind(':') + 1);
-  }
-};
-TYPED_TEST_SUITE(AttrLogAdapterTest, EntityTypes, EntityTypeNames);
-
 template <class E>
 Ptr<E> made() {
   if constexpr (std::constructible_from<E, IpAddr>) {
@@ -35,16 +21,19 @@ Ptr<E> made() {
   }
 }
 
-TYPED_TEST(AttrLogAdapterTest, announcesAnEntityAndSendsWhatIsDirtyFromAnIdentifierOn) {
-  using Sa = typename TypeParam::MoxNboAttrLogSa;
-  const auto entity = made<TypeParam>();
+// Each entity type names its adapter, which needs no connection: it announces an entity, and sends
+// the dirty attributes from an identifier on.
+template <class E>
+void announcesAndSends() {
+  using Sa = typename E::MoxNboAttrLogSa;
+  const auto entity = made<E>();
   Mox::NboAttrLog::OutStream out;
   auto flow = Sa::FlowOut::everythingOf(entity->type());
   Sa adapter(out, *entity, flow, {.root = 1});
   adapter.doSerializeOrphan("path", false);
   const std::string announced(reinterpret_cast<const char*>(out.pending().data()),
                               out.pending().size());
-  EXPECT_NE(announced.find(TypeParam::entityTypeName), std::string::npos);
+  EXPECT_NE(announced.find(E::entityTypeName), std::string::npos);
   const Mox::AttrId last = entity->type().attrs.back().id;
   ASSERT_TRUE(adapter.handleAttrFlowOut(last));
   EXPECT_FALSE(flow.attrDirty(last));
@@ -52,6 +41,11 @@ TYPED_TEST(AttrLogAdapterTest, announcesAnEntityAndSendsWhatIsDirtyFromAnIdentif
   ASSERT_TRUE(adapter.handleAttrFlowOut());
   EXPECT_FALSE(flow.hasDirtyAttributes());
 }
+
+TEST(AttrLogAdapter, ofAConfigurationAnnouncesAndSends) { announcesAndSends<QuerierConfig>(); }
+TEST(AttrLogAdapter, ofAStatusAnnouncesAndSends) { announcesAndSends<QuerierStatus>(); }
+TEST(AttrLogAdapter, ofAGroupAnnouncesAndSends) { announcesAndSends<QuerierGroupStatus>(); }
+TEST(AttrLogAdapter, ofASourceAnnouncesAndSends) { announcesAndSends<QuerierSourceStatus>(); }
 
 }  // namespace
 }  // namespace Gmp::Igmp

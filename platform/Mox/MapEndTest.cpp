@@ -24,44 +24,45 @@ class MapEnd : public testing::Test {
   }
   bool has(U32 key) { return map_.find(TestKey(key)) != nullptr; }
 
+  // The rules, for either kind.
+  void erasedValueIsDestroyedAtOnce();
+  void endOfTheLastErasedValueMayInsertAgain();
+  void endOfAReplacedValueMayUseTheMap();
+  void valuesThatEndWithTheirMapFindItEmpty();
+
   Map map_;
 };
 
-using Maps = testing::Types<HashMap<TestKey, Ptr<AtEnd>>, OrderedMap<TestKey, Ptr<AtEnd>>>;
-struct MapNames {
-  template <class Map>
-  static std::string GetName(int) {  // NOLINT(readability-identifier-naming): gtest calls it so
-    return std::is_same_v<Map, HashMap<TestKey, Ptr<AtEnd>>> ? "HashMap" : "OrderedMap";
-  }
-};
-TYPED_TEST_SUITE(MapEnd, Maps, MapNames);
-
-TYPED_TEST(MapEnd, erasedValueIsDestroyedAtOnce) {
+template <class Map>
+void MapEnd<Map>::erasedValueIsDestroyedAtOnce() {
   bool ended = false;
-  this->add(1, [&] { ended = true; });
-  this->add(2);
-  this->map_.erase(TestKey(1));
+  add(1, [&] { ended = true; });
+  add(2);
+  map_.erase(TestKey(1));
   EXPECT_TRUE(ended);
 }
 
-TYPED_TEST(MapEnd, endOfTheLastErasedValueMayInsertAgain) {
-  this->add(1, [this] { this->add(2); });
-  EXPECT_TRUE(this->map_.erase(TestKey(1)));
-  EXPECT_EQ(this->map_.size(), 1u);
-  EXPECT_TRUE(this->has(2));
+template <class Map>
+void MapEnd<Map>::endOfTheLastErasedValueMayInsertAgain() {
+  add(1, [this] { add(2); });
+  EXPECT_TRUE(map_.erase(TestKey(1)));
+  EXPECT_EQ(map_.size(), 1u);
+  EXPECT_TRUE(has(2));
 }
 
-TYPED_TEST(MapEnd, endOfAReplacedValueMayUseTheMap) {
-  this->add(1, [this] { this->addMany(); });
-  EXPECT_FALSE(this->map_.insert(TestKey(1), makePtr<AtEnd>([] {})));
-  EXPECT_EQ(this->map_.size(), 101u);
-  EXPECT_TRUE(this->has(1));
+template <class Map>
+void MapEnd<Map>::endOfAReplacedValueMayUseTheMap() {
+  add(1, [this] { addMany(); });
+  EXPECT_FALSE(map_.insert(TestKey(1), makePtr<AtEnd>([] {})));
+  EXPECT_EQ(map_.size(), 101u);
+  EXPECT_TRUE(has(1));
 }
 
-TYPED_TEST(MapEnd, valuesThatEndWithTheirMapFindItEmpty) {
+template <class Map>
+void MapEnd<Map>::valuesThatEndWithTheirMapFindItEmpty() {
   std::string seen;
   {
-    TypeParam map;
+    Map map;
     const auto look = [&] {
       seen += std::to_string(map.size()) + (map.find(TestKey(1)) != nullptr ? "!" : "");
     };
@@ -72,6 +73,29 @@ TYPED_TEST(MapEnd, valuesThatEndWithTheirMapFindItEmpty) {
     map.insert(TestKey(1), makePtr<AtEnd>(look));
   }
   EXPECT_EQ(seen, "000");
+}
+
+using HashMapEnd = MapEnd<HashMap<TestKey, Ptr<AtEnd>>>;
+using OrderedMapEnd = MapEnd<OrderedMap<TestKey, Ptr<AtEnd>>>;
+
+TEST_F(HashMapEnd, erasedValueIsDestroyedAtOnce) { MapEnd::erasedValueIsDestroyedAtOnce(); }
+TEST_F(HashMapEnd, endOfTheLastErasedValueMayInsertAgain) {
+  MapEnd::endOfTheLastErasedValueMayInsertAgain();
+}
+TEST_F(HashMapEnd, endOfAReplacedValueMayUseTheMap) { MapEnd::endOfAReplacedValueMayUseTheMap(); }
+TEST_F(HashMapEnd, valuesThatEndWithTheirMapFindItEmpty) {
+  MapEnd::valuesThatEndWithTheirMapFindItEmpty();
+}
+
+TEST_F(OrderedMapEnd, erasedValueIsDestroyedAtOnce) { MapEnd::erasedValueIsDestroyedAtOnce(); }
+TEST_F(OrderedMapEnd, endOfTheLastErasedValueMayInsertAgain) {
+  MapEnd::endOfTheLastErasedValueMayInsertAgain();
+}
+TEST_F(OrderedMapEnd, endOfAReplacedValueMayUseTheMap) {
+  MapEnd::endOfAReplacedValueMayUseTheMap();
+}
+TEST_F(OrderedMapEnd, valuesThatEndWithTheirMapFindItEmpty) {
+  MapEnd::valuesThatEndWithTheirMapFindItEmpty();
 }
 
 }  // namespace
