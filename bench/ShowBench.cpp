@@ -1,6 +1,6 @@
 // The time of `igmpq show`, from the connection to the agent to the last line, with the agent's
 // part.
-#include <Client/AttrLogCopy.h>
+#include <Client/AttrLogClient.h>
 #include <Report/StateReport.h>
 #include <Server/AttrLogServer.h>
 
@@ -16,7 +16,6 @@
 namespace Bench {
 namespace {
 
-using Agent::AttrLogCopy;
 using Agent::StatePart;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
@@ -39,11 +38,9 @@ class ServedGroups {
 
   // The form in which `igmpq show` writes it.
   std::string shown(StatePart part, Agent::Format format) {
-    bool current = false;
-    AttrLogCopy copy(io_, path_, {.onCurrent = [&] { current = true; }});
-    copy.connect();
-    while (!current) io_.run_one();
-    const auto& held = copy.interfaces().at("eth0");
+    Agent::AttrLogClient client(loop_, path_);
+    client.fetch();
+    const auto& held = client.interfaces().at("eth0");
     const Agent::InterfaceView view{.name = "eth0",
                                     .address = {},
                                     .config = held.config,
@@ -56,11 +53,11 @@ class ServedGroups {
  private:
   const std::string path_ =
       std::filesystem::temp_directory_path() / ("ShowBench." + std::to_string(getpid()));
-  boost::asio::io_context io_;
-  const Mox::Ptr<Obel::TimerWheel> wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
+  Agent::EventLoop loop_;
   const Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
   const Mox::Ptr<QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
-  Agent::AttrLogServer server_{io_, {.path = path_, .stallTimeout = 30.0}, wheel_, [] {}};
+  Agent::AttrLogServer server_{
+      loop_.io(), {.path = path_, .stallTimeout = 30.0}, loop_.wheel(), [] {}};
 };
 
 template <Agent::Format format>

@@ -79,7 +79,7 @@ class World {
     if (chunks_ == mostChunks) return false;
     const std::string_view out = session_.out();
     if (out.empty()) return false;
-    property(out.size() <= Agent::Answer::pieceBytes + longestTrace, "a chunk is bounded");
+    property(out.size() <= Agent::Answer::partBytes + longestTrace, "a chunk is bounded");
     property(!gone_, "nothing follows an error that ends the session");
     property(out.back() == '\n', "answers are whole lines");
     for (size_t begin = 0; begin < out.size();) {

@@ -4,10 +4,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <Client/RequestClient.h>
 #include <Server/QuerierOperations.h>
 
-#include "Client.h"
-#include "RequestClient.h"
+#include "SocketOption.h"
 #include "Verb.h"
 
 namespace Igmpq {
@@ -20,9 +20,9 @@ class CallVerb final : public Verb {
       : CallVerb(app.add_subcommand("call", "Call an operation of a running querier")) {}
 
   int run() override {
-    RequestClient client(socket_);
-    client.ask({{"op", "call"}, {"interface", interface_}, {"operation", operation_}});
-    client.next();
+    Agent::EventLoop loop;
+    Agent::RequestClient client(loop, requestPath(socket_));
+    client.call(interface_, operation_);
     return exitOk;
   }
 
@@ -39,7 +39,7 @@ class CallVerb final : public Verb {
     options->add_option("INTERFACE", interface_, "interface of the running agent")
         ->type_name("")
         ->required();
-    options->add_option("OPERATION", operation_, "what its querier is to do")
+    options->add_option("OPERATION", operation_, "operation of its querier")
         ->type_name("")
         ->required();
     addSocketOption(*options, socket_);

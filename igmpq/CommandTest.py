@@ -1,4 +1,4 @@
-"""What the command says and how it ends before it touches any interface.
+"""Messages and exit status of the command before it touches any interface.
 
     python3 CommandTest.py IGMPQ
 """
@@ -29,7 +29,7 @@ def frame(number, payload=b""):
 
 
 def agent_with_eth0(may_configure):
-    """What an agent says when it is connected to."""
+    """The bytes that an agent sends to a client that connects."""
     config = struct.pack("!I", 1) + text("config/eth0") + bytes((may_configure,))
     config += text("Gmp::Igmp::QuerierConfig") + b"\x05" + text("eth0")
     status = struct.pack("!I", 2) + text("status/eth0") + b"\x00"
@@ -77,7 +77,11 @@ class CommandTest(unittest.TestCase):
         self.expect_bad_use(["walk"], "there is no verb walk; there are: run, show, ")
         self.expect_bad_use(["--walk"], "The following argument was not expected: --walk")
 
-    def test_what_cannot_be_written_is_no_success(self):
+    def test_an_unknown_type_is_bad_use(self):
+        for arguments in (["types", "NoSuchType"], ["types", "NoSuchType", "--json"]):
+            self.expect_bad_use(arguments, "there is no type NoSuchType")
+
+    def test_output_that_cannot_be_written_is_a_failure(self):
         replay = ["replay", "-", "--address", "10.0.0.1", "--seed", "1"]
         capture = struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1)
         for arguments in (["types"], ["types", "QuerierSm", "--json"], replay):
@@ -97,20 +101,20 @@ class CommandTest(unittest.TestCase):
         moment = (1795268601.632198, "2026-11-21T13:43:21.632198Z")
         self.assertEqual([("role", *moment), ("state", *moment), ("summary", *moment)], moments)
 
-    def test_what_only_a_scenario_has_is_not_taken_for_a_capture(self):
+    def test_options_of_a_scenario_are_refused_for_a_capture(self):
         for option in ("--changes", "--traces"):
             self.expect_bad_use(["replay", "x.pcap", "--address", "10.0.0.1", option],
                                 f"{option} requires --scenario")
 
-    def test_a_word_that_is_neither_part_nor_interface_is_told_with_both(self):
-        for words, told in ((["group"], "group; it has: eth0; before the interfaces stands at "
+    def test_a_word_that_is_neither_part_nor_interface_is_named_with_both(self):
+        for words, expected in ((["group"], "group; it has: eth0; before the interfaces stands at "
                                         "most one part: all, interfaces, groups, "),
                             (["groups", "config"], "config; it has: eth0; before"),
                             (["groups", "eth7"], "eth7; it has: eth0\n")):
             with served() as server:
                 self.expect_failure(["show", *words], server,
                                     [agent_with_eth0(may_configure=True)],
-                                    "the agent has no interface " + told, status=2)
+                                    "the agent has no interface " + expected, status=2)
 
     def test_an_unknown_option_is_bad_use(self):
         self.expect_bad_use(["run", "--bogus"], "The following argument was not expected: --bogus")
@@ -126,7 +130,7 @@ class CommandTest(unittest.TestCase):
     def test_loopback_is_bad_use(self):
         self.expect_bad_use(["run", "lo"], "interface lo is a loopback interface")
 
-    def test_settings_that_cannot_be_are_bad_use_before_any_agent_is_looked_for(self):
+    def test_settings_out_of_range_are_bad_use_before_any_connection(self):
         for assignment, text in (
                 ("queryInterval=0", "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)"),
                 ("query-interval=x", "query-interval x: not a number; must be from 1 to 31744"),
@@ -155,8 +159,8 @@ class CommandTest(unittest.TestCase):
                 self.assertIn(f"igmpq: no agent is running: nobody serves {served_at}; start one",
                               done.stderr)
 
-    def test_requests_that_cannot_be_are_bad_use_before_any_agent_is_looked_for(self):
-        for arguments, told in (
+    def test_incomplete_requests_are_bad_use_before_any_connection(self):
+        for arguments, expected in (
                 (["call", "eth0"], "OPERATION is required"),
                 (["call"], "INTERFACE is required"),
                 (["trace", "--level", "10"], "--level 10: must be from -1 to 9"),
@@ -165,9 +169,9 @@ class CommandTest(unittest.TestCase):
                 (["trace", "--handles", "--follow"], "--follow excludes --handles")):
             done = igmpq(*arguments, "--socket", NOWHERE)
             self.assertEqual((2, ""), (done.returncode, done.stdout), arguments)
-            self.assertIn(told, done.stderr)
+            self.assertIn(expected, done.stderr)
 
-    def test_what_the_agent_says_of_a_request_decides_how_the_command_ends(self):
+    def test_the_answer_of_the_agent_decides_the_exit_status(self):
         trace = {"time": 12.5, "level": 3, "handle": "Some", "text": "words"}
         line = json.dumps(trace).encode() + b"\n"
         for arguments, answer, status, output, errors in (
@@ -201,7 +205,7 @@ class CommandTest(unittest.TestCase):
                 self.assertEqual(errors == "", done.stderr == "")
 
     def answered(self, arguments, answer):
-        """The command against an agent that says this to its first request, then goes."""
+        """The command against an agent that answers its first request with this, then goes."""
         with served("agent.request") as server, subprocess.Popen(
                 [COMMAND, *arguments, "--socket", server.getsockname()[:-8] + ".sock"], text=True,
                 stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
@@ -213,53 +217,53 @@ class CommandTest(unittest.TestCase):
             output, errors = process.communicate(timeout=60)
             return subprocess.CompletedProcess(arguments, process.returncode, output, errors)
 
-    def test_what_serves_no_attribute_log_is_not_understood(self):
+    def test_another_protocol_is_not_understood(self):
         with served() as server:
             self.expect_failure(["show"], server, [b"\x00\x01\x63"], "is not understood")
 
-    def test_who_may_not_configure_is_told_before_anything_is_sent(self):
+    def test_a_user_without_rights_gets_an_error_before_anything_is_sent(self):
         with served() as server:
-            said = self.expect_failure(["set", "eth0", "robustness=3"], server,
+            sent = self.expect_failure(["set", "eth0", "robustness=3"], server,
                                        [agent_with_eth0(may_configure=False)],
                                        "not permitted to configure the agent")
-        self.assertEqual([1], said)
+        self.assertEqual([1], sent)
 
-    def test_what_the_agent_refuses_is_told_with_its_reason(self):
+    def test_a_refusal_of_the_agent_is_printed_with_its_reason(self):
         with served() as server:
-            said = self.expect_failure(["set", "eth0", "robustness=3"], server,
+            sent = self.expect_failure(["set", "eth0", "robustness=3"], server,
                                        [agent_with_eth0(may_configure=True),
                                         frame(12, text("robustness 3: not today"))],
                                        "the agent refuses: robustness 3: not today")
-        self.assertEqual([1, 4, 10], said)
+        self.assertEqual([1, 4, 10], sent)
 
-    def test_an_agent_that_goes_in_the_middle_is_missed(self):
+    def test_an_agent_that_goes_in_the_middle_is_an_error(self):
         with served() as server:
             self.expect_failure(["show"], server, [agent_with_eth0(may_configure=True)[:60]],
                                 "the agent has gone")
 
-    def expect_failure(self, arguments, server, answers, told, status=1):
-        """Each answer follows something that the command says; the types of all its frames."""
-        said = b""
+    def expect_failure(self, arguments, server, answers, expected, status=1):
+        """Sends each answer after a frame of the command; returns the types of all its frames."""
+        sent = b""
         with subprocess.Popen([COMMAND, *arguments, "--socket", server.getsockname()], text=True,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
             connection, _ = server.accept()
             with connection:
                 connection.settimeout(60)
                 for answer in answers:
-                    said += connection.recv(65536)
+                    sent += connection.recv(65536)
                     connection.sendall(answer)
                 connection.shutdown(socket.SHUT_WR)
                 self.assertEqual(status, process.wait(60))
                 while rest := connection.recv(65536):
-                    said += rest
+                    sent += rest
             self.assertEqual("", process.stdout.read())
             self.assertIn("igmpq: ", errors := process.stderr.read())
-            self.assertIn(told, errors)
+            self.assertIn(expected, errors)
         types = []
-        while said:
-            length, number = struct.unpack_from("!HB", said)
+        while sent:
+            length, number = struct.unpack_from("!HB", sent)
             types.append(number)
-            said = said[2 + length:]
+            sent = sent[2 + length:]
         return types
 
     def test_a_capture_that_is_not_there_is_bad_use(self):

@@ -3,17 +3,14 @@
 #include <string>
 #include <vector>
 
-#include <fmt/format.h>
+#include <Client/RequestClient.h>
 
-#include "Client.h"
-#include "RequestClient.h"
+#include "SocketOption.h"
 #include "Verb.h"
 
 namespace Igmpq {
 
 namespace {
-
-using Json = RequestClient::Json;
 
 class GetVerb final : public Verb {
  public:
@@ -21,9 +18,10 @@ class GetVerb final : public Verb {
       : GetVerb(app.add_subcommand("get", "Read any attribute of a running agent")) {}
 
   int run() override {
-    RequestClient client(socket_);
+    Agent::EventLoop loop;
+    Agent::RequestClient client(loop, requestPath(socket_));
     if (completing_->count() > 0) {
-      printLines(asked(client, {{"op", "complete"}, {"prefix", prefix_}}, "paths"));
+      printLines(client.completions(prefix_));
     } else if (paths_.empty()) {
       get(client, "");
     } else {
@@ -42,10 +40,10 @@ class GetVerb final : public Verb {
         "  igmpq get status/eth0/group                 the keys of a collection\n"
         "  igmpq get 'status/eth0/group[239.1.1.1]/expiryTime'\n"
         "  igmpq get 'querierSm/eth0/groupSm[239.1.1.1]/source' --json\n"
-        "`igmpq types` lists the types and attributes that there are. Times are seconds on the\n"
+        "`igmpq types` lists the types with their attributes. Times are seconds on the\n"
         "agent's clock.\n"
         "Exit status: 0 ok, 1 failure (no agent, no permission), 2 nothing at that path.\n");
-    options->add_option("PATH", paths_, "what to read; where paths begin if none")
+    options->add_option("PATH", paths_, "paths to read; where paths begin if none")
         ->type_name("")
         ->option_text("[PATH...]")
         ->expected(0, -1);
@@ -55,37 +53,13 @@ class GetVerb final : public Verb {
     addSocketOption(*options, socket_);
   }
 
-  static Json asked(RequestClient& client, const Json& request, const char* wanted) {
-    client.ask(request);
-    Json answer = client.next().value_or(Json::object());
-    if (!answer.contains(wanted)) client.notUnderstood(fmt::format("it lacks \"{}\"", wanted));
-    return answer[wanted];
+  void get(Agent::RequestClient& client, const std::string& path) const {
+    const Agent::RequestClient::PathText content = client.get(path);
+    printLines(json_ ? std::vector{content.json} : content.lines);
   }
 
-  void get(RequestClient& client, const std::string& path) const {
-    const Json content = asked(client, {{"op", "get"}, {"path", path}}, json_ ? "value" : "text");
-    if (json_) {
-      std::printf("%s\n", content.dump().c_str());
-    } else if (content.is_object()) {
-      for (const auto& [name, text] : content.items()) {
-        std::printf("%s = %s\n", name.c_str(), wordsOf(text).c_str());
-      }
-    } else {
-      printLines(content);
-    }
-  }
-
-  // A text, or each of a list on a line of its own.
-  static void printLines(const Json& texts) {
-    if (!texts.is_array()) {
-      std::printf("%s\n", wordsOf(texts).c_str());
-      return;
-    }
-    for (const Json& text : texts) std::printf("%s\n", wordsOf(text).c_str());
-  }
-
-  static std::string wordsOf(const Json& text) {
-    return text.is_string() ? text.get<std::string>() : text.dump();
+  static void printLines(const std::vector<std::string>& lines) {
+    for (const std::string& line : lines) std::printf("%s\n", line.c_str());
   }
 
   std::vector<std::string> paths_;

@@ -6,10 +6,12 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <Client/AttrLogClient.h>
 #include <Client/SettingWrite.h>
+#include <Local/AgentErrors.h>
 #include <Settings/SettingError.h>
 
-#include "Client.h"
+#include "SocketOption.h"
 #include "Verb.h"
 
 namespace Igmpq {
@@ -56,14 +58,14 @@ class SetVerb final : public Verb {
   }
 
   int write(const Agent::SettingWrite& settings) const {
-    Client client(socket_);
+    Agent::EventLoop loop;
+    Agent::AttrLogClient client(loop, socketPath(socket_));
     client.fetch();
     const Agent::AttrLogCopy::Interface& copy = interfaceOf(client.interfaces(), interface_);
     settings.checkAgainst(*copy.config);
     if (!copy.configurable) {
-      throw std::runtime_error(
-          "not permitted to configure the agent: be root, or of the user or the group that it "
-          "runs as; nothing was set");
+      throw std::runtime_error(Agent::notPermittedText("configure the agent") +
+                               "; nothing was set");
     }
     client.writeTogether([&] { settings.write(*copy.config); });
     if (!client.settle(longestWait)) {

@@ -10,10 +10,12 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <Client/AttrLogClient.h>
+#include <Client/BadRequest.h>
 #include <Mox/ActivityClock.h>
 #include <Report/StateReport.h>
 
-#include "Client.h"
+#include "SocketOption.h"
 #include "Verb.h"
 
 namespace Igmpq {
@@ -42,7 +44,8 @@ class ShowVerb final : public Verb {
 
   int run() override {
     const StatePart part = takePart();
-    Client client(socket_);
+    Agent::EventLoop loop;
+    Agent::AttrLogClient client(loop, socketPath(socket_));
     client.fetch();
     printState(stdout, part, views(client.interfaces()), Mox::now(),
                json_ ? Format::json : Format::text);
@@ -82,7 +85,7 @@ class ShowVerb final : public Verb {
   void checkKnown(const Agent::AttrLogCopy::Interfaces& interfaces, const std::string& name) const {
     try {
       interfaceOf(interfaces, name);
-    } catch (const BadUse& error) {
+    } catch (const Agent::BadRequest& error) {
       if (partNamed_ && partOf(name) == parts.end()) throw;
       std::vector<std::string_view> known;
       known.reserve(parts.size());

@@ -1,20 +1,20 @@
-// `igmpq trace`: what the running agent has recorded of its own doings.
+// `igmpq trace`: the traces that the running agent has recorded.
 #include <cstdio>
 #include <optional>
 #include <string>
 
 #include <fmt/format.h>
 
+#include <Client/RequestClient.h>
 #include <Options/Options.h>
 #include <Text/TraceText.h>
 
-#include "Client.h"
-#include "RequestClient.h"
+#include "SocketOption.h"
 #include "Verb.h"
 
 namespace Igmpq {
 
-using Json = RequestClient::Json;
+using Agent::RequestClient;
 
 namespace {
 
@@ -24,16 +24,13 @@ class TraceVerb final : public Verb {
       : TraceVerb(app.add_subcommand("trace", "Show the traces of a running agent")) {}
 
   int run() override {
-    RequestClient client(socket_);
-    if (level_) setLevel(client);
-    try {
-      if (handles_) {
-        printHandles(client);
-      } else {
-        printTraces(client);
-      }
-    } catch (const Json::exception& error) {
-      client.notUnderstood(error.what());
+    Agent::EventLoop loop;
+    RequestClient client(loop, requestPath(socket_));
+    if (level_) client.levelIs(handle_, *level_);
+    if (handles_) {
+      printHandles(client);
+    } else {
+      printTraces(client);
     }
     return exitOk;
   }
@@ -42,8 +39,8 @@ class TraceVerb final : public Verb {
   explicit TraceVerb(CLI::App* options) : Verb(options) {
     options->footer(
         "Examples:\n"
-        "  igmpq trace                        what is recorded, the oldest first\n"
-        "  igmpq trace --follow --json        and what will be, as JSON Lines\n"
+        "  igmpq trace                        the recorded lines, the oldest first\n"
+        "  igmpq trace --follow --json        and all later ones, as JSON Lines\n"
         "  sudo igmpq trace --handle IgmpPacket --level 8 --follow\n"
         "A line is the time in seconds on the agent's clock, the level, the handle and the text. "
         "The newest lines of about a megabyte are kept.\n"
@@ -61,62 +58,33 @@ class TraceVerb final : public Verb {
     addSocketOption(*options, socket_);
   }
 
-  // The request itself, and the handle where one was named.
-  Json request(const char* op) const {
-    Json json;
-    json["op"] = op;
-    if (!handle_.empty()) json["handle"] = handle_;
-    return json;
-  }
-
-  void setLevel(RequestClient& client) const {
-    Json json = request("traceLevel");
-    json["level"] = *level_;
-    client.ask(json);
-    client.next();
-  }
-
   void printHandles(RequestClient& client) const {
-    client.ask(request("traceHandles"));
-    const std::optional<Json> answer = client.next();
-    for (const Json& handle : answer->at("handles")) {
+    for (const RequestClient::Handle& handle : client.handles(handle_)) {
       if (json_) {
-        fmt::print("{}\n", handle.dump());
+        fmt::print("{}\n", handle.json);
       } else {
-        fmt::print("{:<16} {:2}\n", handle.at("name").get<std::string>(),
-                   handle.at("level").get<int>());
+        fmt::print("{:<16} {:2}\n", handle.name, handle.level);
       }
     }
   }
 
+  // Printed lines are shown before the next one is waited for.
   void printTraces(RequestClient& client) const {
-    Json json = request("trace");
-    json["follow"] = follow_;
-    client.ask(json);
-    if (follow_) client.follow();
-    while (const std::optional<Json> line = next(client)) {
-      if (line->contains("end")) break;
+    follow_ ? client.followTraces(handle_) : client.trace(handle_);
+    while (const auto line = client.nextTrace()) {
       print(*line);
+      if (!client.isLineReady()) std::fflush(stdout);
     }
   }
 
-  // What has been printed shows before the next line is waited for.
-  static std::optional<Json> next(RequestClient& client) {
-    if (!client.ready()) std::fflush(stdout);
-    return client.next();
-  }
-
-  void print(const Json& line) const {
+  void print(const RequestClient::TraceLine& line) const {
     if (json_) {
-      fmt::print("{}\n", line.dump());
-    } else if (const auto lost = line.find("lost"); lost != line.end()) {
+      fmt::print("{}\n", line.json);
+    } else if (line.lost) {
       fmt::print(stderr, "igmpq: {} lines are lost: newer ones took their place first\n",
-                 lost->get<Mox::U64>());
+                 *line.lost);
     } else {
-      fmt::print("{}\n",
-                 Agent::traceText(line.at("time").get<double>(), line.at("level").get<int>(),
-                                  line.at("handle").get<std::string>(),
-                                  line.at("text").get<std::string>()));
+      fmt::print("{}\n", Agent::traceText(line.time, line.level, line.handle, line.text));
     }
   }
 

@@ -1,8 +1,8 @@
-// A verb of the command: a subcommand with its options, and what it does.
+// A verb of the command: a subcommand with its options and its work.
 //
 // It is made before the command line is parsed, so that its options are known, and run afterwards
-// if it was named. Bad use is told by a BadUse or by an error of the parser, both before anything
-// was opened.
+// if it was named. Bad use is a BadUse or an error of the parser, both before anything was opened,
+// or an Agent::BadRequest that the running agent has answered with.
 //
 //   std::unique_ptr<Verb> run = runVerb(app);
 //   app.parse(argc, argv);
@@ -18,7 +18,7 @@ namespace Igmpq {
 
 enum ExitStatus { exitOk = 0, exitFailure = 1, exitBadUse = 2 };
 
-// What was asked for cannot be meant: ends with exitBadUse and this text.
+// The command line asks for something impossible: ends with exitBadUse and this text.
 class BadUse final : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -32,7 +32,7 @@ class Verb {
   virtual ~Verb() = default;
 
   bool chosen() const { return options_->parsed(); }
-  // The exit status. An exception that is no BadUse ends with exitFailure and its text.
+  // The exit status. Any other exception ends with exitFailure and its text.
   virtual int run() = 0;
 
  private:

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <Client/BadRequest.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <CLI/Config.hpp>
@@ -47,6 +48,8 @@ int runVerbOf(const std::vector<std::unique_ptr<Verb>>& verbs) {
     }
     throw Igmpq::BadUse("a verb is missing: `igmpq --help` shows them");
   } catch (const Igmpq::BadUse& error) {
+    return fail(error.what(), Igmpq::exitBadUse);
+  } catch (const Agent::BadRequest& error) {
     return fail(error.what(), Igmpq::exitBadUse);
   }
 }

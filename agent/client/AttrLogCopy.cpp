@@ -1,24 +1,17 @@
 #include <Client/AttrLogCopy.h>
 
-#include <cstring>
 #include <set>
 #include <string_view>
 #include <utility>
 
-#include <fmt/format.h>
-
-#include <Local/LocalConnect.h>
+#include <Local/AgentErrors.h>
+#include <Local/LocalConnection.h>
 #include <NboAttrLog/Session.h>
-#include <NboAttrLog/SocketInSm.h>
-#include <NboAttrLog/SocketOutSm.h>
-#include <boost/asio/local/stream_protocol.hpp>
 
 namespace Agent {
 
-using boost::asio::local::stream_protocol;
 using Gmp::Igmp::QuerierConfig;
 using Gmp::Igmp::QuerierStatus;
-using Mox::NboAttrLog::Moved;
 using Mox::NboAttrLog::Rights;
 using Mox::NboAttrLog::Session;
 
@@ -30,29 +23,22 @@ constexpr std::string_view stateFolder = "interface/";
 
 }  // namespace
 
-class AttrLogCopy::Connection final : public std::enable_shared_from_this<Connection>,
-                                      private Mox::NboAttrLog::SessionHost {
+class AttrLogCopy::Connection final : public LocalConnection, private Mox::NboAttrLog::SessionHost {
  public:
-  Connection(AttrLogCopy& owner, stream_protocol::socket socket)
-      : owner_(owner),
-        socket_(std::move(socket)),
-        out_(socket_.native_handle(), session_.stream()),
-        in_(socket_.native_handle(), session_) {}
+  Connection(AttrLogCopy& owner, Descriptor socket)
+      : LocalConnection(owner.io_, std::move(socket)), owner_(owner) {}
 
-  void start() {
-    write();
-    waitReadable();
-  }
-  void close() {
-    open_ = false;
-    boost::system::error_code ignored;
-    socket_.close(ignored);
-  }
   void ask(Mox::U32 token) { session_.ask(token); }
   void writeTogether(const std::function<void()>& write) { session_.writeTogether(write); }
 
  private:
-  void onOutput() override;
+  void handleInput(std::string_view bytes) override;
+  void handleInputEnd() override { end(); }
+  std::string_view output() override;
+  void outputTaken(size_t bytes) override { session_.stream().taken(bytes); }
+  void handleOutputEnd() override {}  // the reason may still be among the bytes to be read
+
+  void onOutput() override { outputDue(); }
   Mox::Ptr<Mox::EntityBase> rootIs(std::string_view path, std::string_view typeName,
                                    const Mox::Value& key) override;
   void rootDel(std::string_view path) override;
@@ -61,71 +47,35 @@ class AttrLogCopy::Connection final : public std::enable_shared_from_this<Connec
     if (owner_.handlers_.onAnswer) owner_.handlers_.onAnswer(token);
   }
 
-  void waitReadable();
-  void waitWritable();
-  void read();
-  void write();
   void end();
 
   AttrLogCopy& owner_;
-  stream_protocol::socket socket_;
   Session session_{*this, {.name = "igmpq", .peerName = "agent"}};
-  Mox::NboAttrLog::StreamSocketOutSm out_;
-  Mox::NboAttrLog::SocketInSm in_;
   std::set<std::string> named_;  // interfaces that the agent has
-  bool open_ = true;
-  bool writeDue_ = false;
 };
 
-// Within a call of the session it is not asked for more; afterwards it is.
-void AttrLogCopy::Connection::onOutput() {
-  if (!open_ || std::exchange(writeDue_, true)) return;
-  waitWritable();
-}
-
-void AttrLogCopy::Connection::waitReadable() {
-  socket_.async_wait(stream_protocol::socket::wait_read, [self = weak_from_this()](auto failed) {
-    const auto connection = self.lock();
-    if (connection && !failed && connection->open_) connection->read();
-  });
-}
-
-void AttrLogCopy::Connection::waitWritable() {
-  socket_.async_wait(stream_protocol::socket::wait_write, [self = weak_from_this()](auto failed) {
-    const auto connection = self.lock();
-    if (connection && !failed && connection->open_) connection->write();
-  });
-}
-
-void AttrLogCopy::Connection::read() {
-  const auto alive = shared_from_this();
-  const Moved moved = in_.handleReadable();
-  if (!open_) return;
+void AttrLogCopy::Connection::handleInput(std::string_view bytes) {
+  const bool goesOn =
+      session_.input({reinterpret_cast<const Mox::U8*>(bytes.data()), bytes.size()});
+  if (!isOpen()) return;
   if (owner_.handlers_.onInput) owner_.handlers_.onInput();
-  if (!open_) return;
-  if (moved != Moved::ended) return waitReadable();
-  out_.handleWritable();  // the agent may want to know why
+  if (goesOn || !isOpen()) return;
+  sendOnce();  // the agent may want to know why
   end();
 }
 
-// Where the agent takes nothing any more, what it said before is still to be read.
-void AttrLogCopy::Connection::write() {
-  writeDue_ = false;
+std::string_view AttrLogCopy::Connection::output() {
   session_.drain();
-  if (out_.handleWritable() == Moved::ended) return;
-  if (session_.stream().pending().empty() && session_.allSent()) return;
-  if (session_.greeted() || !session_.stream().pending().empty()) onOutput();
+  const auto pending = session_.stream().pending();
+  return {reinterpret_cast<const char*>(pending.data()), pending.size()};
 }
 
 void AttrLogCopy::Connection::end() {
   if (!session_.refusal().empty()) return owner_.ended(End::refused, session_.refusal());
   if (!session_.fault().empty()) {
-    return owner_.ended(End::strange,
-                        fmt::format("what serves {} is not understood: {}; have the agent and this "
-                                    "command from the same version of igmpq",
-                                    owner_.path_, session_.fault()));
+    return owner_.ended(End::protocolError, notUnderstoodText(owner_.path_, session_.fault()));
   }
-  owner_.ended(End::lost, "the agent has gone");
+  owner_.ended(End::lost, agentGoneText());
 }
 
 Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::rootIs(std::string_view path,
@@ -171,10 +121,7 @@ AttrLogCopy::~AttrLogCopy() {
 }
 
 void AttrLogCopy::connect() {
-  stream_protocol::socket socket(io_);
-  const std::string why = connectToAgent(socket, path_);
-  if (!why.empty()) throw AttrLogError(why);
-  connection_ = std::make_shared<Connection>(*this, std::move(socket));
+  connection_ = std::make_shared<Connection>(*this, connectToAgent(path_));
   connection_->start();
 }
 

@@ -18,17 +18,16 @@
 #include <NboAttrLog/SocketInSm.h>
 #include <NboAttrLog/SocketOutSm.h>
 #include <Server/AttrLogServer.h>
-#include <boost/asio/local/stream_protocol.hpp>
-#include <boost/asio/write.hpp>
 
 #include <AgentTestSupport/EventRecorder.h>
 #include <AgentTestSupport/TempFolder.h>
 #include <AgentTestSupport/TestAddresses.h>
+#include <AgentTestSupport/TestSocket.h>
+#include <boost/asio/io_context.hpp>
 
 namespace Agent {
 namespace {
 
-using boost::asio::local::stream_protocol;
 using Gmp::Igmp::QuerierConfig;
 using Ilvo::IpAddr;
 using Mox::NboAttrLog::Access;
@@ -74,7 +73,7 @@ class AttrLogCopyTest : public testing::Test {
     served_[name] = {.config = Gmp::Igmp::querierConfigFactory(name),
                      .status = Gmp::Igmp::querierStatusFactory()};
   }
-  // Until nobody has anything to do.
+  // Until nothing is left to do.
   void settle() {
     io_.restart();
     io_.poll();
@@ -97,7 +96,7 @@ class AttrLogCopyTest : public testing::Test {
   std::string why_;
 };
 
-TEST_F(AttrLogCopyTest, holdsWhatIsThereThenWhatChanges) {
+TEST_F(AttrLogCopyTest, holdsTheStateThenItsChanges) {
   interfaceIs("eth0");
   interfaceIs("eth1");
   served_["eth0"].status->groupIs(group)->sourceIs(IpAddr(10, 0, 0, 5));
@@ -115,7 +114,7 @@ TEST_F(AttrLogCopyTest, holdsWhatIsThereThenWhatChanges) {
   EXPECT_EQ(copyOf("eth0").status->group().size(), 0u);
 }
 
-TEST_F(AttrLogCopyTest, writesTheConfigurationAndHearsWhenThatWasActedOn) {
+TEST_F(AttrLogCopyTest, writesTheConfigurationAndIsNotifiedWhenTheAgentHasActed) {
   interfaceIs("eth0");
   serve();
   copy_->connect();
@@ -144,7 +143,7 @@ TEST_F(AttrLogCopyTest, valuesThatAreWrittenTogetherAreJudgedTogether) {
     config.queryIntervalIs(200.0);
   });
   settle();
-  EXPECT_TRUE(copy_->connected()) << why_;
+  EXPECT_TRUE(copy_->isConnected()) << why_;
   EXPECT_EQ(served_["eth0"].config->queryInterval(), 200.0);
   EXPECT_EQ(served_["eth0"].config->queryResponseInterval(), 100.0);
 }
@@ -157,7 +156,7 @@ class TakesStartupInterval final : public QuerierConfig::NotifieeConst {
   double quarter_ = 0.0;
 };
 
-TEST_F(AttrLogCopyTest, aQuarterOfTheQueryIntervalIsOfTheOneThatIsWrittenWithIt) {
+TEST_F(AttrLogCopyTest, quarterOfTheQueryIntervalIsOfTheOneThatIsWrittenWithIt) {
   interfaceIs("eth0");
   served_["eth0"].config->startupQueryIntervalIs(20.0);
   TakesStartupInterval querier(served_["eth0"].config);
@@ -186,7 +185,7 @@ TEST_F(AttrLogCopyTest, oneRefusedValueKeepsTheOthersFromBeingSet) {
   EXPECT_EQ(served_["eth0"].config->robustness(), 2u);
 }
 
-TEST_F(AttrLogCopyTest, hearsWhyItIsRefused) {
+TEST_F(AttrLogCopyTest, getsTheReasonOfARefusal) {
   interfaceIs("eth0");
   serve();
   copy_->connect();
@@ -195,22 +194,16 @@ TEST_F(AttrLogCopyTest, hearsWhyItIsRefused) {
   settle();
   EXPECT_EQ(end_, AttrLogCopy::End::refused);
   EXPECT_EQ(why_, "queryInterval 0: must be from 1 to 31744 (RFC 3376 8.2)");
-  EXPECT_FALSE(copy_->connected());
+  EXPECT_FALSE(copy_->isConnected());
 }
 
-TEST_F(AttrLogCopyTest, saysThatNoAgentRunsAndHowToStartOne) {
-  const auto noAgent = ThrowsMessage<AttrLogError>(
-      AllOf(HasSubstr("no agent is running"), HasSubstr(path_), HasSubstr("sudo igmpq run")));
-  EXPECT_THAT([&] { copy_->connect(); }, noAgent);
-  stream_protocol::acceptor left(io_, stream_protocol::endpoint(path_));
-  left.close();
-  EXPECT_THAT([&] { copy_->connect(); }, noAgent);
-  AttrLogCopy tooLong(io_, "/" + std::string(200, 'x'), {});
-  EXPECT_THAT([&] { tooLong.connect(); },
-              ThrowsMessage<AttrLogError>(HasSubstr("too long for the path of a socket")));
+TEST_F(AttrLogCopyTest, withoutAnAgentThereIsNoConnection) {
+  EXPECT_THAT([&] { copy_->connect(); },
+              ThrowsMessage<ConnectError>(HasSubstr("no agent is running")));
+  EXPECT_FALSE(copy_->isConnected());
 }
 
-TEST_F(AttrLogCopyTest, hearsThatTheAgentHasGoneAndKeepsWhatItHad) {
+TEST_F(AttrLogCopyTest, isNotifiedWhenTheAgentHasGoneAndKeepsItsCopies) {
   interfaceIs("eth0");
   served_["eth0"].status->groupIs(group);
   serve();
@@ -222,8 +215,8 @@ TEST_F(AttrLogCopyTest, hearsThatTheAgentHasGoneAndKeepsWhatItHad) {
   EXPECT_EQ(copyOf("eth0").status->group().size(), 1u);
 }
 
-// The same state after a restart is no news, and what differs is told as just that.
-TEST_F(AttrLogCopyTest, afterAReconnectionOnlyDifferencesAreNews) {
+// The same state after a restart is no event.
+TEST_F(AttrLogCopyTest, afterAReconnectionOnlyDifferencesAreReported) {
   interfaceIs("eth0");
   interfaceIs("eth1");
   served_["eth0"].status->groupIs(group)->sourceIs(IpAddr(10, 0, 0, 5));
@@ -255,7 +248,7 @@ TEST_F(AttrLogCopyTest, afterAReconnectionOnlyDifferencesAreNews) {
                                             "1000 left 239.1.1.2"));
 }
 
-TEST_F(AttrLogCopyTest, holdsWhatTheAgentTellsOfTheInterfaceItself) {
+TEST_F(AttrLogCopyTest, holdsTheStateOfTheInterfaceItself) {
   interfaceIs("eth0");
   serve();
   const auto state = Mox::makePtr<InterfaceState>("eth0");
@@ -276,7 +269,7 @@ TEST_F(AttrLogCopyTest, holdsWhatTheAgentTellsOfTheInterfaceItself) {
   EXPECT_NE(copyOf("eth0").status, nullptr);
 }
 
-// Whoever writes a decoder reads the document, which has one line for each attribute.
+// Decoders are written from the document, which has one line for each attribute.
 TEST(InterfaceStateDocTest, attributesAreDocumented) {
   std::ifstream document(ATTR_LOG_DOCUMENT);
   const std::string text(std::istreambuf_iterator<char>(document), {});
@@ -294,7 +287,7 @@ TEST(InterfaceStateDocTest, attributesAreDocumented) {
   }
 }
 
-TEST_F(AttrLogCopyTest, entryOfNoInterestTakesNoInterfaceAlong) {
+TEST_F(AttrLogCopyTest, entryOfAnotherFolderRemovesNoInterface) {
   interfaceIs("eth0");
   serve();
   server_->directory().entryIs("other/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
@@ -305,7 +298,7 @@ TEST_F(AttrLogCopyTest, entryOfNoInterestTakesNoInterfaceAlong) {
   EXPECT_EQ(copy_->interfaces().size(), 1u);
 }
 
-TEST_F(AttrLogCopyTest, anInterfaceThatTheAgentGivesUpGoes) {
+TEST_F(AttrLogCopyTest, interfaceThatTheAgentGivesUpIsRemoved) {
   interfaceIs("eth0");
   serve();
   copy_->connect();
@@ -316,25 +309,24 @@ TEST_F(AttrLogCopyTest, anInterfaceThatTheAgentGivesUpGoes) {
   EXPECT_THAT(copy_->interfaces(), IsEmpty());
 }
 
-// Another process at the other end, that does what the test says.
-class StrangeServerTest : public AttrLogCopyTest, public Mox::NboAttrLog::SessionHost {
+// The test itself at the other end.
+class OtherServerTest : public AttrLogCopyTest, public Mox::NboAttrLog::SessionHost {
  protected:
   void connect() {
     copy_->connect();
-    io_.restart();
-    io_.poll();
-    peer_ = acceptor_.accept();
+    settle();
+    peer_.emplace(serving_.accepted());
   }
-  void say(const std::string& bytes) {
-    boost::asio::write(peer_, boost::asio::buffer(bytes));
+  void send(const std::string& bytes) {
+    EXPECT_EQ(peer_->send(bytes), bytes.size());
     settle();
   }
-  // Serves as an agent does whose reader may not write.
+  // Serves as an agent does to a reader that may not write.
   void serveReadOnly(Directory& directory) {
     session_.emplace(static_cast<SessionHost&>(*this),
                      Session::Setup{.name = "agent", .peerName = "copy"}, &directory);
-    Mox::NboAttrLog::SocketInSm in(peer_.native_handle(), *session_);
-    Mox::NboAttrLog::StreamSocketOutSm out(peer_.native_handle(), session_->stream());
+    Mox::NboAttrLog::SocketInSm in(peer_->fd(), *session_);
+    Mox::NboAttrLog::StreamSocketOutSm out(peer_->fd(), session_->stream());
     for (int round = 0; round < 5; ++round) {
       while (in.handleReadable() == Moved::all) {
       }
@@ -345,12 +337,12 @@ class StrangeServerTest : public AttrLogCopyTest, public Mox::NboAttrLog::Sessio
   }
   void onOutput() override {}
 
-  stream_protocol::acceptor acceptor_{io_, stream_protocol::endpoint(path_)};
-  stream_protocol::socket peer_{io_};
+  TestSocket serving_ = TestSocket::servingAt(path_);
+  std::optional<TestSocket> peer_;
   std::optional<Session> session_;
 };
 
-TEST_F(StrangeServerTest, whoMayOnlyReadKnowsItBeforeWriting) {
+TEST_F(OtherServerTest, readerThatMayNotWriteKnowsItBeforeWriting) {
   Directory directory;
   directory.entryIs("config/eth0", Gmp::Igmp::querierConfigFactory("eth0"), Access::configurable);
   directory.entryIs("status/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
@@ -361,7 +353,7 @@ TEST_F(StrangeServerTest, whoMayOnlyReadKnowsItBeforeWriting) {
   session_.reset();
 }
 
-TEST_F(StrangeServerTest, entriesOfAnotherKindAreOfNoInterest) {
+TEST_F(OtherServerTest, entriesOfAnotherFolderAreIgnored) {
   Directory directory;
   directory.entryIs("other/eth0", Gmp::Igmp::querierStatusFactory(), Access::readOnly);
   connect();
@@ -371,21 +363,21 @@ TEST_F(StrangeServerTest, entriesOfAnotherKindAreOfNoInterest) {
   session_.reset();
 }
 
-TEST_F(StrangeServerTest, anotherVersionIsNamed) {
+TEST_F(OtherServerTest, versionOfTheAgentIsNamed) {
   connect();
-  say(std::string("\0\x12\x01MoxL\0\x02\0\0\0\0\0\0\0\0\0\0\0", 20));
-  EXPECT_EQ(end_, AttrLogCopy::End::strange);
+  send(std::string("\0\x12\x01MoxL\0\x02\0\0\0\0\0\0\0\0\0\0\0", 20));
+  EXPECT_EQ(end_, AttrLogCopy::End::protocolError);
   EXPECT_THAT(why_, AllOf(HasSubstr(path_), HasSubstr("version 2 of the attribute log, not 1"),
                           HasSubstr("the same version of igmpq")));
 }
 
-TEST_F(StrangeServerTest, whatIsNoAttributeLogIsNotUnderstood) {
+TEST_F(OtherServerTest, otherProtocolIsNotUnderstood) {
   connect();
-  say("HTTP/1.1 400 Bad Request\r\n\r\n");
-  EXPECT_EQ(end_, AttrLogCopy::End::strange);
+  send("HTTP/1.1 400 Bad Request\r\n\r\n");
+  EXPECT_EQ(end_, AttrLogCopy::End::protocolError);
 }
 
-TEST_F(StrangeServerTest, oneThatSaysNothingEndsNothing) {
+TEST_F(OtherServerTest, serverThatSendsNothingHasNoEffect) {
   connect();
   settle();
   EXPECT_EQ(end_, std::nullopt);

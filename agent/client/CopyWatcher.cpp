@@ -16,23 +16,24 @@ using Mox::AttrKind;
 
 namespace {
 
-// What is told of the stored attributes, or of the counters, of one entity.
-class Told {
+// The values that were last reported of the stored attributes, or of the counters, of one entity.
+class ReportedValues {
  public:
-  Told(Mox::Ptr<const Mox::EntityBase> entity, AttrKind kind) : entity_(std::move(entity)) {
+  ReportedValues(Mox::Ptr<const Mox::EntityBase> entity, AttrKind kind)
+      : entity_(std::move(entity)) {
     for (const AttrInfo& attr : entity_->type().attrs) {
       if (attr.kind == kind) values_.emplace_back(&attr, attr.get(*entity_));
     }
   }
 
-  // Calls f(name, value) for each one that is not as it was told.
+  // Calls f(name, value) for each value that differs from the one reported.
   template <class F>
   void forEachChange(F f) {
-    for (auto& [attr, told] : values_) {
+    for (auto& [attr, reported] : values_) {
       Mox::Value value = attr->get(*entity_);
-      if (value == told) continue;
-      told = std::move(value);
-      f(attr->name, told);
+      if (value == reported) continue;
+      reported = std::move(value);
+      f(attr->name, reported);
     }
   }
 
@@ -41,30 +42,30 @@ class Told {
   std::vector<std::pair<const AttrInfo*, Mox::Value>> values_;
 };
 
-// Sets a mark at any change of an entity and of those below it.
-class ChangeMark final : public Mox::TreeNotifiee {
+// Sets a flag at any change of an entity and of those below it.
+class ChangeFlag final : public Mox::TreeNotifiee {
  public:
-  ChangeMark(Mox::Ptr<const Mox::EntityBase> entity, bool& mark)
-      : entity_(std::move(entity)), mark_(mark) {
+  ChangeFlag(Mox::Ptr<const Mox::EntityBase> entity, bool& flag)
+      : entity_(std::move(entity)), flag_(flag) {
     entity_->treeNotifieeAdd(this);
   }
-  ~ChangeMark() override { entity_->treeNotifieeRemove(this); }
+  ~ChangeFlag() override { entity_->treeNotifieeRemove(this); }
 
-  void onAttr(const Mox::EntityBase&, Mox::AttrId) override { mark_ = true; }
-  void onMember(const Mox::EntityBase&, Mox::AttrId, Mox::U32) override { mark_ = true; }
-  void onCollection(const Mox::EntityBase&, Mox::AttrId) override { mark_ = true; }
+  void onAttr(const Mox::EntityBase&, Mox::AttrId) override { flag_ = true; }
+  void onMember(const Mox::EntityBase&, Mox::AttrId, Mox::U32) override { flag_ = true; }
+  void onCollection(const Mox::EntityBase&, Mox::AttrId) override { flag_ = true; }
 
  private:
   const Mox::Ptr<const Mox::EntityBase> entity_;
-  bool& mark_;
+  bool& flag_;
 };
 
-// Tells of an interface whose querier stops or runs again, as its status stays as it was.
+// Reports that the querier of an interface stops or runs again: its status does not say so.
 class RunningWatcher {
  public:
   RunningWatcher(Mox::Ptr<const InterfaceState> state, bool& changed)
       : state_(std::move(state)),
-        mark_(state_, changed),
+        flag_(state_, changed),
         running_(state_->running()),
         address_(state_->address()) {}
 
@@ -80,17 +81,17 @@ class RunningWatcher {
 
  private:
   const Mox::Ptr<const InterfaceState> state_;
-  ChangeMark mark_;
+  ChangeFlag flag_;
   bool running_;
   Ilvo::IpAddr address_;
 };
 
 }  // namespace
 
-// Lets nothing but roles through while what is already there goes by.
-class CopyWatcher::Entrance final : public EventSink {
+// Passes events on; at first the roles only, since the rest is of the time before the watcher.
+class CopyWatcher::RoleFilter final : public EventSink {
  public:
-  explicit Entrance(EventSink& sink) : sink_(sink) {}
+  explicit RoleFilter(EventSink& sink) : sink_(sink) {}
   void rolesOnlyIs(bool rolesOnly) { rolesOnly_ = rolesOnly; }
   void event(const Event& event) override {
     if (!rolesOnly_ || event.kind == Event::role) sink_.event(event);
@@ -101,14 +102,15 @@ class CopyWatcher::Entrance final : public EventSink {
   bool rolesOnly_ = false;
 };
 
-class CopyWatcher::Watch {
+class CopyWatcher::InterfaceWatch {
  public:
-  Watch(std::string interface, const AttrLogCopy::Interface& copy, EventSink& sink, bool& changed)
+  InterfaceWatch(std::string interface, const AttrLogCopy::Interface& copy, EventSink& sink,
+                 bool& changed)
       : interface_(std::move(interface)),
         status_(copy.status),
         sink_(sink),
-        configMark_(copy.config, changed),
-        statusMark_(copy.status, changed),
+        configFlag_(copy.config, changed),
+        statusFlag_(copy.status, changed),
         settings_(copy.config, AttrKind::stored),
         counters_(copy.status, AttrKind::counter),
         watcher_(interface_, copy.status, sink) {
@@ -136,7 +138,7 @@ class CopyWatcher::Watch {
     if (!event.counts.empty()) sink_.event(event);
   }
 
-  void tellGone() { sink_.event(eventOf(Event::interfaceGone)); }
+  void reportGone() { sink_.event(eventOf(Event::interfaceGone)); }
 
  private:
   Event eventOf(Event::Kind kind) const {
@@ -146,27 +148,27 @@ class CopyWatcher::Watch {
   const std::string interface_;
   const Mox::Ptr<const QuerierStatus> status_;
   EventSink& sink_;
-  ChangeMark configMark_;
-  ChangeMark statusMark_;
-  Told settings_;
-  Told counters_;
+  ChangeFlag configFlag_;
+  ChangeFlag statusFlag_;
+  ReportedValues settings_;
+  ReportedValues counters_;
   StatusWatcher watcher_;
   std::optional<RunningWatcher> running_;
 };
 
 CopyWatcher::CopyWatcher(const AttrLogCopy::Interfaces& copies, Options options, EventSink& sink)
-    : copies_(copies), options_(std::move(options)), sink_(std::make_unique<Entrance>(sink)) {}
+    : copies_(copies), options_(std::move(options)), sink_(std::make_unique<RoleFilter>(sink)) {}
 
 CopyWatcher::~CopyWatcher() = default;
 
-bool CopyWatcher::wanted(const std::string& name) const {
+bool CopyWatcher::isWanted(const std::string& name) const {
   return options_.interfaces.empty() || options_.interfaces.contains(name);
 }
 
 bool CopyWatcher::sameInterfaces() const {
   size_t same = 0;
   for (const auto& [name, copy] : copies_) {
-    if (!wanted(name)) continue;
+    if (!isWanted(name)) continue;
     const auto watch = watched_.find(name);
     if (watch == watched_.end() || !watch->second->isOf(copy)) return false;
     ++same;
@@ -176,8 +178,8 @@ bool CopyWatcher::sameInterfaces() const {
 
 void CopyWatcher::flush() {
   changed_ = false;
-  dropThoseGone();
-  addThoseNew();
+  dropOldInterfaces();
+  addNewInterfaces();
   sink_->rolesOnlyIs(!begun_ && !options_.fromTheBeginning);
   for (const auto& [name, watch] : watched_) watch->flush();
   sink_->rolesOnlyIs(false);
@@ -188,22 +190,22 @@ void CopyWatcher::flushCounters() {
   for (const auto& [name, watch] : watched_) watch->flushCounters();
 }
 
-void CopyWatcher::dropThoseGone() {
+void CopyWatcher::dropOldInterfaces() {
   for (auto at = watched_.begin(); at != watched_.end();) {
     const auto copy = copies_.find(at->first);
     if (copy != copies_.end() && at->second->isOf(copy->second)) {
       ++at;
     } else {
-      at->second->tellGone();
+      at->second->reportGone();
       at = watched_.erase(at);
     }
   }
 }
 
-void CopyWatcher::addThoseNew() {
+void CopyWatcher::addNewInterfaces() {
   for (const auto& [name, copy] : copies_) {
-    if (!wanted(name) || watched_.contains(name)) continue;
-    watched_[name] = std::make_unique<Watch>(name, copy, *sink_, changed_);
+    if (!isWanted(name) || watched_.contains(name)) continue;
+    watched_[name] = std::make_unique<InterfaceWatch>(name, copy, *sink_, changed_);
   }
 }
 

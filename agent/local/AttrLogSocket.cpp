@@ -29,7 +29,7 @@ std::string servedAttrLogSocketPath() {
 std::string requestSocketPath(const std::string& attrLogPath) {
   std::filesystem::path path(attrLogPath);
   if (path.filename() == "attrlog.sock") return path.replace_filename("request.sock");
-  if (path.extension() == ".request") return attrLogPath + ".request";  // two sockets, two names
+  if (path.extension() == ".request") return attrLogPath + ".request";  // else both would be one
   return path.replace_extension(".request");
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <optional>
 #include <vector>
 
 #include <fmt/format.h>
@@ -14,17 +15,14 @@ using Mox::NboAttrLog::Rights;
 
 namespace {
 
-ucred credentials(int fd) {
+std::optional<ucred> credentials(int fd) {
   ucred peer{};
   socklen_t length = sizeof(peer);
-  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) {
-    peer.uid = static_cast<uid_t>(-1);
-    peer.gid = static_cast<gid_t>(-1);
-  }
+  if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return std::nullopt;
   return peer;
 }
 
-bool inGroup(int fd, gid_t group) {
+bool hasSupplementaryGroup(int fd, gid_t group) {
   std::vector<gid_t> groups(NGROUPS_MAX);
   auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
   if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) != 0) return false;
@@ -35,15 +33,17 @@ bool inGroup(int fd, gid_t group) {
 }  // namespace
 
 Rights peerRights(int fd) {
-  const ucred peer = credentials(fd);
-  const bool may =
-      peer.uid == 0 || peer.uid == geteuid() || peer.gid == getegid() || inGroup(fd, getegid());
-  return may ? Rights::configure : Rights::read;
+  const std::optional<ucred> peer = credentials(fd);
+  if (!peer) return Rights::read;
+  const bool isRootOrSelf = peer->uid == 0 || peer->uid == geteuid();
+  const bool isOfGroup = peer->gid == getegid() || hasSupplementaryGroup(fd, getegid());
+  return isRootOrSelf || isOfGroup ? Rights::configure : Rights::read;
 }
 
 std::string peerName(int fd) {
-  const ucred peer = credentials(fd);
-  return fmt::format("user {} (process {})", peer.uid, peer.pid);
+  const std::optional<ucred> peer = credentials(fd);
+  if (!peer) return "an unknown process";
+  return fmt::format("user {} (process {})", peer->uid, peer->pid);
 }
 
 }  // namespace Agent

@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <boost/asio/io_context.hpp>
+
 namespace Agent {
 namespace {
 
@@ -32,45 +34,45 @@ class ReadableWatchTest : public testing::Test {
   }
 
   boost::asio::io_context io_;
-  std::string heard_;
+  std::string marks_;
 
  private:
   std::array<int, 2> ends_{};
 };
 
-TEST_F(ReadableWatchTest, callsBackAsOftenAsThereIsSomething) {
-  const ReadableWatch watch(io_, readEnd(), [this] { heard_ += read(); });
+TEST_F(ReadableWatchTest, callsBackWheneverThereIsSomething) {
+  const ReadableWatch watch(io_, readEnd(), [this] { marks_ += read(); });
   poll();
-  EXPECT_EQ(heard_, "");
+  EXPECT_EQ(marks_, "");
   write('a');
   write('b');
   poll();
-  EXPECT_EQ(heard_, "ab");
+  EXPECT_EQ(marks_, "ab");
   write('c');
   poll();
-  EXPECT_EQ(heard_, "abc");
+  EXPECT_EQ(marks_, "abc");
 }
 
-TEST_F(ReadableWatchTest, callsNobodyBackAfterItsEnd) {
-  auto watch = std::make_unique<ReadableWatch>(io_, readEnd(), [this] { heard_ += read(); });
+TEST_F(ReadableWatchTest, doesNotCallBackAfterItsEnd) {
+  auto watch = std::make_unique<ReadableWatch>(io_, readEnd(), [this] { marks_ += read(); });
   poll();
   write('a');
   watch.reset();
   poll();
-  EXPECT_EQ(heard_, "");
-  EXPECT_TRUE(io_.stopped()) << "nobody waits any more";
+  EXPECT_EQ(marks_, "");
+  EXPECT_TRUE(io_.stopped()) << "nothing waits any more";
 }
 
-TEST_F(ReadableWatchTest, mayBeEndedByItsCallback) {
+TEST_F(ReadableWatchTest, canBeEndedByItsCallback) {
   std::unique_ptr<ReadableWatch> watch;
   watch = std::make_unique<ReadableWatch>(io_, readEnd(), [&] {
     watch.reset();
-    heard_ += read();  // what is being called is still there
+    marks_ += read();  // what is being called is still there
   });
   write('a');
   write('b');
   poll();
-  EXPECT_EQ(heard_, "a");
+  EXPECT_EQ(marks_, "a");
 }
 
 TEST_F(ReadableWatchTest, leavesTheDescriptorOpen) {

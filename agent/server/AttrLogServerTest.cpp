@@ -21,6 +21,7 @@
 #include <NboAttrLog/SocketOutSm.h>
 
 #include <AgentTestSupport/TempFolder.h>
+#include <boost/asio/io_context.hpp>
 
 namespace Agent {
 namespace {
@@ -44,18 +45,18 @@ class Reader final : private Mox::NboAttrLog::SessionHost {
   ~Reader() { ::close(fd_); }
 
   bool connected() const { return connected_; }
-  // Sends what waits and takes what came.
+  // Sends the bytes that wait and takes those that are there.
   void step() {
     session_.drain();
     out_.handleWritable();
     while ((moved_ = in_.handleReadable()) == Moved::all) {
     }
   }
-  // One bite of what came.
+  // One part of the bytes that are there.
   void takeOnce() { moved_ = in_.handleReadable(); }
-  // What is written from here until the next step leaves in one frame.
+  // Values that are written from here until the next step are sent in one frame.
   void gather() { session_.ask(1); }
-  void say(const std::string& bytes) { ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+  void send(const std::string& bytes) { ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
   bool ended() const { return moved_ == Moved::ended; }
   bool current() const { return current_; }
   const std::string& refusal() const { return session_.refusal(); }
@@ -105,7 +106,7 @@ class AttrLogServerTest : public testing::Test {
     server_->directory().entryIs("config/eth0", config_, Access::configurable);
     server_->directory().entryIs("status/eth0", status_, Access::readOnly);
   }
-  // Until nobody has anything to do.
+  // Until nothing is left to do.
   void settle(const std::vector<Reader*>& readers) {
     for (int round = 0; round < 20; ++round) {
       for (Reader* reader : readers) reader->step();
@@ -151,7 +152,7 @@ TEST_F(AttrLogServerTest, readerGetsTheWholeStateThenChanges) {
   EXPECT_EQ(reader.status()->v2ReportReceived(), 7u);
 }
 
-TEST_F(AttrLogServerTest, sameUserMayConfigure) {
+TEST_F(AttrLogServerTest, sameUserCanConfigure) {
   Reader writer(path_);
   Reader other(path_);
   settle({&writer, &other});
@@ -175,7 +176,7 @@ TEST_F(AttrLogServerTest, valueThatWouldSpinATimerIsRefusedWithTheRange) {
   EXPECT_THAT(logged_, HasSubstr("from the attribute log: queryInterval 0: must be"));
 }
 
-TEST_F(AttrLogServerTest, valueThatContradictsWhatIsInForceIsRefused) {
+TEST_F(AttrLogServerTest, valueThatContradictsTheOthersInForceIsRefused) {
   Reader writer(path_);
   settle({&writer});
   writer.config()->queryResponseIntervalIs(125.0);
@@ -191,7 +192,7 @@ TEST_F(AttrLogServerTest, valuesOfOneFrameAreJudgedTogether) {
   settle({&writer});
   writer.gather();
   writer.config()->queryResponseIntervalIs(2.0);
-  writer.config()->queryIntervalIs(5.0);  // leaves in front of the other one
+  writer.config()->queryIntervalIs(5.0);  // sent before the other one
   settle({&writer});
   EXPECT_EQ(writer.refusal(), "");
   EXPECT_EQ(config_->queryInterval(), 5.0);
@@ -211,7 +212,7 @@ TEST_F(AttrLogServerTest, valuesOfOneFrameThatContradictEachOtherAreAllRefused) 
   EXPECT_EQ(config_->queryInterval(), 125.0);
 }
 
-TEST_F(AttrLogServerTest, writersThatDoNotHearOfEachOtherCannotContradictEachOther) {
+TEST_F(AttrLogServerTest, writersThatDoNotKnowOfEachOtherCannotContradictEachOther) {
   Reader first(path_);
   Reader second(path_);
   settle({&first, &second});
@@ -222,7 +223,7 @@ TEST_F(AttrLogServerTest, writersThatDoNotHearOfEachOtherCannotContradictEachOth
   EXPECT_LT(config_->queryResponseInterval(), config_->queryInterval());
 }
 
-TEST_F(AttrLogServerTest, peerForWhichThereIsNoDescriptorIsTakenInOnceThereIsOne) {
+TEST_F(AttrLogServerTest, peerWithoutAFreeDescriptorIsAcceptedWhenThereIsOne) {
   Reader reader(path_);
   rlimit before{};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -242,7 +243,7 @@ TEST_F(AttrLogServerTest, peerForWhichThereIsNoDescriptorIsTakenInOnceThereIsOne
 TEST_F(AttrLogServerTest, garbageEndsThatConnectionOnly) {
   Reader good(path_);
   Reader bad(path_);
-  bad.say(std::string("\xff\xff and more", 11));
+  bad.send(std::string("\xff\xff and more", 11));
   settle({&good});
   EXPECT_EQ(server_->peers(), 1u);
   EXPECT_THAT(logged_, HasSubstr("a frame of an impossible length"));
@@ -251,7 +252,7 @@ TEST_F(AttrLogServerTest, garbageEndsThatConnectionOnly) {
   EXPECT_EQ(good.status()->joins(), 1u);
 }
 
-TEST_F(AttrLogServerTest, readerThatGoesIsForgottenSilently) {
+TEST_F(AttrLogServerTest, readerThatGoesIsForgottenWithoutAMessage) {
   {
     Reader reader(path_);
     settle({&reader});
@@ -263,12 +264,12 @@ TEST_F(AttrLogServerTest, readerThatGoesIsForgottenSilently) {
   EXPECT_EQ(server_->monitor()->attrLogSockFd(), -1);
 }
 
-TEST_F(AttrLogServerTest, peerThatSaysNoHelloIsDisconnected) {
+TEST_F(AttrLogServerTest, peerThatSendsNoHelloIsDisconnected) {
   Reader silent(path_);
   settle({});
   advance(12.0);
   EXPECT_EQ(server_->peers(), 0u);
-  EXPECT_THAT(logged_, HasSubstr("it said no hello"));
+  EXPECT_THAT(logged_, HasSubstr("it sent no hello"));
 }
 
 // More than the socket and the buffer before it can hold, to a reader that has stopped reading.
@@ -295,7 +296,7 @@ TEST_F(StalledReaderTest, monitorWatchesTheCongestedSocket) {
   EXPECT_TRUE(clogged);
 }
 
-// The one that flows again says nothing of the one that does not.
+// A socket that flows again says nothing about the one that does not.
 TEST_F(AttrLogServerTest, monitorTurnsToAnotherSocketWhenTheOneItWatchedFlowsAgain) {
   Reader first(path_);
   settle({&first});
@@ -309,7 +310,7 @@ TEST_F(AttrLogServerTest, monitorTurnsToAnotherSocketWhenTheOneItWatchedFlowsAga
   for (int round = 0; round < 200; ++round) settle({});  // neither reads
   const int watched = server_->monitor()->attrLogSockFd();
   Reader& quick = watched == firstFd ? first : second;
-  // Each has taken all that was there when the socket flows again, and time has not moved since.
+  // It has taken everything when the socket flows again, and time has not moved since.
   for (int round = 0; round < 200; ++round) settle({&quick});
   EXPECT_NE(server_->monitor()->attrLogSockFd(), watched);
   EXPECT_GT(server_->monitor()->getAttrLogKernBufferUsage(),
@@ -338,7 +339,24 @@ TEST_F(StalledReaderTest, slowReaderIsKeptForAsLongAsItTakesSomething) {
   EXPECT_EQ(logged_, "");
 }
 
-TEST_F(StalledReaderTest, readerThatGoesOnCatchesUpWithWhatIsThereThen) {
+// At each poll at least as many bytes wait as at the one before, but all of them are new.
+TEST_F(AttrLogServerTest, readerThatTakesEverythingIsKeptHoweverMuchIsAdded) {
+  Reader reader(path_);
+  settle({&reader});
+  Mox::U32 group = 0xe8000000u;
+  int queued = 0;
+  for (Mox::U32 second = 1; second <= 40; ++second) {
+    for (Mox::U32 added = 0; added < 10 * second; ++added) status_->groupIs(Ilvo::IpAddr(group++));
+    advance(1.0);
+    EXPECT_GE(server_->monitor()->getAttrLogKernBufferUsage(), queued);
+    queued = server_->monitor()->getAttrLogKernBufferUsage();
+    settle({&reader});
+  }
+  EXPECT_EQ(server_->peers(), 1u);
+  EXPECT_EQ(logged_, "");
+}
+
+TEST_F(StalledReaderTest, readerThatGoesOnGetsTheStateOfThatTime) {
   for (Mox::U32 group = 0; group < 10000; ++group) {
     status_->groupDel(Ilvo::IpAddr(0xe8000000u + group));
   }
@@ -347,7 +365,7 @@ TEST_F(StalledReaderTest, readerThatGoesOnCatchesUpWithWhatIsThereThen) {
   EXPECT_EQ(quick_.status()->group().size(), 10000u);
 }
 
-TEST_F(AttrLogServerTest, secondAgentIsToldToChooseAnotherPath) {
+TEST_F(AttrLogServerTest, secondAgentGetsTheAdviceToChooseAnotherPath) {
   EXPECT_THAT([&] { serve(); },
               testing::ThrowsMessage<std::runtime_error>(
                   "cannot serve the attribute log at " + path_ +
@@ -368,7 +386,7 @@ TEST_F(AttrLogServerTest, socketLeftBehindByAKilledAgentIsReplaced) {
   EXPECT_TRUE(reader.current());
 }
 
-TEST_F(AttrLogServerTest, socketGoesWithTheAgent) {
+TEST_F(AttrLogServerTest, socketIsRemovedWithTheAgent) {
   server_.reset();
   EXPECT_FALSE(std::filesystem::exists(path_));
 }

@@ -1,4 +1,4 @@
-#include <Server/AttrPath.h>
+#include "AttrPath.h"
 
 #include <algorithm>
 #include <optional>
@@ -33,7 +33,7 @@ Step stepOf(std::string_view text) {
   return {text.substr(0, open), text.substr(open + 1, text.size() - open - 2)};
 }
 
-// Takes what stands before the next slash.
+// Removes the step before the next slash and returns it.
 std::string_view takeStep(std::string_view& rest) {
   const size_t slash = rest.find('/');
   const std::string_view step = rest.substr(0, slash);
@@ -57,7 +57,7 @@ Json jsonOf(const Mox::Value& value) {
   return nullptr;
 }
 
-// What is named by a text to people is so to programs: addresses and enumerators.
+// A value with a name of its own, such as an address or an enumerator, is that text in JSON, too.
 Json valueJson(const AttrInfo& attr, const Object& object) {
   return attr.named ? Json(attr.text(object)) : jsonOf(attr.get(object));
 }
@@ -163,7 +163,7 @@ PathContent contentAt(const Object& object, const Step& step) {
   return {valueJson(*attr, object), attr->text(object)};
 }
 
-// The root that the path begins with, which is taken off it.
+// The root that the path begins with; its name is removed from the path.
 const Object* takeRoot(const ObjectRoots& roots, std::string_view& path) {
   for (const auto& [name, object] : roots) {
     if (path == name || (path.starts_with(name) && path[name.size()] == '/')) {
@@ -174,7 +174,7 @@ const Object* takeRoot(const ObjectRoots& roots, std::string_view& path) {
   return nullptr;
 }
 
-// All that one step from here can be.
+// Every step that can follow here.
 void addSteps(std::vector<std::string>& all, const Object& object, const std::string& before,
               std::string_view begun) {
   const auto add = [&](const std::string& step) {
@@ -184,7 +184,7 @@ void addSteps(std::vector<std::string>& all, const Object& object, const std::st
   for (const AttrInfo* attr : object.type().record()) {
     if (attr->call != nullptr) continue;
     if (!add(attr->name)) return;
-    // There may be a million keys: they are looked at only where one of them can be meant.
+    // There may be a million keys: they are read only where one of them can fit.
     const std::string open = attr->name + std::string("[");
     if (attr->kind != Mox::AttrKind::collection) continue;
     if (!begun.starts_with(open) && !open.starts_with(begun)) continue;

@@ -1,5 +1,4 @@
-// Reading by path: every kind of thing a path may lead to, and what is said where it leads nowhere.
-#include <Server/AttrPath.h>
+#include "AttrPath.h"
 
 #include <string>
 
@@ -65,7 +64,7 @@ TEST_F(AttrPathTest, enumeratorsAndAddressesReadAsTheirTexts) {
   EXPECT_EQ(text("status/eth0/state"), "\"querierStateInitial\"");
 }
 
-TEST_F(AttrPathTest, aTimeThatNeverComesIsNullForPrograms) {
+TEST_F(AttrPathTest, timeThatIsNeverReachedIsNullForPrograms) {
   EXPECT_EQ(value("status/eth0/group[224.0.1.5]/expiryTime"), "null");
   EXPECT_EQ(text("status/eth0/group[224.0.1.5]/expiryTime"), "\"inf\"");
 }
@@ -79,7 +78,7 @@ TEST_F(AttrPathTest, collectionReadsAsItsKeysInOrder) {
   EXPECT_EQ(value("status/eth0/group"), R"(["224.0.1.5","239.1.1.1"])");
 }
 
-TEST_F(AttrPathTest, aVeryLargeCollectionEndsWithWhatIsLeftOut) {
+TEST_F(AttrPathTest, veryLargeCollectionEndsWithTheNumberOfOtherKeys) {
   for (Mox::U32 n = 0; n < mostKeys; ++n) status_->groupIs(IpAddr(0xe8000000u + n));
   const PathContent content = read("status/eth0/group");
   EXPECT_EQ(content.value.size(), mostKeys + 1);
@@ -116,7 +115,7 @@ TEST_F(AttrPathTest, emptyPathReadsAsTheRoots) {
   EXPECT_EQ(value(""), R"(["config/eth0","status/eth0","attrLogSm"])");
 }
 
-TEST_F(AttrPathTest, wherePathsLeadNowhereItIsSaidWhatThereIs) {
+TEST_F(AttrPathTest, errorOfAPathThatLeadsNowhereListsWhatThereIs) {
   EXPECT_EQ(error("config/eth1"),
             "nothing is at \"config/eth1\": paths begin with one of config/eth0, status/eth0, "
             "attrLogSm");
@@ -152,14 +151,14 @@ TEST_F(AttrPathTest, completesAttributesAndKeys) {
               ElementsAre("status/eth0/group[239.1.1.1]/source[10.0.0.9]"));
 }
 
-TEST_F(AttrPathTest, completesAnObjectWithItselfAndWhatIsBelow) {
+TEST_F(AttrPathTest, completesAnObjectWithItselfAndItsAttributes) {
   const std::vector<std::string> all = completions(roots_, "config/eth0");
   EXPECT_THAT(all, Contains("config/eth0"));
   EXPECT_THAT(all, Contains("config/eth0/robustness"));
   EXPECT_THAT(completions(roots_, "attrLogSm/"), Not(Contains("attrLogSm/isAttrLogClogged")));
 }
 
-TEST_F(AttrPathTest, completesNothingBelowWhatIsNotThere) {
+TEST_F(AttrPathTest, completesNothingBelowAMissingMember) {
   EXPECT_THAT(completions(roots_, "status/eth0/group[239.9.9.9]/so"), IsEmpty());
   EXPECT_THAT(completions(roots_, "config/eth0/robustness/"), IsEmpty());
 }

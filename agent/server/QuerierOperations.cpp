@@ -6,7 +6,7 @@ namespace Agent {
 
 namespace {
 
-// Packets go in by an operation, too, but not from a command line.
+// Packets are received by an operation, too, but it takes an argument.
 bool isForOperators(const Mox::AttrInfo& attr) {
   return attr.call != nullptr && attr.parameter == nullptr;
 }

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <Local/AgentErrors.h>
+
 namespace Agent {
 
 const Json* Request::find(const char* key) const {
@@ -59,11 +61,7 @@ void Request::allow(std::initializer_list<const char*> keys) const {
 
 void Request::needConfigure(std::string_view what) const {
   if (rights_ == Rights::configure) return;
-  throw RequestError(
-      RequestError::failure,
-      fmt::format(
-          "not permitted to {}: be root, or of the user or the group that the agent runs as",
-          what));
+  throw RequestError(RequestError::failure, notPermittedText(std::string(what)));
 }
 
 }  // namespace Agent

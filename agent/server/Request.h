@@ -1,4 +1,4 @@
-// One request of a client: a JSON object that names an operation and says more by other keys.
+// One request of a client: a JSON object that names an operation, and its arguments by other keys.
 //
 //   {"op":"call","interface":"eth0","operation":"clearCounters"}
 #pragma once
@@ -17,8 +17,8 @@
 
 namespace Agent {
 
-// Why a request is not answered, and what to do. Bad use is what cannot be meant, as opposed to
-// what cannot be done now or by this client.
+// Why a request is not answered, and what to do. Bad use is a mistake in the request itself; a
+// failure is a request that cannot be answered now or for this client.
 class RequestError final : public std::runtime_error {
  public:
   enum Kind { failure, badUse };
@@ -30,7 +30,7 @@ class RequestError final : public std::runtime_error {
   Kind kind_;
 };
 
-// What is missing or of the wrong type is a RequestError that says so.
+// A value that is missing or of the wrong type is a RequestError.
 class Request {
  public:
   using Rights = Mox::NboAttrLog::Rights;
@@ -43,9 +43,9 @@ class Request {
   bool flag(const char* key) const;  // false when it is not there
   int number(const char* key, int least, int most) const;
 
-  // An error for any key but these and "op": a misspelt one would be passed over in silence.
+  // An error for any key but these and "op": a misspelt one would be ignored in silence.
   void allow(std::initializer_list<const char*> keys) const;
-  // An error for a client that may only read; `what` is what it may not.
+  // An error for a client that may only read; `what` completes "not permitted to ...".
   void needConfigure(std::string_view what) const;
 
  private:

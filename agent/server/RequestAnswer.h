@@ -1,4 +1,4 @@
-// What a request is answered with: lines that are made as the client takes them.
+// The answer to a request: lines that are made as the client takes them.
 #pragma once
 
 #include <memory>
@@ -12,19 +12,19 @@ namespace Agent {
 class Answer {
  public:
   enum class Progress {
-    more,     // ask again when what is there has been taken
-    waiting,  // there is more to come, but not now
+    more,     // to be called again when these lines have been taken
+    waiting,  // there will be more, but not now
     done,
   };
-  // About as much as one call appends.
-  static constexpr size_t pieceBytes = 16384;
+  // About the bytes that one call appends.
+  static constexpr size_t partBytes = 16384;
 
   Answer() = default;
   Answer(const Answer&) = delete;
   Answer& operator=(const Answer&) = delete;
   virtual ~Answer() = default;
 
-  // Appends whole lines: as many as begin within a piece, and none that is waited for.
+  // Appends whole lines that are there: as many as begin within a part.
   virtual Progress append(std::string& out) = 0;
 };
 

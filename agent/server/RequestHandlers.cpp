@@ -8,7 +8,10 @@
 
 #include <fmt/format.h>
 
+#include <Local/AgentErrors.h>
 #include <Server/QuerierOperations.h>
+
+#include "AttrPath.h"
 
 namespace Agent {
 
@@ -24,9 +27,7 @@ Mox::Ptr<QuerierSm> querierOf(const RequestServices& services, const std::string
   if (found == queriers.end()) {
     std::vector<std::string> names;
     for (const auto& [known, querier] : queriers) names.push_back(known);
-    throw RequestError(
-        RequestError::badUse,
-        fmt::format("the agent has no interface {}; it has: {}", name, listed(names)));
+    throw RequestError(RequestError::badUse, noInterfaceText(name, listed(names)));
   }
   if (!found->second) {
     throw RequestError(RequestError::failure,

@@ -1,4 +1,4 @@
-// Who answers which request. A handler is one function in a table by operation.
+// The handlers of requests: one function each, in a table by operation.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace Agent {
 
-// Does what the request asks for. Throws RequestError.
+// Does what is requested. Throws RequestError.
 std::unique_ptr<Answer> answerTo(const RequestServices& services, const Request& request);
 
 // The handlers of traces, see TraceRequests.cpp.

@@ -6,13 +6,13 @@
 #include <vector>
 
 #include <gmock/gmock.h>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
+#include <AgentTestSupport/OtherIdentity.h>
 #include <AgentTestSupport/TempFolder.h>
+#include <AgentTestSupport/TestSocket.h>
+#include <boost/asio/io_context.hpp>
 #include "RequestTestSupport.h"
 
 namespace Agent {
@@ -29,54 +29,33 @@ constexpr const char* followTests = R"({"op":"trace","handle":"RequestTest","fol
 // A client on a real socket, in the same process.
 class TestClient {
  public:
-  explicit TestClient(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-  }
-  ~TestClient() { ::close(fd_); }
-  TestClient(const TestClient&) = delete;
-  TestClient& operator=(const TestClient&) = delete;
+  explicit TestClient(const std::string& path) : socket_(TestSocket::connectedTo(path)) {}
 
-  bool connected() const { return connected_; }
-  bool ended() const { return ended_; }
+  bool ended() const { return socket_.isEnded(); }
   // How much the other side takes without being asked.
-  size_t say(const std::string& bytes) {
-    const ssize_t sent = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    return sent < 0 ? 0 : static_cast<size_t>(sent);
-  }
-  void ask(const std::string& request) { ASSERT_EQ(say(request + "\n"), request.size() + 1); }
-  void sayNothingMore() { ::shutdown(fd_, SHUT_WR); }
-  void take() {
-    char bytes[4096];
-    ssize_t got = 0;
-    while ((got = ::recv(fd_, bytes, sizeof(bytes), MSG_DONTWAIT)) > 0) {
-      heard_.append(bytes, static_cast<size_t>(got));
-    }
-    ended_ = ended_ || got == 0 || (errno != EAGAIN && errno != EINTR);
-  }
+  size_t send(const std::string& bytes) { return socket_.send(bytes); }
+  void ask(const std::string& request) { ASSERT_EQ(send(request + "\n"), request.size() + 1); }
+  void endOutput() { socket_.endOutput(); }
+  void take() { received_ += socket_.received(); }
   // The lines since the last call.
-  std::vector<std::string> heard() { return linesOf(std::exchange(heard_, {})); }
+  std::vector<std::string> received() { return linesOf(std::exchange(received_, {})); }
 
  private:
-  const int fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  bool connected_ = false;
-  bool ended_ = false;
-  std::string heard_;
+  TestSocket socket_;
+  std::string received_;
 };
 
 class RequestServerTest : public testing::Test {
  protected:
-  // What the agent's loop does, until it has nothing to do.
+  // The agent's loop, until it has nothing to do.
   void run() {
     io_.restart();
     while (io_.poll_one() != 0) {
       server_->followUp();
-      ASSERT_LT(++rounds_, 100000) << "the loop never rests";
+      ASSERT_LT(++rounds_, 100000) << "the loop is never idle";
     }
   }
-  // Until neither side has anything to say.
+  // Until neither side has anything to send.
   void settle(const std::vector<TestClient*>& clients) {
     for (int round = 0; round < 200; ++round) {
       run();
@@ -86,7 +65,7 @@ class RequestServerTest : public testing::Test {
   std::vector<std::string> answerTo(TestClient& client, const std::string& request) {
     client.ask(request);
     settle({&client});
-    return client.heard();
+    return client.received();
   }
 
   const TempFolder folder_;
@@ -104,11 +83,11 @@ TEST_F(RequestServerTest, answersOneRequestAfterTheOther) {
   EXPECT_THAT(answerTo(client, R"({"op":"traceHandles"})"), ElementsAre(HasSubstr("\"handles\"")));
   client.ask(std::string(clearCounters) + "\n" + clearCounters + "\n" + clearCounters);
   settle({&client});
-  EXPECT_THAT(client.heard(), ElementsAre(ok, ok, ok));
+  EXPECT_THAT(client.received(), ElementsAre(ok, ok, ok));
   EXPECT_FALSE(client.ended());
 }
 
-TEST_F(RequestServerTest, wholeRingIsTold) {
+TEST_F(RequestServerTest, wholeRingIsSent) {
   fillRing();
   const Mox::U64 there = Mox::brevlog().recorded() - Mox::brevlog().overwritten();
   TestClient client(path_);
@@ -117,7 +96,7 @@ TEST_F(RequestServerTest, wholeRingIsTold) {
   while (lines.empty() || lines.back() != "{\"end\":true}") {
     settle({&client});
     ASSERT_FALSE(client.ended());
-    const auto more = client.heard();
+    const auto more = client.received();
     ASSERT_FALSE(more.empty());
     lines.insert(lines.end(), more.begin(), more.end());
   }
@@ -129,17 +108,17 @@ TEST_F(RequestServerTest, garbageEndsThatConnectionOnly) {
   TestClient bad(path_);
   good.ask(followTests);
   settle({&good, &bad});
-  bad.say(std::string("\xff\xff and more\n", 12) + clearCounters + "\n");
+  bad.send(std::string("\xff\xff and more\n", 12) + clearCounters + "\n");
   settle({&good, &bad});
   EXPECT_TRUE(bad.ended());
-  EXPECT_THAT(bad.heard(), ElementsAre(HasSubstr("a request is one JSON object a line")));
+  EXPECT_THAT(bad.received(), ElementsAre(HasSubstr("a request is one JSON object a line")));
   EXPECT_EQ(agent_.turns(), 0);
   EXPECT_EQ(server_->clients(), 1u);
-  good.heard();
+  good.received();
   trace<3>(testTrace(), "still there");
   server_->followUp();
   settle({&good});
-  EXPECT_THAT(good.heard(), ElementsAre(HasSubstr("still there")));
+  EXPECT_THAT(good.received(), ElementsAre(HasSubstr("still there")));
 }
 
 TEST_F(RequestServerTest, endlessLineIsNotReadToItsEnd) {
@@ -147,10 +126,10 @@ TEST_F(RequestServerTest, endlessLineIsNotReadToItsEnd) {
   const std::string much(size_t{1} << 20, 'x');
   size_t taken = 0;
   while (!client.ended()) {
-    taken += client.say(much);
+    taken += client.send(much);
     settle({&client});
   }
-  EXPECT_THAT(client.heard(), ElementsAre(HasSubstr("a line of more than 65536 bytes")));
+  EXPECT_THAT(client.received(), ElementsAre(HasSubstr("a line of more than 65536 bytes")));
   EXPECT_LT(taken, much.size());
   EXPECT_EQ(server_->clients(), 0u);
 }
@@ -161,18 +140,18 @@ TEST_F(RequestServerTest, clientThatTakesNothingIsNotReadOnAndOthersAreAnswered)
   for (int line = 0; line < 20000; ++line) requests += "{\"op\":\"traceHandles\"}\n";
   size_t taken = 0;
   for (size_t more = 1; more != 0;) {
-    more = greedy.say(requests);
+    more = greedy.send(requests);
     taken += more;
     run();
   }
-  // Its answers fill its own socket, then its requests do; the rest is its to keep.
+  // Its answers fill its own socket, then its requests do; the rest stays with the client.
   EXPECT_LT(taken, size_t{4} << 20);
   TestClient other(path_);
   EXPECT_THAT(answerTo(other, clearCounters), ElementsAre(ok));
   EXPECT_EQ(server_->clients(), 2u);
 }
 
-TEST_F(RequestServerTest, slowFollowerMissesLinesAndIsToldHowMany) {
+TEST_F(RequestServerTest, slowFollowerMissesLinesAndGetsTheirNumber) {
   TestClient slow(path_);
   slow.ask(R"({"op":"trace","follow":true})");
   const Mox::U64 first = Mox::brevlog().overwritten();
@@ -181,30 +160,30 @@ TEST_F(RequestServerTest, slowFollowerMissesLinesAndIsToldHowMany) {
     fillRing();
     server_->followUp();
   }
-  Mox::U64 told = 0;
+  Mox::U64 sent = 0;
   Mox::U64 lost = 0;
   for (size_t more = 1; more != 0;) {
     settle({&slow});
-    const auto lines = slow.heard();
+    const auto lines = slow.received();
     more = lines.size();
     for (const std::string& line : lines) {
       constexpr std::string_view start = "{\"lost\":";
       if (line.starts_with(start)) {
         lost += std::stoull(line.substr(start.size()));
       } else {
-        ++told;
+        ++sent;
       }
     }
   }
   EXPECT_GT(lost, Mox::brevlog().recorded() - Mox::brevlog().overwritten());
-  EXPECT_EQ(told + lost, Mox::brevlog().recorded() - first);
+  EXPECT_EQ(sent + lost, Mox::brevlog().recorded() - first);
   trace<3>(testTrace(), "the newest");
   server_->followUp();
   settle({&slow});
-  EXPECT_THAT(slow.heard(), ElementsAre(HasSubstr("the newest")));
+  EXPECT_THAT(slow.received(), ElementsAre(HasSubstr("the newest")));
 }
 
-TEST_F(RequestServerTest, whoGoesWhileFollowingIsForgotten) {
+TEST_F(RequestServerTest, clientThatGoesWhileFollowingIsForgotten) {
   {
     TestClient client(path_);
     client.ask(followTests);
@@ -215,17 +194,17 @@ TEST_F(RequestServerTest, whoGoesWhileFollowingIsForgotten) {
   EXPECT_EQ(server_->clients(), 0u);
 }
 
-TEST_F(RequestServerTest, whoSaysNothingMoreStillHasItsAnswer) {
+TEST_F(RequestServerTest, clientThatEndsItsOutputStillGetsItsAnswer) {
   TestClient client(path_);
   client.ask(clearCounters);
-  client.sayNothingMore();
+  client.endOutput();
   settle({&client});
-  EXPECT_THAT(client.heard(), ElementsAre(ok));
+  EXPECT_THAT(client.received(), ElementsAre(ok));
   EXPECT_TRUE(client.ended());
   EXPECT_EQ(server_->clients(), 0u);
 }
 
-TEST_F(RequestServerTest, clientBeyondTheMostIsToldSo) {
+TEST_F(RequestServerTest, clientBeyondTheMostGetsAnError) {
   std::vector<std::unique_ptr<TestClient>> clients;
   for (size_t n = 0; n < RequestServer::mostClients; ++n) {
     clients.push_back(std::make_unique<TestClient>(path_));
@@ -234,7 +213,8 @@ TEST_F(RequestServerTest, clientBeyondTheMostIsToldSo) {
   TestClient late(path_);
   settle({&late});
   EXPECT_TRUE(late.ended());
-  EXPECT_THAT(late.heard(), ElementsAre(HasSubstr("the agent answers no more clients at a time")));
+  EXPECT_THAT(late.received(),
+              ElementsAre(HasSubstr("the agent answers no more clients at a time")));
   EXPECT_EQ(server_->clients(), RequestServer::mostClients);
   clients.pop_back();
   run();
@@ -242,14 +222,14 @@ TEST_F(RequestServerTest, clientBeyondTheMostIsToldSo) {
   EXPECT_THAT(answerTo(next, clearCounters), ElementsAre(ok));
 }
 
-// Neither who says nothing, nor who asks and takes nothing, keeps others out for ever.
+// Neither a silent client nor one that takes no answers keeps others out for ever.
 TEST_F(RequestServerTest, clientThatIdlesMakesRoomForTheNext) {
   Mox::virtualTimeIs(1000.0);
   TestClient follower(path_);
   follower.ask(followTests);
   settle({&follower});
   TestClient stalled(path_);
-  while (stalled.say(std::string(clearCounters) + "\n") != 0) run();
+  while (stalled.send(std::string(clearCounters) + "\n") != 0) run();
   std::vector<std::unique_ptr<TestClient>> silent;
   while (server_->clients() < RequestServer::mostClients) {
     Mox::virtualTimeIs(Mox::now() + 0.5);
@@ -268,7 +248,7 @@ TEST_F(RequestServerTest, clientThatIdlesMakesRoomForTheNext) {
     EXPECT_THAT(answerTo(next, clearCounters), ElementsAre(ok));
     settle({gone});
     EXPECT_TRUE(gone->ended());
-    next.sayNothingMore();
+    next.endOutput();
     silent.push_back(std::make_unique<TestClient>(path_));
     settle({&next});
   }
@@ -289,48 +269,23 @@ TEST_F(RequestServerTest, agentThatGoesEndsItsClients) {
   EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
-// Somebody else, to whom the socket was opened on purpose: as whom a process connects counts.
-class Nobody {
- public:
-  Nobody() {
-    const int count = ::getgroups(0, nullptr);
-    groups_.resize(static_cast<size_t>(count));
-    became_ = ::getgroups(count, groups_.data()) == count && ::setgroups(0, nullptr) == 0 &&
-              ::setegid(65534) == 0 && ::seteuid(65534) == 0;
-  }
-  ~Nobody() {
-    const bool back =
-        ::seteuid(0) == 0 && ::setegid(0) == 0 && ::setgroups(groups_.size(), groups_.data()) == 0;
-    EXPECT_TRUE(back);
-  }
-  Nobody(const Nobody&) = delete;
-  Nobody& operator=(const Nobody&) = delete;
-  bool became() const { return became_; }
-
- private:
-  std::vector<gid_t> groups_;
-  bool became_ = false;
-};
-
-TEST_F(RequestServerTest, strangerMayReadAndNothingElse) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+TEST_F(RequestServerTest, otherUserCanReadAndNothingElse) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can take on another identity";
   for (const std::string& path : {folder_.path(), folder_.path() + "/run", path_}) {
     std::filesystem::permissions(path, std::filesystem::perms::all);
   }
-  std::optional<TestClient> stranger;
+  std::optional<TestClient> other;
   {
-    const Nobody nobody;
-    ASSERT_TRUE(nobody.became());
-    stranger.emplace(path_);
+    const OtherIdentity identity;
+    ASSERT_TRUE(identity.isTaken());
+    other.emplace(path_);
   }
-  ASSERT_TRUE(stranger->connected());
-  EXPECT_THAT(answerTo(*stranger, clearCounters),
+  EXPECT_THAT(answerTo(*other, clearCounters),
               ElementsAre(HasSubstr("not permitted to call operations")));
-  EXPECT_THAT(answerTo(*stranger, R"({"op":"traceLevel","level":9})"),
+  EXPECT_THAT(answerTo(*other, R"({"op":"traceLevel","level":9})"),
               ElementsAre(HasSubstr("not permitted to set trace levels")));
   EXPECT_EQ(agent_.turns(), 0);
-  EXPECT_THAT(answerTo(*stranger, R"({"op":"traceHandles"})"),
-              ElementsAre(HasSubstr("\"handles\"")));
+  EXPECT_THAT(answerTo(*other, R"({"op":"traceHandles"})"), ElementsAre(HasSubstr("\"handles\"")));
 }
 
 }  // namespace

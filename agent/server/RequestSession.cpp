@@ -42,7 +42,7 @@ bool RequestSession::ended() const {
   return failed_ || (inEnded_ && answer_ == nullptr && in_.find('\n') == std::string::npos);
 }
 
-// One piece of one answer, so that nobody's requests keep the host from its own work.
+// One part of one answer, so that no client keeps the host from its own work.
 void RequestSession::advance() {
   while (out_.empty() && !failed_) {
     if (answer_ == nullptr) {
@@ -52,7 +52,7 @@ void RequestSession::advance() {
       if (answer_ == nullptr) return;
     }
     const Answer::Progress progress = answer_->append(out_);
-    // Who says nothing more has gone, as far as can be known: nothing is waited for.
+    // A client that sends nothing more may have gone: no answer waits for later traces.
     const bool waits = progress == Answer::Progress::waiting;
     if (progress == Answer::Progress::done || (waits && inEnded_)) answer_.reset();
     if (waits && !inEnded_) return;

@@ -1,8 +1,8 @@
-// One client's requests and their answers: bytes in, bytes out, whatever moves them.
+// One client's requests and their answers, without the socket: bytes in, bytes out.
 //
 // Requests are answered one after the other, the next one when the last answer has been taken.
-// What is kept is bounded: a longest line of the client's, a piece of the answer. What is no
-// request ends the session with an error, once that is taken.
+// The memory is bounded: the longest line of the client and one part of an answer. A line that is
+// no request ends the session with an error, once that is taken.
 //
 //   RequestSession session(services, Rights::read);
 //   session.in(bytes);  // at most session.room()
@@ -28,20 +28,20 @@ class RequestSession {
   RequestSession(const RequestServices& services, Request::Rights rights)
       : services_(services), rights_(rights) {}
 
-  // How many bytes it takes in now. None while lines wait that fill it.
+  // How many bytes it takes now; none while waiting lines fill it.
   size_t room() const;
   void in(std::string_view bytes);
-  // The client says nothing more. What it has asked for is still answered, but it is not followed
-  // up.
+  // The client sends nothing more. Its requests are still answered, but traces are not followed any
+  // longer.
   void inEnd() { inEnded_ = true; }
 
-  // What is to be sent, made when asked for and kept until it is taken. Empty when there is nothing
-  // now.
+  // The bytes to be sent, made when asked for and kept until they are taken. Empty when there are
+  // none now.
   std::string_view out();
   void taken(size_t bytes) { out_.erase(0, bytes); }
-  // An answer is under way: there may be more of it whenever something has happened.
+  // An answer is under way: there may be more of it at any time.
   bool answering() const { return answer_ != nullptr; }
-  // Nothing will follow what is to be sent.
+  // Everything has been answered and taken, and nothing will follow.
   bool ended() const;
 
  private:

@@ -24,24 +24,38 @@ using Lines = std::vector<std::string>;
 using Rights = Request::Rights;
 
 constexpr const char* end = "{\"end\":true}";
+constexpr size_t mostParts = 10'000;  // more than the ring fills, and than requests fit into a line
+
+auto lostLines(const Lines& lines) {
+  return std::ranges::count_if(lines, [](auto& line) { return line.starts_with("{\"lost"); });
+}
+
+Mox::U64 lostIn(const std::string& line) {
+  return std::stoull(line.substr(std::string("{\"lost\":").size()));
+}
 
 class RequestSessionTest : public testing::Test {
  protected:
-  void say(const std::string& text) { session_->in(text); }
-  // All that it has to say now.
-  Lines heard() {
+  void send(const std::string& text) { session_->in(text); }
+  // All lines that it has now.
+  Lines received() {
     std::string all;
+    size_t parts = 0;
     for (std::string_view out = session_->out(); !out.empty(); out = session_->out()) {
       all += out;
       session_->taken(out.size());
+      if (++parts == mostParts) {
+        ADD_FAILURE() << "an answer without end";
+        break;
+      }
     }
     return linesOf(all);
   }
   Lines answerTo(const std::string& request) {
-    say(request + "\n");
-    return heard();
+    send(request + "\n");
+    return received();
   }
-  void mayOnlyRead() { session_.emplace(services_, Rights::read); }
+  void rightsAreToRead() { session_.emplace(services_, Rights::read); }
 
   RequestAgent agent_;
   const RequestServices services_ = agent_.services();
@@ -56,14 +70,14 @@ TEST_F(RequestSessionTest, callsAnOperationOfAnInterfacesQuerier) {
   EXPECT_EQ(agent_.turns(), 2);
 }
 
-TEST_F(RequestSessionTest, whatIsNotThereIsNamedWithWhatIs) {
+TEST_F(RequestSessionTest, unknownNamesAreAnsweredWithTheKnownOnes) {
   EXPECT_THAT(
       answerTo(R"({"op":"call","interface":"eth7","operation":"clearCounters"})"),
       ElementsAre(R"({"error":"the agent has no interface eth7; it has: eth0","badUse":true})"));
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"explode"})"),
               ElementsAre(R"({"error":"a querier has no operation explode; it has: )"
                           R"(handleInitialized, becomeQuerier, clearCounters","badUse":true})"));
-  // What needs an argument is not for operators.
+  // Operators cannot call an operation that needs an argument.
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"doRxPkt"})"),
               ElementsAre(HasSubstr("a querier has no operation doRxPkt")));
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"mtu"})"),
@@ -99,8 +113,8 @@ TEST_F(RequestSessionTest, completesAPath) {
   EXPECT_THAT(answerTo(R"({"op":"complete","prefix":"x"})"), ElementsAre(R"({"paths":[]})"));
 }
 
-TEST_F(RequestSessionTest, whoMayOnlyReadNeitherCallsNorSetsLevels) {
-  mayOnlyRead();
+TEST_F(RequestSessionTest, clientThatMayOnlyReadNeitherCallsNorSetsLevels) {
+  rightsAreToRead();
   const int level = TraceHandle::named("IgmpPacket").ringLevel();
   agent_.status()->v2ReportReceivedInc(7);
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"clearCounters"})"),
@@ -127,7 +141,7 @@ TEST_F(RequestSessionTest, levelIsThatOfOneHandleOrOfAll) {
   for (const TraceHandle* handle : TraceHandle::all()) EXPECT_EQ(handle->ringLevel(), -1);
 }
 
-TEST_F(RequestSessionTest, valuesThatCannotBeAreRefusedAndNothingIsDone) {
+TEST_F(RequestSessionTest, valuesThatAreNotPermittedAreRefusedWithoutEffect) {
   const Lines level(1,
                     R"({"error":"\"level\" must be a whole number from -1 to 9","badUse":true})");
   for (const char* number : {"-2", "10", "3.5", "\"3\"", "null", "1e300", "4294967299",
@@ -151,17 +165,17 @@ TEST_F(RequestSessionTest, valuesThatCannotBeAreRefusedAndNothingIsDone) {
   EXPECT_FALSE(session_->ended());
 }
 
-TEST_F(RequestSessionTest, linesAreCutWhereTheyEndHoweverTheyArrive) {
+TEST_F(RequestSessionTest, linesAreCutAtTheirEndsHoweverTheyArrive) {
   const std::string requests = R"({"op":"traceLevel","handle":"IgmpPacket","level":4})"
                                "\r\n"
                                R"({"op":"traceLevel","handle":"IgmpPacket","level":5})"
                                "\n";
-  for (const char byte : requests) say(std::string(1, byte));
-  EXPECT_THAT(heard(), ElementsAre(ok, ok));
+  for (const char byte : requests) send(std::string(1, byte));
+  EXPECT_THAT(received(), ElementsAre(ok, ok));
   EXPECT_EQ(TraceHandle::named("IgmpPacket").ringLevel(), 5);
 }
 
-TEST_F(RequestSessionTest, whatIsNoObjectEndsItAndNothingBehindIsDone) {
+TEST_F(RequestSessionTest, lineThatIsNoObjectEndsItAndLaterLinesHaveNoEffect) {
   const std::string level = R"({"op":"traceLevel","handle":"IgmpPacket","level":7})";
   for (const std::string& bad :
        {std::string(), std::string("hello"), std::string("[1]"), std::string("\"op\""),
@@ -169,7 +183,7 @@ TEST_F(RequestSessionTest, whatIsNoObjectEndsItAndNothingBehindIsDone) {
         std::string("{}{}"), std::string("{\"op\":\"tr\xc0\"}"), std::string("\0{}", 3),
         std::string(60000, '[')}) {
     session_.emplace(services_, Rights::configure);
-    say(bad + "\n");
+    send(bad + "\n");
     EXPECT_THAT(
         answerTo(level),
         ElementsAre(StartsWith(R"({"error":"a request is one JSON object a line, such as)")))
@@ -186,33 +200,33 @@ TEST_F(RequestSessionTest, longestLineIsReadAndALongerOneEndsIt) {
   request += std::string(RequestSession::longestLine - 1 - request.size(), ' ') + "}";
   EXPECT_THAT(answerTo(request), ElementsAre(ok));
   EXPECT_EQ(session_->room(), RequestSession::longestLine + 1);
-  say(std::string(RequestSession::longestLine, ' '));
+  send(std::string(RequestSession::longestLine, ' '));
   EXPECT_FALSE(session_->ended());
   EXPECT_EQ(session_->room(), 1u);
-  say(" ");
-  EXPECT_THAT(heard(), ElementsAre(HasSubstr("a line of more than 65536 bytes is no request")));
+  send(" ");
+  EXPECT_THAT(received(), ElementsAre(HasSubstr("a line of more than 65536 bytes is no request")));
   EXPECT_TRUE(session_->ended());
 }
 
-TEST_F(RequestSessionTest, linesThatWaitAreBoundedAndDoneOneByOne) {
+TEST_F(RequestSessionTest, waitingLinesAreBoundedAndAnsweredOneByOne) {
   const std::string call = R"({"op":"call","interface":"eth0","operation":"clearCounters"})"
                            "\n";
   size_t calls = 0;
-  for (; session_->room() >= call.size(); ++calls) say(call);
+  for (; session_->room() >= call.size(); ++calls) send(call);
   EXPECT_EQ(agent_.turns(), 0);
   session_->out();
   EXPECT_EQ(agent_.turns(), 2);
   session_->out();
   EXPECT_EQ(agent_.turns(), 2) << "the first answer has not been taken yet";
-  EXPECT_THAT(heard(), SizeIs(calls));
+  EXPECT_THAT(received(), SizeIs(calls));
   EXPECT_EQ(agent_.turns(), static_cast<int>(2 * calls));
 }
 
-TEST_F(RequestSessionTest, whoSaysNothingMoreIsAnsweredAndThenItEnds) {
-  say("{\"op\":\"traceLevel\",\"level\":2}\n{\"op\":\"traceLevel\",\"level\":3}\n{\"op\"");
+TEST_F(RequestSessionTest, clientThatEndsItsOutputIsAnsweredAndThenItEnds) {
+  send("{\"op\":\"traceLevel\",\"level\":2}\n{\"op\":\"traceLevel\",\"level\":3}\n{\"op\"");
   session_->inEnd();
   EXPECT_FALSE(session_->ended());
-  EXPECT_THAT(heard(), ElementsAre(ok, ok));
+  EXPECT_THAT(received(), ElementsAre(ok, ok));
   EXPECT_TRUE(session_->ended());
 }
 
@@ -225,7 +239,7 @@ class TraceRequestTest : public RequestSessionTest {
   }
 };
 
-TEST_F(TraceRequestTest, tellsTheRingFromItsOldestRecordOn) {
+TEST_F(TraceRequestTest, sendsTheRingFromItsOldestRecordOn) {
   Mox::virtualTimeIs(1000.0000004);
   trace<3>(testTrace(), "event ", 1, ' ', 2.5);
   Mox::virtualTimeIs(1001.25);
@@ -241,7 +255,7 @@ TEST_F(TraceRequestTest, tellsTheRingFromItsOldestRecordOn) {
                   end));
 }
 
-TEST_F(TraceRequestTest, handleLeavesTheOthersOut) {
+TEST_F(TraceRequestTest, otherHandlesAreLeftOut) {
   trace<3>(TraceHandle::named("IgmpPacket"), "of another");
   trace<3>(testTrace(), "of ours");
   const Lines lines = traced();
@@ -250,86 +264,124 @@ TEST_F(TraceRequestTest, handleLeavesTheOthersOut) {
   EXPECT_THAT(answerTo(R"({"op":"trace"})"), testing::Contains(HasSubstr("of another")));
 }
 
-TEST_F(TraceRequestTest, whatIsRecordedAfterTheRequestIsNotPartOfIt) {
-  say("{\"op\":\"trace\"}\n");
+TEST_F(TraceRequestTest, recordsAfterTheRequestAreNotPartOfTheAnswer) {
+  send("{\"op\":\"trace\"}\n");
   session_->out();
   trace<3>(testTrace(), "too late");
-  const Lines lines = heard();
+  const Lines lines = received();
   EXPECT_EQ(lines.back(), end);
   EXPECT_THAT(lines, Not(testing::Contains(HasSubstr("too late"))));
 }
 
-TEST_F(TraceRequestTest, whoFollowsHearsOfEachRecordOnce) {
+TEST_F(TraceRequestTest, followerGetsEachRecordOnce) {
   EXPECT_THAT(traced(R"(,"follow":true)"), testing::Contains(HasSubstr("fills the ring")));
   EXPECT_TRUE(session_->answering());
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), IsEmpty());
   trace<3>(testTrace(), "one");
   trace<3>(TraceHandle::named("IgmpPacket"), "of another");
   trace<3>(testTrace(), "two");
-  EXPECT_THAT(heard(), ElementsAre(HasSubstr("\"one\""), HasSubstr("\"two\"")));
-  EXPECT_THAT(heard(), IsEmpty());
+  EXPECT_THAT(received(), ElementsAre(HasSubstr("\"one\""), HasSubstr("\"two\"")));
+  EXPECT_THAT(received(), IsEmpty());
   EXPECT_FALSE(session_->ended());
 }
 
-TEST_F(TraceRequestTest, followingTracesNothingItself) {
+TEST_F(TraceRequestTest, followingRecordsNothingItself) {
   answerTo(R"({"op":"traceLevel","level":9})");
   answerTo(R"({"op":"trace","follow":true})");
   const Mox::U64 recorded = Mox::brevlog().recorded();
-  for (int round = 0; round < 10; ++round) EXPECT_THAT(heard(), IsEmpty());
+  for (int round = 0; round < 10; ++round) EXPECT_THAT(received(), IsEmpty());
   EXPECT_EQ(Mox::brevlog().recorded(), recorded);
 }
 
-TEST_F(TraceRequestTest, slowReaderCostsOnePieceAndIsToldWhatItMissed) {
-  say("{\"op\":\"trace\",\"follow\":true}\n");
-  const std::string piece(session_->out());
-  const size_t told = linesOf(piece).size();
-  EXPECT_LT(piece.size(), Answer::pieceBytes + 1024);
-  // What the ring holds goes round several times, and nothing is made of it.
+TEST_F(TraceRequestTest, slowReaderCostsOnePartAndGetsTheNumberOfLostLines) {
+  send("{\"op\":\"trace\",\"follow\":true}\n");
+  const std::string part(session_->out());
+  const size_t sent = linesOf(part).size();
+  EXPECT_LT(part.size(), Answer::partBytes + 1024);
+  // The ring is overwritten several times, and no line is made of that.
   const Mox::U64 first = Mox::brevlog().overwritten();
   for (int round = 0; round < 3; ++round) fillRing();
-  EXPECT_EQ(session_->out(), piece);
-  session_->taken(piece.size());
-  const Lines rest = heard();
-  const Mox::U64 lost = Mox::brevlog().overwritten() - first - told;
+  EXPECT_EQ(session_->out(), part);
+  session_->taken(part.size());
+  const Lines rest = received();
+  const Mox::U64 lost = Mox::brevlog().overwritten() - first - sent;
   EXPECT_EQ(rest.front(), "{\"lost\":" + std::to_string(lost) + "}");
   EXPECT_EQ(rest.size() - 1, Mox::brevlog().recorded() - Mox::brevlog().overwritten());
-  EXPECT_EQ(std::ranges::count_if(rest, [](auto& line) { return line.starts_with("{\"lost"); }), 1);
+  EXPECT_EQ(lostLines(rest), 1);
 }
 
-TEST_F(TraceRequestTest, dumpThatIsOverrunEndsWithWhatWasThereWhenItWasAskedFor) {
-  say("{\"op\":\"trace\"}\n");
+TEST_F(TraceRequestTest, lostLinesAreReportedOnceThoughTheRestTakesSeveralParts) {
+  send("{\"op\":\"trace\"}\n");
+  const Mox::U64 first = Mox::brevlog().overwritten();
+  const Mox::U64 there = Mox::brevlog().recorded() - first;
+  const std::string part(session_->out());
+  session_->taken(part.size());
+  const Mox::U64 sent = linesOf(part).size();
+  ASSERT_GT(there, 6 * sent) << "the rest is of few parts";
+  for (Mox::U64 line = 0; line < 2 * sent; ++line) trace<3>(testTrace(), "overwrites a record");
+  const Mox::U64 lost = Mox::brevlog().overwritten() - first - sent;
+  const Lines rest = received();
+  EXPECT_EQ(rest.front(), "{\"lost\":" + std::to_string(lost) + "}");
+  EXPECT_EQ(lostLines(rest), 1);
+  EXPECT_EQ(rest.size() - 2, there - sent - lost);
+}
+
+TEST_F(TraceRequestTest, lossesOfADumpAddUpToTheRecordsThatWereNotSent) {
+  send("{\"op\":\"trace\"}\n");
   const Mox::U64 there = Mox::brevlog().recorded() - Mox::brevlog().overwritten();
-  const std::string piece(session_->out());
-  const Mox::U64 told = linesOf(piece).size();
-  session_->taken(piece.size());
+  Mox::U64 sent = 0;
+  Mox::U64 lost = 0;
+  for (int overrun = 0; overrun < 2; ++overrun) {
+    const std::string part(session_->out());
+    session_->taken(part.size());
+    const Lines lines = linesOf(part);
+    sent += lines.size();
+    if (lostLines(lines) != 0) {
+      --sent;
+      lost += lostIn(lines.front());
+    }
+    for (Mox::U64 line = 0; line < 2 * sent; ++line) trace<3>(testTrace(), "overwrites a record");
+  }
   for (int round = 0; round < 3; ++round) fillRing();
-  EXPECT_THAT(heard(), ElementsAre("{\"lost\":" + std::to_string(there - told) + "}", end));
+  EXPECT_GT(lost, 0u);
+  EXPECT_THAT(received(),
+              ElementsAre("{\"lost\":" + std::to_string(there - sent - lost) + "}", end));
 }
 
-TEST_F(TraceRequestTest, whoSaysNothingMoreIsToldAllThatIsThere) {
+TEST_F(TraceRequestTest, dumpThatIsOverrunEndsAtTheRequestsNewestRecord) {
+  send("{\"op\":\"trace\"}\n");
   const Mox::U64 there = Mox::brevlog().recorded() - Mox::brevlog().overwritten();
-  say("{\"op\":\"trace\"}\n");
+  const std::string part(session_->out());
+  const Mox::U64 sent = linesOf(part).size();
+  session_->taken(part.size());
+  for (int round = 0; round < 3; ++round) fillRing();
+  EXPECT_THAT(received(), ElementsAre("{\"lost\":" + std::to_string(there - sent) + "}", end));
+}
+
+TEST_F(TraceRequestTest, clientThatEndsItsOutputGetsTheWholeRing) {
+  const Mox::U64 there = Mox::brevlog().recorded() - Mox::brevlog().overwritten();
+  send("{\"op\":\"trace\"}\n");
   session_->inEnd();
-  EXPECT_THAT(heard(), SizeIs(there + 1));
+  EXPECT_THAT(received(), SizeIs(there + 1));
   EXPECT_TRUE(session_->ended());
 }
 
-TEST_F(TraceRequestTest, whoSaysNothingMoreIsNotFollowedUpAndItsOtherRequestsAreAnswered) {
-  say("{\"op\":\"trace\",\"follow\":true}\n{\"op\":\"traceLevel\",\"level\":2}\n");
-  heard();
+TEST_F(TraceRequestTest, clientThatEndsItsOutputFollowsNoLongerAndIsAnswered) {
+  send("{\"op\":\"trace\",\"follow\":true}\n{\"op\":\"traceLevel\",\"level\":2}\n");
+  received();
   EXPECT_TRUE(session_->answering());
   session_->inEnd();
-  EXPECT_THAT(heard(), ElementsAre(ok));
+  EXPECT_THAT(received(), ElementsAre(ok));
   EXPECT_TRUE(session_->ended());
 }
 
-TEST_F(TraceRequestTest, whoFollowsAndThenSaysTooMuchIsEnded) {
+TEST_F(TraceRequestTest, followerWhoseNextLineIsTooLongIsEnded) {
   traced(R"(,"follow":true)");
-  trace<3>(testTrace(), "heard before");
+  trace<3>(testTrace(), "recorded before");
   session_->out();
-  say(std::string(session_->room(), 'x'));
-  EXPECT_THAT(heard(), ElementsAre(HasSubstr("heard before"),
-                                   HasSubstr("a line of more than 65536 bytes is no request")));
+  send(std::string(session_->room(), 'x'));
+  EXPECT_THAT(received(), ElementsAre(HasSubstr("recorded before"),
+                                      HasSubstr("a line of more than 65536 bytes is no request")));
   EXPECT_TRUE(session_->ended());
 }
 

@@ -22,7 +22,7 @@ inline Mox::TraceHandle& testTrace() {
   return handle;
 }
 
-// The answer to a request that has nothing to tell.
+// The answer to a request that has no result.
 inline constexpr const char* ok = "{}";
 
 class RequestAgent {

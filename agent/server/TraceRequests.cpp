@@ -1,4 +1,4 @@
-// What clients ask of the traces: the ring, the handles and their levels.
+// Requests about traces: the ring, the handles and their levels.
 #include <algorithm>
 #include <limits>
 #include <string>
@@ -39,43 +39,43 @@ TraceHandle& handleNamed(const std::string& name) {
                                                        name, listed(names)));
 }
 
-// Those that a request names: one, or all.
+// The handles that a request names: one, or all.
 std::vector<TraceHandle*> handlesOf(const Request& request) {
   const auto name = request.optionalText("handle");
   return name ? std::vector{&handleNamed(*name)} : knownHandles();
 }
 
-// The ring from its oldest record on, up to what was there when it was asked for, or without end.
+// The ring from its oldest record on, up to the newest one at the time of the request, or without
+// end.
 // The records stay in the ring until the client has room for them.
 class TraceAnswer final : public Answer {
  public:
-  // Of all handles where there is none.
+  // Of all handles if `only` is null.
   TraceAnswer(const TraceHandle* only, bool follow)
       : only_(only), end_(follow ? noEnd : Mox::brevlog().recorded()) {}
 
   Progress append(std::string& out) override {
-    while (out.size() < pieceBytes) {
-      tellLost(out);
+    while (out.size() < partBytes) {
+      addLost(out);
       if (reader_.position() >= end_) {
         out += jsonLine(Json{{"end", true}}) + '\n';
         return Progress::done;
       }
-      if (!reader_.next([&](const Ring::Line& line) { tell(out, line); })) return Progress::waiting;
+      if (!reader_.next([&](const Ring::Line& line) { add(out, line); })) return Progress::waiting;
     }
     return Progress::more;
   }
 
  private:
-  void tellLost(std::string& out) {
-    const Mox::U64 lost = std::min(reader_.takeLost(), end_ - told_);
+  void addLost(std::string& out) {
+    const Mox::U64 lost = std::min(reader_.takeLost(), end_ - answered_);
     if (lost != 0) out += jsonLine(Json{{"lost", lost}}) + '\n';
-    told_ = reader_.position();
+    answered_ = reader_.position();
   }
 
-  // A line's facility is the name of its handle, which has one place for as long as the process
-  // lives.
-  void tell(std::string& out, const Ring::Line& line) {
-    ++told_;
+  // A line's facility is the name of its handle, at one address for as long as the process lives.
+  void add(std::string& out, const Ring::Line& line) {
+    ++answered_;
     if (only_ != nullptr && line.facility != only_->name()) return;
     Json json;
     json["time"] = secondsJson(line.time);
@@ -88,7 +88,7 @@ class TraceAnswer final : public Answer {
   const TraceHandle* const only_;
   Ring::Reader reader_{Mox::brevlog()};
   const Mox::U64 end_;
-  Mox::U64 told_ = reader_.position();  // or told to be lost
+  Mox::U64 answered_ = reader_.position();  // or reported as lost
 };
 
 }  // namespace

@@ -1,9 +1,9 @@
-// Turns the changes of the copies of an agent's state into events: what the agent's own events tell
-// of its state and its interfaces, changes of the configuration, and on request of the counters.
+// Reports changes in the copies of an agent's state as events: those that the agent itself reports
+// of its state and its interfaces, changes of the configuration, and counters on request.
 //
-// What is there when the first flush comes is where the telling begins: of it only the roles are
-// told, or all of it as if it had just come. Flush when the copies are as the agent's state was at
-// one moment: once they are current, and at each answer. Copies and sink must outlive the watcher.
+// Of the state at the first flush only the roles are reported, or all of it as if it were new.
+// Flush when the copies have the agent's state of one moment: once they are complete, and at each
+// answer. Copies and sink must outlive the watcher.
 //
 //   CopyWatcher watcher(copy.interfaces(), {}, *sink);
 //   onCurrent: watcher.flush();
@@ -25,7 +25,7 @@ class CopyWatcher {
  public:
   struct Options {
     std::set<std::string> interfaces = {};  // all of them if none
-    bool fromTheBeginning = false;          // tell what is there, too
+    bool fromTheBeginning = false;          // report the state at the first flush, too
   };
 
   CopyWatcher(const AttrLogCopy::Interfaces& copies, Options options, EventSink& sink);
@@ -33,25 +33,25 @@ class CopyWatcher {
   CopyWatcher(const CopyWatcher&) = delete;
   CopyWatcher& operator=(const CopyWatcher&) = delete;
 
-  // Something of what is watched has changed since the last flush.
+  // A watched interface has changed since the last flush.
   bool changed() const { return changed_ || !sameInterfaces(); }
   void flush();
-  // Tells the counters that changed since the last call.
+  // Reports the counters that changed since the last call.
   void flushCounters();
 
  private:
-  class Watch;
-  class Entrance;
+  class InterfaceWatch;
+  class RoleFilter;
 
-  bool wanted(const std::string& name) const;
+  bool isWanted(const std::string& name) const;
   bool sameInterfaces() const;
-  void dropThoseGone();
-  void addThoseNew();
+  void dropOldInterfaces();
+  void addNewInterfaces();
 
   const AttrLogCopy::Interfaces& copies_;
   const Options options_;
-  std::unique_ptr<Entrance> sink_;
-  std::map<std::string, std::unique_ptr<Watch>> watched_;
+  std::unique_ptr<RoleFilter> sink_;
+  std::map<std::string, std::unique_ptr<InterfaceWatch>> watched_;
   bool begun_ = false;
   bool changed_ = false;
 };

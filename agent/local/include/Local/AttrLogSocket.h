@@ -1,4 +1,5 @@
-// Where an agent serves its attribute log and takes requests, and others find it.
+// The paths at which an agent serves its attribute log and answers requests, and at which other
+// programs find it.
 #pragma once
 
 #include <string>
@@ -9,12 +10,12 @@ namespace Agent {
 // the environment names no such directory.
 std::string attrLogSocketPath();
 
-// Where a running agent is to be found: at one's own path if there is a socket, else at root's.
+// The path of a running agent: one's own if there is a socket, else root's.
 std::string servedAttrLogSocketPath();
 
-// Where the agent takes requests that serves its attribute log there: "request.sock" beside
-// "attrlog.sock", and beside a socket of any other name the same name with the extension
-// ".request".
+// The path of the request socket of the agent that serves its attribute log at that path:
+// "request.sock" beside "attrlog.sock", and beside a socket of any other name the same name with
+// the extension ".request".
 std::string requestSocketPath(const std::string& attrLogPath);
 
 }  // namespace Agent

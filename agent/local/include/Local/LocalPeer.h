@@ -1,4 +1,4 @@
-// Who is at the other end of a local socket. The kernel vouches for it.
+// The process at the other end of a local socket, as the kernel reports it.
 #pragma once
 
 #include <string>
@@ -7,7 +7,8 @@
 
 namespace Agent {
 
-// Root, and the user and the group that the agent itself runs as, may configure; others may read.
+// Root, the user that the agent runs as and the members of its group, also by a supplementary
+// group, may configure. Others may read, and so may a peer whose credentials cannot be read.
 Mox::NboAttrLog::Rights peerRights(int fd);
 
 // "user 1000 (process 4711)"

@@ -9,24 +9,21 @@
 #include <functional>
 #include <memory>
 
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
+#include <Local/IoContext.h>
 
 namespace Agent {
 
 class ReadableWatch {
  public:
-  ReadableWatch(boost::asio::io_context& io, int fd, std::function<void()> readable);
+  ReadableWatch(boost::asio::io_context& io, int fd, std::function<void()> onReadable);
   ~ReadableWatch();
   ReadableWatch(const ReadableWatch&) = delete;
   ReadableWatch& operator=(const ReadableWatch&) = delete;
 
  private:
-  void wait();
+  class Wait;
 
-  boost::asio::posix::stream_descriptor descriptor_;
-  // What outlives the watch asks whether it is still there, and keeps what it is just calling.
-  std::shared_ptr<const std::function<void()>> readable_;
+  std::shared_ptr<Wait> wait_;
 };
 
 }  // namespace Agent

@@ -1,10 +1,10 @@
-// The agent's endpoint of the attribute log: a Unix stream socket at which other processes see the
-// state of all interfaces and write their configuration.
+// The agent's end of the attribute log: a Unix stream socket at which other processes see the state
+// of all interfaces and write their configuration.
 //
-// Who may connect may read. Who has the rights of root or of the agent's own user or group may
-// configure; the kernel vouches for who a peer is. Changes are written once the loop has done what
-// it was about, so that a burst of them costs one system call a peer. A peer that takes nothing for
-// a while is disconnected: it would hold up work that waits for the log to flow.
+// Any process that can connect can read. Root, the agent's own user and the members of its group
+// can configure; the kernel reports the identity of a peer. Changes are written when the loop has
+// done its current work, so that a burst of them costs one system call a peer. A peer that takes
+// nothing for a while is disconnected: work that waits for the log to flow would wait for it.
 //
 //   AttrLogServer server(io, {.path = "/run/igmpq/attrlog.sock"}, wheel, [&] { ... });
 //   server.directory().entryIs("status/eth0", status, Access::readOnly);
@@ -17,15 +17,17 @@
 #include <vector>
 
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
+#include <Local/IoContext.h>
 #include <Local/LocalListener.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
 #include <NboAttrLog/Directory.h>
 #include <Obel/TimerReactor.h>
 #include <Obel/TimerWheel.h>
-#include <boost/asio/io_context.hpp>
 
 namespace Agent {
+
+class AttrLogPeer;
 
 class AttrLogServer {
  public:
@@ -34,8 +36,8 @@ class AttrLogServer {
     Mox::Seconds stallTimeout = 30.0;  // for a peer that takes nothing of what waits for it
   };
 
-  // `turn` is called around whatever a peer has changed. Throws std::runtime_error with what to do
-  // when it cannot listen there.
+  // `turn` is called before and after a peer changes something. Throws std::runtime_error with what
+  // to do when it cannot serve that path.
   AttrLogServer(boost::asio::io_context& io, Setup setup,
                 const Mox::Ptr<const Obel::TimerWheel>& wheel, std::function<void()> turn);
   ~AttrLogServer();
@@ -43,28 +45,26 @@ class AttrLogServer {
   AttrLogServer& operator=(const AttrLogServer&) = delete;
 
   Mox::NboAttrLog::Directory& directory() { return directory_; }
-  // Says whether the most congested peer's socket is clogged.
+  // Reports whether the most congested peer's socket is clogged.
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm>& monitor() const { return monitor_; }
   size_t peers() const { return peers_.size(); }
 
  private:
-  class Peer;
-
-  void letIn(LocalListener::Socket socket);
-  // Looks after stalled peers, once a second.
-  void handleCare();
-  void watch(Peer& peer);
+  void accept(Descriptor socket);
+  // Disconnects peers that stall or do not greet, once a second.
+  void handlePollTimer();
+  void handleBlocked(const AttrLogPeer& peer, bool isBlocked);
   void watchMostCongested();
-  void peerDel(Peer& peer, const std::string& why);
+  void peerDel(const AttrLogPeer& peer, const std::string& why);
 
   boost::asio::io_context& io_;
   const Setup setup_;
   const std::function<void()> turn_;
   Mox::NboAttrLog::Directory directory_;
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
-  std::vector<std::shared_ptr<Peer>> peers_;
+  std::vector<std::shared_ptr<AttrLogPeer>> peers_;
   LocalListener listener_;
-  Obel::TimerReactor<AttrLogServer, &AttrLogServer::handleCare> care_;
+  Obel::TimerReactor<AttrLogServer, &AttrLogServer::handlePollTimer> pollTimer_;
 };
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// What an operator may call on a querier by name: its operations that need no argument.
+// The operations of a querier that an operator can call by name: those without an argument.
 //
 //   const Mox::AttrInfo* operation = querierOperation("clearCounters");
 //   operation->call(*querier, nullptr);

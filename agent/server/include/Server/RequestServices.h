@@ -1,4 +1,4 @@
-// What requests are about: the agent as those who answer them see it. It outlives them.
+// The agent as the handlers of requests see it. It outlives them.
 #pragma once
 
 #include <functional>
@@ -7,7 +7,7 @@
 
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <MoxBase/Ptr.h>
-#include <Server/AttrPath.h>
+#include <Server/ObjectRoots.h>
 
 namespace Agent {
 
@@ -16,9 +16,9 @@ struct RequestServices {
   using Queriers = std::map<std::string, Mox::Ptr<Gmp::Igmp::QuerierSm>>;
 
   std::function<Queriers()> queriers;
-  // All that can be read by path.
+  // All objects that can be read by path.
   std::function<ObjectRoots()> roots;
-  // Turns the wheel to the real now. Called around whatever a request changes.
+  // Turns the wheel to the real now. Called before and after a request changes something.
   std::function<void()> turn;
 };
 

@@ -9,26 +9,23 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
-#include <Mox/Object.h>
-#include <MoxBase/Ptr.h>
+#include <Server/ObjectRoots.h>
 #include <nlohmann/json.hpp>
 
 namespace Agent {
 
-using ObjectRoots = std::vector<std::pair<std::string, Mox::Ptr<const Mox::Object>>>;
-
-// Nothing is there; the text says what is.
+// The path leads to nothing; the text lists what there is.
 class PathError final : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// What a path leads to. An object's values are those of its attributes by their names, of which one
-// that holds another object is that object's name, and a collection the number of its members. A
-// collection's are its keys, and past `mostKeys` there is a last text that says how many more.
+// The value at the end of a path. An object has those of its attributes by name: for an attribute
+// that holds another object the name of that object, for a collection the number of its members. A
+// collection has its keys, and behind the first `mostKeys` of them a text with the number of the
+// others.
 struct PathContent {
   nlohmann::ordered_json value;
   nlohmann::ordered_json text;  // the same with every value as people read it

@@ -1,0 +1,52 @@
+// A connection to the running agent for programs that fetch its state, perhaps write into it, and
+// end: each call returns when it is done.
+//
+//   EventLoop loop;
+//   AttrLogClient client(loop, servedAttrLogSocketPath());
+//   client.fetch();
+//   client.interfaces().at("eth0").status->state();
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include <Client/AttrLogCopy.h>
+#include <Local/EventLoop.h>
+
+namespace Agent {
+
+// How long an agent that is waited for may send nothing.
+inline constexpr std::chrono::seconds longestSilence(10);
+
+// Throws BadRequest when the agent has no interface of that name.
+const AttrLogCopy::Interface& interfaceOf(const AttrLogCopy::Interfaces& interfaces,
+                                          const std::string& name);
+
+// Every call throws std::runtime_error with the reason when the agent cannot be reached, refuses,
+// goes or sends nothing for too long.
+class AttrLogClient {
+ public:
+  AttrLogClient(EventLoop& loop, const std::string& path,
+                std::chrono::seconds silence = longestSilence);
+
+  // Connects and returns when the copies are complete. That may take its time, as long as the agent
+  // goes on sending.
+  void fetch();
+  // Sends the values that `write` sets in the copies together, see AttrLogCopy.
+  void writeTogether(const std::function<void()>& write) { copy_.writeTogether(write); }
+  // Returns when the agent has acted on everything that was written; false when that takes longer.
+  bool settle(std::chrono::seconds longest);
+
+  const AttrLogCopy::Interfaces& interfaces() const { return copy_.interfaces(); }
+
+ private:
+  EventLoop& loop_;
+  const std::chrono::seconds silence_;
+  bool isCurrent_ = false;
+  bool isAnswered_ = false;
+  bool inputCame_ = false;
+  AttrLogCopy copy_;
+};
+
+}  // namespace Agent
