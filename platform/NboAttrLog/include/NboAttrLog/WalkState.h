@@ -20,13 +20,13 @@ enum class WalkState : U8 {
   idle,                // nothing was interrupted
   wholeDue,            // a whole walk is to begin
   wholeKeysFirst,      // a whole walk stopped within the collection itself
-  wholeInsideFirst,    //
+  wholeInsideFirst,    // the same, in the other turn
   tailKeysFirst,       // a whole walk stopped at keys that came or went after their turn
-  tailInsideFirst,     //
+  tailInsideFirst,     // the same, in the other turn
   changesKeysFirst,    // a walk through changed keys stopped
-  changesInsideFirst,  //
+  changesInsideFirst,  // the same, in the other turn
   betweenKeysFirst,    // no walk is under way; the inside of members was interrupted
-  betweenInsideFirst,  //
+  betweenInsideFirst,  // the same, in the other turn
 };
 
 // Where a drain stopped because the stream was full.
