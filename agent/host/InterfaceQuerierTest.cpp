@@ -51,7 +51,7 @@ TEST_F(InterfaceQuerierTest, keepsTheTimeSinceWhichTheElectedQuerierIsTheSame) {
   EXPECT_EQ(querier().view().electedTime, 1100.0);
 }
 
-TEST_F(InterfaceQuerierTest, countsTheElectedQuerierAnewAfterItCouldNotListen) {
+TEST_F(InterfaceQuerierTest, timesTheElectedQuerierAnewAfterItCouldNotReceive) {
   up();
   down();
   EXPECT_EQ(state().electedTime(), 0.0);

@@ -21,8 +21,8 @@
 namespace Agent {
 
 // Every call throws BadRequest when the agent rejects the request as such, and std::runtime_error
-// with the reason when the agent refuses or fails, goes, sends nothing for too long or does not keep
-// to the protocol.
+// with the reason when the agent refuses or fails, goes, sends nothing for too long or does not
+// keep to the protocol.
 class RequestClient {
  public:
   // The value at a path: one line of JSON, or lines for people.
