@@ -19,7 +19,6 @@ using Mox::trace;
 
 namespace {
 
-constexpr U8 ipProtocolIgmp = 2;
 
 // The traces of this file name the one entry point, whichever step writes them.
 Mox::TraceAt atRxPkt(unsigned line = __builtin_LINE()) {
@@ -90,7 +89,7 @@ bool QuerierSm::acceptIp(const Ptr<Pkt>& pkt, IpHdr& ip) {
              pkt->offsetBytes());
     pkt->endOffsetDec(pkt->offsetBytes() - ip.payloadLen());
   }
-  if (ip.protocol() != ipProtocolIgmp) {
+  if (ip.protocol() != Ilvo::igmpIpProtocol) {
     trace<3>(atRxPkt(), "Dropping non-IGMP protocol ", Mox::RawByte{ip.protocol()});
     querierStatus_->otherPacketReceivedInc(1);
     return false;
