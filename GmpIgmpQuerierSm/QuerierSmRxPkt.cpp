@@ -19,7 +19,6 @@ using Mox::trace;
 
 namespace {
 
-
 // The traces of this file name the one entry point, whichever step writes them.
 Mox::TraceAt atRxPkt(unsigned line = __builtin_LINE()) {
   return {igmpPacketTrace, {"doRxPkt", line}};
