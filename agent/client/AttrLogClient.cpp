@@ -26,7 +26,7 @@ AttrLogClient::AttrLogClient(EventLoop& loop, const std::string& path, std::chro
              .onInput = [this] { inputCame_ = true; },
              .onAnswer = [this](Mox::U32) { isAnswered_ = true; },
              .onEnded =
-                 [this](AttrLogCopy::End end, const std::string& why) {
+                 [](AttrLogCopy::End end, const std::string& why) {
                    const bool isRefused = end == AttrLogCopy::End::refused;
                    throw std::runtime_error(isRefused ? "the agent refuses: " + why : why);
                  }}) {}
