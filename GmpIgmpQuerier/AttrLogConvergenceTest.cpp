@@ -1,5 +1,5 @@
-// Random changes on both sides of lines that stall, resume and break: at the end every copy equals
-// the original.
+// Random changes at both ends of connections that stall, resume and break: at the end every copy
+// equals the original.
 #include <cstdlib>
 #include <optional>
 #include <random>
@@ -32,12 +32,12 @@ std::string differenceOf(const std::string& original, const std::string& copy) {
   return difference;
 }
 
-// One random history. Few addresses, so that members are added, removed and added again before a
-// copy is sent any of it.
+// One random history. It uses few addresses, so that a member is often added, removed and added
+// again before any of these changes is sent to a copy.
 //
-// An attribute of the configuration has one writer for the whole history: this side or one of the
-// peers, which writes once it has received everything. Two that write the same attribute at the
-// same time would each keep the value of the other.
+// Each attribute of the configuration has one writer for the whole history: this side, or one of
+// the peers once its copies are complete. If two sides wrote an attribute at the same time, each
+// would end with the value of the other.
 class History {
  public:
   explicit History(unsigned seed) : random_(seed), big_(seed % 100 == 0), peers_(1 + below(3)) {
@@ -89,7 +89,7 @@ class History {
   };
   struct Writer {
     const Mox::AttrInfo* attr;
-    size_t who;  // a peer, or behind the last one this side
+    size_t who;  // the index of a peer; one past the last peer for this side
   };
 
   unsigned below(size_t limit) { return static_cast<unsigned>(random_() % limit); }
@@ -135,7 +135,7 @@ class History {
           status_->groupIs(group())->sourceIs(IpAddr(0x0b000000u + below(60)))->expiredIs(true);
         }
         break;
-      case 4:  // more than is remembered key by key
+      case 4:  // more changes than are remembered by their keys
         for (unsigned g = 0; g < 3000; ++g) {
           const IpAddr addr(0xe8000000u + g);
           below(8) == 0 ? void(status_->groupIs(addr)->sourceIs(source()))
@@ -190,7 +190,7 @@ TEST(AttrLogConvergenceTest, copiesEqualTheOriginalAfterAnyHistory) {
     stalls += history.stalls();
   }
   if (wanted != nullptr) return;
-  // The histories did contain the cases that they are made for.
+  // The histories contained the cases that this test is for.
   EXPECT_GT(peerWrites, runs / 10);
   EXPECT_GT(stalls, runs);
 }

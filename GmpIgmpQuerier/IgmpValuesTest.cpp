@@ -19,7 +19,7 @@ namespace {
 template <class T>
 using Changes = std::vector<std::function<void(T&)>>;
 
-// Each change makes a default value another one.
+// Expects that each change makes a default value different from the default.
 template <class T>
 void expectAllToCount(const Changes<T>& changes) {
   for (size_t i = 0; i < changes.size(); ++i) {
@@ -67,7 +67,7 @@ TEST(IpAddrSet, printsAsTheMapThatItStandsFor) {
   EXPECT_EQ(valueToStrep(IpAddrSet{addrB, addrA}), "{'10.0.0.1': True, '10.0.0.2': True}");
 }
 
-// Whether there is a textual dump of the type at all.
+// True when values of the type can be printed by valueToStrep.
 template <class T>
 concept HasStrep = requires(T value) {
   valueToStrep(value);
@@ -300,7 +300,8 @@ TEST(GroupList, printsBothItsFields) {
             "True}, 'groupCount': 7})");
 }
 
-// A value in a trace reads like its textual form, in both places, even if the value changes later.
+// A traced value has its textual form, both at the trace sink and in the trace ring, even if the
+// value changes later.
 template <class V>
 void expectTraced(V value) {
   Mox::TraceHandle& handle = Mox::TraceHandle::named("IgmpValuesTest");

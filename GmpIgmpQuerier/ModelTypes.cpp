@@ -32,7 +32,7 @@ namespace Gmp::Igmp {
 
 namespace {
 
-// Never returns: a value that holds a collection is not made of text.
+// Never returns: a value that holds a collection cannot be read from text.
 template <auto instance>
 U32 refuse(std::string_view text) {
   static_cast<void>(instance(text));

@@ -1,5 +1,5 @@
-// Fixture of the group and source machines' tests: a querier that is up and silent, and groups in
-// any state without the packets that lead there.
+// Fixture for tests of the group and source machines: a querier that sends no general queries, and
+// groups that are put into any state directly, without packets.
 //
 //   const auto group = include({{s1_, 200.0}, {s2_, 1.0}});
 //   receiveRecord(blockOldSources, group_, {s1_});
@@ -41,7 +41,7 @@ class GroupBench : public TestBench {
   static constexpr Seconds lmqi_ = 1.0;   // last member query interval
   static constexpr Seconds lmqt_ = 2.0;   // last member query time
 
-  // A source and the seconds that its timer has left.
+  // A source, and the seconds until its timer fires.
   struct Source {
     IpAddr addr;
     Seconds left;
@@ -49,7 +49,7 @@ class GroupBench : public TestBench {
 
   void SetUp() override { startQuiet(); }
 
-  // The group in that state; a group timer of `never` is disabled.
+  // Creates the group in that state; a group timer of `never` is disabled.
   Ptr<QuerierGroupSm> make(IgmpFilterMode mode, const std::vector<Source>& sources,
                            Seconds groupLeft, IgmpVersion compatibility = igmpVersion3) {
     Ptr<QuerierGroupSm> sm = getOrCreateGroupSm(querier_, group_);
@@ -79,7 +79,7 @@ class GroupBench : public TestBench {
   Ptr<QuerierSourceStatus> sourceStatus(IpAddr addr) const {
     return groupStatus(group_)->source(addr);
   }
-  // Seconds left.
+  // Seconds until each timer fires.
   Seconds timerOf(IpAddr addr) const { return sourceSm(addr)->sourceTimerRemaining(); }
   Seconds groupTimer() const { return groupSm(group_)->membershipTimerRemaining(); }
   Seconds rexmitTimer() const { return groupSm(group_)->rexmitTimerRemaining(); }

@@ -8,8 +8,8 @@ namespace {
 
 class QuerierGroupSmEnd : public NotificationBench {
  protected:
-  // The state of the group before: with two wanted sources and, in EXCLUDE mode, an unwanted one;
-  // with queries pending or not.
+  // The state of the group before the action. It has two requested sources and, in EXCLUDE mode, an
+  // excluded one; `asking` means that queries are pending.
   struct State {
     IgmpFilterMode mode;
     IgmpVersion compatibility;
@@ -42,7 +42,8 @@ class QuerierGroupSmEnd : public NotificationBench {
     if (state.asking) receiveLeave(group_);
   }
 
-  // Each machine has its status entry and the reverse, and each armed timer its machine.
+  // Each machine has its status entry, each status entry its machine, and each armed timer belongs
+  // to a machine.
   void expectWhole() const {
     size_t armed = 0;
     for (const auto& [addr, sm] : querier_->groupSm()) {
@@ -61,7 +62,7 @@ class QuerierGroupSmEnd : public NotificationBench {
     EXPECT_EQ(wheel_->armed(), armed);
   }
 
-  // All that may happen to a group.
+  // Everything that can happen to a group.
   std::vector<std::pair<std::string, Deed>> actions() {
     const std::vector<IpAddr> some{lower_, source_, IpAddr(192, 0, 2, 9)};
     std::vector<std::pair<std::string, Deed>> all{

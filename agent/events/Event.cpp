@@ -10,8 +10,8 @@ namespace Agent {
 using Ilvo::IgmpV12Hdr;
 using Ilvo::IgmpV3QueryHdr;
 
-// The version follows from length and code, as hosts distinguish them (RFC 3376 7.1). Hosts answer
-// a version 1 query within 10 seconds, which its code does not say (RFC 2236 4).
+// The length and the code give the version, as hosts determine it (RFC 3376 7.1). Hosts answer a
+// version 1 query within 10 seconds, although its code is 0 (RFC 2236 4).
 Event querySentEvent(std::string interface, Ilvo::IpAddr group, const Mox::Ptr<Ilvo::Pkt>& igmp) {
   Event event{.time = Mox::now(), .interface = std::move(interface), .kind = Event::querySent};
   event.group = group;

@@ -26,7 +26,7 @@ struct MOX_PUBLIC IgmpQuery {
   // Maximum response time in seconds, decoded.
   Seconds maxResponseSeconds() const;
 
-  // Adds to the source set; the flag is that of the map that the set stands for and must be true.
+  // Adds to the source set, which stands for a map of addresses to flags: the flag must be true.
   void newSource(IpAddr addr, bool) { source.insert(addr); }
   void sourceDelAll() { source.clear(); }
 
@@ -50,7 +50,8 @@ struct MOX_PUBLIC IgmpQuery {
 MOX_PUBLIC std::string valueToStrep(const IgmpQuery& query);
 // The same in traces and messages.
 inline void appendText(std::string& out, const IgmpQuery& query) { out += valueToStrep(query); }
-// A fatal assertion: a query holds a collection, and no text form of those is read back.
+// Always a fatal assertion: a query holds a collection, and values with collections cannot be read
+// back from text.
 [[noreturn]] MOX_PUBLIC IgmpQuery IgmpQueryInstance(std::string_view text);
 
 }  // namespace Gmp::Igmp

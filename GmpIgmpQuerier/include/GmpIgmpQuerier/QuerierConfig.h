@@ -1,8 +1,8 @@
 // The IGMP querier parameters of one interface, as the operator configured them.
 //
 // The library only reads them; each setter notifies the querier that watches the entity, and the
-// change takes effect at once. Values are taken as they are: the writer of the configuration checks
-// the ranges.
+// change takes effect at once. Setters accept any value: the writer of the configuration checks the
+// ranges.
 //
 //   Ptr<QuerierConfig> config = querierConfigFactory("vlan10");
 //   config->queryIntervalIs(60.0);
@@ -43,25 +43,25 @@ class MOX_PUBLIC QuerierConfig final : public Mox::Entity<QuerierConfig> {
   Mox::Name name() const { return name_; }
   // Robustness Variable, RFC 3376 8.1: expected loss of the link, 1 to 7.
   U32 robustness() const { return robustness_; }
-  // Query Interval in seconds, RFC 3376 8.2: between general queries.
+  // Query Interval in seconds, RFC 3376 8.2: the time between general queries.
   Seconds queryInterval() const { return queryInterval_; }
-  // Query Response Interval in seconds, RFC 3376 8.3: asked for in general queries; less than the
-  // query interval.
+  // Query Response Interval in seconds, RFC 3376 8.3: the time that general queries give hosts to
+  // answer; less than the query interval.
   Seconds queryResponseInterval() const { return queryResponseInterval_; }
   // Startup Query Interval in seconds, RFC 3376 8.6; 0 for a quarter of the query interval.
   Seconds startupQueryInterval() const { return startupQueryInterval_; }
-  // Startup Query Count, RFC 3376 8.7: general queries sent at that interval.
+  // Startup Query Count, RFC 3376 8.7: how many general queries are sent at that interval.
   U32 startupQueryCount() const { return startupQueryCount_; }
-  // Last Member Query Interval in seconds, RFC 3376 8.8: between specific queries.
+  // Last Member Query Interval in seconds, RFC 3376 8.8: the time between specific queries.
   Seconds lastMemberQueryInterval() const { return lastMemberQueryInterval_; }
-  // The version that the querier speaks.
+  // The IGMP version of the queries that are sent.
   IgmpVersion querierVersion() const { return querierVersion_; }
-  // Last Member Query Count, RFC 3376 8.9: specific queries sent.
+  // Last Member Query Count, RFC 3376 8.9: how many specific queries are sent after a leave.
   U32 lastMemberQueryCount() const { return lastMemberQueryCount_; }
   // Last Member Query Time in seconds, RFC 3376 8.10: count times interval.
   Seconds lastMemberQueryTime() const { return lastMemberQueryCount_ * lastMemberQueryInterval_; }
-  // Whether a random delay is to be added to the query timers. Kept and replicated: no timer
-  // of this library uses it.
+  // Whether a random delay is to be added to the query timers. It is stored and replicated, but no
+  // timer of this library uses it.
   bool addRandomDelayToTimer() const { return addRandomDelayToTimer_; }
   // Whether this querier may send queries at all.
   bool sendQuery() const { return sendQuery_; }

@@ -10,7 +10,7 @@
 
 namespace Gmp::Igmp {
 
-// Any byte, also one that is no record type: the code that uses the record judges its meaning.
+// Holds any byte, even one that is no record type: the code that uses the record checks it.
 // Prints as its decimal number.
 class RecordType {
  public:
