@@ -84,8 +84,9 @@ std::string sourcesText(const Event& e) {
 std::string valueText(const Event& e) {
   if (const auto* flag = std::get_if<bool>(&e.value)) return *flag ? "on" : "off";
   if (const auto* number = std::get_if<Mox::U64>(&e.value)) return fmt::to_string(*number);
-  if (const auto* seconds = std::get_if<Mox::Seconds>(&e.value))
+  if (const auto* seconds = std::get_if<Mox::Seconds>(&e.value)) {
     return fmt::format("{}s", *seconds);
+  }
   const auto* text = std::get_if<std::string>(&e.value);
   return text == nullptr ? std::string() : *text;
 }
