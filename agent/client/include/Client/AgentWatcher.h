@@ -1,5 +1,5 @@
-// Reports the events of a running agent as long as the loop runs, and goes on when the agent
-// restarts.
+// Reports the events of a running agent as long as the loop runs. When the agent ends, it
+// reconnects as soon as the agent runs again.
 //
 //   AgentWatcher watcher(loop, {.path = servedAttrLogSocketPath()}, *sink);
 //   watcher.start();
@@ -25,20 +25,20 @@ class AgentWatcher {
   struct Options {
     std::string path = {};                  // of the agent's attribute log
     std::set<std::string> interfaces = {};  // all of them if none
-    bool counters = false;                  // report them, too
-    bool fromTheBeginning = false;          // report the groups that are there, too
+    bool counters = false;                  // report changes of counters, too
+    bool fromTheBeginning = false;          // report the groups that exist at the start, too
   };
 
   AgentWatcher(EventLoop& loop, Options options, EventSink& sink);
 
-  // Throws ConnectError. From here on, the loop throws BadRequest when the agent has no interface
-  // of one of the names, and std::runtime_error when it ends the first connection before its state
-  // is complete, or does not keep to the protocol.
+  // Throws ConnectError. After this call, the loop throws BadRequest when the agent lacks one of
+  // the named interfaces. It throws std::runtime_error when the agent ends the first connection
+  // before the copies are complete, or violates the protocol.
   void start();
 
  private:
-  // The copies are reported when they have the agent's state of one moment: the changes that one
-  // packet causes may come in parts, and a group comes before its reporter.
+  // The copies are reported only when they have the agent's state of one moment. Before that, they
+  // may have a part of the changes of one packet, such as a new group without its reporter.
   void handleCurrent();
   void handleInput();
   void handleAnswer();
@@ -50,7 +50,7 @@ class AgentWatcher {
   EventSink& sink_;
   AttrLogCopy copy_;
   CopyWatcher watcher_;
-  bool wasCurrent_ = false;  // at any time
+  bool wasCurrent_ = false;  // the copies have been complete at least once
   bool isCurrent_ = false;
   bool isAsked_ = false;
   Obel::TimerReactor<AgentWatcher, &AgentWatcher::handleRetryTimer> retryTimer_;

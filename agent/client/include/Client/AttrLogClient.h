@@ -1,5 +1,5 @@
-// A connection to the running agent for programs that fetch its state, perhaps write into it, and
-// end: each call returns when it is done.
+// A connection to the running agent for programs that fetch its state, possibly change settings,
+// and end. Each call waits until its work is done.
 //
 //   EventLoop loop;
 //   AttrLogClient client(loop, servedAttrLogSocketPath());
@@ -16,7 +16,7 @@
 
 namespace Agent {
 
-// How long an agent that is waited for may send nothing.
+// How long a call waits for an agent that sends nothing.
 inline constexpr std::chrono::seconds longestSilence(10);
 
 // Throws BadRequest when the agent has no interface of that name.
@@ -24,18 +24,19 @@ const AttrLogCopy::Interface& interfaceOf(const AttrLogCopy::Interfaces& interfa
                                           const std::string& name);
 
 // Every call throws std::runtime_error with the reason when the agent cannot be reached, refuses,
-// goes or sends nothing for too long.
+// closes the connection, or sends nothing for too long.
 class AttrLogClient {
  public:
   AttrLogClient(EventLoop& loop, const std::string& path,
                 std::chrono::seconds silence = longestSilence);
 
-  // Connects and returns when the copies are complete. That may take its time, as long as the agent
-  // goes on sending.
+  // Connects, and returns when the copies are complete. There is no time limit while the agent
+  // keeps sending.
   void fetch();
-  // Sends the values that `write` sets in the copies together, see AttrLogCopy.
+  // Sends the values that `write` sets in the copies as one change; see AttrLogCopy.
   void writeTogether(const std::function<void()>& write) { copy_.writeTogether(write); }
-  // Returns when the agent has acted on everything that was written; false when that takes longer.
+  // Waits until the agent has acted on everything that was written. Returns false when that takes
+  // longer than `longest`.
   bool settle(std::chrono::seconds longest);
 
   const AttrLogCopy::Interfaces& interfaces() const { return copy_.interfaces(); }

@@ -1,11 +1,11 @@
 // Live copies of what an agent serves: configuration, status and state of each of its interfaces.
 //
 // Copies outlive connections: the state that a new connection brings is compared with the copies,
-// so that their watchers are notified of the differences alone. The host's loop moves the bytes;
+// so that their watchers are notified of the differences only. The host's loop moves the bytes;
 // handlers are called from it, and the copy must outlive those calls.
 //
 //   AttrLogCopy copy(loop.io(), path, {.onCurrent = [&] { loop.stop(); }});
-//   copy.connect();  // ConnectError says why not, and what to do
+//   copy.connect();  // throws ConnectError with the reason and a remedy
 //   loop.run();
 //   copy.interfaces().at("eth0").status->group();
 #pragma once
@@ -30,24 +30,25 @@ class AttrLogCopy {
   struct Interface {
     Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
     Mox::Ptr<Gmp::Igmp::QuerierStatus> status;
-    Mox::Ptr<InterfaceState> state = {};  // null where the agent has none
+    Mox::Ptr<InterfaceState> state = {};  // null when the agent serves none
     bool configurable = false;  // values written into this configuration are sent to the agent
   };
   using Interfaces = std::map<std::string, Interface>;
 
   enum class End {
     lost,           // the agent closed the connection
-    refused,        // it gave a reason
-    protocolError,  // the bytes that came are no attribute log of this version
+    refused,        // the agent refused it and gave a reason
+    protocolError,  // the received bytes are not an attribute log of this version
   };
   struct Handlers {
-    // The copies are complete: they have the state that the agent had at the connection.
+    // The copies are complete: they have everything that existed when the connection was made.
     std::function<void()> onCurrent = {};
-    // Bytes came, and their changes are in the copies.
+    // Bytes were received, and the changes in them are made in the copies.
     std::function<void()> onInput = {};
-    // The agent has acted on everything written before the question, and its results are here.
+    // The agent has acted on everything written before the question, and the copies have the
+    // results.
     std::function<void(Mox::U32 token)> onAnswer = {};
-    // The connection is over, for the reason in `why`. It can connect again.
+    // The connection ended for the reason in `why`; connect() can be called again.
     std::function<void(End end, const std::string& why)> onEnded = {};
   };
 
@@ -61,12 +62,13 @@ class AttrLogCopy {
   bool isConnected() const { return connection_ != nullptr; }
   const std::string& path() const { return path_; }
 
-  // Each has configuration and status, once the copies are complete.
+  // Once the copies are complete, each interface has a configuration and a status.
   const Interfaces& interfaces() const { return interfaces_; }
-  // Sends the values that `write` sets in one configuration together: the agent judges and sets all
-  // of them or none. Only while connected.
+  // Sends the values that `write` sets in one configuration as one change: the agent checks them
+  // together, and sets all of them or none. To be called only while connected.
   void writeTogether(const std::function<void()>& write);
-  // Asks the agent for an answer; only while connected.
+  // Sends the agent a question; onAnswer is called with its token. To be called only while
+  // connected.
   void ask(Mox::U32 token);
 
  private:

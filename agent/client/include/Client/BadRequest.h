@@ -1,5 +1,5 @@
 // A request to the agent that cannot succeed as it is: it names something that does not exist, or
-// asks for a value that is not permitted. Every other failure is another std::runtime_error.
+// asks for a value that is not permitted. Other failures are std::runtime_errors of other types.
 #pragma once
 
 #include <stdexcept>

@@ -1,9 +1,10 @@
-// Reports changes in the copies of an agent's state as events: those that the agent itself reports
-// of its state and its interfaces, changes of the configuration, and counters on request.
+// Reports changes in the copies of an agent's state as events: the events that the agent itself
+// reports about its state and its interfaces, changes of the configuration, and counters on
+// request.
 //
-// Of the state at the first flush only the roles are reported, or all of it as if it were new.
-// Flush when the copies have the agent's state of one moment: once they are complete, and at each
-// answer. Copies and sink must outlive the watcher.
+// The first flush reports only the roles, or on request the whole state as if it were new. Flush
+// when the copies have the agent's state of one moment: once they are complete, and at each answer.
+// Copies and sink must outlive the watcher.
 //
 //   CopyWatcher watcher(copy.interfaces(), {}, *sink);
 //   onCurrent: watcher.flush();
@@ -25,7 +26,7 @@ class CopyWatcher {
  public:
   struct Options {
     std::set<std::string> interfaces = {};  // all of them if none
-    bool fromTheBeginning = false;          // report the state at the first flush, too
+    bool fromTheBeginning = false;          // the first flush reports the whole state
   };
 
   CopyWatcher(const AttrLogCopy::Interfaces& copies, Options options, EventSink& sink);

@@ -1,5 +1,5 @@
-// Requests to the running agent over its request socket. Each call returns when the answer, or the
-// next line of it, is there.
+// Sends requests to the running agent over its request socket. Each call waits for the answer, or
+// for the next line of it.
 //
 //   EventLoop loop;
 //   RequestClient client(loop, requestSocketPath(servedAttrLogSocketPath()));
@@ -20,9 +20,9 @@
 
 namespace Agent {
 
-// Every call throws BadRequest when the agent rejects the request as such, and std::runtime_error
-// with the reason when the agent refuses or fails, goes, sends nothing for too long or does not
-// keep to the protocol.
+// Every call throws BadRequest when the request itself is wrong. It throws std::runtime_error with
+// the reason when the agent refuses or fails, closes the connection, sends nothing for too long or
+// violates the protocol.
 class RequestClient {
  public:
   // The value at a path: one line of JSON, or lines for people.
@@ -38,7 +38,7 @@ class RequestClient {
   // A line of the traces, or the number of those that were overwritten before they were sent.
   struct TraceLine {
     std::string json;
-    std::optional<Mox::U64> lost = {};  // none for a line
+    std::optional<Mox::U64> lost = {};  // the number; none when this is a line
     Mox::Seconds time = 0.0;
     int level = 0;
     std::string handle = {};
@@ -53,19 +53,20 @@ class RequestClient {
 
   void call(const std::string& interface, const std::string& operation);
   PathText get(const std::string& path);
-  // The paths that begin so.
+  // The paths that begin with `prefix`.
   std::vector<std::string> completions(const std::string& prefix);
 
-  // Of one handle, or of all of them where the name is empty.
+  // One trace handle, or all of them when the name is empty. The same holds for the calls below.
   std::vector<Handle> handles(const std::string& handle);
   void levelIs(const std::string& handle, int level);
-  // Asks for the recorded lines.
+  // Requests the recorded lines.
   void trace(const std::string& handle);
-  // Asks for them and for all later ones, however long these take; SIGINT and SIGTERM end it.
+  // Requests these and all later lines. Waits for later ones without a limit; SIGINT and SIGTERM
+  // end the wait.
   void followTraces(const std::string& handle);
-  // The next of these lines; none at their end.
+  // The next requested line; none after the last.
   std::optional<TraceLine> nextTrace();
-  // There is a line already: the next call need not wait.
+  // True when nextTrace would return without waiting.
   bool isLineReady() const;
 
  private:
@@ -74,11 +75,11 @@ class RequestClient {
 
   // Sends the request, one line of JSON.
   void send(const std::string& request);
-  // The next line of the answer; none once the loop was stopped.
+  // Waits for the next line of the answer; none when the loop was stopped.
   std::optional<Answer> nextAnswer();
-  // The answer of one line.
+  // The answer to a request that has one line.
   Answer onlyAnswer();
-  // The result of `read`, which takes the answer apart; an answer that lacks something is an error.
+  // The result of `read`, which parses the answer; an incomplete answer is a protocol error.
   template <class Read>
   auto understood(Read read) const;
 

@@ -1,5 +1,5 @@
-// Settings of one interface that are written together into a live copy of its configuration, and
-// judged together: here before they are written, and by the agent as it receives them.
+// Settings of one interface that are written together into a live copy of its configuration. They
+// are checked together: here before they are written, and by the agent when it receives them.
 //
 //   SettingWrite settings;
 //   settings.add("queryInterval=60");      // or query-interval=60
@@ -24,12 +24,12 @@ class SettingWrite {
   // "ATTRIBUTE=VALUE". Throws SettingError, with a text such as "queryInterval 0: must be from 1 to
   // 31744 (RFC 3376 8.2)".
   void add(std::string_view assignment);
-  // The same error where the values contradict each other or those that stay as they are.
+  // Throws SettingError when the values contradict each other, or values that are not written.
   void checkAgainst(const Gmp::Igmp::QuerierConfig& config) const;
 
   void write(Gmp::Igmp::QuerierConfig& config) const;
 
-  // Whether each took effect, in the order in which they were added: "queryInterval 60 s: in
+  // For each setting, in the order of add, whether it took effect: "queryInterval 60 s: in
   // effect".
   std::vector<std::string> outcome(const AttrLogCopy::Interface& interface) const;
 
