@@ -1,7 +1,8 @@
-// One change that an operator wants to know of, and where it is reported.
+// An event: one change that is reported to the operator. Also the sinks that report it.
 //
-// A flat record: its kind decides which fields are reported, and the others keep their defaults;
-// the table of kinds in EventForms.cpp lists them. Times are seconds of the activity clock.
+// A flat record: its kind decides which fields are reported, as the table of kinds in
+// EventForms.cpp lists them; the others keep their defaults. Times are seconds of the activity
+// clock.
 //
 //   std::unique_ptr<EventSink> sink = jsonEventSink(stdout);
 //   sink->event({.time = Mox::now(), .interface = "eth0", .kind = Event::interfaceUp});
@@ -26,12 +27,12 @@
 namespace Agent {
 
 struct Event {
-  // In the order of the table.
+  // In the order of the table of kinds.
   enum Kind {
     role,
     groupJoined,
     groupChanged,
-    groupLeft,  // with all its sources
+    groupLeft,  // the group ended, with all its sources
     sourceJoined,
     sourceExcluded,
     sourceLeft,
@@ -45,7 +46,7 @@ struct Event {
     configChanged,
     counters,
     agentLost,
-    agentBack,  // later events come from the agent again
+    agentBack,  // the connection to the agent exists again
     error,
   };
   static constexpr size_t kinds = error + 1;
@@ -68,7 +69,7 @@ struct Event {
   std::string text = {};
 };
 
-// The event of a query that a querier has published: its IGMP message, the group it is for.
+// The event for a query that a querier published as the message `igmp` for `group`.
 Event querySentEvent(std::string interface, Ilvo::IpAddr group, const Mox::Ptr<Ilvo::Pkt>& igmp);
 
 class EventSink {
@@ -80,7 +81,7 @@ class EventSink {
   virtual void event(const Event& event) = 0;
 };
 
-// How a time of the activity clock reads at the front of a line.
+// Writes a time of the activity clock for the beginning of a line.
 using TimeText = std::function<std::string(Mox::Seconds)>;
 
 // Lines for people: "10:15:03  eth0  joined 239.1.1.1 by 10.0.0.11 (version 2, exclude)".

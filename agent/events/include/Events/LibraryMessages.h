@@ -1,6 +1,7 @@
-// Makes events of the library's event-log messages, as long as it lives: a query of another version
-// becomes versionMismatch, an invalid source invalidSource, anything else error. Messages
-// that a rate limit holds back are dropped. One at a time; the sink must outlive it.
+// While it exists, reports the library's event-log messages as events: versionMismatch for a query
+// of another version, invalidSource for an invalid source, error for any other message. Messages
+// that a rate limit suppresses are not reported. Only one object at a time; the sink must outlive
+// it.
 //
 //   const LibraryMessages messages(*sink);
 #pragma once

@@ -1,11 +1,11 @@
 // Turns the changes of one querier's status, of its groups and of their sources into events.
 //
-// Changes are collected as they are notified and reported by flush(), so that the event of a join
-// shows the group as the whole report left it. The host flushes after each packet and each turn of
-// the timer wheel. Members that came and went in between are reported in that order; a value that
-// changed several times is reported once. The stream is complete: the first flush reports what the
-// status holds when the watcher begins, as if it had just come. The sink must outlive the watcher.
-// One thread.
+// Notified changes are collected, and flush() reports them, so that the event of a join shows the
+// group as it is after the whole packet. The host flushes after each packet and each turn of the
+// timer wheel. Members that were added and removed between two flushes are reported in that order;
+// a value that changed several times is reported once. The first flush reports the contents that
+// the status had when the watcher was created, as if they were new. The sink must outlive the
+// watcher. One thread.
 //
 //   StatusWatcher watcher("eth0", status, *sink);
 //   querier->doRxPkt(pkt);

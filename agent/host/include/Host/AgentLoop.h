@@ -28,19 +28,19 @@ class AgentLoop {
     bool reportQueries = false;                        // an event for each query sent
     std::function<void()> onStateRequested;            // SIGUSR1
     std::optional<AttrLogServer::Setup> attrLog = {};  // none: no other process sees the state
-    // Whether it is an error that the attribute log cannot be served; else an event reports it and
-    // the agent runs without. Requests are served beside the attribute log, on the same terms.
+    // True: it is an error when the sockets of the attribute log and of requests cannot be served.
+    // False: an event reports it, and the agent runs without them.
     bool attrLogRequired = false;
   };
 
-  // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched,
-  // and std::runtime_error when the attribute log or requests cannot be served.
+  // The queriers run from the construction on. Throws std::system_error when the interfaces cannot
+  // be watched, and std::runtime_error when the attribute log or requests cannot be served.
   AgentLoop(const Setup& setup, EventSink& sink);
   ~AgentLoop();
   AgentLoop(const AgentLoop&) = delete;
   AgentLoop& operator=(const AgentLoop&) = delete;
 
-  // Until SIGINT or SIGTERM.
+  // Returns after SIGINT or SIGTERM.
   void run();
   std::vector<InterfaceView> views() const;
 

@@ -1,4 +1,4 @@
-// What one interface is started with.
+// The configuration with which a querier on one interface is created.
 #pragma once
 
 #include <string>

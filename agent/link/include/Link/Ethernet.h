@@ -1,4 +1,4 @@
-// Ethernet addresses, and the IPv4 packets in frames.
+// Ethernet addresses, and access to the IPv4 packet in a frame.
 //
 //   const std::span<const U8> packet = ipv4Of(frame);
 //   if (!packet.empty()) querier->doRxPkt(makePtr<Ilvo::Pkt>(packet));
@@ -23,24 +23,25 @@ inline constexpr Mox::U16 etherTypeIpv4 = 0x0800;
 // The destination of frames for that group (RFC 1112 6.4).
 MacAddr multicastMac(Ilvo::IpAddr group);
 
-// The contents of a frame behind its Ethernet type and VLAN tags (IEEE 802.1Q).
+// The contents of a frame after its VLAN tags (IEEE 802.1Q) and Ethernet type.
 struct EtherPayload {
   enum Kind { ipv4, other, tooShort };  // too short: the frame ends before its headers do
   Kind kind = tooShort;
-  Mox::U16 vlan = 0;  // the first that a tag names; 0 for none, as a tag may give a priority only
-  std::span<const Mox::U8> ipv4Packet = {};  // with the bytes after it in the frame
+  // Of the first tag with a VLAN; 0 when there is none, as a tag may have a priority only.
+  Mox::U16 vlan = 0;
+  std::span<const Mox::U8> ipv4Packet = {};  // includes the bytes after it in the frame
 };
-// `typeAt` is the place of the type field, and `headerBytes` the length of the header it is in.
+// `typeAt` is the offset of the type field, and `headerBytes` the length of the header that has it.
 EtherPayload etherPayload(std::span<const Mox::U8> frame,
                           std::size_t typeAt = ethernetHeaderBytes - 2,
                           std::size_t headerBytes = ethernetHeaderBytes);
 
-// The IPv4 packet of a frame that was received on an interface, with the bytes after it; empty if
-// it has none. A frame of a VLAN belongs to another interface.
+// The IPv4 packet of a frame that was received on an interface, including the bytes after it. Empty
+// if the frame has none, or has a VLAN: then it belongs to another interface.
 std::span<const Mox::U8> ipv4Of(std::span<const Mox::U8> frame);
 
-// Whether the frame was sent by this machine, with an IGMP query from that address: one of our own,
-// seen on its way out.
+// True for a frame that this machine sends and that has an IGMP query from that address: one of our
+// own queries, which the packet socket received when it was sent.
 bool isQueryFrom(const MacAddr& mac, Ilvo::IpAddr addr, std::span<const Mox::U8> frame);
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// Sends and receives the frames of an interface: through the kernel, or in a test.
+// The interface by which frames are sent and received: implemented by PacketPort, and by tests.
 #pragma once
 
 #include <functional>
@@ -19,14 +19,14 @@ class FramePort {
   FramePort& operator=(const FramePort&) = delete;
   virtual ~FramePort() = default;
 
-  // Sends one whole Ethernet frame. Empty when it was sent, else the reason why not.
+  // Sends one whole Ethernet frame. Returns the reason when that fails, and nothing otherwise.
   virtual std::string send(std::span<const Mox::U8> frame) = 0;
 
-  // Frames that were received since it was opened and lost, as they were not read in time.
+  // The number of frames that were lost since the port was opened, as they were not read in time.
   virtual Mox::U64 dropped() = 0;
 };
 
-// Receives frames, batch by batch. It may close the port from portFailed, and from nowhere else.
+// Receives frames in batches. Of these functions only portFailed may close the port.
 class FrameReceiver {
  public:
   FrameReceiver() = default;
@@ -34,10 +34,10 @@ class FrameReceiver {
   FrameReceiver& operator=(const FrameReceiver&) = delete;
   virtual ~FrameReceiver() = default;
 
-  // The next frame of a batch: Ethernet with IGMP in it, as it was on the link; valid during the
-  // call. To be handled when the batch ends: a receiver that knows the next frames can prefetch.
+  // The next frame of a batch, an Ethernet frame with IGMP as it was on the link; valid during the
+  // call. The receiver handles frames when the batch ends, so that it can prefetch for later ones.
   virtual void rxFrame(std::span<const Mox::U8> frame) = 0;
-  // No more frames have arrived, or timers are to have their turn.
+  // The batch ends: no frame is waiting, or timers are to be handled first.
   virtual void rxBatchEnd() = 0;
   // No more frames will be received.
   virtual void portFailed(const std::string& why) = 0;

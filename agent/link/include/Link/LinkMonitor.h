@@ -1,9 +1,9 @@
-// Watches the machine's network interfaces: the kernel is asked once for all of them and reports
-// changes from then on. When messages were lost because changes came faster than they were read,
-// all interfaces are asked for again.
+// Watches the machine's network interfaces: it requests all of them from the kernel once, and the
+// kernel reports changes from then on. When messages were lost because changes came faster than
+// they were read, it requests all interfaces again.
 //
-// The handler is called by name, for the state that holds once everything that had arrived was
-// read: an interface that went down and came up in between has not changed.
+// The handler is called for each interface that changed, after all waiting messages were read: an
+// interface that went down and up between two reads has not changed.
 //
 //   LinkMonitor monitor(io, [](const std::string& name, const Link* link) { ... });
 #pragma once
@@ -46,7 +46,7 @@ class LinkMonitor {
   NetlinkSocket socket_;
   Handler handler_;
   LinkTable table_;
-  ReadableWatch watch_;  // of the socket, so it goes before it
+  ReadableWatch watch_;  // of the socket, so it must be destroyed before the socket
 };
 
 }  // namespace Agent

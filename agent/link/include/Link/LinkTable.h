@@ -1,8 +1,8 @@
 // The network interfaces of the machine and their IPv4 addresses, from the kernel's rtnetlink
 // messages.
 //
-// Messages are outside bytes: a message that is too short, or an attribute of the wrong size,
-// changes nothing; an attribute that is missing leaves the value that was known.
+// Messages are input from outside: one that is too short, or that has an attribute of the wrong
+// size, changes nothing. When an attribute is missing, the value from earlier messages stays.
 //
 //   LinkTable table;
 //   table.apply(datagram);
@@ -29,7 +29,7 @@ struct LinkAddress {
   Ilvo::IpAddr address;
   Mox::U8 prefixLength = 0;
   bool global = false;     // valid beyond this link and this machine
-  bool secondary = false;  // another one of the same subnet came first
+  bool secondary = false;  // not the first address of its subnet
   friend bool operator==(const LinkAddress&, const LinkAddress&) = default;
 };
 
@@ -51,10 +51,10 @@ struct Link {
   friend bool operator==(const Link&, const Link&) = default;
 };
 
-// Room for an IPv4 header with options and one more word: below it, IPv4 is off (RFC 791 3.2).
+// The MTU below which IPv4 is off: an IPv4 header with options and one more word (RFC 791 3.2).
 inline constexpr Mox::U32 minIpv4Mtu = 68;
 
-// Whether a querier can work on it as it is now.
+// Whether a querier can run on the interface in its present state.
 bool isUsable(const Link& link);
 
 // Why no querier can ever work on this interface; empty if one can.
@@ -68,7 +68,7 @@ class LinkTable {
   void apply(std::span<const std::byte> datagram);
   void apply(const nlmsghdr& message);
 
-  // By index; those whose name is not known yet included.
+  // By index, including links whose name is not known yet.
   const Links& links() const { return links_; }
   // Null when there is none of that name.
   const Link* find(std::string_view name) const;

@@ -2,8 +2,8 @@
 // group, and sends frames. The multicast-routing socket of the kernel is left to routing daemons,
 // as a network namespace has only one.
 //
-// Needs CAP_NET_RAW. Frames are read in bounded batches, so that timers have their turn during a
-// flood.
+// Needs CAP_NET_RAW. Frames are read in bounded batches, so that timers are handled even during a
+// flood of packets.
 //
 //   PacketPort port(io, *link, receiver);
 //   port.send(frame);
@@ -52,7 +52,7 @@ class PacketPort final : public FramePort {
   FrameReceiver& receiver_;
   AllMulticast allMulticast_;
   Handle handle_;
-  ReadableWatch watch_;  // of the handle, so it goes before it
+  ReadableWatch watch_;  // of the handle, so it must be destroyed before the handle
 };
 
 }  // namespace Agent

@@ -5,7 +5,7 @@
 
 namespace Agent {
 
-// Empty when this process may open packet sockets; else what is missing and how to grant it.
+// Empty when this process may open packet sockets; otherwise the missing right and how to grant it.
 std::string missingPrivilege();
 
 }  // namespace Agent

@@ -14,7 +14,7 @@
 
 namespace Agent {
 
-// The destination of a query for that group: 0.0.0.0 asks for all groups, of all systems.
+// The destination of a query for `group`. A query for all groups (0.0.0.0) goes to all systems.
 Ilvo::IpAddr queryDestination(Ilvo::IpAddr group);
 
 // The message as an IPv4 packet from `src` to the destination of a query for `group`.

@@ -1,4 +1,4 @@
-// The sentences by which both ends of the agent's sockets say what went wrong, each of them once.
+// The error messages that several users of the agent's sockets share.
 #pragma once
 
 #include <chrono>
@@ -8,13 +8,13 @@ namespace Agent {
 
 // `what` completes "not permitted to ...".
 std::string notPermittedText(const std::string& what);
-// What came from the socket at that path breaks the protocol.
+// The bytes received from the socket at that path violate the protocol.
 std::string notUnderstoodText(const std::string& path, const std::string& why);
 // The agent has sent nothing for that long.
 std::string silenceText(const std::string& path, std::chrono::seconds silence);
 // The agent closed the connection.
 std::string agentGoneText();
-// `known` are the names of the interfaces that there are.
+// `known` lists the names of the existing interfaces.
 std::string noInterfaceText(const std::string& name, const std::string& known);
 
 }  // namespace Agent

@@ -10,7 +10,7 @@ namespace Agent {
 // the environment names no such directory.
 std::string attrLogSocketPath();
 
-// The path of a running agent: one's own if there is a socket, else root's.
+// The path of a running agent: the socket of this user's agent if it exists, else that of root's.
 std::string servedAttrLogSocketPath();
 
 // The path of the request socket of the agent that serves its attribute log at that path:

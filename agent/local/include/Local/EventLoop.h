@@ -1,8 +1,8 @@
 // The event loop of a program that talks to a running agent: descriptors, timers and signals, in
 // one thread.
 //
-// Its timer wheel follows the activity clock. An exception that a handler throws leaves the loop
-// through the call that runs it.
+// Its timer wheel follows the activity clock. An exception that a handler throws is passed on by
+// the call that runs the loop.
 //
 //   EventLoop loop;
 //   loop.stopAtSignals();
@@ -33,14 +33,14 @@ class EventLoop {
   void stop() { isStopped_ = true; }
   bool isStopped() const { return isStopped_; }
 
-  // Until it is stopped.
+  // Runs until it is stopped.
   void run();
-  // Until `done`; false when the loop is stopped first, or `longest` has passed by the real clock.
-  // Work that needs no waiting is done whatever the time.
+  // Runs until `done` is true. Returns false when the loop is stopped first, or when `longest` has
+  // passed on the real clock. Handlers that are ready run even if no time is left.
   bool runUntil(const bool& done, std::chrono::nanoseconds longest);
   // The same without a limit.
   bool runUntil(const bool& done);
-  // All that can be done without waiting.
+  // Runs all handlers that are ready, without waiting.
   void poll();
 
  private:

@@ -1,10 +1,11 @@
-// One connection over a Unix stream socket: it moves bytes between the socket and the class that is
-// derived from it, waits for the socket in the event loop, and ends.
+// One connection over a Unix stream socket: it moves bytes between the socket and a derived class,
+// and waits for the socket in the event loop.
 //
-// A shared_ptr owns it and is held during each of its calls, so that any of them may close and
-// release it. They come from the loop, not from within a call of the derived class, except for
-// sendOnce. Each round of the loop reads and writes one part, so that a busy peer leaves
-// the loop to others. Input that there is no room for waits in the kernel.
+// A shared_ptr owns it and is held during each call of a virtual function, so that each of them may
+// close and release the connection. Virtual functions are called from the loop, never from within a
+// call by the derived class, except sendOnce. Each round of the loop reads and writes a limited
+// number of bytes, so that a busy peer does not block others. Input without room stays in the
+// kernel.
 //
 //   class Echo final : public LocalConnection { ... };
 //   const auto echo = std::make_shared<Echo>(io, std::move(descriptor));
@@ -23,23 +24,23 @@ namespace Agent {
 
 class LocalConnection : public std::enable_shared_from_this<LocalConnection> {
  public:
-  // Bytes of one part of the input.
+  // The most bytes that one round of the loop reads.
   static constexpr size_t mostInput = size_t{16} * 1024;
 
   LocalConnection(const LocalConnection&) = delete;
   LocalConnection& operator=(const LocalConnection&) = delete;
 
-  // Reads and writes from here on. Once, when a shared_ptr owns it.
+  // Starts to read and write. To be called once, after a shared_ptr owns the connection.
   void start();
-  // Nothing is read, written or called from here on.
+  // After this call nothing is read or written and no virtual function is called.
   void close();
 
   int fd() const;
-  // Output waits until the peer reads.
+  // True while output cannot be sent until the peer reads.
   bool isBlocked() const { return isBlocked_; }
-  // Bytes in the kernel that the peer has not read.
+  // How many bytes are in the kernel and not read by the peer.
   int bytesQueued() const;
-  // Bytes that the kernel has taken since the connection exists.
+  // How many bytes the kernel has taken since the connection was made.
   Mox::U64 bytesSent() const { return bytesSent_; }
 
  protected:
@@ -47,26 +48,27 @@ class LocalConnection : public std::enable_shared_from_this<LocalConnection> {
   virtual ~LocalConnection();
 
   bool isOpen() const { return isOpen_; }
-  // There may be output: it is asked for in a later round of the loop, once for all calls until
-  // then.
+  // To be called when there may be output: a later round of the loop calls output(), once for all
+  // calls until then.
   void outputDue();
-  // There may be room for input again.
+  // To be called when there may be room for input again.
   void inputDue();
-  // One attempt to send what waits, at once: for the reason of an end that follows.
+  // Tries once to send the output at once: for the reason that is sent before the connection ends.
   void sendOnce();
 
  private:
-  // Bytes of input that can be handled now; while there are none, nothing is read.
+  // How many bytes of input can be handled now; while it is 0, nothing is read.
   virtual size_t inputRoom() const { return mostInput; }
   virtual void handleInput(std::string_view bytes) = 0;
   // The peer sends nothing more.
   virtual void handleInputEnd() = 0;
-  // Bytes to be sent, made when asked for and kept until they are taken; none when nothing waits.
+  // The bytes to be sent, which stay valid until outputTaken; empty when there are none.
   virtual std::string_view output() = 0;
   virtual void outputTaken(size_t bytes) = 0;
   // The peer reads nothing more. Bytes that it sent before can still be read.
   virtual void handleOutputEnd() = 0;
-  // Output is blocked, also when it was before and the peer read a part; or it flows again.
+  // Called with true when output is blocked, again each time the peer has read a part of it, and
+  // with false when output can be sent again.
   virtual void handleBlocked(bool) {}
 
   class Socket;

@@ -1,8 +1,7 @@
 // A Unix stream socket at which the agent accepts processes of this machine.
 //
-// Its file is for the user and the group that the agent runs as, and is removed with the listener.
-// While there is no free descriptor for a connection, the kernel keeps it, and it is accepted when
-// there is one.
+// Only the user and the group that the agent runs as can use its file, which is removed with the
+// listener. While there is no free descriptor for a connection, it waits in the kernel.
 //
 //   LocalListener listener(io, {.path = "/run/igmpq/attrlog.sock", .what = "the attribute log"},
 //                          wheel, [&](Descriptor socket) { ... });
@@ -25,10 +24,10 @@ class LocalListener {
  public:
   struct Setup {
     std::string path;
-    std::string what;  // is served there, for errors
+    std::string what;  // the name of the service, for errors
   };
 
-  // Throws std::runtime_error with what to do when it cannot serve that path.
+  // Throws std::runtime_error with the reason and a remedy when it cannot serve that path.
   LocalListener(boost::asio::io_context& io, Setup setup,
                 const Mox::Ptr<const Obel::TimerWheel>& wheel,
                 std::function<void(Descriptor)> onAccepted);
@@ -44,7 +43,7 @@ class LocalListener {
   const Setup setup_;
   const std::function<void(Descriptor)> onAccepted_;
   const Descriptor socket_;
-  std::optional<ReadableWatch> watch_;  // of the socket, so it goes before it
+  std::optional<ReadableWatch> watch_;  // of the socket, so it must be destroyed before the socket
   Obel::TimerReactor<LocalListener, &LocalListener::waitForConnections> retry_;
 };
 

@@ -7,8 +7,8 @@
 
 namespace Agent {
 
-// Root, the user that the agent runs as and the members of its group, also by a supplementary
-// group, may configure. Others may read, and so may a peer whose credentials cannot be read.
+// Root, the user that the agent runs as, and the members of its group (primary or supplementary)
+// may configure. Others may read, and so may a peer whose credentials are not available.
 Mox::NboAttrLog::Rights peerRights(int fd);
 
 // "user 1000 (process 4711)"

@@ -1,6 +1,6 @@
 // Calls back whenever a file descriptor has something to be read.
 //
-// The descriptor stays its owner's to close, after the watch has gone. The callback may end the
+// Its owner closes the descriptor, after the watch was destroyed. The callback may destroy the
 // watch.
 //
 //   ReadableWatch watch(io, fd, [this] { handleReadable(); });

@@ -17,7 +17,7 @@ struct pcap;
 
 namespace Agent {
 
-// The file cannot be read at all, is no capture, or comes from a link of a kind that is not known.
+// Thrown when the file cannot be read, is no capture, or was captured on a link of unknown type.
 class CaptureError final : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -26,7 +26,7 @@ class CaptureError final : public std::runtime_error {
 class CaptureFile {
  public:
   struct Frame {
-    Mox::Seconds time;  // since 1970; moved into the years 1970 to 9999 where it is outside
+    Mox::Seconds time;  // since 1970; limited to the years 1970 to 9999
     CaptureContent content;
   };
 
@@ -36,7 +36,7 @@ class CaptureFile {
   // Empty at the end. The frame's bytes are valid until the next call.
   std::optional<Frame> next();
 
-  // Why the frames ended before the file did; empty when they did not.
+  // Why reading stopped before the end of the file; empty when it did not.
   const std::string& damage() const { return damage_; }
 
  private:

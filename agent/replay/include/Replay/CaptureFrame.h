@@ -1,4 +1,4 @@
-// Finds the IPv4 packet with IGMP in a captured frame: link layers off, VLAN tags looked through.
+// Finds the IPv4 packet with IGMP in a captured frame, after the link-layer header and VLAN tags.
 //
 //   const CaptureContent content = igmpOf(DLT_EN10MB, frame, lengthOnLink);
 //   if (!content.skipped) querier->doRxPkt(makePtr<Ilvo::Pkt>(content.ipv4));
@@ -13,8 +13,8 @@
 
 namespace Agent {
 
-// Why a frame is not handed to a querier. Packets that are only malformed are: the querier judges
-// and counts them.
+// Why a frame is not handed to the querier. Malformed IGMP packets are handed in: the querier
+// checks and counts them.
 enum class SkipReason {
   notIpv4,
   notIgmp,
@@ -37,7 +37,7 @@ inline constexpr std::array skipReasons{
 };
 
 struct CaptureContent {
-  std::span<const Mox::U8> ipv4;  // with the bytes after it in the frame; empty when skipped
+  std::span<const Mox::U8> ipv4;  // includes the bytes after it in the frame; empty when skipped
   std::optional<SkipReason> skipped;
 };
 
@@ -45,7 +45,7 @@ struct CaptureContent {
 bool isKnownLinkType(int linkType);
 
 // The IGMP packet of a frame that had `lengthOnLink` bytes before the capture cut it. The link type
-// is one of the known.
+// must be a known one.
 CaptureContent igmpOf(int linkType, std::span<const Mox::U8> frame, std::size_t lengthOnLink);
 
 }  // namespace Agent

@@ -1,11 +1,12 @@
-// A querier that runs through a capture: it receives the frames at their times, in virtual time.
+// Replays a capture: a querier receives its frames at their times, in virtual time.
 //
 // It begins at the time of the first frame, or at 0 if there is none. Before a frame is handed
 // over, every timer that is due by its time has fired, at its own time. The sink receives the
-// changes of the state and the queries that this querier would have sent. Time that runs backwards
-// in the capture stands still here, and a gap longer than `maxGap` is shortened to it: clocks are
-// set while captures run. The same capture with the same options gives the same events. The
-// process's activity clock stays virtual afterwards, and its wall clock that of the capture.
+// changes of the state and the queries that this querier would have sent. Clocks may be set while a
+// capture runs: where its time runs backwards, the virtual time stands still, and a gap longer than
+// `maxGap` is shortened to `maxGap`. The same capture with the same options gives the same events.
+// After the replay, the process still has the virtual activity clock and the wall clock of the
+// capture.
 //
 //   CaptureReplay replay(options, config, nullptr, *sink);
 //   replay.run(file);
@@ -37,11 +38,11 @@ struct ReplayOptions {
 
 struct ReplaySummary {
   Mox::U64 frames = 0;
-  Mox::U64 igmp = 0;  // handed to the querier
+  Mox::U64 igmp = 0;  // frames handed to the querier
   std::map<SkipReason, Mox::U64> skipped = {};
   Mox::U64 backwards = 0;  // frames whose time was before that of the frame before them
   Mox::U64 shortenedGaps = 0;
-  std::string damage = {};  // why reading ended early
+  std::string damage = {};  // why reading stopped before the end of the file
 
   Mox::U64 skippedInAll() const;
 };

@@ -1,4 +1,4 @@
-// The state of an interface that its querier does not know, published beside the querier's status:
+// State of an interface that is not part of its querier's status. Published beside the status, as
 // interface/NAME in the attribute log.
 #pragma once
 
@@ -28,7 +28,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Ilvo::IpAddr address() const { return address_; }
   // Whether a querier runs. While none does, its status stays as it was.
   bool running() const { return running_; }
-  // Absolute time since which the elected querier is the same one; 0 while none is known.
+  // Absolute time of the last change of the elected querier; 0 while there is none.
   Mox::Seconds electedTime() const { return electedTime_; }
 
   void addressIs(Ilvo::IpAddr v) { set<&Self::address_>(v); }

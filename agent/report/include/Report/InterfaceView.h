@@ -1,5 +1,5 @@
-// What a report shows of one interface. The times of a querier that does not run have no meaning
-// and are left out.
+// The part of an interface's state that reports show. When its querier does not run, its times have
+// no meaning and are left out.
 #pragma once
 
 #include <string>
@@ -18,8 +18,8 @@ struct InterfaceView {
   Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
   bool running = true;
-  bool isCopy = false;             // of a process's state that does not publish address and running
-  Mox::Seconds electedTime = 0.0;  // since when the elected querier is; 0 when that is not known
+  bool isCopy = false;             // from a process that does not publish address and running
+  Mox::Seconds electedTime = 0.0;  // of the last change of the elected querier; 0 when not known
 };
 
 }  // namespace Agent

@@ -16,8 +16,8 @@ namespace Agent {
 
 enum class StatePart { everything, interfaces, groups, sources, counters, config };
 
-// JSON of everything is one line with "event": "state", so that it may stand among events; of a
-// part an array of objects. Keys may be added, never renamed.
+// As JSON, everything is one line with "event": "state", so that it can be mixed with events, and a
+// part is an array of objects. Keys may be added, never renamed.
 void printState(std::FILE* out, StatePart part, std::span<const InterfaceView> interfaces,
                 Mox::Seconds now, Format format);
 

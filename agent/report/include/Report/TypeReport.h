@@ -1,4 +1,4 @@
-// The type registry as people and programs read it: types, and the attributes of each.
+// The type registry as text or JSON: the types, and the attributes of each.
 #pragma once
 
 #include <cstdio>
@@ -9,13 +9,13 @@
 
 namespace Agent {
 
-// The type of that qualified name, or the one whose qualified name ends so. Throws
-// std::invalid_argument for no such type, and for more than one, with their names.
+// The type of that qualified name, or the only one whose qualified name ends with it. Throws
+// std::invalid_argument when there is no such type, or when there are several, with their names.
 const Mox::TypeRecord& typeFor(std::string_view name);
 
-// A line each; as JSON an array of objects with the attributes of each.
+// One line for each type; as JSON an array of objects with the attributes of each type.
 void printTypes(std::FILE* out, Format format);
-// The attributes, fields or enumerators, a line each; as JSON the same object in an array of one.
+// One line for each attribute, field or enumerator; as JSON an array with the one object.
 void printType(std::FILE* out, const Mox::TypeRecord& type, Format format);
 
 }  // namespace Agent

@@ -1,7 +1,7 @@
 // Runs a scenario: timed steps in, timed observations out, both JSON Lines, in virtual time.
 //
 // The same file gives the same output on every run. Queriers, timers, packets and the attribute-log
-// socket are the real ones; only the clock is not. doc/scenario-format.md describes steps and
+// socket are real; only the clock is virtual. doc/scenario-format.md describes steps and
 // observations.
 //
 //   Agent::ScenarioOptions options{.file = "join.scenario", .changes = true};
@@ -20,8 +20,8 @@ struct ScenarioOptions {
   unsigned seed = 0;
   bool changes = false;
   bool traces = false;
-  // For callers that must bound the work: a run that turns its timer wheel more often than that
-  // counts as one that never settles.
+  // Limits the work, for callers such as a fuzz target: a run that turns its timer wheel more often
+  // than this counts as one whose timers never settle.
   std::size_t turnsMost = std::numeric_limits<std::size_t>::max();
 };
 

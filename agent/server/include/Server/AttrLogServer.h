@@ -2,9 +2,10 @@
 // of all interfaces and write their configuration.
 //
 // Any process that can connect can read. Root, the agent's own user and the members of its group
-// can configure; the kernel reports the identity of a peer. Changes are written when the loop has
-// done its current work, so that a burst of them costs one system call a peer. A peer that takes
-// nothing for a while is disconnected: work that waits for the log to flow would wait for it.
+// can configure; the kernel reports the identity of a peer. Changes are sent after the current
+// handler of the loop, so that a burst of them costs one system call for each peer. A peer that
+// takes nothing for a while is disconnected: it would delay the work that waits until the log is
+// not congested.
 //
 //   AttrLogServer server(io, {.path = "/run/igmpq/attrlog.sock"}, wheel, [&] { ... });
 //   server.directory().entryIs("status/eth0", status, Access::readOnly);
@@ -33,11 +34,11 @@ class AttrLogServer {
  public:
   struct Setup {
     std::string path;
-    Mox::Seconds stallTimeout = 30.0;  // for a peer that takes nothing of what waits for it
+    Mox::Seconds stallTimeout = 30.0;  // after which a peer that takes no bytes is disconnected
   };
 
-  // `turn` is called before and after a peer changes something. Throws std::runtime_error with what
-  // to do when it cannot serve that path.
+  // `turn` is called before and after a peer changes something. Throws std::runtime_error with the
+  // reason and a remedy when it cannot serve that path.
   AttrLogServer(boost::asio::io_context& io, Setup setup,
                 const Mox::Ptr<const Obel::TimerWheel>& wheel, std::function<void()> turn);
   ~AttrLogServer();
@@ -51,7 +52,7 @@ class AttrLogServer {
 
  private:
   void accept(Descriptor socket);
-  // Disconnects peers that stall or do not greet, once a second.
+  // Once a second, disconnects peers that stall or that have not sent their hello.
   void handlePollTimer();
   void handleBlocked(const AttrLogPeer& peer, bool isBlocked);
   void watchMostCongested();

@@ -1,4 +1,4 @@
-// The objects at which the paths of `igmpq get` begin, by the names of these paths.
+// The objects at which the paths of `igmpq get` begin, by the first part of the path.
 //
 //   const ObjectRoots roots{{"status/eth0", status}, {"querierSm/eth0", querier}};
 #pragma once

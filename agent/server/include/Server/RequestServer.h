@@ -3,8 +3,8 @@
 //
 // Any process that can connect can read. Calls and trace levels need the rights of root, of the
 // agent's own user or of its group. A line that is no request ends its connection with an error and
-// has no other effect. An answer is made part by part as its client takes it, so a client costs the
-// same bounded memory however slowly it reads and however much it asks for.
+// has no other effect. The parts of an answer are made as its client takes them, so the memory for
+// a client is bounded, even if it reads slowly or requests much.
 //
 //   RequestServer server(io, "/run/igmpq/request.sock", wheel, services);
 //   while (io.run_one() != 0) server.followUp();
@@ -25,10 +25,10 @@ namespace Agent {
 class RequestServer {
  public:
   static constexpr size_t mostClients = 32;
-  // A client that has idled that long is disconnected when its place is needed.
+  // When there are too many clients, one that has been idle for longer than this is disconnected.
   static constexpr Mox::Seconds longestIdle = 30.0;
 
-  // Throws std::runtime_error with what to do when it cannot serve that path.
+  // Throws std::runtime_error with the reason and a remedy when it cannot serve that path.
   RequestServer(boost::asio::io_context& io, const std::string& path,
                 const Mox::Ptr<const Obel::TimerWheel>& wheel, RequestServices services);
   ~RequestServer();
@@ -36,7 +36,7 @@ class RequestServer {
   RequestServer& operator=(const RequestServer&) = delete;
 
   // Sends the traces that were recorded since the last call to the clients that follow them; to be
-  // called after each round of the loop. Costs a comparison when there are none.
+  // called after each round of the loop. Without such traces, it costs one comparison.
   void followUp();
   size_t clients() const { return clients_.size(); }
 
@@ -44,7 +44,7 @@ class RequestServer {
   class Client;
 
   void accept(Descriptor socket);
-  // False when no client has idled for too long.
+  // Returns false when no client has been idle for long enough.
   bool endIdle();
   void clientDel(const Client& client);
 

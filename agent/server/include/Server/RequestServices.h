@@ -1,4 +1,4 @@
-// The agent as the handlers of requests see it. It outlives them.
+// The parts of the agent that the handlers of requests use. They outlive the handlers.
 #pragma once
 
 #include <functional>
@@ -12,13 +12,13 @@
 namespace Agent {
 
 struct RequestServices {
-  // By interface; null where the interface cannot carry a querier now.
+  // By interface; null while no querier can run on the interface.
   using Queriers = std::map<std::string, Mox::Ptr<Gmp::Igmp::QuerierSm>>;
 
   std::function<Queriers()> queriers;
   // All objects that can be read by path.
   std::function<ObjectRoots()> roots;
-  // Turns the wheel to the real now. Called before and after a request changes something.
+  // Turns the wheel to the current time. Called before and after a request changes something.
   std::function<void()> turn;
 };
 

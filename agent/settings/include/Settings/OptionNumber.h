@@ -1,4 +1,4 @@
-// Ranges of numbers, and the number that an option was given.
+// Ranges of numbers, and the conversion of an option's text to a number in a range.
 //
 //   optionNumber("--seed", text, {.least = 0, .most = 4294967295, .whole = true});
 #pragma once
@@ -16,9 +16,9 @@ struct NumberRange {
   const char* reference = nullptr;  // the document that gives the range
 };
 
-// Whether a number is in the range, or the 0 that is allowed outside it; not a number never is.
+// Whether a number is in the range, or is the 0 that is allowed outside it. False for NaN.
 bool fits(double number, const NumberRange& range);
-// What a number must be, for instance "must be from 1 to 7 (RFC 3376 8.1)".
+// The condition for a number as a text, for instance "must be from 1 to 7 (RFC 3376 8.1)".
 std::string mustText(const NumberRange& range);
 
 // Throws SettingError, with a text such as "--robustness 9: must be from 1 to 7 (RFC 3376 8.1)".

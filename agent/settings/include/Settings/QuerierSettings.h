@@ -31,7 +31,7 @@ class QuerierSettings {
   // Throws SettingError when the values contradict each other.
   void check() const;
 
-  // Sets every stored attribute: to what was added, or to its default.
+  // Sets every stored attribute: to the added value, or to its default.
   void apply(Gmp::Igmp::QuerierConfig& config) const;
 
   // Null when no prefix was added.

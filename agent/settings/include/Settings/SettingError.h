@@ -11,7 +11,7 @@ namespace Agent {
 
 class SettingError final : public std::runtime_error {
  public:
-  // The value as it was given; none where the name alone is wrong.
+  // The value as it was given; none when there is no setting of that name.
   SettingError(std::string name, std::optional<std::string> value, std::string reason)
       : runtime_error(subjectOf(name, value) + ": " + reason),
         name_(std::move(name)),
@@ -21,7 +21,7 @@ class SettingError final : public std::runtime_error {
   const std::string& name() const { return name_; }
   const std::optional<std::string>& value() const { return value_; }
   const std::string& reason() const { return reason_; }
-  // Name and value, which the text begins with.
+  // Name and value: the beginning of the text.
   std::string subject() const { return subjectOf(name_, value_); }
 
  private:

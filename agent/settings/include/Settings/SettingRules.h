@@ -1,5 +1,5 @@
-// The ranges of the querier configuration, and what its options say about themselves: one rule for
-// each stored attribute of QuerierConfig, which neither may lack.
+// The ranges of the querier configuration and the help texts of its options: exactly one rule for
+// each stored attribute of QuerierConfig.
 #pragma once
 
 #include <array>
@@ -16,8 +16,8 @@ struct SettingRule {
   std::string_view attribute;
   double least;
   double most;
-  const char* zero;       // what 0 means where it is allowed beside the range; null where it is not
-  const char* reference;  // null for a setting that no RFC knows
+  const char* zero;       // the meaning of a 0 that is allowed outside the range; null if it is not
+  const char* reference;  // null for a setting that is in no RFC
   const char* help;
 };
 
@@ -58,7 +58,7 @@ constexpr const SettingRule* settingRule(std::string_view attribute) {
   return nullptr;
 }
 
-// The same question without an address, which g++ with its sanitizers does not take as a constant.
+// Whether there is such a rule. With sanitizers, g++ rejects the address of a rule in a constant.
 constexpr bool hasRule(std::string_view attribute) {
   bool found = false;
   for (const SettingRule& rule : settingRules) found = found || rule.attribute == attribute;

@@ -1,6 +1,6 @@
 // For tests of rights: while it exists, this process has another user, another group and other
-// supplementary groups. The kernel keeps those of the time at which a socket connects. Only root
-// can take on another identity.
+// supplementary groups. The kernel reports the identity that a process had when it connected a
+// socket. Only root can take on another identity.
 #pragma once
 
 #include <vector>

@@ -1,4 +1,4 @@
-// A folder for the files and sockets of one test; it goes with the test.
+// A folder for the files and sockets of one test. It is deleted with this object.
 #pragma once
 
 #include <cstdlib>

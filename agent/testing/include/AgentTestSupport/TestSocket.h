@@ -1,5 +1,4 @@
-// For tests: one end of a Unix stream socket, in the hands of the test. What waits to be read there
-// is taken without blocking.
+// For tests: one end of a Unix stream socket, which the test uses. Reading does not block.
 //
 //   TestSocket client = TestSocket::connectedTo(path);
 //   client.send("{}\n");
@@ -35,7 +34,7 @@ class TestSocket {
               0);
     return socket;
   }
-  // A socket that serves the path, without a process that accepts yet.
+  // A socket that serves the path, but accepts no connection yet.
   static TestSocket servingAt(const std::string& path) {
     TestSocket socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = addressOf(path);
@@ -57,7 +56,7 @@ class TestSocket {
     const ssize_t sent = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     return sent < 0 ? 0 : static_cast<size_t>(sent);
   }
-  // At most `most` bytes of what is there.
+  // At most `most` of the bytes that are waiting.
   std::string received(size_t most = static_cast<size_t>(-1)) {
     std::string all;
     std::array<char, 4096> bytes;
@@ -72,7 +71,7 @@ class TestSocket {
     }
     return all;
   }
-  // The other end has closed, as far as was read.
+  // True when the end of the stream was read: the other end has closed.
   bool isEnded() const { return isEnded_; }
 
  private:

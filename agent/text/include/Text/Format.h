@@ -1,4 +1,4 @@
-// How a verb prints: for people or for programs.
+// The format of a verb's output: text for people, or JSON for programs.
 #pragma once
 
 namespace Agent {

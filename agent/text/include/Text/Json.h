@@ -17,14 +17,14 @@
 
 namespace Agent {
 
-// Seconds without the noise of binary fractions: to the microsecond, and never -0.0. Nothing for a
-// value that is no time.
+// Seconds rounded to the microsecond, without the further digits of binary fractions, and never
+// -0.0. Nothing for a value that is no time.
 std::optional<Mox::Seconds> jsonSeconds(Mox::Seconds seconds);
 
 // Null for a value that is no time.
 void appendJson(std::string& out, Mox::Seconds seconds);
-// In quotes. Bytes that are no UTF-8 are replaced: interface names may hold any, and readers would
-// refuse the line.
+// In quotes. Bytes that are no UTF-8 are replaced: interface names may contain any bytes, and
+// parsers would reject the line.
 void appendJson(std::string& out, std::string_view text);
 void appendJson(std::string& out, Ilvo::IpAddr addr);
 
@@ -35,7 +35,7 @@ class JsonObject {
   JsonObject& number(const char* key, Mox::U64 v);
   JsonObject& seconds(const char* key, Mox::Seconds v);
   JsonObject& address(const char* key, Ilvo::IpAddr v);
-  // Null for 0.0.0.0, where that stands for none.
+  // Null for 0.0.0.0, which stands for no address.
   JsonObject& knownAddress(const char* key, Ilvo::IpAddr v);
   JsonObject& addresses(const char* key, std::span<const Ilvo::IpAddr> values);
   JsonObject& null(const char* key);
@@ -43,7 +43,7 @@ class JsonObject {
   // A time of the activity clock as "time", and the same moment of the wall clock as "utc".
   JsonObject& times(Mox::Seconds time);
 
-  // The value of that key is what the caller appends, which must be JSON.
+  // Adds a key. The caller appends its value, which must be JSON.
   std::string& value(const char* key);
 
   // The object, without an end of line.

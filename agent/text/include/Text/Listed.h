@@ -1,4 +1,4 @@
-// Names in a row, for messages that say what there is.
+// A list of names as text, for messages that list the existing ones.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// How enumerations read in events and reports.
+// The names of enumerators in events and reports.
 #pragma once
 
 #include <GmpIgmpQuerier/Enumerations.h>

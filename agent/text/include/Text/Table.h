@@ -1,10 +1,9 @@
 // Rows of typed cells that are printed as columns for people or as JSON objects for programs.
 //
-// A column has a key for JSON and a heading for people; without one of them it is for the other
-// alone.
-// Columns may share an object inside the row's object. Rows may have rows below them, of one other
-// table: an array in JSON, indented lines for people, each cell under the heading that it shares.
-// Texts of cells are not copied: they outlive the table.
+// A column has a key for JSON and a heading for text; a column without one of them is left out of
+// that format. Several columns can be in one object inside the row's object. A row can have rows of
+// another table below it: an array in JSON, and indented lines in text, with each cell below the
+// heading that both tables have. Texts of cells are not copied: they outlive the table.
 //
 //   Table table({{"group", "GROUP"}, {"timeLeftSeconds", "LEFT"}});
 //   table.row({group.groupAddr(), Duration{left}});
@@ -23,7 +22,7 @@
 
 namespace Agent {
 
-// "4m10s" for people, 250.0 for programs; nothing for one that is not finite.
+// "4m10s" for people, 250.0 for programs; nothing for a duration that is not finite.
 struct Duration {
   Mox::Seconds seconds;
 };
@@ -41,7 +40,7 @@ struct Flag {
 using Cell = std::variant<std::monostate, Flag, Mox::U64, Ilvo::IpAddr, Duration, Interval,
                           std::string_view>;
 
-// Nothing for 0.0.0.0, where that stands for none.
+// Nothing for 0.0.0.0, which stands for no address.
 inline Cell knownAddress(Ilvo::IpAddr addr) { return addr.isZero() ? Cell() : Cell(addr); }
 
 class Table {
@@ -59,7 +58,7 @@ class Table {
   void row(std::initializer_list<Cell> cells) { row({cells.begin(), cells.size()}); }
   size_t rows() const { return belowBegin_.size(); }
 
-  // The rows that are added there from now on are those of the last row here.
+  // Creates the table of the rows below. A row that is added to it belongs to the last row here.
   Table& belowIs(const char* key, std::vector<Column> columns);
   Table& below() { return *below_; }
 
@@ -67,7 +66,7 @@ class Table {
   void appendText(std::string& out) const;
   // The same with a line for each column and a column for each row.
   void appendTurnedText(std::string& out) const;
-  // An array of objects, all in one line or each in its own.
+  // An array of objects, all on one line or each on its own line.
   enum class Lines { one, each };
   void appendJson(std::string& out, Lines lines) const { appendJson(out, lines, 0, rows()); }
 

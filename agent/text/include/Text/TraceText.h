@@ -1,4 +1,4 @@
-// Traces as people read them.
+// The text of traces.
 #pragma once
 
 #include <cstddef>
@@ -12,12 +12,12 @@ namespace Agent {
 // "1021.000250  3 GmpIgmpQuerierSm eth0: ...": seconds on the agent's clock, level, handle, text.
 std::string traceText(Mox::Seconds time, int level, std::string_view handle, std::string_view text);
 
-// How many files of earlier processes stay in the folder.
+// How many trace files of earlier processes are kept.
 inline constexpr size_t tracesKept = 8;
 
-// From here on a fatal assertion writes the trace ring as text into a file of that folder, else of
-// the working directory: igmpq-trace-PID.txt. Standard error names it. Of the files that are there
-// the newest stay.
+// After this call a fatal assertion writes the text of the trace ring into the file
+// igmpq-trace-PID.txt in that folder, or in the working directory if that fails, and prints its
+// path on standard error. Only the newest of such files are kept.
 void fatalTraceFolderIs(const std::string& folder);
 
 }  // namespace Agent

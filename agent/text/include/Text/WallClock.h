@@ -1,5 +1,4 @@
-// The wall clock beside the activity clock: the moment of the day at which a time of the activity
-// clock was. One a process, as the activity clock is.
+// Converts times of the activity clock to times of the wall clock. A process has one of each clock.
 //
 //   utcText(wallTime(Mox::now()))  // "2026-11-21T13:43:21.632198Z"
 #pragma once
@@ -11,12 +10,12 @@
 
 namespace Agent {
 
-// Seconds since 1970 (UTC) at that time of the activity clock, by the difference between the
-// machine's two clocks as it is now: it changes when the machine's wall clock is set.
+// Seconds since 1970 (UTC) at that time of the activity clock, computed with the present difference
+// between the machine's two clocks: it changes when the machine's wall clock is set.
 Mox::Seconds wallTime(Mox::Seconds time);
 
-// From here on the wall clock is ahead of the activity clock by that many seconds, as in the replay
-// of a capture; nothing brings the machine's difference back.
+// After this call the wall clock is ahead of the activity clock by that many seconds, as in the
+// replay of a capture. This cannot be undone.
 void wallClockDifferenceIs(std::optional<Mox::Seconds> difference);
 
 // RFC 3339, UTC, to the microsecond. Empty before 1970 and after the year 9999.
