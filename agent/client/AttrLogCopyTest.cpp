@@ -277,7 +277,12 @@ TEST(InterfaceStateDocTest, attributesAreDocumented) {
   ASSERT_NE(section, std::string::npos);
   const char* const rows[] = {"| 257 | name | key | text |", "| 258 | address | stored | u32 |",
                               "| 259 | running | stored | flag |",
-                              "| 260 | electedTime | stored | seconds |"};
+                              "| 260 | electedTime | stored | seconds |",
+                              "| 261 | framesLost | counter | u64 |",
+                              "| 262 | framesUnparsable | counter | u64 |",
+                              "| 263 | fragmentsReceived | counter | u64 |",
+                              "| 264 | otherVlanFrames | counter | u64 |",
+                              "| 265 | sendFailures | counter | u64 |"};
   const auto attrs = Mox::typeInfoOf<InterfaceState>().attrs;
   ASSERT_EQ(attrs.size(), std::size(rows));
   for (const Mox::AttrInfo& attr : attrs) {

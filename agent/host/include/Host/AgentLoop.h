@@ -1,8 +1,8 @@
 // The live agent: queriers on real interfaces, one event loop, one thread, one timer wheel.
 //
-// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. The activity
-// clock is the machine's monotonic one, and the wheel is turned before each of these is handled and
-// after it.
+// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. Whatever it was,
+// the packets that have arrived are handled first, then the timers that are due. The activity clock is
+// the machine's monotonic one.
 //
 //   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
 //   loop.run();  // until SIGINT or SIGTERM
@@ -31,6 +31,8 @@ class AgentLoop {
     // Whether it is an error that the attribute log cannot be served; else an event reports it and
     // the agent runs without. Requests are served beside the attribute log, on the same terms.
     bool attrLogRequired = false;
+    // Of each interface's receive ring; a share of what all may take if none.
+    std::optional<size_t> ringBytes = {};
   };
 
   // Its queriers run from here on. Throws std::system_error when the interfaces cannot be watched,

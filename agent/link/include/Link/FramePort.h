@@ -1,16 +1,32 @@
-// Sends and receives the frames of an interface: through the kernel, or in a test.
+// The interface at which a querier sends and receives. Behind it is the kernel, or a test.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <span>
 #include <string>
+#include <system_error>
 
 #include <MoxBase/Types.h>
 
 namespace Agent {
 
 struct Link;
+
+// An IPv4 packet and the frame that carried it; both are valid during the call that hands them over.
+struct RxPacket {
+  std::span<const Mox::U8> frame;   // from its destination address on
+  std::span<const Mox::U8> packet;  // from the IPv4 header on, with what follows it in the frame
+  bool outgoing = false;            // sent by this machine
+};
+
+// Frames with IGMP in them that no querier sees, since the port was opened.
+struct PortCounts {
+  Mox::U64 lost = 0;        // the ring was full
+  Mox::U64 unparsable = 0;  // no whole IPv4 packet
+  Mox::U64 fragments = 0;   // a part of an IPv4 packet
+  Mox::U64 otherVlans = 0;  // tagged for a VLAN, which is another link
+};
 
 class FramePort {
  public:
@@ -19,14 +35,13 @@ class FramePort {
   FramePort& operator=(const FramePort&) = delete;
   virtual ~FramePort() = default;
 
-  // Sends one whole Ethernet frame. Empty when it was sent, else the reason why not.
-  virtual std::string send(std::span<const Mox::U8> frame) = 0;
+  // Sends an IPv4 packet, or returns the error that prevented it.
+  virtual std::error_code send(std::span<const Mox::U8> packet) = 0;
 
-  // Frames that were received since it was opened and lost, as they were not read in time.
-  virtual Mox::U64 dropped() = 0;
+  virtual PortCounts counts() = 0;
 };
 
-// Receives frames, batch by batch. It may close the port from portFailed, and from nowhere else.
+// The user of a port. It may close the port from portFailed, and from no other call.
 class FrameReceiver {
  public:
   FrameReceiver() = default;
@@ -34,12 +49,11 @@ class FrameReceiver {
   FrameReceiver& operator=(const FrameReceiver&) = delete;
   virtual ~FrameReceiver() = default;
 
-  // The next frame of a batch: Ethernet with IGMP in it, as it was on the link; valid during the
-  // call. To be handled when the batch ends: a receiver that knows the next frames can prefetch.
-  virtual void rxFrame(std::span<const Mox::U8> frame) = 0;
-  // No more frames have arrived, or timers are to have their turn.
+  // The next packet of a batch, to be handled when the batch ends: a receiver that knows the packets
+  // that follow can prefetch what they need.
+  virtual void rxPacket(const RxPacket& packet) = 0;
   virtual void rxBatchEnd() = 0;
-  // No more frames will be received.
+  // Nothing is received any more.
   virtual void portFailed(const std::string& why) = 0;
 };
 
