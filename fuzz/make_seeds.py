@@ -321,7 +321,8 @@ LINKS = {
         link(NEW_LINK, 2, b"eth0") + address(NEW_ADDRESS, 2, 1) + address(NEW_ADDRESS, 2, 9, 1),
         address(DEL_ADDRESS, 2, 1)),
     "renamed": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(NEW_LINK, 2, b"eth1")),
-    "gone": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(DEL_LINK, 2) + link(NEW_LINK, 3, b"eth0")),
+    "gone": two_datagrams(link(NEW_LINK, 2, b"eth0"),
+                          link(DEL_LINK, 2) + link(NEW_LINK, 3, b"eth0")),
     "bridge-port": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(DEL_LINK, 2, family=7)),
     "cut": two_datagrams(link(NEW_LINK, 2, b"eth0")[:-8], link(NEW_LINK, 3)[:40]),
 }

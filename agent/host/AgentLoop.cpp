@@ -168,8 +168,8 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
 }
 
-// Each round handles one batch, one client or one change of interfaces; clients that follow the traces
-// get theirs then.
+// Each round handles one batch, one client or one change of interfaces; clients that follow the
+// traces get theirs then.
 void AgentLoop::Impl::run() {
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();

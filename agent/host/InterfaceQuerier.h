@@ -5,8 +5,8 @@
 // new address starts a new election. A problem is reported as an event, each kind at most once a
 // minute, and the operation is tried again; no problem ends the process.
 //
-// Packets are handled before the timers that are due at the same time: its host reads all ports, turns
-// the wheel and then flushes what has changed.
+// Packets are handled before the timers that are due at the same time: its host reads all ports,
+// turns the wheel and then flushes what has changed.
 //
 //   InterfaceQuerier querier(services, {.name = "eth0", .config = config});
 //   querier.linkIs(links.find("eth0"));  // and at each of its changes
@@ -57,9 +57,9 @@ class InterfaceQuerier final : private FrameReceiver {
 
   // The interface as the kernel describes it now; null when there is none of that name.
   void linkIs(const Link* link);
-  // The host handled nothing for that long after a timer was due: it was stopped, and hosts that were
-  // asked meanwhile may have answered in vain. A querier that would count that as their silence is
-  // replaced by one that begins anew on the same status.
+  // The host handled nothing for that long after a timer was due: it was stopped, and hosts that
+  // were asked meanwhile may have answered in vain. A querier that would count that as their
+  // silence is replaced by one that begins anew on the same status.
   void rebuildAfterGap(Mox::Seconds gap);
 
   // Null while the interface cannot carry it.

@@ -1,9 +1,9 @@
 // The receive ring of one link: the IGMP frames that pass it in both directions, for any group, in
 // memory that is shared with the kernel.
 //
-// One packet socket has the ring, the filter and the membership in all groups. Frames are not copied;
-// their memory goes back to the kernel block by block. A block is handed over when it is full, or
-// when its timeout has passed since it was begun. Needs CAP_NET_RAW.
+// One packet socket has the ring, the filter and the membership in all groups. Frames are not
+// copied; their memory goes back to the kernel block by block. A block is handed over when it is
+// full, or when its timeout has passed since it was begun. Needs CAP_NET_RAW.
 //
 //   FrameRing ring(link, {.bytes = 4 << 20});
 //   while (ring.readBlock([&](const RingFrame& frame) { ... })) {}

@@ -43,7 +43,7 @@ class LinkMonitorTest : public TestNetwork {
           changes_.push_back((link == nullptr ? "no " : link->up ? "up " : "down ") + name);
         });
   }
-  // What has arrived is handled; nothing is waited for.
+  // Handles the messages that have arrived, without waiting for more.
   void poll() {
     io_.restart();
     io_.poll();

@@ -69,8 +69,8 @@ std::string whyUnfit(const Link& link) {
   return {};
 }
 
-// libmnl's own loop over messages stops at those that end a dump or acknowledge a request, which are
-// none of this table's.
+// libmnl's own loop over messages stops at those that end a dump or acknowledge a request, which
+// are none of this table's.
 void LinkTable::apply(std::span<const std::byte> datagram, Former& former) {
   int left = static_cast<int>(datagram.size());
   const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());

@@ -1,5 +1,5 @@
-// One block of a packet socket's receive ring (version 3): frames of variable length, in memory that
-// the kernel fills and hands over as a whole.
+// One block of a packet socket's receive ring (version 3): frames of variable length, in memory
+// that the kernel fills and hands over as a whole.
 //
 //   RingBlock block(memory);
 //   if (!block.isReady()) return;

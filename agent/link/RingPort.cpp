@@ -85,7 +85,8 @@ PortCounts RingPort::counts() {
   return all;
 }
 
-// An interface that is down reports an error and receives again once it is up: netlink reports both.
+// An interface that is down reports an error and receives again once it is up: netlink reports
+// both.
 std::size_t RingPort::readBlocks(std::size_t most) {
   std::size_t blocks = 0;
   const auto use = [this](const RingFrame& frame) {

@@ -1,5 +1,6 @@
-// For tests: a network namespace of this process's own with the interfaces eth0 (10.9.0.1) and peer0,
-// the two ends of a cable. Tests are skipped where it cannot be made; that takes root and iproute2.
+// For tests: a network namespace of this process's own with the interfaces eth0 (10.9.0.1) and
+// peer0, the two ends of a cable. Tests are skipped where it cannot be made; that takes root and
+// iproute2.
 #pragma once
 
 #include <sched.h>

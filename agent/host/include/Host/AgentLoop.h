@@ -1,8 +1,8 @@
 // The live agent: queriers on real interfaces, one event loop, one thread, one timer wheel.
 //
-// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. Whatever it was,
-// the packets that have arrived are handled first, then the timers that are due. The activity clock is
-// the machine's monotonic one.
+// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. Whatever it
+// was, the packets that have arrived are handled first, then the timers that are due. The activity
+// clock is the machine's monotonic one.
 //
 //   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
 //   loop.run();  // until SIGINT or SIGTERM

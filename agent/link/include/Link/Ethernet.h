@@ -26,7 +26,8 @@ struct EtherPayload {
   Mox::U16 vlan = 0;  // the first that a tag names; 0 for none, as a tag may give a priority only
   std::span<const Mox::U8> ipv4Packet = {};  // with the bytes after it in the frame
 };
-// `typeAt` is the place of the type field, and `headerBytes` the length of the header that it is in.
+// `typeAt` is the place of the type field, and `headerBytes` the length of the header that it is
+// in.
 EtherPayload etherPayload(std::span<const Mox::U8> frame,
                           std::size_t typeAt = ethernetHeaderBytes - 2,
                           std::size_t headerBytes = ethernetHeaderBytes);

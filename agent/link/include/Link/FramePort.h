@@ -13,7 +13,8 @@ namespace Agent {
 
 struct Link;
 
-// An IPv4 packet and the frame that carried it; both are valid during the call that hands them over.
+// An IPv4 packet and the frame that carried it; both are valid during the call that hands them
+// over.
 struct RxPacket {
   std::span<const Mox::U8> frame;   // from its destination address on
   std::span<const Mox::U8> packet;  // from the IPv4 header on, with what follows it in the frame
@@ -49,8 +50,8 @@ class FrameReceiver {
   FrameReceiver& operator=(const FrameReceiver&) = delete;
   virtual ~FrameReceiver() = default;
 
-  // The next packet of a batch, to be handled when the batch ends: a receiver that knows the packets
-  // that follow can prefetch what they need.
+  // The next packet of a batch, to be handled when the batch ends: a receiver that knows the
+  // packets that follow can prefetch what they need.
   virtual void rxPacket(const RxPacket& packet) = 0;
   virtual void rxBatchEnd() = 0;
   // Nothing is received any more.

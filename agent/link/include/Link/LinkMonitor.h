@@ -1,6 +1,6 @@
 // Watches the machine's network interfaces: the kernel is asked once for all of them and reports
-// changes from then on. When changes came faster than they were read, all are asked for again, once a
-// second until the kernel's answer is whole.
+// changes from then on. When changes came faster than they were read, all are asked for again, once
+// a second until the kernel's answer is whole.
 //
 // Changes are notified by name, for the state that holds when everything that had arrived was read:
 // an interface that went down and came up in between has not changed.

@@ -68,8 +68,8 @@ class LinkTable {
   // Links before the first message that concerned them, by index; none for one that is new.
   using Former = std::map<Mox::U32, std::optional<Link>>;
 
-  // Applies all messages of one datagram, which is aligned as the kernel aligns it. The links that they
-  // concern, and no others, are added to `former`.
+  // Applies all messages of one datagram, which is aligned as the kernel aligns it. The links that
+  // they concern, and no others, are added to `former`.
   void apply(std::span<const std::byte> datagram, Former& former);
   void apply(const nlmsghdr& message, Former& former);
 

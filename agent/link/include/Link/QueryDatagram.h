@@ -1,5 +1,5 @@
-// An IGMP query on its way out: the IPv4 header around the message that a querier publishes (RFC 3376
-// 4: TTL 1, precedence Internetwork Control, Router Alert).
+// An IGMP query on its way out: the IPv4 header around the message that a querier publishes (RFC
+// 3376 4: TTL 1, precedence Internetwork Control, Router Alert).
 //
 //   port.send(queryDatagram(querier->ipAddr(), querier->dstGroup(), querier->sendPkt()->data()));
 #pragma once
