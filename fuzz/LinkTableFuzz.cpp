@@ -1,6 +1,5 @@
-// Any bytes are safe to apply as messages of the kernel. What they change is what they say that
-// they change: a link that they do not concern is as it was, and one that they concern is known as
-// it was before, so that every change is notified.
+// Any bytes are safe to apply as messages of the kernel. The table names the links that a message
+// changed: every other link is as it was before, so that every change is notified.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
