@@ -1,5 +1,5 @@
-// Retransmissions of a router that is not the querier, or has just lost the election: what it has
-// begun to ask it finishes asking, and then hands over.
+// Retransmissions of a router that is not the querier, or has just lost the election: it sends the
+// queries that are pending, and then hands over.
 #include "GroupBench.h"
 
 namespace Gmp::Igmp::testing {

@@ -18,7 +18,7 @@ MOX_PUBLIC void sendQuery(QuerierSm* querier, double maxResponseSeconds, IpAddr 
 // The general query that is due now.
 MOX_PUBLIC void sendGeneralQuery(QuerierSm* querier);
 
-// One group-specific query if the group has one pending, which is then pending no more.
+// One group-specific query if the group has pending ones; one less is pending then.
 MOX_PUBLIC void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
 
 // One group-and-source-specific query with as many of the sources as fit, from the back of the

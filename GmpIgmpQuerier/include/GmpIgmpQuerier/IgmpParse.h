@@ -1,9 +1,8 @@
 // The two parse operations: received version 3 messages become values, and are acted on afterwards.
 //
 // The packet's front must stand at the IGMP message and its bytes be the message's (the receive
-// path has cut off everything else). Any bytes are safe: a message that is too short gives
-// an invalid value.
-// Sources that are no unicast addresses are reported to the event log and left out.
+// path has cut off everything else). Any bytes are safe: a message that is too short gives an
+// invalid value. Sources that are no unicast addresses are reported to the event log and left out.
 #pragma once
 
 #include <GmpIgmpQuerier/IgmpQuery.h>

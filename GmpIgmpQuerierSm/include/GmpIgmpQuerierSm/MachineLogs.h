@@ -1,4 +1,5 @@
-// The trace handle and the event-log message of the state machines.
+// What the state machines set up when their library is loaded, besides their types: the trace
+// handle, the event-log message and two constants. With it, their model file.
 #pragma once
 
 #include <GmpIgmpQuerier/Types.h>

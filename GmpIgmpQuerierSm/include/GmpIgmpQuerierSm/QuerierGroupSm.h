@@ -97,7 +97,7 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   // Group-specific queries still to be sent.
   U32 rexmitGroupQuery() const { return rexmitGroupQuery_; }
   bool initialized() const { return initialized_; }
-  // The owner; asking after the machine's end is a fatal assertion.
+  // The owner; a call after the machine's end is a fatal assertion.
   QuerierSm& querierSm() const;
   bool ended() const { return parent() == nullptr; }
   // The owner as the parent entity; null after the end.

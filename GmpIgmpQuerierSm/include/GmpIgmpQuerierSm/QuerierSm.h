@@ -8,8 +8,8 @@
 // It runs from the moment of its construction. Its destruction writes nothing into the status and
 // sends nothing; a new instance on the same status takes the groups over. One thread.
 //
-//   Ptr<QuerierSm> querier = querierSmFactory(config, status, ipAddr, 1500, 30, wheel, wheel,
-//   wheel, false); querier->doRxPkt(pkt);
+//   querier = querierSmFactory(config, status, ipAddr, 1500, 30, wheel, wheel, wheel, false);
+//   querier->doRxPkt(pkt);
 #pragma once
 
 #include <memory>

@@ -186,11 +186,10 @@ struct Set {
 // A part that the object is built with and that only its own methods change.
 template <class E, class V>
 struct Part {
-  constexpr Part(const char* n, V E::*m, Unit u = Unit::byType) : name(n), member(m), unit(u) {}
+  constexpr Part(const char* n, V E::*m) : name(n), member(m) {}
   static constexpr AttrKind kind = AttrKind::part;
   const char* name;
   V E::*member;
-  Unit unit;
 };
 
 template <class E, class R, class... Arg>
