@@ -9,6 +9,7 @@ using Mox::U8;
 
 namespace {
 
+constexpr U16 etherTypeIpv4 = 0x0800;
 constexpr std::array<U16, 3> vlanTagTypes{0x8100, 0x88a8, 0x9100};
 constexpr U16 vlanIdMask = 0x0fff;
 

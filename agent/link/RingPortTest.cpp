@@ -159,7 +159,7 @@ TEST_F(RingPortTest, seesItsOwnQueriesOnTheirWayOut) {
   EXPECT_TRUE(received_[0].outgoing);
   Bytes seen = received_[0].packet;
   // The kernel numbers the packet and so changes the checksum.
-  for (const size_t at : {4, 5, 10, 11}) seen[at] = query[at];
+  for (const size_t at : {size_t{4}, size_t{5}, size_t{10}, size_t{11}}) seen[at] = query[at];
   EXPECT_EQ(seen, query);
 }
 

@@ -17,8 +17,6 @@ using MacAddr = std::array<Mox::U8, 6>;
 inline constexpr std::size_t ethernetHeaderBytes = 14;
 inline constexpr std::size_t vlanTagBytes = 4;
 
-inline constexpr Mox::U16 etherTypeIpv4 = 0x0800;
-
 // The contents of a frame behind its Ethernet type and VLAN tags (IEEE 802.1Q).
 struct EtherPayload {
   enum Kind { ipv4, other, tooShort };  // too short: the frame ends before its headers do
