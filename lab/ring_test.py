@@ -37,10 +37,10 @@ class OwnMachineTest(LabTestCase):
         router = self.lab.station(9)
         querier = Querier(router, *SHORT)
         querier.expect("role", role="querier")
-        router.remove_address()
-        querier.expect("interfaceDown")
-        router.add_address(5)
-        querier.expect("role", role="querier", querier=router.address)
+        # With the lower address of before, its last query would win the election.
+        router.ip("address", "add", "10.77.0.120/16", "dev", "eth0")
+        router.ip("address", "del", "10.77.0.9/24", "dev", "eth0")
+        querier.expect("role", role="querier", querier="10.77.0.120")
         querier.expect_none("role", role="nonQuerier", during=5)
         self.assertEqual(0, counters(router, querier)["v2QueriesReceived"])
 
@@ -108,7 +108,8 @@ class LossTest(LabTestCase):
         wait_until(lambda: querier.seen("error", text=lambda text: "lost so far" in text), 15,
                    "the loss to be reported")
         counted = counters(self.router, querier)
-        self.assertEqual(5000, counted["framesLost"] + counted["v2ReportReceived"])
+        # The query of the querier that begins anew may have found no place either.
+        self.assertIn(counted["framesLost"] + counted["v2ReportReceived"], (5000, 5001))
         self.assertGreater(counted["framesLost"], 0)
         self.host.join("239.1.1.2")
         querier.expect("groupJoined", group="239.1.1.2")
