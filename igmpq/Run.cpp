@@ -90,6 +90,7 @@ class RunVerb final : public Verb {
     const std::vector<std::string> names = interfaceNames();
     const std::string missing = Agent::missingPrivilege();
     if (!missing.empty()) throw std::runtime_error(missing);
+    Agent::raiseDescriptorLimit();
     chanceIs(seed_);
     const auto sink = json_ ? Agent::jsonEventSink(stdout) : Agent::textEventSink(stdout);
     const Agent::LibraryMessages messages(*sink);
@@ -97,7 +98,9 @@ class RunVerb final : public Verb {
                            .reportQueries = queries_,
                            .onStateRequested = {},
                            .attrLog = attrLog(),
-                           .attrLogRequired = !socket_.empty()};
+                           .attrLogRequired = !socket_.empty(),
+                           .ringBytes = {}};
+    if (ringKib_) setup.ringBytes = *ringKib_ * 1024;
     for (const std::string& name : names) {
       const auto config = Gmp::Igmp::querierConfigFactory(name);
       settings_.apply(*config);
@@ -116,14 +119,16 @@ class RunVerb final : public Verb {
   explicit RunVerb(CLI::App* options) : Verb(options) {
     options->footer(
         "Examples:\n"
-        "  sudo igmpq run                      on all Ethernet interfaces that are up now\n"
-        "  sudo igmpq run eth0 eth1 --json     on these, with JSON Lines on standard output\n"
+        "  sudo igmpq run eth0 eth1            on these interfaces\n"
+        "  sudo igmpq run --all --json         on all that are up now, with JSON Lines on standard "
+        "output\n"
         "  sudo igmpq run eth0 --boundary 239.255.0.0/16\n"
         "It runs until SIGINT or SIGTERM and prints its state then, and at each SIGUSR1.\n"
         "Exit status: 0 ended by a signal, 1 failure (no permission, no socket), 2 bad use.\n");
-    options->add_option("INTERFACE", interfaces_, "Ethernet interfaces; all that are up if none")
+    options->add_option("INTERFACE", interfaces_, "Ethernet interfaces")
         ->type_name("")
         ->expected(0, -1);
+    options->add_flag("--all", all_, "all Ethernet interfaces that are up now and have an address");
     options->add_flag("--json", json_, "write JSON Lines");
     options->add_flag("--queries", queries_, "report each query sent");
     addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
@@ -137,6 +142,9 @@ class RunVerb final : public Verb {
               "after which a reader that takes nothing is disconnected",
               [this](double seconds) { stallTimeout_ = seconds; })
         ->default_str("30");
+    addNumber(*options, "--ring-size", "KIB", {.least = 32, .most = 1048576, .whole = true},
+              "of each interface's receive ring (4096 for up to 16 interfaces, else 65536 in all)",
+              [this](double kib) { ringKib_ = static_cast<size_t>(kib); });
     addSettings(*options, settings_);
   }
 
@@ -156,7 +164,12 @@ class RunVerb final : public Verb {
   // As they were named, each once.
   std::vector<std::string> interfaceNames() const {
     const LinkTable links = Agent::currentLinks();
-    if (interfaces_.empty()) return usableNames(links);
+    if (all_ && !interfaces_.empty()) throw BadUse("name interfaces or give --all, not both");
+    if (all_) return usableNames(links);
+    if (interfaces_.empty()) {
+      throw BadUse(fmt::format("name interfaces, or give --all for these: {}",
+                               fmt::join(usableNames(links), ", ")));
+    }
     std::vector<std::string> names;
     for (const std::string& name : interfaces_) {
       checkFit(links, name);
@@ -174,11 +187,13 @@ class RunVerb final : public Verb {
   }
 
   std::vector<std::string> interfaces_;
+  bool all_ = false;
   bool json_ = false;
   bool queries_ = false;
   std::optional<long> seed_;
   std::string socket_;
   Mox::Seconds stallTimeout_ = 30.0;
+  std::optional<size_t> ringKib_;
   Agent::QuerierSettings settings_;
 };
 

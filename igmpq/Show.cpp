@@ -106,6 +106,7 @@ class ShowVerb final : public Verb {
         view.address = copy.state->address();
         view.running = copy.state->running();
         view.electedTime = copy.state->electedTime();
+        view.state = copy.state;
       }
       view.isCopy = !copy.state;
       all.push_back(view);

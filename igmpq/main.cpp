@@ -80,7 +80,7 @@ int command(int argc, const char* const* argv) {
   app.formatter(std::make_shared<ExamplesFirst>());
   app.footer(
       "Examples:\n"
-      "  sudo igmpq run                      be a querier on all Ethernet interfaces\n"
+      "  sudo igmpq run --all                be a querier on all Ethernet interfaces\n"
       "  sudo igmpq run eth0 --json          on one, with JSON Lines on standard output\n"
       "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
       "  sudo igmpq show groups              the groups of a running one\n"

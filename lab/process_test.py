@@ -76,12 +76,19 @@ class ProcessTest(LabTestCase):
         self.assertEqual((2, ""), (done.returncode, done.stdout))
         self.assertIn("--robustness 9: must be from 1 to 7", done.stderr)
 
-    def test_without_interface_names_it_takes_all_usable_ones(self):
+    def test_without_interface_names_it_lists_the_candidates(self):
+        router = self.lab.station(1)
+        router.ip("link", "add", "name", "bare0", "type", "bridge")
+        done = run_once(router, "run")
+        self.assertEqual((2, ""), (done.returncode, done.stdout))
+        self.assertIn("name interfaces, or give --all for these: eth0\n", done.stderr)
+
+    def test_with_all_it_takes_all_usable_ones(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)
         router.ip("link", "add", "name", "bare0", "type", "bridge")
         router.ip("link", "set", "bare0", "up")
         host.join(GROUP)
-        done = run_once(router, "run", *SHORT, "--json", wrapper=("timeout", "2"))
+        done = run_once(router, "run", "--all", *SHORT, "--json", wrapper=("timeout", "2"))
         self.assertIn('"eth0"', done.stdout)
         self.assertNotIn('"bare0"', done.stdout)
         self.assertNotIn('"lo"', done.stdout)

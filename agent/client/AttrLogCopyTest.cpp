@@ -1,7 +1,6 @@
 #include <Client/AttrLogCopy.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <optional>
@@ -267,24 +266,6 @@ TEST_F(AttrLogCopyTest, holdsTheStateOfTheInterfaceItself) {
   settle();
   EXPECT_EQ(copyOf("eth0").state, nullptr);
   EXPECT_NE(copyOf("eth0").status, nullptr);
-}
-
-// Decoders are written from the document, which has one line for each attribute.
-TEST(InterfaceStateDocTest, attributesAreDocumented) {
-  std::ifstream document(ATTR_LOG_DOCUMENT);
-  const std::string text(std::istreambuf_iterator<char>(document), {});
-  const size_t section = text.find(std::string("### ") + InterfaceState::entityTypeName + "\n");
-  ASSERT_NE(section, std::string::npos);
-  const char* const rows[] = {"| 257 | name | key | text |", "| 258 | address | stored | u32 |",
-                              "| 259 | running | stored | flag |",
-                              "| 260 | electedTime | stored | seconds |"};
-  const auto attrs = Mox::typeInfoOf<InterfaceState>().attrs;
-  ASSERT_EQ(attrs.size(), std::size(rows));
-  for (const Mox::AttrInfo& attr : attrs) {
-    const std::string row = rows[attr.id - 257];
-    EXPECT_THAT(row, HasSubstr(std::string("| ") + attr.name + " |"));
-    EXPECT_NE(text.find(row, section), std::string::npos) << row;
-  }
 }
 
 TEST_F(AttrLogCopyTest, entryOfAnotherFolderRemovesNoInterface) {

@@ -28,7 +28,21 @@ struct Change {
   std::shared_ptr<GroupWatch> group;
   std::shared_ptr<SourceWatch> source = nullptr;
 };
-using Journal = std::vector<Change>;
+
+// Every change marks the watcher as one that has something to report.
+class Journal {
+ public:
+  explicit Journal(StatusWatcher& watcher) : watcher_(watcher) {}
+  void add(Change change) {
+    changes_.push_back(std::move(change));
+    watcher_.markPending();
+  }
+  std::vector<Change> taken() { return std::exchange(changes_, {}); }
+
+ private:
+  StatusWatcher& watcher_;
+  std::vector<Change> changes_;
+};
 
 template <class Map>
 std::vector<IpAddr> sortedKeys(const Map& map) {
@@ -82,12 +96,12 @@ class GroupWatch final : public QuerierGroupStatus::NotifieeConst,
       : NotifieeConst(group), journal_(journal) {}
 
   void begin() {
-    journal_.push_back({Change::groupCame, shared_from_this()});
+    journal_.add({Change::groupCame, shared_from_this()});
     for (const IpAddr addr : sortedKeys(notifier()->source())) onSource(addr);
   }
   void goneIs() {
     gone_ = true;
-    journal_.push_back({Change::groupGone, shared_from_this()});
+    journal_.add({Change::groupGone, shared_from_this()});
   }
   bool gone() const { return gone_; }
 
@@ -107,11 +121,11 @@ class GroupWatch final : public QuerierGroupStatus::NotifieeConst,
   void onCompatibilityMode() override { touch(); }
   void touch() {
     if (!std::exchange(touched_, true)) {
-      journal_.push_back({Change::groupTouched, shared_from_this()});
+      journal_.add({Change::groupTouched, shared_from_this()});
     }
   }
   void touch(SourceWatch& source) {
-    journal_.push_back({Change::sourceTouched, shared_from_this(), source.shared_from_this()});
+    journal_.add({Change::sourceTouched, shared_from_this(), source.shared_from_this()});
   }
 
   bool inExclude() const { return notifier()->filterMode() == Gmp::Igmp::filterModeExclude; }
@@ -143,12 +157,19 @@ void SourceWatch::touch() {
 
 class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
  public:
-  Watch(std::string interface, Ptr<const QuerierStatus> status, EventSink& sink)
-      : NotifieeConst(std::move(status)), interface_(std::move(interface)), sink_(sink) {
+  Watch(std::string interface, Ptr<const QuerierStatus> status, EventSink& sink,
+        StatusWatcher& owner)
+      : NotifieeConst(std::move(status)),
+        interface_(std::move(interface)),
+        sink_(sink),
+        owner_(owner),
+        journal_(owner) {
     const QuerierStatus::GroupMap& groups = notifier()->group();
     for (auto at = groups.begin(); at != groups.end(); ++at) onGroup(at.key());
   }
 
+  void onState() override { owner_.markPending(); }
+  void onElectedQuerierAddr() override { owner_.markPending(); }
   using NotifieeConst::onGroup;
   void onGroup(IpAddr addr) override {
     const Ptr<QuerierGroupStatus> group = notifier()->group(addr);
@@ -165,8 +186,7 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
 
   void flush() {
     reportRole();
-    const Journal changes = std::exchange(journal_, {});
-    for (const Change& change : changes) report(change);
+    for (const Change& change : journal_.taken()) report(change);
   }
 
  private:
@@ -228,6 +248,7 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
 
   const std::string interface_;
   EventSink& sink_;
+  StatusWatcher& owner_;
   Journal journal_;
   Mox::HashMap<IpAddr, std::shared_ptr<GroupWatch>> groups_;
   QuerierStatus::QuerierState state_ = QuerierStatus::querierStateInitial;
@@ -235,11 +256,35 @@ class StatusWatcher::Watch final : public QuerierStatus::NotifieeConst {
 };
 
 StatusWatcher::StatusWatcher(std::string interface, Ptr<const QuerierStatus> status,
-                             EventSink& sink)
-    : watch_(std::make_unique<Watch>(std::move(interface), std::move(status), sink)) {}
+                             EventSink& sink, Pending* pending)
+    : pending_(pending) {
+  markPending();  // the contents of the status are yet to be reported
+  watch_ = std::make_unique<Watch>(std::move(interface), std::move(status), sink, *this);
+}
 
-StatusWatcher::~StatusWatcher() = default;
+StatusWatcher::~StatusWatcher() {
+  if (!isPending_) return;
+  std::erase(pending_->watchers_, this);
+  std::ranges::replace(pending_->flushed_, this, nullptr);
+}
+
+void StatusWatcher::markPending() {
+  if (pending_ == nullptr || std::exchange(isPending_, true)) return;
+  pending_->watchers_.push_back(this);
+}
 
 void StatusWatcher::flush() { watch_->flush(); }
+
+// The two lists take turns, so that neither is allocated anew.
+void StatusWatcher::Pending::flush() {
+  std::swap(watchers_, flushed_);
+  for (StatusWatcher*& watcher : flushed_) {
+    if (watcher == nullptr) continue;
+    StatusWatcher& one = *std::exchange(watcher, nullptr);
+    one.isPending_ = false;
+    one.flush();
+  }
+  flushed_.clear();
+}
 
 }  // namespace Agent

@@ -1,5 +1,7 @@
 #include <Events/StatusWatcher.h>
 
+#include <optional>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -202,6 +204,62 @@ TEST_F(StatusWatcherTest, aGroupThatLeftIsReleasedByTheFlush) {
   watcher_.flush();
   EXPECT_EQ(joined->notifieeList().size(), 0u);
   EXPECT_EQ(joined->refs(), 1u);
+}
+
+class PendingWatchersTest : public StatusWatcherTest {
+ protected:
+  std::vector<std::string> flushed() {
+    pending_.flush();
+    return events_.taken();
+  }
+
+  StatusWatcher::Pending pending_;
+  Ptr<QuerierStatus> firstStatus_ = Gmp::Igmp::querierStatusFactory();
+  Ptr<QuerierStatus> secondStatus_ = Gmp::Igmp::querierStatusFactory();
+  std::optional<StatusWatcher> first_{std::in_place, "eth1", firstStatus_, events_, &pending_};
+  std::optional<StatusWatcher> second_{std::in_place, "eth2", secondStatus_, events_, &pending_};
+};
+
+TEST_F(PendingWatchersTest, areFlushedInTheOrderOfTheirFirstChanges) {
+  EXPECT_THAT(flushed(), IsEmpty());
+  secondStatus_->groupIs(group);
+  firstStatus_->groupIs(group);
+  secondStatus_->groupIs(other);
+  pending_.flush();
+  std::vector<std::string> interfaces;
+  for (const Event& event : events_.events()) interfaces.push_back(event.interface);
+  EXPECT_THAT(interfaces, ElementsAre("eth2", "eth2", "eth1"));
+}
+
+TEST_F(PendingWatchersTest, areThoseWithAnotherRoleOrQuerierToo) {
+  flushed();
+  firstStatus_->stateIs(QuerierStatus::querierStateQuerier);
+  EXPECT_THAT(flushed(), ElementsAre("1000 role querier"));
+  firstStatus_->electedQuerierAddrIs(host);
+  EXPECT_THAT(flushed(), ElementsAre("1000 role querier (elected 10.0.0.11)"));
+}
+
+TEST_F(PendingWatchersTest, areThoseWithAnotherModeOrSource) {
+  const auto joined = firstStatus_->groupIs(group);
+  joined->filterModeIs(filterModeExclude);
+  flushed();
+  joined->filterModeIs(filterModeInclude);
+  EXPECT_EQ(flushed().size(), 1u);
+  joined->sourceIs(other);
+  EXPECT_EQ(flushed().size(), 1u);
+}
+
+TEST_F(PendingWatchersTest, areFlushedOnce) {
+  firstStatus_->groupIs(group);
+  EXPECT_EQ(flushed().size(), 1u);
+  EXPECT_THAT(flushed(), IsEmpty());
+}
+
+TEST_F(PendingWatchersTest, mayEndBeforeTheirFlush) {
+  firstStatus_->groupIs(group);
+  first_ = std::nullopt;
+  secondStatus_->groupIs(group);
+  EXPECT_EQ(flushed().size(), 1u);
 }
 
 }  // namespace

@@ -1,17 +1,18 @@
 #include <Host/AgentLoop.h>
 
-#include <algorithm>
 #include <csignal>
+#include <map>
 #include <stdexcept>
 
 #include <fmt/format.h>
 
 #include <Link/LinkMonitor.h>
-#include <Link/PacketPort.h>
+#include <Link/RingPort.h>
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
 #include <Server/RequestServer.h>
 #include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/signal_set.hpp>
 
 #include "InterfaceQuerier.h"
@@ -20,6 +21,11 @@
 namespace Agent {
 
 namespace {
+
+// Between two looks at the rings; the timers that are left over are due at once.
+constexpr size_t timersOfTurn = 512;
+// The shortest query response interval: a shorter gap is none to any querier.
+constexpr Mox::Seconds leastGap = 0.1;
 
 // Null, with an event that says so, where the server cannot serve and is not required.
 template <class Server, class Make>
@@ -40,6 +46,9 @@ std::unique_ptr<Server> serveOrReport(bool required, EventSink& sink, Make make)
 class AgentLoop::Impl {
  public:
   Impl(const Setup& setup, EventSink& sink);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
 
   void run();
   std::vector<InterfaceView> views() const;
@@ -54,21 +63,29 @@ class AgentLoop::Impl {
   void handleLink(const std::string& name, const Link* link);
   void handleSignal(int number);
   void waitForSignal();
-  // Fires the timers that are due, reports what they changed, and sets the alarm for the next one.
-  void turn();
-  // The same around a change by another process, which is reported at once.
-  void turnAndFlush();
+  void waitForPackets();
+  // Handles the packets that the rings hold, then the timers that are due, then reports what they
+  // changed. So an answer that was received counts before the timer that waits for it.
+  void handleBatch();
+  void rebuildAfterGap();
+  void reportChanges();
 
   boost::asio::io_context io_{1};
   boost::asio::signal_set signals_{io_};
   const Mox::Ptr<Obel::TimerWheel> wheel_;
-  WheelAlarm alarm_{io_, [this] { turn(); }};
+  WheelAlarm alarm_{io_, [this] { handleBatch(); }};
+  RingPolls rings_;
+  QuerySocket querySocket_;
+  boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
+  StatusWatcher::Pending pending_;
   const std::function<void()> onStateRequested_;
   const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   const InterfaceQuerier::Services services_;
-  std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;
+  std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;  // in the order of the setup
+  std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
   const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
+  bool inBatch_ = false;
 };
 
 AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
@@ -76,31 +93,39 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
       onStateRequested_(setup.onStateRequested),
       attrLog_(makeAttrLogServer(setup, sink)),
       services_{.wheel = wheel_,
-                .turn = [this] { turn(); },
                 .openPort =
-                    [this](const Link& link, FrameReceiver& receiver) {
-                      return std::make_unique<PacketPort>(io_, link, receiver);
+                    [this, size = ringSizeFor(setup.interfaces.size(), setup.ringBytes)](
+                        const Link& link, FrameReceiver& receiver) {
+                      return std::make_unique<RingPort>(rings_, querySocket_, link, receiver, size);
                     },
                 .sink = sink,
+                .pending = &pending_,
                 .reportQueries = setup.reportQueries,
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
       requests_(makeRequestServer(setup, sink)),
-      links_(io_, [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
+      links_(io_, wheel_,
+             [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1}) signals_.add(number);
   waitForSignal();
+  packets_.assign(rings_.fd());
+  waitForPackets();
   for (const InterfaceSetup& interface : setup.interfaces) {
     queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
-    publish(*queriers_.back());
-    queriers_.back()->linkIs(links_.links().find(interface.name));
+    InterfaceQuerier& querier = *queriers_.back();
+    queriersByName_.emplace(interface.name, &querier);
+    publish(querier);
+    querier.linkIs(links_.links().find(interface.name));
   }
-  turn();
+  reportChanges();
 }
+
+AgentLoop::Impl::~Impl() { packets_.release(); }
 
 std::unique_ptr<AttrLogServer> AgentLoop::Impl::makeAttrLogServer(const Setup& setup,
                                                                   EventSink& sink) {
   if (!setup.attrLog) return nullptr;
   return serveOrReport<AttrLogServer>(setup.attrLogRequired, sink, [&] {
-    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, [this] { turnAndFlush(); });
+    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, [this] { handleBatch(); });
   });
 }
 
@@ -109,7 +134,7 @@ std::unique_ptr<RequestServer> AgentLoop::Impl::makeRequestServer(const Setup& s
   if (attrLog_ == nullptr) return nullptr;
   const RequestServices services{.queriers = [this] { return queriersByName(); },
                                  .roots = [this] { return roots(); },
-                                 .turn = [this] { turnAndFlush(); }};
+                                 .turn = [this] { handleBatch(); }};
   return serveOrReport<RequestServer>(setup.attrLogRequired, sink, [&] {
     return std::make_unique<RequestServer>(io_, requestSocketPath(setup.attrLog->path), wheel_,
                                            services);
@@ -143,10 +168,12 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
 }
 
-// Each round handles one packet, timer or client; clients that follow the traces get theirs then.
+// Each round handles one batch, one client or one change of interfaces; clients that follow the
+// traces get theirs then.
 void AgentLoop::Impl::run() {
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
+    alarm_.timeIs(wheel_->nextDue());
   }
 }
 
@@ -157,12 +184,11 @@ std::vector<InterfaceView> AgentLoop::Impl::views() const {
 }
 
 void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
-  const auto found =
-      std::ranges::find_if(queriers_, [&](const auto& querier) { return querier->name() == name; });
-  if (found == queriers_.end()) return;
-  turn();
-  (*found)->linkIs(link);
-  turn();
+  const auto found = queriersByName_.find(name);
+  if (found == queriersByName_.end()) return;
+  if (!inBatch_) handleBatch();  // a timer may have found the change
+  found->second->linkIs(link);
+  reportChanges();
 }
 
 void AgentLoop::Impl::waitForSignal() {
@@ -171,8 +197,18 @@ void AgentLoop::Impl::waitForSignal() {
   });
 }
 
+// The descriptor is readable while any ring is.
+void AgentLoop::Impl::waitForPackets() {
+  packets_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
+                      [this](const boost::system::error_code& failed) {
+                        if (failed) return;
+                        handleBatch();
+                        waitForPackets();
+                      });
+}
+
 void AgentLoop::Impl::handleSignal(int number) {
-  turn();
+  handleBatch();
   if (number != SIGUSR1) {
     io_.stop();
     return;
@@ -181,16 +217,25 @@ void AgentLoop::Impl::handleSignal(int number) {
   waitForSignal();
 }
 
-void AgentLoop::Impl::turn() {
-  if (wheel_->turn(Mox::now()) != 0) {
-    for (const auto& querier : queriers_) querier->flush();
-  }
-  alarm_.timeIs(wheel_->nextDue());
+void AgentLoop::Impl::handleBatch() {
+  inBatch_ = true;
+  rebuildAfterGap();
+  rings_.readReady();
+  wheel_->turn(Mox::now(), timersOfTurn);
+  inBatch_ = false;
+  reportChanges();
 }
 
-void AgentLoop::Impl::turnAndFlush() {
-  turn();
-  for (const auto& querier : queriers_) querier->flush();
+// A loop that was stopped comes back late to a timer.
+void AgentLoop::Impl::rebuildAfterGap() {
+  const Mox::Seconds gap = Mox::now() - wheel_->nextDue();
+  if (gap <= leastGap) return;
+  for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
+}
+
+void AgentLoop::Impl::reportChanges() {
+  pending_.flush();
+  alarm_.timeIs(wheel_->nextDue());
 }
 
 AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)

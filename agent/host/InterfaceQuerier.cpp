@@ -1,9 +1,14 @@
 #include "InterfaceQuerier.h"
 
+#include <algorithm>
+#include <array>
 #include <exception>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include <Link/QueryDatagram.h>
+#include <Link/RingSize.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/GenericAccess.h>
 
@@ -23,6 +28,35 @@ namespace {
 constexpr Seconds retryInterval = 1.0;
 constexpr Seconds portCheckInterval = 5.0;  // between two looks at an open port
 constexpr Seconds problemInterval = 60.0;   // between two events of the same problem
+constexpr Seconds resendInterval = 0.05;
+// By then the query is not worth sending: hosts are asked again, or the group's time is over.
+constexpr Seconds resendDuration = 1.0;
+constexpr size_t mostUnsent = 256;
+
+bool isWantOfMemory(const std::error_code& error) {
+  return error == std::errc::no_buffer_space || error == std::errc::not_enough_memory ||
+         error == std::errc::resource_unavailable_try_again;
+}
+
+// What the port counts, where the state publishes it, and the event of its steps.
+struct CountedFrames {
+  Mox::U64 PortCounts::*counted;
+  Mox::U64 (InterfaceState::*published)() const;
+  Mox::U64 (InterfaceState::*step)(Mox::U64);
+  const char* text;
+};
+constexpr std::array countedFrames{
+    CountedFrames{&PortCounts::lost, &InterfaceState::framesLost, &InterfaceState::framesLostInc,
+                  "packets come faster than they are read: {} lost so far"},
+    CountedFrames{&PortCounts::unparsable, &InterfaceState::framesUnparsable,
+                  &InterfaceState::framesUnparsableInc,
+                  "frames without a whole IPv4 packet: {} so far"},
+    CountedFrames{&PortCounts::fragments, &InterfaceState::fragmentsReceived,
+                  &InterfaceState::fragmentsReceivedInc,
+                  "IGMP in fragments, which are not reassembled: {} so far"},
+    CountedFrames{&PortCounts::otherVlans, &InterfaceState::otherVlanFrames,
+                  &InterfaceState::otherVlanFramesInc,
+                  "IGMP tagged for VLANs, which are other links: {} so far"}};
 
 // Packets are handed in by name, as by a host that knows the library by its registry only.
 const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<QuerierSm>(), "doRxPkt");
@@ -33,7 +67,9 @@ class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
  public:
   Election(const Mox::Ptr<QuerierStatus>& status, InterfaceState& state)
       : NotifieeConst(status), state_(state) {}
-  void onElectedQuerierAddr() override { state_.electedTimeIs(Mox::now()); }
+  void onElectedQuerierAddr() override {
+    state_.electedTimeIs(notifier()->electedQuerierAddr().isZero() ? 0.0 : Mox::now());
+  }
 
  private:
   InterfaceState& state_;
@@ -45,8 +81,9 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       status_(Gmp::Igmp::querierStatusFactory()),
       state_(makePtr<InterfaceState>(setup.name)),
       election_(std::make_unique<Election>(status_, *state_)),
-      watcher_(setup.name, status_, services.sink),
-      portTimer_(services.wheel, *this) {}
+      watcher_(setup.name, status_, services.sink, services.pending),
+      portTimer_(services.wheel, *this),
+      resendTimer_(services.wheel, *this) {}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
@@ -68,7 +105,7 @@ void InterfaceQuerier::linkIs(const Link* link) {
     link_ = *link;
     start();
   }
-  flush();
+  watcher_.flush();
 }
 
 // The new querier begins on the status that the one before left: only the first begins with none.
@@ -83,28 +120,51 @@ void InterfaceQuerier::start() {
   ipAddr_ = *link_.primaryAddress();
   state_->addressIs(ipAddr_);
   presenceIs(Presence::up);
-  const auto& wheel = services_.wheel;
-  querier_ = Gmp::Igmp::querierSmFactory(setup_.config, status_, ipAddr_, link_.mtu, 0, wheel,
-                                         wheel, wheel, false, &output_);
+  makeQuerier();
   state_->runningIs(true);
   // The router that was elected before may have gone since: its time counts from now.
   if (!status_->electedQuerierAddr().isZero()) state_->electedTimeIs(Mox::now());
+}
+
+// On the status of a non-querier it would ask with the intervals of the router that was elected.
+void InterfaceQuerier::makeQuerier() {
+  if (status_->state() == QuerierStatus::querierStateNonQuerier) {
+    status_->stateIs(QuerierStatus::querierStateInitial);
+    status_->electedQuerierAddrIs(IpAddr());
+  }
+  const auto& wheel = services_.wheel;
+  querier_ = Gmp::Igmp::querierSmFactory(setup_.config, status_, ipAddr_, link_.mtu, 0, wheel,
+                                         wheel, wheel, false, &output_);
   querier_->attrLogSmIs(services_.attrLogSm);
   querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
 }
 
-void InterfaceQuerier::stop() {
-  portTimer_.timeMinIs(Mox::never);
+void InterfaceQuerier::querierDel() {
   output_.release();
   querier_ = nullptr;
+}
+
+void InterfaceQuerier::rebuildAfterGap(Seconds gap) {
+  if (!querier_ || gap <= status_->queryResponseInterval()) return;
+  reportProblem("gap", fmt::format("nothing was handled for {:.1f} s: hosts are asked anew", gap));
+  querierDel();
+  makeQuerier();
+}
+
+void InterfaceQuerier::stop() {
+  portTimer_.timeMinIs(Mox::never);
+  resendTimer_.timeMinIs(Mox::never);
+  unsent_.clear();
+  sentFrom_.clear();
+  querierDel();
   state_->runningIs(false);
   state_->electedTimeIs(0.0);
   portIs(nullptr);
 }
 
-// A port is cut to the length of the frames that were possible when it was opened.
+// A port has room for the frames that were possible when it was opened.
 void InterfaceQuerier::follow(const Link& link) {
-  const bool longerFrames = link.mtu > link_.mtu;
+  const bool longerFrames = ringBlockBytes(link.mtu) > ringBlockBytes(link_.mtu);
   link_ = link;
   querier_->mtuIs(link.mtu);
   ipAddrIs(*link.primaryAddress());
@@ -117,8 +177,30 @@ void InterfaceQuerier::follow(const Link& link) {
 }
 
 void InterfaceQuerier::portIs(std::unique_ptr<FramePort> port) {
+  takeCounts();
   port_ = std::move(port);
-  droppedReported_ = 0;
+  counted_ = PortCounts();
+}
+
+// A port counts from its opening, the state from the start of the agent.
+void InterfaceQuerier::takeCounts() {
+  if (!port_) return;
+  const PortCounts now = port_->counts();
+  for (const CountedFrames& row : countedFrames) {
+    const Mox::U64 more = now.*row.counted - counted_.*row.counted;
+    if (more != 0) ((*state_).*row.step)(more);
+  }
+  counted_ = now;
+}
+
+void InterfaceQuerier::reportCounts() {
+  for (const CountedFrames& row : countedFrames) {
+    const Mox::U64 count = ((*state_).*row.published)();
+    if (count == reported_.*row.counted) continue;
+    if (reportProblem(row.text, fmt::format(fmt::runtime(row.text), count))) {
+      reported_.*row.counted = count;
+    }
+  }
 }
 
 // The other routers know the querier by its address, so one with a new address has to be elected
@@ -126,6 +208,7 @@ void InterfaceQuerier::portIs(std::unique_ptr<FramePort> port) {
 void InterfaceQuerier::ipAddrIs(IpAddr addr) {
   if (addr == ipAddr_) return;
   ipAddr_ = addr;
+  unsent_.clear();  // they are from the old one
   state_->addressIs(addr);
   report(Event::addressChanged);
   querier_->ipAddrIs(addr);
@@ -144,19 +227,15 @@ void InterfaceQuerier::presenceIs(Presence presence) {
   }
 }
 
-// Opens a port that could not be opened before; checks an open one for lost packets.
+// Opens a port that could not be opened before; reads the counts of an open one.
 void InterfaceQuerier::handlePortTimer() {
   if (!querier_) {
     start();
     return;
   }
   portTimer_.timeMinIs(Mox::now() + portCheckInterval);
-  const Mox::U64 dropped = port_->dropped();
-  if (dropped == droppedReported_) return;
-  if (reportProblem("dropped", "packets come faster than they are read: " +
-                                   std::to_string(dropped) + " lost so far")) {
-    droppedReported_ = dropped;
-  }
+  takeCounts();
+  reportCounts();
 }
 
 void InterfaceQuerier::transmit(const PublishedQuery& query) {
@@ -168,19 +247,40 @@ void InterfaceQuerier::transmit(const PublishedQuery& query) {
                                       " is due, which is no multicast group: not sent");
     return;
   }
-  const std::string failed =
-      port_->send(queryFrame(link_.mac, query.src, group, query.message->data()));
-  if (!failed.empty()) {
-    reportProblem(failed, "cannot send a query: " + failed);
-  } else if (services_.reportQueries) {
-    services_.sink.event(querySentEvent(setup_.name, group, query.message));
+  if (!send(query)) resendLater({.query = query, .until = Mox::now() + resendDuration});
+}
+
+bool InterfaceQuerier::send(const PublishedQuery& query) {
+  if (std::ranges::find(sentFrom_, query.src) == sentFrom_.end()) sentFrom_.push_back(query.src);
+  const std::error_code failed =
+      port_->send(queryDatagram(query.src, query.dstGroup, query.message->data()));
+  if (failed) {
+    state_->sendFailuresInc(1);
+    reportProblem("send", fmt::format("cannot send a query: {}; {} failures so far",
+                                      failed.message(), state_->sendFailures()));
+    return !isWantOfMemory(failed);
+  }
+  if (services_.reportQueries) {
+    services_.sink.event(querySentEvent(setup_.name, query.dstGroup, query.message));
+  }
+  return true;
+}
+
+void InterfaceQuerier::resendLater(Unsent unsent) {
+  if (unsent_.size() == mostUnsent) unsent_.pop_front();
+  unsent_.push_back(std::move(unsent));
+  if (resendTimer_.timeMin() == Mox::never) resendTimer_.timeMinIs(Mox::now() + resendInterval);
+}
+
+void InterfaceQuerier::handleResendTimer() {
+  for (Unsent& unsent : std::exchange(unsent_, {})) {
+    if (!send(unsent.query) && Mox::now() < unsent.until) resendLater(std::move(unsent));
   }
 }
 
-void InterfaceQuerier::rxFrame(std::span<const Mox::U8> frame) {
-  const std::span<const Mox::U8> packet = ipv4Of(frame);
-  if (packet.empty() || !querier_ || isQueryFrom(link_.mac, ipAddr_, frame)) return;
-  batch_.push_back(makePtr<Ilvo::Pkt>(packet));
+void InterfaceQuerier::rxPacket(const RxPacket& packet) {
+  if (!querier_ || (packet.outgoing && isQueryFrom(sentFrom_, packet.packet))) return;
+  batch_.push_back(makePtr<Ilvo::Pkt>(packet.packet));
 }
 
 void InterfaceQuerier::rxBatchEnd() {
@@ -190,10 +290,7 @@ void InterfaceQuerier::rxBatchEnd() {
   for (size_t i = 0; i < GroupLookahead::ahead; ++i) prefetch(i);
   for (size_t i = 0; i < batch_.size(); ++i) {
     prefetch(i + GroupLookahead::ahead);
-    services_.turn();  // timers that the packet arms count from the real now
     doRxPkt(*querier_, batch_[i]);
-    flush();
-    services_.turn();
   }
   batch_.clear();
 }
@@ -202,10 +299,7 @@ void InterfaceQuerier::portFailed(const std::string& why) {
   reportProblem("port", "cannot receive any more, trying again: " + why);
   stop();
   portTimer_.timeMinIs(Mox::now() + retryInterval);
-  services_.turn();  // its host may sleep beyond that
 }
-
-void InterfaceQuerier::flush() { watcher_.flush(); }
 
 InterfaceView InterfaceQuerier::view() const {
   return {.name = setup_.name,
@@ -213,7 +307,8 @@ InterfaceView InterfaceQuerier::view() const {
           .config = setup_.config,
           .status = status_,
           .running = running(),
-          .electedTime = state_->electedTime()};
+          .electedTime = state_->electedTime(),
+          .state = state_};
 }
 
 void InterfaceQuerier::report(Event::Kind kind, std::string text) {

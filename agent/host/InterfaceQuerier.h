@@ -5,11 +5,14 @@
 // new address starts a new election. A problem is reported as an event, each kind at most once a
 // minute, and the operation is tried again; no problem ends the process.
 //
+// Packets are handled before the timers that are due at the same time: its host reads all ports,
+// turns the wheel and then flushes what has changed.
+//
 //   InterfaceQuerier querier(services, {.name = "eth0", .config = config});
 //   querier.linkIs(links.find("eth0"));  // and at each of its changes
 #pragma once
 
-#include <functional>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -37,10 +40,9 @@ class InterfaceQuerier final : private FrameReceiver {
   // What its host provides; outlives it.
   struct Services {
     Mox::Ptr<const Obel::TimerWheel> wheel;
-    // Turns the wheel to the real now. Called before and after each packet.
-    std::function<void()> turn;
     PortOpener openPort;
     EventSink& sink;
+    StatusWatcher::Pending* pending = nullptr;         // flushed by the host
     bool reportQueries = false;                        // an event for each query sent
     Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> attrLogSm = {};  // null where no log is served
   };
@@ -55,8 +57,10 @@ class InterfaceQuerier final : private FrameReceiver {
 
   // The interface as the kernel describes it now; null when there is none of that name.
   void linkIs(const Link* link);
-  // Reports what has changed in the status; to be called after each turn of the wheel.
-  void flush();
+  // The host handled nothing for that long after a timer was due: it was stopped, and hosts that
+  // were asked meanwhile may have answered in vain. A querier that would count that as their
+  // silence is replaced by one that begins anew on the same status.
+  void rebuildAfterGap(Mox::Seconds gap);
 
   // Null while the interface cannot carry it.
   const Mox::Ptr<Gmp::Igmp::QuerierSm>& querier() const { return querier_; }
@@ -65,17 +69,30 @@ class InterfaceQuerier final : private FrameReceiver {
 
  private:
   class Election;
+  // A query that the kernel had no memory for.
+  struct Unsent {
+    Gmp::Igmp::PublishedQuery query;
+    Mox::Seconds until;  // it is not tried again after that
+  };
   enum class Presence { unknown, up, down, gone };
 
   void start();
+  void makeQuerier();
+  void querierDel();
   void stop();
   void follow(const Link& link);
   void portIs(std::unique_ptr<FramePort> port);
   void ipAddrIs(Ilvo::IpAddr addr);
   void presenceIs(Presence presence);
   void handlePortTimer();
+  void handleResendTimer();
   void transmit(const Gmp::Igmp::PublishedQuery& query);
-  void rxFrame(std::span<const Mox::U8> frame) override;
+  // False when another attempt may succeed.
+  bool send(const Gmp::Igmp::PublishedQuery& query);
+  void resendLater(Unsent unsent);
+  void takeCounts();
+  void reportCounts();
+  void rxPacket(const RxPacket& packet) override;
   void rxBatchEnd() override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
@@ -96,9 +113,13 @@ class InterfaceQuerier final : private FrameReceiver {
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
+  std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
+  std::deque<Unsent> unsent_;
   std::map<std::string, Mox::Seconds> problemReported_;  // the time, by kind
-  Mox::U64 droppedReported_ = 0;
+  PortCounts counted_;                                   // of the port, as the state has them
+  PortCounts reported_;                                  // of all ports, as events reported them
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handlePortTimer> portTimer_;
+  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleResendTimer> resendTimer_;
 };
 
 }  // namespace Agent

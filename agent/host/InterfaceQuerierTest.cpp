@@ -17,6 +17,8 @@ using Mox::U8;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+const std::vector<U8> generalQuery{0x11, 0x64, 0xee, 0x9b, 0, 0, 0, 0};
+
 TEST_F(InterfaceQuerierTest, waitsForTheInterface) {
   querier().linkIs(nullptr);
   EXPECT_THAT(events_.taken(), ElementsAre("1000 interface gone"));
@@ -34,8 +36,7 @@ TEST_F(InterfaceQuerierTest, sendsTheFirstQueryWithinTenSeconds) {
   up();
   EXPECT_THAT(sent(), IsEmpty());
   advance(10.0);
-  EXPECT_THAT(sent(), ElementsAre(queryFrame(ourMac, ourAddr, IpAddr(),
-                                             Bytes{0x11, 0x64, 0xee, 0x9b, 0, 0, 0, 0})));
+  EXPECT_THAT(sent(), ElementsAre(queryDatagram(ourAddr, IpAddr(), generalQuery)));
 }
 
 TEST_F(InterfaceQuerierTest, keepsTheTimeSinceWhichTheElectedQuerierIsTheSame) {
@@ -85,10 +86,9 @@ TEST_F(InterfaceQuerierTest, asksForAGroupThatAHostLeaves) {
   up();
   join();
   receive(Ilvo::buildV2Leave(group, {.src = host}));
-  const std::vector<Bytes> frames = sent();
-  ASSERT_EQ(frames.size(), 1u);
-  EXPECT_EQ(Bytes(frames[0].begin(), frames[0].begin() + 6),
-            (Bytes{0x01, 0x00, 0x5e, 0x01, 0x01, 0x01}));
+  const std::vector<Bytes> packets = sent();
+  ASSERT_EQ(packets.size(), 1u);
+  EXPECT_EQ(Bytes(packets[0].begin() + 16, packets[0].begin() + 20), (Bytes{239, 1, 1, 1}));
 }
 
 TEST_F(InterfaceQuerierTest, reportsAJoinOnceTheWholeReportIsHandled) {
@@ -139,8 +139,7 @@ TEST_F(InterfaceQuerierTest, winsTheLinkAnewWithANewAddress) {
   advance(10.0);
   const std::vector<Bytes> frames = sent();
   ASSERT_EQ(frames.size(), 1u);
-  EXPECT_EQ(frames[0],
-            queryFrame(ourMac, lowerAddr, IpAddr(), Bytes{0x11, 0x64, 0xee, 0x9b, 0, 0, 0, 0}));
+  EXPECT_EQ(frames[0], queryDatagram(lowerAddr, IpAddr(), generalQuery));
 }
 
 TEST_F(InterfaceQuerierTest, followsTheElectedOneWithANewAddress) {
@@ -171,31 +170,42 @@ TEST_F(InterfaceQuerierTest, startsAfreshOnAnotherInterfaceOfTheSameName) {
   EXPECT_EQ(portsOpen_, 1);
 }
 
-TEST_F(InterfaceQuerierTest, opensALongerPortForALongerMtu) {
-  up();
-  FrameReceiver* const before = std::exchange(receiver_, nullptr);
-  Link longer = linkWith(ourAddr);
-  longer.mtu = 9000;
-  querier().linkIs(&longer);
-  EXPECT_EQ(receiver_, before);
-  EXPECT_EQ(portsOpen_, 1);
-  EXPECT_TRUE(querier().running());
-}
-
 TEST_F(InterfaceQuerierTest, ignoresItsOwnQueries) {
   up();
-  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = ourAddr}), ourMac);
+  advance(10.0);
+  for (const Bytes& query : sent()) receiveOutgoing(query);
   EXPECT_EQ(status().v2QueriesReceived(), 0u);
   receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
   EXPECT_EQ(status().v2QueriesReceived(), 1u);
 }
 
+TEST_F(InterfaceQuerierTest, knowsItsOwnQueriesWhenItsAddressHasChanged) {
+  up(lowerAddr);
+  advance(10.0);
+  const std::vector<Bytes> queries = sent();
+  ASSERT_EQ(queries.size(), 1u);
+  up(ourAddr);
+  receiveOutgoing(queries[0]);
+  EXPECT_EQ(status().v2QueriesReceived(), 0u);
+  EXPECT_EQ(status().electedQuerierAddr(), ourAddr);
+}
+
+TEST_F(InterfaceQuerierTest, followsAnotherQuerierOnItsOwnMachine) {
+  up();
+  advance(10.0);
+  receiveOutgoing(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  EXPECT_EQ(status().electedQuerierAddr(), lowerAddr);
+}
+
 TEST_F(InterfaceQuerierTest, handlesABatchInItsOrderWhenItIsComplete) {
   constexpr U8 count = 3 * Gmp::Igmp::GroupLookahead::ahead;
+  const auto rx = [this](const Bytes& packet) {
+    receiver_->rxPacket({.frame = {}, .packet = packet, .outgoing = false});
+  };
   up();
   for (U8 i = 0; i < count; ++i) {
-    rxFrame(Ilvo::buildV2Report(IpAddr(239, 1, 1, i), {.src = host}));
-    rxFrame(Ilvo::buildV2Report(group, {.src = IpAddr(10, 0, 0, i)}));
+    rx(Ilvo::buildV2Report(IpAddr(239, 1, 1, i), {.src = host}));
+    rx(Ilvo::buildV2Report(group, {.src = IpAddr(10, 0, 0, i)}));
   }
   EXPECT_EQ(status().group().size(), 0u);
   receiver_->rxBatchEnd();
@@ -207,19 +217,17 @@ TEST_F(InterfaceQuerierTest, handlesABatchInItsOrderWhenItIsComplete) {
 
 TEST_F(InterfaceQuerierTest, learnsMembersOnItsOwnMachine) {
   up();
-  receive(Ilvo::buildV2Report(group, {.src = ourAddr}), ourMac);
+  receiveOutgoing(Ilvo::buildV2Report(group, {.src = ourAddr}));
   EXPECT_NE(status().group(group), nullptr);
 }
 
-TEST_F(InterfaceQuerierTest, leavesFramesOfVlansToTheirInterfaces) {
+// An answer that waits in the ring when the timer is due counts.
+TEST_F(InterfaceQuerierTest, handlesPacketsBeforeTheTimersThatAreDue) {
   up();
-  Bytes frame(12, 0x02);
-  const Bytes report = Ilvo::buildV2Report(group, {.src = host});
-  frame.insert(frame.end(), {0x81, 0x00, 0x00, 0x05, 0x08, 0x00});
-  frame.insert(frame.end(), report.begin(), report.end());
-  receiver_->rxFrame(frame);
-  receiver_->rxBatchEnd();
-  EXPECT_EQ(status().group(group), nullptr);
+  join();
+  Mox::virtualTimeIs(Mox::now() + 260.5);
+  join();
+  EXPECT_NE(status().group(group), nullptr);
 }
 
 TEST_F(InterfaceQuerierTest, learnsNoGroupInsideTheBoundary) {
@@ -234,70 +242,59 @@ TEST_F(InterfaceQuerierTest, learnsNoGroupInsideTheBoundary) {
   EXPECT_EQ(status().mcastBoundaryPktReceived(), 1u);
 }
 
-TEST_F(InterfaceQuerierTest, triesAgainToOpenAPort) {
-  openFails_ = "no more sockets";
+// Before that, it asked with the intervals of the router that had been elected.
+TEST_F(InterfaceQuerierTest, asksWithItsOwnIntervalsAfterTheLinkOfALostElectionCameBack) {
+  config_->querierVersionIs(Gmp::Igmp::igmpVersion3);
   up();
-  EXPECT_THAT(events_.taken(), ElementsAre("1000 error: no more sockets"));
-  openFails_.clear();
-  advance(1.0);
-  EXPECT_TRUE(querier().running());
-}
-
-TEST_F(InterfaceQuerierTest, opensNoPortOfAnInterfaceThatWentDownMeanwhile) {
-  openFails_ = "no more sockets";
-  up();
+  receive(Ilvo::buildV3Query({.code = 50, .qrv = 7, .qqic = 200}, {.src = lowerAddr}));
+  ASSERT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
+  ASSERT_EQ(status().robustness(), 7u);
   down();
-  openFails_.clear();
-  advance(60.0);
-  EXPECT_EQ(portsOpen_, 0);
+  sent();
+  up();
+  EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateQuerier);
+  EXPECT_EQ(status().electedQuerierAddr(), ourAddr);
+  EXPECT_EQ(status().robustness(), 2u);
+  EXPECT_EQ(status().queryInterval(), 125.0);
+  EXPECT_EQ(status().queryResponseInterval(), 10.0);
 }
 
-TEST_F(InterfaceQuerierTest, opensANewPortWhenOneFails) {
+TEST_F(InterfaceQuerierTest, knowsNoQuerierAfterALostElectionWhileSendingIsOff) {
   up();
-  events_.taken();
-  receiver_->portFailed("it broke");
-  EXPECT_THAT(events_.taken(),
-              ElementsAre("1000 error: cannot receive any more, trying again: it broke"));
-  EXPECT_EQ(portsOpen_, 0);
-  advance(1.0);
-  EXPECT_EQ(portsOpen_, 1);
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  ASSERT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
+  config_->sendQueryIs(false);
+  down();
+  up();
+  EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateInitial);
+  EXPECT_EQ(status().electedQuerierAddr(), IpAddr());
+  EXPECT_EQ(state().electedTime(), 0.0);
 }
 
-TEST_F(InterfaceQuerierTest, reportsTheSameProblemOnceAMinute) {
-  config_->queryIntervalIs(20.0);
+// A process that was stopped finds timers due whose answers it could not receive.
+TEST_F(InterfaceQuerierTest, endsNoGroupAfterAGapInWhichNothingWasHandled) {
   up();
-  events_.taken();
-  sendFails_ = "Network is down";
-  advance(50.0);
-  EXPECT_EQ(events_.taken().size(), 1u);
-  advance(50.0);
-  EXPECT_EQ(events_.taken().size(), 1u);
+  join();
+  advance(10.0);
+  sent();
+  Mox::virtualTimeIs(Mox::now() + 1000.0);
+  querier().rebuildAfterGap(Mox::now() - wheel_->nextDue());
+  turn();
+  EXPECT_NE(status().group(group), nullptr);
+  EXPECT_EQ(sent().size(), 1u);
+  advance(259.0);
+  EXPECT_NE(status().group(group), nullptr);
+  advance(2.0);
+  EXPECT_EQ(status().group(group), nullptr);
 }
 
-TEST_F(InterfaceQuerierTest, reportsPacketsThatWereLost) {
+TEST_F(InterfaceQuerierTest, staysAsItIsAfterAGapInWhichHostsCouldStillAnswer) {
   up();
-  events_.taken();
-  dropped_ = 7;
-  advance(6.0);
-  EXPECT_THAT(events_.taken(), ElementsAre("1001 error: packets come faster than they are read: 7 "
-                                           "lost so far"));
-  advance(300.0);
-  EXPECT_THAT(events_.taken(), IsEmpty());
-}
-
-// An event that was held back for a minute says the number once the minute is over, even when no
-// more packets were lost.
-TEST_F(InterfaceQuerierTest, reportsALossThatWasHeldBack) {
-  up();
-  dropped_ = 7;
-  advance(6.0);
-  events_.taken();
-  dropped_ = 9;
-  advance(50.0);
-  EXPECT_THAT(events_.taken(), IsEmpty());
-  advance(20.0);
-  EXPECT_THAT(events_.taken(), ElementsAre("1061 error: packets come faster than they are read: 9 "
-                                           "lost so far"));
+  const auto before = querier().querier();
+  querier().rebuildAfterGap(10.0);
+  EXPECT_EQ(querier().querier(), before);
+  querier().rebuildAfterGap(10.1);
+  EXPECT_NE(querier().querier(), before);
 }
 
 // While retransmissions of a lost election are pending, the role is only kept to finish them.

@@ -26,7 +26,6 @@ class InterfaceQuerierTest : public testing::Test {
   static constexpr Ilvo::IpAddr ourAddr{10, 0, 0, 2};
   static constexpr Ilvo::IpAddr lowerAddr{10, 0, 0, 1};
   static constexpr MacAddr ourMac{0x02, 0, 0, 0, 0, 2};
-  static constexpr MacAddr hostMac{0x02, 0, 0, 0, 0, 11};
 
   static Link linkWith(Ilvo::IpAddr addr) {
     return {.index = 2,
@@ -43,13 +42,11 @@ class InterfaceQuerierTest : public testing::Test {
   struct Port final : FramePort {
     explicit Port(InterfaceQuerierTest& owner) : test(owner) { ++test.portsOpen_; }
     ~Port() override { --test.portsOpen_; }
-    std::string send(std::span<const Mox::U8> frame) override {
-      if (test.sendFails_.empty()) {
-        test.sent_.emplace_back(frame.begin(), frame.end());
-      }
+    std::error_code send(std::span<const Mox::U8> packet) override {
+      if (!test.sendFails_) test.sent_.emplace_back(packet.begin(), packet.end());
       return test.sendFails_;
     }
-    Mox::U64 dropped() override { return test.dropped_; }
+    PortCounts counts() override { return test.counts_; }
     InterfaceQuerierTest& test;
   };
 
@@ -67,7 +64,6 @@ class InterfaceQuerierTest : public testing::Test {
   const InterfaceQuerier::Services& services() {
     services_ = std::make_unique<InterfaceQuerier::Services>(
         InterfaceQuerier::Services{.wheel = wheel_,
-                                   .turn = [this] { wheel_->turn(Mox::now()); },
                                    .openPort =
                                        [this](const Link&, FrameReceiver& receiver) {
                                          if (!openFails_.empty()) {
@@ -77,6 +73,7 @@ class InterfaceQuerierTest : public testing::Test {
                                          return std::make_unique<Port>(*this);
                                        },
                                    .sink = events_,
+                                   .pending = &pending_,
                                    .reportQueries = reportQueries_});
     return *services_;
   }
@@ -95,21 +92,25 @@ class InterfaceQuerierTest : public testing::Test {
     const Mox::Seconds until = Mox::now() + seconds;
     while (wheel_->nextDue() <= until) {
       Mox::virtualTimeIs(std::max(Mox::now(), wheel_->nextDue()));
-      wheel_->turn(Mox::now());
-      querier().flush();
+      turn();
     }
     Mox::virtualTimeIs(until);
   }
-  void receive(const Bytes& packet, const MacAddr& from = hostMac) {
-    rxFrame(packet, from);
-    receiver_->rxBatchEnd();
+  // As the host does it: first the packets, then the timers, then the events.
+  void turn() {
+    wheel_->turn(Mox::now());
+    pending_.flush();
   }
-  void rxFrame(const Bytes& packet, const MacAddr& from = hostMac) {
-    Bytes frame(6, 0x01);
-    frame.insert(frame.end(), from.begin(), from.end());
-    frame.insert(frame.end(), {0x08, 0x00});
-    frame.insert(frame.end(), packet.begin(), packet.end());
-    receiver_->rxFrame(frame);
+  void receive(const Bytes& packet) {
+    receiver_->rxPacket({.frame = {}, .packet = packet, .outgoing = false});
+    receiver_->rxBatchEnd();
+    turn();
+  }
+  // A packet of this machine, on its way out.
+  void receiveOutgoing(const Bytes& packet) {
+    receiver_->rxPacket({.frame = {}, .packet = packet, .outgoing = true});
+    receiver_->rxBatchEnd();
+    turn();
   }
   void join() { receive(Ilvo::buildV2Report(group, {.src = host})); }
   const Gmp::Igmp::QuerierStatus& status() { return *querier().view().status; }
@@ -121,11 +122,12 @@ class InterfaceQuerierTest : public testing::Test {
   Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
   bool reportQueries_ = false;
   std::string openFails_;
-  std::string sendFails_;
-  Mox::U64 dropped_ = 0;
+  std::error_code sendFails_;
+  PortCounts counts_;
   int portsOpen_ = 0;
   std::vector<Bytes> sent_;
   FrameReceiver* receiver_ = nullptr;
+  StatusWatcher::Pending pending_;
   std::unique_ptr<InterfaceQuerier::Services> services_;
   std::unique_ptr<InterfaceQuerier> querier_;
 };

@@ -1,8 +1,8 @@
 #include <Link/LinkMonitor.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <map>
 #include <system_error>
 #include <utility>
 
@@ -10,9 +10,13 @@
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
 
+#include <Mox/ActivityClock.h>
+
 namespace Agent {
 
 namespace {
+
+constexpr Mox::Seconds resyncInterval = 1.0;
 
 // As large as the kernel makes a datagram of a dump.
 struct alignas(nlmsghdr) Buffer {
@@ -32,10 +36,25 @@ NetlinkSocket openSocket(unsigned groups) {
   return socket;
 }
 
+// The next datagram of the kernel, or a negative number with errno set. Other processes can send to
+// the socket as well; their datagrams are dropped.
+ssize_t receive(mnl_socket* socket, Buffer& buffer, int flags) {
+  for (;;) {
+    sockaddr_nl sender{};
+    socklen_t size = sizeof(sender);
+    const ssize_t got =
+        recvfrom(mnl_socket_get_fd(socket), buffer.bytes.data(), buffer.bytes.size(), flags,
+                 reinterpret_cast<sockaddr*>(&sender), &size);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 || sender.nl_pid == 0) return got;
+  }
+}
+
 enum class DumpEnd { complete, interrupted };
 
 int applyMessage(const nlmsghdr* message, void* table) {
-  static_cast<LinkTable*>(table)->apply(*message);
+  LinkTable::Former former;
+  static_cast<LinkTable*>(table)->apply(*message, former);
   return MNL_CB_OK;
 }
 
@@ -52,87 +71,116 @@ DumpEnd dump(mnl_socket* socket, LinkTable& table, Mox::U16 type, Request reques
     fail("cannot ask the kernel for interfaces");
   }
   for (;;) {
-    const ssize_t got = mnl_socket_recvfrom(socket, buffer.bytes.data(), buffer.bytes.size());
-    if (got < 0 && errno == EINTR) continue;
-    int more = MNL_CB_ERROR;
-    if (got >= 0) {
-      more = mnl_cb_run(buffer.bytes.data(), static_cast<size_t>(got), seq,
-                        mnl_socket_get_portid(socket), applyMessage, &table);
-    }
+    const ssize_t got = receive(socket, buffer, 0);
+    if (got < 0) fail("cannot read the kernel's interfaces");
+    const int more = mnl_cb_run(buffer.bytes.data(), static_cast<size_t>(got), seq,
+                                mnl_socket_get_portid(socket), applyMessage, &table);
     if (more == MNL_CB_STOP) return DumpEnd::complete;
     if (more < 0 && errno == EINTR) return DumpEnd::interrupted;
     if (more < 0) fail("cannot read the kernel's interfaces");
   }
 }
 
-DumpEnd dumpAll(LinkTable& table) {
+DumpEnd dumpOnce(LinkTable& table) {
   const NetlinkSocket socket = openSocket(0);
   ifinfomsg links{};
   links.ifi_family = AF_UNSPEC;
   ifaddrmsg addresses{};
   addresses.ifa_family = AF_INET;
-  const DumpEnd linksEnd = dump(socket.get(), table, RTM_GETLINK, links, 1);
-  const DumpEnd addressesEnd = linksEnd == DumpEnd::complete
-                                   ? dump(socket.get(), table, RTM_GETADDR, addresses, 2)
-                                   : linksEnd;
-  return addressesEnd;
+  if (dump(socket.get(), table, RTM_GETLINK, links, 1) == DumpEnd::interrupted) {
+    return DumpEnd::interrupted;
+  }
+  return dump(socket.get(), table, RTM_GETADDR, addresses, 2);
 }
 
-std::map<std::string, const Link*> byName(const LinkTable& table) {
-  std::map<std::string, const Link*> named;
-  for (const auto& [index, link] : table.links()) named.emplace(link.name, &link);
-  return named;
+// A change during a dump may make it miss something, so it is repeated, but not for ever: there may
+// be a machine that never rests.
+DumpEnd dumpAll(LinkTable& table) {
+  constexpr int attempts = 10;
+  DumpEnd end = DumpEnd::interrupted;
+  for (int i = 0; i < attempts && end == DumpEnd::interrupted; ++i) {
+    table = LinkTable();
+    end = dumpOnce(table);
+  }
+  return end;
+}
+
+// All links of the first table, and those that only the second has.
+LinkTable::Former formerOf(const LinkTable& before, const LinkTable& after) {
+  LinkTable::Former former;
+  for (const auto& [index, link] : before.links()) former.emplace(index, link);
+  for (const auto& [index, link] : after.links()) former.try_emplace(index, std::nullopt);
+  return former;
 }
 
 }  // namespace
 
-// A change during a dump may make it incomplete, so it is requested again, but not for ever: on a
-// machine whose interfaces change all the time the last dump is the best there is, and messages
-// about the changes follow.
 LinkTable currentLinks() {
-  constexpr int attempts = 10;
   LinkTable table;
-  for (int i = 0; i < attempts; ++i) {
-    table = LinkTable();
-    if (dumpAll(table) == DumpEnd::complete) break;
-  }
+  dumpAll(table);
   return table;
 }
 
-// The socket is bound before the dump is requested: a change in between is reported twice and not
-// lost.
-LinkMonitor::LinkMonitor(boost::asio::io_context& io, Handler handler)
+// It watches before it asks: a change in between is reported twice, and none is lost.
+LinkMonitor::LinkMonitor(boost::asio::io_context& io, const Mox::Ptr<const Obel::TimerWheel>& wheel,
+                         Handler handler)
     : socket_(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR)),
       handler_(std::move(handler)),
-      table_(currentLinks()),
-      watch_(io, mnl_socket_get_fd(socket_.get()), [this] { handleReadable(); }) {}
-
-void LinkMonitor::handleReadable() {
-  LinkTable next = table_;
-  if (!readAll(next)) next = currentLinks();
-  tableIs(std::move(next));
+      resyncTimer_(wheel, *this),
+      watch_(io, mnl_socket_get_fd(socket_.get()), [this] { handleReadable(); }) {
+  if (dumpAll(table_) == DumpEnd::interrupted) {
+    resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
+  }
 }
 
-bool LinkMonitor::readAll(LinkTable& table) {
+void LinkMonitor::handleReadable() {
+  LinkTable::Former former;
+  const bool complete = readAll(former);
+  notify(former);
+  if (!complete) resynchronise();
+}
+
+bool LinkMonitor::readAll(LinkTable::Former& former) {
   Buffer buffer;
   bool complete = true;
   for (;;) {
-    const ssize_t got = recv(mnl_socket_get_fd(socket_.get()), buffer.bytes.data(),
-                             buffer.bytes.size(), MSG_DONTWAIT);
+    const ssize_t got = receive(socket_.get(), buffer, MSG_DONTWAIT);
     if (got > 0) {
-      table.apply(std::span(buffer.bytes).first(static_cast<size_t>(got)));
+      table_.apply(std::span(buffer.bytes).first(static_cast<size_t>(got)), former);
     } else if (got < 0 && errno == ENOBUFS) {
       complete = false;
-    } else if (got == 0 || errno != EINTR) {
+    } else {
       return complete;
     }
   }
 }
 
-void LinkMonitor::tableIs(LinkTable table) {
-  const LinkTable old = std::exchange(table_, std::move(table));
-  const std::map<std::string, const Link*> before = byName(old);
-  const std::map<std::string, const Link*> after = byName(table_);
+// An answer that may lack a link is not used: its querier would be ended.
+void LinkMonitor::resynchronise() {
+  try {
+    LinkTable table;
+    if (dumpAll(table) == DumpEnd::complete) {
+      const LinkTable::Former former = formerOf(table_, table);
+      table_ = std::move(table);
+      notify(former);
+      return;
+    }
+  } catch (const std::system_error&) {
+    // No descriptor or no memory now: the table stays as it is until the next attempt.
+  }
+  resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
+}
+
+void LinkMonitor::notify(const LinkTable::Former& former) {
+  std::map<std::string, const Link*> before;
+  std::map<std::string, const Link*> after;
+  for (const auto& [index, old] : former) {
+    if (old && !old->name.empty()) before.emplace(old->name, &*old);
+    const auto link = table_.links().find(index);
+    if (link != table_.links().end() && !link->second.name.empty()) {
+      after.emplace(link->second.name, &link->second);
+    }
+  }
   for (const auto& [name, link] : before) {
     if (!after.contains(name)) handler_(name, nullptr);
   }

@@ -1,20 +1,26 @@
 #include <Link/LinkMonitor.h>
 
+#include <array>
 #include <fstream>
+#include <set>
 #include <sstream>
-#include <string>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
+#include <Mox/ActivityClock.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <libmnl/libmnl.h>
-#include <linux/rtnetlink.h>
-#include <sched.h>
-#include <unistd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <boost/asio/io_context.hpp>
+
+#include "RtnetlinkMessages.h"
+#include "TestNetwork.h"
 
 namespace Agent {
 namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 // Every network namespace has this one, whatever else the machine has.
 TEST(CurrentLinks, holdTheLoopbackInterface) {
@@ -25,89 +31,138 @@ TEST(CurrentLinks, holdTheLoopbackInterface) {
   EXPECT_TRUE(lo->loopback);
 }
 
-TEST(LinkMonitor, knowsTheLinksFromTheBeginning) {
-  boost::asio::io_context io;
-  const LinkMonitor monitor(io, [](const std::string&, const Link*) {});
-  EXPECT_NE(monitor.links().find("lo"), nullptr);
-}
-
-TEST(LinkMonitor, mayEndBeforeItsLoop) {
-  boost::asio::io_context io;
-  bool notified = false;
-  {
-    const LinkMonitor monitor(io, [&](const std::string&, const Link*) { notified = true; });
-  }
-  io.run();  // returns, as nothing waits any more
-  EXPECT_FALSE(notified);
-}
-
-// In a network namespace of its own, where addresses can be changed faster than they are read.
-class LinkOverrunTest : public testing::Test {
+// With virtual time for its wheel.
+class LinkMonitorTest : public TestNetwork {
  protected:
-  void SetUp() override {
-    if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "not permitted to make a network namespace";
-    mnl_.reset(mnl_socket_open(NETLINK_ROUTE));
-    ASSERT_EQ(mnl_socket_bind(mnl_.get(), 0, MNL_SOCKET_AUTOPID), 0);
+  LinkMonitorTest() { Mox::virtualTimeIs(1000.0); }
+  ~LinkMonitorTest() override { Mox::realTimeIs(); }
+
+  void begin() {
+    monitor_ =
+        std::make_unique<LinkMonitor>(io_, wheel_, [this](const auto& name, const Link* link) {
+          changes_.push_back((link == nullptr ? "no " : link->up ? "up " : "down ") + name);
+        });
   }
-  ~LinkOverrunTest() override {
-    setns(before_, CLONE_NEWNET);
-    close(before_);
+  // Handles the messages that have arrived, without waiting for more.
+  void poll() {
+    io_.restart();
+    io_.poll();
+  }
+  std::vector<std::string> changes() { return std::exchange(changes_, {}); }
+  // More messages than the socket's buffer holds.
+  void overrun() {
+    std::ostringstream toggles;
+    for (int i = 0; i < 400; ++i) toggles << "link set peer0 mtu " << 1000 + i % 2 << "\n";
+    ip("-batch - <<'END'\n" + toggles.str() + "END\n");
   }
 
-  // Adds 127.1.0.N/8 to the loopback interface, or removes it.
-  void addressIs(unsigned number, bool there) {
-    alignas(nlmsghdr) std::byte buffer[256] = {};
-    nlmsghdr* const message = mnl_nlmsg_put_header(buffer);
-    message->nlmsg_type = there ? RTM_NEWADDR : RTM_DELADDR;
-    message->nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK | (there ? NLM_F_CREATE : 0);
-    auto& info = *static_cast<ifaddrmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(ifaddrmsg)));
-    info.ifa_family = AF_INET;
-    info.ifa_prefixlen = 8;
-    info.ifa_index = 1;
-    mnl_attr_put_u32(message, IFA_LOCAL, htonl(0x7f010000U + number));
-    ASSERT_GT(mnl_socket_sendto(mnl_.get(), message, message->nlmsg_len), 0);
-    std::byte answer[1024];
-    const ssize_t got = mnl_socket_recvfrom(mnl_.get(), answer, sizeof answer);
-    ASSERT_GT(got, 0);
-    const auto* const error = static_cast<const nlmsgerr*>(
-        mnl_nlmsg_get_payload(reinterpret_cast<const nlmsghdr*>(answer)));
-    ASSERT_EQ(error->error, 0) << "address " << number;
-  }
-  // Messages that the kernel could not deliver to a socket of this process.
-  static unsigned long messagesLost() {
-    std::ifstream table("/proc/self/net/netlink");
-    std::string line;
-    std::getline(table, line);
-    unsigned long lost = 0;
-    while (std::getline(table, line)) {
-      std::istringstream fields(line);
-      std::string skipped;
-      unsigned long drops = 0;
-      for (int column = 0; column < 8; ++column) fields >> skipped;
-      fields >> drops;
-      lost += drops;
-    }
-    return lost;
-  }
-
-  const int before_ = open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC);
-  NetlinkSocket mnl_{nullptr, &mnl_socket_close};
+  boost::asio::io_context io_{1};
+  const Mox::Ptr<Obel::TimerWheel> wheel_ = Mox::makePtr<Obel::TimerWheel>(1000.0);
+  std::vector<std::string> changes_;
+  std::unique_ptr<LinkMonitor> monitor_;
 };
 
-TEST_F(LinkOverrunTest, allLinksAreAskedForAgainWhenMessagesWereLost) {
-  boost::asio::io_context io;
-  const LinkMonitor monitor(io, [](const std::string&, const Link*) {});
-  for (int change = 0; change < 100'000 && messagesLost() == 0; ++change) {
-    addressIs(1, true);
-    addressIs(1, false);
+TEST_F(LinkMonitorTest, knowsTheLinksFromTheBeginning) {
+  begin();
+  EXPECT_NE(monitor_->links().find("eth0"), nullptr);
+  poll();
+  EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(LinkMonitorTest, mayEndBeforeItsLoop) {
+  begin();
+  monitor_ = nullptr;
+  io_.run();  // returns: nothing is waited for any more
+  EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(LinkMonitorTest, notifiesOfChangesByName) {
+  begin();
+  ASSERT_TRUE(ip("link set peer0 down"));
+  ASSERT_TRUE(ip("link set peer0 name other0"));
+  ASSERT_TRUE(ip("link add name new0 type bridge"));
+  poll();
+  const std::vector<std::string> all = changes();
+  EXPECT_THAT(all, Contains("no peer0"));
+  EXPECT_THAT(all, Contains("down other0"));
+  EXPECT_THAT(all, Contains("down new0"));
+  EXPECT_EQ(monitor_->links().find("peer0"), nullptr);
+}
+
+TEST_F(LinkMonitorTest, doesNotNotifyOfWhatIsAsItWas) {
+  begin();
+  ASSERT_TRUE(ip("link set peer0 mtu 1400"));
+  ASSERT_TRUE(ip("link set peer0 mtu 1500"));
+  poll();
+  EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(LinkMonitorTest, asksForAllLinksAgainWhenMessagesWereLost) {
+  begin();
+  overrun();
+  ASSERT_TRUE(ip("link add name late0 type bridge"));
+  ASSERT_TRUE(ip("link del eth0"));
+  poll();
+  EXPECT_NE(monitor_->links().find("late0"), nullptr);
+  EXPECT_EQ(monitor_->links().find("eth0"), nullptr);
+  EXPECT_THAT(changes(), testing::IsSupersetOf({"no eth0", "no peer0", "down late0"}));
+}
+
+// Without a descriptor the kernel cannot be asked.
+TEST_F(LinkMonitorTest, asksAgainAfterASecondWhenItCouldNot) {
+  begin();
+  overrun();
+  ASSERT_TRUE(ip("link del eth0"));
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{.rlim_cur = 3, .rlim_max = before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  poll();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_NE(monitor_->links().find("eth0"), nullptr);
+  wheel_->turn(1000.9);
+  EXPECT_NE(monitor_->links().find("eth0"), nullptr);
+  wheel_->turn(1001.1);
+  EXPECT_EQ(monitor_->links().find("eth0"), nullptr);
+  EXPECT_THAT(changes(), Contains("no eth0"));
+}
+
+// The netlink sockets of this process that watch links, as the kernel lists them.
+std::vector<unsigned> watchingPorts() {
+  std::ifstream sockets("/proc/self/net/netlink");
+  std::vector<unsigned> ports;
+  std::string line;
+  std::getline(sockets, line);
+  while (std::getline(sockets, line)) {
+    std::istringstream words(line);
+    std::string address;
+    unsigned protocol = 0;
+    unsigned port = 0;
+    std::string groups;
+    words >> address >> protocol >> port >> groups;
+    if (protocol == NETLINK_ROUTE && port != 0 && std::stoul(groups, nullptr, 16) != 0) {
+      ports.push_back(port);
+    }
   }
-  ASSERT_GT(messagesLost(), 0u);
-  addressIs(200, true);
-  io.poll();
-  const Link* const lo = monitor.links().find("lo");
-  ASSERT_NE(lo, nullptr);
-  ASSERT_EQ(lo->addresses.size(), 1u);
-  EXPECT_EQ(lo->addresses.front().address, Ilvo::IpAddr(127, 1, 0, 200));
+  return ports;
+}
+
+TEST_F(LinkMonitorTest, ignoresMessagesOfOtherProcesses) {
+  begin();
+  const std::vector<unsigned> ports = watchingPorts();
+  ASSERT_EQ(ports.size(), 1u);
+  const Datagram forged = linkMessage({.index = 77, .name = "forged0"});
+  const Descriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
+  sockaddr_nl to{};
+  to.nl_family = AF_NETLINK;
+  to.nl_pid = ports[0];
+  ASSERT_EQ(sendto(socket.fd(), forged.data(), forged.size(), 0,
+                   reinterpret_cast<const sockaddr*>(&to), sizeof(to)),
+            static_cast<ssize_t>(forged.size()));
+  ASSERT_TRUE(ip("link set peer0 down"));
+  poll();
+  EXPECT_EQ(monitor_->links().find("forged0"), nullptr);
+  EXPECT_THAT(changes(), Contains("down peer0"));
 }
 
 }  // namespace

@@ -19,7 +19,7 @@ using Mox::U8;
 
 namespace {
 
-// The attributes behind a message's fixed part; libmnl's own loop, as a range would be.
+// Calls use(attribute) for each attribute behind a message's fixed part.
 template <class F>
 void forEachAttr(const nlmsghdr& message, size_t fixedPart, F&& use) {
   mnl_attr_parse(
@@ -69,32 +69,41 @@ std::string whyUnfit(const Link& link) {
   return {};
 }
 
-void LinkTable::apply(std::span<const std::byte> datagram) {
-  const auto applyOne = [](const nlmsghdr* message, void* table) {
-    static_cast<LinkTable*>(table)->apply(*message);
-    return MNL_CB_OK;
-  };
-  mnl_cb_run(datagram.data(), datagram.size(), 0, 0, applyOne, this);
+// libmnl's own loop over messages stops at those that end a dump or acknowledge a request, which
+// are none of this table's.
+void LinkTable::apply(std::span<const std::byte> datagram, Former& former) {
+  int left = static_cast<int>(datagram.size());
+  const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
+  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+    apply(*message, former);
+  }
 }
 
-// The kernel pads its messages. libmnl relies on that, and would read behind a message without.
-void LinkTable::apply(const nlmsghdr& message) {
+// The kernel pads its messages. libmnl relies on that and would read past the end of another one.
+void LinkTable::apply(const nlmsghdr& message, Former& former) {
   if (message.nlmsg_len % MNL_ALIGNTO != 0) return;
   switch (message.nlmsg_type) {
-    case RTM_NEWLINK: applyNewLink(message); return;
-    case RTM_DELLINK: applyDelLink(message); return;
+    case RTM_NEWLINK: applyNewLink(message, former); return;
+    case RTM_DELLINK: applyDelLink(message, former); return;
     case RTM_NEWADDR:
-    case RTM_DELADDR: applyAddress(message); return;
+    case RTM_DELADDR: applyAddress(message, former); return;
     default: return;
   }
 }
 
+void LinkTable::keepFormer(U32 index, Former& former) const {
+  if (former.contains(index)) return;
+  const auto found = links_.find(index);
+  former.emplace(index, found == links_.end() ? std::nullopt : std::optional(found->second));
+}
+
 // A bridge reports its ports with link messages, too, in a family of their own: a port that leaves
 // its bridge is still an interface.
-void LinkTable::applyNewLink(const nlmsghdr& message) {
+void LinkTable::applyNewLink(const nlmsghdr& message, Former& former) {
   if (!hasPayload(message, sizeof(ifinfomsg))) return;
   const auto& info = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
   if (info.ifi_family != AF_UNSPEC || info.ifi_index <= 0) return;
+  keepFormer(static_cast<U32>(info.ifi_index), former);
   Link& link = links_[static_cast<U32>(info.ifi_index)];
   link.index = static_cast<U32>(info.ifi_index);
   link.up = (info.ifi_flags & IFF_UP) != 0;
@@ -112,13 +121,15 @@ void LinkTable::applyNewLink(const nlmsghdr& message) {
   });
 }
 
-void LinkTable::applyDelLink(const nlmsghdr& message) {
+void LinkTable::applyDelLink(const nlmsghdr& message, Former& former) {
   if (!hasPayload(message, sizeof(ifinfomsg))) return;
   const auto& info = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
-  if (info.ifi_family == AF_UNSPEC) links_.erase(static_cast<U32>(info.ifi_index));
+  if (info.ifi_family != AF_UNSPEC) return;
+  keepFormer(static_cast<U32>(info.ifi_index), former);
+  links_.erase(static_cast<U32>(info.ifi_index));
 }
 
-void LinkTable::applyAddress(const nlmsghdr& message) {
+void LinkTable::applyAddress(const nlmsghdr& message, Former& former) {
   if (!hasPayload(message, sizeof(ifaddrmsg))) return;
   const auto& info = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&message));
   const auto found = links_.find(info.ifa_index);
@@ -129,13 +140,14 @@ void LinkTable::applyAddress(const nlmsghdr& message) {
                    .secondary = (info.ifa_flags & IFA_F_SECONDARY) != 0};
   bool isThere = false;
   forEachAttr(message, sizeof(ifaddrmsg), [&](const nlattr& attr) {
-    // The local one: on a point-to-point link, IFA_ADDRESS is the neighbour's.
+    // On a point-to-point link, IFA_ADDRESS is the neighbour's.
     if (mnl_attr_get_type(&attr) != IFA_LOCAL) return;
     if (mnl_attr_validate(&attr, MNL_TYPE_U32) != 0) return;
     addr.address = IpAddr(ntohl(mnl_attr_get_u32(&attr)));
     isThere = true;
   });
   if (!isThere) return;
+  keepFormer(info.ifa_index, former);
   std::vector<LinkAddress>& all = found->second.addresses;
   const auto old = std::ranges::find_if(all, [&](const LinkAddress& a) {
     return a.address == addr.address && a.prefixLength == addr.prefixLength;

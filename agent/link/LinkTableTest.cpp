@@ -18,7 +18,7 @@ constexpr IpAddr secondAddr(10, 0, 0, 9);
 
 class LinkTableTest : public testing::Test {
  protected:
-  void receive(const Datagram& datagram) { table_.apply(datagram); }
+  void receive(const Datagram& datagram) { table_.apply(datagram, former_); }
   const Link& eth0() {
     const Link* link = table_.find("eth0");
     if (link == nullptr) throw std::logic_error("there is no eth0");
@@ -31,6 +31,7 @@ class LinkTableTest : public testing::Test {
   }
 
   LinkTable table_;
+  LinkTable::Former former_;
 };
 
 TEST_F(LinkTableTest, learnsTheFieldsOfALinkMessage) {
@@ -165,8 +166,8 @@ TEST_F(LinkTableTest, readsNoFurtherThanTheLengthOfAMessage) {
       const auto length = static_cast<Mox::U32>(bytes);
       if (bytes >= sizeof(length)) std::memcpy(cut.data(), &length, sizeof(length));
       LinkTable table;
-      table.apply(linkMessage({}));
-      table.apply(cut);
+      table.apply(linkMessage({}), former_);
+      table.apply(cut, former_);
       ASSERT_EQ(table.names(), (std::vector<std::string>{"eth0"})) << bytes;
       ASSERT_TRUE(table.find("eth0")->addresses.empty()) << bytes;
     }
@@ -188,6 +189,24 @@ TEST_F(LinkTableTest, leavesOutAttributesOfTheWrongSize) {
   mnl_attr_put_u64(message, IFLA_ADDRESS, 1);
   receive(datagramOf(message));
   EXPECT_EQ(eth0(), before);
+}
+
+TEST_F(LinkTableTest, keepsLinksAsTheyWereBeforeTheFirstMessage) {
+  receive(linkMessage({}));
+  EXPECT_EQ(former_, (LinkTable::Former{{2, std::nullopt}}));
+  former_.clear();
+  const Link before = eth0();
+  receive(addressMessage({}));
+  receive(linkMessage({.flags = 0}));
+  EXPECT_EQ(former_, (LinkTable::Former{{2, before}}));
+}
+
+TEST_F(LinkTableTest, keepsALinkThatIsGoneAsItWas) {
+  receive(linkMessage({}));
+  former_.clear();
+  const Link before = eth0();
+  receive(linkMessage({.type = RTM_DELLINK}));
+  EXPECT_EQ(former_, (LinkTable::Former{{2, before}}));
 }
 
 TEST_F(LinkTableTest, leavesOutOtherMessages) {

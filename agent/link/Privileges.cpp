@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -25,6 +26,14 @@ std::string missingPrivilege() {
   return "not permitted to receive and send packets (needs CAP_NET_RAW): run it as root, or grant "
          "it once with `sudo setcap cap_net_raw+ep " +
          path + "`";
+}
+
+// A descriptor each for a thousand interfaces is more than shells allow by default.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 }  // namespace Agent

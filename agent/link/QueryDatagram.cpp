@@ -1,5 +1,7 @@
 #include <Link/QueryDatagram.h>
 
+#include <algorithm>
+
 #include <Ilvo/Checksum.h>
 #include <Ilvo/IgmpHdr.h>
 #include <Ilvo/Pkt.h>
@@ -51,15 +53,15 @@ std::vector<U8> queryDatagram(IpAddr src, IpAddr group, std::span<const U8> igmp
   return out;
 }
 
-std::vector<U8> queryFrame(const MacAddr& srcMac, IpAddr src, IpAddr group,
-                           std::span<const U8> igmp) {
-  constexpr std::array<U8, 2> type{etherTypeIpv4 >> 8, etherTypeIpv4 & 0xff};
-  std::vector<U8> out;
-  append(out, multicastMac(queryDestination(group)));
-  append(out, srcMac);
-  append(out, type);
-  append(out, queryDatagram(src, group, igmp));
-  return out;
+bool isQueryFrom(std::span<const IpAddr> addresses, std::span<const U8> packet) {
+  constexpr size_t protocolAt = 9;
+  constexpr size_t sourceAt = 12;
+  if (packet.size() < sourceAt + 4 || packet[protocolAt] != Ilvo::igmpIpProtocol) return false;
+  const size_t message = size_t{packet[0] & 0x0fU} * 4;
+  if (message >= packet.size() || packet[message] != Ilvo::igmpMembershipQuery) return false;
+  const IpAddr source(packet[sourceAt], packet[sourceAt + 1], packet[sourceAt + 2],
+                      packet[sourceAt + 3]);
+  return std::ranges::find(addresses, source) != addresses.end();
 }
 
 }  // namespace Agent

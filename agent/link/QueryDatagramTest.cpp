@@ -2,6 +2,7 @@
 
 #include <Ilvo/IpHdr.h>
 #include <Ilvo/Pkt.h>
+#include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <gtest/gtest.h>
 
 namespace Agent {
@@ -11,7 +12,6 @@ using Ilvo::IpAddr;
 using Mox::U8;
 using Bytes = std::vector<U8>;
 
-constexpr MacAddr srcMac{0x02, 0x0a, 0x0b, 0x0c, 0x0d, 0x0e};
 constexpr IpAddr srcAddr(10, 9, 0, 1);
 const Bytes generalQuery{0x11, 0x64, 0xee, 0x9b, 0, 0, 0, 0};
 
@@ -45,17 +45,37 @@ TEST(QueryDatagram, hasALengthAndAChecksumThatFitALongMessage) {
   EXPECT_EQ(Bytes(packet.begin() + 24, packet.end()), igmp);
 }
 
-TEST(QueryFrame, ofAGeneralQueryGoesToTheMacOfAllSystems) {
-  const Bytes frame = queryFrame(srcMac, srcAddr, IpAddr(), generalQuery);
-  const Bytes header{0x01, 0x00, 0x5e, 0x00, 0x00, 0x01, 0x02,
-                     0x0a, 0x0b, 0x0c, 0x0d, 0x0e, 0x08, 0};
-  EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 14), header);
-  EXPECT_EQ(Bytes(frame.begin() + 14, frame.end()), queryDatagram(srcAddr, IpAddr(), generalQuery));
+TEST(IsQueryFrom, holdsForAQueryFromOneOfTheAddresses) {
+  const std::vector addresses{IpAddr(10, 9, 0, 2), srcAddr};
+  EXPECT_TRUE(isQueryFrom(addresses, queryDatagram(srcAddr, IpAddr(), generalQuery)));
+  EXPECT_TRUE(isQueryFrom(addresses, Ilvo::buildV2Query(IpAddr(), 100, {.src = srcAddr})));
 }
 
-TEST(QueryFrame, ofASpecificQueryGoesToTheMacOfItsGroup) {
-  const Bytes frame = queryFrame(srcMac, srcAddr, IpAddr(239, 255, 1, 2), generalQuery);
-  EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 6), (Bytes{0x01, 0x00, 0x5e, 0x7f, 0x01, 0x02}));
+TEST(IsQueryFrom, doesNotHoldForAQueryFromAnotherAddress) {
+  const std::vector addresses{IpAddr(10, 9, 0, 2)};
+  EXPECT_FALSE(isQueryFrom(addresses, queryDatagram(srcAddr, IpAddr(), generalQuery)));
+  EXPECT_FALSE(isQueryFrom({}, queryDatagram(srcAddr, IpAddr(), generalQuery)));
+}
+
+TEST(IsQueryFrom, doesNotHoldForAReport) {
+  const std::vector addresses{srcAddr};
+  const Bytes report = Ilvo::buildV2Report(IpAddr(239, 1, 1, 1), {.src = srcAddr});
+  EXPECT_FALSE(isQueryFrom(addresses, report));
+}
+
+TEST(IsQueryFrom, doesNotHoldForAnotherProtocol) {
+  const std::vector addresses{srcAddr};
+  Bytes packet = queryDatagram(srcAddr, IpAddr(), generalQuery);
+  packet[9] = 17;
+  EXPECT_FALSE(isQueryFrom(addresses, packet));
+}
+
+TEST(IsQueryFrom, doesNotHoldForAPacketThatEndsBeforeTheMessage) {
+  const std::vector addresses{srcAddr};
+  const Bytes whole = queryDatagram(srcAddr, IpAddr(), generalQuery);
+  for (size_t bytes = 0; bytes <= 24; ++bytes) {
+    EXPECT_FALSE(isQueryFrom(addresses, std::span(whole).first(bytes))) << bytes;
+  }
 }
 
 }  // namespace

@@ -115,7 +115,7 @@ TEST(LocalSocketTest, errorsOfAConnectionSayWhatToDo) {
   const auto failure = [](const std::string& at) { return ThrowsMessage<ConnectError>(at); };
   const auto noAgent = [&](const std::string& at) {
     return failure("no agent is running: nobody serves " + at +
-                   "; start one with `sudo igmpq run`, or name another one's with --socket");
+                   "; start one with `sudo igmpq run --all`, or name another one's with --socket");
   };
   EXPECT_THAT([&] { connectToAgent(path); }, noAgent(path));
   servingSocket(path);  // closed at once, and its file stays

@@ -99,6 +99,23 @@ mcastBoundaryPktReceived  0           0
 )");
 }
 
+TEST(StateText, showsCountersOfInterfacesWhereTheyAreKnown) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                    interfaceNamed("eth1", IpAddr(10, 0, 1, 1))};
+  const auto state = Mox::makePtr<InterfaceState>(Mox::Name("eth0"));
+  state->framesLostIs(7);
+  state->sendFailuresIs(5000000000);
+  views[0].state = state;
+  const std::string text = stateText(StatePart::counters, views, now);
+  EXPECT_EQ(text.substr(text.find("framesLost")),
+            R"(framesLost                7           -
+framesUnparsable          0           -
+fragmentsReceived         0           -
+otherVlanFrames           0           -
+sendFailures              5000000000  -
+)");
+}
+
 TEST(StateText, reportsThatThereIsNothing) {
   EXPECT_EQ(stateText(StatePart::everything, {}, now), "no interfaces\n");
   const std::vector views{interfaceNamed("eth0", IpAddr())};

@@ -137,22 +137,36 @@ void addColumns(Columns& columns, const Columns& added) {
   columns.insert(columns.end(), added.begin(), added.end());
 }
 
-// Of the attribute table, each under its own name.
-Columns counterColumns(bool forPeople, const char* object) {
-  Columns columns;
-  QuerierStatus::attributes.forEach([&](Mox::AttrId, const auto& row) {
-    if constexpr (std::remove_cvref_t<decltype(row)>::kind == Mox::AttrKind::counter) {
-      columns.push_back({row.name, forPeople ? row.name : nullptr, object});
-    }
+// Calls f(row) for each counter of an entity's attribute table.
+template <class Entity, class F>
+void forEachCounter(F f) {
+  Entity::attributes.forEach([&](Mox::AttrId, const auto& row) {
+    if constexpr (std::remove_cvref_t<decltype(row)>::kind == Mox::AttrKind::counter) f(row);
   });
+}
+
+bool anyState(InterfaceViews interfaces) {
+  return std::ranges::any_of(interfaces,
+                             [](const InterfaceView& view) { return view.state != nullptr; });
+}
+
+// Each under its own name. Those of the interface are left out where no view knows them.
+Columns counterColumns(InterfaceViews interfaces, bool forPeople, const char* object) {
+  Columns columns;
+  const auto add = [&](const auto& row) {
+    columns.push_back({row.name, forPeople ? row.name : nullptr, object});
+  };
+  forEachCounter<QuerierStatus>(add);
+  if (anyState(interfaces)) forEachCounter<InterfaceState>(add);
   return columns;
 }
 
-void addCounters(Cells& cells, const QuerierStatus& status) {
-  QuerierStatus::attributes.forEach([&](Mox::AttrId, const auto& row) {
-    if constexpr (std::remove_cvref_t<decltype(row)>::kind == Mox::AttrKind::counter) {
-      cells.emplace_back(Mox::U64{status.*row.member});
-    }
+void addCounters(Cells& cells, const InterfaceView& view, bool withState) {
+  forEachCounter<QuerierStatus>(
+      [&](const auto& row) { cells.emplace_back(Mox::U64{(*view.status).*row.member}); });
+  if (!withState) return;
+  forEachCounter<InterfaceState>([&](const auto& row) {
+    cells.push_back(view.state ? Cell(Mox::U64{(*view.state).*row.member}) : Cell());
   });
 }
 
@@ -198,13 +212,13 @@ Table interfaceTable(InterfaceViews interfaces, Seconds now) {
 
 Table everythingTable(InterfaceViews interfaces, Seconds now) {
   Columns columns = interfaceColumns;
-  addColumns(columns, counterColumns(false, "counters"));
+  addColumns(columns, counterColumns(interfaces, false, "counters"));
   Table table(std::move(columns));
   Table& groups = table.belowIs("groups", withoutFirst(groupColumns));
   groups.belowIs("sources", groupSourceColumns);
   for (const InterfaceView& view : interfaces) {
     Cells cells = interfaceCells(view, now);
-    addCounters(cells, *view.status);
+    addCounters(cells, view, anyState(interfaces));
     table.row(cells);
     addGroups(groups, view, now, 1);
   }
@@ -240,11 +254,11 @@ Table sourceTable(InterfaceViews interfaces, Seconds now) {
 
 Table counterTable(InterfaceViews interfaces) {
   Columns columns{{"interface", "COUNTER"}};
-  addColumns(columns, counterColumns(true, nullptr));
+  addColumns(columns, counterColumns(interfaces, true, nullptr));
   Table table(std::move(columns));
   for (const InterfaceView& view : interfaces) {
     Cells cells{view.name};
-    addCounters(cells, *view.status);
+    addCounters(cells, view, anyState(interfaces));
     table.row(cells);
   }
   return table;

@@ -57,7 +57,9 @@ TYPES = {
                      "lastReporter:addr"),
         (260, "source", "Gmp::Igmp::QuerierSourceStatus")),
     "Agent::InterfaceState": (
-        attributes(258, "address:addr", "running:flag", "electedTime:seconds"), None),
+        attributes(258, "address:addr", "running:flag", "electedTime:seconds", "framesLost:u64",
+                   "framesUnparsable:u64", "fragmentsReceived:u64", "otherVlanFrames:u64",
+                   "sendFailures:u64"), None),
     "Gmp::Igmp::QuerierSourceStatus": (
         attributes(259, "expired:flag", "creationTime:seconds", "expiryTime:seconds"), None),
 }

@@ -1,19 +1,23 @@
 // Turns the changes of one querier's status, of its groups and of their sources into events.
 //
-// Notified changes are collected, and flush() reports them, so that the event of a join shows the
-// group as it is after the whole packet. The host flushes after each packet and each turn of the
-// timer wheel. Members that were added and removed between two flushes are reported in that order;
-// a value that changed several times is reported once. The first flush reports the contents that
-// the status had when the watcher was created, as if they were new. The sink must outlive the
-// watcher. One thread.
+// Changes are collected as they are notified and reported by flush(), so that the event of a join
+// shows the group as the whole report left it. The host flushes after each batch of packets and
+// each turn of the timer wheel. Members that came and went in between are reported in that order; a
+// value that changed several times is reported once. The stream is complete: the first flush
+// reports what the status holds when the watcher begins, as if it had just come. The sink must
+// outlive the watcher. One thread.
 //
-//   StatusWatcher watcher("eth0", status, *sink);
+// A host with many watchers gives them a list, in which they put themselves when something changes.
+//
+//   StatusWatcher::Pending pending;
+//   StatusWatcher watcher("eth0", status, *sink, &pending);
 //   querier->doRxPkt(pkt);
-//   watcher.flush();
+//   pending.flush();
 #pragma once
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <Events/Event.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
@@ -23,16 +27,32 @@ namespace Agent {
 
 class StatusWatcher {
  public:
+  // The watchers that have changes to report. It outlives them.
+  class Pending {
+   public:
+    void flush();
+
+   private:
+    friend class StatusWatcher;
+    std::vector<StatusWatcher*> watchers_;
+    std::vector<StatusWatcher*> flushed_;  // empty between two flushes
+  };
+
   StatusWatcher(std::string interface, Mox::Ptr<const Gmp::Igmp::QuerierStatus> status,
-                EventSink& sink);
+                EventSink& sink, Pending* pending = nullptr);
   ~StatusWatcher();
   StatusWatcher(const StatusWatcher&) = delete;
   StatusWatcher& operator=(const StatusWatcher&) = delete;
 
   void flush();
+  // Something has changed that a flush reports.
+  void markPending();
 
  private:
   class Watch;
+
+  Pending* const pending_;
+  bool isPending_ = false;
   std::unique_ptr<Watch> watch_;
 };
 

@@ -1,8 +1,8 @@
 // The live agent: queriers on real interfaces, one event loop, one thread, one timer wheel.
 //
-// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. The activity
-// clock is the machine's monotonic one, and the wheel is turned before each of these is handled and
-// after it.
+// It sleeps until a packet, a timer, a change of an interface or a signal wakes it. Whatever it
+// was, the packets that have arrived are handled first, then the timers that are due. The activity
+// clock is the machine's monotonic one.
 //
 //   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
 //   loop.run();  // until SIGINT or SIGTERM
@@ -31,6 +31,8 @@ class AgentLoop {
     // True: it is an error when the sockets of the attribute log and of requests cannot be served.
     // False: an event reports it, and the agent runs without them.
     bool attrLogRequired = false;
+    // Of each interface's receive ring; a share of what all may take if none.
+    std::optional<size_t> ringBytes = {};
   };
 
   // The queriers run from the construction on. Throws std::system_error when the interfaces cannot

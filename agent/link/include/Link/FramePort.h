@@ -1,16 +1,33 @@
-// The interface by which frames are sent and received: implemented by PacketPort, and by tests.
+// The interface at which a querier sends and receives. Behind it is the kernel, or a test.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <span>
 #include <string>
+#include <system_error>
 
 #include <MoxBase/Types.h>
 
 namespace Agent {
 
 struct Link;
+
+// An IPv4 packet and the frame that carried it; both are valid during the call that hands them
+// over.
+struct RxPacket {
+  std::span<const Mox::U8> frame;   // from its destination address on
+  std::span<const Mox::U8> packet;  // from the IPv4 header on, with what follows it in the frame
+  bool outgoing = false;            // sent by this machine
+};
+
+// Frames with IGMP in them that no querier sees, since the port was opened.
+struct PortCounts {
+  Mox::U64 lost = 0;        // the ring was full
+  Mox::U64 unparsable = 0;  // no whole IPv4 packet
+  Mox::U64 fragments = 0;   // a part of an IPv4 packet
+  Mox::U64 otherVlans = 0;  // tagged for a VLAN, which is another link
+};
 
 class FramePort {
  public:
@@ -19,14 +36,13 @@ class FramePort {
   FramePort& operator=(const FramePort&) = delete;
   virtual ~FramePort() = default;
 
-  // Sends one whole Ethernet frame. Returns the reason when that fails, and nothing otherwise.
-  virtual std::string send(std::span<const Mox::U8> frame) = 0;
+  // Sends an IPv4 packet, or returns the error that prevented it.
+  virtual std::error_code send(std::span<const Mox::U8> packet) = 0;
 
-  // The number of frames that were lost since the port was opened, as they were not read in time.
-  virtual Mox::U64 dropped() = 0;
+  virtual PortCounts counts() = 0;
 };
 
-// Receives frames in batches. Of these functions only portFailed may close the port.
+// The user of a port. It may close the port from portFailed, and from no other call.
 class FrameReceiver {
  public:
   FrameReceiver() = default;
@@ -34,12 +50,11 @@ class FrameReceiver {
   FrameReceiver& operator=(const FrameReceiver&) = delete;
   virtual ~FrameReceiver() = default;
 
-  // The next frame of a batch, an Ethernet frame with IGMP as it was on the link; valid during the
-  // call. The receiver handles frames when the batch ends, so that it can prefetch for later ones.
-  virtual void rxFrame(std::span<const Mox::U8> frame) = 0;
-  // The batch ends: no frame is waiting, or timers are to be handled first.
+  // The next packet of a batch, to be handled when the batch ends: a receiver that knows the
+  // packets that follow can prefetch what they need.
+  virtual void rxPacket(const RxPacket& packet) = 0;
   virtual void rxBatchEnd() = 0;
-  // No more frames will be received.
+  // Nothing is received any more.
   virtual void portFailed(const std::string& why) = 0;
 };
 

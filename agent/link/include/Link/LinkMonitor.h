@@ -1,11 +1,11 @@
-// Watches the machine's network interfaces: it requests all of them from the kernel once, and the
-// kernel reports changes from then on. When messages were lost because changes came faster than
-// they were read, it requests all interfaces again.
+// Watches the machine's network interfaces: the kernel is asked once for all of them and reports
+// changes from then on. When changes came faster than they were read, all are asked for again, once
+// a second until the kernel's answer is whole.
 //
-// The handler is called for each interface that changed, after all waiting messages were read: an
-// interface that went down and up between two reads has not changed.
+// Changes are notified by name, for the state that holds when everything that had arrived was read:
+// an interface that went down and came up in between has not changed.
 //
-//   LinkMonitor monitor(io, [](const std::string& name, const Link* link) { ... });
+//   LinkMonitor monitor(io, wheel, [](const std::string& name, const Link* link) { ... });
 #pragma once
 
 #include <functional>
@@ -15,6 +15,9 @@
 #include <Link/LinkTable.h>
 #include <Local/IoContext.h>
 #include <Local/ReadableWatch.h>
+#include <MoxBase/Ptr.h>
+#include <Obel/TimerReactor.h>
+#include <Obel/TimerWheel.h>
 
 struct mnl_socket;
 
@@ -22,7 +25,7 @@ namespace Agent {
 
 using NetlinkSocket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
 
-// All interfaces as they are now. Throws std::system_error when the kernel does not give them.
+// All interfaces as they are now. Throws std::system_error when the kernel does not report them.
 LinkTable currentLinks();
 
 class LinkMonitor {
@@ -30,8 +33,9 @@ class LinkMonitor {
   // The link is null when there is no interface of that name any more. It is valid during the call.
   using Handler = std::function<void(const std::string& name, const Link* link)>;
 
-  // Throws std::system_error when the kernel cannot be asked.
-  LinkMonitor(boost::asio::io_context& io, Handler handler);
+  // Throws std::system_error when the kernel does not report its interfaces.
+  LinkMonitor(boost::asio::io_context& io, const Mox::Ptr<const Obel::TimerWheel>& wheel,
+              Handler handler);
   LinkMonitor(const LinkMonitor&) = delete;
   LinkMonitor& operator=(const LinkMonitor&) = delete;
 
@@ -40,13 +44,15 @@ class LinkMonitor {
  private:
   void handleReadable();
   // False when messages were lost.
-  bool readAll(LinkTable& table);
-  void tableIs(LinkTable table);
+  bool readAll(LinkTable::Former& former);
+  void resynchronise();
+  void notify(const LinkTable::Former& former);
 
   NetlinkSocket socket_;
   Handler handler_;
   LinkTable table_;
-  ReadableWatch watch_;  // of the socket, so it must be destroyed before the socket
+  Obel::TimerReactor<LinkMonitor, &LinkMonitor::resynchronise> resyncTimer_;
+  ReadableWatch watch_;  // of the socket, so it goes before it
 };
 
 }  // namespace Agent

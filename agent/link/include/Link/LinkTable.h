@@ -1,11 +1,12 @@
-// The network interfaces of the machine and their IPv4 addresses, from the kernel's rtnetlink
-// messages.
+// The network interfaces of the machine and their IPv4 addresses, as the kernel's rtnetlink
+// messages report them.
 //
-// Messages are input from outside: one that is too short, or that has an attribute of the wrong
-// size, changes nothing. When an attribute is missing, the value from earlier messages stays.
+// Messages are input from outside: a message that is too short, or an attribute of the wrong size,
+// changes nothing; an attribute that is missing leaves the value that was known.
 //
 //   LinkTable table;
-//   table.apply(datagram);
+//   LinkTable::Former former;
+//   table.apply(datagram, former);
 //   if (const Link* link = table.find("eth0")) use(link->primaryAddress());
 #pragma once
 
@@ -64,9 +65,13 @@ class LinkTable {
  public:
   using Links = std::map<Mox::U32, Link>;
 
-  // Applies all messages of one datagram, which is aligned as the kernel aligns it.
-  void apply(std::span<const std::byte> datagram);
-  void apply(const nlmsghdr& message);
+  // Links before the first message that concerned them, by index; none for one that is new.
+  using Former = std::map<Mox::U32, std::optional<Link>>;
+
+  // Applies all messages of one datagram, which is aligned as the kernel aligns it. The links that
+  // they concern, and no others, are added to `former`.
+  void apply(std::span<const std::byte> datagram, Former& former);
+  void apply(const nlmsghdr& message, Former& former);
 
   // By index, including links whose name is not known yet.
   const Links& links() const { return links_; }
@@ -75,9 +80,10 @@ class LinkTable {
   std::vector<std::string> names() const;
 
  private:
-  void applyNewLink(const nlmsghdr& message);
-  void applyDelLink(const nlmsghdr& message);
-  void applyAddress(const nlmsghdr& message);
+  void applyNewLink(const nlmsghdr& message, Former& former);
+  void applyDelLink(const nlmsghdr& message, Former& former);
+  void applyAddress(const nlmsghdr& message, Former& former);
+  void keepFormer(Mox::U32 index, Former& former) const;
 
   Links links_;
 };

@@ -8,4 +8,7 @@ namespace Agent {
 // Empty when this process may open packet sockets; otherwise the missing right and how to grant it.
 std::string missingPrivilege();
 
+// As many descriptors as this process may have, or as before where the kernel refuses.
+void raiseDescriptorLimit();
+
 }  // namespace Agent

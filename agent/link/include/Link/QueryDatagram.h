@@ -1,28 +1,25 @@
-// An IGMP query as it is sent: the IPv4 header and the Ethernet header around the message that a
-// querier publishes (RFC 3376 4: TTL 1, precedence Internetwork Control, Router Alert).
+// An IGMP query on its way out: the IPv4 header around the message that a querier publishes (RFC
+// 3376 4: TTL 1, precedence Internetwork Control, Router Alert).
 //
-//   port.send(queryFrame(link.mac, querier->ipAddr(), querier->dstGroup(),
-//   querier->sendPkt()->data()));
+//   port.send(queryDatagram(querier->ipAddr(), querier->dstGroup(), querier->sendPkt()->data()));
 #pragma once
 
 #include <span>
 #include <vector>
 
 #include <Ilvo/IpAddr.h>
-#include <Link/Ethernet.h>
 #include <MoxBase/Types.h>
 
 namespace Agent {
 
-// The destination of a query for `group`. A query for all groups (0.0.0.0) goes to all systems.
+// Where a query for that group is sent: all systems for 0.0.0.0, which asks for all groups.
 Ilvo::IpAddr queryDestination(Ilvo::IpAddr group);
 
-// The message as an IPv4 packet from `src` to the destination of a query for `group`.
+// The message as an IPv4 packet, from `src`, to where a query for `group` is sent.
 std::vector<Mox::U8> queryDatagram(Ilvo::IpAddr src, Ilvo::IpAddr group,
                                    std::span<const Mox::U8> igmp);
 
-// The same in an Ethernet frame without padding.
-std::vector<Mox::U8> queryFrame(const MacAddr& srcMac, Ilvo::IpAddr src, Ilvo::IpAddr group,
-                                std::span<const Mox::U8> igmp);
+// Whether the IPv4 packet is an IGMP query from one of these addresses.
+bool isQueryFrom(std::span<const Ilvo::IpAddr> addresses, std::span<const Mox::U8> packet);
 
 }  // namespace Agent

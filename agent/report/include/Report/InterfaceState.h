@@ -1,5 +1,6 @@
-// State of an interface that is not part of its querier's status. Published beside the status, as
-// interface/NAME in the attribute log.
+// The state of an interface that its querier does not know, published beside the querier's status:
+// interface/NAME in the attribute log. Its counters are of packets that no querier saw, since the
+// agent was started.
 #pragma once
 
 #include <Ilvo/IpAddr.h>
@@ -19,6 +20,11 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
     virtual void onAddress() {}
     virtual void onRunning() {}
     virtual void onElectedTime() {}
+    virtual void onFramesLost() {}
+    virtual void onFramesUnparsable() {}
+    virtual void onFragmentsReceived() {}
+    virtual void onOtherVlanFrames() {}
+    virtual void onSendFailures() {}
   };
 
   explicit InterfaceState(Mox::Name name) : name_(name) {}
@@ -30,10 +36,30 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   bool running() const { return running_; }
   // Absolute time of the last change of the elected querier; 0 while there is none.
   Mox::Seconds electedTime() const { return electedTime_; }
+  // Frames with IGMP that came faster than they were read.
+  Mox::U64 framesLost() const { return framesLost_; }
+  // Frames without a whole IPv4 packet.
+  Mox::U64 framesUnparsable() const { return framesUnparsable_; }
+  // Parts of IPv4 packets; IGMP messages are not reassembled.
+  Mox::U64 fragmentsReceived() const { return fragmentsReceived_; }
+  // Frames that are tagged for a VLAN, which is another link.
+  Mox::U64 otherVlanFrames() const { return otherVlanFrames_; }
+  // Attempts to send a query that failed.
+  Mox::U64 sendFailures() const { return sendFailures_; }
 
   void addressIs(Ilvo::IpAddr v) { set<&Self::address_>(v); }
   void runningIs(bool v) { set<&Self::running_>(v); }
   void electedTimeIs(Mox::Seconds v) { set<&Self::electedTime_>(v); }
+  void framesLostIs(Mox::U64 v) { set<&Self::framesLost_>(v); }
+  Mox::U64 framesLostInc(Mox::U64 by) { return inc<&Self::framesLost_>(by); }
+  void framesUnparsableIs(Mox::U64 v) { set<&Self::framesUnparsable_>(v); }
+  Mox::U64 framesUnparsableInc(Mox::U64 by) { return inc<&Self::framesUnparsable_>(by); }
+  void fragmentsReceivedIs(Mox::U64 v) { set<&Self::fragmentsReceived_>(v); }
+  Mox::U64 fragmentsReceivedInc(Mox::U64 by) { return inc<&Self::fragmentsReceived_>(by); }
+  void otherVlanFramesIs(Mox::U64 v) { set<&Self::otherVlanFrames_>(v); }
+  Mox::U64 otherVlanFramesInc(Mox::U64 by) { return inc<&Self::otherVlanFrames_>(by); }
+  void sendFailuresIs(Mox::U64 v) { set<&Self::sendFailures_>(v); }
+  Mox::U64 sendFailuresInc(Mox::U64 by) { return inc<&Self::sendFailures_>(by); }
 
  private:
   using Self = InterfaceState;
@@ -41,6 +67,11 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Ilvo::IpAddr address_;
   bool running_ = false;
   Mox::Seconds electedTime_ = 0.0;
+  Mox::U64 framesLost_ = 0;
+  Mox::U64 framesUnparsable_ = 0;
+  Mox::U64 fragmentsReceived_ = 0;
+  Mox::U64 otherVlanFrames_ = 0;
+  Mox::U64 sendFailures_ = 0;
 
   friend class Mox::Entity<InterfaceState>;
 
@@ -51,6 +82,16 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
       Mox::Attr{"running", &Self::running_, &Self::runningIs, &NotifieeConst::onRunning},
       Mox::Attr{"electedTime", &Self::electedTime_, &Self::electedTimeIs,
                 &NotifieeConst::onElectedTime, Mox::Unit::time},
+      Mox::Counter{"framesLost", &Self::framesLost_, &Self::framesLostIs, &Self::framesLostInc,
+                   &NotifieeConst::onFramesLost},
+      Mox::Counter{"framesUnparsable", &Self::framesUnparsable_, &Self::framesUnparsableIs,
+                   &Self::framesUnparsableInc, &NotifieeConst::onFramesUnparsable},
+      Mox::Counter{"fragmentsReceived", &Self::fragmentsReceived_, &Self::fragmentsReceivedIs,
+                   &Self::fragmentsReceivedInc, &NotifieeConst::onFragmentsReceived},
+      Mox::Counter{"otherVlanFrames", &Self::otherVlanFrames_, &Self::otherVlanFramesIs,
+                   &Self::otherVlanFramesInc, &NotifieeConst::onOtherVlanFrames},
+      Mox::Counter{"sendFailures", &Self::sendFailures_, &Self::sendFailuresIs,
+                   &Self::sendFailuresInc, &NotifieeConst::onSendFailures},
   };
 };
 

@@ -9,6 +9,7 @@
 #include <Ilvo/IpAddr.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
+#include <Report/InterfaceState.h>
 
 namespace Agent {
 
@@ -18,8 +19,9 @@ struct InterfaceView {
   Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
   bool running = true;
-  bool isCopy = false;             // from a process that does not publish address and running
-  Mox::Seconds electedTime = 0.0;  // of the last change of the elected querier; 0 when not known
+  bool isCopy = false;             // of a process's state that does not publish address and running
+  Mox::Seconds electedTime = 0.0;  // since when the elected querier is; 0 when that is not known
+  Mox::Ptr<const InterfaceState> state = {};  // null where no agent receives packets
 };
 
 }  // namespace Agent

@@ -1,0 +1,42 @@
+#include <Link/RingSize.h>
+
+#include <gtest/gtest.h>
+
+namespace Agent {
+namespace {
+
+constexpr std::size_t kib = 1024;
+constexpr std::size_t mib = 1024 * kib;
+
+TEST(RingSize, isFourMebibytesForUpToSixteenLinks) {
+  EXPECT_EQ(ringSizeFor(1).bytes, 4 * mib);
+  EXPECT_EQ(ringSizeFor(16).bytes, 4 * mib);
+}
+
+TEST(RingSize, sharesSixtyFourMebibytesEvenlyBeyond) {
+  EXPECT_EQ(ringSizeFor(32).bytes, 2 * mib);
+  EXPECT_EQ(ringSizeFor(256).bytes, 256 * kib);
+  EXPECT_LE(1000 * ringSizeFor(1000).bytes, 64 * mib);
+}
+
+TEST(RingSize, isNeverLessThanFourBlocks) { EXPECT_EQ(ringSizeFor(100000).bytes, 64 * kib); }
+
+TEST(RingSize, isTheSizeThatWasAskedFor) { EXPECT_EQ(ringSizeFor(1000, 8 * mib).bytes, 8 * mib); }
+
+// So that the kernel looks at no more than 64 rings a millisecond.
+TEST(RingSize, hasALongerTimeoutForMoreLinks) {
+  EXPECT_EQ(ringSizeFor(1).blockTimeout.count(), 1);
+  EXPECT_EQ(ringSizeFor(64).blockTimeout.count(), 1);
+  EXPECT_EQ(ringSizeFor(65).blockTimeout.count(), 2);
+  EXPECT_EQ(ringSizeFor(1000).blockTimeout.count(), 16);
+}
+
+TEST(RingSize, hasBlocksForTheLongestFrameOfALink) {
+  EXPECT_EQ(ringBlockBytes(1500), 16 * kib);
+  EXPECT_EQ(ringBlockBytes(9000), 16 * kib);
+  EXPECT_EQ(ringBlockBytes(16384), 32 * kib);
+  EXPECT_EQ(ringBlockBytes(65535), 128 * kib);
+}
+
+}  // namespace
+}  // namespace Agent

@@ -1,0 +1,76 @@
+// One interface through the kernel: a ring of the frames that pass it, and queries out through the
+// IP stack. The multicast-routing socket of the kernel is left to routing daemons, as a network
+// namespace has only one.
+//
+// All ports are polled together: a batch is what the rings hold at that moment.
+//
+//   RingPolls polls;
+//   RingPort port(polls, querySocket, link, receiver, ringSizeFor(1));
+//   polls.readReady();  // whenever polls.fd() is readable
+#pragma once
+
+#include <memory>
+#include <span>
+#include <system_error>
+#include <vector>
+
+#include <Link/FramePort.h>
+#include <Link/QuerySocket.h>
+#include <Link/RingSize.h>
+#include <Local/Descriptor.h>
+#include <MoxBase/Types.h>
+
+namespace Agent {
+
+class FrameRing;
+class RingPort;
+
+// The rings that are read in turn.
+class RingPolls {
+ public:
+  // Throws std::system_error when the kernel has no such descriptor.
+  RingPolls();
+  RingPolls(const RingPolls&) = delete;
+  RingPolls& operator=(const RingPolls&) = delete;
+
+  // Readable while a ring is.
+  int fd() const { return epoll_.fd(); }
+  // Hands over what the rings hold. It ends early when that is much: fd() stays readable then.
+  void readReady();
+
+ private:
+  friend class RingPort;
+
+  void add(RingPort& port);
+  void remove(RingPort& port);
+
+  Descriptor epoll_;
+  std::size_t ports_ = 0;
+  std::vector<RingPort*> ready_;  // null where the port has gone since
+};
+
+class RingPort final : public FramePort {
+ public:
+  // Throws std::runtime_error when the interface cannot be opened.
+  RingPort(RingPolls& polls, QuerySocket& sender, const Link& link, FrameReceiver& receiver,
+           const RingSize& size);
+  ~RingPort() override;
+
+  std::error_code send(std::span<const Mox::U8> packet) override;
+  PortCounts counts() override;
+
+ private:
+  friend class RingPolls;
+
+  // At most that many blocks; returns how many there were. Nothing of the port is used after it.
+  std::size_t readBlocks(std::size_t most);
+
+  RingPolls& polls_;
+  QuerySocket& sender_;
+  const Mox::U32 interfaceIndex_;
+  FrameReceiver& receiver_;
+  const std::unique_ptr<FrameRing> ring_;
+  PortCounts counts_;  // without the lost ones
+};
+
+}  // namespace Agent
