@@ -18,6 +18,7 @@
 #include <IlvoTestSupport/IgmpPacketBuilder.h>
 #include <Intake/Intake.h>
 #include <Mox/ActivityClock.h>
+#include <Mox/EventLog.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
