@@ -1,6 +1,6 @@
 // The cost of the intake alone: what it adds to each packet and each record before the querier sees
-// them. The budgets hold while the limits are far; the cost of what a flood has it refuse has none
-// but that of the packets that would come instead.
+// them. The budgets hold while the limits are far. A record that a flood has it refuse may cost as
+// much as one that the querier would take.
 #include <Intake/Intake.h>
 
 #include "BenchQuerier.h"
@@ -71,7 +71,7 @@ void packet(benchmark::State& state) {
 }
 BENCHMARK(packet)->Name("Intake/v2Report")->Apply(sizes<1000, 50000>);
 
-// A record is what is left of the time when that of a packet is taken off; here it is not.
+// The budget of a record includes its share of the packet's.
 void record(benchmark::State& state) {
   const size_t perReport = static_cast<size_t>(state.range(0));
   const size_t count = 50 * perReport;

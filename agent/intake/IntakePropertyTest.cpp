@@ -1,9 +1,9 @@
-// What holds whatever is sent: random packets, hostile ones among them, through the intake and a real
-// querier. Never more groups and sources than the limits allow, and never many more bytes sent than
-// received.
+// What holds whatever is sent: random packets, hostile ones among them, through the intake and a
+// real querier. Never more groups and sources than the limits allow, and never many more bytes sent
+// than received.
 //
-// QUERIER_PROPERTY_RUNS sets the number of sequences, QUERIER_PROPERTY_SEED the first seed. A failure
-// names its seed and step: that seed with one run shows it again.
+// QUERIER_PROPERTY_RUNS sets the number of sequences, QUERIER_PROPERTY_SEED the first seed. A
+// failure names its seed and step: that seed with one run shows it again.
 #include <cstdlib>
 #include <random>
 

@@ -1,5 +1,6 @@
-// Reports and leaves: who may send them, for which groups, and how many new groups and queries they
-// may cause. Records of version 3 are looked at one by one only where a rule or a limit needs it.
+// Reports and leaves: the senders and groups that are accepted, and how many new groups and queries
+// they may cause. Records of version 3 are looked at one by one only where a rule or a limit needs
+// it.
 #include <algorithm>
 
 #include <Intake/Intake.h>

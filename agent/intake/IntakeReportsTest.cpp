@@ -1,4 +1,5 @@
-// Which groups reports may name, how many groups they may make, and how many queries they may cause.
+// Which groups reports may name, how many groups they may make, and how many queries they may
+// cause.
 #include "IntakeTestSupport.h"
 
 namespace Agent {

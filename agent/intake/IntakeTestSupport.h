@@ -1,7 +1,8 @@
 // For tests: an intake before a real querier, in virtual time, with its events and what it sends.
 //
-// Time begins at 1000. The querier is 10.0.0.5 with version 3, elected and silent unless it is asked;
-// hosts and routers are in 10.0.0.0/24. A test changes config_ and processConfig() at any time.
+// Time begins at 1000. The querier is 10.0.0.5 with version 3, elected and silent unless it is
+// asked; hosts and routers are in 10.0.0.0/24. A test changes config_ and processConfig() at any
+// time.
 //
 //   start();
 //   EXPECT_EQ(received(buildV2Report(group)), "passes");

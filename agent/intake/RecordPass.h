@@ -1,6 +1,6 @@
-// One walk over the records of a version 3 report that a rule or a limit has to look at: each record
-// stays, loses sources, becomes one of the kind that asks for nothing, or goes. The packet is copied
-// once something changes.
+// One walk over the records of a version 3 report that a rule or a limit has to look at: each
+// record stays, loses sources, becomes one of the kind that asks for nothing, or goes. The packet
+// is copied once something changes.
 #pragma once
 
 #include <Intake/Intake.h>

@@ -84,9 +84,9 @@ class CaptureIntakeTest : public testing::Test, private IntakeWatcher {
   }
 };
 
-// What is refused, and why that is right: the capture begins in the middle of a conversation, before
-// the first general query of a querier has made it the elected one; and two packets were made up by
-// a program, queries for groups that no report has named.
+// The refusals have their reasons. One capture begins in the middle of a conversation, before the
+// first general query of its querier has made it the elected one. Two packets were made up by a
+// program: queries for groups that no report has named.
 TEST_F(CaptureIntakeTest, theDefaultsRefuseNothingOfAnElectedQuerierAndItsHosts) {
   replayAll();
   EXPECT_GT(packets_, 1000u);

@@ -3,9 +3,9 @@
 // By default a sender on the link can do what a conforming router or host could do, and no more.
 // Only packets whose checksums and lengths are right are looked into; everything else passes
 // unchanged, so that the querier's error counters stay true. Known groups and sources are always
-// refreshed: a limit refuses what would make a new group, and cuts new sources. A packet that passes
-// costs no allocation, and no lookup while the limits are far. Refusals are counted by rule, and an
-// event at most once a minute and rule names the sender. One thread.
+// refreshed: a limit refuses what would make a new group, and cuts new sources. A packet that
+// passes costs no allocation, and no lookup while the limits are far. Refusals are counted by rule,
+// and an event at most once a minute and rule names the sender. One thread.
 //
 //   Intake intake(process, config, status, querierStatus, watcher);
 //   intake.querierIs(querier);

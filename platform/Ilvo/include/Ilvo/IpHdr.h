@@ -24,10 +24,10 @@ class MOX_PUBLIC IpHdr {
  public:
   IpHdr() = default;
 
-  // The header at the front of these bytes. Empty with fewer than 20 bytes, a version other than 4, a
-  // header length below 20 or beyond the packet, or a total length below the header length. A total
-  // length beyond the packet is for the caller to judge: such a packet was cut, but its header is
-  // sound.
+  // The header at the front of these bytes. Empty with fewer than 20 bytes, a version other than 4,
+  // a header length below 20 or beyond the packet, or a total length below the header length. A
+  // total length beyond the packet is for the caller to judge: such a packet was cut, but its
+  // header is sound.
   static std::optional<IpHdr> of(std::span<const U8> packet);
   static std::optional<IpHdr> of(const Pkt& pkt) { return of(pkt.data()); }
 
