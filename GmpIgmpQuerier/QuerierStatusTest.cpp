@@ -335,5 +335,53 @@ TEST_F(QuerierStatusTest, destroyedStatusLetsItsGroupsGoOneByOne) {
   EXPECT_EQ(group->refs(), 1u);
 }
 
+TEST_F(QuerierStatusTest, sourcesOfAllGroupsAreCounted) {
+  const Ptr<QuerierStatus> status = querierStatusFactory();
+  const Ptr<QuerierGroupStatus> first = status->groupIs(IpAddr(239, 1, 1, 1));
+  const Ptr<QuerierGroupStatus> second = status->groupIs(IpAddr(239, 1, 1, 2));
+  first->sourceIs(IpAddr(10, 0, 0, 1));
+  first->sourceIs(IpAddr(10, 0, 0, 1));
+  first->sourceIs(IpAddr(10, 0, 0, 2));
+  second->sourceIs(IpAddr(10, 0, 0, 1));
+  EXPECT_EQ(status->sources(), 3u);
+  first->sourceDel(IpAddr(10, 0, 0, 2));
+  EXPECT_EQ(status->sources(), 2u);
+  status->groupDel(IpAddr(239, 1, 1, 1));
+  EXPECT_EQ(status->sources(), 1u);
+  first->sourceIs(IpAddr(10, 0, 0, 3));  // of a group that is no member any more
+  EXPECT_EQ(status->sources(), 1u);
+  second->sourceDelAll();
+  EXPECT_EQ(status->sources(), 0u);
+}
+
+// A copy is filled by code that knows types by their tables only.
+TEST_F(QuerierStatusTest, membersAddedByNameAreCountedAsWell) {
+  const Ptr<QuerierStatus> status = querierStatusFactory();
+  const auto added = status->type().collection("group")->add(*status, 0xef010101);
+  const Mox::CollectionInfo& sources = *added->type().collection("source");
+  sources.add(*added, 0x0a000001);
+  sources.add(*added, 0x0a000002);
+  EXPECT_EQ(status->sources(), 2u);
+  sources.remove(*added, 0x0a000001);
+  EXPECT_EQ(status->sources(), 1u);
+}
+
+TEST_F(QuerierStatusTest, groupsAndSourcesOfTheProcessAreCountedUntilTheirStatusGoes) {
+  const MembershipCount before = membershipInProcess();
+  {
+    const Ptr<QuerierStatus> one = querierStatusFactory();
+    const Ptr<QuerierStatus> other = querierStatusFactory();
+    one->groupIs(IpAddr(239, 1, 1, 1))->sourceIs(IpAddr(10, 0, 0, 1));
+    other->groupIs(IpAddr(239, 1, 1, 1))->sourceIs(IpAddr(10, 0, 0, 1));
+    EXPECT_EQ(membershipInProcess().groups, before.groups + 2);
+    EXPECT_EQ(membershipInProcess().sources, before.sources + 2);
+    one->groupDelAll();
+    EXPECT_EQ(membershipInProcess().groups, before.groups + 1);
+    EXPECT_EQ(membershipInProcess().sources, before.sources + 1);
+  }
+  EXPECT_EQ(membershipInProcess().groups, before.groups);
+  EXPECT_EQ(membershipInProcess().sources, before.sources);
+}
+
 }  // namespace
 }  // namespace Gmp::Igmp

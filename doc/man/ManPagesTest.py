@@ -249,6 +249,52 @@ class FormatTest(unittest.TestCase):
             if "op" in line: self.assertIn(line["op"], operations)
 
 
+class IntakeTest(unittest.TestCase):
+    HEADERS = ROOT / "agent/intake/include/Intake"
+    PAGE = Page("igmpq-intake.7")
+
+    def text_of(self, header):
+        return (self.HEADERS / header).read_text("utf-8")
+
+    def rows(self):
+        return self.PAGE.rows("Setting") + self.PAGE.rows("Process")
+
+    def test_settings_are_listed_with_their_ranges(self):
+        table = re.findall(r'IntakeSetting\{"(\w+)", IntakeValue::(\w+), (\d+), (\d+)',
+                           self.text_of("IntakeSettings.h"))
+        self.assertGreaterEqual(len(table), 20)
+        said = {"flag": "on or off", "prefixes": "prefixes", "number": "{} to {}"}
+        self.assertEqual([(name, said[kind].format(least, most))
+                          for name, kind, least, most in table],
+                         [(row[0], row[1]) for row in self.rows()])
+
+    def test_defaults_are_those_of_the_entities(self):
+        text = self.text_of("IntakeConfig.h") + self.text_of("IntakeProcess.h")
+        defaults = dict(re.findall(r"^  (?:bool|U32) (\w+)_ = (\w+);", text, re.M))
+        said = {"true": "on", "false": "off"}
+        seen = 0
+        for row in self.rows():
+            if row[1] == "prefixes":
+                self.assertEqual("all", row[2])
+                continue
+            self.assertEqual(said.get(defaults[row[0]], defaults[row[0]]), row[2], row[0])
+            seen += 1
+        self.assertGreaterEqual(seen, 18)
+
+    def test_each_rule_is_there_by_the_name_of_its_counter(self):
+        rules = re.findall(r'IntakeRuleName\{\s*IntakeRule::\w+,\s*"(\w+)"',
+                           self.text_of("IntakeRule.h"))
+        self.assertGreaterEqual(len(rules), 20)
+        counters = {row[3] for row in self.rows()}
+        self.assertEqual(counters | {"ownAddress"}, set(rules))
+
+    def test_each_setting_is_described(self):
+        described = set()
+        for line in self.PAGE.lines:
+            if line.startswith(".It Cm "): described.update(line[7:].split(" , "))
+        self.assertEqual({row[0] for row in self.rows()}, described)
+
+
 class LibraryTest(unittest.TestCase):
     def test_synopses_are_what_the_headers_declare(self):
         headers = ""

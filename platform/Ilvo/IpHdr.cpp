@@ -25,23 +25,33 @@ bool hasRouterAlert(std::span<const U8> options) {
   return false;
 }
 
+U16 u16At(std::span<const U8> bytes, std::size_t at) {
+  return static_cast<U16>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+IpAddr ipAddrAt(std::span<const U8> bytes, std::size_t at) {
+  return {bytes[at], bytes[at + 1], bytes[at + 2], bytes[at + 3]};
+}
+
 }  // namespace
 
-std::optional<IpHdr> IpHdr::of(const Pkt& pkt) {
-  if (!pkt.has(minHeaderBytes)) return std::nullopt;
-  const U8 first = pkt.u8(0);
-  const auto headerBytes = static_cast<U8>((first & 0x0f) * 4);
-  if (first >> 4 != 4 || headerBytes < minHeaderBytes || !pkt.has(headerBytes)) {
+std::optional<IpHdr> IpHdr::of(std::span<const U8> packet) {
+  if (packet.size() < minHeaderBytes) return std::nullopt;
+  const auto headerBytes = static_cast<U8>((packet[0] & 0x0f) * 4);
+  if (packet[0] >> 4 != 4 || headerBytes < minHeaderBytes || packet.size() < headerBytes) {
     return std::nullopt;
   }
+  constexpr unsigned moreFragmentsAndOffset = 0x3fff;
+  const std::span<const U8> header = packet.first(headerBytes);
   IpHdr hdr;
-  hdr.totalLen_ = pkt.u16(2);
+  hdr.totalLen_ = u16At(header, 2);
   if (hdr.totalLen_ < headerBytes) return std::nullopt;
-  const std::span<const U8> header = pkt.data().first(headerBytes);
   hdr.headerBytes_ = headerBytes;
-  hdr.protocol_ = pkt.u8(9);
-  hdr.src_ = pkt.ipAddr(12);
-  hdr.dst_ = pkt.ipAddr(16);
+  hdr.isFragment_ = (u16At(header, 6) & moreFragmentsAndOffset) != 0;
+  hdr.ttl_ = header[8];
+  hdr.protocol_ = header[9];
+  hdr.src_ = ipAddrAt(header, 12);
+  hdr.dst_ = ipAddrAt(header, 16);
   hdr.computedChecksum_ = checksum(header);
   hdr.routerAlert_ = hasRouterAlert(header.subspan(minHeaderBytes));
   return hdr;

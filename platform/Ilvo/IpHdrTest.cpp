@@ -35,11 +35,28 @@ TEST(IpHdr, saysWhatTheBytesSay) {
   EXPECT_EQ(hdr->src(), IpAddr(10, 0, 0, 1));
   EXPECT_EQ(hdr->dst(), IpAddr(224, 0, 0, 1));
   EXPECT_EQ(hdr->protocol(), 2);
+  EXPECT_EQ(hdr->ttl(), 1);
   EXPECT_EQ(hdr->totalLen(), 32);
   EXPECT_EQ(hdr->headerBytes(), 24);
   EXPECT_EQ(hdr->payloadLen(), 8);
   EXPECT_EQ(hdr->computedChecksum(), 0);
   EXPECT_TRUE(hdr->routerAlert());
+}
+
+// Byte 6 holds the flags and the upper bits of the offset, byte 7 the rest; "do not fragment" alone
+// says nothing.
+TEST(IpHdr, knowsAFragmentByItsFlagOrItsOffset) {
+  const auto isFragment = [](U8 flags, U8 offset) {
+    Bytes bytes = generalQuery;
+    bytes[6] = flags;
+    bytes[7] = offset;
+    return hdrOf(bytes)->isFragment();
+  };
+  EXPECT_FALSE(isFragment(0x00, 0x00));
+  EXPECT_FALSE(isFragment(0x40, 0x00));
+  EXPECT_TRUE(isFragment(0x20, 0x00));
+  EXPECT_TRUE(isFragment(0x00, 0x01));
+  EXPECT_TRUE(isFragment(0x1f, 0x00));
 }
 
 TEST(IpHdr, staysWhenThePacketMovesOn) {

@@ -74,6 +74,9 @@ class MOX_PUBLIC QuerierGroupStatus final : public Mox::Entity<QuerierGroupStatu
   // Notifies the collection as a whole.
   void sourceNotify() { notifyCollection<&Self::source_>(); }
 
+  // Called by the status that takes this group in or removes it, which counts it with its sources.
+  void parentIs(Mox::EntityBase* status, Mox::AttrId attr);
+
  private:
   using Self = QuerierGroupStatus;
   IpAddr groupAddr_;

@@ -40,6 +40,9 @@ class MOX_PUBLIC QuerierSourceStatus final : public Mox::Entity<QuerierSourceSta
   void creationTimeIs(Seconds v) { set<&Self::creationTime_>(v); }
   void expiryTimeIs(Seconds v) { set<&Self::expiryTime_>(v); }
 
+  // Called by the group that takes this source in or removes it, which counts it.
+  void parentIs(Mox::EntityBase* group, Mox::AttrId attr);
+
  private:
   using Self = QuerierSourceStatus;
   IpAddr sourceAddr_;

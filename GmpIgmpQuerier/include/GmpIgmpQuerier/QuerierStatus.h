@@ -81,6 +81,8 @@ class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
   const GroupMap& group() const { return group_; }
   // The group of that address, or null.
   Ptr<QuerierGroupStatus> group(IpAddr addr) const { return member<&Self::group_>(addr); }
+  // How many sources all groups have together, without a walk.
+  size_t sources() const { return sources_; }
   // Absolute time of this entity's construction.
   Seconds creationTime() const { return creationTime_; }
   // Groups created since then.
@@ -199,6 +201,7 @@ class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
   QuerierState state_ = querierStateInitial;
   IgmpVersion querierVersion_ = igmpVersionUnknown;
   GroupMap group_;
+  size_t sources_ = 0;
   Seconds creationTime_;
   U64 joins_ = 0;
   IpAddr electedQuerierAddr_;
@@ -225,6 +228,9 @@ class MOX_PUBLIC QuerierStatus final : public Mox::Entity<QuerierStatus> {
   U32 mcastBoundaryPktReceived_ = 0;
 
   friend class Mox::Entity<QuerierStatus>;
+  // Members count themselves, whether they are added by name or by a typed call.
+  friend class QuerierGroupStatus;
+  friend class QuerierSourceStatus;
 
  public:
   static constexpr Mox::AttrTable attributes{
@@ -301,6 +307,13 @@ constexpr auto enumerators(QuerierStatus::QuerierState) {
                     Mox::enumerator(Status::querierStateQuerier, "querierStateQuerier"),
                     Mox::enumerator(Status::querierStateNonQuerier, "querierStateNonQuerier")};
 }
+
+// How many groups and sources the statuses of this process hold together, without a walk.
+struct MembershipCount {
+  size_t groups = 0;
+  size_t sources = 0;
+};
+MOX_PUBLIC const MembershipCount& membershipInProcess();
 
 // A status in its initial state, created now.
 MOX_PUBLIC Ptr<QuerierStatus> querierStatusFactory();

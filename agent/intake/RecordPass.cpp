@@ -1,0 +1,252 @@
+#include "RecordPass.h"
+
+#include <algorithm>
+
+#include <Ilvo/Checksum.h>
+
+namespace Agent {
+
+using Gmp::Igmp::membershipInProcess;
+using Ilvo::IpAddr;
+using Mox::U64;
+using Mox::U8;
+
+namespace {
+
+bool isLearnable(IpAddr group) { return group.isMulticast() && !group.isReservedMulticast(); }
+
+// The querier makes no machine for other addresses.
+bool isSource(IpAddr addr) { return addr.isUnicast() && !addr.isZero(); }
+
+size_t roomOf(size_t limit, size_t used) { return limit > used ? limit - used : 0; }
+
+// Whether an unknown group is there after the record. One that includes no source ends at once.
+bool makesGroup(RecordType type, size_t sources) {
+  switch (type) {
+    case RecordType::modeIsExclude:
+    case RecordType::changeToExclude: return true;
+    case RecordType::modeIsInclude:
+    case RecordType::changeToInclude:
+    case RecordType::allowNewSources: return sources != 0;
+    default: return false;
+  }
+}
+
+// Beyond the budget, what a record joins is kept without asking what it leaves.
+RecordType withoutAsking(RecordType type) {
+  return type == RecordType::changeToExclude ? RecordType::modeIsExclude
+                                             : RecordType::modeIsInclude;
+}
+
+void u16Is(std::span<U8> bytes, size_t at, size_t value) {
+  bytes[at] = static_cast<U8>(value >> 8);
+  bytes[at + 1] = static_cast<U8>(value);
+}
+
+}  // namespace
+
+bool Intake::RecordPass::isNeeded() {
+  const size_t groups = intake_.querierStatus_->group().size();
+  const IntakeProcessConfig& process = *intake_.process_.config;
+  asks_ = sum_.isAsking && intake_.asks();
+  if (asks_ || sourcesAreNear()) return true;
+  if (groups + sum_.records > config().maxGroups()) return true;
+  if (membershipInProcess().groups + sum_.records > process.maxProcessGroups()) return true;
+  if (!config().acceptedGroups().empty() || config().guardSourceSpecific()) return true;
+  return sum_.records > config().maxGroupRecords() && repeatsGroups();
+}
+
+// No group can have more sources than the interface.
+bool Intake::RecordPass::sourcesAreNear() const {
+  if (sum_.sources == 0) return false;
+  const size_t least = std::min(config().maxGroupSources(), config().maxSources());
+  if (intake_.querierStatus_->sources() + sum_.sources > least) return true;
+  return membershipInProcess().sources + sum_.sources >
+         intake_.process_.config->maxProcessSources();
+}
+
+bool Intake::RecordPass::repeatsGroups() {
+  GroupTally& tally = intake_.process_.tally;
+  tally.begin(sum_.records);
+  Mox::U32 most = 0;
+  size_t at = firstRecordAt;
+  for (size_t i = 0; i < sum_.records; ++i) {
+    const GroupRecord record = *recordAt(view_, at);
+    most = std::max(most, ++tally.of(view_.addrAt(at + 4)).records);
+    at += record.bytes;
+  }
+  intake_.status_->groupRecordsMostIs(most);
+  return most > config().maxGroupRecords();
+}
+
+IntakeVerdict Intake::RecordPass::run() {
+  intake_.process_.tally.begin(sum_.records);
+  size_t at = firstRecordAt;
+  for (size_t i = 0; i < sum_.records; ++i) {
+    const GroupRecord record = *recordAt(view_, at);
+    judge(record);
+    at += record.bytes;
+  }
+  return finish();
+}
+
+void Intake::RecordPass::judge(const GroupRecord& record) {
+  const IpAddr group = view_.addrAt(record.at + 4);
+  if (!isLearnable(group)) {
+    keep(record, record.type);
+    return;
+  }
+  Entry& entry = intake_.process_.tally.of(group);
+  ++entry.records;
+  if (const Refusal rule = refusalOf(record, entry)) {
+    drop(record, *rule);
+    return;
+  }
+  const GroupStatus* status = intake_.known(group);
+  if (status == nullptr && !entry.isNew) {
+    if (const Refusal rule = intake_.newGroupRefusal(group, newGroups_)) {
+      drop(record, *rule);
+      return;
+    }
+    if (makesGroup(record.type, record.sources)) {
+      entry.isNew = true;
+      ++newGroups_;
+    }
+  }
+  if (mayAsk(record, entry, status)) {
+    judgeSources(record, record.type, entry, status);
+  } else if (record.type == RecordType::blockOldSources ||
+             !makesGroup(record.type, record.sources)) {
+    drop(record, IntakeRule::queryLimit);
+  } else {
+    count(record, IntakeRule::queryLimit, 1);
+    judgeSources(record, withoutAsking(record.type), entry, status);
+  }
+}
+
+Intake::Refusal Intake::RecordPass::refusalOf(const GroupRecord& record, const Entry& entry) const {
+  if (entry.records > config().maxGroupRecords()) return IntakeRule::groupRecordLimit;
+  const bool excludes =
+      record.type == RecordType::modeIsExclude || record.type == RecordType::changeToExclude;
+  return intake_.groupRefusal(IpAddr(entry.group), !excludes);
+}
+
+// A group that an earlier record of the packet has made counts as known.
+bool Intake::RecordPass::mayAsk(const GroupRecord& record, const Entry& entry,
+                                const GroupStatus* status) {
+  if (!asks_ || !isAsking(record)) return true;
+  if (status == nullptr && entry.records == 1) return true;
+  if (record.type != RecordType::changeToInclude) {
+    return intake_.mayAsk(intake_.sourceQueries(record.sources));
+  }
+  const size_t sources = status == nullptr ? sum_.sources : status->source().size();
+  return intake_.mayAsk(1 + intake_.sourceQueries(sources));
+}
+
+void Intake::RecordPass::judgeSources(const GroupRecord& record, RecordType type, Entry& entry,
+                                      const GroupStatus* status) {
+  const size_t present = status == nullptr ? 0 : status->source().size();
+  const size_t ofGroup = roomOf(config().maxGroupSources(), present);
+  const size_t ofInterface = roomOf(config().maxSources(), intake_.querierStatus_->sources());
+  const size_t ofProcess =
+      roomOf(intake_.process_.config->maxProcessSources(), membershipInProcess().sources);
+  if (record.sources != 0) intake_.status_->groupSourcesMostIs(present);
+  // Not even if every source of the packet were new.
+  if (record.sources == 0 || sum_.sources <= std::min({ofGroup, ofInterface, ofProcess})) {
+    keep(record, type);
+    return;
+  }
+  const size_t roomInGroup = roomOf(ofGroup, entry.newSources);
+  const size_t roomInInterface = roomOf(ofInterface, newSources_);
+  const size_t roomInProcess = roomOf(ofProcess, newSources_);
+  const size_t room = std::min({roomInGroup, roomInInterface, roomInProcess});
+  cutSources(record, type, entry, status, room,
+             room == roomInGroup       ? IntakeRule::groupSourceLimit
+             : room == roomInInterface ? IntakeRule::sourceLimit
+                                       : IntakeRule::processSourceLimit);
+}
+
+// Keeps the sources that the group has, and as many new ones as there is room for.
+void Intake::RecordPass::cutSources(const GroupRecord& record, RecordType type, Entry& entry,
+                                    const GroupStatus* status, size_t room, IntakeRule limit) {
+  const auto isNew = [&](size_t i) {
+    const IpAddr source = view_.addrAt(record.sourceAt(i));
+    return isSource(source) && (status == nullptr || !status->source().contains(source));
+  };
+  size_t added = 0;
+  for (size_t i = 0; i < record.sources; ++i) added += isNew(i) ? 1 : 0;
+  const size_t cut = roomOf(added, room);
+  entry.newSources += static_cast<Mox::U32>(added - cut);
+  newSources_ += added - cut;
+  if (cut == 0) {
+    keep(record, type);
+    return;
+  }
+  count(record, limit, cut);
+  beginCopy(record);
+  const bool needsSources = type != RecordType::modeIsExclude &&
+                            type != RecordType::changeToExclude &&
+                            type != RecordType::changeToInclude;
+  if (needsSources && cut == record.sources) return;  // a list that is empty says nothing
+  std::vector<U8>& copy = intake_.process_.copy;
+  const size_t begin = copy.size();
+  append(record.at, GroupRecord::headerBytes);
+  for (size_t i = 0, passed = 0; i < record.sources; ++i) {
+    if (isNew(i) && passed++ >= room) continue;
+    append(record.sourceAt(i), 4);
+  }
+  const std::span<U8> written = std::span(copy).subspan(begin);
+  written[0] = static_cast<U8>(type);
+  written[1] = 0;  // without the auxiliary data
+  u16Is(written, 2, record.sources - cut);
+  ++kept_;
+}
+
+void Intake::RecordPass::keep(const GroupRecord& record, RecordType type) {
+  ++kept_;
+  if (type != record.type) beginCopy(record);
+  if (!isChanged_) return;
+  std::vector<U8>& copy = intake_.process_.copy;
+  const size_t begin = copy.size();
+  append(record.at, record.bytes);
+  copy[begin] = static_cast<U8>(type);
+}
+
+void Intake::RecordPass::drop(const GroupRecord& record, IntakeRule rule) {
+  count(record, rule, 1);
+  beginCopy(record);
+}
+
+void Intake::RecordPass::count(const GroupRecord& record, IntakeRule rule, size_t by) {
+  if (!firstRule_) firstRule_ = rule;
+  intake_.count(rule, view_, view_.addrAt(record.at + 4), by);
+}
+
+void Intake::RecordPass::beginCopy(const GroupRecord& record) {
+  if (isChanged_) return;
+  isChanged_ = true;
+  const auto before = view_.packet().first(view_.ip().headerBytes() + record.at);
+  intake_.process_.copy.assign(before.begin(), before.end());
+}
+
+void Intake::RecordPass::append(size_t at, size_t bytes) {
+  const auto part = view_.message().subspan(at, bytes);
+  intake_.process_.copy.insert(intake_.process_.copy.end(), part.begin(), part.end());
+}
+
+IntakeVerdict Intake::RecordPass::finish() {
+  if (!isChanged_) return {view_.received()};
+  if (kept_ == 0) return {.packet = {}, .rule = firstRule_, .isRefused = true};
+  const std::span<U8> packet(intake_.process_.copy);
+  const std::span<U8> header = packet.first(view_.ip().headerBytes());
+  const std::span<U8> message = packet.subspan(header.size());
+  u16Is(header, 2, packet.size());
+  u16Is(header, 10, 0);
+  u16Is(header, 10, Ilvo::checksum(header));
+  u16Is(message, 6, kept_);
+  u16Is(message, 2, 0);
+  u16Is(message, 2, Ilvo::checksum(message));
+  return {.packet = packet, .rule = firstRule_};
+}
+
+}  // namespace Agent

@@ -1,0 +1,56 @@
+// One walk over the records of a version 3 report that a rule or a limit has to look at: each
+// record stays, loses sources, becomes one of the kind that asks for nothing, or goes. The packet
+// is copied once something changes.
+#pragma once
+
+#include <Intake/Intake.h>
+
+#include "RecordReader.h"
+
+namespace Agent {
+
+class Intake::RecordPass {
+ public:
+  RecordPass(Intake& intake, const PacketView& view, const RecordSum& sum)
+      : intake_(intake), view_(view), sum_(sum) {}
+
+  // Whether any rule or limit can change the report. Costs no lookup.
+  bool isNeeded();
+  IntakeVerdict run();
+
+ private:
+  using Entry = GroupTally::Entry;
+
+  const IntakeConfig& config() const { return *intake_.config_; }
+  bool sourcesAreNear() const;
+  bool repeatsGroups();
+
+  void judge(const GroupRecord& record);
+  Refusal refusalOf(const GroupRecord& record, const Entry& entry) const;
+  // Whether the queries that a record causes fit into the budget.
+  bool mayAsk(const GroupRecord& record, const Entry& entry, const GroupStatus* status);
+  void judgeSources(const GroupRecord& record, RecordType type, Entry& entry,
+                    const GroupStatus* status);
+  void cutSources(const GroupRecord& record, RecordType type, Entry& entry,
+                  const GroupStatus* status, size_t room, IntakeRule limit);
+
+  void keep(const GroupRecord& record, RecordType type);
+  void drop(const GroupRecord& record, IntakeRule rule);
+  void count(const GroupRecord& record, IntakeRule rule, size_t by);
+  // The copy holds what stands before this record.
+  void beginCopy(const GroupRecord& record);
+  void append(size_t at, size_t bytes);
+  IntakeVerdict finish();
+
+  Intake& intake_;
+  const PacketView& view_;
+  const RecordSum sum_;
+  bool asks_ = false;
+  size_t newGroups_ = 0;   // that the records so far make
+  size_t newSources_ = 0;  // the same, of groups that are near a limit
+  size_t kept_ = 0;        // records
+  Refusal firstRule_;
+  bool isChanged_ = false;
+};
+
+}  // namespace Agent

@@ -1,0 +1,52 @@
+// A list of IPv4 prefixes as a value that can be set: "10.0.0.0/8,192.0.2.1/32". An empty list
+// stands for no restriction.
+//
+//   const PrefixList permitted("10.0.0.0/8");
+//   if (!permitted.allows(query.source)) refuse();
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <Ilvo/IpAddr.h>
+#include <MoxBase/Types.h>
+
+namespace Agent {
+
+class PrefixList {
+ public:
+  static constexpr std::size_t mostPrefixes = 256;
+
+  PrefixList() = default;
+  // Prefixes between commas; an address alone is a prefix of 32 bits. A Mox::RangeError names the
+  // text that is no prefix, or says that there are too many.
+  explicit PrefixList(std::string_view text);
+
+  bool empty() const { return prefixes_.empty(); }
+  // True in an empty list, too.
+  bool allows(Ilvo::IpAddr addr) const { return empty() || contains(addr); }
+  bool contains(Ilvo::IpAddr addr) const {
+    for (const Prefix& prefix : prefixes_) {
+      if ((addr.value() & prefix.mask) == prefix.bits) return true;
+    }
+    return false;
+  }
+  // In one of the prefixes, and neither its network's address nor its broadcast address.
+  bool containsHost(Ilvo::IpAddr addr) const;
+
+  std::string string() const;
+  friend bool operator==(const PrefixList&, const PrefixList&) = default;
+
+ private:
+  struct Prefix {
+    Mox::U32 bits;
+    Mox::U32 mask;
+    bool operator==(const Prefix&) const = default;
+  };
+  std::vector<Prefix> prefixes_;
+};
+
+void appendText(std::string& out, const PrefixList& list);
+
+}  // namespace Agent
