@@ -306,6 +306,10 @@ def link(kind, index, name=None, flags=UP | LOWER_UP, family=0):
         *named, (4, struct.pack("=I", 1500)), (1, bytes.fromhex("020000000001"))))
 
 
+def with_length(message, length):
+    return struct.pack("=I", length) + message[4:]
+
+
 def address(kind, index, last, flags=0):
     return kernel_message(kind, struct.pack("=BBBBI", 2, 24, flags, 0, index),
                           attributes_of((1, bytes((10, 0, 0, 254))), (2, bytes((10, 0, 0, last)))))
@@ -325,6 +329,9 @@ LINKS = {
                           link(DEL_LINK, 2) + link(NEW_LINK, 3, b"eth0")),
     "bridge-port": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(DEL_LINK, 2, family=7)),
     "cut": two_datagrams(link(NEW_LINK, 2, b"eth0")[:-8], link(NEW_LINK, 3)[:40]),
+    "longer-than-its-datagram": two_datagrams(
+        with_length(link(NEW_LINK, 2, b"eth0"), 0xfffffffc),
+        with_length(link(NEW_LINK, 2, b"eth0"), 0x80000000)),
 }
 
 

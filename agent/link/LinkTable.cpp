@@ -70,12 +70,15 @@ std::string whyUnfit(const Link& link) {
 }
 
 // libmnl's own loop over messages stops at those that end a dump or acknowledge a request, which
-// are none of this table's.
+// are none of this table's. Its check of a length takes one of 2^31 or more for a negative number,
+// which fits into any datagram.
 void LinkTable::apply(std::span<const std::byte> datagram, Former& former) {
-  int left = static_cast<int>(datagram.size());
-  const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
-  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
-    apply(*message, former);
+  while (datagram.size() >= sizeof(nlmsghdr)) {
+    const auto& message = *reinterpret_cast<const nlmsghdr*>(datagram.data());
+    if (message.nlmsg_len < sizeof(nlmsghdr) || message.nlmsg_len > datagram.size()) return;
+    apply(message, former);
+    const size_t used = MNL_ALIGN(size_t{message.nlmsg_len});
+    datagram = datagram.subspan(std::min(used, datagram.size()));
   }
 }
 

@@ -174,6 +174,17 @@ TEST_F(LinkTableTest, readsNoFurtherThanTheLengthOfAMessage) {
   }
 }
 
+TEST_F(LinkTableTest, leavesOutMessagesThatAreLongerThanTheirDatagram) {
+  const Datagram whole = linkMessage({});
+  for (const Mox::U32 length : {static_cast<Mox::U32>(whole.size()) + 4, 0x7ffffffcu, 0x80000000u,
+                                0xfffffffcu, 0xffffffffu}) {
+    Datagram datagram = whole;
+    std::memcpy(datagram.data(), &length, sizeof(length));
+    receive(datagram);
+    EXPECT_TRUE(table_.links().empty()) << length;
+  }
+}
+
 TEST_F(LinkTableTest, leavesOutAttributesOfTheWrongSize) {
   receive(linkMessage({}));
   const Link before = eth0();

@@ -1,10 +1,18 @@
 // For tests: a network namespace of this process's own with the interfaces eth0 (10.9.0.1) and
-// peer0, the two ends of a cable. Tests are skipped where it cannot be made; that takes root and
+// peer0, the two ends of a cable, both with a carrier. Tests are skipped where it cannot be made; that takes root and
 // iproute2.
 #pragma once
 
+#include <libmnl/libmnl.h>
+#include <linux/rtnetlink.h>
+#include <poll.h>
 #include <sched.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <cstddef>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -25,6 +33,7 @@ class TestNetwork : public testing::Test {
     ASSERT_TRUE(ip("address add 10.9.0.1/24 dev eth0"));
     ASSERT_TRUE(ip("link set eth0 up"));
     ASSERT_TRUE(ip("link set peer0 up"));
+    awaitCarriers();
   }
 
   static bool ip(const std::string& words) {
@@ -35,6 +44,20 @@ class TestNetwork : public testing::Test {
     const Link* const found = table.find(name);
     if (found == nullptr) throw std::logic_error("there is no " + name);
     return *found;
+  }
+
+ private:
+  // The kernel notices a carrier in its own time, and that is a change like any other.
+  static void awaitCarriers() {
+    const NetlinkSocket changes(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC), &mnl_socket_close);
+    ASSERT_TRUE(changes != nullptr);
+    ASSERT_EQ(mnl_socket_bind(changes.get(), RTMGRP_LINK, MNL_SOCKET_AUTOPID), 0);
+    while (!link("eth0").running || !link("peer0").running) {
+      pollfd readable{.fd = mnl_socket_get_fd(changes.get()), .events = POLLIN, .revents = 0};
+      ASSERT_EQ(poll(&readable, 1, 60000), 1);  // a minute is for machines that are stuck
+      std::array<std::byte, 32768> message;
+      ASSERT_GT(mnl_socket_recvfrom(changes.get(), message.data(), message.size()), 0);
+    }
   }
 };
 
