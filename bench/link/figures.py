@@ -1,0 +1,263 @@
+"""Measures what the agent does with packets of a real link: its cost, and what it loses.
+
+The agent has the first processor and the sender the second. The kernel receives the frames of a
+veth link on the sender's processor, so the agent's has nothing but the agent and what the kernel
+does for it. A row is the median of several runs, each with an agent of its own.
+"""
+import argparse
+import concurrent.futures
+import contextlib
+import json
+import os
+import pathlib
+import re
+import statistics
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "lab"))
+from lab import Lab, ip, wait_until, why_not  # noqa: E402
+
+IGMPQ = os.environ.get("IGMPQ", ROOT / "build/release/igmpq/igmpq")
+LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/LinkLoad")
+AGENT_CPU, SENDER_CPU = 0, 1
+MEGABYTE = 1024 * 1024
+RATE = 300_000  # frames a second
+QUERY_INTERVAL = 2  # seconds, in the runs that look at the queries
+IGMP_QUERY = "ether[38] = 0x11"  # behind an IP header of 24 bytes
+
+
+class World:
+    """An agent on eth0 and eth1, and the other end of both links."""
+
+    def __init__(self, *options):
+        self.lab = Lab()
+        self.router = self.lab.add_namespace("router")
+        self.hosts = self.lab.add_namespace("hosts")
+        for number in (0, 1):
+            ip("-n", self.router, "link", "add", "name", f"eth{number}", "type", "veth",
+               "peer", "name", f"load{number}", "netns", self.hosts)
+            ip("-n", self.router, "address", "add", f"10.{77 + number}.0.1/16",
+               "dev", f"eth{number}")
+            ip("-n", self.router, "link", "set", f"eth{number}", "up")
+            ip("-n", self.hosts, "link", "set", f"load{number}", "up")
+        self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
+        self.output = open(pathlib.Path(self.lab.scratch.name, "events"), "wb")
+        self.agent = self.lab.spawn(
+            self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", "eth0", "eth1",
+            "--socket", self.socket, *options, stdout=self.output)
+        wait_until(lambda: self.socket.exists() and len(self.shown("interfaces")) == 2, 20,
+                   "the agent to serve")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.lab.close()
+        self.output.close()
+
+    def shown(self, *what):
+        done = subprocess.run(
+            ("ip", "netns", "exec", self.router, IGMPQ, "show", *what, "--json",
+             "--socket", self.socket), capture_output=True, text=True, check=False)
+        return json.loads(done.stdout) if done.returncode == 0 else []
+
+    def groups(self, interface="eth0"):
+        return {group["group"] for shown in self.shown("groups", interface)
+                for group in shown["groups"]}
+
+    def counters(self):
+        return self.shown("counters", "eth0")[0]
+
+    def start(self, work, link=0, **options):
+        words = [f"--{key.replace('_', '-')}={value}" for key, value in options.items()]
+        return self.lab.spawn(self.hosts, "taskset", "-c", SENDER_CPU, LINK_LOAD, f"load{link}",
+                              "--work", work, *words, stdout=subprocess.PIPE)
+
+    def send(self, work, link=0, **options):
+        sender = self.start(work, link, **options)
+        text, _ = sender.communicate()
+        if sender.returncode != 0: raise OSError("the sender failed")
+        return json.loads(text)["sent"]
+
+    def settle(self):
+        """Waits until the agent has taken all that the link holds."""
+        before = -1
+        while before != (before := cpu_seconds(self.agent.pid)):
+            time.sleep(0.2)
+
+    def peak_bytes(self):
+        status = pathlib.Path(f"/proc/{self.agent.pid}/status").read_text(encoding="ascii")
+        line = next(line for line in status.splitlines() if line.startswith("VmHWM"))
+        return int(line.split()[1]) * 1024
+
+
+def cpu_seconds(pid):
+    return int(pathlib.Path(f"/proc/{pid}/schedstat").read_text(encoding="ascii").split()[0]) / 1e9
+
+
+def busy_seconds(cpu):
+    """Of everything on that processor, interrupts included."""
+    for line in pathlib.Path("/proc/stat").read_text(encoding="ascii").splitlines():
+        name, *ticks = line.split()
+        if name == f"cpu{cpu}":
+            user, nice, system, _, _, irq, softirq = map(int, ticks[:7])
+            return (user + nice + system + irq + softirq) / os.sysconf("SC_CLK_TCK")
+    raise OSError(f"no processor {cpu}")
+
+
+def softnet_drops():
+    lines = pathlib.Path("/proc/net/softnet_stat").read_text(encoding="ascii").splitlines()
+    return sum(int(line.split()[1], 16) for line in lines)
+
+
+@contextlib.contextmanager
+def measured(world, figures, items):
+    """Adds the cost of what happens meanwhile, in nanoseconds an item."""
+    before = cpu_seconds(world.agent.pid), busy_seconds(AGENT_CPU)
+    count = []
+    yield count
+    world.settle()
+    after = cpu_seconds(world.agent.pid), busy_seconds(AGENT_CPU)
+    for name, a, b in zip(("ns", "machine_ns"), before, after):
+        figures[name] = (b - a) / (sum(count) * items) * 1e9
+
+
+def refresh(groups, records=1, sources=0, rate=RATE, seconds=3):
+    with World() as world:
+        work = {"groups": groups, "records": records, "sources": sources, "hosts": 100}
+        kind = "joins" if sources == 0 else "refresh"
+        world.send(kind, rate=rate / 10, seconds=groups / records / (rate / 10), **work)
+        world.settle()
+        if len(world.groups()) != groups: raise AssertionError("not all groups are known")
+        figures = {}
+        with measured(world, figures, records * max(sources, 1)) as count:
+            count.append(world.send("refresh", rate=rate, seconds=seconds, **work))
+        figures["lost"] = world.counters()["framesLost"]
+        return figures
+
+
+def burst(groups):
+    with World() as world:
+        world.send("joins", groups=groups, hosts=100)
+        world.settle()
+        return {"missing": groups - len(world.groups()), "lost": world.counters()["framesLost"]}
+
+
+def minute(groups, rate, seconds):
+    drops = softnet_drops()
+    with World() as world:
+        world.send("refresh", groups=groups, rate=rate, seconds=seconds)
+        world.settle()
+        return {"missing": groups - len(world.groups()), "softnet": softnet_drops() - drops,
+                "lost": world.counters()["framesLost"]}
+
+
+def latest_query(path):
+    """By how much a general query of that capture was later than its interval."""
+    text = subprocess.run(("tcpdump", "-tt", "-nr", path, "dst host 224.0.0.1"),
+                          capture_output=True, text=True, check=True).stdout
+    times = [float(line.split()[0]) for line in text.splitlines()]
+    return max(b - a - QUERY_INTERVAL for a, b in zip(times, times[1:]))
+
+
+def honest_hosts(world, link, count, seconds):
+    """They join, report every second, and half of them leave halfway; who is known then, of whom."""
+    half = count // 2
+    world.send("joins", link, groups=count, hosts=count)
+    yield
+    world.send("refresh", link, groups=count, hosts=count, rate=count, seconds=seconds / 2)
+    world.send("leaves", link, groups=half, hosts=half)
+    world.send("refresh", link, groups=count - half, hosts=count - half, first_host=half,
+               rate=count - half, seconds=seconds / 2)
+    groups = world.groups(f"eth{link}")
+    stayed = {f"239.1.0.{number}" for number in range(half, count)}
+    left = {f"239.1.0.{number}" for number in range(half)}
+    yield len(stayed - groups) + len(left & groups)
+
+
+def flood(work, hosts, rate, seconds):
+    """Beside 100 honest hosts on the same link and 10 on another."""
+    with World("--query-interval", str(QUERY_INTERVAL), "--query-response-interval", "1",
+               "--startup-query-interval", str(QUERY_INTERVAL)) as world:
+        captures = []
+        for link in (0, 1):
+            captures.append(pathlib.Path(world.lab.scratch.name, f"load{link}.pcap"))
+            world.lab.spawn(world.hosts, "tcpdump", "-U", "-i", f"load{link}", "-Q", "in", "-w",
+                            captures[-1], "-Z", "root", IGMP_QUERY, stderr=subprocess.DEVNULL)
+        honest = [honest_hosts(world, 0, 100, seconds), honest_hosts(world, 1, 10, seconds)]
+        for hosts_of_link in honest:
+            next(hosts_of_link)
+        attack = world.start(work, hosts=hosts, first_host=1000, rate=rate, seconds=seconds)
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            wrong = sum(pool.map(next, honest))
+        attack.communicate()
+        return {"wrong": wrong, "peak_mb": world.peak_bytes() / MEGABYTE,
+                "late_ms": max(map(latest_query, captures)) * 1000,
+                "lost": world.counters()["framesLost"]}
+
+
+# Each with the budgets of its figures; a figure without a budget is shown only.
+def works(tiny):
+    seconds = 1 if tiny else 3
+    rows = []
+    for groups, single in ((1000, 420), (50000, 520)):
+        count = groups // 50 if tiny else groups
+        rows.append((f"refresh/oneRecord/{groups}", {"ns": single, "lost": 0},
+                     lambda count=count: refresh(count, seconds=seconds)))
+        rows.append((f"refresh/60records/{groups}", {"ns": 65, "lost": 0},
+                     lambda count=count: refresh(count, records=60, rate=RATE / 10,
+                                                 seconds=seconds)))
+    rows.append(("refresh/100sources", {"ns": 45, "lost": 0},
+                 lambda: refresh(20 if tiny else 1000, sources=100, rate=RATE / 10,
+                                 seconds=seconds)))
+    joins = 500 if tiny else 10000
+    rows.append(("burst/joins", {"missing": 0, "lost": 0}, lambda: burst(joins)))
+    groups = 500 if tiny else 50000
+    rows.append(("minute/oneRecord", {"missing": 0, "lost": 0, "softnet": 0},
+                 lambda: minute(groups, RATE, 2 if tiny else 60)))
+    for work in ("random-groups", "random-sources"):
+        for hosts in (1, 10000):
+            rows.append((f"flood/{work}/{hosts}hosts",
+                         {"wrong": 0, "late_ms": 100, "peak_mb": 250},
+                         lambda work=work, hosts=hosts: flood(work, hosts, RATE,
+                                                              6 if tiny else 10)))
+    return rows
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--json", action="store_true", help="write JSON instead of a table")
+    parser.add_argument("--filter", default=".", help="regular expression on names")
+    parser.add_argument("--runs", type=int, default=5, help="runs to take the median of")
+    parser.add_argument("--tiny", action="store_true", help="only show that each row works")
+    arguments = parser.parse_args()
+    if os.cpu_count() < 2: sys.exit("the agent and the sender need a processor each")
+    reason = why_not()
+    if reason is not None:
+        print(f"no lab here: {reason}", file=sys.stderr)
+        sys.exit(77)
+    rows = []
+    for name, budgets, work in works(arguments.tiny):
+        if not re.search(arguments.filter, name): continue
+        print(f"running {name}", file=sys.stderr)
+        results = [work() for _ in range(1 if arguments.tiny else arguments.runs)]
+        for figure in results[0]:
+            value = statistics.median(result[figure] for result in results)
+            budget = budgets.get(figure)
+            verdict = "" if budget is None else "within" if value <= budget else "MISSED"
+            rows.append({"work": name, "figure": figure, "measured": round(value, 2),
+                         "budget": budget, "verdict": verdict})
+    if arguments.json:
+        print(json.dumps(rows, indent=2))
+        return
+    for row in rows:
+        budget = "" if row["budget"] is None else f"{row['budget']:g}"
+        print(f"{row['work']:28}  {row['figure']:10}  {row['measured']:12.2f}  {budget:>6}"
+              f"  {row['verdict']}")
+
+
+if __name__ == "__main__":
+    main()
