@@ -26,6 +26,11 @@ void addFilter(JsonObject& json, const Event& e) {
   json.text("filterMode", filterModeName(e.filterMode));
 }
 void addSource(JsonObject& json, const Event& e) { json.address("source", e.source); }
+void addSourcesJoined(JsonObject& json, const Event& e) { json.number("joined", e.sourcesJoined); }
+void addSourcesExcluded(JsonObject& json, const Event& e) {
+  json.number("excluded", e.sourcesExcluded);
+}
+void addSourcesLeft(JsonObject& json, const Event& e) { json.number("left", e.sourcesLeft); }
 void addVersion(JsonObject& json, const Event& e) { json.number("version", e.version); }
 void addMaxResponse(JsonObject& json, const Event& e) {
   json.seconds("maxResponseSeconds", e.maxResponse);
@@ -81,6 +86,11 @@ std::string sourcesText(const Event& e) {
   return text;
 }
 
+std::string sourceCountsText(const Event& e) {
+  return fmt::format("{} joined, {} excluded, {} left", e.sourcesJoined, e.sourcesExcluded,
+                     e.sourcesLeft);
+}
+
 std::string valueText(const Event& e) {
   if (const auto* flag = std::get_if<bool>(&e.value)) return *flag ? "on" : "off";
   if (const auto* number = std::get_if<Mox::U64>(&e.value)) return fmt::to_string(*number);
@@ -118,6 +128,7 @@ constexpr std::array placeholders{
     Placeholder{"mode", modeText},
     Placeholder{"role", [](const Event& e) { return std::string(roleName(e.state)); }},
     Placeholder{"source", [](const Event& e) { return e.source.stringValue(); }},
+    Placeholder{"sourceCounts", sourceCountsText},
     Placeholder{"sources", sourcesText},
     Placeholder{"text", [](const Event& e) { return e.text; }},
     Placeholder{"value", valueText},
@@ -170,6 +181,10 @@ constexpr std::array rows{
         {addGroup, addSource},
         "excluded {group} source {source}"},
     Row{Event::sourceLeft, "sourceLeft", {addGroup, addSource}, "left {group} source {source}"},
+    Row{Event::sourcesChanged,
+        "sourcesChanged",
+        {addGroup, addSourcesJoined, addSourcesExcluded, addSourcesLeft},
+        "changed {group} sources: {sourceCounts}"},
     Row{Event::querySent,
         "querySent",
         {addGroup, addVersion, addMaxResponse, addSources},

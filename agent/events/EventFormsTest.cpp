@@ -42,6 +42,14 @@ Event ofSource(Event::Kind kind) {
   return event;
 }
 
+Event manySources() {
+  Event event = ofSource(Event::sourcesChanged);
+  event.sourcesJoined = 3;
+  event.sourcesExcluded = 1;
+  event.sourcesLeft = 40;
+  return event;
+}
+
 Event query(IpAddr asked, std::vector<IpAddr> sources) {
   Event event = eth0(Event::querySent);
   event.group = asked;
@@ -123,6 +131,9 @@ std::vector<Form> formsOfTheLink() {
        R"("source":"10.0.0.50"})"},
       {ofSource(Event::sourceLeft), "left 239.1.1.1 source 10.0.0.50",
        R"("event":"sourceLeft","interface":"eth0","group":"239.1.1.1","source":"10.0.0.50"})"},
+      {manySources(), "changed 239.1.1.1 sources: 3 joined, 1 excluded, 40 left",
+       R"("event":"sourcesChanged","interface":"eth0","group":"239.1.1.1",)"
+       R"("joined":3,"excluded":1,"left":40})"},
       {query(IpAddr(), {}), "query sent for all groups, version 2, answers within 2.5s",
        R"("event":"querySent","interface":"eth0","group":"0.0.0.0","version":2,)"
        R"("maxResponseSeconds":2.5,"sources":[]})"},

@@ -94,10 +94,13 @@ TEST_F(StatusWatcherTest, changesOfModeAndVersionAreOneEvent) {
 }
 
 TEST_F(StatusWatcherTest, aValueThatChangedBackIsNotReported) {
-  const auto joined = join(group);
+  const auto joined = joinVersion3(group, filterModeInclude);
+  joined->sourceIs(sender);
   reported();
-  joined->compatibilityModeIs(igmpVersion1);
-  joined->compatibilityModeIs(igmpVersion2);
+  joined->filterModeIs(filterModeExclude);
+  joined->filterModeIs(filterModeInclude);
+  joined->source(sender)->expiredIs(true);
+  joined->source(sender)->expiredIs(false);
   EXPECT_THAT(reported(), IsEmpty());
 }
 
@@ -117,13 +120,19 @@ TEST_F(StatusWatcherTest, aGroupThatFellBackToIncludeBeforeItWentOnlyLeft) {
   EXPECT_THAT(reported(), ElementsAre("1000 left 239.1.1.1"));
 }
 
-TEST_F(StatusWatcherTest, groupsThatCameAndWentWithinOneFlushAreReportedInOrder) {
-  join(group);
+TEST_F(StatusWatcherTest, aGroupThatCameAndWentWithinOneFlushIsNoEvent) {
+  join(group)->sourceIs(sender);
   join(other);
   status_->groupDel(group);
-  EXPECT_THAT(reported(),
-              ElementsAre("1000 joined 239.1.1.1 by 10.0.0.11 (version 2)",
-                          "1000 joined 239.2.2.2 by 10.0.0.11 (version 2)", "1000 left 239.1.1.1"));
+  EXPECT_THAT(reported(), ElementsAre("1000 joined 239.2.2.2 by 10.0.0.11 (version 2)"));
+}
+
+TEST_F(StatusWatcherTest, aSourceThatCameAndWentWithinOneFlushIsNoEvent) {
+  const auto joined = joinVersion3(group, filterModeExclude);
+  reported();
+  joined->sourceIs(sender);
+  joined->sourceDel(sender);
+  EXPECT_THAT(reported(), IsEmpty());
 }
 
 TEST_F(StatusWatcherTest, aGroupThatWentAndCameBackIsReportedInOrder) {
@@ -187,23 +196,91 @@ TEST_F(StatusWatcherTest, aWatcherThatComesLateReportsWhatIsThere) {
 
 TEST_F(StatusWatcherTest, aWatcherThatIsGoneWatchesNothing) {
   const auto joined = joinVersion3(group, filterModeInclude);
-  {
-    EventRecorder brief;
-    const StatusWatcher watcher("eth0", status_, brief);
-    EXPECT_EQ(status_->notifieeList().size(), 2u);
-    EXPECT_EQ(joined->notifieeList().size(), 2u);
-  }
-  EXPECT_EQ(status_->notifieeList().size(), 1u);
-  EXPECT_EQ(joined->notifieeList().size(), 1u);
+  EventRecorder brief;
+  { const StatusWatcher watcher("eth0", status_, brief); }
+  joined->filterModeIs(filterModeExclude);
+  EXPECT_THAT(brief.taken(), IsEmpty());
+}
+
+TEST_F(StatusWatcherTest, groupsAndSourcesHaveNoNotifieeOfTheirOwn) {
+  const auto joined = joinVersion3(group, filterModeInclude);
+  const auto source = joined->sourceIs(sender);
+  watcher_.flush();
+  EXPECT_EQ(joined->notifieeList().size(), 0u);
+  EXPECT_EQ(source->notifieeList().size(), 0u);
+  EXPECT_EQ(joined->refs(), 2u);
 }
 
 TEST_F(StatusWatcherTest, aGroupThatLeftIsReleasedByTheFlush) {
   const auto joined = joinVersion3(group, filterModeInclude);
   status_->groupDel(group);
-  EXPECT_EQ(joined->notifieeList().size(), 1u);
+  EXPECT_EQ(joined->refs(), 2u);
   watcher_.flush();
-  EXPECT_EQ(joined->notifieeList().size(), 0u);
   EXPECT_EQ(joined->refs(), 1u);
+}
+
+TEST_F(StatusWatcherTest, aSourceThatExpiredBeforeItWentLeftOnce) {
+  const auto joined = joinVersion3(group, filterModeInclude);
+  joined->sourceIs(sender);
+  reported();
+  joined->source(sender)->expiredIs(true);
+  EXPECT_THAT(reported(), ElementsAre("1000 left 239.1.1.1 source 10.0.0.50"));
+  joined->sourceDel(sender);
+  EXPECT_THAT(reported(), IsEmpty());
+}
+
+class ScopeTest : public StatusWatcherTest {
+ protected:
+  void addSources(unsigned count) {
+    for (unsigned i = 0; i < count; ++i) joined_->sourceIs(IpAddr(0x0a000100u + i));
+  }
+  std::vector<std::string> reportedWith(EventScope scope, unsigned sources) {
+    StatusWatcher watcher("eth0", status_, events_, nullptr, scope);
+    watcher.flush();
+    events_.taken();
+    addSources(sources);
+    watcher.flush();
+    return events_.taken();
+  }
+
+  Ptr<QuerierGroupStatus> joined_ = joinVersion3(group, filterModeExclude);
+};
+
+TEST_F(ScopeTest, allReportsEachSource) {
+  EXPECT_EQ(reportedWith(EventScope::all, 33).size(), 33u);
+}
+
+TEST_F(ScopeTest, changesReportsThirtyTwoSourcesEach) {
+  EXPECT_EQ(reportedWith(EventScope::changes, 32).size(), 32u);
+}
+
+TEST_F(ScopeTest, changesSumsUpMoreThanThirtyTwoSourcesOfAGroup) {
+  EXPECT_THAT(reportedWith(EventScope::changes, 33),
+              ElementsAre("1000 changed 239.1.1.1 sources: 33 joined, 0 excluded, 0 left"));
+}
+
+TEST_F(ScopeTest, theSumCountsWhatEachSourceBecame) {
+  addSources(40);
+  StatusWatcher watcher("eth0", status_, events_, nullptr, EventScope::changes);
+  watcher.flush();
+  events_.taken();
+  for (unsigned i = 0; i < 30; ++i) joined_->source(IpAddr(0x0a000100u + i))->expiredIs(true);
+  for (unsigned i = 30; i < 40; ++i) joined_->sourceDel(IpAddr(0x0a000100u + i));
+  joined_->sourceIs(sender);
+  watcher.flush();
+  EXPECT_THAT(events_.taken(),
+              ElementsAre("1000 changed 239.1.1.1 sources: 1 joined, 30 excluded, 10 left"));
+}
+
+TEST_F(ScopeTest, noneReportsNeitherGroupsNorSourcesButRoles) {
+  StatusWatcher watcher("eth0", status_, events_, nullptr, EventScope::none);
+  watcher.flush();
+  EXPECT_THAT(events_.taken(), IsEmpty());
+  addSources(1);
+  status_->groupDel(group);
+  status_->stateIs(QuerierStatus::querierStateQuerier);
+  watcher.flush();
+  EXPECT_THAT(events_.taken(), ElementsAre("1000 role querier"));
 }
 
 class PendingWatchersTest : public StatusWatcherTest {

@@ -39,7 +39,8 @@ constexpr U8 isExclude = 2;
 constexpr U8 toInclude = 3;
 constexpr U8 toExclude = 4;
 constexpr size_t floodFrames = 100000;
-constexpr size_t mostSources = 366;  // that a frame of 1,500 bytes holds in one record
+constexpr size_t mostSources =
+    365;  // that a frame of 1,500 bytes holds in one record, with Router Alert
 
 struct Options {
   std::string interface;

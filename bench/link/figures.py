@@ -47,7 +47,7 @@ class World:
         self.output = open(pathlib.Path(self.lab.scratch.name, "events"), "wb")
         self.agent = self.lab.spawn(
             self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", "eth0", "eth1",
-            "--socket", self.socket, *options, stdout=self.output)
+            "--querier-version", "3", "--socket", self.socket, *options, stdout=self.output)
         wait_until(lambda: self.socket.exists() and len(self.shown("interfaces")) == 2, 20,
                    "the agent to serve")
 
@@ -65,8 +65,7 @@ class World:
         return json.loads(done.stdout) if done.returncode == 0 else []
 
     def groups(self, interface="eth0"):
-        return {group["group"] for shown in self.shown("groups", interface)
-                for group in shown["groups"]}
+        return {shown["group"] for shown in self.shown("groups", interface)}
 
     def counters(self):
         return self.shown("counters", "eth0")[0]
@@ -129,7 +128,7 @@ def refresh(groups, records=1, sources=0, rate=RATE, seconds=3):
     with World() as world:
         work = {"groups": groups, "records": records, "sources": sources, "hosts": 100}
         kind = "joins" if sources == 0 else "refresh"
-        world.send(kind, rate=rate / 10, seconds=groups / records / (rate / 10), **work)
+        world.send(kind, rate=rate / 10, **work)
         world.settle()
         if len(world.groups()) != groups: raise AssertionError("not all groups are known")
         figures = {}

@@ -120,6 +120,10 @@ void EntityBase::memberNotify(AttrId id, U32 key) const {
             [&](TreeNotifiee& n) { n.onMember(*this, id, key); });
 }
 
+void EntityBase::memberGoneNotify(AttrId id, const EntityBase& member) const {
+  notifyAll([](Notifiee&) {}, [&](TreeNotifiee& n) { n.onMemberGone(*this, id, member); });
+}
+
 void EntityBase::collectionNotify(AttrId id) const {
   notifyAll([&](Notifiee& n) { n.onCollection(id); },
             [&](TreeNotifiee& n) { n.onCollection(*this, id); });

@@ -33,6 +33,10 @@ class TreeWatcher final : public TreeNotifiee {
   void onCollection(const EntityBase& entity, AttrId id) override {
     note(entity.fullName() + "." + entity.attrName(id) + "*");
   }
+  void onMemberGone(const EntityBase& entity, AttrId id, const EntityBase& member) override {
+    const bool wet = static_cast<const Bed&>(member).wet();
+    if (wet) note(entity.fullName() + "." + entity.attrName(id) + ":wetOneGone");
+  }
   void note(const std::string& what) {
     notified_ += mark_ + what + " ";
     const std::function<void()> then = then_;  // it may destroy this watcher
@@ -60,6 +64,14 @@ TEST_F(EntityTreeTest, outermostEntityIsWatched) {
   garden_->bedNotify();
   garden_->bedDel(TestKey(7));
   EXPECT_EQ(notified(), "kew.area kew.visits kew.bed(7) kew.bed* kew.bed(7) ");
+}
+
+TEST_F(EntityTreeTest, aMemberThatLeavesIsShownWithItsValues) {
+  const TreeWatcher watcher(garden_, notified_);
+  garden_->bedIs(TestKey(7))->wetIs(true);
+  notified();
+  garden_->bedDel(TestKey(7));
+  EXPECT_EQ(notified(), "kew.bed:wetOneGone kew.bed(7) ");
 }
 
 TEST_F(EntityTreeTest, memberAddedLaterIsWatched) {
@@ -190,7 +202,8 @@ TEST_F(EntityTreeTest, memberMayLeaveTheTreeWhileItsOwnNotifieeIsNotified) {
   notified();
   const Remover remover(bed, *garden_);
   bed->wetIs(true);
-  EXPECT_EQ(notified(), "kew.bed(7) ");  // not of a member that has left the tree
+  EXPECT_EQ(notified(),
+            "kew.bed:wetOneGone kew.bed(7) ");  // not of a member that has left the tree
 }
 
 TEST_F(EntityTreeTest, removingAWatcherThatNeverRegisteredIsSilent) {

@@ -36,6 +36,7 @@ struct Event {
     sourceJoined,
     sourceExcluded,
     sourceLeft,
+    sourcesChanged,  // in place of many of the three above
     querySent,
     versionMismatch,
     invalidSource,
@@ -61,6 +62,9 @@ struct Event {
   Gmp::Igmp::IgmpFilterMode filterMode = Gmp::Igmp::filterModeExclude;
   unsigned version = 0;  // of the query, or of the oldest host: the compatibility mode
   unsigned configuredVersion = 0;
+  unsigned sourcesJoined = 0;
+  unsigned sourcesExcluded = 0;
+  unsigned sourcesLeft = 0;
   Mox::Seconds maxResponse = 0.0;
   std::vector<Ilvo::IpAddr> sources = {};
   const char* attribute = "";

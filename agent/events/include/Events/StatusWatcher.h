@@ -2,9 +2,8 @@
 //
 // Changes are collected as they are notified and reported by flush(), so that the event of a join
 // shows the group as the whole report left it. The host flushes after each batch of packets and
-// each turn of the timer wheel. Members that came and went in between are reported in that order; a
-// value that changed several times is reported once. The stream is complete: the first flush
-// reports what the status holds when the watcher begins, as if it had just come. The sink must
+// each turn of the timer wheel. A member that came and went in between is no event; a value that
+// changed several times is reported once. The stream is complete: the first flush reports what the status holds when the watcher begins, as if it had just come. The sink must
 // outlive the watcher. One thread.
 //
 // A host with many watchers gives them a list, in which they put themselves when something changes.
@@ -25,6 +24,12 @@
 
 namespace Agent {
 
+class StatusJournal;
+
+// Which changes of groups and sources are events: each; each, but those of more than 32 sources of a
+// group in one batch as their number; none.
+enum class EventScope { all, changes, none };
+
 class StatusWatcher {
  public:
   // The watchers that have changes to report. It outlives them.
@@ -39,7 +44,7 @@ class StatusWatcher {
   };
 
   StatusWatcher(std::string interface, Mox::Ptr<const Gmp::Igmp::QuerierStatus> status,
-                EventSink& sink, Pending* pending = nullptr);
+                EventSink& sink, Pending* pending = nullptr, EventScope scope = EventScope::all);
   ~StatusWatcher();
   StatusWatcher(const StatusWatcher&) = delete;
   StatusWatcher& operator=(const StatusWatcher&) = delete;
@@ -49,11 +54,9 @@ class StatusWatcher {
   void markPending();
 
  private:
-  class Watch;
-
   Pending* const pending_;
   bool isPending_ = false;
-  std::unique_ptr<Watch> watch_;
+  std::unique_ptr<StatusJournal> journal_;
 };
 
 }  // namespace Agent

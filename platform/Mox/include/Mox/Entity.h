@@ -86,6 +86,7 @@ class MOX_PUBLIC EntityBase : public Object {
   bool isWatched() const { return treeWatched_ || notifiees_ != nullptr; }
   void attrNotify(AttrId id) const;
   void memberNotify(AttrId id, U32 key) const;
+  void memberGoneNotify(AttrId id, const EntityBase& member) const;
   void collectionNotify(AttrId id) const;
 
  private:
@@ -262,6 +263,9 @@ class Entity : public EntityBase {
     if (removed) {
       collection.erase(key);
       removed->parentIs(nullptr, 0);
+      if (isWatched()) [[unlikely]] {
+        memberGoneNotify(Self::attributes.template idOf<Member>(), *removed);
+      }
       notifyMember<Member>(key);
     }
     return removed;

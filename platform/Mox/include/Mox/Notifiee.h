@@ -44,6 +44,9 @@ class MOX_PUBLIC TreeNotifiee {
   virtual void onAttr(const EntityBase& entity, AttrId id) = 0;
   virtual void onMember(const EntityBase& entity, AttrId id, U32 key) = 0;
   virtual void onCollection(const EntityBase& entity, AttrId id) = 0;
+  // The member has left that collection of the entity and still has its values; onMember follows.
+  virtual void onMemberGone(const EntityBase& /*entity*/, AttrId /*id*/,
+                            const EntityBase& /*member*/) {}
 
  protected:
   TreeNotifiee() = default;
