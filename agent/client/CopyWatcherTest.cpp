@@ -86,6 +86,22 @@ TEST_F(CopyWatcherTest, reportsCountersOnlyWhenAskedForThem) {
   EXPECT_THAT(events_.taken(), IsEmpty());
 }
 
+TEST_F(CopyWatcherTest, reportsSettingsAndCountersOfTheIntakeAndOfThePort) {
+  interfaceIs("eth0");
+  AttrLogCopy::Interface& copy = copies_["eth0"];
+  copy.intake = Mox::makePtr<IntakeConfig>("eth0");
+  copy.intakeStatus = Mox::makePtr<IntakeStatus>("eth0");
+  copy.state = Mox::makePtr<InterfaceState>("eth0");
+  reported();
+  copy.intake->maxGroupsIs(7);
+  EXPECT_TRUE(watcher_->changed());
+  EXPECT_THAT(reported(), ElementsAre("1000 configured maxGroups 7"));
+  copy.intakeStatus->countedInc(IntakeRule::groupLimit, 2);
+  copy.state->framesLostInc(3);
+  watcher_->flushCounters();
+  EXPECT_THAT(events_.taken(), ElementsAre("1000 counters framesLost 3, groupLimit 2"));
+}
+
 TEST_F(CopyWatcherTest, knowsWhetherAnythingChangedSinceTheLastFlush) {
   QuerierStatus& status = interfaceIs("eth0");
   EXPECT_TRUE(watcher_->changed());
