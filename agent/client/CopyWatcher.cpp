@@ -112,9 +112,11 @@ class CopyWatcher::InterfaceWatch {
         configFlag_(copy.config, changed),
         statusFlag_(copy.status, changed),
         settings_(copy.config, AttrKind::stored),
-        counters_(copy.status, AttrKind::counter),
+        counters_{{copy.status, AttrKind::counter}},
         watcher_(interface_, copy.status, sink) {
-    if (copy.state) running_.emplace(copy.state, changed);
+    if (!copy.state) return;
+    counters_.emplace_back(copy.state, AttrKind::counter);
+    running_.emplace(copy.state, changed);
   }
 
   bool isOf(const AttrLogCopy::Interface& copy) const { return copy.status == status_; }
@@ -132,9 +134,11 @@ class CopyWatcher::InterfaceWatch {
 
   void flushCounters() {
     Event event = eventOf(Event::counters);
-    counters_.forEachChange([&](const char* name, const Mox::Value& value) {
-      event.counts.emplace_back(name, std::get<Mox::U64>(value));
-    });
+    for (ReportedValues& counters : counters_) {
+      counters.forEachChange([&](const char* name, const Mox::Value& value) {
+        event.counts.emplace_back(name, std::get<Mox::U64>(value));
+      });
+    }
     if (!event.counts.empty()) sink_.event(event);
   }
 
@@ -151,7 +155,7 @@ class CopyWatcher::InterfaceWatch {
   ChangeFlag configFlag_;
   ChangeFlag statusFlag_;
   ReportedValues settings_;
-  ReportedValues counters_;
+  std::vector<ReportedValues> counters_;  // of the status and, where it is known, of the interface
   StatusWatcher watcher_;
   std::optional<RunningWatcher> running_;
 };
