@@ -6,13 +6,9 @@
 #include <vector>
 
 #include <IlvoTestSupport/IgmpPacketBuilder.h>
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/if_ether.h>
-#include <linux/if_packet.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <Link/QueryDatagram.h>
 #include "TestNetwork.h"
@@ -49,18 +45,6 @@ class RingPortTest : public TestNetwork, public FrameReceiver {
   }
   void readFrames(size_t frames) {
     while (received_.size() < frames && !HasFatalFailure()) read();
-  }
-  // Through the other end of the cable.
-  void sendFrame(const Bytes& frame, int times = 1) {
-    const Descriptor socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
-    sockaddr_ll to{};
-    to.sll_family = AF_PACKET;
-    to.sll_ifindex = static_cast<int>(link("peer0").index);
-    for (int i = 0; i < times; ++i) {
-      ASSERT_EQ(sendto(socket.fd(), frame.data(), frame.size(), 0,
-                       reinterpret_cast<const sockaddr*>(&to), sizeof(to)),
-                static_cast<ssize_t>(frame.size()));
-    }
   }
   static Bytes frameOf(const Bytes& packet, const Bytes& tags = {}) {
     Bytes frame{0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x02, 0, 0, 0, 0, 0x02};
