@@ -11,6 +11,7 @@
 #include <poll.h>
 
 #include <Link/QueryDatagram.h>
+#include <Mox/ActivityClock.h>
 #include "TestNetwork.h"
 
 namespace Agent {
@@ -176,6 +177,37 @@ TEST_F(RingPortTest, receivesAgainOnAnInterfaceThatWasDown) {
     polls_.readReady();
   }
   EXPECT_THAT(packets(), Contains(report_));
+}
+
+// Each block takes it two milliseconds of virtual time.
+class SlowReceiver final : public FrameReceiver {
+ public:
+  SlowReceiver(std::string& turns, char mark) : turns_(turns), mark_(mark) {}
+  void rxPacket(const RxPacket&) override {}
+  void rxBatchEnd() override {
+    turns_ += mark_;
+    Mox::virtualTimeIs(Mox::now() + 0.002);
+  }
+  void portFailed(const std::string&) override {}
+
+ private:
+  std::string& turns_;
+  const char mark_;
+};
+
+TEST_F(RingPortTest, takeTurnsAndEndABatchEarlySoThatNoneWaitsForAnother) {
+  std::string turns;
+  SlowReceiver first(turns, 'a');
+  SlowReceiver second(turns, 'b');
+  Mox::virtualTimeIs(1000.0);
+  RingPort port(polls_, sender_, link("eth0"), first, ringSizeFor(1));
+  RingPort other(polls_, sender_, link("eth0"), second, ringSizeFor(1));
+  sendFrame(frameOf(report_), 2000);  // more than ten blocks
+  polls_.readReady();
+  EXPECT_EQ(turns.size(), 3u);
+  polls_.readReady();
+  EXPECT_THAT(turns, testing::AnyOf("ababab", "bababa"));
+  Mox::realTimeIs();
 }
 
 TEST_F(RingPortTest, isNotPolledAnyMoreOnceItHasGone) {
