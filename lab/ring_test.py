@@ -6,6 +6,7 @@ import sys
 import time
 
 import lab
+from capture import Capture, is_general_query
 from frames import report_frame, send
 from lab import HOST_PROGRAM, wait_until
 from querier import Querier, run_once
@@ -17,8 +18,8 @@ LIFETIME = 5  # of a group without reports, by the settings SHORT
 HUNDREDTHS = 100  # of a second, as the bridge counts
 
 
-def counters(station, querier):
-    done = run_once(station, "show", "counters", "--json", "--socket", querier.socket)
+def counters(station, querier, interface="eth0"):
+    done = run_once(station, "show", "counters", interface, "--json", "--socket", querier.socket)
     return json.loads(done.stdout)[0]
 
 
@@ -127,6 +128,30 @@ class LossTest(LabTestCase):
         self.assertEqual((3, 0, 0), (counted["fragmentsReceived"], counted["framesUnparsable"],
                                      counted["errorPacketReceived"]))
         self.assertEqual({"239.1.1.2"}, set(querier.groups()))
+
+
+class StuckTest(LabTestCase):
+    def test_a_device_that_takes_nothing_holds_up_no_other(self):
+        router, host = self.lab.station(1), self.lab.station(11, 2)
+        router.ip("link", "add", "name", "stuck0", "type", "veth", "peer", "name", "end0")
+        router.ip("address", "add", "10.78.0.1/24", "dev", "stuck0")
+        # Room for one query, which takes most of a minute to leave.
+        lab.ip("netns", "exec", router.namespace, "tc", "qdisc", "add", "dev", "stuck0", "root",
+               "tbf", "rate", "8bit", "burst", "60", "limit", "60")
+        router.ip("link", "set", "stuck0", "up")
+        router.ip("link", "set", "end0", "up")
+        querier = Querier(router, *SHORT, verb=("run", "eth0", "stuck0"))
+        querier.expect("role", role="querier", interface="eth0")
+        host.join(GROUP)
+        querier.expect("groupJoined", group=GROUP)
+        querier.expect("error", interface="stuck0",
+                       text=lambda text: text.startswith("cannot send a query"))
+        capture = Capture(self.lab)
+        querier.expect_none("groupLeft", during=2 * LIFETIME)
+        queries = [packet for packet in capture.packets() if is_general_query(packet)]
+        self.assert_gaps(queries, 1.8, 2.8)
+        self.assertGreater(counters(router, querier, "stuck0")["sendFailures"], 1)
+        self.assertEqual(0, counters(router, querier)["sendFailures"])
 
 
 class StoppedTest(LabTestCase):

@@ -102,6 +102,21 @@ TEST_F(CopyWatcherTest, reportsSettingsAndCountersOfTheIntakeAndOfThePort) {
   EXPECT_THAT(events_.taken(), ElementsAre("1000 counters framesLost 3, groupLimit 2"));
 }
 
+TEST_F(CopyWatcherTest, reportsTheCountersOfTheInterfaceWithThoseOfItsStatus) {
+  QuerierStatus& status = interfaceIs("eth0");
+  const auto state = Mox::makePtr<InterfaceState>("eth0");
+  state->framesLostIs(5);
+  copies_["eth0"].state = state;
+  reported();
+  status.joinsInc(1);
+  state->framesLostInc(2);
+  state->sendFailuresInc(1);
+  watcher_->flushCounters();
+  EXPECT_THAT(events_.taken(), ElementsAre("1000 counters joins 1, framesLost 7, sendFailures 1"));
+  watcher_->flushCounters();
+  EXPECT_THAT(events_.taken(), IsEmpty());
+}
+
 TEST_F(CopyWatcherTest, knowsWhetherAnythingChangedSinceTheLastFlush) {
   QuerierStatus& status = interfaceIs("eth0");
   EXPECT_TRUE(watcher_->changed());

@@ -14,8 +14,6 @@ using Ilvo::IpAddr;
 
 namespace {
 
-bool isLearnable(IpAddr group) { return group.isMulticast() && !group.isReservedMulticast(); }
-
 bool isSourceSpecific(IpAddr group) { return group.value() >> 24 == 232; }
 
 }  // namespace

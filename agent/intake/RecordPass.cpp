@@ -13,8 +13,6 @@ using Mox::U8;
 
 namespace {
 
-bool isLearnable(IpAddr group) { return group.isMulticast() && !group.isReservedMulticast(); }
-
 // The querier makes no machine for other addresses.
 bool isSource(IpAddr addr) { return addr.isUnicast() && !addr.isZero(); }
 

@@ -9,6 +9,11 @@
 
 namespace Agent {
 
+// Whether a report for that address makes a group: the querier ignores others.
+inline bool isLearnable(Ilvo::IpAddr group) {
+  return group.isMulticast() && !group.isReservedMulticast();
+}
+
 class Intake::RecordPass {
  public:
   RecordPass(Intake& intake, const PacketView& view, const RecordSum& sum)

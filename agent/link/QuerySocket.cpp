@@ -21,12 +21,19 @@ bool setOption(int socket, int level, int name, const Option& option) {
 }
 
 // It would receive every IGMP packet of the machine: the filter drops them before they are queued.
+//
+// The kernel reports that a device drops a packet only where errors are asked for. That includes
+// ICMP errors, by which any machine of a link could make queries fail: a socket that is bound to
+// the loopback device gets none of them. Each packet names the device that it leaves through.
 Descriptor opened() {
   constexpr int on = 1;
+  constexpr char loopback[] = "lo";
   constexpr int least = 1;  // the kernel makes it as small as it can be
   Descriptor socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_IGMP));
   const bool ready = socket.isOpen() && refuseAllFilterIs(socket.fd()) &&
                      setOption(socket.fd(), SOL_SOCKET, SO_RCVBUF, least) &&
+                     setOption(socket.fd(), SOL_SOCKET, SO_BINDTODEVICE, loopback) &&
+                     setOption(socket.fd(), IPPROTO_IP, IP_RECVERR, on) &&
                      setOption(socket.fd(), IPPROTO_IP, IP_HDRINCL, on) &&
                      setOption(socket.fd(), IPPROTO_IP, IP_MULTICAST_LOOP, on);
   return ready ? std::move(socket) : Descriptor();
@@ -40,7 +47,7 @@ sockaddr_in destinationOf(std::span<const U8> packet) {
   return address;
 }
 
-// The interface is named with each packet, so that one socket serves all of them.
+// One socket serves all interfaces.
 bool sent(int socket, Mox::U32 interfaceIndex, std::span<const U8> packet) {
   sockaddr_in destination = destinationOf(packet);
   iovec bytes{.iov_base = const_cast<U8*>(packet.data()), .iov_len = packet.size()};

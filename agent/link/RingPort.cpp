@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <utility>
 
 #include <sys/epoll.h>
 
 #include <Link/LinkTable.h>
+#include <Mox/ActivityClock.h>
 #include "FrameRing.h"
 #include "RxPackets.h"
 
@@ -16,8 +18,8 @@ using Mox::U8;
 
 namespace {
 
-// About 65,000 short frames, after which timers get their turn.
-constexpr std::size_t blocksOfBatch = 512;
+// After that the timers get their turn.
+constexpr Mox::Seconds batchDuration = 0.005;
 
 }  // namespace
 
@@ -34,33 +36,47 @@ void RingPolls::add(RingPort& port) {
   if (epoll_ctl(epoll_.fd(), EPOLL_CTL_ADD, port.ring_->fd(), &wanted) != 0) {
     throw std::system_error(errno, std::generic_category(), "cannot wait for packets");
   }
-  ++ports_;
+  port.place_ = idle_.insert(idle_.end(), &port);
 }
 
 void RingPolls::remove(RingPort& port) {
   epoll_ctl(epoll_.fd(), EPOLL_CTL_DEL, port.ring_->fd(), nullptr);
-  std::ranges::replace(ready_, &port, nullptr);
-  --ports_;
+  (port.isReady_ ? ready_ : idle_).erase(port.place_);
 }
 
-// The kernel puts rings that were ready behind the others, so that none waits for ever.
-void RingPolls::readReady() {
+void RingPolls::toReady(RingPort& port) {
+  if (std::exchange(port.isReady_, true)) return;
+  ready_.splice(ready_.end(), idle_, port.place_);
+}
+
+void RingPolls::toIdle(RingPort& port) {
+  port.isReady_ = false;
+  idle_.splice(idle_.end(), ready_, port.place_);
+}
+
+// The kernel puts the rings that it names behind the others.
+void RingPolls::addReady() {
   std::array<epoll_event, 64> events;
-  std::size_t left = blocksOfBatch;
-  int got = 0;
+  const std::size_t ports = idle_.size() + ready_.size();
   std::size_t seen = 0;
+  std::size_t got = 0;
   do {
-    got = epoll_wait(epoll_.fd(), events.data(), events.size(), 0);
-    ready_.clear();
-    for (int i = 0; i < got; ++i) {
-      ready_.push_back(static_cast<RingPort*>(events[static_cast<std::size_t>(i)].data.ptr));
-    }
-    for (RingPort*& port : ready_) {
-      if (port != nullptr && left > 0) left -= port->readBlocks(left);
-    }
-    seen += ready_.size();
-  } while (got == static_cast<int>(events.size()) && left > 0 && seen < ports_);
-  ready_.clear();
+    const int count = epoll_wait(epoll_.fd(), events.data(), events.size(), 0);
+    got = static_cast<std::size_t>(std::max(count, 0));
+    for (std::size_t i = 0; i < got; ++i) toReady(*static_cast<RingPort*>(events[i].data.ptr));
+    seen += got;
+  } while (got == events.size() && seen < ports);
+}
+
+// A port is idle while it reads, so that it may end then.
+void RingPolls::readReady() {
+  addReady();
+  const Mox::Seconds end = Mox::now() + batchDuration;
+  while (!ready_.empty() && Mox::now() < end) {
+    RingPort& port = *ready_.front();
+    toIdle(port);
+    if (port.readBlock()) toReady(port);
+  }
 }
 
 RingPort::RingPort(RingPolls& polls, QuerySocket& sender, const Link& link, FrameReceiver& receiver,
@@ -87,21 +103,19 @@ PortCounts RingPort::counts() {
 
 // An interface that is down reports an error and receives again once it is up: netlink reports
 // both.
-std::size_t RingPort::readBlocks(std::size_t most) {
-  std::size_t blocks = 0;
+bool RingPort::readBlock() {
   const auto use = [this](const RingFrame& frame) {
     if (const auto packet = rxPacketOf(frame, counts_)) receiver_.rxPacket(*packet);
   };
-  while (blocks < std::min(most, ring_->blocks()) && ring_->readBlock(use)) {
-    ++blocks;
+  if (ring_->readBlock(use)) {
     receiver_.rxBatchEnd();
+    return true;
   }
-  if (blocks != 0) return blocks;
   const int error = ring_->error();
   if (error != 0 && error != ENETDOWN) {
     receiver_.portFailed(std::generic_category().message(error));
   }
-  return blocks;
+  return false;
 }
 
 }  // namespace Agent

@@ -6,15 +6,12 @@
 #include <vector>
 
 #include <IlvoTestSupport/IgmpPacketBuilder.h>
-#include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/if_ether.h>
-#include <linux/if_packet.h>
 #include <poll.h>
-#include <sys/socket.h>
 
 #include <Link/QueryDatagram.h>
+#include <Mox/ActivityClock.h>
 #include "TestNetwork.h"
 
 namespace Agent {
@@ -49,18 +46,6 @@ class RingPortTest : public TestNetwork, public FrameReceiver {
   }
   void readFrames(size_t frames) {
     while (received_.size() < frames && !HasFatalFailure()) read();
-  }
-  // Through the other end of the cable.
-  void sendFrame(const Bytes& frame, int times = 1) {
-    const Descriptor socket(::socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0));
-    sockaddr_ll to{};
-    to.sll_family = AF_PACKET;
-    to.sll_ifindex = static_cast<int>(link("peer0").index);
-    for (int i = 0; i < times; ++i) {
-      ASSERT_EQ(sendto(socket.fd(), frame.data(), frame.size(), 0,
-                       reinterpret_cast<const sockaddr*>(&to), sizeof(to)),
-                static_cast<ssize_t>(frame.size()));
-    }
   }
   static Bytes frameOf(const Bytes& packet, const Bytes& tags = {}) {
     Bytes frame{0x01, 0x00, 0x5e, 0x01, 0x01, 0x01, 0x02, 0, 0, 0, 0, 0x02};
@@ -192,6 +177,37 @@ TEST_F(RingPortTest, receivesAgainOnAnInterfaceThatWasDown) {
     polls_.readReady();
   }
   EXPECT_THAT(packets(), Contains(report_));
+}
+
+// Each block takes it two milliseconds of virtual time.
+class SlowReceiver final : public FrameReceiver {
+ public:
+  SlowReceiver(std::string& turns, char mark) : turns_(turns), mark_(mark) {}
+  void rxPacket(const RxPacket&) override {}
+  void rxBatchEnd() override {
+    turns_ += mark_;
+    Mox::virtualTimeIs(Mox::now() + 0.002);
+  }
+  void portFailed(const std::string&) override {}
+
+ private:
+  std::string& turns_;
+  const char mark_;
+};
+
+TEST_F(RingPortTest, takeTurnsAndEndABatchEarlySoThatNoneWaitsForAnother) {
+  std::string turns;
+  SlowReceiver first(turns, 'a');
+  SlowReceiver second(turns, 'b');
+  Mox::virtualTimeIs(1000.0);
+  RingPort port(polls_, sender_, link("eth0"), first, ringSizeFor(1));
+  RingPort other(polls_, sender_, link("eth0"), second, ringSizeFor(1));
+  sendFrame(frameOf(report_), 2000);  // more than ten blocks
+  polls_.readReady();
+  EXPECT_EQ(turns.size(), 3u);
+  polls_.readReady();
+  EXPECT_THAT(turns, testing::AnyOf("ababab", "bababa"));
+  Mox::realTimeIs();
 }
 
 TEST_F(RingPortTest, isNotPolledAnyMoreOnceItHasGone) {

@@ -2,17 +2,18 @@
 // IP stack. The multicast-routing socket of the kernel is left to routing daemons, as a network
 // namespace has only one.
 //
-// All ports are polled together: a batch is what the rings hold at that moment.
+// All ports are polled together: a batch is what the rings hold at that moment, block by block in
+// turn, so that no port waits for another that receives without end.
 //
 //   RingPolls polls;
 //   RingPort port(polls, querySocket, link, receiver, ringSizeFor(1));
 //   polls.readReady();  // whenever polls.fd() is readable
 #pragma once
 
+#include <list>
 #include <memory>
 #include <span>
 #include <system_error>
-#include <vector>
 
 #include <Link/FramePort.h>
 #include <Link/QuerySocket.h>
@@ -35,7 +36,8 @@ class RingPolls {
 
   // Readable while a ring is.
   int fd() const { return epoll_.fd(); }
-  // Hands over what the rings hold. It ends early when that is much: fd() stays readable then.
+  // Hands over what the rings hold. It ends early when that takes long: fd() stays readable then, and
+  // the next call goes on with the ring whose turn it is.
   void readReady();
 
  private:
@@ -43,10 +45,13 @@ class RingPolls {
 
   void add(RingPort& port);
   void remove(RingPort& port);
+  void addReady();
+  void toReady(RingPort& port);
+  void toIdle(RingPort& port);
 
   Descriptor epoll_;
-  std::size_t ports_ = 0;
-  std::vector<RingPort*> ready_;  // null where the port has gone since
+  std::list<RingPort*> idle_;
+  std::list<RingPort*> ready_;  // in the order of their turns
 };
 
 class RingPort final : public FramePort {
@@ -62,15 +67,17 @@ class RingPort final : public FramePort {
  private:
   friend class RingPolls;
 
-  // At most that many blocks; returns how many there were. Nothing of the port is used after it.
-  std::size_t readBlocks(std::size_t most);
+  // False when no block was ready; nothing of the port is used after that.
+  bool readBlock();
 
   RingPolls& polls_;
   QuerySocket& sender_;
   const Mox::U32 interfaceIndex_;
   FrameReceiver& receiver_;
   const std::unique_ptr<FrameRing> ring_;
-  PortCounts counts_;  // without the lost ones
+  PortCounts counts_;     // without the lost ones
+  bool isReady_ = false;  // in which list of polls_ it is
+  std::list<RingPort*>::iterator place_;
 };
 
 }  // namespace Agent
