@@ -1,9 +1,11 @@
 // `igmpq run [INTERFACE...]`: queriers on real interfaces, until a signal ends them.
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -12,7 +14,9 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <sys/random.h>
+#include <unistd.h>
 
+#include <Events/EventOutput.h>
 #include <Events/LibraryMessages.h>
 #include <Host/AgentLoop.h>
 #include <Link/LinkMonitor.h>
@@ -30,11 +34,18 @@
 namespace Igmpq {
 
 using Agent::AgentLoop;
-using Agent::Format;
+using Agent::EventOutput;
 using Agent::Link;
 using Agent::LinkTable;
 
 namespace {
+
+// How long the last lines may wait for an output that takes nothing.
+constexpr std::chrono::milliseconds exitPatience(500);
+
+const std::map<std::string, Agent::EventScope> scopes{{"all", Agent::EventScope::all},
+                                                      {"changes", Agent::EventScope::changes},
+                                                      {"none", Agent::EventScope::none}};
 
 Mox::U64 randomNumber() {
   Mox::U64 number = 0;
@@ -92,10 +103,12 @@ class RunVerb final : public Verb {
     if (!missing.empty()) throw std::runtime_error(missing);
     Agent::raiseDescriptorLimit();
     chanceIs(seed_);
-    const auto sink = json_ ? Agent::jsonEventSink(stdout) : Agent::textEventSink(stdout);
-    const Agent::LibraryMessages messages(*sink);
+    std::signal(SIGPIPE, SIG_IGN);
+    EventOutput output(STDOUT_FILENO, json_ ? EventOutput::json : EventOutput::text);
+    const Agent::LibraryMessages messages(output);
     AgentLoop::Setup setup{.interfaces = {},
                            .reportQueries = queries_,
+                           .eventScope = scope_,
                            .onStateRequested = {},
                            .attrLog = attrLog(),
                            .attrLogRequired = !socket_.empty(),
@@ -109,10 +122,11 @@ class RunVerb final : public Verb {
     }
     Agent::fatalTraceFolderIs(traceFolder());
     std::optional<AgentLoop> loop;
-    setup.onStateRequested = [&] { print(*loop); };
-    loop.emplace(setup, *sink);
+    setup.onStateRequested = [&] { output.lines(stateOf(*loop)); };
+    loop.emplace(setup, output);
     loop->run();
-    print(*loop);
+    output.lines(stateOf(*loop));
+    output.finish(exitPatience);
     return exitOk;
   }
 
@@ -132,6 +146,13 @@ class RunVerb final : public Verb {
     options->add_flag("--all", all_, "all Ethernet interfaces that are up now and have an address");
     options->add_flag("--json", json_, "write JSON Lines");
     options->add_flag("--queries", queries_, "report each query sent");
+    options
+        ->add_option("--events", scope_,
+                     "which changes of groups and sources are events: all; changes (more than 32 "
+                     "sources of a group at once as their number); none")
+        ->transform(CLI::CheckedTransformer(scopes))
+        ->type_name("all|changes|none")
+        ->default_str("changes");
     addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
               "of random delays (random)",
               [this](double seed) { seed_ = static_cast<long>(seed); });
@@ -179,18 +200,17 @@ class RunVerb final : public Verb {
     return names;
   }
 
-  void print(const AgentLoop& loop) const {
-    if (!json_) std::fputs("\n", stdout);
-    printState(stdout, Agent::StatePart::everything, loop.views(), Mox::now(),
-               json_ ? Format::json : Format::text);
-    if (!json_) std::fputs("\n", stdout);
-    std::fflush(stdout);
+  std::string stateOf(const AgentLoop& loop) const {
+    const auto everything = Agent::StatePart::everything;
+    if (json_) return stateJson(everything, loop.views(), Mox::now());
+    return "\n" + stateText(everything, loop.views(), Mox::now()) + "\n";
   }
 
   std::vector<std::string> interfaces_;
   bool all_ = false;
   bool json_ = false;
   bool queries_ = false;
+  Agent::EventScope scope_ = Agent::EventScope::changes;
   std::optional<long> seed_;
   std::string socket_;
   Mox::Seconds stallTimeout_ = 30.0;

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include <Client/BadRequest.h>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <unistd.h>
 #include <CLI/Config.hpp>
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
@@ -129,9 +131,17 @@ int command(int argc, const char* const* argv) {
   }
 }
 
+// A file that is opened later must not become standard output where that was closed.
+void openStandardFiles() {
+  for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(fd, F_GETFD) < 0) open("/dev/null", O_RDWR);  // the lowest free number
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  openStandardFiles();
   try {
     return command(argc, argv);
   } catch (const std::exception& error) {

@@ -2,6 +2,7 @@
 #include <Events/Event.h>
 
 #include <array>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -64,93 +65,107 @@ void addCounters(JsonObject& json, const Event& e) {
   json.object("counters", counts);
 }
 
-std::string electedText(const Event& e) {
-  return e.address.isZero() ? "" : fmt::format(" (elected {})", e.address.stringValue());
+// Each appends what stands in the words of an event for a placeholder.
+template <class... Args>
+void append(std::string& out, fmt::format_string<Args...> format, Args&&... args) {
+  fmt::format_to(std::back_inserter(out), format, std::forward<Args>(args)...);
 }
 
-std::string atAddressText(const Event& e) {
-  return e.address.isZero() ? "" : fmt::format(", address {}", e.address.stringValue());
+void electedText(std::string& out, const Event& e) {
+  if (e.address.isZero()) return;
+  out += " (elected ";
+  Ilvo::appendText(out, e.address);
+  out += ')';
+}
+
+void atAddressText(std::string& out, const Event& e) {
+  if (e.address.isZero()) return;
+  out += ", address ";
+  Ilvo::appendText(out, e.address);
 }
 
 // Only version 3 hosts choose a filter mode; the mode of a group of older ones is of interest when
 // it is INCLUDE, which only a specific query of another router brings about.
-std::string modeText(const Event& e) {
+void modeText(std::string& out, const Event& e) {
   const bool mode = e.version == 3 || e.filterMode == Gmp::Igmp::filterModeInclude;
-  return fmt::format("(version {}{}{})", e.version, mode ? ", " : "",
-                     mode ? filterModeName(e.filterMode) : "");
+  append(out, "(version {}{}{})", e.version, mode ? ", " : "",
+         mode ? filterModeName(e.filterMode) : "");
 }
 
-std::string groupsText(const Event& e) {
-  return e.group.isZero() ? "all groups" : e.group.stringValue();
+void groupsText(std::string& out, const Event& e) {
+  if (e.group.isZero()) {
+    out += "all groups";
+  } else {
+    Ilvo::appendText(out, e.group);
+  }
 }
 
-std::string sourcesText(const Event& e) {
-  std::string text;
+void sourcesText(std::string& out, const Event& e) {
   const char* before = ", sources ";
   for (const Ilvo::IpAddr source : e.sources) {
-    text += std::exchange(before, " ") + source.stringValue();
+    out += std::exchange(before, " ");
+    Ilvo::appendText(out, source);
   }
-  return text;
 }
 
-std::string sourceCountsText(const Event& e) {
-  return fmt::format("{} joined, {} excluded, {} left", e.sourcesJoined, e.sourcesExcluded,
-                     e.sourcesLeft);
+void sourceCountsText(std::string& out, const Event& e) {
+  append(out, "{} joined, {} excluded, {} left", e.sourcesJoined, e.sourcesExcluded, e.sourcesLeft);
 }
 
-std::string valueText(const Event& e) {
-  if (const auto* flag = std::get_if<bool>(&e.value)) return *flag ? "on" : "off";
-  if (const auto* number = std::get_if<Mox::U64>(&e.value)) return fmt::to_string(*number);
-  if (const auto* seconds = std::get_if<Mox::Seconds>(&e.value)) {
-    return fmt::format("{}s", *seconds);
-  }
-  const auto* text = std::get_if<std::string>(&e.value);
-  return text == nullptr ? std::string() : *text;
+void valueText(std::string& out, const Event& e) {
+  if (const auto* flag = std::get_if<bool>(&e.value)) out += *flag ? "on" : "off";
+  if (const auto* number = std::get_if<Mox::U64>(&e.value)) append(out, "{}", *number);
+  if (const auto* seconds = std::get_if<Mox::Seconds>(&e.value)) append(out, "{}s", *seconds);
+  if (const auto* text = std::get_if<std::string>(&e.value)) out += *text;
 }
 
-std::string senderText(const Event& e) {
-  return e.address.stringValue() + (e.mac.empty() ? "" : fmt::format(" ({})", e.mac));
+void senderText(std::string& out, const Event& e) {
+  Ilvo::appendText(out, e.address);
+  if (!e.mac.empty()) append(out, " ({})", e.mac);
 }
 
-std::string ofGroupText(const Event& e) {
-  return e.group.isZero() ? "" : fmt::format(", group {}", e.group.stringValue());
+void ofGroupText(std::string& out, const Event& e) {
+  if (e.group.isZero()) return;
+  out += ", group ";
+  Ilvo::appendText(out, e.group);
 }
 
-std::string countersText(const Event& e) {
-  std::string text;
+void countersText(std::string& out, const Event& e) {
   const char* before = "";
   for (const auto& [name, count] : e.counts) {
-    text += fmt::format("{}{} {}", std::exchange(before, ", "), name, count);
+    append(out, "{}{} {}", std::exchange(before, ", "), name, count);
   }
-  return text;
 }
 
 // What stands in the words of an event for {NAME}.
 struct Placeholder {
   std::string_view name;
-  std::string (*text)(const Event&);
+  void (*text)(std::string& out, const Event&);
 };
 
 constexpr std::array placeholders{
-    Placeholder{"address", [](const Event& e) { return e.address.stringValue(); }},
+    Placeholder{"address",
+                [](std::string& out, const Event& e) { Ilvo::appendText(out, e.address); }},
     Placeholder{"atAddress", atAddressText},
-    Placeholder{"attribute", [](const Event& e) { return std::string(e.attribute); }},
-    Placeholder{"count", [](const Event& e) { return fmt::to_string(e.count); }},
+    Placeholder{"attribute", [](std::string& out, const Event& e) { out += e.attribute; }},
+    Placeholder{"count", [](std::string& out, const Event& e) { append(out, "{}", e.count); }},
     Placeholder{"counters", countersText},
     Placeholder{"elected", electedText},
-    Placeholder{"group", [](const Event& e) { return e.group.stringValue(); }},
+    Placeholder{"group", [](std::string& out, const Event& e) { Ilvo::appendText(out, e.group); }},
     Placeholder{"groups", groupsText},
-    Placeholder{"maxResponse", [](const Event& e) { return fmt::to_string(e.maxResponse); }},
+    Placeholder{"maxResponse",
+                [](std::string& out, const Event& e) { append(out, "{}", e.maxResponse); }},
     Placeholder{"mode", modeText},
     Placeholder{"ofGroup", ofGroupText},
-    Placeholder{"role", [](const Event& e) { return std::string(roleName(e.state)); }},
+    Placeholder{"role", [](std::string& out, const Event& e) { out += roleName(e.state); }},
     Placeholder{"sender", senderText},
-    Placeholder{"source", [](const Event& e) { return e.source.stringValue(); }},
+    Placeholder{"source",
+                [](std::string& out, const Event& e) { Ilvo::appendText(out, e.source); }},
     Placeholder{"sourceCounts", sourceCountsText},
     Placeholder{"sources", sourcesText},
-    Placeholder{"text", [](const Event& e) { return e.text; }},
+    Placeholder{"text", [](std::string& out, const Event& e) { out += e.text; }},
     Placeholder{"value", valueText},
-    Placeholder{"version", [](const Event& e) { return fmt::to_string(e.version); }},
+    Placeholder{"version", [](std::string& out, const Event& e) { append(out, "{}", e.version); }},
 };
 
 constexpr const Placeholder* placeholder(std::string_view name) {
@@ -221,6 +236,10 @@ constexpr std::array rows{
         {addAttribute, addValue},
         "configured {attribute} {value}"},
     Row{Event::counters, "counters", {addCounters}, "counters {counters}"},
+    Row{Event::eventsLost,
+        "eventsLost",
+        {addCount},
+        "{count} events were lost: the output did not take them"},
     Row{Event::agentLost, "agentLost", {addText}, "{text}"},
     Row{Event::agentBack, "agentBack", {}, "the agent is back"},
     Row{Event::intake,
@@ -231,6 +250,7 @@ constexpr std::array rows{
         "intakeWarning",
         {addRule, addSender, addCount, addText},
         "warning: {text}: {sender}; {count} so far"},
+    Row{Event::notice, "notice", {addText}, "{text}"},
     Row{Event::error, "error", {addText}, "error: {text}"},
 };
 
@@ -255,24 +275,28 @@ static_assert(allPlaceholdersAreKnown());
 
 }  // namespace
 
+void appendEventText(std::string& out, const Event& event) {
+  forEachPart(rows.at(event.kind).words, [&](std::string_view words, std::string_view name) {
+    out += words;
+    if (!name.empty()) placeholder(name)->text(out, event);
+  });
+}
+
 std::string eventText(const Event& event) {
   std::string text;
-  forEachPart(rows.at(event.kind).words, [&](std::string_view words, std::string_view name) {
-    text += words;
-    if (!name.empty()) text += placeholder(name)->text(event);
-  });
+  appendEventText(text, event);
   return text;
 }
 
-std::string eventJson(const Event& event) {
+std::string eventJson(const Event& event, std::string memory) {
   const Row& row = rows.at(event.kind);
-  JsonObject json;
+  JsonObject json(std::move(memory));
   json.times(event.time).text("event", row.name);
   if (!event.interface.empty()) json.text("interface", event.interface);
   for (const Field add : row.fields) {
     if (add != nullptr) add(json, event);
   }
-  return json.line();
+  return std::move(json).line();
 }
 
 }  // namespace Agent

@@ -78,6 +78,12 @@ Event ofAgent(Event::Kind kind, const char* text) {
   return event;
 }
 
+Event lostEvents() {
+  Event event = ofAgent(Event::eventsLost, "");
+  event.count = 7;
+  return event;
+}
+
 Event ofLink(Event::Kind kind) {
   Event event = eth0(kind);
   event.address = router;
@@ -178,6 +184,9 @@ std::vector<Form> formsOfTheAgent() {
        R"("event":"configChanged","interface":"eth0","attribute":"sendQuery","value":false})"},
       {counters(), "counters joins 3, v2QueriesSent 7",
        R"("event":"counters","interface":"eth0","counters":{"joins":3,"v2QueriesSent":7}})"},
+      {lostEvents(), "7 events were lost: the output did not take them",
+       R"("event":"eventsLost","count":7})"},
+      {ofAgent(Event::notice, "no file"), "no file", R"("event":"notice","text":"no file"})"},
       {ofAgent(Event::agentLost, "the agent has gone"), "the agent has gone",
        R"("event":"agentLost","text":"the agent has gone"})"},
       {ofAgent(Event::agentBack, ""), "the agent is back", R"("event":"agentBack"})"},

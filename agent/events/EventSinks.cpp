@@ -2,7 +2,9 @@
 
 #include <utility>
 
-#include <fmt/format.h>
+#include <Text/Printable.h>
+
+#include "EventLine.h"
 
 namespace Agent {
 
@@ -19,8 +21,7 @@ class TextSink final : public EventSink {
   TextSink(std::FILE* out, TimeText timeText) : out_(out), timeText_(std::move(timeText)) {}
 
   void event(const Event& event) override {
-    writeLine(out_, fmt::format("{}  {}{}{}", timeText_(event.time), event.interface,
-                                event.interface.empty() ? "" : "  ", eventText(event)));
+    writeLine(out_, eventTextLine(event, timeText_(event.time)));
   }
 
  private:
@@ -39,6 +40,18 @@ class JsonSink final : public EventSink {
 };
 
 }  // namespace
+
+std::string eventTextLine(const Event& event, std::string_view time, std::string memory) {
+  std::string line = std::move(memory);
+  line = time;
+  line += "  ";
+  if (!event.interface.empty()) {
+    line += event.interface;
+    line += "  ";
+  }
+  appendEventText(line, event);
+  return isPrintable(line) ? line : printable(line);
+}
 
 EventSink::~EventSink() = default;
 

@@ -10,6 +10,7 @@
 #include <Link/RingPort.h>
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
+#include <Obel/TimerReactor.h>
 #include <Server/RequestServer.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -24,6 +25,8 @@ namespace {
 
 // Between two looks at the rings; the timers that are left over are due at once.
 constexpr size_t timersOfTurn = 512;
+// Until an output that takes nothing is tried again.
+constexpr Mox::Seconds outputRetry = 0.1;
 // The shortest query response interval: a shorter gap is none to any querier.
 constexpr Mox::Seconds leastGap = 0.1;
 
@@ -71,11 +74,14 @@ class AgentLoop::Impl {
   void handleBatch();
   void rebuildAfterGap();
   void reportChanges();
+  // Tries again soon when the output does not take the events now.
+  void flushOutput();
 
   boost::asio::io_context io_{1};
   boost::asio::signal_set signals_{io_};
   const Mox::Ptr<Obel::TimerWheel> wheel_;
   WheelAlarm alarm_{io_, [this] { handleBatch(); }};
+  Obel::TimerReactor<Impl, &Impl::flushOutput> outputTimer_{wheel_, *this};
   RingPolls rings_;
   QuerySocket querySocket_;
   boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
@@ -106,11 +112,12 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
                 .process = process_,
                 .pending = &pending_,
                 .reportQueries = setup.reportQueries,
+                .eventScope = setup.eventScope,
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
       requests_(makeRequestServer(setup, sink)),
       links_(io_, wheel_,
              [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
-  for (const int number : {SIGINT, SIGTERM, SIGUSR1}) signals_.add(number);
+  for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGHUP}) signals_.add(number);
   waitForSignal();
   packets_.assign(rings_.fd());
   waitForPackets();
@@ -203,6 +210,7 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
 void AgentLoop::Impl::run() {
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
+    flushOutput();
     alarm_.timeIs(wheel_->nextDue());
   }
 }
@@ -239,11 +247,16 @@ void AgentLoop::Impl::waitForPackets() {
 
 void AgentLoop::Impl::handleSignal(int number) {
   handleBatch();
-  if (number != SIGUSR1) {
+  if (number == SIGUSR1) {
+    if (onStateRequested_) onStateRequested_();
+  } else if (number == SIGHUP) {
+    Event event{.time = Mox::now(), .kind = Event::notice};
+    event.text = "there is no configuration file to read again";
+    services_.sink.event(event);
+  } else {
     io_.stop();
     return;
   }
-  if (onStateRequested_) onStateRequested_();
   waitForSignal();
 }
 
@@ -266,6 +279,10 @@ void AgentLoop::Impl::rebuildAfterGap() {
 void AgentLoop::Impl::reportChanges() {
   pending_.flush();
   alarm_.timeIs(wheel_->nextDue());
+}
+
+void AgentLoop::Impl::flushOutput() {
+  outputTimer_.timeMinIs(services_.sink.flush() ? Mox::never : Mox::now() + outputRetry);
 }
 
 AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)

@@ -75,7 +75,7 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       status_(Gmp::Igmp::querierStatusFactory()),
       state_(makePtr<InterfaceState>(setup.name)),
       election_(std::make_unique<Election>(status_, *state_)),
-      watcher_(setup.name, status_, services.sink, services.pending),
+      watcher_(setup.name, status_, services.sink, services.pending, services.eventScope),
       intakeStatus_(makePtr<IntakeStatus>(setup.name)),
       intake_(services.process, setup.intake, intakeStatus_, status_, *this),
       portTimer_(services.wheel, *this),

@@ -46,8 +46,9 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
     PortOpener openPort;
     EventSink& sink;
     IntakeProcess& process;
-    StatusWatcher::Pending* pending = nullptr;         // flushed by the host
-    bool reportQueries = false;                        // an event for each query sent
+    StatusWatcher::Pending* pending = nullptr;  // flushed by the host
+    bool reportQueries = false;                 // an event for each query sent
+    EventScope eventScope = EventScope::changes;
     Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> attrLogSm = {};  // null where no log is served
   };
 

@@ -178,7 +178,9 @@ TEST_F(CaptureReplayTest, aFrameOutOfOrderIsNotTheBaseOfTheNextGap) {
 // Keeps the moment of each event on the wall clock, as a sink that writes JSON does.
 class Moments final : public EventSink {
  public:
-  void event(const Event& event) override { utc_.push_back(utcText(wallTime(event.time))); }
+  void event(const Event& event) override {
+    utc_.push_back(std::string(UtcText(wallTime(event.time)).text()));
+  }
   const std::vector<std::string>& utc() const { return utc_; }
 
  private:

@@ -1,7 +1,10 @@
 #include <Text/Json.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <Text/WallClock.h>
@@ -14,12 +17,35 @@ std::optional<Mox::Seconds> jsonSeconds(Mox::Seconds seconds) {
   return rounded == 0.0 ? 0.0 : rounded;
 }
 
+namespace {
+
+// Whether a text can stand in JSON as it is.
+bool isPlain(std::string_view text) {
+  return std::ranges::all_of(text,
+                             [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+}
+
+}  // namespace
+
 void appendJson(std::string& out, Mox::Seconds seconds) {
   const std::optional<Mox::Seconds> rounded = jsonSeconds(seconds);
-  out += rounded ? nlohmann::json(*rounded).dump() : "null";
+  if (!rounded) {
+    out += "null";
+    return;
+  }
+  const size_t begin = out.size();
+  fmt::format_to(std::back_inserter(out), "{}", *rounded);
+  // A number that is a time shows it, as in 125.0.
+  if (out.find_first_of(".e", begin) == std::string::npos) out += ".0";
 }
 
 void appendJson(std::string& out, std::string_view text) {
+  if (isPlain(text)) {
+    out += '"';
+    out += text;
+    out += '"';
+    return;
+  }
   out += nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
@@ -49,7 +75,10 @@ JsonObject& JsonObject::text(const char* key, std::string_view v) {
 
 JsonObject& JsonObject::flag(const char* key, bool v) { return word(key, v ? "true" : "false"); }
 
-JsonObject& JsonObject::number(const char* key, Mox::U64 v) { return word(key, std::to_string(v)); }
+JsonObject& JsonObject::number(const char* key, Mox::U64 v) {
+  const fmt::format_int digits(v);
+  return word(key, {digits.data(), digits.size()});
+}
 
 JsonObject& JsonObject::seconds(const char* key, Mox::Seconds v) {
   appendJson(value(key), v);
@@ -81,8 +110,8 @@ JsonObject& JsonObject::null(const char* key) { return word(key, "null"); }
 
 JsonObject& JsonObject::times(Mox::Seconds time) {
   seconds("time", time);
-  const std::string utc = utcText(wallTime(time));
-  return utc.empty() ? null("utc") : text("utc", utc);
+  const UtcText utc(wallTime(time));
+  return utc.text().empty() ? null("utc") : text("utc", utc.text());
 }
 
 }  // namespace Agent

@@ -9,6 +9,7 @@
 #include <MoxBase/Fatal.h>
 
 #include <Text/Json.h>
+#include <Text/Printable.h>
 #include "Duration.h"
 
 namespace Agent {
@@ -26,7 +27,7 @@ struct CellText {
   void operator()(const Interval& interval) const {
     fmt::format_to(std::back_inserter(out), "{}s", interval.seconds);
   }
-  void operator()(std::string_view text) const { out += text; }
+  void operator()(std::string_view text) const { appendPrintable(out, text); }
 };
 
 struct CellJson {

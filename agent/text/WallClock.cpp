@@ -32,16 +32,17 @@ void wallClockDifferenceIs(std::optional<Mox::Seconds> difference) {
   fixedDifference() = difference;
 }
 
-std::string utcText(Mox::Seconds sinceEpoch) {
+UtcText::UtcText(Mox::Seconds sinceEpoch) {
   const double micros = std::round(sinceEpoch * 1e6);
-  if (!(micros >= 0.0 && micros < endOfYear9999 * 1e6)) return {};
+  if (!(micros >= 0.0 && micros < endOfYear9999 * 1e6)) return;
   const auto whole = static_cast<Mox::U64>(micros);
   const auto second = static_cast<std::time_t>(whole / 1'000'000);
   std::tm day{};
   gmtime_r(&second, &day);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:06}Z", day.tm_year + 1900,
-                     day.tm_mon + 1, day.tm_mday, day.tm_hour, day.tm_min, day.tm_sec,
-                     whole % 1'000'000);
+  const auto end = fmt::format_to_n(
+      text_.data(), text_.size(), "{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:06}Z", day.tm_year + 1900,
+      day.tm_mon + 1, day.tm_mday, day.tm_hour, day.tm_min, day.tm_sec, whole % 1'000'000);
+  size_ = end.size;
 }
 
 std::string timeOfDayText(Mox::Seconds time) {

@@ -10,20 +10,20 @@ namespace Agent {
 namespace {
 
 TEST(UtcText, isRfc3339ToTheMicrosecond) {
-  EXPECT_EQ(utcText(0.0), "1970-01-01T00:00:00.000000Z");
-  EXPECT_EQ(utcText(951782400.0), "2000-02-29T00:00:00.000000Z");
-  EXPECT_EQ(utcText(1795268601.632198), "2026-11-21T13:43:21.632198Z");
+  EXPECT_EQ(UtcText(0.0).text(), "1970-01-01T00:00:00.000000Z");
+  EXPECT_EQ(UtcText(951782400.0).text(), "2000-02-29T00:00:00.000000Z");
+  EXPECT_EQ(UtcText(1795268601.632198).text(), "2026-11-21T13:43:21.632198Z");
 }
 
 TEST(UtcText, carriesWhenTheMicrosecondsRoundUp) {
-  EXPECT_EQ(utcText(59.9999999), "1970-01-01T00:01:00.000000Z");
+  EXPECT_EQ(UtcText(59.9999999).text(), "1970-01-01T00:01:00.000000Z");
 }
 
 TEST(UtcText, hasFourDigitsOfTheYearOrNothing) {
-  EXPECT_EQ(utcText(253402300799.0), "9999-12-31T23:59:59.000000Z");
-  EXPECT_EQ(utcText(253402300800.0), "");
-  EXPECT_EQ(utcText(-1.0), "");
-  EXPECT_EQ(utcText(Mox::never), "");
+  EXPECT_EQ(UtcText(253402300799.0).text(), "9999-12-31T23:59:59.000000Z");
+  EXPECT_EQ(UtcText(253402300800.0).text(), "");
+  EXPECT_EQ(UtcText(-1.0).text(), "");
+  EXPECT_EQ(UtcText(Mox::never).text(), "");
 }
 
 // The machine's clocks are read, so the moment lies between two readings of its wall clock.

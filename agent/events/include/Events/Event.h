@@ -46,10 +46,12 @@ struct Event {
     addressChanged,
     configChanged,
     counters,
+    eventsLost,
     agentLost,
     agentBack,      // the connection to the agent exists again
     intake,         // a packet that a querier did not see, or not as it was sent
     intakeWarning,  // one that it saw, but that may be forged
+    notice,
     error,
   };
   static constexpr size_t kinds = error + 1;
@@ -87,6 +89,8 @@ class EventSink {
   EventSink& operator=(const EventSink&) = delete;
   virtual ~EventSink();
   virtual void event(const Event& event) = 0;
+  // Called once a batch. False when lines wait for a file that does not take them now.
+  virtual bool flush() { return true; }
 };
 
 // Writes a time of the activity clock for the beginning of a line.
@@ -100,6 +104,8 @@ std::unique_ptr<EventSink> jsonEventSink(std::FILE* out);
 // The lines of the two sinks, without the end of line. In JSON "time" is the event's time on the
 // activity clock and "utc" the same moment on the wall clock.
 std::string eventText(const Event& event);
-std::string eventJson(const Event& event);
+void appendEventText(std::string& out, const Event& event);
+// Built in that memory, whose contents are dropped.
+std::string eventJson(const Event& event, std::string memory = {});
 
 }  // namespace Agent

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include <Events/Event.h>
+#include <Events/StatusWatcher.h>
 #include <Host/InterfaceSetup.h>
 #include <Intake/IntakeProcess.h>
 #include <Report/InterfaceView.h>
@@ -27,7 +28,8 @@ class AgentLoop {
   struct Setup {
     std::vector<InterfaceSetup> interfaces;
     Mox::Ptr<IntakeProcessConfig> process = Mox::makePtr<IntakeProcessConfig>();
-    bool reportQueries = false;                        // an event for each query sent
+    bool reportQueries = false;  // an event for each query sent
+    EventScope eventScope = EventScope::changes;
     std::function<void()> onStateRequested;            // SIGUSR1
     std::optional<AttrLogServer::Setup> attrLog = {};  // none: no other process sees the state
     // True: it is an error when the sockets of the attribute log and of requests cannot be served.

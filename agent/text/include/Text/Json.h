@@ -30,6 +30,10 @@ void appendJson(std::string& out, Ilvo::IpAddr addr);
 
 class JsonObject {
  public:
+  JsonObject() = default;
+  // Built in the memory of that text, whose contents are dropped.
+  explicit JsonObject(std::string memory) : json_(std::move(memory)) { json_ = '{'; }
+
   JsonObject& text(const char* key, std::string_view v);
   JsonObject& flag(const char* key, bool v);
   JsonObject& number(const char* key, Mox::U64 v);

@@ -1,0 +1,18 @@
+// Text for a terminal, which would obey the control bytes of strangers.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace Agent {
+
+// Appends the text with each control byte as \x1b, and each control character that UTF-8 writes in
+// two bytes as \xc2\x9b. All else stays as it is.
+void appendPrintable(std::string& out, std::string_view text);
+
+// Whether that would change nothing.
+bool isPrintable(std::string_view text);
+
+std::string printable(std::string_view text);
+
+}  // namespace Agent
