@@ -36,8 +36,8 @@ class RingPolls {
 
   // Readable while a ring is.
   int fd() const { return epoll_.fd(); }
-  // Hands over what the rings hold. It ends early when that takes long: fd() stays readable then, and
-  // the next call goes on with the ring whose turn it is.
+  // Hands over what the rings hold. It ends early when that takes long: fd() stays readable then,
+  // and the next call goes on with the ring whose turn it is.
   void readReady();
 
  private:
