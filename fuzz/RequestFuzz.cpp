@@ -58,6 +58,12 @@ class World {
                                  "a client that may only read changes nothing");
                         property(!gone_, "nothing is done after the end");
                         wheel_->turn(Mox::now());
+                      },
+                  .clearGroups =
+                      [this](const std::string&, std::optional<Ilvo::IpAddr>) {
+                        property(rights_ == Rights::configure,
+                                 "a client that may only read ends no group");
+                        return size_t{0};
                       }},
         session_(services_, rights) {}
   ~World() {

@@ -15,6 +15,7 @@
 
 #include <fmt/format.h>
 
+#include <Intake/IntakeSettings.h>
 #include <Options/Options.h>
 #include <Settings/SettingError.h>
 #include <Settings/SettingRules.h>
@@ -46,6 +47,8 @@ Arguments linesOf(std::string_view text) {
 struct Parsed {
   bool accepted = false;
   Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
+  Ptr<Agent::IntakeConfig> intake = Mox::makePtr<Agent::IntakeConfig>("eth0");
+  Ptr<Agent::IntakeProcessConfig> process = Mox::makePtr<Agent::IntakeProcessConfig>();
   Prefixes boundary;
 };
 
@@ -62,7 +65,7 @@ Parsed parsed(Arguments arguments) {
     return result;
   }
   result.accepted = true;
-  settings.apply(*result.config);
+  settings.apply({.config = result.config, .intake = result.intake, .process = result.process});
   if (settings.boundary()) {
     for (const auto& [prefix, set] : settings.boundary()->boundary()) {
       result.boundary.push_back(prefix.stringValue());
@@ -81,6 +84,19 @@ void forEachSetting(const QuerierConfig& config, F f) {
   });
 }
 
+// Calls f(setting, value) for each setting of the intake.
+template <class F>
+void forEachIntakeSetting(const Parsed& parsed, F f) {
+  for (const Agent::IntakeSetting& setting : Agent::intakeSettings) {
+    const auto* attr = parsed.intake->type().attr(setting.attribute);
+    if (attr != nullptr) {
+      f(setting, attr->get(*parsed.intake));
+    } else {
+      f(setting, parsed.process->type().attr(setting.attribute)->get(*parsed.process));
+    }
+  }
+}
+
 template <class V>
 std::string printed(V value) {
   if constexpr (std::is_same_v<V, bool>) return value ? "on" : "off";
@@ -92,6 +108,10 @@ Arguments printed(const Parsed& settings) {
   Arguments arguments;
   forEachSetting(*settings.config, [&](std::string_view name, auto value) {
     arguments.push_back(Agent::optionName(name) + "=" + printed(value));
+  });
+  forEachIntakeSetting(settings, [&](const Agent::IntakeSetting& setting, const auto& value) {
+    arguments.push_back(Agent::optionName(setting.attribute) + "=" +
+                        Agent::intakeText(setting, value));
   });
   for (const std::string& prefix : settings.boundary) arguments.push_back("--boundary=" + prefix);
   return arguments;
@@ -111,10 +131,19 @@ void requireRanges(const QuerierConfig& config) {
            "queries of the old versions can hold the last member query interval (RFC 2236 2.2)");
 }
 
+void requireIntakeRanges(const Parsed& settings) {
+  forEachIntakeSetting(settings, [](const Agent::IntakeSetting& setting, const Mox::Value& value) {
+    const auto* number = std::get_if<Mox::U64>(&value);
+    property(number == nullptr || (*number >= setting.least && *number <= setting.most),
+             std::string(setting.attribute) + " lies in its range");
+  });
+}
+
 void trySettings(const Arguments& arguments) {
   const Parsed first = parsed(arguments);
   if (!first.accepted) return;
   requireRanges(*first.config);
+  requireIntakeRanges(first);
   const Parsed again = parsed(printed(first));
   property(again.accepted, "accepted settings, printed, are accepted again");
   property(printed(again) == printed(first), "printed settings read the same");

@@ -55,6 +55,7 @@ class ReplayVerb final : public Verb {
         "Examples:\n"
         "  igmpq replay trace.pcap --address 10.0.0.1\n"
         "  igmpq replay trace.pcap --address 10.0.0.1 --until 600 --json\n"
+        "  igmpq replay trace.pcap --address 10.0.0.1 --intake\n"
         "  igmpq replay --scenario join.scenario --changes\n"
         "A capture needs --address; the settings are those of its querier. A scenario has its "
         "own;\n"
@@ -88,6 +89,8 @@ class ReplayVerb final : public Verb {
     addNumber(*options, "--max-gap", "SECONDS", {.least = 0, .most = year},
               "shorten longer gaps between frames (86400)",
               [this](double seconds) { replay_.maxGap = seconds; });
+    options->add_flag("--intake", intake_,
+                      "refuse what an agent refuses, and print each packet with the reason");
     addSettings(*options, settings_);
     ofCaptures_ = std::as_const(*options).get_options([&ofBoth](const CLI::Option* option) {
       return std::ranges::find(ofBoth, option) == ofBoth.end();
@@ -108,9 +111,13 @@ class ReplayVerb final : public Verb {
                                "must be a unicast IPv4 address such as 10.0.0.1");
   }
 
-  void replay(CaptureFile& file) const {
+  void replay(CaptureFile& file) {
     const auto config = Gmp::Igmp::querierConfigFactory("capture");
-    settings_.apply(*config);
+    const auto intake = Mox::makePtr<Agent::IntakeConfig>("capture");
+    const auto process = Mox::makePtr<Agent::IntakeProcessConfig>();
+    settings_.apply({.config = config, .intake = intake, .process = process});
+    if (intake_) replay_.intake = intake;
+    if (intake_) replay_.process = process;
     const CaptureReplay* started = nullptr;
     const auto sinceStart = [&started](Mox::Seconds time) {
       return fmt::format("{:12.6f}", time - started->start());
@@ -129,6 +136,7 @@ class ReplayVerb final : public Verb {
 
   std::string path_;
   bool json_ = false;
+  bool intake_ = false;
   std::vector<const CLI::Option*> ofCaptures_;  // those that a scenario does not have
   Agent::ReplayOptions replay_;
   Agent::ScenarioOptions scenario_;

@@ -103,8 +103,9 @@ class RunVerb final : public Verb {
     if (ringKib_) setup.ringBytes = *ringKib_ * 1024;
     for (const std::string& name : names) {
       const auto config = Gmp::Igmp::querierConfigFactory(name);
-      settings_.apply(*config);
-      setup.interfaces.push_back({name, config, settings_.boundary()});
+      const auto intake = Mox::makePtr<Agent::IntakeConfig>(name);
+      settings_.apply({.config = config, .intake = intake, .process = setup.process});
+      setup.interfaces.push_back({name, config, intake, settings_.boundary()});
     }
     Agent::fatalTraceFolderIs(traceFolder());
     std::optional<AgentLoop> loop;

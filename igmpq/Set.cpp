@@ -10,6 +10,7 @@
 #include <Client/SettingWrite.h>
 #include <Local/AgentErrors.h>
 #include <Settings/SettingError.h>
+#include <Settings/SettingText.h>
 
 #include "SocketOption.h"
 #include "Verb.h"
@@ -42,10 +43,12 @@ class SetVerb final : public Verb {
         "  sudo igmpq set eth0 queryInterval=60 robustness=3\n"
         "  sudo igmpq set eth0 query-interval=30 query-response-interval=5\n"
         "  sudo igmpq set eth0 sendQuery=off\n"
-        "ATTRIBUTE is one of {}; `igmpq run --help` explains them and `igmpq show config` shows "
+        "  sudo igmpq set eth0 max-groups=1000 permitted-queriers=10.0.0.1\n"
+        "ATTRIBUTE is one of {}; `igmpq run --help-all` explains them and `igmpq show config` "
+        "shows "
         "their values. A restarted agent begins with the settings of its command line.\n"
         "Exit status: 0 set, 1 failure (no agent, no permission, refused), 2 bad use.\n",
-        fmt::join(Agent::SettingWrite::names(), ", ")));
+        fmt::join(Agent::settingNames(), ", ")));
     options->add_option("INTERFACE", interface_, "interface of the running agent")
         ->type_name("")
         ->required();
@@ -62,12 +65,12 @@ class SetVerb final : public Verb {
     Agent::AttrLogClient client(loop, socketPath(socket_));
     client.fetch();
     const Agent::AttrLogCopy::Interface& copy = interfaceOf(client.interfaces(), interface_);
-    settings.checkAgainst(*copy.config);
+    settings.checkAgainst(copy);
     if (!copy.configurable) {
       throw std::runtime_error(Agent::notPermittedText("configure the agent") +
                                "; nothing was set");
     }
-    client.writeTogether([&] { settings.write(*copy.config); });
+    client.writeTogether([&] { settings.write(copy); });
     if (!client.settle(longestWait)) {
       throw std::runtime_error(fmt::format(
           "the agent has not answered within {} s; `igmpq show config {}` shows what is set",

@@ -108,6 +108,9 @@ class ShowVerb final : public Verb {
         view.electedTime = copy.state->electedTime();
         view.state = copy.state;
       }
+      view.intake = copy.intake;
+      view.intakeStatus = copy.intakeStatus;
+      view.process = copy.process;
       view.isCopy = !copy.state;
       all.push_back(view);
     }

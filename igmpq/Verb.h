@@ -45,6 +45,7 @@ std::unique_ptr<Verb> showVerb(CLI::App& app);
 std::unique_ptr<Verb> watchVerb(CLI::App& app);
 std::unique_ptr<Verb> setVerb(CLI::App& app);
 std::unique_ptr<Verb> callVerb(CLI::App& app);
+std::unique_ptr<Verb> clearVerb(CLI::App& app);
 std::unique_ptr<Verb> traceVerb(CLI::App& app);
 std::unique_ptr<Verb> getVerb(CLI::App& app);
 std::unique_ptr<Verb> typesVerb(CLI::App& app);

@@ -12,6 +12,8 @@
 #include <CLI/Error.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <Options/Options.h>
+
 #include "Verb.h"
 
 namespace {
@@ -25,7 +27,17 @@ class ExamplesFirst final : public CLI::Formatter {
                         CLI::AppFormatMode mode) const override {
     if (mode == CLI::AppFormatMode::Sub) return make_expanded(app);
     return app->get_description() + "\n\n" + app->get_footer() + "\n" + make_usage(app, name) +
-           make_positionals(app) + make_groups(app, mode) + make_subcommands(app, mode);
+           make_positionals(app) + optionsOf(app, mode) + make_subcommands(app, mode);
+  }
+
+ private:
+  // The options of the intake would not fit on one screen.
+  std::string optionsOf(const CLI::App* app, CLI::AppFormatMode mode) const {
+    if (mode == CLI::AppFormatMode::All) return make_groups(app, mode);
+    const auto shown = app->get_options([](const CLI::Option* option) {
+      return option->nonpositional() && option->get_group() != Igmpq::intakeGroup;
+    });
+    return make_group("Options", false, shown);
   }
 };
 
@@ -88,6 +100,7 @@ int command(int argc, const char* const* argv) {
       "  sudo igmpq set eth0 query-interval=60\n"
       "  sudo igmpq get config/eth0          any attribute; `igmpq types` lists them\n"
       "  sudo igmpq call eth0 clearCounters\n"
+      "  sudo igmpq clear groups eth0 239.1.1.1\n"
       "  sudo igmpq trace --follow           its trace of packets and decisions\n"
       "  igmpq replay trace.pcap --address 10.0.0.1\n"
       "                                      a querier that receives a capture\n"
@@ -103,6 +116,7 @@ int command(int argc, const char* const* argv) {
     verbs.push_back(Igmpq::setVerb(app));
     verbs.push_back(Igmpq::getVerb(app));
     verbs.push_back(Igmpq::callVerb(app));
+    verbs.push_back(Igmpq::clearVerb(app));
     verbs.push_back(Igmpq::traceVerb(app));
     verbs.push_back(Igmpq::typesVerb(app));
     verbs.push_back(Igmpq::replayVerb(app));

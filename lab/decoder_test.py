@@ -124,10 +124,14 @@ class DecoderTest(LabTestCase):
         interface.is_equal("address", state.pop("address"))
         interface.is_equal("running", state.pop("running"))
         interface.is_time("querierUpSeconds", interface.now - state.pop("electedTime"))
-        # The counters of the querier and those of its port are shown as one.
-        interface.is_equal("counters", {**status, **state})
+        intake = decoded["eth0"]["intakeStatus"]
+        self.assertEqual("eth0", intake.pop("name"))
+        # The counters of the querier, of its port and of its intake are shown as one.
+        interface.is_equal("counters", {**status, **state, **intake})
+        intake_config = decoded["eth0"]["intakeConfig"]
+        interface.is_equal("listenOnly", intake_config["listenOnly"])
         interface.all_taken()
-        self.compare_config(decoded["eth0"]["config"], config)
+        self.compare_config({**decoded["eth0"]["config"], **intake_config}, config)
 
     def compare_groups(self, groups, interface):
         shown = {group["group"]: group for group in interface.take("groups")}
@@ -161,6 +165,8 @@ class DecoderTest(LabTestCase):
         config.is_equal("interface", decoded.pop("name"))
         config.is_equal("lastMemberQueryTimeSeconds",
                         decoded["lastMemberQueryCount"] * decoded["lastMemberQueryInterval"])
+        for name in ("permittedQueriers", "acceptedGroups"): decoded[name] = decoded[name] or "all"
+        for name in ("maxProcessGroups", "maxProcessSources"): config.take(name)
         for name, value in decoded.items():
             config.is_equal(name + "Seconds" * name.endswith("Interval"), value)
         config.all_taken()

@@ -67,6 +67,7 @@ ALLOWED = (
     ("*", r"Don't care about IGMP type", "a trace text: programs search for it"),
     ("*", r"\bheardVersion\b", "a key of events in JSON: programs read it"),
     ("*", r"query heard on vlan", "the text of an event-log message: programs search for it"),
+    ("*", r"(?i)listen[-_ ]?only", "the setting of the command line, by its usual name"),
     ("*.md", r"^#+ What \w+|\| What it does \|", "a heading"),
 )
 

@@ -20,6 +20,16 @@ namespace {
 constexpr std::string_view configFolder = "config/";
 constexpr std::string_view statusFolder = "status/";
 constexpr std::string_view stateFolder = "interface/";
+constexpr std::string_view intakeFolder = "intakeConfig/";
+constexpr std::string_view intakeStatusFolder = "intakeStatus/";
+constexpr std::string_view processPath = "intakeProcessConfig";
+
+// The copies of an earlier connection stay, so that watchers are notified of differences only.
+template <class E>
+Mox::Ptr<Mox::EntityBase> keptOrNew(Mox::Ptr<E>& copy, const std::string& name) {
+  if (!copy) copy = Mox::makePtr<E>(Mox::Name(name));
+  return copy;
+}
 
 }  // namespace
 
@@ -41,6 +51,7 @@ class AttrLogCopy::Connection final : public LocalConnection, private Mox::NboAt
   void onOutput() override { outputDue(); }
   Mox::Ptr<Mox::EntityBase> rootIs(std::string_view path, std::string_view typeName,
                                    const Mox::Value& key) override;
+  Mox::Ptr<Mox::EntityBase> processIs();
   void rootDel(std::string_view path) override;
   void onCurrent() override;
   void onAnswer(Mox::U32 token) override {
@@ -81,20 +92,34 @@ void AttrLogCopy::Connection::end() {
 Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::rootIs(std::string_view path,
                                                           std::string_view typeName,
                                                           const Mox::Value&) {
-  const bool config = path.starts_with(configFolder) && typeName == QuerierConfig::entityTypeName;
-  const bool status = path.starts_with(statusFolder) && typeName == QuerierStatus::entityTypeName;
-  const bool state = path.starts_with(stateFolder) && typeName == InterfaceState::entityTypeName;
-  if (!config && !status && !state) return {};
+  if (path == processPath && typeName == IntakeProcessConfig::entityTypeName) return processIs();
+  const auto is = [&](std::string_view folder, std::string_view type) {
+    return path.starts_with(folder) && typeName == type;
+  };
+  const bool config = is(configFolder, QuerierConfig::entityTypeName);
+  const bool status = is(statusFolder, QuerierStatus::entityTypeName);
+  const bool state = is(stateFolder, InterfaceState::entityTypeName);
+  const bool intake = is(intakeFolder, IntakeConfig::entityTypeName);
+  const bool intakeStatus = is(intakeStatusFolder, IntakeStatus::entityTypeName);
+  if (!config && !status && !state && !intake && !intakeStatus) return {};
   const std::string name(path.substr(path.find('/') + 1));
   named_.insert(name);
   Interface& interface = owner_.interfaces_[name];
   if (!interface.config) interface.config = Gmp::Igmp::querierConfigFactory(name);
   if (!interface.status) interface.status = Gmp::Igmp::querierStatusFactory();
   interface.configurable = session_.ownRights() == Rights::configure;
-  if (state && !interface.state) interface.state = Mox::makePtr<InterfaceState>(Mox::Name(name));
-  if (state) return interface.state;
+  interface.process = owner_.process_;
+  if (state) return keptOrNew(interface.state, name);
+  if (intake) return keptOrNew(interface.intake, name);
+  if (intakeStatus) return keptOrNew(interface.intakeStatus, name);
   if (config) return interface.config;
   return interface.status;
+}
+
+Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::processIs() {
+  if (!owner_.process_) owner_.process_ = Mox::makePtr<IntakeProcessConfig>();
+  for (auto& [name, interface] : owner_.interfaces_) interface.process = owner_.process_;
+  return owner_.process_;
 }
 
 void AttrLogCopy::Connection::rootDel(std::string_view path) {
@@ -102,6 +127,8 @@ void AttrLogCopy::Connection::rootDel(std::string_view path) {
   const auto interface = owner_.interfaces_.find(name);
   if (interface == owner_.interfaces_.end()) return;
   if (path.starts_with(stateFolder)) interface->second.state = nullptr;
+  if (path.starts_with(intakeFolder)) interface->second.intake = nullptr;
+  if (path.starts_with(intakeStatusFolder)) interface->second.intakeStatus = nullptr;
   if (!path.starts_with(configFolder) && !path.starts_with(statusFolder)) return;
   named_.erase(name);
   owner_.interfaces_.erase(interface);

@@ -1,5 +1,6 @@
 #include <Client/CopyWatcher.h>
 
+#include <array>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -19,8 +20,10 @@ namespace {
 // The values that were last reported of the stored attributes, or of the counters, of one entity.
 class ReportedValues {
  public:
+  // Of no entity, there are none.
   ReportedValues(Mox::Ptr<const Mox::EntityBase> entity, AttrKind kind)
       : entity_(std::move(entity)) {
+    if (!entity_) return;
     for (const AttrInfo& attr : entity_->type().attrs) {
       if (attr.kind == kind) values_.emplace_back(&attr, attr.get(*entity_));
     }
@@ -111,24 +114,28 @@ class CopyWatcher::InterfaceWatch {
         sink_(sink),
         configFlag_(copy.config, changed),
         statusFlag_(copy.status, changed),
-        settings_(copy.config, AttrKind::stored),
-        counters_{{copy.status, AttrKind::counter}},
+        settings_{ReportedValues(copy.config, AttrKind::stored),
+                  ReportedValues(copy.intake, AttrKind::stored)},
+        counters_{ReportedValues(copy.status, AttrKind::counter),
+                  ReportedValues(copy.state, AttrKind::counter),
+                  ReportedValues(copy.intakeStatus, AttrKind::counter)},
         watcher_(interface_, copy.status, sink) {
-    if (!copy.state) return;
-    counters_.emplace_back(copy.state, AttrKind::counter);
-    running_.emplace(copy.state, changed);
+    if (copy.state) running_.emplace(copy.state, changed);
+    if (copy.intake) intakeFlag_.emplace(copy.intake, changed);
   }
 
   bool isOf(const AttrLogCopy::Interface& copy) const { return copy.status == status_; }
 
   void flush() {
     if (running_) running_->flush(interface_, sink_);
-    settings_.forEachChange([&](const char* name, const Mox::Value& value) {
-      Event event = eventOf(Event::configChanged);
-      event.attribute = name;
-      event.value = value;
-      sink_.event(event);
-    });
+    for (ReportedValues& settings : settings_) {
+      settings.forEachChange([&](const char* name, const Mox::Value& value) {
+        Event event = eventOf(Event::configChanged);
+        event.attribute = name;
+        event.value = value;
+        sink_.event(event);
+      });
+    }
     watcher_.flush();
   }
 
@@ -154,8 +161,9 @@ class CopyWatcher::InterfaceWatch {
   EventSink& sink_;
   ChangeFlag configFlag_;
   ChangeFlag statusFlag_;
-  ReportedValues settings_;
-  std::vector<ReportedValues> counters_;  // of the status and, where it is known, of the interface
+  std::optional<ChangeFlag> intakeFlag_;
+  std::array<ReportedValues, 2> settings_;
+  std::array<ReportedValues, 3> counters_;
   StatusWatcher watcher_;
   std::optional<RunningWatcher> running_;
 };

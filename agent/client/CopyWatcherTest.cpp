@@ -86,19 +86,20 @@ TEST_F(CopyWatcherTest, reportsCountersOnlyWhenAskedForThem) {
   EXPECT_THAT(events_.taken(), IsEmpty());
 }
 
-TEST_F(CopyWatcherTest, reportsTheCountersOfTheInterfaceWithThoseOfItsStatus) {
-  QuerierStatus& status = interfaceIs("eth0");
-  const auto state = Mox::makePtr<InterfaceState>("eth0");
-  state->framesLostIs(5);
-  copies_["eth0"].state = state;
+TEST_F(CopyWatcherTest, reportsSettingsAndCountersOfTheIntakeAndOfThePort) {
+  interfaceIs("eth0");
+  AttrLogCopy::Interface& copy = copies_["eth0"];
+  copy.intake = Mox::makePtr<IntakeConfig>("eth0");
+  copy.intakeStatus = Mox::makePtr<IntakeStatus>("eth0");
+  copy.state = Mox::makePtr<InterfaceState>("eth0");
   reported();
-  status.joinsInc(1);
-  state->framesLostInc(2);
-  state->sendFailuresInc(1);
+  copy.intake->maxGroupsIs(7);
+  EXPECT_TRUE(watcher_->changed());
+  EXPECT_THAT(reported(), ElementsAre("1000 configured maxGroups 7"));
+  copy.intakeStatus->countedInc(IntakeRule::groupLimit, 2);
+  copy.state->framesLostInc(3);
   watcher_->flushCounters();
-  EXPECT_THAT(events_.taken(), ElementsAre("1000 counters joins 1, framesLost 7, sendFailures 1"));
-  watcher_->flushCounters();
-  EXPECT_THAT(events_.taken(), IsEmpty());
+  EXPECT_THAT(events_.taken(), ElementsAre("1000 counters framesLost 3, groupLimit 2"));
 }
 
 TEST_F(CopyWatcherTest, knowsWhetherAnythingChangedSinceTheLastFlush) {

@@ -113,6 +113,15 @@ void RequestClient::call(const std::string& interface, const std::string& operat
   onlyAnswer();
 }
 
+Mox::U64 RequestClient::clearGroups(const std::string& interface, const std::string& group) {
+  Json request{{"op", "clearGroups"}};
+  if (!interface.empty()) request["interface"] = interface;
+  if (!group.empty()) request["group"] = group;
+  send(lineOf(request));
+  const Json answer = onlyAnswer().json;
+  return understood([&] { return answer.at("groups").get<Mox::U64>(); });
+}
+
 RequestClient::PathText RequestClient::get(const std::string& path) {
   send(lineOf({{"op", "get"}, {"path", path}}));
   const Json answer = onlyAnswer().json;

@@ -32,16 +32,22 @@ class RequestClientTest : public testing::Test {
  protected:
   // A real server of requests.
   RequestClient& served() {
-    server_.emplace(agent_.loop().io(), path_, agent_.loop().wheel(),
-                    RequestServices{.queriers =
-                                        [] {
-                                          return RequestServices::Queriers{{"eth0", nullptr}};
-                                        },
-                                    .roots =
-                                        [this] {
-                                          return ObjectRoots{{"config/eth0", agent_.config()}};
-                                        },
-                                    .turn = [] {}});
+    server_.emplace(
+        agent_.loop().io(), path_, agent_.loop().wheel(),
+        RequestServices{.queriers =
+                            [] {
+                              return RequestServices::Queriers{{"eth0", nullptr}};
+                            },
+                        .roots =
+                            [this] {
+                              return ObjectRoots{{"config/eth0", agent_.config()}};
+                            },
+                        .turn = [] {},
+                        .clearGroups =
+                            [this](const std::string& interface, std::optional<Ilvo::IpAddr> addr) {
+                              cleared_ = interface + (addr ? " one" : " all");
+                              return size_t{2};
+                            }});
     return client_.emplace(agent_.loop(), path_, 0s);
   }
   // The test itself serves the path and answers the first request.
@@ -57,6 +63,7 @@ class RequestClientTest : public testing::Test {
     peer_->endOutput();
     return *client_;
   }
+  std::string cleared_;
   void call() { client_->call("eth0", "clearCounters"); }
   static auto failure(const std::string& part) {
     return ThrowsMessage<std::runtime_error>(HasSubstr(part));

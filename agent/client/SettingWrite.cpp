@@ -7,13 +7,12 @@
 #include <fmt/ranges.h>
 
 #include <Settings/ConfigWrites.h>
+#include <Settings/SettingEntities.h>
 #include <Settings/SettingError.h>
-#include <Settings/SettingRules.h>
 #include <Settings/SettingText.h>
 
 namespace Agent {
 
-using Gmp::Igmp::QuerierConfig;
 using Gmp::Igmp::QuerierStatus;
 using Mox::AttrInfo;
 using Mox::Value;
@@ -25,6 +24,10 @@ namespace {
 bool isNamed(std::string_view attribute, std::string_view name) {
   const std::string option = optionName(attribute);
   return name == attribute || name == option || name == std::string_view(option).substr(2);
+}
+
+SettingEntities entitiesOf(const AttrLogCopy::Interface& interface) {
+  return {.config = interface.config, .intake = interface.intake, .process = interface.process};
 }
 
 const AttrInfo* statusAttr(const AttrInfo& attr) {
@@ -63,7 +66,8 @@ std::string startupPartText(const AttrLogCopy::Interface& interface) {
 
 std::string outcomeOf(const Written& setting, const AttrLogCopy::Interface& interface) {
   // Another writer may have written it since.
-  if (setting.attr->get(*interface.config) != setting.value) return "set, and changed again since";
+  const auto owner = entitiesOf(interface).ownerOf(*setting.attr);
+  if (setting.attr->get(*owner) != setting.value) return "set, and changed again since";
   const AttrInfo* shown = statusAttr(*setting.attr);
   if (shown == nullptr) return "set";
   if (isStartupPart(*setting.attr, setting.value)) return startupPartText(interface);
@@ -73,13 +77,6 @@ std::string outcomeOf(const Written& setting, const AttrLogCopy::Interface& inte
 
 }  // namespace
 
-std::vector<std::string> SettingWrite::names() {
-  std::vector<std::string> all;
-  all.reserve(settingRules.size());
-  for (const SettingRule& rule : settingRules) all.emplace_back(rule.attribute);
-  return all;
-}
-
 void SettingWrite::add(std::string_view assignment) {
   const size_t equals = assignment.find('=');
   if (equals == std::string_view::npos) {
@@ -87,37 +84,46 @@ void SettingWrite::add(std::string_view assignment) {
                        "must be ATTRIBUTE=VALUE, such as queryInterval=60");
   }
   const std::string name(assignment.substr(0, equals));
-  const auto rule = std::ranges::find_if(
-      settingRules, [&](const SettingRule& each) { return isNamed(each.attribute, name); });
-  if (rule == settingRules.end()) {
+  const std::vector<std::string_view> names = settingNames();
+  const auto attribute =
+      std::ranges::find_if(names, [&](std::string_view each) { return isNamed(each, name); });
+  if (attribute == names.end()) {
     throw SettingError(
-        name, {}, fmt::format("there is no such setting; there are: {}", fmt::join(names(), ", ")));
+        name, {}, fmt::format("there is no such setting; there are: {}", fmt::join(names, ", ")));
   }
   const std::string text(assignment.substr(equals + 1));
-  const Written setting = readSetting(rule->attribute, name, text);
+  const Written setting = readSetting(*attribute, name, text);
   const bool twice = std::ranges::any_of(
       settings_, [&](const Written& other) { return other.attr == setting.attr; });
+  if (twice && !isNamed(setting.attr->name, name)) {
+    throw SettingError(name, {}, fmt::format("gives {} a second value", setting.attr->name));
+  }
   if (twice) throw SettingError(name, {}, "is given twice");
   settings_.push_back(setting);
-  texts_.push_back(text);
+  const bool seconds = setting.attr->value == Mox::ValueKind::seconds;
+  texts_.push_back(fmt::format("{} {}{}", *attribute, text, seconds ? " s" : ""));
 }
 
-void SettingWrite::checkAgainst(const QuerierConfig& config) const {
-  const auto error = settingErrorOf(config, settings_);
+void SettingWrite::checkAgainst(const AttrLogCopy::Interface& interface) const {
+  const SettingEntities entities = entitiesOf(interface);
+  std::vector<Written> ofQuerier;
+  for (size_t at = 0; at < settings_.size(); ++at) {
+    const auto owner = entities.ownerOf(*settings_[at].attr);
+    if (!owner) throw SettingError(texts_[at], {}, "this agent has no such setting");
+    if (owner == interface.config) ofQuerier.push_back(settings_[at]);
+  }
+  const auto error = settingErrorOf(*interface.config, ofQuerier);
   if (error) throw SettingError(*error);
 }
 
-void SettingWrite::write(QuerierConfig& config) const {
-  for (const auto& [attr, value] : settings_) attr->set(config, value);
+void SettingWrite::write(const AttrLogCopy::Interface& interface) const {
+  for (const Written& setting : settings_) entitiesOf(interface).set(setting);
 }
 
 std::vector<std::string> SettingWrite::outcome(const AttrLogCopy::Interface& interface) const {
   std::vector<std::string> lines;
   for (size_t at = 0; at < settings_.size(); ++at) {
-    const Written& setting = settings_[at];
-    const bool seconds = setting.attr->value == Mox::ValueKind::seconds;
-    lines.push_back(fmt::format("{} {}{}: {}", setting.attr->name, texts_[at], seconds ? " s" : "",
-                                outcomeOf(setting, interface)));
+    lines.push_back(fmt::format("{}: {}", texts_[at], outcomeOf(settings_[at], interface)));
   }
   return lines;
 }

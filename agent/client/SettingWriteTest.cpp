@@ -20,6 +20,8 @@ class SettingWriteTest : public testing::Test {
     copy_.config = Gmp::Igmp::querierConfigFactory("eth0");
     copy_.status = Gmp::Igmp::querierStatusFactory();
     copy_.status->stateIs(QuerierStatus::querierStateQuerier);
+    copy_.intake = Mox::makePtr<IntakeConfig>("eth0");
+    copy_.process = Mox::makePtr<IntakeProcessConfig>();
   }
 
   void add(std::initializer_list<const char*> assignments) {
@@ -29,7 +31,7 @@ class SettingWriteTest : public testing::Test {
   std::string refusal(std::initializer_list<const char*> assignments) {
     try {
       add(assignments);
-      settings_.checkAgainst(*copy_.config);
+      settings_.checkAgainst(copy_);
     } catch (const SettingError& error) {
       return error.what();
     }
@@ -37,7 +39,7 @@ class SettingWriteTest : public testing::Test {
   }
   std::vector<std::string> written(std::initializer_list<const char*> assignments) {
     add(assignments);
-    settings_.write(*copy_.config);
+    settings_.write(copy_);
     return settings_.outcome(copy_);
   }
 
@@ -85,12 +87,47 @@ INSTANTIATE_TEST_SUITE_P(
                 "queryInterval 10: must be more than the query response interval, 10 seconds"},
         Refusal{"theOtherWay", "queryResponseInterval=125",
                 "queryResponseInterval 125: must be less than the query interval, 125 seconds"},
+        Refusal{"aLimitOfZero", "max-groups=0",
+                "max-groups 0: must be a whole number from 1 to 16777216"},
+        Refusal{"noPrefix", "permittedQueriers=here",
+                "permittedQueriers here: 'here' is no IPv4 prefix such as 10.0.0.0/8"},
+        Refusal{"neitherOnNorOff", "immediateLeave=0", "immediateLeave 0: must be on or off"},
         Refusal{"notInThatVersion", "lastMemberQueryInterval=26",
                 "lastMemberQueryInterval 26: must be from 0.1 to 25.5 in version 2"}),
     [](const auto& refused) { return std::string(refused.param.name); });
 
 TEST_F(SettingWriteTest, refusesTheSameAttributeTwice) {
   EXPECT_EQ(refusal({"queryInterval=60", "query-interval=70"}), "query-interval: is given twice");
+}
+
+TEST_F(SettingWriteTest, refusesASecondValueOfWhatImmediateLeaveSets) {
+  EXPECT_EQ(refusal({"lastMemberQueryCount=3", "immediate-leave=on"}),
+            "immediate-leave: gives lastMemberQueryCount a second value");
+}
+
+TEST_F(SettingWriteTest, setsTheIntakeOfTheInterfaceAndTheLimitsOfTheProcess) {
+  EXPECT_THAT(
+      written({"max-groups=1000", "permittedQueriers=10.0.0.1", "ttlOne=off",
+               "max-process-sources=5", "listen-only=on", "immediateLeave=on"}),
+      ElementsAre("maxGroups 1000: set", "permittedQueriers 10.0.0.1: set", "ttlOne off: set",
+                  "maxProcessSources 5: set", "listenOnly on: set", "immediateLeave on: set"));
+  EXPECT_EQ(copy_.intake->maxGroups(), 1000u);
+  EXPECT_EQ(copy_.intake->permittedQueriers(), PrefixList("10.0.0.1/32"));
+  EXPECT_FALSE(copy_.intake->ttlOne());
+  EXPECT_EQ(copy_.process->maxProcessSources(), 5u);
+  EXPECT_TRUE(copy_.intake->listenOnly());
+  EXPECT_EQ(copy_.config->lastMemberQueryCount(), 0u);
+}
+
+TEST_F(SettingWriteTest, immediateLeaveOffIsTheDefaultCountOfQueries) {
+  copy_.config->lastMemberQueryCountIs(0);
+  written({"immediateLeave=off"});
+  EXPECT_EQ(copy_.config->lastMemberQueryCount(), 2u);
+}
+
+TEST_F(SettingWriteTest, refusesSettingsOfAnIntakeToAnAgentThatHasNone) {
+  copy_.intake = nullptr;
+  EXPECT_EQ(refusal({"maxGroups=7"}), "maxGroups 7: this agent has no such setting");
 }
 
 TEST_F(SettingWriteTest, judgesValuesThatAreGivenTogetherTogether) {
@@ -136,7 +173,7 @@ TEST_F(SettingWriteTest, reportsWhyAValueIsNotInEffect) {
 
 TEST_F(SettingWriteTest, reportsThatAnotherWriterChangedItAgain) {
   add({"robustness=3"});
-  settings_.write(*copy_.config);
+  settings_.write(copy_);
   copy_.config->robustnessIs(5);
   EXPECT_THAT(settings_.outcome(copy_), ElementsAre("robustness 3: set, and changed again since"));
 }

@@ -35,6 +35,13 @@ void addOtherVersion(JsonObject& json, const Event& e) { json.number("heardVersi
 void addConfigured(JsonObject& json, const Event& e) {
   json.number("configuredVersion", e.configuredVersion);
 }
+void addRule(JsonObject& json, const Event& e) { json.text("rule", e.attribute); }
+void addSender(JsonObject& json, const Event& e) {
+  json.address("sender", e.address);
+  if (!e.mac.empty()) json.text("mac", e.mac);
+}
+void addKnownGroup(JsonObject& json, const Event& e) { json.knownAddress("group", e.group); }
+void addCount(JsonObject& json, const Event& e) { json.number("count", e.count); }
 void addText(JsonObject& json, const Event& e) { json.text("text", e.text); }
 void addAddress(JsonObject& json, const Event& e) { json.knownAddress("address", e.address); }
 void addAttribute(JsonObject& json, const Event& e) { json.text("attribute", e.attribute); }
@@ -91,6 +98,14 @@ std::string valueText(const Event& e) {
   return text == nullptr ? std::string() : *text;
 }
 
+std::string senderText(const Event& e) {
+  return e.address.stringValue() + (e.mac.empty() ? "" : fmt::format(" ({})", e.mac));
+}
+
+std::string ofGroupText(const Event& e) {
+  return e.group.isZero() ? "" : fmt::format(", group {}", e.group.stringValue());
+}
+
 std::string countersText(const Event& e) {
   std::string text;
   const char* before = "";
@@ -110,13 +125,16 @@ constexpr std::array placeholders{
     Placeholder{"address", [](const Event& e) { return e.address.stringValue(); }},
     Placeholder{"atAddress", atAddressText},
     Placeholder{"attribute", [](const Event& e) { return std::string(e.attribute); }},
+    Placeholder{"count", [](const Event& e) { return fmt::to_string(e.count); }},
     Placeholder{"counters", countersText},
     Placeholder{"elected", electedText},
     Placeholder{"group", [](const Event& e) { return e.group.stringValue(); }},
     Placeholder{"groups", groupsText},
     Placeholder{"maxResponse", [](const Event& e) { return fmt::to_string(e.maxResponse); }},
     Placeholder{"mode", modeText},
+    Placeholder{"ofGroup", ofGroupText},
     Placeholder{"role", [](const Event& e) { return std::string(roleName(e.state)); }},
+    Placeholder{"sender", senderText},
     Placeholder{"source", [](const Event& e) { return e.source.stringValue(); }},
     Placeholder{"sources", sourcesText},
     Placeholder{"text", [](const Event& e) { return e.text; }},
@@ -146,7 +164,7 @@ constexpr void forEachPart(std::string_view words, F f) {
 struct Row {
   Event::Kind kind;
   const char* name;             // "event" in JSON
-  std::array<Field, 4> fields;  // what follows the interface in JSON, in that order
+  std::array<Field, 5> fields;  // what follows the interface in JSON, in that order
   std::string_view words;       // what follows the interface in a line for people
 };
 
@@ -190,6 +208,14 @@ constexpr std::array rows{
     Row{Event::counters, "counters", {addCounters}, "counters {counters}"},
     Row{Event::agentLost, "agentLost", {addText}, "{text}"},
     Row{Event::agentBack, "agentBack", {}, "the agent is back"},
+    Row{Event::intake,
+        "intake",
+        {addRule, addSender, addKnownGroup, addCount, addText},
+        "{text}, from {sender}{ofGroup}; {count} so far"},
+    Row{Event::intakeWarning,
+        "intakeWarning",
+        {addRule, addSender, addCount, addText},
+        "warning: {text}: {sender}; {count} so far"},
     Row{Event::error, "error", {addText}, "error: {text}"},
 };
 

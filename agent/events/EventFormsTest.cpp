@@ -91,6 +91,17 @@ Event ofNoInterface() {
   return event;
 }
 
+Event ofIntake(Event::Kind kind, const char* mac, IpAddr asked) {
+  Event event = eth0(kind);
+  event.attribute = "groupLimit";
+  event.text = "a new group";
+  event.address = host;
+  event.mac = mac;
+  event.group = asked;
+  event.count = 7;
+  return event;
+}
+
 struct Form {
   Event event;
   const char* text;
@@ -159,6 +170,17 @@ std::vector<Form> formsOfTheAgent() {
       {ofAgent(Event::agentLost, "the agent has gone"), "the agent has gone",
        R"("event":"agentLost","text":"the agent has gone"})"},
       {ofAgent(Event::agentBack, ""), "the agent is back", R"("event":"agentBack"})"},
+      {ofIntake(Event::intake, "02:00:00:00:00:0b", group),
+       "a new group, from 10.0.0.11 (02:00:00:00:00:0b), group 239.1.1.1; 7 so far",
+       R"("event":"intake","interface":"eth0","rule":"groupLimit","sender":"10.0.0.11",)"
+       R"("mac":"02:00:00:00:00:0b","group":"239.1.1.1","count":7,"text":"a new group"})"},
+      {ofIntake(Event::intake, "", IpAddr()), "a new group, from 10.0.0.11; 7 so far",
+       R"("event":"intake","interface":"eth0","rule":"groupLimit","sender":"10.0.0.11",)"
+       R"("group":null,"count":7,"text":"a new group"})"},
+      {ofIntake(Event::intakeWarning, "02:00:00:00:00:0b", IpAddr()),
+       "warning: a new group: 10.0.0.11 (02:00:00:00:00:0b); 7 so far",
+       R"("event":"intakeWarning","interface":"eth0","rule":"groupLimit","sender":"10.0.0.11",)"
+       R"("mac":"02:00:00:00:00:0b","count":7,"text":"a new group"})"},
       {message(Event::error, "no \"luck\""), "error: no \"luck\"",
        R"("event":"error","interface":"eth0","text":"no \"luck\""})"},
   };

@@ -59,7 +59,9 @@ class AgentLoop::Impl {
   // What requests can read by path: what the attribute log serves, and the machines behind it.
   ObjectRoots roots() const;
   RequestServices::Queriers queriersByName() const;
+  void publishProcess();
   void publish(const InterfaceQuerier& querier);
+  size_t clearGroups(const std::string& interface, std::optional<Ilvo::IpAddr> group);
   void handleLink(const std::string& name, const Link* link);
   void handleSignal(int number);
   void waitForSignal();
@@ -78,6 +80,7 @@ class AgentLoop::Impl {
   QuerySocket querySocket_;
   boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
   StatusWatcher::Pending pending_;
+  IntakeProcess process_;
   const std::function<void()> onStateRequested_;
   const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   const InterfaceQuerier::Services services_;
@@ -90,6 +93,7 @@ class AgentLoop::Impl {
 
 AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     : wheel_(Mox::makePtr<Obel::TimerWheel>(Mox::now())),
+      process_{.config = setup.process},
       onStateRequested_(setup.onStateRequested),
       attrLog_(makeAttrLogServer(setup, sink)),
       services_{.wheel = wheel_,
@@ -99,6 +103,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
                       return std::make_unique<RingPort>(rings_, querySocket_, link, receiver, size);
                     },
                 .sink = sink,
+                .process = process_,
                 .pending = &pending_,
                 .reportQueries = setup.reportQueries,
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
@@ -109,6 +114,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
   waitForSignal();
   packets_.assign(rings_.fd());
   waitForPackets();
+  publishProcess();
   for (const InterfaceSetup& interface : setup.interfaces) {
     queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
     InterfaceQuerier& querier = *queriers_.back();
@@ -132,9 +138,14 @@ std::unique_ptr<AttrLogServer> AgentLoop::Impl::makeAttrLogServer(const Setup& s
 std::unique_ptr<RequestServer> AgentLoop::Impl::makeRequestServer(const Setup& setup,
                                                                   EventSink& sink) {
   if (attrLog_ == nullptr) return nullptr;
-  const RequestServices services{.queriers = [this] { return queriersByName(); },
-                                 .roots = [this] { return roots(); },
-                                 .turn = [this] { handleBatch(); }};
+  const RequestServices services{
+      .queriers = [this] { return queriersByName(); },
+      .roots = [this] { return roots(); },
+      .turn = [this] { handleBatch(); },
+      .clearGroups =
+          [this](const std::string& interface, std::optional<Ilvo::IpAddr> group) {
+            return clearGroups(interface, group);
+          }};
   return serveOrReport<RequestServer>(setup.attrLogRequired, sink, [&] {
     return std::make_unique<RequestServer>(io_, requestSocketPath(setup.attrLog->path), wheel_,
                                            services);
@@ -159,6 +170,23 @@ ObjectRoots AgentLoop::Impl::roots() const {
   return all;
 }
 
+void AgentLoop::Impl::publishProcess() {
+  using Mox::NboAttrLog::Access;
+  if (attrLog_ == nullptr) return;
+  Mox::NboAttrLog::Directory& directory = attrLog_->directory();
+  directory.entryIs("intakeProcessConfig", process_.config, Access::configurable);
+  directory.entryIs("intakeProcessStatus", process_.status, Access::readOnly);
+}
+
+size_t AgentLoop::Impl::clearGroups(const std::string& interface,
+                                    std::optional<Ilvo::IpAddr> group) {
+  size_t groups = 0;
+  for (const auto& querier : queriers_) {
+    if (interface.empty() || querier->name() == interface) groups += querier->clearGroups(group);
+  }
+  return groups;
+}
+
 void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   using Mox::NboAttrLog::Access;
   if (attrLog_ == nullptr) return;
@@ -166,6 +194,8 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   directory.entryIs("config/" + querier.name(), querier.config(), Access::configurable);
   directory.entryIs("status/" + querier.name(), querier.status(), Access::readOnly);
   directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
+  directory.entryIs("intakeConfig/" + querier.name(), querier.intakeConfig(), Access::configurable);
+  directory.entryIs("intakeStatus/" + querier.name(), querier.intakeStatus(), Access::readOnly);
 }
 
 // Each round handles one batch, one client or one change of interfaces; clients that follow the

@@ -10,13 +10,10 @@
 #include <Link/QueryDatagram.h>
 #include <Link/RingSize.h>
 #include <Mox/ActivityClock.h>
-#include <Mox/GenericAccess.h>
 
 namespace Agent {
 
-using Gmp::Igmp::GroupLookahead;
 using Gmp::Igmp::PublishedQuery;
-using Gmp::Igmp::QuerierSm;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
 using Mox::makePtr;
@@ -58,9 +55,6 @@ constexpr std::array countedFrames{
                   &InterfaceState::otherVlanFramesInc,
                   "IGMP tagged for VLANs, which are other links: {} so far"}};
 
-// Packets are handed in by name, as by a host that knows the library by its registry only.
-const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<QuerierSm>(), "doRxPkt");
-
 }  // namespace
 
 class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
@@ -82,6 +76,8 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       state_(makePtr<InterfaceState>(setup.name)),
       election_(std::make_unique<Election>(status_, *state_)),
       watcher_(setup.name, status_, services.sink, services.pending),
+      intakeStatus_(makePtr<IntakeStatus>(setup.name)),
+      intake_(services.process, setup.intake, intakeStatus_, status_, *this),
       portTimer_(services.wheel, *this),
       resendTimer_(services.wheel, *this) {}
 
@@ -117,6 +113,7 @@ void InterfaceQuerier::start() {
     reportProblem("open", error.what());
     return;
   }
+  intakeLinkIs();
   ipAddr_ = *link_.primaryAddress();
   state_->addressIs(ipAddr_);
   presenceIs(Presence::up);
@@ -137,9 +134,11 @@ void InterfaceQuerier::makeQuerier() {
                                          wheel, wheel, false, &output_);
   querier_->attrLogSmIs(services_.attrLogSm);
   querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
+  intake_.querierIs(querier_);
 }
 
 void InterfaceQuerier::querierDel() {
+  intake_.querierIs(nullptr);
   output_.release();
   querier_ = nullptr;
 }
@@ -162,10 +161,17 @@ void InterfaceQuerier::stop() {
   portIs(nullptr);
 }
 
+void InterfaceQuerier::intakeLinkIs() {
+  PrefixList subnets;
+  for (const LinkAddress& each : link_.addresses) subnets.add(each.address, each.prefixLength);
+  intake_.linkIs(link_.mac, std::move(subnets));
+}
+
 // A port has room for the frames that were possible when it was opened.
 void InterfaceQuerier::follow(const Link& link) {
   const bool longerFrames = ringBlockBytes(link.mtu) > ringBlockBytes(link_.mtu);
   link_ = link;
+  intakeLinkIs();
   querier_->mtuIs(link.mtu);
   ipAddrIs(*link.primaryAddress());
   if (!longerFrames) return;
@@ -251,6 +257,7 @@ void InterfaceQuerier::transmit(const PublishedQuery& query) {
 }
 
 bool InterfaceQuerier::send(const PublishedQuery& query) {
+  if (setup_.intake->listenOnly()) return true;
   if (std::ranges::find(sentFrom_, query.src) == sentFrom_.end()) sentFrom_.push_back(query.src);
   const std::error_code failed =
       port_->send(queryDatagram(query.src, query.dstGroup, query.message->data()));
@@ -278,27 +285,24 @@ void InterfaceQuerier::handleResendTimer() {
   }
 }
 
-void InterfaceQuerier::rxPacket(const RxPacket& packet) {
-  if (!querier_ || (packet.outgoing && isQueryFrom(sentFrom_, packet.packet))) return;
-  batch_.push_back(makePtr<Ilvo::Pkt>(packet.packet));
-}
-
-void InterfaceQuerier::rxBatchEnd() {
-  const auto prefetch = [this](size_t at) {
-    if (at < batch_.size()) querier_->prefetchRxPkt(*batch_[at]);
-  };
-  for (size_t i = 0; i < GroupLookahead::ahead; ++i) prefetch(i);
-  for (size_t i = 0; i < batch_.size(); ++i) {
-    prefetch(i + GroupLookahead::ahead);
-    doRxPkt(*querier_, batch_[i]);
-  }
-  batch_.clear();
-}
-
 void InterfaceQuerier::portFailed(const std::string& why) {
   reportProblem("port", "cannot receive any more, trying again: " + why);
   stop();
   portTimer_.timeMinIs(Mox::now() + retryInterval);
+}
+
+// While no querier runs, or it has not taken it over yet, a group is in the status alone.
+size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
+  std::vector<IpAddr> groups;
+  for (auto at = status_->group().begin(); at != status_->group().end(); ++at) {
+    if (!only || at.key() == *only) groups.push_back(at.key());
+  }
+  for (const IpAddr group : groups) {
+    if (querier_) querier_->groupSmDel(group);
+    status_->groupDel(group);
+  }
+  watcher_.flush();
+  return groups.size();
 }
 
 InterfaceView InterfaceQuerier::view() const {
@@ -308,7 +312,10 @@ InterfaceView InterfaceQuerier::view() const {
           .status = status_,
           .running = running(),
           .electedTime = state_->electedTime(),
-          .state = state_};
+          .state = state_,
+          .intake = setup_.intake,
+          .intakeStatus = intakeStatus_,
+          .process = services_.process.config};
 }
 
 void InterfaceQuerier::report(Event::Kind kind, std::string text) {

@@ -1,4 +1,4 @@
-// The querier of one interface, with its port, its status and its events.
+// The querier of one interface, with its port, its intake, its status and its events.
 //
 // It runs while the interface can carry it: present, up, with a carrier and an IPv4 address. While
 // it does not run, the status stays as it is, and the next querier takes the groups over. A
@@ -12,9 +12,11 @@
 //   querier.linkIs(links.find("eth0"));  // and at each of its changes
 #pragma once
 
+#include <array>
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +28,7 @@
 #include <GmpIgmpQuerierSm/QueryOutput.h>
 #include <Host/InterfaceSetup.h>
 #include <Ilvo/Pkt.h>
+#include <Intake/Intake.h>
 #include <Link/FramePort.h>
 #include <Link/LinkTable.h>
 #include <Obel/TimerReactor.h>
@@ -35,13 +38,14 @@
 
 namespace Agent {
 
-class InterfaceQuerier final : private FrameReceiver {
+class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
  public:
   // What its host provides; outlives it.
   struct Services {
     Mox::Ptr<const Obel::TimerWheel> wheel;
     PortOpener openPort;
     EventSink& sink;
+    IntakeProcess& process;
     StatusWatcher::Pending* pending = nullptr;         // flushed by the host
     bool reportQueries = false;                        // an event for each query sent
     Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> attrLogSm = {};  // null where no log is served
@@ -54,6 +58,8 @@ class InterfaceQuerier final : private FrameReceiver {
   const Mox::Ptr<Gmp::Igmp::QuerierConfig>& config() const { return setup_.config; }
   const Mox::Ptr<Gmp::Igmp::QuerierStatus>& status() const { return status_; }
   const Mox::Ptr<InterfaceState>& state() const { return state_; }
+  const Mox::Ptr<IntakeConfig>& intakeConfig() const { return setup_.intake; }
+  const Mox::Ptr<IntakeStatus>& intakeStatus() const { return intakeStatus_; }
 
   // The interface as the kernel describes it now; null when there is none of that name.
   void linkIs(const Link* link);
@@ -61,6 +67,10 @@ class InterfaceQuerier final : private FrameReceiver {
   // were asked meanwhile may have answered in vain. A querier that would count that as their
   // silence is replaced by one that begins anew on the same status.
   void rebuildAfterGap(Mox::Seconds gap);
+
+  // Ends all groups, or only that one, as if their members had left; members join again when the
+  // next query asks them. Returns how many groups there were.
+  size_t clearGroups(std::optional<Ilvo::IpAddr> only);
 
   // Null while the interface cannot carry it.
   const Mox::Ptr<Gmp::Igmp::QuerierSm>& querier() const { return querier_; }
@@ -74,6 +84,12 @@ class InterfaceQuerier final : private FrameReceiver {
     Gmp::Igmp::PublishedQuery query;
     Mox::Seconds until;  // it is not tried again after that
   };
+  struct Received {
+    explicit Received(Mox::Ptr<Ilvo::Pkt> received) : pkt(std::move(received)) {}
+    Mox::Ptr<Ilvo::Pkt> pkt;
+    std::array<Mox::U8, 2 * PacketView::macBytes> macs;  // as the frame begins, where it has them
+    bool hasMacs = false;
+  };
   enum class Presence { unknown, up, down, gone };
 
   void start();
@@ -81,6 +97,7 @@ class InterfaceQuerier final : private FrameReceiver {
   void querierDel();
   void stop();
   void follow(const Link& link);
+  void intakeLinkIs();
   void portIs(std::unique_ptr<FramePort> port);
   void ipAddrIs(Ilvo::IpAddr addr);
   void presenceIs(Presence presence);
@@ -94,6 +111,8 @@ class InterfaceQuerier final : private FrameReceiver {
   void reportCounts();
   void rxPacket(const RxPacket& packet) override;
   void rxBatchEnd() override;
+  void handIn(const Received& received);
+  void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
   // False when the same problem was reported less than a minute ago: nothing is reported then.
@@ -105,11 +124,13 @@ class InterfaceQuerier final : private FrameReceiver {
   const Mox::Ptr<InterfaceState> state_;
   const std::unique_ptr<Election> election_;
   StatusWatcher watcher_;
+  const Mox::Ptr<IntakeStatus> intakeStatus_;
+  Intake intake_;
   Link link_;  // as linkIs was called last
   Presence presence_ = Presence::unknown;
   Ilvo::IpAddr ipAddr_;
   std::unique_ptr<FramePort> port_;
-  std::vector<Mox::Ptr<Ilvo::Pkt>> batch_;  // received, handled when the batch is complete
+  std::vector<Received> batch_;  // handled when it is complete
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;

@@ -73,11 +73,12 @@ class InterfaceQuerierTest : public testing::Test {
                                          return std::make_unique<Port>(*this);
                                        },
                                    .sink = events_,
+                                   .process = process_,
                                    .pending = &pending_,
                                    .reportQueries = reportQueries_});
     return *services_;
   }
-  InterfaceSetup setup() const { return {.name = "eth0", .config = config_}; }
+  InterfaceSetup setup() const { return {.name = "eth0", .config = config_, .intake = intake_}; }
 
   void up(Ilvo::IpAddr addr = ourAddr) {
     const Link link = linkWith(addr);
@@ -120,6 +121,8 @@ class InterfaceQuerierTest : public testing::Test {
   Mox::Ptr<Obel::TimerWheel> wheel_;
   EventRecorder events_;
   Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
+  Mox::Ptr<IntakeConfig> intake_ = Mox::makePtr<IntakeConfig>("eth0");
+  IntakeProcess process_;
   bool reportQueries_ = false;
   std::string openFails_;
   std::error_code sendFails_;

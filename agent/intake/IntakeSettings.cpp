@@ -51,6 +51,16 @@ Value numberOf(const IntakeSetting& setting, std::string_view text) {
 
 }  // namespace
 
+std::string intakeText(const IntakeSetting& setting, const Value& value) {
+  switch (setting.value) {
+    case IntakeValue::flag: return std::get<bool>(value) ? "on" : "off";
+    case IntakeValue::number: return fmt::to_string(std::get<U64>(value));
+    case IntakeValue::prefixes: break;
+  }
+  const std::string& list = std::get<std::string>(value);
+  return list.empty() ? std::string(noRestriction) : list;
+}
+
 const IntakeSetting* intakeSetting(std::string_view attribute) {
   const auto found = std::find_if(intakeSettings.begin(), intakeSettings.end(),
                                   [&](const auto& row) { return row.attribute == attribute; });

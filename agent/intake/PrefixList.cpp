@@ -1,5 +1,6 @@
 #include <Intake/PrefixList.h>
 
+#include <algorithm>
 #include <bit>
 #include <optional>
 
@@ -30,14 +31,19 @@ PrefixList::PrefixList(std::string_view text) {
     if (!prefix || !addr) {
       throw Mox::RangeError("'" + std::string(part) + "' is no IPv4 prefix such as 10.0.0.0/8");
     }
-    if (prefixes_.size() == mostPrefixes) {
-      throw Mox::RangeError("more than " + std::to_string(mostPrefixes) + " prefixes");
-    }
-    const U32 mask = maskOf(prefix->length());
-    prefixes_.push_back({addr->value() & mask, mask});
+    add(*addr, prefix->length());
     if (part.size() + 1 == text.size()) throw Mox::RangeError("a comma without a prefix behind it");
     text.remove_prefix(part.size() == text.size() ? text.size() : part.size() + 1);
   }
+  if (string().size() > longestText) {
+    throw Mox::RangeError("the list has more than " + std::to_string(longestText) + " characters");
+  }
+}
+
+void PrefixList::add(IpAddr addr, unsigned bits) {
+  const U32 mask = maskOf(bits);
+  const Prefix prefix{addr.value() & mask, mask};
+  if (std::ranges::find(prefixes_, prefix) == prefixes_.end()) prefixes_.push_back(prefix);
 }
 
 // A network of two addresses or one has neither (RFC 3021).

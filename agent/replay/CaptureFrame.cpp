@@ -17,15 +17,16 @@ using Bytes = std::span<const U8>;
 namespace {
 
 constexpr std::size_t ipv4HeaderBytes = 20;
+constexpr std::size_t macsBytes = 12;
 
 U16 u16At(Bytes bytes, std::size_t at) { return static_cast<U16>(bytes[at] << 8 | bytes[at + 1]); }
 
-CaptureContent skip(SkipReason reason) { return {{}, reason}; }
+CaptureContent skip(SkipReason reason) { return {.ipv4 = {}, .skipped = reason}; }
 
 // A capture may be of a trunk: a packet is taken whatever VLAN its tags name.
 CaptureContent contentOf(const EtherPayload& payload) {
   switch (payload.kind) {
-    case EtherPayload::ipv4: return {payload.ipv4Packet, std::nullopt};
+    case EtherPayload::ipv4: return {.ipv4 = payload.ipv4Packet, .skipped = {}};
     case EtherPayload::other: return skip(SkipReason::notIpv4);
     case EtherPayload::tooShort: return skip(SkipReason::tooShort);
   }
@@ -35,7 +36,7 @@ CaptureContent contentOf(const EtherPayload& payload) {
 CaptureContent rawContent(Bytes frame) {
   if (frame.empty()) return skip(SkipReason::tooShort);
   if (frame[0] >> 4 != 4) return skip(SkipReason::notIpv4);
-  return {frame, std::nullopt};
+  return {.ipv4 = frame, .skipped = {}};
 }
 
 // The address family is written in the order of the machine that captured.
@@ -44,7 +45,7 @@ CaptureContent loopbackContent(Bytes frame) {
   if (frame.size() < 4) return skip(SkipReason::tooShort);
   const U32 family = U32{u16At(frame, 0)} << 16 | u16At(frame, 2);
   if (family != familyIpv4 && family != familyIpv4 << 24) return skip(SkipReason::notIpv4);
-  return {frame.subspan(4), std::nullopt};
+  return {.ipv4 = frame.subspan(4), .skipped = {}};
 }
 
 CaptureContent ipv4Behind(int linkType, Bytes frame) {
@@ -70,7 +71,7 @@ bool isKnownLinkType(int linkType) {
 
 CaptureContent igmpOf(int linkType, Bytes frame, std::size_t lengthOnLink) {
   const bool wasCut = frame.size() < lengthOnLink;
-  const CaptureContent found = ipv4Behind(linkType, frame);
+  CaptureContent found = ipv4Behind(linkType, frame);
   if (found.skipped == SkipReason::tooShort && wasCut) return skip(SkipReason::cutShort);
   if (found.skipped) return found;
   const Bytes ip = found.ipv4;
@@ -81,6 +82,7 @@ CaptureContent igmpOf(int linkType, Bytes frame, std::size_t lengthOnLink) {
   constexpr U16 moreFragmentsAndOffset = 0x3fff;
   if ((u16At(ip, 6) & moreFragmentsAndOffset) != 0) return skip(SkipReason::fragment);
   if (u16At(ip, 2) > ip.size() && wasCut) return skip(SkipReason::cutShort);
+  if (linkType == DLT_EN10MB) found.macs = frame.first(macsBytes);
   return found;
 }
 

@@ -1,18 +1,17 @@
 // What the rules of the intake make of captures of real networks. Where the captures lie is said in
 // CaptureCollectionTest.cpp.
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <string>
 
-#include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <Intake/Intake.h>
 #include <Mox/ActivityClock.h>
-#include <Obel/TimerWheel.h>
-#include <Replay/CaptureFile.h>
+#include <Replay/CaptureReplay.h>
+#include <Text/WallClock.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <AgentTestSupport/EventRecorder.h>
 
 namespace Agent {
 namespace {
@@ -26,16 +25,18 @@ std::filesystem::path captureFolder() {
   return named != nullptr ? named : QUERIER_CAPTURES_DEFAULT;
 }
 
-// Replays each capture through an intake of its own with the defaults; the subnets of the captured
-// networks are not known.
-class CaptureIntakeTest : public testing::Test, private IntakeWatcher {
+// Replays each capture through an intake of its own with the defaults.
+class CaptureIntakeTest : public testing::Test {
  protected:
   void SetUp() override {
     if (!std::filesystem::is_directory(captureFolder())) {
       GTEST_SKIP() << "no captures in " << captureFolder();
     }
   }
-  void TearDown() override { Mox::realTimeIs(); }
+  void TearDown() override {
+    Mox::realTimeIs();
+    wallClockDifferenceIs({});
+  }
 
   void replayAll() {
     for (const auto& entry : std::filesystem::directory_iterator(captureFolder())) {
@@ -48,38 +49,22 @@ class CaptureIntakeTest : public testing::Test, private IntakeWatcher {
   std::map<std::string, size_t> refused_;  // packets, by "capture: rule sender"
 
  private:
-  void onIntakeEvent(const IntakeEvent&) override {}
-
   void replay(const std::filesystem::path& path) {
     CaptureFile file(path);
-    Mox::virtualTimeIs(0.0);
-    const auto wheel = Mox::makePtr<Obel::TimerWheel>(0.0);
     const auto config = Gmp::Igmp::querierConfigFactory("capture");
     config->querierVersionIs(Gmp::Igmp::igmpVersion3);
-    const auto status = Gmp::Igmp::querierStatusFactory();
-    const auto querier = Gmp::Igmp::querierSmFactory(config, status, IpAddr(255, 255, 255, 254),
-                                                     1500, 0, wheel, wheel, wheel, false);
-    IntakeProcess process;
-    IntakeWatcher& watcher = *this;
-    Intake intake(process, Mox::makePtr<IntakeConfig>("capture"),
-                  Mox::makePtr<IntakeStatus>("capture"), status, watcher);
-    intake.querierIs(querier);
-    Mox::Seconds start = -1.0;
-    while (const auto frame = file.next()) {
-      if (start < 0.0) start = frame->time;
-      Mox::virtualTimeIs(std::max(Mox::now(), frame->time - start));
-      wheel->turn(Mox::now());
-      if (frame->content.skipped) continue;
-      ++packets_;
-      const IntakeVerdict verdict = intake.judge({.packet = frame->content.ipv4});
-      if (verdict.isChanged()) ++changed_;
-      if (!verdict.isRefused) {
-        querier->doRxPkt(Mox::makePtr<Ilvo::Pkt>(verdict.packet));
-      } else {
-        const auto view = PacketView::of({.packet = frame->content.ipv4});
-        ++refused_[path.filename().string() + ": " + nameOf(*verdict.rule).name + " " +
-                   view->ip().src().stringValue()];
-      }
+    EventRecorder events;
+    CaptureReplay replay({.address = IpAddr(255, 255, 255, 254),
+                          .intake = Mox::makePtr<IntakeConfig>("capture"),
+                          .process = Mox::makePtr<IntakeProcessConfig>()},
+                         config, nullptr, events);
+    replay.run(file);
+    packets_ += replay.summary().igmp;
+    changed_ += replay.summary().changed;
+    for (const Event& event : events.events()) {
+      if (event.kind != Event::intake) continue;
+      ++refused_[path.filename().string() + ": " + event.attribute + " " +
+                 event.address.stringValue()];
     }
   }
 };

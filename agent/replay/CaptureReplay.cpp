@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <utility>
 
+#include <Events/IntakeEvents.h>
 #include <Events/LibraryMessages.h>
 #include <Events/StatusWatcher.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <GmpIgmpQuerierSm/QueryOutput.h>
+#include <Ilvo/IgmpHdr.h>
 #include <Ilvo/Pkt.h>
+#include <Intake/Intake.h>
 #include <Mox/ActivityClock.h>
 #include <Obel/TimerWheel.h>
 #include <Text/WallClock.h>
@@ -30,10 +33,11 @@ constexpr Mox::U32 ethernetMtu = 1500;
 }  // namespace
 
 // The querier with its timers and watchers; it begins at the time that the clock shows.
-class CaptureReplay::Querier {
+class CaptureReplay::Querier final : private IntakeWatcher {
  public:
-  explicit Querier(const CaptureReplay& replay)
-      : messages_(replay.sink_),
+  explicit Querier(CaptureReplay& replay)
+      : replay_(replay),
+        messages_(replay.sink_),
         watcher_(replay.config_->name().string(), status_, replay.sink_),
         queries_([&sink = replay.sink_,
                   interface = replay.config_->name().string()](const PublishedQuery& query) {
@@ -43,6 +47,7 @@ class CaptureReplay::Querier {
                                              ethernetMtu, 0, wheel_, wheel_, wheel_, false,
                                              &queries_)) {
     querier_->mcastBoundaryIntfStatusIs(replay.boundary_);
+    if (replay.options_.intake) makeIntake();
     watcher_.flush();
   }
 
@@ -54,26 +59,61 @@ class CaptureReplay::Querier {
     turn(time);
   }
 
-  void receive(std::span<const Mox::U8> ipv4) {
-    querier_->doRxPkt(Mox::makePtr<Ilvo::Pkt>(ipv4));
+  void receive(const CaptureContent& content) {
+    IntakeVerdict verdict{.packet = content.ipv4};
+    if (intake_) verdict = intake_->judge({.packet = content.ipv4, .macs = content.macs});
+    if (verdict.rule) report(verdict, content);
+    if (!verdict.isRefused) querier_->doRxPkt(Mox::makePtr<Ilvo::Pkt>(verdict.packet));
     watcher_.flush();
   }
 
   const Ptr<QuerierStatus>& status() const { return status_; }
+  const Ptr<IntakeStatus>& intakeStatus() const { return intakeStatus_; }
 
  private:
+  void makeIntake() {
+    process_.emplace(IntakeProcess{.config = replay_.options_.process});
+    intakeStatus_ = Mox::makePtr<IntakeStatus>(replay_.config_->name());
+    IntakeWatcher& watcher = *this;
+    intake_.emplace(*process_, replay_.options_.intake, intakeStatus_, status_, watcher);
+    intake_->querierIs(querier_);
+  }
+
+  // Each packet, not only the first of a minute.
+  void report(const IntakeVerdict& verdict, const CaptureContent& content) {
+    ++(verdict.isRefused ? replay_.summary_.refused : replay_.summary_.changed);
+    const auto view = PacketView::of({.packet = content.ipv4, .macs = content.macs});
+    const bool namesGroup = view->isRight() && view->type() != Ilvo::igmpV3Report;
+    const std::span<const Mox::U8> mac =
+        view->hasMacs() ? view->sourceMac() : std::span<const Mox::U8>();
+    replay_.sink_.event(intakeEvent(replay_.config_->name().string(),
+                                    {.rule = *verdict.rule,
+                                     .sender = view->ip().src(),
+                                     .mac = mac,
+                                     .group = namesGroup ? view->group() : Ilvo::IpAddr(),
+                                     .count = intakeStatus_->counted(*verdict.rule)}));
+  }
+  void onIntakeEvent(const IntakeEvent& event) override {
+    if (!nameOf(event.rule).isWarning) return;
+    replay_.sink_.event(intakeEvent(replay_.config_->name().string(), event));
+  }
+
   void turn(Seconds time) {
     Mox::virtualTimeIs(time);
     wheel_->turn(time);
     watcher_.flush();
   }
 
+  CaptureReplay& replay_;
   const Ptr<Obel::TimerWheel> wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
   const Ptr<QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
   const LibraryMessages messages_;
   StatusWatcher watcher_;
   Gmp::Igmp::QueryOutput queries_;
   const Ptr<QuerierSm> querier_;
+  std::optional<IntakeProcess> process_;
+  Ptr<IntakeStatus> intakeStatus_;
+  std::optional<Intake> intake_;  // none where no rules are applied
 };
 
 Mox::U64 ReplaySummary::skippedInAll() const {
@@ -110,7 +150,7 @@ void CaptureReplay::handIn(const CaptureFile::Frame& frame) {
     ++summary_.skipped[*frame.content.skipped];
   } else {
     ++summary_.igmp;
-    querier_->receive(frame.content.ipv4);
+    querier_->receive(frame.content);
   }
 }
 
@@ -132,7 +172,14 @@ Seconds CaptureReplay::timeOf(const CaptureFile::Frame& frame) {
 
 std::vector<InterfaceView> CaptureReplay::interfaces() const {
   if (!querier_) return {};
-  return {{config_->name().string(), options_.address, config_, querier_->status(), true}};
+  return {{.name = config_->name().string(),
+           .address = options_.address,
+           .config = config_,
+           .status = querier_->status(),
+           .running = true,
+           .intake = options_.intake,
+           .intakeStatus = querier_->intakeStatus(),
+           .process = options_.process}};
 }
 
 }  // namespace Agent

@@ -270,7 +270,7 @@ TEST(ReplaySummary, isOneJsonLineWithEveryCount) {
   wallClockDifferenceIs(0.0);
   EXPECT_EQ(summaryJson(eventfulSummary(), 12.5),
             R"({"time":12.5,"utc":"1970-01-01T00:00:12.500000Z","event":"summary","frames":9,)"
-            R"("igmp":4,"skipped":{"notIpv4":0,)"
+            R"("igmp":4,"refused":0,"changed":0,"skipped":{"notIpv4":0,)"
             R"("notIgmp":3,"tooShort":0,"fragment":0,"cutShort":2},"backwards":1,)"
             R"("shortenedGaps":2,"damage":"truncated"})");
   EXPECT_NE(summaryJson({}, 0.0).find("\"damage\":null"), std::string::npos);

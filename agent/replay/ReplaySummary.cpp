@@ -22,6 +22,10 @@ std::string summaryText(const ReplaySummary& summary) {
     const Mox::U64 count = countOf(summary, reason.reason);
     if (count != 0) text += fmt::format("  {} {}\n", count, reason.text);
   }
+  if (summary.refused + summary.changed != 0) {
+    text += fmt::format("of those with IGMP, the intake refused {} and changed {}\n",
+                        summary.refused, summary.changed);
+  }
   if (summary.backwards != 0) {
     text +=
         fmt::format("earlier than a frame before them, time stood still: {}\n", summary.backwards);
@@ -46,6 +50,8 @@ std::string summaryJson(const ReplaySummary& summary, Mox::Seconds now) {
       .text("event", "summary")
       .number("frames", summary.frames)
       .number("igmp", summary.igmp)
+      .number("refused", summary.refused)
+      .number("changed", summary.changed)
       .object("skipped", skipped)
       .number("backwards", summary.backwards)
       .number("shortenedGaps", summary.shortenedGaps);

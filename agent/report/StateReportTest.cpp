@@ -116,6 +116,54 @@ sendFailures              5000000000  -
 )");
 }
 
+void makeIntake(InterfaceView& view) {
+  const auto config = Mox::makePtr<IntakeConfig>(Mox::Name(view.name));
+  config->listenOnlyIs(true);
+  config->permittedQueriersIs(PrefixList("10.0.0.0/24"));
+  const auto status = Mox::makePtr<IntakeStatus>(Mox::Name(view.name));
+  status->countedInc(IntakeRule::queryLimit, 7);
+  status->groupsMostIs(41);
+  view.intake = config;
+  view.intakeStatus = status;
+  view.process = Mox::makePtr<IntakeProcessConfig>();
+}
+
+TEST(StateText, showsCountersAndMarksOfIntakesBehindTheOthers) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                    interfaceNamed("eth1", IpAddr(10, 0, 1, 1))};
+  makeIntake(views[0]);
+  const std::string text = stateText(StatePart::counters, views, now);
+  EXPECT_EQ(text.substr(text.find("queryLimit")),
+            R"(queryLimit                7     -
+groupsMost                41    -
+sourcesMost               0     -
+groupSourcesMost          0     -
+groupRecordsMost          0     -
+queryBurstMost            0     -
+)");
+}
+
+TEST(StateText, showsSettingsOfIntakesBehindThoseOfQueriers) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                    interfaceNamed("eth1", IpAddr(10, 0, 1, 1))};
+  makeIntake(views[0]);
+  const std::string text = stateText(StatePart::config, views, now);
+  EXPECT_NE(text.find("permittedQueriers        10.0.0.0/24  -\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("acceptedGroups           all          -\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("maxProcessGroups         1048576      -\n"), std::string::npos) << text;
+}
+
+TEST(StateText, saysWhichQuerierTransmitsNothing) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1))};
+  becomeQuerier(views[0]);
+  makeIntake(views[0]);
+  const std::string text = stateText(StatePart::interfaces, views, now);
+  EXPECT_NE(text.find("  querier (listen only)  10.0.0.1  "), std::string::npos) << text;
+  const auto json = nlohmann::json::parse(stateJson(StatePart::interfaces, views, now))[0];
+  EXPECT_EQ(json["role"], "querier");
+  EXPECT_EQ(json["listenOnly"], true);
+}
+
 TEST(StateText, reportsThatThereIsNothing) {
   EXPECT_EQ(stateText(StatePart::everything, {}, now), "no interfaces\n");
   const std::vector views{interfaceNamed("eth0", IpAddr())};
@@ -147,7 +195,8 @@ TEST(StateJson, holdsEverythingInOneLine) {
       stateJson(StatePart::everything, views, now),
       R"({"time":1000.0,"utc":"2026-11-21T14:00:01.000000Z","event":"state","interfaces":[)"
       R"({"interface":"eth0",)"
-      R"("address":"10.0.0.1","running":true,"role":"querier","querier":"10.0.0.1",)"
+      R"("address":"10.0.0.1","running":true,"role":"querier","listenOnly":null,)"
+      R"("querier":"10.0.0.1",)"
       R"("querierUpSeconds":250.0,"querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
       R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
       R"("otherQuerierExpirySeconds":null,"groupCount":1,"counters":{"joins":0,"v1QueriesSent":0,)"

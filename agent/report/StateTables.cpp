@@ -58,11 +58,25 @@ void forEachGroup(const InterfaceView& view, F f) {
   for (auto at = groups.begin(); at != groups.end(); ++at) f(view, **at);
 }
 
+// As people read it.
+const char* roleText(const InterfaceView& view) {
+  if (!view.running) return "stopped";
+  const QuerierStatus::QuerierState state = view.status->state();
+  if (!view.intake || !view.intake->listenOnly()) return roleName(state);
+  switch (state) {
+    case QuerierStatus::querierStateInitial: return "initial (listen only)";
+    case QuerierStatus::querierStateQuerier: return "querier (listen only)";
+    case QuerierStatus::querierStateNonQuerier: return "nonQuerier (listen only)";
+  }
+  return "unknown";
+}
+
 const Columns interfaceColumns{{"interface", "INTERFACE"},
                                {"address", "ADDRESS"},
                                {"running"},
                                {"role"},
                                {nullptr, "ROLE"},
+                               {"listenOnly"},
                                {"querier", "QUERIER"},
                                {"querierUpSeconds", "SINCE"},
                                {"querierVersion", "VERSION"},
@@ -75,12 +89,12 @@ const Columns interfaceColumns{{"interface", "INTERFACE"},
 
 Cells interfaceCells(const InterfaceView& view, Seconds now) {
   const QuerierStatus& status = *view.status;
-  const char* const role = roleName(status.state());
   return {view.name,
           knownAddress(view.address),
           view.isCopy ? Cell() : Cell(Flag{view.running, "yes", "no"}),
-          role,
-          view.running ? role : "stopped",
+          roleName(status.state()),
+          roleText(view),
+          view.intake ? Cell(Flag{view.intake->listenOnly(), "yes", "no"}) : Cell(),
           knownAddress(status.electedQuerierAddr()),
           timePassed(view, view.electedTime, now),
           Mox::U64{status.querierVersion()},
@@ -145,9 +159,19 @@ void forEachCounter(F f) {
   });
 }
 
-bool anyState(InterfaceViews interfaces) {
+// Calls f(row) for each counter of the intake, then for each of its high-water marks.
+template <class F>
+void forEachIntakeNumber(F f) {
+  forEachCounter<IntakeStatus>(f);
+  IntakeStatus::attributes.forEach([&](Mox::AttrId, const auto& row) {
+    if constexpr (std::remove_cvref_t<decltype(row)>::kind == Mox::AttrKind::stored) f(row);
+  });
+}
+
+template <class Entity>
+bool isAny(InterfaceViews interfaces, Ptr<const Entity> InterfaceView::*entity) {
   return std::ranges::any_of(interfaces,
-                             [](const InterfaceView& view) { return view.state != nullptr; });
+                             [&](const InterfaceView& view) { return view.*entity != nullptr; });
 }
 
 // Each under its own name. Those of the interface are left out where no view knows them.
@@ -157,22 +181,28 @@ Columns counterColumns(InterfaceViews interfaces, bool forPeople, const char* ob
     columns.push_back({row.name, forPeople ? row.name : nullptr, object});
   };
   forEachCounter<QuerierStatus>(add);
-  if (anyState(interfaces)) forEachCounter<InterfaceState>(add);
+  if (isAny(interfaces, &InterfaceView::state)) forEachCounter<InterfaceState>(add);
+  if (isAny(interfaces, &InterfaceView::intakeStatus)) forEachIntakeNumber(add);
   return columns;
 }
 
-void addCounters(Cells& cells, const InterfaceView& view, bool withState) {
-  forEachCounter<QuerierStatus>(
-      [&](const auto& row) { cells.emplace_back(Mox::U64{(*view.status).*row.member}); });
-  if (!withState) return;
-  forEachCounter<InterfaceState>([&](const auto& row) {
-    cells.push_back(view.state ? Cell(Mox::U64{(*view.state).*row.member}) : Cell());
-  });
+void addCounters(Cells& cells, const InterfaceView& view, InterfaceViews interfaces) {
+  const auto addOf = [&](const auto& entity) {
+    return [&](const auto& row) {
+      cells.push_back(entity ? Cell(Mox::U64{(*entity).*row.member}) : Cell());
+    };
+  };
+  forEachCounter<QuerierStatus>(addOf(view.status));
+  if (isAny(interfaces, &InterfaceView::state)) forEachCounter<InterfaceState>(addOf(view.state));
+  if (isAny(interfaces, &InterfaceView::intakeStatus))
+    forEachIntakeNumber(addOf(view.intakeStatus));
 }
 
 template <class V>
-Cell settingCell(const V& value) {
-  if constexpr (std::is_same_v<V, bool>) {
+Cell settingCell(Table& table, const V& value) {
+  if constexpr (std::is_same_v<V, PrefixList>) {
+    return value.empty() ? "all" : table.kept(value.string());
+  } else if constexpr (std::is_same_v<V, bool>) {
     return Flag{value, "on", "off"};
   } else if constexpr (std::is_same_v<V, Seconds>) {
     return Interval{value};
@@ -182,24 +212,52 @@ Cell settingCell(const V& value) {
 }
 
 // Calls f(name, value) for each attribute but the key.
-template <class F>
-void forEachSetting(const QuerierConfig& config, F f) {
-  QuerierConfig::attributes.forEach([&](Mox::AttrId, const auto& row) {
+template <class Config, class F>
+void forEachSetting(const Config& config, F f) {
+  Config::attributes.forEach([&](Mox::AttrId, const auto& row) {
     using Row = std::remove_cvref_t<decltype(row)>;
     if constexpr (Row::kind == Mox::AttrKind::stored) f(row.name, config.*row.member);
     if constexpr (Row::kind == Mox::AttrKind::derived) f(row.name, (config.*row.get)());
   });
 }
 
-Columns settingColumns() {
+template <class Config>
+Columns settingColumns(const Config& config) {
   static std::deque<std::string> keys;  // with their units
   Columns columns;
-  forEachSetting(*Gmp::Igmp::querierConfigFactory(""), [&](const char* name, const auto& value) {
+  forEachSetting(config, [&](const char* name, const auto& value) {
     constexpr bool seconds = std::is_same_v<std::remove_cvref_t<decltype(value)>, Seconds>;
     keys.push_back(std::string(name) + (seconds ? "Seconds" : ""));
     columns.push_back({keys.back().c_str(), name});
   });
   return columns;
+}
+
+const Columns& querierColumns() {
+  static const Columns columns = settingColumns(*Gmp::Igmp::querierConfigFactory(""));
+  return columns;
+}
+
+const Columns& intakeColumns() {
+  static const Columns columns = settingColumns(IntakeConfig(""));
+  return columns;
+}
+
+const Columns& processColumns() {
+  static const Columns columns = settingColumns(IntakeProcessConfig());
+  return columns;
+}
+
+// Nothing in each column where the view does not know them.
+template <class Config>
+void addSettings(Cells& cells, Table& table, const Ptr<const Config>& config,
+                 const Columns& columns) {
+  if (!config) {
+    cells.resize(cells.size() + columns.size());
+    return;
+  }
+  forEachSetting(
+      *config, [&](const char*, const auto& value) { cells.push_back(settingCell(table, value)); });
 }
 
 }  // namespace
@@ -218,7 +276,7 @@ Table everythingTable(InterfaceViews interfaces, Seconds now) {
   groups.belowIs("sources", groupSourceColumns);
   for (const InterfaceView& view : interfaces) {
     Cells cells = interfaceCells(view, now);
-    addCounters(cells, view, anyState(interfaces));
+    addCounters(cells, view, interfaces);
     table.row(cells);
     addGroups(groups, view, now, 1);
   }
@@ -258,7 +316,7 @@ Table counterTable(InterfaceViews interfaces) {
   Table table(std::move(columns));
   for (const InterfaceView& view : interfaces) {
     Cells cells{view.name};
-    addCounters(cells, view, anyState(interfaces));
+    addCounters(cells, view, interfaces);
     table.row(cells);
   }
   return table;
@@ -266,13 +324,20 @@ Table counterTable(InterfaceViews interfaces) {
 
 Table configTable(InterfaceViews interfaces) {
   Columns columns{{"interface", "SETTING"}};
-  static const Columns settings = settingColumns();
-  addColumns(columns, settings);
+  const bool withIntake = isAny(interfaces, &InterfaceView::intake);
+  addColumns(columns, querierColumns());
+  if (withIntake) {
+    addColumns(columns, intakeColumns());
+    addColumns(columns, processColumns());
+  }
   Table table(std::move(columns));
   for (const InterfaceView& view : interfaces) {
     Cells cells{view.name};
-    forEachSetting(*view.config,
-                   [&](const char*, const auto& value) { cells.push_back(settingCell(value)); });
+    addSettings(cells, table, view.config, querierColumns());
+    if (withIntake) {
+      addSettings(cells, table, view.intake, intakeColumns());
+      addSettings(cells, table, view.process, processColumns());
+    }
     table.row(cells);
   }
   return table;

@@ -21,21 +21,25 @@ namespace {
 
 using Handler = std::unique_ptr<Answer> (*)(const RequestServices&, const Request&);
 
-Mox::Ptr<QuerierSm> querierOf(const RequestServices& services, const std::string& name) {
+// Null while none runs there.
+Mox::Ptr<QuerierSm> querierOrNullOf(const RequestServices& services, const std::string& name) {
   const RequestServices::Queriers queriers = services.queriers();
   const auto found = queriers.find(name);
-  if (found == queriers.end()) {
-    std::vector<std::string> names;
-    for (const auto& [known, querier] : queriers) names.push_back(known);
-    throw RequestError(RequestError::badUse, noInterfaceText(name, listed(names)));
-  }
-  if (!found->second) {
+  if (found != queriers.end()) return found->second;
+  std::vector<std::string> names;
+  for (const auto& [known, querier] : queriers) names.push_back(known);
+  throw RequestError(RequestError::badUse, noInterfaceText(name, listed(names)));
+}
+
+Mox::Ptr<QuerierSm> querierOf(const RequestServices& services, const std::string& name) {
+  Mox::Ptr<QuerierSm> querier = querierOrNullOf(services, name);
+  if (!querier) {
     throw RequestError(RequestError::failure,
                        fmt::format("there is no querier on {} now: the interface is down or gone; "
                                    "try again when it is up and has an IPv4 address",
                                    name));
   }
-  return found->second;
+  return querier;
 }
 
 const Mox::AttrInfo& operationNamed(const std::string& name) {
@@ -57,6 +61,23 @@ std::unique_ptr<Answer> answerCall(const RequestServices& services, const Reques
   operation.call(*querier, nullptr);
   services.turn();
   return lineAnswer(Json::object());
+}
+
+std::unique_ptr<Answer> answerClearGroups(const RequestServices& services, const Request& request) {
+  request.allow({"interface", "group"});
+  request.needConfigure("clear groups");
+  const std::string interface = request.optionalText("interface").value_or("");
+  const std::optional<std::string> text = request.optionalText("group");
+  const std::optional<Ilvo::IpAddr> group = text ? Ilvo::IpAddr::parse(*text) : std::nullopt;
+  if (text && !group) {
+    throw RequestError(RequestError::badUse,
+                       fmt::format("{} is no IPv4 address such as 239.1.1.1", *text));
+  }
+  if (!interface.empty()) querierOrNullOf(services, interface);
+  services.turn();  // what came before the request counts before it
+  const size_t groups = services.clearGroups(interface, group);
+  services.turn();
+  return lineAnswer({{"groups", groups}});
 }
 
 std::unique_ptr<Answer> answerGet(const RequestServices& services, const Request& request) {
@@ -82,6 +103,7 @@ constexpr std::array handlers{
     Row{"get", answerGet},
     Row{"complete", answerComplete},
     Row{"call", answerCall},
+    Row{"clearGroups", answerClearGroups},
     Row{"trace", answerTrace},
     Row{"traceHandles", answerTraceHandles},
     Row{"traceLevel", answerTraceLevel},

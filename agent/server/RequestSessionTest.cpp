@@ -85,7 +85,7 @@ TEST_F(RequestSessionTest, unknownNamesAreAnsweredWithTheKnownOnes) {
   EXPECT_THAT(
       answerTo(R"({"op":"walk"})"),
       ElementsAre(R"({"error":"there is no \"walk\"; \"op\" is one of: get, complete, call, )"
-                  R"(trace, traceHandles, traceLevel","badUse":true})"));
+                  R"(clearGroups, trace, traceHandles, traceLevel","badUse":true})"));
   EXPECT_THAT(answerTo(R"({"op":"trace","handle":"Nobody"})"),
               ElementsAre(StartsWith(
                   R"({"error":"there is no trace handle Nobody; there are: GmpAttrLogSm, )")));

@@ -2,6 +2,7 @@
 // handles as they were before.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,6 +45,8 @@ class RequestAgent {
   void interfaceDown() { querier_ = nullptr; }
   const Mox::Ptr<Gmp::Igmp::QuerierStatus>& status() const { return status_; }
   int turns() const { return turns_; }
+  // The groups that were last cleared: "eth0 239.1.1.1", "eth0 all".
+  const std::string& cleared() const { return cleared_; }
   void turn() { wheel_->turn(Mox::now()); }
 
   RequestServices services() {
@@ -59,6 +62,11 @@ class RequestAgent {
                 [this] {
                   ++turns_;
                   turn();
+                },
+            .clearGroups =
+                [this](const std::string& interface, std::optional<Ilvo::IpAddr> group) {
+                  cleared_ = interface + " " + (group ? group->stringValue() : "all");
+                  return size_t{3};
                 }};
   }
 
@@ -74,6 +82,7 @@ class RequestAgent {
   Mox::Ptr<Gmp::Igmp::QuerierSm> querier_ = Gmp::Igmp::querierSmFactory(
       config_, status_, Ilvo::IpAddr(10, 0, 0, 2), 1500, 0, wheel_, wheel_, wheel_, false);
   std::vector<std::pair<Mox::TraceHandle*, int>> levels_;
+  std::string cleared_;
   int turns_ = 0;
 };
 

@@ -6,6 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <Intake/IntakeSettings.h>
+#include <Mox/TypeInfo.h>
+#include <Settings/SettingEntities.h>
 #include <Settings/SettingRules.h>
 
 namespace Agent {
@@ -60,10 +63,17 @@ std::optional<SettingError> lastMemberErrorOf(const QuerierConfig& config) {
 // Another configuration with the same values, to try the new ones on.
 Mox::Ptr<QuerierConfig> copyOf(const QuerierConfig& config) {
   Mox::Ptr<QuerierConfig> same = Gmp::Igmp::querierConfigFactory(config.name());
-  for (const Mox::AttrInfo& attr : config.type().attrs) {
-    if (attr.set != nullptr) attr.set(*same, attr.get(config));
-  }
+  copySettings(config, *same);
   return same;
+}
+
+// No two settings of an intake contradict each other.
+std::string intakeRefusalOf(std::span<const Written> values) {
+  for (const Written& setting : values) {
+    const auto reason = refusalReason(*setting.attr, setting.value);
+    if (reason) return fmt::format("{}: {}", setting.attr->name, *reason);
+  }
+  return {};
 }
 
 }  // namespace
@@ -84,6 +94,9 @@ std::optional<SettingError> settingErrorOf(const QuerierConfig& config,
 }
 
 std::string whyConfigRefused(const Mox::EntityBase& config, std::span<const Written> values) {
+  if (config.type().name != std::string_view(QuerierConfig::entityTypeName)) {
+    return intakeRefusalOf(values);
+  }
   const auto error = settingErrorOf(static_cast<const QuerierConfig&>(config), values);
   return error ? error->what() : std::string();
 }

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <Intake/IntakeConfig.h>
 #include <Settings/SettingText.h>
 
 namespace Agent {
@@ -52,6 +53,15 @@ TEST(ConfigWrites, valuesAreJudgedWithThoseThatComeWithThem) {
   EXPECT_EQ(
       refusalOf({written("lastMemberQueryInterval", 26.0), written("querierVersion", Mox::U64{3})}),
       "");
+}
+
+TEST(ConfigWrites, valuesOfAnIntakeHaveTheirRanges) {
+  const auto intake = Mox::makePtr<IntakeConfig>("eth0");
+  const Written most{intake->type().attr("maxGroups"), Mox::U64{16777216}};
+  const Written tooMany{intake->type().attr("maxGroups"), Mox::U64{16777217}};
+  EXPECT_EQ(whyConfigRefused(*intake, std::vector{most}), "");
+  EXPECT_EQ(whyConfigRefused(*intake, std::vector{most, tooMany}),
+            "maxGroups: must be a whole number from 1 to 16777216");
 }
 
 }  // namespace

@@ -1,19 +1,30 @@
 #include <Settings/QuerierSettings.h>
 
+#include <algorithm>
+#include <iterator>
+#include <vector>
+
 #include <Ilvo/IpPrefix.h>
 #include <Settings/ConfigWrites.h>
-#include <Settings/SettingRules.h>
 #include <Settings/SettingText.h>
 
 namespace Agent {
 
-using Gmp::Igmp::QuerierConfig;
+using Mox::NboAttrLog::Written;
 
-QuerierSettings::QuerierSettings() : wanted_(Gmp::Igmp::querierConfigFactory("")) {}
+QuerierSettings::QuerierSettings()
+    : wanted_{.config = Gmp::Igmp::querierConfigFactory(""),
+              .intake = Mox::makePtr<IntakeConfig>(""),
+              .process = Mox::makePtr<IntakeProcessConfig>()} {}
 
 void QuerierSettings::add(std::string_view attribute, std::string_view text) {
-  added_.push_back(readSetting(attribute, optionName(attribute), text));
-  added_.back().attr->set(*wanted_, added_.back().value);
+  const Written setting = readSetting(attribute, optionName(attribute), text);
+  if (std::ranges::find(added_, setting.attr, &Written::attr) != added_.end()) {
+    throw SettingError(optionName(attribute), std::string(text),
+                       "gives " + optionName(setting.attr->name) + " a second value");
+  }
+  added_.push_back(setting);
+  wanted_.set(setting);
 }
 
 void QuerierSettings::boundaryAdd(std::string_view text) {
@@ -27,14 +38,18 @@ void QuerierSettings::boundaryAdd(std::string_view text) {
 }
 
 void QuerierSettings::check() const {
-  const auto error = settingErrorOf(*wanted_, added_);
+  std::vector<Written> ofQuerier;
+  std::ranges::copy_if(added_, std::back_inserter(ofQuerier), [&](const Written& setting) {
+    return wanted_.ownerOf(*setting.attr) == wanted_.config;
+  });
+  const auto error = settingErrorOf(*wanted_.config, ofQuerier);
   if (error) throw SettingError(optionName(error->name()), error->value(), error->reason());
 }
 
-void QuerierSettings::apply(QuerierConfig& config) const {
-  QuerierConfig::attributes.forEach([&](Mox::AttrId, const auto& row) {
-    if constexpr (isSetting<decltype(row)>) (config.*row.set)((*wanted_).*row.member);
-  });
+void QuerierSettings::apply(const SettingEntities& entities) const {
+  if (entities.config) copySettings(*wanted_.config, *entities.config);
+  if (entities.intake) copySettings(*wanted_.intake, *entities.intake);
+  if (entities.process) copySettings(*wanted_.process, *entities.process);
 }
 
 }  // namespace Agent

@@ -28,7 +28,7 @@ TEST(QuerierSettings, setWhatWasAddedAndTheDefaultsOfTheOthers) {
   QuerierSettings settings;
   settings.add("queryInterval", "60.5");
   settings.add("sendQuery", "off");
-  settings.apply(*config);
+  settings.apply({.config = config, .intake = {}, .process = {}});
   EXPECT_EQ(config->queryInterval(), 60.5);
   EXPECT_FALSE(config->sendQuery());
   EXPECT_EQ(config->robustness(), 2u);
@@ -56,6 +56,34 @@ TEST(QuerierSettings, contradictionsAreFoundOnceAllAreThere) {
             }),
             "--query-interval 5: must be more than the query response interval, 10 seconds (RFC "
             "3376 8.3)");
+}
+
+TEST(QuerierSettings, reachTheIntakeOfTheInterfaceAndThatOfTheProcess) {
+  const auto intake = Mox::makePtr<IntakeConfig>("eth0");
+  const auto process = Mox::makePtr<IntakeProcessConfig>();
+  intake->maxSourcesIs(7);
+  QuerierSettings settings;
+  settings.add("maxGroups", "1000");
+  settings.add("acceptedGroups", "239.0.0.0/8");
+  settings.add("maxProcessGroups", "2000");
+  settings.apply({.config = {}, .intake = intake, .process = process});
+  EXPECT_EQ(intake->maxGroups(), 1000u);
+  EXPECT_EQ(intake->maxSources(), 262144u);
+  EXPECT_EQ(intake->acceptedGroups(), PrefixList("239.0.0.0/8"));
+  EXPECT_EQ(process->maxProcessGroups(), 2000u);
+}
+
+TEST(QuerierSettings, immediateLeaveIsACountOfZero) {
+  const auto config = querierConfigFactory("eth0");
+  QuerierSettings settings;
+  settings.add("immediateLeave", "on");
+  settings.apply({.config = config, .intake = {}, .process = {}});
+  EXPECT_EQ(config->lastMemberQueryCount(), 0u);
+  EXPECT_EQ(errorOf([](QuerierSettings& s) {
+              s.add("lastMemberQueryCount", "3");
+              s.add("immediateLeave", "on");
+            }),
+            "--immediate-leave on: gives --last-member-query-count a second value");
 }
 
 TEST(QuerierSettings, prefixesMakeTheBoundary) {

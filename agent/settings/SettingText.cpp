@@ -3,7 +3,11 @@
 #include <type_traits>
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
+#include <Intake/IntakeConfig.h>
+#include <Intake/IntakeProcess.h>
+#include <Intake/IntakeSettings.h>
 #include <Mox/AttrValue.h>
+#include <Mox/Errors.h>
 #include <Mox/TypeInfo.h>
 #include <Settings/SettingError.h>
 #include <Settings/SettingRules.h>
@@ -15,12 +19,16 @@ using Mox::NboAttrLog::Written;
 
 namespace {
 
+bool flagOf(std::string_view name, std::string_view text) {
+  if (text == "on") return true;
+  if (text == "off") return false;
+  throw SettingError(std::string(name), std::string(text), "must be on or off");
+}
+
 template <class V>
 V settingOf(std::string_view name, const SettingRule& rule, std::string_view text) {
   if constexpr (std::is_same_v<V, bool>) {
-    if (text == "on") return true;
-    if (text == "off") return false;
-    throw SettingError(std::string(name), std::string(text), "must be on or off");
+    return flagOf(name, text);
   } else {
     constexpr bool whole = !std::is_same_v<V, Mox::Seconds>;
     const double number = optionNumber(name, text, rangeOf(rule, whole));
@@ -29,7 +37,33 @@ V settingOf(std::string_view name, const SettingRule& rule, std::string_view tex
   }
 }
 
+Written immediateLeaveOf(std::string_view name, std::string_view text) {
+  const bool isOn = flagOf(name, text);
+  const auto* const attr = Mox::typeInfoOf<QuerierConfig>().attr("lastMemberQueryCount");
+  const auto defaults = Gmp::Igmp::querierConfigFactory("");
+  return {.attr = attr, .value = isOn ? Mox::Value(Mox::U64{0}) : attr->get(*defaults)};
+}
+
+Written intakeSettingOf(const IntakeSetting& setting, std::string_view name,
+                        std::string_view text) {
+  const auto* attr = Mox::typeInfoOf<IntakeConfig>().attr(setting.attribute);
+  if (attr == nullptr) attr = Mox::typeInfoOf<IntakeProcessConfig>().attr(setting.attribute);
+  try {
+    return {.attr = attr, .value = intakeValueOf(setting, text)};
+  } catch (const Mox::RangeError& error) {
+    throw SettingError(std::string(name), std::string(text), error.what());
+  }
+}
+
 }  // namespace
+
+std::vector<std::string_view> settingNames() {
+  std::vector<std::string_view> names;
+  for (const SettingRule& rule : settingRules) names.push_back(rule.attribute);
+  names.push_back(immediateLeave);
+  for (const IntakeSetting& setting : intakeSettings) names.push_back(setting.attribute);
+  return names;
+}
 
 std::string optionName(std::string_view attribute) {
   std::string name = "--";
@@ -42,6 +76,8 @@ std::string optionName(std::string_view attribute) {
 }
 
 Written readSetting(std::string_view attribute, std::string_view name, std::string_view text) {
+  if (attribute == immediateLeave) return immediateLeaveOf(name, text);
+  if (const auto* setting = intakeSetting(attribute)) return intakeSettingOf(*setting, name, text);
   Written setting{};
   QuerierConfig::attributes.forEach([&](Mox::AttrId id, const auto& row) {
     if constexpr (isSetting<decltype(row)>) {

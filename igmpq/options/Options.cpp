@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include <Intake/IntakeSettings.h>
+#include <Mox/TypeInfo.h>
 #include <Settings/SettingError.h>
 #include <Settings/SettingRules.h>
 #include <Settings/SettingText.h>
@@ -36,11 +38,43 @@ constexpr const char* valueNameOf() {
   return "N";
 }
 
+const char* valueNameOf(Agent::IntakeValue value) {
+  switch (value) {
+    case Agent::IntakeValue::flag: return "on|off";
+    case Agent::IntakeValue::number: return "N";
+    case Agent::IntakeValue::prefixes: return "PREFIXES";
+  }
+  return "";
+}
+
 template <class V>
 std::string defaultText(const V& value) {
   if constexpr (std::is_same_v<V, bool>) return value ? "on" : "off";
   if constexpr (std::is_same_v<V, Mox::Seconds>) return fmt::format("{}", value);
   return fmt::to_string(static_cast<Mox::U32>(value));
+}
+
+CLI::Option* addSetting(CLI::App& app, QuerierSettings& settings, std::string_view attribute,
+                        const char* help) {
+  const auto take = [&settings, attribute](const std::string& text) {
+    asOption([&] { settings.add(attribute, text); });
+  };
+  return app.add_option_function<std::string>(Agent::optionName(attribute), take, help);
+}
+
+void addIntakeSettings(CLI::App& app, QuerierSettings& settings) {
+  const auto ofInterface = Mox::makePtr<Agent::IntakeConfig>("");
+  const auto ofProcess = Mox::makePtr<Agent::IntakeProcessConfig>();
+  for (const Agent::IntakeSetting& setting : Agent::intakeSettings) {
+    const auto* const attr = ofInterface->type().attr(setting.attribute);
+    const Mox::Value value = attr != nullptr
+                                 ? attr->get(*ofInterface)
+                                 : ofProcess->type().attr(setting.attribute)->get(*ofProcess);
+    addSetting(app, settings, setting.attribute, setting.help)
+        ->type_name(valueNameOf(setting.value))
+        ->default_str(Agent::intakeText(setting, value))
+        ->group(intakeGroup);
+  }
 }
 
 void addBoundary(CLI::App& app, QuerierSettings& settings) {
@@ -71,16 +105,17 @@ void addSettings(CLI::App& app, QuerierSettings& settings) {
   QuerierConfig::attributes.forEach([&](Mox::AttrId, const auto& row) {
     if constexpr (Agent::isSetting<decltype(row)>) {
       using V = std::remove_cvref_t<decltype((*defaults).*row.member)>;
-      const auto take = [&settings, attribute = row.name](const std::string& text) {
-        asOption([&] { settings.add(attribute, text); });
-      };
-      app.add_option_function<std::string>(Agent::optionName(row.name), take,
-                                           Agent::settingRule(row.name)->help)
+      addSetting(app, settings, row.name, Agent::settingRule(row.name)->help)
           ->type_name(valueNameOf<V>())
           ->default_str(defaultText((*defaults).*row.member));
     }
   });
+  addSetting(app, settings, Agent::immediateLeave,
+             "whether a group ends when a host leaves: a last member query count of 0")
+      ->type_name("on|off");
   addBoundary(app, settings);
+  addIntakeSettings(app, settings);
+  app.set_help_all_flag("--help-all", "Print this help message with the options of the intake");
   app.parse_complete_callback([&settings] { asOption([&] { settings.check(); }); });
 }
 

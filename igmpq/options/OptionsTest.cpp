@@ -29,7 +29,7 @@ class Line {
     std::reverse(arguments.begin(), arguments.end());
     try {
       app_.parse(arguments);
-      settings_.apply(*config_);
+      settings_.apply({.config = config_, .intake = intake_, .process = {}});
     } catch (const CLI::Error& error) {
       refusal_ = error.what();
     }
@@ -37,11 +37,13 @@ class Line {
 
   const std::string& refusal() const { return refusal_; }
   const QuerierConfig& config() const { return *config_; }
+  const Agent::IntakeConfig& intake() const { return *intake_; }
   const QuerierSettings& settings() const { return settings_; }
 
  private:
   CLI::App app_;
   QuerierSettings settings_;
+  Ptr<Agent::IntakeConfig> intake_ = Mox::makePtr<Agent::IntakeConfig>("eth0");
   Ptr<QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
   std::string refusal_;
 };
@@ -165,10 +167,26 @@ TEST(SettingOptions, reachTheConfiguration) {
   EXPECT_FALSE(config.sendQuery());
 }
 
+TEST(SettingOptions, reachTheIntake) {
+  const Line line(
+      {"--max-groups", "1000", "--permitted-queriers", "10.0.0.1,10.0.0.2", "--ttl-one", "off"});
+  ASSERT_EQ(line.refusal(), "");
+  EXPECT_EQ(line.intake().maxGroups(), 1000u);
+  EXPECT_EQ(line.intake().permittedQueriers(), Agent::PrefixList("10.0.0.1,10.0.0.2"));
+  EXPECT_FALSE(line.intake().ttlOne());
+  EXPECT_EQ(line.intake().maxSources(), 262144u);
+}
+
+TEST(SettingOptions, ofTheIntakeAreRefusedByTheirRanges) {
+  EXPECT_EQ(Line({"--max-groups", "0"}).refusal(),
+            "--max-groups 0: must be a whole number from 1 to 16777216");
+  EXPECT_EQ(Line({"--local-queries", "yes"}).refusal(), "--local-queries yes: must be on or off");
+}
+
 TEST(SettingOptions, setAttributesThatWereNotGivenToTheirDefaults) {
   const Ptr<QuerierConfig> config = Gmp::Igmp::querierConfigFactory("eth0");
   config->robustnessIs(7);
-  QuerierSettings().apply(*config);
+  QuerierSettings().apply({.config = config, .intake = {}, .process = {}});
   EXPECT_EQ(config->robustness(), 2u);
 }
 

@@ -40,7 +40,10 @@ def verbs():
 
 
 def long_options(verb):
-    return set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", igmpq(verb, "--help"), re.M))
+    everything = subprocess.run([COMMAND, verb, "--help-all"], capture_output=True, text=True,
+                                timeout=60, check=False)
+    text = everything.stdout if everything.returncode == 0 else igmpq(verb, "--help")
+    return set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", text, re.M))
 
 
 def machine_interfaces():

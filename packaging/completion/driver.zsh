@@ -1,6 +1,7 @@
 # Makes an interactive zsh print its offers: Ctrl-T completes the line, and writes the offers to
 # $OFFERED, one on each line, and a mark to the terminal.
 PS1= PS2= RPS1=
+LISTMAX=1000  # a long list is shown without a question
 unsetopt zle_bracketed_paste prompt_cr prompt_sp beep
 zstyle ':completion:*' insert-tab false
 fpath=($COMPLETIONS $fpath)

@@ -23,7 +23,7 @@ _igmpq_verbs() {
 
 # The options of a verb, each with the placeholder of its value: "--send-query on|off".
 _igmpq_options() {
-  _igmpq_ask "$1" --help | sed 's/ \(Excludes\|Needs\): .*//' | sed -n '/^Options:/,$ {
+  { _igmpq_ask "$1" --help-all || _igmpq_ask "$1" --help; } | sed 's/ \(Excludes\|Needs\): .*//' | sed -n '/^Options:/,$ {
     s/^  -h,--help .*/-h\n--help/p; t
     s/^  \(--[a-z-]\+\) \([^ =]\+\).*/\1 \2/p; t
     s/^  \(--[a-z-]\+\).*/\1/p
@@ -103,6 +103,8 @@ _igmpq_words() {
     show,0) _igmpq_listed show PART && _igmpq_agent_interfaces ;;
     show,* | watch,* | set,0 | call,0) _igmpq_agent_interfaces ;;
     set,*) _igmpq_settings "$begun" ;;
+    clear,0) echo groups ;;
+    clear,1) _igmpq_agent_interfaces ;;
     call,1) _igmpq_listed call OPERATION ;;
     get,*) _igmpq_ask_agent get --complete "$begun" ;;
     types,0) _igmpq_types ;;

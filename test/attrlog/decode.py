@@ -60,6 +60,27 @@ TYPES = {
         attributes(258, "address:addr", "running:flag", "electedTime:seconds", "framesLost:u64",
                    "framesUnparsable:u64", "fragmentsReceived:u64", "otherVlanFrames:u64",
                    "sendFailures:u64"), None),
+    "Agent::IntakeConfig": (
+        attributes(258, "multicastOnly:flag", "refuseFragments:flag", "ttlOne:flag",
+                   "localQueries:flag", "guardSpecificQueries:flag", "limitQuerierTimes:flag",
+                   "reportNewQueriers:flag", "permittedQueriers:text", "acceptedGroups:text",
+                   "localReports:flag", "requireRouterAlert:flag", "leastReportVersion:u32",
+                   "guardSourceSpecific:flag", "maxGroups:u32", "maxGroupSources:u32",
+                   "maxSources:u32", "maxGroupRecords:u32", "maxQueryRate:u32",
+                   "maxQueryBurst:u32", "listenOnly:flag"), None),
+    "Agent::IntakeStatus": (
+        attributes(258, "notMulticast:u64", "fragment:u64", "wrongTtl:u64", "foreignQuery:u64",
+                   "unpermittedQuerier:u64", "specificQuery:u64", "querierTimes:u64",
+                   "newQuerier:u64", "ownAddress:u64", "foreignReport:u64", "noRouterAlert:u64",
+                   "oldVersion:u64", "unacceptedGroup:u64", "notSourceSpecific:u64",
+                   "groupLimit:u64", "processGroupLimit:u64", "groupSourceLimit:u64",
+                   "sourceLimit:u64", "processSourceLimit:u64", "groupRecordLimit:u64",
+                   "queryLimit:u64", "groupsMost:u64", "sourcesMost:u64", "groupSourcesMost:u64",
+                   "groupRecordsMost:u64", "queryBurstMost:u64"), None),
+    "Agent::IntakeProcessConfig": (
+        attributes(258, "maxProcessGroups:u32", "maxProcessSources:u32"), None),
+    "Agent::IntakeProcessStatus": (
+        attributes(258, "groupsMost:u64", "sourcesMost:u64"), None),
     "Gmp::Igmp::QuerierSourceStatus": (
         attributes(259, "expired:flag", "creationTime:seconds", "expiryTime:seconds"), None),
 }
@@ -257,10 +278,11 @@ class Log:
         raise LogError("refused: " + fields.value("text"))
 
     def state(self):
-        """By interface: {"config": {...}, "status": {...}, "interface": {...}}."""
+        """By interface: {"config": {...}, "status": {...}, "interface": {...}, ...}."""
         interfaces = {}
         for number, path in self.paths.items():
             part, _, name = path.partition("/")
+            if not name: continue  # of the whole process
             interfaces.setdefault(name, {})[part] = self.roots[number].state()
         return interfaces
 

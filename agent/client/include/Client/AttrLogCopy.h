@@ -1,4 +1,5 @@
-// Live copies of what an agent serves: configuration, status and state of each of its interfaces.
+// Live copies of what an agent serves: configuration, status and state of each of its interfaces,
+// and those of their intakes.
 //
 // Copies outlive connections: the state that a new connection brings is compared with the copies,
 // so that their watchers are notified of the differences only. The host's loop moves the bytes;
@@ -17,6 +18,9 @@
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
+#include <Intake/IntakeConfig.h>
+#include <Intake/IntakeProcess.h>
+#include <Intake/IntakeStatus.h>
 #include <Local/IoContext.h>
 #include <Local/LocalSocket.h>
 #include <MoxBase/Ptr.h>
@@ -30,7 +34,11 @@ class AttrLogCopy {
   struct Interface {
     Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
     Mox::Ptr<Gmp::Igmp::QuerierStatus> status;
-    Mox::Ptr<InterfaceState> state = {};  // null when the agent serves none
+    // Null when the agent serves none, as the next three.
+    Mox::Ptr<InterfaceState> state = {};
+    Mox::Ptr<IntakeConfig> intake = {};
+    Mox::Ptr<IntakeStatus> intakeStatus = {};
+    Mox::Ptr<IntakeProcessConfig> process = {};  // of all interfaces
     bool configurable = false;  // values written into this configuration are sent to the agent
   };
   using Interfaces = std::map<std::string, Interface>;
@@ -80,6 +88,7 @@ class AttrLogCopy {
   const std::string path_;
   const Handlers handlers_;
   Interfaces interfaces_;
+  Mox::Ptr<IntakeProcessConfig> process_;
   std::shared_ptr<Connection> connection_;
 };
 

@@ -52,6 +52,9 @@ class RequestClient {
   RequestClient& operator=(const RequestClient&) = delete;
 
   void call(const std::string& interface, const std::string& operation);
+  // Ends the groups of one interface, or of all for an empty name; only one group, or all for an
+  // empty text. Returns how many there were.
+  Mox::U64 clearGroups(const std::string& interface, const std::string& group);
   PathText get(const std::string& path);
   // The paths that begin with `prefix`.
   std::vector<std::string> completions(const std::string& prefix);

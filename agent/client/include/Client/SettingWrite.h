@@ -1,10 +1,10 @@
-// Settings of one interface that are written together into a live copy of its configuration. They
-// are checked together: here before they are written, and by the agent when it receives them.
+// Settings of one interface that are written together into the live copies of its configuration.
+// They are checked together: here before they are written, and by the agent when it receives them.
 //
 //   SettingWrite settings;
 //   settings.add("queryInterval=60");      // or query-interval=60
-//   settings.checkAgainst(*copy.config);
-//   attrLogCopy.writeTogether([&] { settings.write(*copy.config); });
+//   settings.checkAgainst(copy);
+//   attrLogCopy.writeTogether([&] { settings.write(copy); });
 //   ... the agent has answered ...
 //   for (const std::string& line : settings.outcome(copy)) ...
 #pragma once
@@ -14,7 +14,6 @@
 #include <vector>
 
 #include <Client/AttrLogCopy.h>
-#include <GmpIgmpQuerier/QuerierConfig.h>
 #include <NboAttrLog/TreeIn.h>
 
 namespace Agent {
@@ -25,20 +24,17 @@ class SettingWrite {
   // 31744 (RFC 3376 8.2)".
   void add(std::string_view assignment);
   // Throws SettingError when the values contradict each other, or values that are not written.
-  void checkAgainst(const Gmp::Igmp::QuerierConfig& config) const;
+  void checkAgainst(const AttrLogCopy::Interface& interface) const;
 
-  void write(Gmp::Igmp::QuerierConfig& config) const;
+  void write(const AttrLogCopy::Interface& interface) const;
 
   // For each setting, in the order of add, whether it took effect: "queryInterval 60 s: in
   // effect".
   std::vector<std::string> outcome(const AttrLogCopy::Interface& interface) const;
 
-  // The attributes that can be set.
-  static std::vector<std::string> names();
-
  private:
   std::vector<Mox::NboAttrLog::Written> settings_;
-  std::vector<std::string> texts_;  // the value of each as it was given
+  std::vector<std::string> texts_;  // name and value of each as people write them
 };
 
 }  // namespace Agent

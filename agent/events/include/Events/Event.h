@@ -46,7 +46,9 @@ struct Event {
     configChanged,
     counters,
     agentLost,
-    agentBack,  // the connection to the agent exists again
+    agentBack,      // the connection to the agent exists again
+    intake,         // a packet that a querier did not see, or not as it was sent
+    intakeWarning,  // one that it saw, but that may be forged
     error,
   };
   static constexpr size_t kinds = error + 1;
@@ -67,6 +69,8 @@ struct Event {
   Mox::Value value = {};
   std::vector<std::pair<const char*, Mox::U64>> counts = {};  // those that changed, by name
   std::string text = {};
+  std::string mac = {};  // of the sender; empty where the link has none
+  Mox::U64 count = 0;
 };
 
 // The event for a query that a querier published as the message `igmp` for `group`.

@@ -16,6 +16,7 @@
 
 #include <Events/Event.h>
 #include <Host/InterfaceSetup.h>
+#include <Intake/IntakeProcess.h>
 #include <Report/InterfaceView.h>
 #include <Server/AttrLogServer.h>
 
@@ -25,6 +26,7 @@ class AgentLoop {
  public:
   struct Setup {
     std::vector<InterfaceSetup> interfaces;
+    Mox::Ptr<IntakeProcessConfig> process = Mox::makePtr<IntakeProcessConfig>();
     bool reportQueries = false;                        // an event for each query sent
     std::function<void()> onStateRequested;            // SIGUSR1
     std::optional<AttrLogServer::Setup> attrLog = {};  // none: no other process sees the state

@@ -5,6 +5,7 @@
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <Ilvo/IntfBoundaryStatus.h>
+#include <Intake/IntakeConfig.h>
 #include <MoxBase/Ptr.h>
 
 namespace Agent {
@@ -12,6 +13,7 @@ namespace Agent {
 struct InterfaceSetup {
   std::string name;
   Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
+  Mox::Ptr<IntakeConfig> intake;
   Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary = {};  // null for none
 };
 

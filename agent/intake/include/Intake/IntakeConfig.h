@@ -1,5 +1,6 @@
-// What an interface lets in: a flag, a number or a list of prefixes for each rule. The defaults let
-// in what a conforming host or router sends, and as much of it as a busy link needs.
+// What an interface lets in: a flag, a number or a list of prefixes for each rule; and whether it
+// lets anything out. The defaults let in what a conforming host or router sends, and as much of it
+// as a busy link needs.
 //
 // Setters take any value; code that takes values from others checks their ranges first
 // (Intake/IntakeSettings.h).
@@ -61,6 +62,8 @@ class IntakeConfig final : public Mox::Entity<IntakeConfig> {
   // Specific queries that reports may cause: a second, and at once.
   U32 maxQueryRate() const { return maxQueryRate_; }
   U32 maxQueryBurst() const { return maxQueryBurst_; }
+  // Nothing is transmitted, whatever the querier publishes.
+  bool listenOnly() const { return listenOnly_; }
 
   void multicastOnlyIs(bool v) { set<&Self::multicastOnly_>(v); }
   void refuseFragmentsIs(bool v) { set<&Self::refuseFragments_>(v); }
@@ -81,6 +84,7 @@ class IntakeConfig final : public Mox::Entity<IntakeConfig> {
   void maxGroupRecordsIs(U32 v) { set<&Self::maxGroupRecords_>(v); }
   void maxQueryRateIs(U32 v) { set<&Self::maxQueryRate_>(v); }
   void maxQueryBurstIs(U32 v) { set<&Self::maxQueryBurst_>(v); }
+  void listenOnlyIs(bool v) { set<&Self::listenOnly_>(v); }
 
  private:
   using Self = IntakeConfig;
@@ -95,6 +99,7 @@ class IntakeConfig final : public Mox::Entity<IntakeConfig> {
   bool localReports_ = false;
   bool requireRouterAlert_ = false;
   bool guardSourceSpecific_ = false;
+  bool listenOnly_ = false;
   U32 leastReportVersion_ = 1;
   U32 maxGroups_ = 65536;
   U32 maxGroupSources_ = 1024;
@@ -145,6 +150,7 @@ class IntakeConfig final : public Mox::Entity<IntakeConfig> {
                 &NotifieeConst::onSetting},
       Mox::Attr{"maxQueryBurst", &Self::maxQueryBurst_, &Self::maxQueryBurstIs,
                 &NotifieeConst::onSetting},
+      Mox::Attr{"listenOnly", &Self::listenOnly_, &Self::listenOnlyIs, &NotifieeConst::onSetting},
   };
 };
 

@@ -35,8 +35,9 @@ enum class IntakeRule : Mox::U8 {
 
 struct IntakeRuleName {
   IntakeRule rule;
-  const char* name;  // of its counter
-  const char* text;  // the reason of a refusal or a change, for people
+  const char* name;        // of its counter
+  const char* text;        // the reason of a refusal or a change, for people
+  bool isWarning = false;  // the packet reaches the querier as it is
 };
 inline constexpr std::array intakeRules{
     IntakeRuleName{IntakeRule::notMulticast, "notMulticast",
@@ -52,8 +53,9 @@ inline constexpr std::array intakeRules{
         "a specific query that the elected querier did not send, or for an unknown group"},
     IntakeRuleName{IntakeRule::querierTimes, "querierTimes",
                    "the times of another querier were out of range: they were limited"},
-    IntakeRuleName{IntakeRule::newQuerier, "newQuerier", "a new querier has won the election"},
-    IntakeRuleName{IntakeRule::ownAddress, "ownAddress", "another station uses this address"},
+    IntakeRuleName{IntakeRule::newQuerier, "newQuerier", "a new querier has won the election",
+                   true},
+    IntakeRuleName{IntakeRule::ownAddress, "ownAddress", "another station uses this address", true},
     IntakeRuleName{IntakeRule::foreignReport, "foreignReport",
                    "a report from an address that is in no subnet of the interface"},
     IntakeRuleName{IntakeRule::noRouterAlert, "noRouterAlert",

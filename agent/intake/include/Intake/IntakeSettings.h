@@ -64,11 +64,16 @@ inline constexpr std::array intakeSettings{
                   "specific queries a second that reports may cause"},
     IntakeSetting{"maxQueryBurst", IntakeValue::number, 1, 1000000, nullptr,
                   "specific queries at once that reports may cause"},
+    IntakeSetting{"listenOnly", IntakeValue::flag, 0, 1, nullptr,
+                  "whether nothing is ever transmitted"},
     IntakeSetting{"maxProcessGroups", IntakeValue::number, 1, 16777216, nullptr,
                   "groups of all interfaces"},
     IntakeSetting{"maxProcessSources", IntakeValue::number, 1, 16777216, nullptr,
                   "sources of all interfaces"},
 };
+
+// The value of an attribute that has a setting, as people write it.
+std::string intakeText(const IntakeSetting& setting, const Mox::Value& value);
 
 // Null for a name that no setting has.
 const IntakeSetting* intakeSetting(std::string_view attribute);

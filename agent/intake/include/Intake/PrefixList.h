@@ -1,5 +1,5 @@
 // A list of IPv4 prefixes as a value that can be set: "10.0.0.0/8,192.0.2.1/32". An empty list
-// stands for no restriction.
+// stands for no restriction. Its text fits into a frame of the attribute log.
 //
 //   const PrefixList permitted("10.0.0.0/8");
 //   if (!permitted.allows(query.source)) refuse();
@@ -11,17 +11,21 @@
 
 #include <Ilvo/IpAddr.h>
 #include <MoxBase/Types.h>
+#include <NboAttrLog/Frame.h>
 
 namespace Agent {
 
 class PrefixList {
  public:
-  static constexpr std::size_t mostPrefixes = 256;
+  static constexpr std::size_t longestText = Mox::NboAttrLog::longestText;
 
   PrefixList() = default;
   // Prefixes between commas; an address alone is a prefix of 32 bits. A Mox::RangeError names the
-  // text that is no prefix, or says that there are too many.
+  // text that is no prefix, or says that the list is too long.
   explicit PrefixList(std::string_view text);
+  // Of the address, so many bits; nothing for a prefix that is in the list already. The list may
+  // become longer than one that can be set.
+  void add(Ilvo::IpAddr addr, unsigned bits);
 
   bool empty() const { return prefixes_.empty(); }
   // True in an empty list, too.

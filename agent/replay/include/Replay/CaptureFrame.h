@@ -39,6 +39,7 @@ inline constexpr std::array skipReasons{
 struct CaptureContent {
   std::span<const Mox::U8> ipv4;  // includes the bytes after it in the frame; empty when skipped
   std::optional<SkipReason> skipped;
+  std::span<const Mox::U8> macs = {};  // destination and source; empty where the link has none
 };
 
 // Ethernet, raw IP, Linux cooked capture 1 and 2, BSD loopback.

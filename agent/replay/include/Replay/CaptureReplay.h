@@ -2,7 +2,8 @@
 //
 // It begins at the time of the first frame, or at 0 if there is none. Before a frame is handed
 // over, every timer that is due by its time has fired, at its own time. The sink receives the
-// changes of the state and the queries that this querier would have sent. Clocks may be set while a
+// changes of the state and the queries that this querier would have sent, and each packet that the
+// intake refused or changed. Clocks may be set while a
 // capture runs: where its time runs backwards, the virtual time stands still, and a gap longer than
 // `maxGap` is shortened to `maxGap`. The same capture with the same options gives the same events.
 // After the replay, the process still has the virtual activity clock and the wall clock of the
@@ -22,6 +23,8 @@
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <Ilvo/IntfBoundaryStatus.h>
 #include <Ilvo/IpAddr.h>
+#include <Intake/IntakeConfig.h>
+#include <Intake/IntakeProcess.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
 #include <Replay/CaptureFile.h>
@@ -34,11 +37,17 @@ struct ReplayOptions {
   Mox::U32 seed = 0;              // of all random delays
   Mox::Seconds until = 0.0;       // how long time goes on after the last frame
   Mox::Seconds maxGap = 86400.0;  // between two frames
+  // The rules that decide what the querier sees. Without them it sees everything. The subnets of
+  // the captured network are not known, so that each address counts as local.
+  Mox::Ptr<const IntakeConfig> intake = {};
+  Mox::Ptr<IntakeProcessConfig> process = {};  // needed with intake
 };
 
 struct ReplaySummary {
   Mox::U64 frames = 0;
-  Mox::U64 igmp = 0;  // frames handed to the querier
+  Mox::U64 igmp = 0;  // frames with IGMP, handed to the querier unless the intake refused them
+  Mox::U64 refused = 0;
+  Mox::U64 changed = 0;  // by the intake, before the querier saw them
   std::map<SkipReason, Mox::U64> skipped = {};
   Mox::U64 backwards = 0;  // frames whose time was before that of the frame before them
   Mox::U64 shortenedGaps = 0;

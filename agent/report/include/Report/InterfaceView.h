@@ -7,6 +7,9 @@
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Ilvo/IpAddr.h>
+#include <Intake/IntakeConfig.h>
+#include <Intake/IntakeProcess.h>
+#include <Intake/IntakeStatus.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
 #include <Report/InterfaceState.h>
@@ -21,7 +24,11 @@ struct InterfaceView {
   bool running = true;
   bool isCopy = false;             // of a process's state that does not publish address and running
   Mox::Seconds electedTime = 0.0;  // since when the elected querier is; 0 when that is not known
-  Mox::Ptr<const InterfaceState> state = {};  // null where no agent receives packets
+  // Null where no agent receives packets.
+  Mox::Ptr<const InterfaceState> state = {};
+  Mox::Ptr<const IntakeConfig> intake = {};
+  Mox::Ptr<const IntakeStatus> intakeStatus = {};
+  Mox::Ptr<const IntakeProcessConfig> process = {};  // of all interfaces
 };
 
 }  // namespace Agent

@@ -3,9 +3,11 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 #include <GmpIgmpQuerierSm/QuerierSm.h>
+#include <Ilvo/IpAddr.h>
 #include <MoxBase/Ptr.h>
 #include <Server/ObjectRoots.h>
 
@@ -20,6 +22,10 @@ struct RequestServices {
   std::function<ObjectRoots()> roots;
   // Turns the wheel to the current time. Called before and after a request changes something.
   std::function<void()> turn;
+  // Ends the groups of one interface, or of all for an empty name; all of them, or only that one.
+  // Returns how many there were.
+  std::function<size_t(const std::string& interface, std::optional<Ilvo::IpAddr> group)>
+      clearGroups;
 };
 
 }  // namespace Agent

@@ -1,5 +1,5 @@
-// Checks values before they are set in a querier configuration, whether they come from the command
-// line, from `igmpq set` or from another process.
+// Checks values before they are set in a configuration, whether they come from the command line,
+// from `igmpq set` or from another process.
 #pragma once
 
 #include <optional>
@@ -20,8 +20,9 @@ namespace Agent {
 std::optional<SettingError> settingErrorOf(const Gmp::Igmp::QuerierConfig& config,
                                            std::span<const Mox::NboAttrLog::Written> values);
 
-// The same for values that another process writes, as a text; empty when they may be set. The
-// writer checked them against its own copy, which may be out of date.
+// The same for values that another process writes into any configuration of SettingEntities.h, as a
+// text; empty when they may be set. The writer checked them against its own copy, which may be out
+// of date.
 std::string whyConfigRefused(const Mox::EntityBase& config,
                              std::span<const Mox::NboAttrLog::Written> values);
 

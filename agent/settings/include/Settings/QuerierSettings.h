@@ -1,5 +1,5 @@
-// The querier configuration that a command line asks for: settings by attribute, and prefixes of
-// the multicast boundary.
+// The configuration of interfaces that a command line asks for: settings by attribute, and prefixes
+// of the multicast boundary.
 //
 // Errors call a setting by its option, such as "--robustness 9: must be from 1 to 7 (RFC 3376
 // 8.1)".
@@ -7,7 +7,7 @@
 //   QuerierSettings settings;
 //   settings.add("queryInterval", "60");
 //   settings.check();  // once all of them have been added
-//   settings.apply(*config);
+//   settings.apply({.config = config, .intake = intake, .process = process});
 #pragma once
 
 #include <string_view>
@@ -17,6 +17,7 @@
 #include <Ilvo/IntfBoundaryStatus.h>
 #include <MoxBase/Ptr.h>
 #include <NboAttrLog/TreeIn.h>
+#include <Settings/SettingEntities.h>
 
 namespace Agent {
 
@@ -24,21 +25,22 @@ class QuerierSettings {
  public:
   QuerierSettings();
 
-  // A value of an attribute that has a rule. Throws SettingError.
+  // A value of one of settingNames(). Throws SettingError.
   void add(std::string_view attribute, std::string_view text);
   // Throws SettingError for a text that is no prefix.
   void boundaryAdd(std::string_view text);
   // Throws SettingError when the values contradict each other.
   void check() const;
 
-  // Sets every stored attribute: to the added value, or to its default.
-  void apply(Gmp::Igmp::QuerierConfig& config) const;
+  // Sets every stored attribute of the entities that are there: to the added value, or to its
+  // default.
+  void apply(const SettingEntities& entities) const;
 
   // Null when no prefix was added.
   const Mox::Ptr<Ilvo::IntfBoundaryStatus>& boundary() const { return boundary_; }
 
  private:
-  Mox::Ptr<Gmp::Igmp::QuerierConfig> wanted_;
+  const SettingEntities wanted_;
   Mox::Ptr<Ilvo::IntfBoundaryStatus> boundary_;
   std::vector<Mox::NboAttrLog::Written> added_;
 };

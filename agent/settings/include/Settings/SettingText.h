@@ -1,8 +1,11 @@
-// Settings of a querier as people write them: "queryInterval" or "--query-interval", and a value.
+// Settings of an interface as people write them: "queryInterval" or "--query-interval", and a
+// value. They are the settings of its querier, those of its intake, and those of the intake that
+// all interfaces share.
 #pragma once
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <NboAttrLog/TreeIn.h>
 
@@ -11,8 +14,14 @@ namespace Agent {
 // "queryInterval" -> "--query-interval".
 std::string optionName(std::string_view attribute);
 
-// The value that a text gives to an attribute that has a rule. Throws SettingError, which names the
-// attribute `name`, with a text such as "--robustness 9: must be from 1 to 7 (RFC 3376 8.1)".
+// Not an attribute of its own: on is a lastMemberQueryCount of 0, off its default.
+inline constexpr std::string_view immediateLeave = "immediateLeave";
+
+// All of them, in the order in which help and manual list them.
+std::vector<std::string_view> settingNames();
+
+// The value that a text gives to one of them. Throws SettingError, which names the attribute
+// `name`, with a text such as "--robustness 9: must be from 1 to 7 (RFC 3376 8.1)".
 Mox::NboAttrLog::Written readSetting(std::string_view attribute, std::string_view name,
                                      std::string_view text);
 

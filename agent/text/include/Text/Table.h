@@ -3,17 +3,20 @@
 // A column has a key for JSON and a heading for text; a column without one of them is left out of
 // that format. Several columns can be in one object inside the row's object. A row can have rows of
 // another table below it: an array in JSON, and indented lines in text, with each cell below the
-// heading that both tables have. Texts of cells are not copied: they outlive the table.
+// heading that both tables have. Texts of cells are not copied: they outlive the table,
+// or are kept by it.
 //
 //   Table table({{"group", "GROUP"}, {"timeLeftSeconds", "LEFT"}});
 //   table.row({group.groupAddr(), Duration{left}});
 //   table.appendText(out);  // "GROUP      LEFT\n239.1.1.1  4m10s\n"
 #pragma once
 
+#include <deque>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -57,6 +60,8 @@ class Table {
   void row(std::span<const Cell> cells);
   void row(std::initializer_list<Cell> cells) { row({cells.begin(), cells.size()}); }
   size_t rows() const { return belowBegin_.size(); }
+  // A text for a cell that is to live as long as the table.
+  std::string_view kept(std::string text) { return texts_.emplace_back(std::move(text)); }
 
   // Creates the table of the rows below. A row that is added to it belongs to the last row here.
   Table& belowIs(const char* key, std::vector<Column> columns);
@@ -86,6 +91,7 @@ class Table {
 
   const std::vector<Column> columns_;
   std::vector<Cell> cells_;
+  std::deque<std::string> texts_;
   std::vector<size_t> belowBegin_;  // of each row, the first row below
   const char* belowKey_ = nullptr;
   std::unique_ptr<Table> below_;

@@ -4,7 +4,7 @@
 //   Agent::QuerierSettings settings;
 //   addSettings(*app.add_subcommand("run"), settings);
 //   app.parse(argc, argv);
-//   settings.apply(*config);
+//   settings.apply({.config = config, .intake = intake, .process = process});
 #pragma once
 
 #include <functional>
@@ -21,8 +21,11 @@ CLI::Option* addNumber(CLI::App& app, const std::string& name, const std::string
                        const Agent::NumberRange& range, const std::string& help,
                        std::function<void(double)> take);
 
-// The settings of a querier: an option for each stored attribute of its configuration,
-// "queryInterval" being --query-interval, and --boundary PREFIX. The settings must outlive the
+// The options of the intake are in a group of their own, which the help shows on request.
+inline constexpr const char* intakeGroup = "Intake";
+
+// The settings of an interface: an option for each of Agent::settingNames(), "queryInterval" being
+// --query-interval, and --boundary PREFIX. The settings must outlive the
 // parse and stay where they are. Takes the app's parse_complete_callback, which checks that they do
 // not contradict each other; its other callbacks are free.
 void addSettings(CLI::App& app, Agent::QuerierSettings& settings);
