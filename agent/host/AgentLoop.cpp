@@ -81,6 +81,7 @@ class AgentLoop::Impl {
   boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
   StatusWatcher::Pending pending_;
   IntakeProcess process_;
+  ReceivedBatch batch_;
   const std::function<void()> onStateRequested_;
   const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   const InterfaceQuerier::Services services_;
@@ -104,6 +105,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
                     },
                 .sink = sink,
                 .process = process_,
+                .batch = batch_,
                 .pending = &pending_,
                 .reportQueries = setup.reportQueries,
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},

@@ -35,6 +35,7 @@
 #include <Obel/TimerWheel.h>
 #include <Report/InterfaceState.h>
 #include <Report/InterfaceView.h>
+#include "ReceivedBatch.h"
 
 namespace Agent {
 
@@ -46,6 +47,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
     PortOpener openPort;
     EventSink& sink;
     IntakeProcess& process;
+    ReceivedBatch& batch;
     StatusWatcher::Pending* pending = nullptr;         // flushed by the host
     bool reportQueries = false;                        // an event for each query sent
     Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> attrLogSm = {};  // null where no log is served
@@ -84,12 +86,6 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
     Gmp::Igmp::PublishedQuery query;
     Mox::Seconds until;  // it is not tried again after that
   };
-  struct Received {
-    explicit Received(Mox::Ptr<Ilvo::Pkt> received) : pkt(std::move(received)) {}
-    Mox::Ptr<Ilvo::Pkt> pkt;
-    std::array<Mox::U8, 2 * PacketView::macBytes> macs;  // as the frame begins, where it has them
-    bool hasMacs = false;
-  };
   enum class Presence { unknown, up, down, gone };
 
   void start();
@@ -111,7 +107,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void reportCounts();
   void rxPacket(const RxPacket& packet) override;
   void rxBatchEnd() override;
-  void handIn(const Received& received);
+  void handIn(const ReceivedBatch::Received& received);
   void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
@@ -130,7 +126,6 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Presence presence_ = Presence::unknown;
   Ilvo::IpAddr ipAddr_;
   std::unique_ptr<FramePort> port_;
-  std::vector<Received> batch_;  // handled when it is complete
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;

@@ -74,6 +74,7 @@ class InterfaceQuerierTest : public testing::Test {
                                        },
                                    .sink = events_,
                                    .process = process_,
+                                   .batch = batch_,
                                    .pending = &pending_,
                                    .reportQueries = reportQueries_});
     return *services_;
@@ -123,6 +124,7 @@ class InterfaceQuerierTest : public testing::Test {
   Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
   Mox::Ptr<IntakeConfig> intake_ = Mox::makePtr<IntakeConfig>("eth0");
   IntakeProcess process_;
+  ReceivedBatch batch_;
   bool reportQueries_ = false;
   std::string openFails_;
   std::error_code sendFails_;

@@ -8,10 +8,13 @@ namespace Ilvo {
 
 Pkt::Pkt(std::size_t headroom) { growFront(headroom); }
 
-Pkt::Pkt(std::span<const U8> bytes) {
-  growFront(bytes.size());
-  std::copy(bytes.begin(), bytes.end(), buffer_);
-  whole_ = front_ = 0;
+Pkt::Pkt(std::span<const U8> bytes) { bytesIs(bytes); }
+
+void Pkt::bytesIs(std::span<const U8> bytes) {
+  whole_ = front_ = end_ = size_;
+  if (bytes.size() > size_) growFront(bytes.size() - size_);
+  whole_ = front_ = size_ - bytes.size();
+  std::copy(bytes.begin(), bytes.end(), buffer_ + front_);
 }
 
 void Pkt::reserveHead(std::size_t n) {

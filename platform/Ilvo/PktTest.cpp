@@ -72,6 +72,30 @@ TEST(Pkt, holdsMoreThanFitsIntoTheObject) {
   }
 }
 
+TEST(Pkt, holdsOtherBytesInItsMemory) {
+  const auto pkt = pktOf(std::vector<U8>(1000, 0x5a));
+  const U8* const end = pkt->data().data() + 1000;
+  for (const size_t size : {size_t{1}, size_t{0}, size_t{999}, size_t{1000}}) {
+    pkt->frontOffsetInc(pkt->offsetBytes() / 2);
+    pkt->endOffsetDec(pkt->offsetBytes());
+    pkt->bytesIs(std::vector<U8>(size, 0x11));
+    EXPECT_EQ(pkt->offsetBytes(), size);
+    EXPECT_THAT(pkt->data(), Each(0x11));
+    EXPECT_EQ(pkt->data().data() + size, end);
+  }
+}
+
+TEST(Pkt, holdsMoreOtherBytesThanItHadRoomFor) {
+  const auto pkt = pktOf({1, 2, 3});
+  for (const size_t size : {size_t{100}, size_t{128}, size_t{129}, size_t{2000}}) {
+    pkt->bytesIs(std::vector<U8>(size, static_cast<U8>(size)));
+    EXPECT_EQ(pkt->offsetBytes(), size);
+    EXPECT_THAT(pkt->data(), Each(static_cast<U8>(size)));
+  }
+  pkt->reserveHead(4);
+  EXPECT_EQ(pkt->offsetBytes(), 2004u);
+}
+
 TEST(Pkt, withHeadroomIsEmptyUntilHeadIsReserved) {
   const auto pkt = Mox::makePtr<Pkt>(12U);
   EXPECT_EQ(pkt->offsetBytes(), 0u);

@@ -33,6 +33,9 @@ class MOX_PUBLIC Pkt final : public Mox::RefCounted {
   // Holds a copy of the bytes.
   explicit Pkt(std::span<const U8> bytes);
 
+  // Holds a copy of these bytes instead, which are none of its own. Its memory is used again.
+  void bytesIs(std::span<const U8> bytes);
+
   // The bytes between front and end. The span is valid until the packet changes.
   std::size_t offsetBytes() const { return end_ - front_; }
   std::span<const U8> data() const { return {buffer_ + front_, offsetBytes()}; }
