@@ -56,7 +56,7 @@ class LoadedQuerier final : private Agent::IntakeWatcher {
     bench_.receive(Mox::makePtr<Ilvo::Pkt>(verdict.packet));
     bench_.wheel().turn(Mox::now());
   }
-  size_t sources() const { return bench_.status().sources(); }
+  size_t sources() { return bench_.status().sources(); }
 
  private:
   void onIntakeEvent(const Agent::IntakeEvent&) override {}

@@ -163,7 +163,8 @@ class AttackTest(LabTestCase):
         program = ("import socket, sys\n"
                    "raw = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)\n"
                    "raw.setsockopt(socket.IPPROTO_IP, socket.IP_TTL, 2)\n"
-                   f"for digits in sys.argv[1:]: raw.sendto(bytes.fromhex(digits), ('{ROUTER}', 0))")
+                   "for digits in sys.argv[1:]:\n"
+                   f"    raw.sendto(bytes.fromhex(digits), ('{ROUTER}', 0))")
         with self.unharmed():
             subprocess.run(("ip", "netns", "exec", far, sys.executable, "-c", program,
                             *(packet.hex() for packet in packets)), check=True)
