@@ -89,6 +89,19 @@ class QuerierGroupSmEnd : public NotificationBench {
     return all;
   }
 
+  // Each creates the group.
+  std::vector<Deed> firstPackets() {
+    return {
+        [&] { receiveV1Report(group_); },
+        [&] { receiveV2Report(group_); },
+        [&] { receiveRecord(4, group_, {source_}); },
+        [&] { receiveRecord(5, group_, {source_}); },
+        [&] { receiveV2Query(higher_, group_); },
+        [&] { receiveV3Query(higher_, {.group = group_}); },
+        [&] { receiveV3Query(higher_, {.group = group_, .sources = {source_}}); },
+    };
+  }
+
   void interfereEverywhere(const Deed& interfere, const Deed& verify) {
     for (const State& state : states()) {
       for (const auto& [name, action] : actions()) {
@@ -111,19 +124,42 @@ TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedAtEachChange) {
 }
 
 TEST_F(QuerierGroupSmEnd, TheGroupMayBeEndedWhileItIsCreated) {
-  const std::vector<Deed> packets{
-      [&] { receiveV1Report(group_); },
-      [&] { receiveV2Report(group_); },
-      [&] { receiveRecord(4, group_, {source_}); },
-      [&] { receiveRecord(5, group_, {source_}); },
-      [&] { receiveV2Query(higher_, group_); },
-      [&] { receiveV3Query(higher_, {.group = group_}); },
-      [&] { receiveV3Query(higher_, {.group = group_, .sources = {source_}}); },
-  };
-  for (const Deed& packet : packets) {
+  for (const Deed& packet : firstPackets()) {
     const auto endGroup = [&] { querier_->groupSmDel(group_); };
     EXPECT_GE(interfereAtEach([&] { startQuiet(); }, packet, endGroup, [&] { expectWhole(); }), 5U);
   }
+}
+
+TEST_F(QuerierGroupSmEnd, AReportForTheSameGroupMayComeWhileItIsCreated) {
+  for (const Deed& packet : firstPackets()) {
+    const auto report = [&] { receiveRecord(5, group_, {source_}); };
+    const auto verify = [&] {
+      expectWhole();
+      EXPECT_TRUE(groupSm(group_));
+      runFor(600.0);
+      EXPECT_TRUE(querier_->groupSm().empty());
+      expectWhole();
+    };
+    EXPECT_GE(interfereAtEach([&] { startQuiet(); }, packet, report, verify), 5U);
+  }
+}
+
+TEST_F(QuerierGroupSmEnd, AReportForTheSameSourceMayComeWhileItIsCreated) {
+  const auto prepare = [&] {
+    startQuiet();
+    receiveRecord(4, group_);
+  };
+  Ptr<QuerierGroupSourceSm> made;
+  const auto report = [&] { receiveRecord(5, group_, {source_}); };
+  const auto reportAgain = [&] {
+    report();
+    made = groupSm(group_)->source(source_);
+  };
+  const auto verify = [&] {
+    expectWhole();
+    EXPECT_EQ(groupSm(group_)->source(source_), made);
+  };
+  EXPECT_GE(interfereAtEach(prepare, report, reportAgain, verify), 3U);
 }
 
 TEST_F(QuerierGroupSmEnd, AllSourcesMayBeRemovedAtEachChange) {

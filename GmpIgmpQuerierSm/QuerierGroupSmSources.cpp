@@ -23,6 +23,11 @@ Ptr<QuerierGroupSourceSm> QuerierGroupSm::sourceIs(IpAddr addr, const Wheel& whe
     added->end();
     return added;
   }
+  // A notifiee of the status entry may have handed in a report for the same source.
+  if (Ptr<QuerierGroupSourceSm> first = source(addr)) {
+    added->end();
+    return first;
+  }
   source_.insert(addr, added);
   handleSource(addr);
   sourceNotify(addr);

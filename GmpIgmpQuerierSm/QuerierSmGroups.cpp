@@ -51,6 +51,11 @@ Ptr<QuerierGroupSm> QuerierSm::groupSmIs(IpAddr group, const Wheel& membership, 
     return found;
   }
   Ptr<QuerierGroupSm> added = QuerierGroupSmIs(group, membership, v1, v2, rexmit, this);
+  // A notifiee of the status entry may have handed in a report for the same group.
+  if (Ptr<QuerierGroupSm> first = groupSm(group)) {
+    added->end();
+    return first;
+  }
   groupSm_.insert(group, added);
   handleGroupSm(group);
   groupSmNotify(group);

@@ -6,32 +6,31 @@
 
 #include <GmpIgmpQuerier/Types.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
-#include <MoxBase/Export.h>
 #include <MoxBase/Place.h>
 
 namespace Gmp::Igmp {
 
 // A query without sources in the version in effect, for the group, or, with 0.0.0.0, a general one.
 // Only the querier sends.
-MOX_PUBLIC void sendQuery(QuerierSm* querier, double maxResponseSeconds, IpAddr group);
+void sendQuery(QuerierSm* querier, double maxResponseSeconds, IpAddr group);
 
 // The general query that is due now.
-MOX_PUBLIC void sendGeneralQuery(QuerierSm* querier);
+void sendGeneralQuery(QuerierSm* querier);
 
 // One group-specific query if the group has pending ones; one less is pending then.
-MOX_PUBLIC void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
+void sendGroupSpecificQuery(QuerierSm* querier, IpAddr group);
 
 // One group-and-source-specific query with as many of the sources as fit, from the back of the
 // list, which loses them. False when no packet could be had: nothing is sent or removed then.
-MOX_PUBLIC bool sendGroupAndSourceSpecificQueryHelper(QuerierSm* querier, IpAddr group,
-                                                      std::vector<IpAddr>& sources, bool sFlag);
+bool sendGroupAndSourceSpecificQueryHelper(QuerierSm* querier, IpAddr group,
+                                           std::vector<IpAddr>& sources, bool sFlag);
 
 // Fatal when the querier has no address: other routers compare the sender's address with theirs.
-MOX_PUBLIC void requireOwnAddress(const QuerierSm& querier, Mox::Place where = Mox::Place::here());
+void requireOwnAddress(const QuerierSm& querier, Mox::Place where = Mox::Place::here());
 
 // As many of these queries as the two lists need: first those with the S flag clear.
-MOX_PUBLIC void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,
-                                                std::vector<IpAddr>& sFlagClear,
-                                                std::vector<IpAddr>& sFlagSet);
+void sendGroupAndSourceSpecificQuery(QuerierSm* querier, IpAddr group,
+                                     std::vector<IpAddr>& sFlagClear,
+                                     std::vector<IpAddr>& sFlagSet);
 
 }  // namespace Gmp::Igmp

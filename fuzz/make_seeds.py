@@ -197,6 +197,35 @@ def captures():
     yield "demo.pcap", (ROOT / "lab" / "captures" / "demo.pcap").read_bytes()
 
 
+def on_link(wait, packet, repaired=False):
+    """A step of the intake's target: quarters of a second, and a frame to a multicast address."""
+    content = bytes.fromhex("01005e010101" "02000000004d" "0800") + packet
+    return struct.pack(">BH", wait | 0x80 * repaired, len(content)) + content
+
+
+def intakes():
+    from_lower, many = " from=10.0.0.2", " ".join(f"10.7.{n // 250}.{n % 250}" for n in range(300))
+    yield "joins-and-leaves", (
+        on_link(0, whole("v3report to_ex 239.1.1.1 10.7.0.1")) +
+        on_link(8, whole("v2report 239.1.1.2")) + on_link(8, whole("leave 239.1.1.2")) +
+        on_link(40, whole("v3report to_in 239.1.1.1")))
+    yield "queries", b"".join(on_link(4, whole(text)) for text in (
+        "v3query 0.0.0.0 qrv=7 qqic=255 code=255" + from_lower, "v3query 239.1.1.1" + from_lower,
+        "v3query 0.0.0.0 from=0.0.0.1", "v3query 0.0.0.0"))
+    yield "groups-beyond-the-limit", b"".join(
+        on_link(0, whole(f"v2report 239.1.2.{n}")) for n in range(60))
+    yield "sources-beyond-the-limit", b"".join(
+        on_link(1, whole(f"v3report allow 239.1.1.{n} {many}")) for n in range(4))
+    yield "asks-beyond-the-budget", b"".join(
+        on_link(0, whole("v3report to_ex 239.1.1.1 10.7.0.1")) +
+        on_link(0, whole("v3report to_in 239.1.1.1")) for _ in range(60))
+    yield "repaired", on_link(0, bytes(len(whole("v2report 239.1.1.1"))), True) + on_link(
+        2, whole("v2report 239.1.1.1")[:-6] + bytes(2) + b"\xef\1\1\7", True)
+    yield "jumbo", on_link(0, whole("v3report is_ex 239.1.1.1 " + " ".join(
+        f"10.8.{n // 250}.{n % 250}" for n in range(2200))))
+    yield "too-short", on_link(0, b"")[:-5]
+
+
 # The attribute log, as doc/attribute-log.md has it.
 CONFIG, STATUS = 1, 2
 READER, WRITER, COPY = 0xf0, 0xf1, 0xf2  # the first byte: the receiver, and chunks of 32 KiB
@@ -350,6 +379,8 @@ def main():
         write("ScenarioFuzz", name, text)
     for name, content in captures():
         write("CaptureFuzz", name, content)
+    for name, content in intakes():
+        write("IntakeFuzz", name, content)
     for name, content in ATTR_LOGS.items():
         write("AttrLogFuzz", name, content)
     for name, content in REQUEST_LINES.items():

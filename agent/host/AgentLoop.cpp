@@ -123,7 +123,6 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
   waitForSignal();
   packets_.assign(rings_.fd());
   waitForPackets();
-  publishProcess();
   for (const InterfaceSetup& interface : setup.interfaces) {
     queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
     InterfaceQuerier& querier = *queriers_.back();
@@ -131,6 +130,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     publish(querier);
     querier.linkIs(links_.links().find(interface.name));
   }
+  publishProcess();
   reportChanges();
 }
 

@@ -16,6 +16,12 @@ using Mox::Ptr;
 using Mox::U64;
 using Mox::U8;
 
+namespace {
+
+constexpr Mox::Seconds eventInterval = 60.0;  // between two events of the same rule
+
+}  // namespace
+
 // Only one attribute of the status matters, and its counters change with every packet: the table is
 // not searched for them.
 class Intake::ElectionReactor final : public QuerierStatus::NotifieeConst {

@@ -9,6 +9,7 @@
 
 #include <Ilvo/Checksum.h>
 
+#include "IntakeBounds.h"
 #include "IntakeTestSupport.h"
 
 namespace Agent {
@@ -120,18 +121,10 @@ class IntakePropertyTest : public IntakeTest {
     processConfig().maxProcessGroupsIs(maxProcessGroups_);
     processConfig().maxProcessSourcesIs(maxProcessSources_);
     sent_.clear();
-    receivedBytes_ = allowedForSources_ = 0;
+    bounds_.begin();
     start();
   }
 
-  // Specific queries: general ones are sent by the clock, whatever is received.
-  size_t sentBytes() const {
-    size_t bytes = 0;
-    for (const Sent& query : sent_) {
-      if (!query.group.isZero()) bytes += query.bytes;
-    }
-    return bytes;
-  }
   void step() {
     if (oneIn(4)) {
       advance(oneOf({0.0, 0.5, 1.0, 3.0, 30.0, 300.0}));
@@ -141,30 +134,17 @@ class IntakePropertyTest : public IntakeTest {
     if (oneIn(5)) damage(packet);
     ASSERT_LE(packet.size(), mostPacketBytes_);
     const size_t header = size_t{packet[0] & 0x0fU} * 4;
-    receivedBytes_ += packet.size() - header;
-    allowedForSources_ += 4 * querierConfig_->lastMemberQueryCount() *
-                          (querierStatus_->sources() + (packet.size() - header) / 4);
+    bounds_.receives(packet.size() - header);
     received(packet);
+    bounds_.handled();
   }
   void expectLimits() {
-    EXPECT_LE(groups(), maxGroups_);
-    EXPECT_LE(querierStatus_->sources(), maxSources_);
-    EXPECT_LE(Gmp::Igmp::membershipInProcess().groups, maxProcessGroups_);
-    EXPECT_LE(Gmp::Igmp::membershipInProcess().sources, maxProcessSources_);
-    size_t sources = 0;
-    const auto& groups = querierStatus_->group();
-    for (auto at = groups.begin(); at != groups.end(); ++at) {
-      EXPECT_LE((*at)->source().size(), maxGroupSources_) << at.key().stringValue();
-      sources += (*at)->source().size();
-    }
-    EXPECT_EQ(sources, querierStatus_->sources());
-    EXPECT_LE(sentBytes(), 10 * receivedBytes_ + allowedForSources_);
-    EXPECT_LE(querierStatus_->otherQuerierPresentInterval(), Intake::mostOtherQuerierInterval);
+    for (const Sent& query : std::exchange(sent_, {})) bounds_.sends(query.group, query.bytes);
+    EXPECT_THAT(bounds_.breaches(), testing::IsEmpty());
   }
 
+  IntakeBounds bounds_{config_, process_.config, querierConfig_, querierStatus_};
   std::mt19937_64 random_;
-  size_t receivedBytes_ = 0;  // of IGMP messages, as those that are sent
-  size_t allowedForSources_ = 0;
 };
 
 TEST_F(IntakePropertyTest, randomPacketsStayWithinTheLimits) {
@@ -179,7 +159,7 @@ TEST_F(IntakePropertyTest, randomPacketsStayWithinTheLimits) {
       expectLimits();
       if (HasFailure()) FAIL() << "seed " << seed << ", step " << at;
     }
-    sent += sentBytes();
+    sent += bounds_.sentBytes();
   }
   Mox::eventLogSinkIs({});
   EXPECT_GT(sent, runs) << "the sequences must make the querier ask";

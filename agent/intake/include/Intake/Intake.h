@@ -61,8 +61,6 @@ struct IntakeVerdict {
 
 class Intake {
  public:
-  // Between two events of the same rule.
-  static constexpr Mox::Seconds eventInterval = 60.0;
   // Between these, the other querier present interval of another router may lie (RFC 3376 8.5).
   static constexpr Mox::Seconds leastOtherQuerierInterval = 10.0;
   static constexpr Mox::Seconds mostOtherQuerierInterval = 3600.0;

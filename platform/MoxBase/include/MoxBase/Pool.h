@@ -1,8 +1,8 @@
 // Memory for counted objects, which may be a million of a few sizes.
 //
 // Sizes are rounded up to 16 bytes and each has a list of free cells; cells come from chunks that
-// grow with the demand and ask the kernel for huge pages, since a walk over a million objects
-// otherwise spends its time in page tables. Chunks stay for the life of the process. Under
+// grow with the demand and ask the kernel for huge pages, since objects in random order otherwise
+// miss the cache of page addresses each time. Chunks stay for the life of the process. Under
 // AddressSanitizer every object is an allocation of its own, so that a use after the end is seen.
 #pragma once
 

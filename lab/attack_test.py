@@ -1,0 +1,216 @@
+"""What forged packets do to a querier: its rules refuse them, and honest hosts notice nothing."""
+import contextlib
+import json
+import pathlib
+import random
+import socket
+import subprocess
+import sys
+
+import lab
+from frames import QUERY, REPORT_V2, frame, igmp, query_v3, report_v3, send
+from lab import wait_until
+from querier import Querier, run_once
+from testcase import NO_DELAY, LabTestCase, main
+
+SETTINGS = (*NO_DELAY, "--queries", "--querier-version", "3", "--query-interval", "2",
+            "--query-response-interval", "1")
+ROUTER, LOWER, HIGHER, FOREIGN = "10.77.0.5", "10.77.0.1", "10.77.0.200", "192.0.2.9"
+ROUTER_MAC, OTHER_MAC = b"\2\0\0\0\0\5", b"\2\0\0\0\0\x7f"
+HOST = "10.77.0.11"
+HONEST = ("239.1.1.1", "239.1.1.2", "239.1.1.3")
+FORGED = "239.9.9.9"
+ALL_HOSTS, ALL_ROUTERS, ALL_V3_ROUTERS = "224.0.0.1", "224.0.0.2", "224.0.0.22"
+IS_EXCLUDE, TO_INCLUDE, ALLOW = 2, 3, 5
+KIB, MOST_MEMORY = 1024, 250 * 1024 * 1024
+
+
+def addresses(count, first="239.100.0.1"):
+    number = int.from_bytes(socket.inet_aton(first), "big")
+    return [socket.inet_ntoa((number + place).to_bytes(4, "big")) for place in range(count)]
+
+
+def sources(count):
+    return addresses(count, "198.18.0.1")
+
+
+def report(group=FORGED, source=HOST, **fields):
+    return frame(source, group, igmp(REPORT_V2, group), **fields)
+
+
+def records(*of_report):
+    return frame(HOST, ALL_V3_ROUTERS, report_v3(*of_report))
+
+
+def query(source, group="0.0.0.0", **fields):
+    return frame(source, ALL_HOSTS if group == "0.0.0.0" else group, query_v3(group, **fields))
+
+
+def leave(group):
+    return frame(HOST, ALL_ROUTERS, igmp(0x17, group))
+
+
+# Rule, settings that are not the defaults, and frames that each count once at least.
+RULES = (
+    ("notMulticast", (), [frame(HOST, ROUTER, igmp(REPORT_V2, FORGED), mac=ROUTER_MAC),
+                          report(mac=ROUTER_MAC)]),
+    ("wrongTtl", (), [report(ttl=2), report(ttl=255)]),
+    ("foreignQuery", (), [query("0.0.0.1", code=255, robustness=7, interval=255),
+                          query(FOREIGN), query("10.77.0.255"), query("10.77.0.0")]),
+    ("specificQuery", (), [query(LOWER, group) for group in HONEST] +
+     [query(LOWER, FORGED), query("0.0.0.0", HONEST[0]), query(HIGHER, HONEST[0])]),
+    ("querierTimes", (), [query(HIGHER, code=255, robustness=7, interval=255)]),
+    ("ownAddress", (), [query(ROUTER)]),
+    ("unpermittedQuerier", ("permittedQueriers=10.77.0.77",),
+     [query(LOWER), query("0.0.0.0"), query(LOWER, HONEST[0])]),
+    ("foreignReport", ("localReports=on",), [report(source=FOREIGN)]),
+    ("noRouterAlert", ("requireRouterAlert=on",), [report(options=b"")]),
+    ("oldVersion", ("leastReportVersion=3",), [report(), leave(HONEST[0])]),
+    ("unacceptedGroup", ("acceptedGroups=239.1.0.0/16",), [report()]),
+    ("notSourceSpecific", ("guardSourceSpecific=on",), [report("232.9.9.9")]),
+    ("groupLimit", ("maxGroups=3",), [report(), records((IS_EXCLUDE, FORGED, ()))]),
+    ("processGroupLimit", ("maxProcessGroups=3",), [report()]),
+    ("groupSourceLimit", ("maxGroupSources=4",), [records((ALLOW, HONEST[0], sources(9)))]),
+    ("sourceLimit", ("maxSources=4",), [records((ALLOW, HONEST[1], sources(9)))]),
+    ("processSourceLimit", ("maxProcessSources=4",), [records((ALLOW, HONEST[2], sources(9)))]),
+    ("groupRecordLimit", ("maxGroupRecords=2",), [records(*[(IS_EXCLUDE, HONEST[0], ())] * 4)]),
+    ("queryLimit", ("maxQueryRate=1", "maxQueryBurst=1"), [leave(group) for group in HONEST]),
+)
+
+
+class AttackTest(LabTestCase):
+    def setUp(self):
+        super().setUp()
+        self.router, self.host = self.lab.station(5), self.lab.station(11, 2)
+        self.attacker = self.lab.station(66)
+
+    def start(self, *options):
+        self.querier = Querier(self.router, *SETTINGS, *options)
+        self.querier.expect("role", role="querier")
+        for group in HONEST: self.host.join(group)
+        wait_until(lambda: set(HONEST) == set(self.querier.groups()), 10, "the groups of the host")
+
+    def run_verb(self, *arguments):
+        done = run_once(self.router, *arguments, "--socket", self.querier.socket)
+        self.assertEqual(0, done.returncode, done.stderr)
+        return done.stdout
+
+    def counters(self):
+        return json.loads(self.run_verb("show", "counters", "--json"))[0]
+
+    def memory(self):
+        status = pathlib.Path("/proc", str(self.querier.process.pid), "status").read_text("utf-8")
+        return int(status.partition("VmRSS:")[2].split()[0]) * KIB
+
+    @contextlib.contextmanager
+    def unharmed(self, most_groups=3, most_growth=4 * 1024 * KIB):
+        """The host's groups stay and no others appear, queries leave on time, memory stays."""
+        before = self.memory()
+        yield
+        groups = {group["group"] for group in self.querier.state()["groups"]}
+        self.assertLessEqual(set(HONEST), groups)
+        self.assertLessEqual(len(groups), most_groups)
+        self.assertLess(self.memory() - before, most_growth)
+        self.assertEqual([], self.querier.seen("groupLeft", group=lambda g: g in HONEST))
+
+    def assert_queries_on_time(self):
+        def sent():
+            return [event["time"] for event in self.querier.seen("querySent", group="0.0.0.0")]
+        wait_until(lambda: len(sent()) >= 4, 10, "four queries")
+        times = sent()
+        # The first two are startup queries, a quarter of the interval apart.
+        for earlier, later in zip(times[2:], times[3:]):
+            self.assertAlmostEqual(2, later - earlier, delta=0.1)
+
+    def test_each_rule_refuses_counts_and_reports(self):
+        self.start()
+        defaults = {row["interface"]: row for row in json.loads(
+            self.run_verb("show", "config", "--json"))}["eth0"]
+        for rule, settings, frames in RULES:
+            with self.subTest(rule), self.unharmed():
+                if settings: self.run_verb("set", "eth0", *settings)
+                wanted = self.counters()[rule] + len(frames)
+                send(self.attacker, *((1, each) for each in frames))
+                if rule == "queryLimit": wanted -= 1  # the first is within the burst
+                wait_until(lambda: self.counters()[rule] >= wanted, 5, f"{rule} to be counted")
+                for setting in settings:
+                    name = setting.partition("=")[0]
+                    value = defaults[name]
+                    if isinstance(value, bool): value = "on" if value else "off"
+                    self.run_verb("set", "eth0", f"{name}={value}")
+                events = self.querier.seen("intake", rule=rule) or self.querier.seen(
+                    "intakeWarning", rule=rule)
+                self.assertEqual(1, len(events))
+                self.assertEqual("02:00:00:00:00:0b", events[0]["mac"])
+        self.assertEqual([], self.querier.seen("role", role="nonQuerier"))
+        self.assert_queries_on_time()
+
+    def test_an_off_link_sender_reaches_nothing_through_a_router(self):
+        self.start()
+        border = self.lab.station(254)
+        far = self.lab.add_namespace("far")
+        border.ip("link", "add", "name", "far0", "type", "veth", "peer", "name", "eth0", "netns",
+                  far)
+        border.ip("address", "add", "192.0.2.1/24", "dev", "far0")
+        border.ip("link", "set", "far0", "up")
+        self.lab.sysctl(border.namespace, "ipv4/ip_forward", 1)
+        lab.ip("-n", far, "address", "add", "192.0.2.9/24", "dev", "eth0")
+        lab.ip("-n", far, "link", "set", "eth0", "up")
+        lab.ip("-n", far, "route", "add", "default", "via", "192.0.2.1")
+        packets = (igmp(REPORT_V2, FORGED), query_v3(robustness=7, code=255, interval=255),
+                   query_v3(HONEST[0]), igmp(QUERY, HONEST[1]))
+        # With a TTL of 2 they arrive with 1, as if they were of the link.
+        program = ("import socket, sys\n"
+                   "raw = socket.socket(socket.AF_INET, socket.SOCK_RAW, socket.IPPROTO_IGMP)\n"
+                   "raw.setsockopt(socket.IPPROTO_IP, socket.IP_TTL, 2)\n"
+                   "for digits in sys.argv[1:]:\n"
+                   f"    raw.sendto(bytes.fromhex(digits), ('{ROUTER}', 0))")
+        with self.unharmed():
+            subprocess.run(("ip", "netns", "exec", far, sys.executable, "-c", program,
+                            *(packet.hex() for packet in packets)), check=True)
+            wait_until(lambda: self.counters()["notMulticast"] == len(packets), 10,
+                       "the packets to be counted")
+        self.assertEqual([], self.querier.seen("role", role="nonQuerier"))
+
+    def test_with_permitted_queriers_an_on_link_querier_changes_nothing(self):
+        self.start("--permitted-queriers", "10.77.0.77")
+        forged = [query(source, group, code=code, robustness=7, interval=255)
+                  for source in (LOWER, "0.0.0.0", HIGHER) for group in ("0.0.0.0", *HONEST)
+                  for code in (0, 1, 255)]
+        with self.unharmed():
+            send(self.attacker, *((1, each) for each in forged))
+            wait_until(lambda: self.counters()["unpermittedQuerier"] == len(forged), 10,
+                       "the queries to be counted")
+        self.assertEqual([], self.querier.seen("role", role="nonQuerier"))
+        self.assert_queries_on_time()
+
+    def test_a_forged_querier_is_a_warning_and_silences_for_an_hour_at_most(self):
+        self.start()
+        send(self.attacker, (1, query(LOWER, code=255, robustness=7, interval=255)))
+        warning = self.querier.expect("intakeWarning", rule="newQuerier", sender=LOWER)
+        self.assertEqual("02:00:00:00:00:0b", warning["mac"])
+        self.querier.expect("role", role="nonQuerier", querier=LOWER)
+        self.assertLessEqual(self.querier.state()["otherQuerierExpirySeconds"], 3600)
+
+    def test_floods_stay_within_the_limits_and_queries_on_time(self):
+        self.start()
+        chance = random.Random(1)
+        queries = [query(LOWER, group, sources=sources(3)) for group in addresses(2000)]
+        with self.unharmed(): send(self.attacker, *((1, each) for each in queries))
+        groups = [socket.inet_ntoa((0xe1000000 + chance.randrange(1 << 24)).to_bytes(4, "big"))
+                  for _ in range(80000)]
+        lists = [records((ALLOW, HONEST[0], addresses(360, f"{10 + n // 250}.{n % 250}.0.1")))
+                 for n in range(2000)]
+        with self.unharmed(most_groups=65536, most_growth=MOST_MEMORY):
+            send(self.attacker, *((1, report(group)) for group in groups))
+            send(self.attacker, *((3, each) for each in lists))
+            wait_until(lambda: self.counters()["groupLimit"] > 0, 10, "the limit to be reached")
+            counted = self.counters()
+        self.assertLessEqual(counted["groupsMost"], 65536)
+        self.assertLessEqual(counted["groupSourcesMost"], 1024)
+        self.assertEqual("1 group cleared\n", self.run_verb("clear", "groups", "eth0", groups[0]))
+        self.assert_queries_on_time()
+
+
+if __name__ == "__main__":
+    main()
