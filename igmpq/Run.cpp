@@ -43,9 +43,10 @@ namespace {
 // How long the last lines may wait for an output that takes nothing.
 constexpr std::chrono::milliseconds exitPatience(500);
 
-const std::map<std::string, Agent::EventScope> scopes{{"all", Agent::EventScope::all},
-                                                      {"changes", Agent::EventScope::changes},
-                                                      {"none", Agent::EventScope::none}};
+const std::map<std::string, Agent::EventScope, std::less<>> scopes{
+    {"all", Agent::EventScope::all},
+    {"changes", Agent::EventScope::changes},
+    {"none", Agent::EventScope::none}};
 
 Mox::U64 randomNumber() {
   Mox::U64 number = 0;
@@ -108,7 +109,7 @@ class RunVerb final : public Verb {
     const Agent::LibraryMessages messages(output);
     AgentLoop::Setup setup{.interfaces = {},
                            .reportQueries = queries_,
-                           .eventScope = scope_,
+                           .eventScope = scopes.at(events_),
                            .onStateRequested = {},
                            .attrLog = attrLog(),
                            .attrLogRequired = !socket_.empty(),
@@ -139,6 +140,7 @@ class RunVerb final : public Verb {
         "output\n"
         "  sudo igmpq run eth0 --boundary 239.255.0.0/16\n"
         "It runs until SIGINT or SIGTERM and prints its state then, and at each SIGUSR1.\n"
+        "It never waits for its output: events that find no room are lost, and counted.\n"
         "Exit status: 0 ended by a signal, 1 failure (no permission, no socket), 2 bad use.\n");
     options->add_option("INTERFACE", interfaces_, "Ethernet interfaces")
         ->type_name("")
@@ -147,12 +149,14 @@ class RunVerb final : public Verb {
     options->add_flag("--json", json_, "write JSON Lines");
     options->add_flag("--queries", queries_, "report each query sent");
     options
-        ->add_option("--events", scope_,
-                     "which changes of groups and sources are events: all; changes (more than 32 "
-                     "sources of a group at once as their number); none")
-        ->transform(CLI::CheckedTransformer(scopes))
-        ->type_name("all|changes|none")
-        ->default_str("changes");
+        ->add_option("--events", events_,
+                     "groups and sources that are reported: all; changes (more than 32 sources of "
+                     "a group at once as their number); none")
+        ->type_name("WHICH")
+        ->default_str("changes")
+        ->check([](const std::string& given) {
+          return scopes.contains(given) ? "" : given + " is none of all, changes and none";
+        });
     addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
               "of random delays (random)",
               [this](double seed) { seed_ = static_cast<long>(seed); });
@@ -210,7 +214,7 @@ class RunVerb final : public Verb {
   bool all_ = false;
   bool json_ = false;
   bool queries_ = false;
-  Agent::EventScope scope_ = Agent::EventScope::changes;
+  std::string events_ = "changes";
   std::optional<long> seed_;
   std::string socket_;
   Mox::Seconds stallTimeout_ = 30.0;

@@ -208,7 +208,7 @@ class AttackTest(LabTestCase):
             counted = self.counters()
         self.assertLessEqual(counted["groupsMost"], 65536)
         self.assertLessEqual(counted["groupSourcesMost"], 1024)
-        self.assertEqual("1 group cleared\n", self.run_verb("clear", "groups", "eth0", groups[0]))
+        self.assertEqual("1 group cleared\n", self.run_verb("clear", "groups", "eth0", HONEST[0]))
         self.assert_queries_on_time()
 
 

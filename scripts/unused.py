@@ -55,8 +55,6 @@ ALLOWED = (
      "beside membershipTimerRemaining, for hosts"),
     ("GmpIgmpQuerierSm/*/QuerierSm.h", "initGroupStatusTimerMin",
      "the only sign of a rebuild that goes on, for hosts"),
-    ("agent/local/*/EventLoop.h", "poll", "tests run the loop until nothing is ready"),
-    ("agent/events/*/StatusWatcher.h", "markPending", "called by the watches of its own source"),
     ("agent/server/*/AttrLogServer.h", "peers", "tests see by it that a connection ended"),
     ("agent/server/*/RequestServer.h", "clients", "tests see by it that a connection ended"),
     ("agent/client/*/AttrLogCopy.h", "isConnected", "tests see by it that a connection ended"),

@@ -75,8 +75,8 @@ TEST_P(OutputFileTest, takesNothingWhenTheOtherEndIsClosed) {
 }
 
 TEST(OutputFileOfADisk, continuesWhereTheDescriptorStands) {
-  std::string path = testing::TempDir() + "OutputFileXXXXXX";
-  const Descriptor file(mkostemp(path.data(), O_CLOEXEC));
+  const std::string path = testing::TempDir() + "OutputFileTest." + std::to_string(getpid());
+  const Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   ASSERT_EQ(::write(file.fd(), "one", 3), 3);
   OutputFile out(file.fd());
   EXPECT_EQ(out.write("two"), 3u);

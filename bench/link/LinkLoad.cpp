@@ -1,7 +1,7 @@
 // Sends IGMP reports through one interface at a given rate, as many hosts together do. All frames
 // are built before the first is sent, so that only the kernel is between them.
 //
-//   LinkLoad eth0 --work joins --groups 10000                    each group once, as fast as it goes
+//   LinkLoad eth0 --work joins --groups 10000          each group once, as fast as it goes
 //   LinkLoad eth0 --work refresh --groups 1000 --rate 300000 --seconds 3
 //
 // Prints {"sent": N, "seconds": S} when all is sent.

@@ -163,7 +163,7 @@ def latest_query(path):
 
 
 def honest_hosts(world, link, count, seconds):
-    """They join, report every second, and half of them leave halfway; who is known then, of whom."""
+    """They join and report; half of them leave. Yields how many groups are wrong at the end."""
     half = count // 2
     world.send("joins", link, groups=count, hosts=count)
     yield

@@ -3,8 +3,9 @@
 // Changes are collected as they are notified and reported by flush(), so that the event of a join
 // shows the group as the whole report left it. The host flushes after each batch of packets and
 // each turn of the timer wheel. A member that came and went in between is no event; a value that
-// changed several times is reported once. The stream is complete: the first flush reports what the status holds when the watcher begins, as if it had just come. The sink must
-// outlive the watcher. One thread.
+// changed several times is reported once. The stream is complete: the first flush reports what the
+// status holds when the watcher begins, as if it had just come. The sink must outlive the watcher.
+// One thread.
 //
 // A host with many watchers gives them a list, in which they put themselves when something changes.
 //
@@ -26,8 +27,8 @@ namespace Agent {
 
 class StatusJournal;
 
-// Which changes of groups and sources are events: each; each, but those of more than 32 sources of a
-// group in one batch as their number; none.
+// Which changes of groups and sources are events: each; each, but those of more than 32 sources of
+// a group in one batch as their number; none.
 enum class EventScope { all, changes, none };
 
 class StatusWatcher {

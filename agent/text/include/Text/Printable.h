@@ -1,4 +1,4 @@
-// Text for a terminal, which would obey the control bytes of strangers.
+// Text for a terminal, which would obey control bytes that another host or the link chose.
 #pragma once
 
 #include <string>

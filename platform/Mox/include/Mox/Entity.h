@@ -263,9 +263,7 @@ class Entity : public EntityBase {
     if (removed) {
       collection.erase(key);
       removed->parentIs(nullptr, 0);
-      if (isWatched()) [[unlikely]] {
-        memberGoneNotify(Self::attributes.template idOf<Member>(), *removed);
-      }
+      if (isWatched()) memberGoneNotify(Self::attributes.template idOf<Member>(), *removed);
       notifyMember<Member>(key);
     }
     return removed;
