@@ -1,0 +1,90 @@
+"""An output that takes nothing holds up neither queries nor answers nor the end of the agent."""
+import json
+import os
+import pathlib
+import pty
+import socket
+import subprocess
+import termios
+
+from frames import report_frame, send
+from lab import wait_until
+from querier import program, run_once
+from testcase import SHORT, LabTestCase, main
+
+GROUPS = 20000  # whose events exceed the queue of 1 MiB
+HOST = "10.77.0.11"
+
+
+class StuckOutputTest(LabTestCase):
+    def start(self, **files):
+        self.router, self.host = self.lab.station(1), self.lab.station(11)
+        self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
+        self.agent = self.lab.spawn(
+            self.router.namespace, *files.pop("wrapper", ()), program(), "run", "eth0", "--json",
+            *SHORT, "--socket", self.socket, **{"stdout": subprocess.PIPE, **files})
+        wait_until(lambda: self.socket.exists() and self.counters("v2QueriesSent") > 0, 10,
+                   "the first query")
+
+    def shown(self, what):
+        done = run_once(self.router, "show", what, "--json", "--socket", self.socket)
+        return json.loads(done.stdout or "[]")
+
+    def counters(self, name):
+        return sum(interface[name] for interface in self.shown("counters"))
+
+    def join_many(self):
+        groups = [socket.inet_ntoa((0xef010000 + number).to_bytes(4, "big"))
+                  for number in range(GROUPS)]
+        send(self.host, *((1, report_frame(HOST, group)) for group in groups))
+        wait_until(lambda: self.counters("joins") == GROUPS, 10, "the groups to be known")
+
+    def assert_serves_and_ends(self):
+        self.join_many()
+        sent = self.counters("v2QueriesSent")
+        wait_until(lambda: self.counters("v2QueriesSent") > sent + 2, 20, "three more queries")
+        wait_until(lambda: self.shown("groups") == [], 20, "the groups to end")
+        self.agent.terminate()
+        self.assertEqual(0, self.agent.wait(5))
+
+    def test_a_pipe_that_nobody_reads(self):
+        self.start()
+        self.assert_serves_and_ends()
+
+    def test_a_pipe_whose_reader_has_gone(self):
+        self.start()
+        self.agent.stdout.readline()
+        self.agent.stdout.close()
+        self.assert_serves_and_ends()
+
+    def test_a_full_disk(self):
+        with open("/dev/full", "wb") as full:
+            self.start(stdout=full)
+            self.assert_serves_and_ends()
+
+    def test_descriptors_that_are_closed_at_the_start(self):
+        self.start(wrapper=("sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"))
+        self.assert_serves_and_ends()
+
+    def test_a_terminal_that_is_stopped_and_goes_on(self):
+        terminal, program_side = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        with os.fdopen(program_side, "wb") as output:
+            self.start(stdout=output)
+            termios.tcflow(program_side, termios.TCOOFF)
+            self.join_many()
+            self.assertTrue(self.shown("groups"))
+            termios.tcflow(program_side, termios.TCOON)
+            text = ""
+            while "eventsLost" not in text:
+                text = text[-100:] + os.read(terminal, 65536).decode()
+            termios.tcflow(program_side, termios.TCOOFF)
+            self.assert_ends()
+
+    def assert_ends(self):
+        self.agent.terminate()
+        self.assertEqual(0, self.agent.wait(5))
+
+
+if __name__ == "__main__":
+    main()
