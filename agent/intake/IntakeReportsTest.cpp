@@ -231,6 +231,20 @@ TEST_F(IntakeReportsTest, blockBeyondTheBudgetIsRefused) {
   EXPECT_EQ(receivedRecord(6, group_, {source_}), "passes");
 }
 
+TEST_F(IntakeReportsTest, packetMayEndGroupsOfTwoThousandSources) {
+  config_->maxQueryBurstIs(1000000);
+  std::vector<Ilvo::V3Record> leaves;
+  for (U64 i = 1; i <= 4; ++i) {
+    receivedRecord(1, group(i), sources(300));
+    receivedRecord(1, group(i), sources(300, 0x0a020001));
+    leaves.push_back({.type = 3, .group = group(i)});
+  }
+  EXPECT_EQ(receivedRecords(leaves), "changed: queryLimit");
+  EXPECT_EQ(counted(IntakeRule::queryLimit), 1u);
+  advance(3.0);
+  EXPECT_EQ(groups(), 1u);
+}
+
 // A leave is refused, but what is joined is joined.
 TEST_F(IntakeReportsTest, changeOfModeBeyondTheBudgetIsTakenWithoutAsking) {
   receivedRecord(2, group_);

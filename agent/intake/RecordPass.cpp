@@ -13,6 +13,10 @@ using Mox::U8;
 
 namespace {
 
+// Eight bytes that end a group ask for all of its sources: so many that the packets behind would
+// have to wait. One group's are always asked for.
+constexpr size_t mostAskedSources = 2048;
+
 // The querier makes no machine for other addresses.
 bool isSource(IpAddr addr) { return addr.isUnicast() && !addr.isZero(); }
 
@@ -138,6 +142,8 @@ bool Intake::RecordPass::mayAsk(const GroupRecord& record, const Entry& entry,
     return intake_.mayAsk(intake_.sourceQueries(record.sources));
   }
   const size_t sources = status == nullptr ? sum_.sources : status->source().size();
+  if (askedSources_ != 0 && askedSources_ + sources > mostAskedSources) return false;
+  askedSources_ += sources;
   return intake_.mayAsk(1 + intake_.sourceQueries(sources));
 }
 

@@ -51,9 +51,10 @@ class Intake::RecordPass {
   const PacketView& view_;
   const RecordSum sum_;
   bool asks_ = false;
-  size_t newGroups_ = 0;   // that the records so far make
-  size_t newSources_ = 0;  // the same, of groups that are near a limit
-  size_t kept_ = 0;        // records
+  size_t askedSources_ = 0;  // that are known and that the records so far ask for
+  size_t newGroups_ = 0;     // that the records so far make
+  size_t newSources_ = 0;    // the same, of groups that are near a limit
+  size_t kept_ = 0;          // records
   Refusal firstRule_;
   bool isChanged_ = false;
 };
