@@ -21,7 +21,7 @@ sys.path.insert(0, str(ROOT / "lab"))
 from lab import Lab, ip, wait_until, why_not  # noqa: E402
 
 IGMPQ = os.environ.get("IGMPQ", ROOT / "build/release/igmpq/igmpq")
-LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/LinkLoad")
+LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/link/LinkLoad")
 AGENT_CPU, SENDER_CPU = 0, 1
 MEGABYTE = 1024 * 1024
 RATE = 300_000  # frames a second
@@ -180,7 +180,8 @@ def honest_hosts(world, link, count, seconds):
 
 def flood(work, hosts, rate, seconds):
     """Beside 100 honest hosts on the same link and 10 on another."""
-    with World("--seed", SEED, "--query-interval", str(QUERY_INTERVAL), "--query-response-interval", "1",
+    with World("--seed", SEED, "--query-interval", str(QUERY_INTERVAL),
+               "--query-response-interval", "1",
                "--startup-query-interval", str(QUERY_INTERVAL)) as world:
         captures = []
         for link in (0, 1):
