@@ -1,7 +1,6 @@
 // `igmpq run [INTERFACE...]`: queriers on real interfaces, until a signal ends them.
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -16,6 +15,7 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <Events/EventBudget.h>
 #include <Events/EventOutput.h>
 #include <Events/LibraryMessages.h>
 #include <Host/AgentLoop.h>
@@ -39,9 +39,6 @@ using Agent::Link;
 using Agent::LinkTable;
 
 namespace {
-
-// How long the last lines may wait for an output that takes nothing.
-constexpr std::chrono::milliseconds exitPatience(500);
 
 const std::map<std::string, Agent::EventScope, std::less<>> scopes{
     {"all", Agent::EventScope::all},
@@ -106,7 +103,8 @@ class RunVerb final : public Verb {
     chanceIs(seed_);
     std::signal(SIGPIPE, SIG_IGN);
     EventOutput output(STDOUT_FILENO, json_ ? EventOutput::json : EventOutput::text);
-    const Agent::LibraryMessages messages(output);
+    Agent::EventBudget events(output, eventRate_);
+    const Agent::LibraryMessages messages(events);
     AgentLoop::Setup setup{.interfaces = {},
                            .reportQueries = queries_,
                            .eventScope = scopes.at(events_),
@@ -124,10 +122,10 @@ class RunVerb final : public Verb {
     Agent::fatalTraceFolderIs(traceFolder());
     std::optional<AgentLoop> loop;
     setup.onStateRequested = [&] { output.lines(stateOf(*loop)); };
-    loop.emplace(setup, output);
+    loop.emplace(setup, events);
     loop->run();
+    events.finish();
     output.lines(stateOf(*loop));
-    output.finish(exitPatience);
     return exitOk;
   }
 
@@ -157,6 +155,10 @@ class RunVerb final : public Verb {
         ->check([](const std::string& given) {
           return scopes.contains(given) ? "" : given + " is none of all, changes and none";
         });
+    addNumber(*options, "--event-rate", "N", {.least = 0, .most = 1000000, .whole = true},
+              "events of a kind reported within a second, the others as their number; 0: all",
+              [this](double rate) { eventRate_ = static_cast<Mox::U64>(rate); })
+        ->default_str("100");
     addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
               "of random delays (random)",
               [this](double seed) { seed_ = static_cast<long>(seed); });
@@ -215,6 +217,7 @@ class RunVerb final : public Verb {
   bool json_ = false;
   bool queries_ = false;
   std::string events_ = "changes";
+  Mox::U64 eventRate_ = 100;
   std::optional<long> seed_;
   std::string socket_;
   Mox::Seconds stallTimeout_ = 30.0;

@@ -64,9 +64,10 @@ class Querier:
         self.errors = []
         # Only one agent of a machine can serve at the usual path.
         self.socket = pathlib.Path(station.lab.scratch.name, f"{station.number}.sock")
+        every_event = ("--event-rate", "0") if verb[0] == "run" else ()
         self.process = station.lab.spawn(
             station.namespace, program(), *verb, "--json",
-            "--socket", self.socket, *options,
+            "--socket", self.socket, *every_event, *options,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.readers = [
             station.lab.read(self.process.stdout, self.line_arrived, self.all_arrived),

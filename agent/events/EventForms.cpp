@@ -47,6 +47,7 @@ void addSender(JsonObject& json, const Event& e) {
   if (!e.mac.empty()) json.text("mac", e.mac);
 }
 void addKnownGroup(JsonObject& json, const Event& e) { json.knownAddress("group", e.group); }
+void addKind(JsonObject& json, const Event& e) { json.text("kind", e.attribute); }
 void addCount(JsonObject& json, const Event& e) { json.number("count", e.count); }
 void addText(JsonObject& json, const Event& e) { json.text("text", e.text); }
 void addAddress(JsonObject& json, const Event& e) { json.knownAddress("address", e.address); }
@@ -240,6 +241,10 @@ constexpr std::array rows{
         "eventsLost",
         {addCount},
         "{count} events were lost: the output did not take them"},
+    Row{Event::eventsSummed,
+        "eventsSummed",
+        {addKind, addCount},
+        "{count} more {attribute} events within a second"},
     Row{Event::agentLost, "agentLost", {addText}, "{text}"},
     Row{Event::agentBack, "agentBack", {}, "the agent is back"},
     Row{Event::intake,
@@ -274,6 +279,8 @@ consteval bool allPlaceholdersAreKnown() {
 static_assert(allPlaceholdersAreKnown());
 
 }  // namespace
+
+const char* eventName(Event::Kind kind) { return rows.at(kind).name; }
 
 void appendEventText(std::string& out, const Event& event) {
   forEachPart(rows.at(event.kind).words, [&](std::string_view words, std::string_view name) {

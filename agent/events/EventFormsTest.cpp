@@ -78,6 +78,13 @@ Event ofAgent(Event::Kind kind, const char* text) {
   return event;
 }
 
+Event summedEvents() {
+  Event event = ofAgent(Event::eventsSummed, "");
+  event.attribute = "groupLeft";
+  event.count = 7;
+  return event;
+}
+
 Event lostEvents() {
   Event event = ofAgent(Event::eventsLost, "");
   event.count = 7;
@@ -186,6 +193,8 @@ std::vector<Form> formsOfTheAgent() {
        R"("event":"counters","interface":"eth0","counters":{"joins":3,"v2QueriesSent":7}})"},
       {lostEvents(), "7 events were lost: the output did not take them",
        R"("event":"eventsLost","count":7})"},
+      {summedEvents(), "7 more groupLeft events within a second",
+       R"("event":"eventsSummed","kind":"groupLeft","count":7})"},
       {ofAgent(Event::notice, "no file"), "no file", R"("event":"notice","text":"no file"})"},
       {ofAgent(Event::agentLost, "the agent has gone"), "the agent has gone",
        R"("event":"agentLost","text":"the agent has gone"})"},

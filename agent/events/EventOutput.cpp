@@ -8,10 +8,23 @@
 
 namespace Agent {
 
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A service manager or an operator waits for the end.
+constexpr std::chrono::milliseconds exitPatience(700);
+
+}  // namespace
+
 EventOutput::EventOutput(int fd, Form form, std::size_t mostBytes)
     : file_(fd), form_(form), mostBytes_(mostBytes) {}
 
+EventOutput::~EventOutput() { finish(exitPatience); }
+
+// A large batch may fill the queue while the file would take it.
 void EventOutput::event(const Event& event) {
+  if (waiting() > mostBytes_ / 2) write();
   reportLost();
   if (lost_ != lostReported_ || !add(event)) ++lost_;
 }
@@ -43,28 +56,35 @@ void EventOutput::lines(std::string_view more) {
 }
 
 bool EventOutput::flush() {
+  write();
+  if (waiting() == 0 && lost_ != lostReported_) {
+    reportLost();
+    write();
+  }
+  return waiting() == 0;
+}
+
+void EventOutput::write() {
   written_ += file_.write(std::string_view(queue_).substr(written_));
   if (written_ == queue_.size()) {
     queue_.clear();
+    if (queue_.capacity() > 2 * mostBytes_) queue_.shrink_to_fit();  // after a large state
     written_ = 0;
-    if (lost_ == lostReported_) return true;
-    reportLost();
-    return flush();
-  }
-  // The front of the queue is dropped only when it is half of it: each byte moves once at most.
-  if (written_ > queue_.size() / 2) {
+  } else if (written_ > queue_.size() / 2) {  // so that each byte moves once at most
     queue_.erase(0, written_);
     written_ = 0;
   }
-  return false;
 }
 
 void EventOutput::finish(std::chrono::milliseconds patience) {
-  std::size_t before = 0;
-  do {
-    before = waiting();
-    if (flush()) return;
-  } while (file_.waitWritable(patience) && waiting() < before);
+  const auto end = Clock::now() + patience;
+  while (!flush()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    if (left.count() <= 0 || !file_.waitWritable(left)) return;
+    const std::size_t before = waiting();
+    write();
+    if (waiting() == before) return;  // writable, but it fails
+  }
 }
 
 }  // namespace Agent

@@ -50,7 +50,8 @@ std::string eventTextLine(const Event& event, std::string_view time, std::string
     line += "  ";
   }
   appendEventText(line, event);
-  return isPrintable(line) ? line : printable(line);
+  if (isPrintable(line)) return line;
+  return printable(line);
 }
 
 EventSink::~EventSink() = default;

@@ -39,7 +39,8 @@ StatusJournal::StatusJournal(std::string interface, Ptr<const QuerierStatus> sta
       status_(std::move(status)),
       sink_(sink),
       scope_(scope),
-      watcher_(watcher) {
+      watcher_(watcher),
+      usualVersion_(status_->querierVersion()) {
   status_->treeNotifieeAdd(this);
   begin();
 }
@@ -67,7 +68,6 @@ void StatusJournal::onAttr(const EntityBase& entity, AttrId id) {
     const auto& group = static_cast<const Group&>(entity);
     const Place place = placeOf(group);
     GroupNote& note = groups_[place];
-    if (id == version) note.versionChanged = true;
     if (id == mode && !std::exchange(note.modeChanged, true)) {
       note.modeBefore =
           group.filterMode() == filterModeExclude ? filterModeInclude : filterModeExclude;
@@ -237,7 +237,17 @@ void StatusJournal::reportGroup(Event::Kind kind, const Group& group) {
   event.address = group.lastReporter();
   event.version = group.compatibilityMode();
   event.filterMode = group.filterMode();
+  if (kind == Event::groupLeft || group.compatibilityMode() == usualVersion_) {
+    otherVersions_.erase(group.groupAddr());
+  } else {
+    otherVersions_.insert(group.groupAddr(), group.compatibilityMode());
+  }
   sink_.event(event);
+}
+
+Gmp::Igmp::IgmpVersion StatusJournal::reportedVersion(Addr group) const {
+  const Gmp::Igmp::IgmpVersion* other = otherVersions_.find(group);
+  return other == nullptr ? usualVersion_ : *other;
 }
 
 // A new mode changes what the sources mean, so they follow it at once.
@@ -246,10 +256,13 @@ void StatusJournal::reportChanged(Place place) {
   const Group& group = *note.group;
   if (note.isNew || note.isGone || std::exchange(note.isReported, true)) return;
   const bool modeIsNews = note.modeBefore != group.filterMode();
-  if (modeIsNews || note.versionChanged) reportGroup(Event::groupChanged, group);
+  const bool versionIsNews = group.compatibilityMode() != reportedVersion(group.groupAddr());
+  if (modeIsNews || versionIsNews) reportGroup(Event::groupChanged, group);
   if (!modeIsNews) return;
   for (const Addr addr : sortedKeys(group.source())) {
-    if (const Place* source = note.sources.find(addr)) reportSource(sources_[*source]);
+    // One that is new has its own place, perhaps behind the end of one of the same address.
+    const Place* source = note.sources.find(addr);
+    if (source != nullptr && !sources_[*source].isNew) reportSource(sources_[*source]);
   }
 }
 

@@ -1,7 +1,7 @@
 // The changes of one querier's status since the last flush, and their events.
 //
-// Notified of the whole tree of the status, it notes each change with what stood there before. So
-// nothing is kept for a group or a source that does not change. A note holds its entity, which may
+// Notified of the whole tree of the status, it notes each change with what stood there before. So no
+// object is kept for a group or a source that does not change. A note holds its entity, which may
 // have left its collection by the time of the flush.
 #pragma once
 
@@ -55,7 +55,6 @@ class StatusJournal final : public Mox::TreeNotifiee {
     Gmp::Igmp::IgmpFilterMode modeBefore;
     bool isGone = false;
     bool modeChanged = false;
-    bool versionChanged = false;
     Mox::HashMap<Addr, Place> sources = {};
     Mox::U32 joinedSources = 0;
     Mox::U32 excludedSources = 0;
@@ -88,6 +87,7 @@ class StatusJournal final : public Mox::TreeNotifiee {
   void reportRole();
   void report(const Line& line);
   void reportGroup(Event::Kind kind, const Group& group);
+  Gmp::Igmp::IgmpVersion reportedVersion(Addr group) const;
   void reportChanged(Place place);
   void reportSource(SourceNote& note);
   void reportSum(const GroupNote& note);
@@ -97,6 +97,9 @@ class StatusJournal final : public Mox::TreeNotifiee {
   EventSink& sink_;
   const EventScope scope_;
   StatusWatcher& watcher_;
+  // The version that was reported last of each group, as far as it is not the usual one.
+  const Gmp::Igmp::IgmpVersion usualVersion_;
+  Mox::HashMap<Addr, Gmp::Igmp::IgmpVersion> otherVersions_;
   std::vector<Line> lines_;
   std::vector<GroupNote> groups_;
   std::vector<SourceNote> sources_;

@@ -17,6 +17,7 @@ using Gmp::Igmp::filterModeExclude;
 using Gmp::Igmp::filterModeInclude;
 using Gmp::Igmp::igmpVersion1;
 using Gmp::Igmp::igmpVersion2;
+using Gmp::Igmp::igmpVersion3;
 using Gmp::Igmp::QuerierGroupStatus;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
@@ -101,7 +102,33 @@ TEST_F(StatusWatcherTest, aValueThatChangedBackIsNotReported) {
   joined->filterModeIs(filterModeInclude);
   joined->source(sender)->expiredIs(true);
   joined->source(sender)->expiredIs(false);
+  joined->compatibilityModeIs(igmpVersion1);
+  joined->compatibilityModeIs(igmpVersion3);
   EXPECT_THAT(reported(), IsEmpty());
+}
+
+TEST_F(StatusWatcherTest, aVersionThatChangedBackIsNotReported) {
+  const auto joined = join(group);
+  reported();
+  joined->compatibilityModeIs(igmpVersion3);
+  joined->compatibilityModeIs(igmpVersion2);
+  EXPECT_THAT(reported(), IsEmpty());
+  joined->compatibilityModeIs(igmpVersion1);
+  EXPECT_THAT(reported(), ElementsAre("1000 changed 239.1.1.1 (version 1)"));
+  joined->compatibilityModeIs(igmpVersion2);
+  EXPECT_THAT(reported(), ElementsAre("1000 changed 239.1.1.1 (version 2)"));
+}
+
+TEST_F(StatusWatcherTest, aSourceThatWentWithAChangeOfModeAndCameBackLeftBeforeItJoined) {
+  const auto joined = joinVersion3(group, filterModeInclude);
+  joined->sourceIs(sender);
+  reported();
+  joined->filterModeIs(filterModeExclude);
+  joined->sourceDel(sender);
+  joined->sourceIs(sender);
+  EXPECT_THAT(reported(), ElementsAre("1000 changed 239.1.1.1 (version 3, exclude)",
+                                      "1000 left 239.1.1.1 source 10.0.0.50",
+                                      "1000 joined 239.1.1.1 source 10.0.0.50"));
 }
 
 TEST_F(StatusWatcherTest, aRefreshOfTheGroupIsNotReported) {

@@ -1,5 +1,6 @@
 #include <Host/AgentLoop.h>
 
+#include <algorithm>
 #include <csignal>
 #include <map>
 #include <stdexcept>
@@ -23,10 +24,11 @@ namespace Agent {
 
 namespace {
 
-// Between two looks at the rings; the timers that are left over are due at once.
-constexpr size_t timersOfTurn = 512;
+// How long timers may keep the loop from the rings; those that are left over are due at once.
+constexpr Mox::Seconds turnQuantum = 0.005;
+constexpr size_t timersOfTurn = 16;  // between two looks at the clock
 // Until an output that takes nothing is tried again.
-constexpr Mox::Seconds outputRetry = 0.1;
+constexpr Mox::Seconds outputRetry = 0.01;
 // The shortest query response interval: a shorter gap is none to any querier.
 constexpr Mox::Seconds leastGap = 0.1;
 
@@ -72,6 +74,7 @@ class AgentLoop::Impl {
   // Handles the packets that the rings hold, then the timers that are due, then reports what they
   // changed. So an answer that was received counts before the timer that waits for it.
   void handleBatch();
+  void turnWheel();
   void rebuildAfterGap();
   void reportChanges();
   // Tries again soon when the output does not take the events now.
@@ -96,6 +99,7 @@ class AgentLoop::Impl {
   const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
   bool inBatch_ = false;
+  Mox::Seconds lastBatchEnd_ = Mox::now();
 };
 
 AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
@@ -210,6 +214,8 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
 // Each round handles one batch, one client or one change of interfaces; clients that follow the
 // traces get theirs then.
 void AgentLoop::Impl::run() {
+  flushOutput();
+  alarm_.timeIs(wheel_->nextDue());
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
     flushOutput();
@@ -266,14 +272,23 @@ void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
   rebuildAfterGap();
   rings_.readReady();
-  wheel_->turn(Mox::now(), timersOfTurn);
+  turnWheel();
   inBatch_ = false;
+  lastBatchEnd_ = Mox::now();
   reportChanges();
 }
 
-// A loop that was stopped comes back late to a timer.
+void AgentLoop::Impl::turnWheel() {
+  const Mox::Seconds begin = Mox::now();
+  do {
+    wheel_->turn(Mox::now(), timersOfTurn);
+  } while (wheel_->nextDue() <= begin && Mox::now() < begin + turnQuantum);
+}
+
+// A loop that was stopped comes back late to a timer. One that has much to do is late, too, but has
+// just handled a batch.
 void AgentLoop::Impl::rebuildAfterGap() {
-  const Mox::Seconds gap = Mox::now() - wheel_->nextDue();
+  const Mox::Seconds gap = Mox::now() - std::max(wheel_->nextDue(), lastBatchEnd_);
   if (gap <= leastGap) return;
   for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
 }

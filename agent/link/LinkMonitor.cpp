@@ -157,6 +157,10 @@ bool LinkMonitor::readAll(LinkTable::Former& former) {
 
 // An answer that may lack a link is not used: its querier would be ended.
 void LinkMonitor::resynchronise() {
+  if (notifying_) {  // of links of the table that is there
+    resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
+    return;
+  }
   try {
     LinkTable table;
     if (dumpAll(table) == DumpEnd::complete) {
@@ -181,6 +185,7 @@ void LinkMonitor::notify(const LinkTable::Former& former) {
       after.emplace(link->second.name, &link->second);
     }
   }
+  notifying_ = true;
   for (const auto& [name, link] : before) {
     if (!after.contains(name)) handler_(name, nullptr);
   }
@@ -188,6 +193,7 @@ void LinkMonitor::notify(const LinkTable::Former& former) {
     const auto was = before.find(name);
     if (was == before.end() || *was->second != *link) handler_(name, link);
   }
+  notifying_ = false;
 }
 
 }  // namespace Agent

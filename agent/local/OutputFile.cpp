@@ -1,6 +1,7 @@
 #include <Local/OutputFile.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <string>
 
@@ -50,7 +51,11 @@ std::size_t OutputFile::write(std::string_view text) {
 
 bool OutputFile::waitWritable(std::chrono::milliseconds patience) const {
   pollfd wait{.fd = fd_, .events = POLLOUT, .revents = 0};
-  return poll(&wait, 1, static_cast<int>(patience.count())) > 0 && (wait.revents & POLLOUT) != 0;
+  int ready = 0;
+  do {
+    ready = poll(&wait, 1, static_cast<int>(patience.count()));
+  } while (ready < 0 && errno == EINTR);
+  return ready > 0 && (wait.revents & POLLOUT) != 0;
 }
 
 }  // namespace Agent

@@ -1,5 +1,6 @@
 #include <Text/Printable.h>
 
+#include <algorithm>
 #include <iterator>
 
 #include <fmt/format.h>
@@ -8,37 +9,59 @@ namespace Agent {
 
 namespace {
 
+// How many bytes the character has that begins here; 0 when it is none of UTF-8.
+size_t characterBytes(std::string_view text) {
+  const auto lead = static_cast<unsigned char>(text.front());
+  const size_t bytes = lead < 0x80   ? 1
+                       : lead < 0xc2 ? 0
+                       : lead < 0xe0 ? 2
+                       : lead < 0xf0 ? 3
+                       : lead < 0xf5 ? 4
+                                     : 0;
+  if (bytes > text.size()) return 0;
+  for (const char c : text.substr(0, bytes).substr(bytes == 0 ? 0 : 1)) {
+    if ((static_cast<unsigned char>(c) & 0xc0) != 0x80) return 0;
+  }
+  return bytes;
+}
+
 bool isControl(unsigned char byte) { return byte < 0x20 || byte == 0x7f; }
 
 // U+0080 to U+009F, which some terminals obey as escape sequences.
-bool isWideControl(unsigned char first, unsigned char second) {
-  return first == 0xc2 && second >= 0x80 && second <= 0x9f;
+bool isWideControl(std::string_view character) {
+  return character.size() == 2 && character[0] == '\xc2' && character[1] <= '\x9f';
+}
+
+// Calls f(bytes, shown): bytes of the text, and whether they can be shown as they are.
+template <class F>
+void forEachCharacter(std::string_view text, F f) {
+  while (!text.empty()) {
+    const size_t bytes = characterBytes(text);
+    const std::string_view character = text.substr(0, std::max<size_t>(bytes, 1));
+    const bool control = isControl(static_cast<unsigned char>(character[0]));
+    f(character, bytes != 0 && !control && !isWideControl(character));
+    text.remove_prefix(character.size());
+  }
 }
 
 }  // namespace
 
 void appendPrintable(std::string& out, std::string_view text) {
-  for (size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    const unsigned char next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
-    if (isWideControl(byte, next)) {
-      fmt::format_to(std::back_inserter(out), "\\x{:02x}\\x{:02x}", byte, next);
-      ++at;
-    } else if (isControl(byte)) {
-      fmt::format_to(std::back_inserter(out), "\\x{:02x}", byte);
-    } else {
-      out += text[at];
+  forEachCharacter(text, [&](std::string_view bytes, bool shown) {
+    if (shown) {
+      out += bytes;
+      return;
     }
-  }
+    for (const char byte : bytes) {
+      fmt::format_to(std::back_inserter(out), "\\x{:02x}", static_cast<unsigned char>(byte));
+    }
+  });
 }
 
 bool isPrintable(std::string_view text) {
-  for (size_t at = 0; at < text.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(text[at]);
-    const unsigned char next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0;
-    if (isControl(byte) || isWideControl(byte, next)) return false;
-  }
-  return true;
+  bool all = true;
+  forEachCharacter(text, [&](std::string_view, bool shown) { all = all && shown; });
+  return all;
 }
 
 std::string printable(std::string_view text) {

@@ -19,7 +19,17 @@ TEST(Printable, writesControlCharactersOfTwoBytesInHexadecimal) {
                       "2J"),
             "\\xc2\\x9b2J");
   EXPECT_EQ(printable("\xc2\xa9"), "\xc2\xa9");
-  EXPECT_EQ(printable("\xc2"), "\xc2");
+}
+
+TEST(Printable, writesBytesThatAreNoUtf8InHexadecimal) {
+  EXPECT_EQ(printable("\x9b"
+                      "2J"),
+            "\\x9b2J");
+  EXPECT_EQ(printable("\xc2"), "\\xc2");
+  EXPECT_EQ(printable("\xe2\x82"
+                      "a"),
+            "\\xe2\\x82a");
+  EXPECT_EQ(printable("\xe2\x82\xac"), "\xe2\x82\xac");
 }
 
 }  // namespace

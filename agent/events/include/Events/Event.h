@@ -47,6 +47,7 @@ struct Event {
     configChanged,
     counters,
     eventsLost,
+    eventsSummed,  // beyond the budget of a kind
     agentLost,
     agentBack,      // the connection to the agent exists again
     intake,         // a packet that a querier did not see, or not as it was sent
@@ -104,6 +105,8 @@ std::unique_ptr<EventSink> jsonEventSink(std::FILE* out);
 // The lines of the two sinks, without the end of line. In JSON "time" is the event's time on the
 // activity clock and "utc" the same moment on the wall clock.
 std::string eventText(const Event& event);
+// The kind as JSON names it.
+const char* eventName(Event::Kind kind);
 void appendEventText(std::string& out, const Event& event);
 // Built in that memory, whose contents are dropped.
 std::string eventJson(const Event& event, std::string memory = {});

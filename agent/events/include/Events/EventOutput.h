@@ -26,12 +26,14 @@ class EventOutput final : public EventSink {
   static constexpr std::size_t queueBytes = 1024 * 1024;
 
   EventOutput(int fd, Form form, std::size_t mostBytes = queueBytes);
+  // Writes what is left, for less than a second.
+  ~EventOutput() override;
 
   void event(const Event& event) override;
   bool flush() override;
   // Lines that are no event. They may exceed the queue's size, unless it is full already.
   void lines(std::string_view more);
-  // Writes what is left, as long as the file takes something within `patience`.
+  // Writes what is left, for that long at most while the file does not take it.
   void finish(std::chrono::milliseconds patience);
   // All that were lost so far.
   Mox::U64 lost() const { return lost_; }
@@ -39,6 +41,7 @@ class EventOutput final : public EventSink {
  private:
   std::size_t waiting() const { return queue_.size() - written_; }
   bool add(const Event& event);
+  void write();
   void reportLost();
 
   OutputFile file_;

@@ -51,6 +51,7 @@ class LinkMonitor {
   NetlinkSocket socket_;
   Handler handler_;
   LinkTable table_;
+  bool notifying_ = false;
   Obel::TimerReactor<LinkMonitor, &LinkMonitor::resynchronise> resyncTimer_;
   ReadableWatch watch_;  // of the socket, so it goes before it
 };

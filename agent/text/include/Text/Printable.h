@@ -6,8 +6,8 @@
 
 namespace Agent {
 
-// Appends the text with each control byte as \x1b, and each control character that UTF-8 writes in
-// two bytes as \xc2\x9b. All else stays as it is.
+// Appends the text with each byte of a control character, and each that is no UTF-8, as \x1b. All
+// else stays as it is.
 void appendPrintable(std::string& out, std::string_view text);
 
 // Whether that would change nothing.

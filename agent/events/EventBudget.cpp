@@ -1,0 +1,49 @@
+#include <Events/EventBudget.h>
+
+#include <Mox/ActivityClock.h>
+
+namespace Agent {
+
+void EventBudget::event(const Event& event) {
+  Kind& kind = kinds_[event.kind];
+  const Mox::Seconds now = Mox::now();
+  if (now >= kind.until) {
+    close(event.kind);
+    kind.until = now + 1.0;
+  }
+  if (ofASecond_ == 0 || kind.passed < ofASecond_) {
+    ++kind.passed;
+    to_.event(event);
+  } else if (kind.held++ == 0) {
+    ++kindsHeld_;
+  }
+}
+
+void EventBudget::close(size_t at) {
+  Kind& kind = kinds_[at];
+  if (kind.held != 0) {
+    Event sum{.time = Mox::now(), .kind = Event::eventsSummed};
+    sum.count = kind.held;
+    sum.attribute = eventName(static_cast<Event::Kind>(at));
+    to_.event(sum);
+    --kindsHeld_;
+  }
+  kind.passed = 0;
+  kind.held = 0;
+}
+
+bool EventBudget::flush() {
+  if (kindsHeld_ != 0) {
+    const Mox::Seconds now = Mox::now();
+    for (size_t at = 0; at < kinds_.size(); ++at) {
+      if (kinds_[at].held != 0 && now >= kinds_[at].until) close(at);
+    }
+  }
+  return to_.flush() && kindsHeld_ == 0;
+}
+
+void EventBudget::finish() {
+  for (size_t at = 0; at < kinds_.size(); ++at) close(at);
+}
+
+}  // namespace Agent
