@@ -148,10 +148,11 @@ void worst(benchmark::State& state, const Shape& shape, U8 type) {
 const bool registered = [] {
   const char* const types[] = {"mixed", "isIn", "isEx", "toIn", "toEx", "allow", "block"};
   for (const Shape& shape : shapes) {
-    for (U8 type = 0; type < std::size(types); ++type) {
+    for (size_t type = 0; type < std::size(types); ++type) {
       const std::string name = std::string("WorstPacket/") + shape.name + "/" + types[type];
       benchmark::RegisterBenchmark(
-          name.c_str(), [&shape, type](benchmark::State& state) { worst(state, shape, type); })
+          name.c_str(),
+          [&shape, type](benchmark::State& state) { worst(state, shape, static_cast<U8>(type)); })
           ->Apply(sizes<1500, 9000>)
           ->UseManualTime()
           ->Iterations(tiny() ? 2 : 5);

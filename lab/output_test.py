@@ -22,7 +22,8 @@ class StuckOutputTest(LabTestCase):
         self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
         self.agent = self.lab.spawn(
             self.router.namespace, *files.pop("wrapper", ()), program(), "run", "eth0", "--json",
-            "--event-rate", "0", *SHORT, "--socket", self.socket, **{"stdout": subprocess.PIPE, **files})
+            "--event-rate", "0", *SHORT, "--socket", self.socket,
+            **{"stdout": subprocess.PIPE, **files})
         wait_until(lambda: self.socket.exists() and self.counters("v2QueriesSent") > 0, 10,
                    "the first query")
 

@@ -1,8 +1,8 @@
 // The changes of one querier's status since the last flush, and their events.
 //
-// Notified of the whole tree of the status, it notes each change with what stood there before. So no
-// object is kept for a group or a source that does not change. A note holds its entity, which may
-// have left its collection by the time of the flush.
+// Notified of the whole tree of the status, it notes each change with what stood there before. So
+// no object is kept for a group or a source that does not change. A note holds its entity, which
+// may have left its collection by the time of the flush.
 #pragma once
 
 #include <string>

@@ -194,8 +194,9 @@ void addCounters(Cells& cells, const InterfaceView& view, InterfaceViews interfa
   };
   forEachCounter<QuerierStatus>(addOf(view.status));
   if (isAny(interfaces, &InterfaceView::state)) forEachCounter<InterfaceState>(addOf(view.state));
-  if (isAny(interfaces, &InterfaceView::intakeStatus))
+  if (isAny(interfaces, &InterfaceView::intakeStatus)) {
     forEachIntakeNumber(addOf(view.intakeStatus));
+  }
 }
 
 template <class V>

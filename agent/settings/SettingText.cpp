@@ -59,6 +59,7 @@ Written intakeSettingOf(const IntakeSetting& setting, std::string_view name,
 
 std::vector<std::string_view> settingNames() {
   std::vector<std::string_view> names;
+  names.reserve(std::size(settingRules) + 1 + std::size(intakeSettings));
   for (const SettingRule& rule : settingRules) names.push_back(rule.attribute);
   names.push_back(immediateLeave);
   for (const IntakeSetting& setting : intakeSettings) names.push_back(setting.attribute);

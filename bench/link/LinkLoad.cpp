@@ -174,9 +174,7 @@ size_t sendAll(int link, std::vector<Frame>& frames, const Options& options) {
   return sent;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   CLI::App app("Sends IGMP reports through an interface at a given rate.");
   Options options;
   app.add_option("INTERFACE", options.interface)->required();
@@ -190,13 +188,20 @@ int main(int argc, char** argv) {
   app.add_option("--rate", options.rate, "frames a second; 0: as fast as it goes");
   app.add_option("--seconds", options.seconds, "how long; 0: each frame once");
   CLI11_PARSE(app, argc, argv);
+  std::vector<Frame> frames = framesOf(options);
+  const int link = openLink(options.interface);
+  const auto begin = Clock::now();
+  const size_t sent = sendAll(link, frames, options);
+  const std::chrono::duration<double> seconds = Clock::now() - begin;
+  std::printf("{\"sent\": %zu, \"seconds\": %.6f}\n", sent, seconds.count());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
   try {
-    std::vector<Frame> frames = framesOf(options);
-    const int link = openLink(options.interface);
-    const auto begin = Clock::now();
-    const size_t sent = sendAll(link, frames, options);
-    const std::chrono::duration<double> seconds = Clock::now() - begin;
-    std::printf("{\"sent\": %zu, \"seconds\": %.6f}\n", sent, seconds.count());
+    return run(argc, argv);
   } catch (const std::exception& error) {
     std::fprintf(stderr, "LinkLoad: %s\n", error.what());
     return 1;
