@@ -48,8 +48,9 @@ class LoadedQuerier final : private Agent::IntakeWatcher {
       for (size_t first = 0; first < sourcesOfGroup; first += sourcesOfGroup / 4) {
         if (type == 5 && first >= sourcesOfGroup / 2) break;
         V3Record record{.type = first == 0 || type == 5 ? type : U8{5}, .group = group};
-        for (size_t n = 0; n < sourcesOfGroup / 4; ++n)
+        for (size_t n = 0; n < sourcesOfGroup / 4; ++n) {
           record.sources.push_back(sourceAt(first + n));
+        }
         receive(Ilvo::buildV3Report({record}, {.src = IpAddr(10, 0, 0, 9)}));
       }
     }

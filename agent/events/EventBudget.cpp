@@ -19,12 +19,12 @@ void EventBudget::event(const Event& event) {
   }
 }
 
-void EventBudget::close(size_t at) {
-  Kind& kind = kinds_[at];
+void EventBudget::close(size_t kindAt) {
+  Kind& kind = kinds_[kindAt];
   if (kind.held != 0) {
     Event sum{.time = Mox::now(), .kind = Event::eventsSummed};
     sum.count = kind.held;
-    sum.attribute = eventName(static_cast<Event::Kind>(at));
+    sum.attribute = eventName(static_cast<Event::Kind>(kindAt));
     to_.event(sum);
     --kindsHeld_;
   }

@@ -104,8 +104,9 @@ std::vector<Frame> randomSources(const Options& options) {
   std::vector<Frame> frames;
   for (size_t i = 0; i < floodFrames / 5; ++i) {
     std::vector<IpAddr> sources;
-    for (size_t s = 0; s < mostSources; ++s)
+    for (size_t s = 0; s < mostSources; ++s) {
       sources.emplace_back(0xc0000000u + random() % 0x1000000u);
+    }
     frames.push_back(
         frameOf(options.firstHost + i % options.hosts,
                 {{.type = isInclude, .group = randomGroup(random), .sources = sources}}));

@@ -33,7 +33,7 @@ class EventBudget final : public EventSink {
     Mox::U64 held = 0;
   };
 
-  void close(size_t kind);
+  void close(size_t kindAt);
 
   EventSink& to_;
   const Mox::U64 ofASecond_;
