@@ -104,7 +104,7 @@ class AttrLogTest(LabTestCase):
             reader.wait(20)
         self.assert_ended(changing)
         # A machine that is busy with readers may lose packets: only the agent's own state counts.
-        self.assertGreater(len(self.agent_groups()), GROUPS // (20 if SANITIZED else 4))
+        self.assertGreater(len(self.agent_groups()), GROUPS // 4)
         wait_until(lambda: self.agent_groups() == self.shown_groups(), 30, "equal copies")
 
     def test_a_stopped_reader_costs_no_memory_and_catches_up(self):

@@ -27,6 +27,8 @@ namespace {
 // How long timers may keep the loop from the rings; those that are left over are due at once.
 constexpr Mox::Seconds turnQuantum = 0.005;
 constexpr size_t timersOfTurn = 16;  // between two looks at the clock
+// A batch of packets takes no longer, so that timers that are due do not wait.
+constexpr Mox::Seconds longestBatch = 0.05;
 // Until an output that takes nothing is tried again.
 constexpr Mox::Seconds outputRetry = 0.01;
 // The shortest query response interval: a shorter gap is none to any querier.
@@ -74,6 +76,7 @@ class AgentLoop::Impl {
   // Handles the packets that the rings hold, then the timers that are due, then reports what they
   // changed. So an answer that was received counts before the timer that waits for it.
   void handleBatch();
+  Mox::Seconds batchDuration() const;
   void turnWheel();
   void rebuildAfterGap();
   void reportChanges();
@@ -212,12 +215,14 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
 }
 
 // Each round handles one batch, one client or one change of interfaces; clients that follow the
-// traces get theirs then.
+// traces get theirs then. Packets do not wait for more than one client: many that want something at
+// once would keep the loop from the rings until these overflow.
 void AgentLoop::Impl::run() {
   flushOutput();
   alarm_.timeIs(wheel_->nextDue());
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
+    if (Mox::now() > lastBatchEnd_ + turnQuantum) handleBatch();
     flushOutput();
     alarm_.timeIs(wheel_->nextDue());
   }
@@ -271,11 +276,17 @@ void AgentLoop::Impl::handleSignal(int number) {
 void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
   rebuildAfterGap();
-  rings_.readReady();
+  rings_.readReady(batchDuration());
   turnWheel();
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
   reportChanges();
+}
+
+// Where there is more to do than time, packets get at least as much of it as everything else:
+// clients can wait, and rings overflow.
+Mox::Seconds AgentLoop::Impl::batchDuration() const {
+  return std::clamp(Mox::now() - lastBatchEnd_, RingPolls::usualBatch, longestBatch);
 }
 
 void AgentLoop::Impl::turnWheel() {

@@ -17,7 +17,7 @@ using testing::IsEmpty;
 TEST_F(InterfaceQuerierTest, opensAnotherPortForAnMtuThatNeedsLongerBlocks) {
   up();
   Link longer = linkWith(ourAddr);
-  longer.mtu = 9000;
+  longer.mtu = 2000;
   receiver_ = nullptr;
   querier().linkIs(&longer);
   EXPECT_EQ(receiver_, nullptr);

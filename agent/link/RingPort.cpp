@@ -8,20 +8,12 @@
 #include <sys/epoll.h>
 
 #include <Link/LinkTable.h>
-#include <Mox/ActivityClock.h>
 #include "FrameRing.h"
 #include "RxPackets.h"
 
 namespace Agent {
 
 using Mox::U8;
-
-namespace {
-
-// After that the timers get their turn.
-constexpr Mox::Seconds batchDuration = 0.005;
-
-}  // namespace
 
 RingPolls::RingPolls() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {
   if (!epoll_.isOpen()) {
@@ -69,9 +61,9 @@ void RingPolls::addReady() {
 }
 
 // A port is idle while it reads, so that it may end then.
-void RingPolls::readReady() {
+void RingPolls::readReady(Mox::Seconds longest) {
   addReady();
-  const Mox::Seconds end = Mox::now() + batchDuration;
+  const Mox::Seconds end = Mox::now() + longest;
   while (!ready_.empty() && Mox::now() < end) {
     RingPort& port = *ready_.front();
     toIdle(port);

@@ -4,6 +4,7 @@
 #include <bit>
 
 #include <linux/if_packet.h>
+#include <unistd.h>
 
 #include <Link/Ethernet.h>
 
@@ -14,7 +15,6 @@ namespace {
 constexpr std::size_t mostBytes = std::size_t{4} << 20;
 constexpr std::size_t bytesOfAll = std::size_t{64} << 20;
 constexpr std::size_t leastBytes = std::size_t{64} << 10;
-constexpr std::size_t leastBlockBytes = std::size_t{16} << 10;
 constexpr std::size_t linksAtShortestTimeout = 64;
 
 }  // namespace
@@ -29,11 +29,13 @@ RingSize ringSizeFor(std::size_t links, std::optional<std::size_t> bytes) {
 }
 
 // Blocks are powers of two, as the kernel takes them from its pages without a rest. Small ones: a
-// timeout uses up a whole block, whatever is in it.
+// timeout uses up a whole block, whatever is in it. Where packets are few, the number of blocks is
+// the number of timeouts for which a ring holds them while this process does not run.
 std::size_t ringBlockBytes(Mox::U32 mtu) {
   constexpr std::size_t overhead = sizeof(tpacket_block_desc) + TPACKET3_HDRLEN +
                                    2 * TPACKET_ALIGNMENT + ethernetHeaderBytes + 2 * vlanTagBytes;
-  return std::bit_ceil(std::max(leastBlockBytes, overhead + mtu));
+  const auto pageBytes = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  return std::bit_ceil(std::max(pageBytes, overhead + mtu));
 }
 
 }  // namespace Agent

@@ -19,6 +19,7 @@
 #include <Link/QuerySocket.h>
 #include <Link/RingSize.h>
 #include <Local/Descriptor.h>
+#include <Mox/ActivityClock.h>
 #include <MoxBase/Types.h>
 
 namespace Agent {
@@ -36,9 +37,10 @@ class RingPolls {
 
   // Readable while a ring is.
   int fd() const { return epoll_.fd(); }
-  // Hands over what the rings hold. It ends early when that takes long: fd() stays readable then,
+  // Hands over what the rings hold. It ends early when that takes longer: fd() stays readable then,
   // and the next call goes on with the ring whose turn it is.
-  void readReady();
+  void readReady(Mox::Seconds longest = usualBatch);
+  static constexpr Mox::Seconds usualBatch = 0.005;
 
  private:
   friend class RingPort;
