@@ -1,9 +1,11 @@
 // `igmpq get [PATH...]`: any attribute of any object of the running agent.
-#include <cstdio>
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
+
 #include <Client/RequestClient.h>
+#include <Text/Printable.h>
 
 #include "SocketOption.h"
 #include "Verb.h"
@@ -55,11 +57,15 @@ class GetVerb final : public Verb {
 
   void get(Agent::RequestClient& client, const std::string& path) const {
     const Agent::RequestClient::PathText content = client.get(path);
-    printLines(json_ ? std::vector{content.json} : content.lines);
+    if (json_) {
+      fmt::print("{}\n", content.json);
+    } else {
+      printLines(content.lines);
+    }
   }
 
   static void printLines(const std::vector<std::string>& lines) {
-    for (const std::string& line : lines) std::printf("%s\n", line.c_str());
+    for (const std::string& line : lines) fmt::print("{}\n", Agent::printable(line));
   }
 
   std::vector<std::string> paths_;

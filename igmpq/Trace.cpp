@@ -7,6 +7,7 @@
 
 #include <Client/RequestClient.h>
 #include <Options/Options.h>
+#include <Text/Printable.h>
 #include <Text/TraceText.h>
 
 #include "SocketOption.h"
@@ -63,7 +64,7 @@ class TraceVerb final : public Verb {
       if (json_) {
         fmt::print("{}\n", handle.json);
       } else {
-        fmt::print("{:<16} {:2}\n", handle.name, handle.level);
+        fmt::print("{:<16} {:2}\n", Agent::printable(handle.name), handle.level);
       }
     }
   }
@@ -84,7 +85,8 @@ class TraceVerb final : public Verb {
       fmt::print(stderr, "igmpq: {} lines are lost: newer ones took their place first\n",
                  *line.lost);
     } else {
-      fmt::print("{}\n", Agent::traceText(line.time, line.level, line.handle, line.text));
+      const std::string text = Agent::traceText(line.time, line.level, line.handle, line.text);
+      fmt::print("{}\n", Agent::printable(text));
     }
   }
 

@@ -3,6 +3,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <Client/BadRequest.h>
@@ -15,6 +16,7 @@
 #include <CLI/Formatter.hpp>
 
 #include <Options/Options.h>
+#include <Text/Printable.h>
 
 #include "Verb.h"
 
@@ -43,8 +45,9 @@ class ExamplesFirst final : public CLI::Formatter {
   }
 };
 
-int fail(const std::string& text, int status) {
-  std::fprintf(stderr, "igmpq: %s\n", text.c_str());
+// The text may quote what another process sent.
+int fail(std::string_view text, int status) {
+  std::fprintf(stderr, "igmpq: %s\n", Agent::printable(text).c_str());
   return status;
 }
 
@@ -127,7 +130,8 @@ int command(int argc, const char* const* argv) {
   } catch (const CLI::Success& done) {
     return app.exit(done);
   } catch (const CLI::ParseError& error) {
-    return fail(textOf(error, app) + "\nigmpq: " + helpOf(app), Igmpq::exitBadUse);
+    fail(textOf(error, app), Igmpq::exitBadUse);
+    return fail(helpOf(app), Igmpq::exitBadUse);
   }
 }
 
@@ -145,7 +149,6 @@ int main(int argc, char** argv) {
   try {
     return command(argc, argv);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "igmpq: %s\n", error.what());
-    return Igmpq::exitFailure;
+    return fail(error.what(), Igmpq::exitFailure);
   }
 }

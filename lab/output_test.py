@@ -3,6 +3,7 @@ import json
 import os
 import pathlib
 import pty
+import signal
 import socket
 import subprocess
 import termios
@@ -81,6 +82,27 @@ class StuckOutputTest(LabTestCase):
                 text = text[-100:] + os.read(terminal, 65536).decode()
             termios.tcflow(program_side, termios.TCOOFF)
             self.assert_ends()
+
+    def test_each_event_is_read_or_counted_as_lost(self):
+        self.start()
+        self.join_many()
+        wait_until(lambda: self.shown("groups") == [], 60, "the groups to end")
+        self.agent.terminate()
+        events = [json.loads(line) for line in self.agent.stdout]
+        self.assertEqual(0, self.agent.wait(10))
+        lost = sum(event["count"] for event in events if event.get("event") == "eventsLost")
+        read = sum(event.get("event") in ("groupJoined", "groupLeft") for event in events)
+        self.assertGreater(lost, 0)
+        self.assertEqual(2 * GROUPS, read + lost)
+
+    def test_a_hangup_changes_nothing_and_says_so(self):
+        self.start()
+        self.agent.send_signal(signal.SIGHUP)
+        for line in self.agent.stdout:
+            event = json.loads(line)
+            if event["event"] == "notice": break
+        self.assertIn("no configuration file", event["text"])
+        self.assert_ends()
 
     def assert_ends(self):
         self.agent.terminate()

@@ -26,6 +26,17 @@ std::vector<Ilvo::IpAddr> sortedKeys(const Map& map) {
   return keys;
 }
 
+// The memory of usual batches is kept; that of a first walk through a million groups is not.
+template <class Notes>
+void forget(Notes& notes) {
+  constexpr size_t usually = 4096;
+  if (notes.capacity() > usually) {
+    notes = Notes();
+  } else {
+    notes.clear();
+  }
+}
+
 template <class Entity>
 AttrId attrId(const char* name) {
   return Mox::typeInfoOf<Entity>().attr(name)->id;
@@ -169,9 +180,9 @@ void StatusJournal::flush() {
   noteMeaningsChanged();
   countSources();
   for (const Line& line : lines_) report(line);
-  lines_.clear();
-  groups_.clear();
-  sources_.clear();
+  forget(lines_);
+  forget(groups_);
+  forget(sources_);
   placeOfGroup_.clear();
 }
 

@@ -2,11 +2,13 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <string>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Agent {
@@ -38,6 +40,16 @@ size_t emptied(int fd) {
     read += static_cast<size_t>(got);
   }
   return read;
+}
+
+Ends terminalEnds() {
+  const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  EXPECT_EQ(grantpt(master), 0);
+  EXPECT_EQ(unlockpt(master), 0);
+  const int side = ::open(ptsname(master), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  EXPECT_GE(side, 0);
+  EXPECT_EQ(fchmod(side, 0600), 0);
+  return {Descriptor(master), Descriptor(side)};
 }
 
 class OutputFileTest : public testing::TestWithParam<Ends (*)()> {};
@@ -72,6 +84,29 @@ TEST_P(OutputFileTest, takesNothingWhenTheOtherEndIsClosed) {
   ends.read.close();
   EXPECT_EQ(out.write("text"), 0u);
   std::signal(SIGPIPE, before);
+}
+
+// Somebody else's: the descriptor was handed down by a process with more rights.
+class OutputFileOfAnotherUser : public testing::TestWithParam<Ends (*)()> {};
+
+INSTANTIATE_TEST_SUITE_P(, OutputFileOfAnotherUser, testing::Values(&pipeEnds, &terminalEnds),
+                         [](const auto& made) { return made.index == 0 ? "pipe" : "terminal"; });
+
+TEST_P(OutputFileOfAnotherUser, takesWhatThereIsRoomForAndDoesNotWait) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can be another user";
+  const Ends ends = GetParam()();
+  ASSERT_EQ(seteuid(65534), 0);
+  OutputFile out(ends.write.fd());
+  ASSERT_EQ(seteuid(0), 0);
+  const int flags = fcntl(ends.write.fd(), F_GETFL);
+  const std::string much(1 << 20, 'x');
+  const size_t taken = out.write(much);
+  EXPECT_GT(taken, 0u);
+  EXPECT_LT(taken, much.size());
+  EXPECT_EQ(out.write("more"), 0u);
+  EXPECT_EQ(fcntl(ends.write.fd(), F_GETFL), flags);
+  EXPECT_EQ(emptied(ends.read.fd()), taken);
+  EXPECT_EQ(out.write("more"), 4u);
 }
 
 TEST(OutputFileOfADisk, continuesWhereTheDescriptorStands) {

@@ -71,11 +71,11 @@ void leaveTrace() {
     if (folder.empty()) continue;
     const std::string path = folder / fmt::format("{}{}{}", tracePrefix, getpid(), traceSuffix);
     if (writeTrace(path)) {
-      std::fprintf(stderr, "igmpq: the trace up to here is in %s\n", path.c_str());
+      Mox::fatalLine(fmt::format("igmpq: the trace up to here is in {}\n", path));
       return;
     }
     const std::string why = std::generic_category().message(errno);
-    std::fprintf(stderr, "igmpq: cannot write the trace to %s: %s\n", path.c_str(), why.c_str());
+    Mox::fatalLine(fmt::format("igmpq: cannot write the trace to {}: {}\n", path, why));
   }
 }
 

@@ -1,8 +1,13 @@
 #include <MoxBase/Fatal.h>
 
+#include <array>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace Mox {
 namespace {
@@ -19,6 +24,20 @@ TEST(FatalDeathTest, callsTheHookBeforeAborting) {
     failsHere();
   };
   EXPECT_DEATH(abortsWithHook(), "hook was here");
+}
+
+// As of a terminal that is stopped: whoever waits for the end of the process would wait for ever.
+TEST(FatalDeathTest, doesNotWaitForStandardErrorThatTakesNothing) {
+  auto failsWithFullPipe = [] {
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0 || fcntl(ends[1], F_SETFL, O_NONBLOCK) != 0) std::_Exit(1);
+    while (write(ends[1], "text", 4) > 0) {
+    }
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDERR_FILENO);
+    failsHere();
+  };
+  EXPECT_EXIT(failsWithFullPipe(), testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include <Local/Descriptor.h>
+#include <sys/types.h>
 
 namespace Agent {
 
@@ -26,7 +27,9 @@ class OutputFile {
   bool waitWritable(std::chrono::milliseconds patience) const;
 
  private:
-  enum class Kind { plain, nonBlocking, socket, polled };
+  enum class Kind { plain, nonBlocking, socket, pipe, terminal };
+
+  ssize_t writeSome(std::string_view text) const;
 
   Kind kind_ = Kind::plain;
   Descriptor own_;

@@ -7,6 +7,8 @@
 //   fatalUnless(initialized_, "GmpIgmpQuerierSm.tin", "initialized( )");
 #pragma once
 
+#include <string_view>
+
 #include <MoxBase/Export.h>
 #include <MoxBase/Place.h>
 
@@ -26,5 +28,9 @@ inline void fatalUnless(bool holds, const char* modelFile, const char* expressio
 // Called once, before the process aborts; null (the default) for none.
 using FatalHook = void (*)();
 MOX_PUBLIC void fatalHookIs(FatalHook hook);
+
+// Writes a line to standard error, or nothing when that does not take it soon: a process that is
+// about to abort must not wait for a terminal that is stopped.
+MOX_PUBLIC void fatalLine(std::string_view line);
 
 }  // namespace Mox
