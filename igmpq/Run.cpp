@@ -21,7 +21,9 @@
 #include <Host/AgentLoop.h>
 #include <Link/LinkMonitor.h>
 #include <Link/Privileges.h>
+#include <Local/Accounts.h>
 #include <Local/AttrLogSocket.h>
+#include <Local/LocalPeer.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/HashMap.h>
 #include <Options/Options.h>
@@ -39,6 +41,8 @@ using Agent::Link;
 using Agent::LinkTable;
 
 namespace {
+
+constexpr const char* allGroups = "all";  // the value of --read-group for every user
 
 const std::map<std::string, Agent::EventScope, std::less<>> scopes{
     {"all", Agent::EventScope::all},
@@ -97,19 +101,23 @@ class RunVerb final : public Verb {
   // Errors of the command line and missing rights are found before anything is opened.
   int run() override {
     const std::vector<std::string> names = interfaceNames();
+    const std::optional<Agent::User> user = userOption();
+    const std::optional<Agent::AttrLogServer::Setup> attrLog = attrLogSetup();
     const std::string missing = Agent::missingPrivilege();
     if (!missing.empty()) throw std::runtime_error(missing);
     Agent::raiseDescriptorLimit();
     chanceIs(seed_);
     std::signal(SIGPIPE, SIG_IGN);
+    // Another user may be unable to open it again.
     EventOutput output(STDOUT_FILENO, json_ ? EventOutput::json : EventOutput::text);
     Agent::EventBudget events(output, eventRate_);
     const Agent::LibraryMessages messages(events);
+    const std::string traceFolder = folderOfTraces();
     AgentLoop::Setup setup{.interfaces = {},
                            .reportQueries = queries_,
                            .eventScope = scopes.at(events_),
                            .onStateRequested = {},
-                           .attrLog = attrLog(),
+                           .attrLog = attrLog,
                            .attrLogRequired = !socket_.empty(),
                            .ringBytes = {}};
     if (ringKib_) setup.ringBytes = *ringKib_ * 1024;
@@ -119,7 +127,8 @@ class RunVerb final : public Verb {
       settings_.apply({.config = config, .intake = intake, .process = setup.process});
       setup.interfaces.push_back({name, config, intake, settings_.boundary()});
     }
-    Agent::fatalTraceFolderIs(traceFolder());
+    rightsAre(user);
+    Agent::fatalTraceFolderIs(traceFolder);
     std::optional<AgentLoop> loop;
     setup.onStateRequested = [&] { output.lines(stateOf(*loop)); };
     loop.emplace(setup, events);
@@ -167,9 +176,25 @@ class RunVerb final : public Verb {
         ->type_name("PATH")
         ->default_str(Agent::attrLogSocketPath());
     addNumber(*options, "--stall-timeout", "SECONDS", {.least = 1, .most = 86400},
-              "after which a reader that takes nothing is disconnected",
+              "over which a reader in arrears must take 64 KiB/s, or is disconnected",
               [this](double seconds) { stallTimeout_ = seconds; })
         ->default_str("30");
+    addNumber(*options, "--max-readers", "N", {.least = 1, .most = 4096, .whole = true},
+              "of the attribute log at a time",
+              [this](double readers) { maxReaders_ = static_cast<size_t>(readers); })
+        ->default_str("64");
+    options
+        ->add_option("--user", user_,
+                     "the user that the agent becomes; the right to raw packets stays (this one)")
+        ->type_name("NAME");
+    options
+        ->add_option("--read-group", readGroup_,
+                     "group whose members can read the state, or all for every user (none)")
+        ->type_name("NAME");
+    options
+        ->add_option("--configure-group", configureGroup_,
+                     "group whose members can read and change it (none)")
+        ->type_name("NAME");
     addNumber(*options, "--ring-size", "KIB", {.least = 32, .most = 1048576, .whole = true},
               "of each interface's receive ring (4096 for up to 16 interfaces, else 65536 in all)",
               [this](double kib) { ringKib_ = static_cast<size_t>(kib); });
@@ -177,17 +202,51 @@ class RunVerb final : public Verb {
   }
 
   // Without a path on the command line it is no error when another agent serves at the usual one.
-  std::optional<Agent::AttrLogServer::Setup> attrLog() const {
-    const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
+  std::optional<Agent::AttrLogServer::Setup> attrLogSetup() const {
+    const Agent::PeerAccess access{
+        .isOpen = readGroup_ == allGroups,
+        .readGroup = groupOption("--read-group", readGroup_),
+        .configureGroup = groupOption("--configure-group", configureGroup_)};
+    const std::string path = socketPath();
     if (path.empty()) return std::nullopt;
-    return Agent::AttrLogServer::Setup{.path = path, .stallTimeout = stallTimeout_};
+    return Agent::AttrLogServer::Setup{.path = path,
+                                       .stallTimeout = stallTimeout_,
+                                       .maxReaders = maxReaders_,
+                                       .rightsOf = Agent::peerRights(access)};
+  }
+
+  std::string socketPath() const { return socket_.empty() ? Agent::attrLogSocketPath() : socket_; }
+
+  static std::optional<gid_t> groupOption(const char* option, const std::string& name) {
+    if (name.empty() || (name == allGroups && option == std::string_view("--read-group"))) {
+      return std::nullopt;
+    }
+    const auto group = Agent::groupNamed(name);
+    if (!group) throw BadUse(fmt::format("{} {}: there is no group of that name", option, name));
+    return group;
+  }
+
+  std::optional<Agent::User> userOption() const {
+    if (user_.empty()) return std::nullopt;
+    auto user = Agent::userNamed(user_);
+    if (!user) throw BadUse(fmt::format("--user {}: there is no user of that name", user_));
+    if (geteuid() != 0 && user->id != geteuid()) {
+      throw BadUse(fmt::format("--user {}: only root can become another user", user_));
+    }
+    return user;
+  }
+
+  // What only root can do comes before.
+  void rightsAre(const std::optional<Agent::User>& user) const {
+    const bool isRoot = geteuid() == 0;
+    if (isRoot && !socketPath().empty()) {
+      Agent::socketFolderIs(socketPath(), user ? user->id : 0, user ? user->group : 0);
+    }
+    Agent::keepPacketRightOnly(isRoot ? user : std::nullopt);
   }
 
   // Beside the socket, where operators look for this agent.
-  std::string traceFolder() const {
-    const std::string path = socket_.empty() ? Agent::attrLogSocketPath() : socket_;
-    return std::filesystem::path(path).parent_path();
-  }
+  std::string folderOfTraces() const { return std::filesystem::path(socketPath()).parent_path(); }
 
   // As they were named, each once.
   std::vector<std::string> interfaceNames() const {
@@ -221,6 +280,10 @@ class RunVerb final : public Verb {
   std::optional<long> seed_;
   std::string socket_;
   Mox::Seconds stallTimeout_ = 30.0;
+  std::string user_;
+  std::string readGroup_;
+  std::string configureGroup_;
+  size_t maxReaders_ = 64;
   std::optional<size_t> ringKib_;
   Agent::QuerierSettings settings_;
 };

@@ -67,8 +67,9 @@ class SetVerb final : public Verb {
     const Agent::AttrLogCopy::Interface& copy = interfaceOf(client.interfaces(), interface_);
     settings.checkAgainst(copy);
     if (!copy.configurable) {
-      throw std::runtime_error(Agent::notPermittedText("configure the agent") +
-                               "; nothing was set");
+      throw std::runtime_error(
+          Agent::notPermittedText("configure the agent", Agent::configureGroupOption) +
+          "; nothing was set");
     }
     client.writeTogether([&] { settings.write(copy); });
     if (!client.settle(longestWait)) {

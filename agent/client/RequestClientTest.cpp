@@ -33,7 +33,7 @@ class RequestClientTest : public testing::Test {
   // A real server of requests.
   RequestClient& served() {
     server_.emplace(
-        agent_.loop().io(), path_, agent_.loop().wheel(),
+        agent_.loop().io(), RequestServer::Setup{.path = path_}, agent_.loop().wheel(),
         RequestServices{.queriers =
                             [] {
                               return RequestServices::Queriers{{"eth0", nullptr}};

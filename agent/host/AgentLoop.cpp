@@ -163,8 +163,11 @@ std::unique_ptr<RequestServer> AgentLoop::Impl::makeRequestServer(const Setup& s
             return clearGroups(interface, group);
           }};
   return serveOrReport<RequestServer>(setup.attrLogRequired, sink, [&] {
-    return std::make_unique<RequestServer>(io_, requestSocketPath(setup.attrLog->path), wheel_,
-                                           services);
+    return std::make_unique<RequestServer>(
+        io_,
+        RequestServer::Setup{.path = requestSocketPath(setup.attrLog->path),
+                             .rightsOf = setup.attrLog->rightsOf},
+        wheel_, services);
   });
 }
 

@@ -1,14 +1,62 @@
 #include <Link/Privileges.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
+#include <stdexcept>
 #include <system_error>
 
+#include <fmt/format.h>
+#include <grp.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace Agent {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+  const int why = errno;
+  throw std::runtime_error(
+      fmt::format("cannot {}: {}", what, std::generic_category().message(why)));
+}
+
+// What no program that this process executes could have. Only root can shrink that; without root,
+// a program gets no more rights by executing another one, see below.
+void dropBoundingSet() {
+  for (unsigned long capability = 0; prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0;
+       ++capability) {
+    if (capability == CAP_NET_RAW) continue;
+    if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0 && errno != EPERM) {
+      fail("drop capabilities");
+    }
+  }
+}
+
+// All three kinds of identifiers, so that there is no way back.
+void userIs(const User& user) {
+  if (prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) != 0 ||
+      setgroups(user.groups.size(), user.groups.data()) != 0 ||
+      setresgid(user.group, user.group, user.group) != 0 ||
+      setresuid(user.id, user.id, user.id) != 0 || prctl(PR_SET_KEEPCAPS, 0, 0, 0, 0) != 0) {
+    fail(fmt::format("become the user {}", user.name));
+  }
+}
+
+// The ambient set goes with the inheritable one.
+void keepPacketCapability() {
+  __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+  constexpr std::uint32_t packets = 1u << CAP_NET_RAW;
+  const __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {
+      {.effective = packets, .permitted = packets, .inheritable = 0}, {}};
+  if (syscall(SYS_capset, &header, sets) != 0) fail("drop capabilities");
+}
+
+}  // namespace
 
 std::string missingPrivilege() {
   // The kernel's answer decides, not the capability sets.
@@ -34,6 +82,13 @@ void raiseDescriptorLimit() {
   if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
   limit.rlim_cur = limit.rlim_max;
   setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void keepPacketRightOnly(const std::optional<User>& user) {
+  dropBoundingSet();
+  if (user) userIs(*user);
+  keepPacketCapability();
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) fail("refuse new privileges");
 }
 
 }  // namespace Agent

@@ -4,9 +4,11 @@
 
 namespace Agent {
 
-std::string notPermittedText(const std::string& what) {
+std::string notPermittedText(const std::string& what, const char* option) {
   return fmt::format(
-      "not permitted to {}: be root, or of the user or the group that the agent runs as", what);
+      "not permitted to {}: be root or the user that the agent runs as, or a member of the group "
+      "that its {} names",
+      what, option);
 }
 
 std::string notUnderstoodText(const std::string& path, const std::string& why) {

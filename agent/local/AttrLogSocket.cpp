@@ -2,8 +2,13 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <stdexcept>
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <Local/Descriptor.h>
+#include "SocketFolder.h"
 
 namespace Agent {
 
@@ -31,6 +36,19 @@ std::string requestSocketPath(const std::string& attrLogPath) {
   if (path.filename() == "attrlog.sock") return path.replace_filename("request.sock");
   if (path.extension() == ".request") return attrLogPath + ".request";  // else both would be one
   return path.replace_extension(".request");
+}
+
+// A folder that was there before is the operator's, and stays as it is, except the usual one. Where
+// it fails, the reason is found again when the socket is to be made.
+void socketFolderIs(const std::string& attrLogPath, uid_t user, gid_t group) {
+  const std::filesystem::path folder = socketFolder(attrLogPath);
+  try {
+    if (!madeFolder(folder) && folder != socketFolder(rootPath)) return;
+  } catch (const std::runtime_error&) {
+    return;
+  }
+  const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (opened.isOpen()) fchown(opened.fd(), user, group);
 }
 
 }  // namespace Agent

@@ -122,6 +122,7 @@ void LocalConnection::write() {
   const size_t taken = sent < 0 ? 0 : static_cast<size_t>(sent);
   const bool all = taken == waiting.size();
   bytesSent_ += taken;
+  if (taken != 0) ++sends_;
   if (taken != 0) outputTaken(taken);
   if (!all) {
     isWriteDue_ = true;

@@ -1,16 +1,14 @@
 #include <Local/LocalListener.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 #include <sys/socket.h>
 
-#include <Local/LocalSocket.h>
 #include <Mox/ActivityClock.h>
+#include "SocketFile.h"
 
 namespace Agent {
 
@@ -18,9 +16,9 @@ namespace {
 
 constexpr Mox::Seconds retryInterval = 1.0;
 
-Descriptor openedSocket(const LocalListener::Setup& setup) {
+std::unique_ptr<SocketFile> servedFile(const LocalListener::Setup& setup) {
   try {
-    return servingSocket(setup.path);
+    return std::make_unique<SocketFile>(setup.path);
   } catch (const std::runtime_error& error) {
     throw std::runtime_error(
         fmt::format("cannot serve {} at {}: {}", setup.what, setup.path, error.what()));
@@ -39,23 +37,20 @@ LocalListener::LocalListener(boost::asio::io_context& io, Setup setup,
     : io_(io),
       setup_(std::move(setup)),
       onAccepted_(std::move(onAccepted)),
-      socket_(openedSocket(setup_)),
+      socket_(servedFile(setup_)),
       retry_(wheel, *this) {
   waitForConnections();
 }
 
-LocalListener::~LocalListener() {
-  std::error_code ignored;
-  std::filesystem::remove(setup_.path, ignored);
-}
+LocalListener::~LocalListener() = default;
 
 void LocalListener::waitForConnections() {
-  watch_.emplace(io_, socket_.fd(), [this] { accept(); });
+  watch_.emplace(io_, socket_->fd(), [this] { accept(); });
 }
 
 // Another attempt at once would fail for the same reason: descriptors or memory are used up.
 void LocalListener::accept() {
-  Descriptor accepted(::accept4(socket_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  Descriptor accepted(::accept4(socket_->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (accepted.isOpen()) return onAccepted_(std::move(accepted));
   if (isOfThatConnectionOnly(errno)) return;
   watch_.reset();

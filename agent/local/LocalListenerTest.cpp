@@ -9,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <Local/AttrLogSocket.h>
@@ -62,15 +61,6 @@ TEST_F(LocalListenerTest, acceptsEveryConnection) {
   EXPECT_EQ(accepted_.size(), 2u);
 }
 
-TEST_F(LocalListenerTest, fileIsForTheUserAndTheGroupAndIsRemovedWithIt) {
-  listen(path_);
-  struct stat file {};
-  ASSERT_EQ(stat(path_.c_str(), &file), 0);
-  EXPECT_EQ(file.st_mode & 0777, 0660u);
-  listener_.reset();
-  EXPECT_FALSE(std::filesystem::exists(path_));
-}
-
 TEST_F(LocalListenerTest, errorsNameThePathAndItsPurpose) {
   listen(path_);
   const auto again = [&] {
@@ -118,7 +108,7 @@ TEST(LocalSocketTest, errorsOfAConnectionSayWhatToDo) {
                    "; start one with `sudo igmpq run --all`, or name another one's with --socket");
   };
   EXPECT_THAT([&] { connectToAgent(path); }, noAgent(path));
-  servingSocket(path);  // closed at once, and its file stays
+  TestSocket::servingAt(path).close();  // its file stays
   EXPECT_THAT([&] { connectToAgent(path); }, noAgent(path));
   EXPECT_THAT([&] { connectToAgent(path + "/below"); }, noAgent(path + "/below"));
   const std::string longPath = "/" + std::string(200, 'x');
@@ -131,12 +121,12 @@ TEST(LocalSocketTest, connectionThatIsNotPermittedIsNamedSo) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can take on another identity";
   const TempFolder folder;
   const std::string path = folder.path() + "/agent.sock";
-  const Descriptor server = servingSocket(path);
+  const TestSocket server = TestSocket::servingAt(path);
   const OtherIdentity other;
   EXPECT_THAT([&] { connectToAgent(path); },
               ThrowsMessage<ConnectError>("not permitted to connect to the agent at " + path +
-                                          ": be root, or of the user or the group that the agent "
-                                          "runs as"));
+                                          ": its folder is closed to this user; be root or the "
+                                          "user that the agent runs as"));
 }
 
 TEST(LocalSocketTest, agentThatAcceptsNothingDoesNotHoldUpAClient) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <optional>
 #include <vector>
 
 #include <fmt/format.h>
@@ -15,10 +14,14 @@ using Mox::NboAttrLog::Rights;
 
 namespace {
 
+constexpr const char* unknownProcess = "an unknown process";
+
+// A socket that has no credentials, such as one of another family, reports the user -1.
 std::optional<ucred> credentials(int fd) {
   ucred peer{};
   socklen_t length = sizeof(peer);
   if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0) return std::nullopt;
+  if (peer.uid == static_cast<uid_t>(-1) || peer.gid == static_cast<gid_t>(-1)) return std::nullopt;
   return peer;
 }
 
@@ -32,18 +35,29 @@ bool hasSupplementaryGroup(int fd, gid_t group) {
 
 }  // namespace
 
-Rights peerRights(int fd) {
-  const std::optional<ucred> peer = credentials(fd);
-  if (!peer) return Rights::read;
-  const bool isRootOrSelf = peer->uid == 0 || peer->uid == geteuid();
-  const bool isOfGroup = peer->gid == getegid() || hasSupplementaryGroup(fd, getegid());
-  return isRootOrSelf || isOfGroup ? Rights::configure : Rights::read;
+RightsOf peerRights(const PeerAccess& access) {
+  return [access](int fd) -> std::optional<Rights> {
+    const std::optional<ucred> peer = credentials(fd);
+    if (!peer) return std::nullopt;
+    const auto isOf = [&](const std::optional<gid_t>& group) {
+      return group && (peer->gid == *group || hasSupplementaryGroup(fd, *group));
+    };
+    if (peer->uid == 0 || peer->uid == geteuid() || isOf(access.configureGroup)) {
+      return Rights::configure;
+    }
+    if (access.isOpen || isOf(access.readGroup)) return Rights::read;
+    return std::nullopt;
+  };
 }
 
 std::string peerName(int fd) {
   const std::optional<ucred> peer = credentials(fd);
-  if (!peer) return "an unknown process";
-  return fmt::format("user {} (process {})", peer->uid, peer->pid);
+  return peer ? fmt::format("user {} (process {})", peer->uid, peer->pid) : unknownProcess;
+}
+
+std::string peerUser(int fd) {
+  const std::optional<ucred> peer = credentials(fd);
+  return peer ? fmt::format("user {}", peer->uid) : unknownProcess;
 }
 
 }  // namespace Agent

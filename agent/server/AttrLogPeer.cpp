@@ -9,26 +9,19 @@
 namespace Agent {
 
 AttrLogPeer::AttrLogPeer(boost::asio::io_context& io, Descriptor socket,
-                         Mox::NboAttrLog::Directory& directory, Handlers handlers)
+                         Mox::NboAttrLog::Directory& directory, const Setup& setup,
+                         Handlers handlers)
     : LocalConnection(io, std::move(socket)),
       handlers_(std::move(handlers)),
       name_(peerName(fd())),
       connectedSince_(Mox::now()),
-      session_(*this, {.name = "igmpq run", .peerName = name_, .rights = peerRights(fd())},
-               &directory) {}
+      session_(*this, {.name = "igmpq run", .peerName = name_, .rights = setup.rights}, &directory),
+      arrears_(setup.stallTimeout) {}
 
-Mox::Seconds AttrLogPeer::stalledSince() {
-  const int queued = bytesQueued();
-  const bool waits = queued != 0 || !session_.stream().pending().empty();
-  const bool took = bytesSent() != sentSeen_ || queued < queuedSeen_;
-  sentSeen_ = bytesSent();
-  queuedSeen_ = queued;
-  if (!waits || took) {
-    stalledSince_ = Mox::never;
-  } else if (stalledSince_ == Mox::never) {
-    stalledSince_ = Mox::now();
-  }
-  return stalledSince_;
+bool AttrLogPeer::isTooSlow() {
+  return arrears_.isTooSlow(
+      Mox::now(),
+      {.sent = bytesSent(), .sends = sends(), .queued = bytesQueued(), .isBlocked = isBlocked()});
 }
 
 // The turn before it lets timers that a change arms count from the real now.

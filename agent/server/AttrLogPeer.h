@@ -8,6 +8,8 @@
 #include <NboAttrLog/Directory.h>
 #include <NboAttrLog/Session.h>
 
+#include "ReaderArrears.h"
+
 namespace Agent {
 
 class AttrLogPeer final : public LocalConnection, private Mox::NboAttrLog::SessionHost {
@@ -21,16 +23,20 @@ class AttrLogPeer final : public LocalConnection, private Mox::NboAttrLog::Sessi
     std::function<void(const AttrLogPeer& peer, const std::string& why)> onEnded;
   };
 
+  struct Setup {
+    Mox::NboAttrLog::Rights rights;
+    Mox::Seconds stallTimeout;
+  };
+
   AttrLogPeer(boost::asio::io_context& io, Descriptor socket, Mox::NboAttrLog::Directory& directory,
-              Handlers handlers);
+              const Setup& setup, Handlers handlers);
 
   // "user 1000 (process 4711)"
   const std::string& name() const { return name_; }
   bool greeted() const { return session_.greeted(); }
   Mox::Seconds connectedSince() const { return connectedSince_; }
-  // Since when it has taken nothing of what waits; `never` when nothing waits or it took something
-  // since the last call.
-  Mox::Seconds stalledSince();
+  // To be called at each poll.
+  bool isTooSlow();
 
  private:
   void handleInput(std::string_view bytes) override;
@@ -48,9 +54,7 @@ class AttrLogPeer final : public LocalConnection, private Mox::NboAttrLog::Sessi
   const std::string name_;
   const Mox::Seconds connectedSince_;
   Mox::NboAttrLog::Session session_;
-  Mox::U64 sentSeen_ = 0;
-  int queuedSeen_ = 0;
-  Mox::Seconds stalledSince_ = Mox::never;
+  ReaderArrears arrears_;
 };
 
 }  // namespace Agent

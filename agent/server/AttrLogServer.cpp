@@ -4,18 +4,23 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <sys/socket.h>
 
+#include <Local/AgentErrors.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
 
 #include "AttrLogPeer.h"
+#include "PeerRefusal.h"
 
 namespace Agent {
 
 using Mox::Seconds;
+using Mox::NboAttrLog::Session;
 
 namespace {
 
+constexpr const char* serviceName = "the attribute log";
 constexpr Seconds pollInterval = 1.0;
 constexpr Seconds helloTimeout = 10.0;  // for a peer that connects and sends nothing
 
@@ -24,12 +29,17 @@ Mox::EventLogHandle peerDropped({
     .severity = 4,
     .format = "Disconnected %s from the attribute log: %s.",
     .explanation = "A reader or writer of the attribute log broke its rules, was not permitted "
-                   "what it tried, or took nothing for too long.",
+                   "what it tried, or took too little for too long.",
     .recommendedAction = "Look at the process that the message names; its copy is out of date.",
     .interval = 60.0,
     .burst = 1.0,
     .flag = 0,
 });
+
+class Refused final : public Mox::NboAttrLog::SessionHost {
+ public:
+  void onOutput() override {}
+};
 
 // The monitor is given its descriptor as peers come, go and stall.
 class NoSocketYet final : public Mox::NboAttrLog::SocketOutSm {
@@ -47,7 +57,7 @@ AttrLogServer::AttrLogServer(boost::asio::io_context& io, Setup setup,
       setup_(std::move(setup)),
       turn_(std::move(turn)),
       monitor_(Gmp::Igmp::gmpAttrLogSmFactory(Mox::makePtr<NoSocketYet>())),
-      listener_(io, {.path = setup_.path, .what = "the attribute log"}, wheel,
+      listener_(io, {.path = setup_.path, .what = serviceName}, wheel,
                 [this](Descriptor socket) { accept(std::move(socket)); }),
       pollTimer_(wheel, *this) {
   pollTimer_.timeMinIs(Mox::now() + pollInterval);
@@ -59,22 +69,48 @@ AttrLogServer::~AttrLogServer() {
 }
 
 void AttrLogServer::accept(Descriptor socket) {
+  const auto rights = setup_.rightsOf(socket.fd());
+  if (!rights) return refuse(socket, notPermittedText("read the attribute log", readGroupOption));
+  if (peers_.size() >= setup_.maxReaders) {
+    return refuse(socket, fmt::format("the agent has {} readers, and takes no more; end one, such "
+                                      "as an `igmpq watch`, or start the agent with --max-readers",
+                                      peers_.size()));
+  }
   AttrLogPeer::Handlers handlers{
       .turn = turn_,
       .onBlocked = [this](const AttrLogPeer& peer,
                           bool isBlocked) { handleBlocked(peer, isBlocked); },
       .onEnded = [this](const AttrLogPeer& peer, const std::string& why) { peerDel(peer, why); }};
-  peers_.push_back(
-      std::make_shared<AttrLogPeer>(io_, std::move(socket), directory_, std::move(handlers)));
+  const AttrLogPeer::Setup setup{.rights = *rights, .stallTimeout = setup_.stallTimeout};
+  peers_.push_back(std::make_shared<AttrLogPeer>(io_, std::move(socket), directory_, setup,
+                                                 std::move(handlers)));
   peers_.back()->start();
+  endLongestSilent();
+}
+
+void AttrLogServer::refuse(const Descriptor& socket, const std::string& why) const {
+  Refused host;
+  Session session(host, {.name = "igmpq run", .peerName = {}});
+  session.refuse(why);
+  const auto pending = session.stream().pending();
+  ::send(socket.fd(), pending.data(), pending.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  reportRefusal(socket.fd(), serviceName, why);
+}
+
+// A process that sends its hello does so at once. One that keeps places without it cannot keep others
+// out.
+void AttrLogServer::endLongestSilent() {
+  const auto isSilent = [](const auto& peer) { return !peer->greeted(); };
+  if (std::ranges::count_if(peers_, isSilent) <= static_cast<std::ptrdiff_t>(mostSilent)) return;
+  peerDel(**std::ranges::find_if(peers_, isSilent), "it sent no hello, and others connected");
 }
 
 void AttrLogServer::handlePollTimer() {
   pollTimer_.timeMinIs(Mox::now() + pollInterval);
   const Seconds now = Mox::now();
   for (const auto& peer : std::vector(peers_)) {
-    if (peer->stalledSince() + setup_.stallTimeout <= now) {
-      peerDel(*peer, fmt::format("it took nothing for {} s", setup_.stallTimeout));
+    if (peer->isTooSlow()) {
+      peerDel(*peer, fmt::format("it took less than 64 KiB/s for {} s", setup_.stallTimeout));
     } else if (!peer->greeted() && peer->connectedSince() + helloTimeout <= now) {
       peerDel(*peer, "it sent no hello");
     }

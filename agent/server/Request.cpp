@@ -61,7 +61,8 @@ void Request::allow(std::initializer_list<const char*> keys) const {
 
 void Request::needConfigure(std::string_view what) const {
   if (rights_ == Rights::configure) return;
-  throw RequestError(RequestError::failure, notPermittedText(std::string(what)));
+  throw RequestError(RequestError::failure,
+                     notPermittedText(std::string(what), configureGroupOption));
 }
 
 }  // namespace Agent

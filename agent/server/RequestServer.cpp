@@ -5,21 +5,28 @@
 
 #include <sys/socket.h>
 
+#include <Local/AgentErrors.h>
 #include <Local/LocalConnection.h>
-#include <Local/LocalPeer.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/Trace.h>
 
+#include "PeerRefusal.h"
 #include "RequestSession.h"
 
 namespace Agent {
 
+namespace {
+
+constexpr const char* serviceName = "requests";
+
+}  // namespace
+
 class RequestServer::Client final : public LocalConnection {
  public:
-  Client(RequestServer& server, Descriptor socket)
+  Client(RequestServer& server, Descriptor socket, Mox::NboAttrLog::Rights rights)
       : LocalConnection(server.io_, std::move(socket)),
         server_(server),
-        session_(server.services_, peerRights(fd())) {}
+        session_(server.services_, rights) {}
 
   void followUp() {
     if (session_.answering()) outputDue();
@@ -60,12 +67,13 @@ class RequestServer::Client final : public LocalConnection {
   Mox::Seconds movedTime_ = Mox::now();
 };
 
-RequestServer::RequestServer(boost::asio::io_context& io, const std::string& path,
+RequestServer::RequestServer(boost::asio::io_context& io, Setup setup,
                              const Mox::Ptr<const Obel::TimerWheel>& wheel,
                              RequestServices services)
     : io_(io),
+      rightsOf_(std::move(setup.rightsOf)),
       services_(std::move(services)),
-      listener_(io, {.path = path, .what = "requests"}, wheel,
+      listener_(io, {.path = setup.path, .what = serviceName}, wheel,
                 [this](Descriptor socket) { accept(std::move(socket)); }) {}
 
 RequestServer::~RequestServer() {
@@ -73,15 +81,21 @@ RequestServer::~RequestServer() {
 }
 
 void RequestServer::accept(Descriptor socket) {
+  const auto rights = rightsOf_(socket.fd());
+  if (!rights) return refuse(socket, notPermittedText("read from the agent", readGroupOption));
   if (clients_.size() >= mostClients && !endIdle()) {
-    constexpr std::string_view full =
-        "{\"error\":\"the agent answers no more clients at a time; end one, such as an `igmpq "
-        "trace --follow`\"}\n";
-    ::send(socket.fd(), full.data(), full.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    return;
+    return refuse(socket,
+                  "the agent answers no more clients at a time; end one, such as an `igmpq trace "
+                  "--follow`");
   }
-  clients_.push_back(std::make_shared<Client>(*this, std::move(socket)));
+  clients_.push_back(std::make_shared<Client>(*this, std::move(socket), *rights));
   clients_.back()->start();
+}
+
+void RequestServer::refuse(const Descriptor& socket, const std::string& why) const {
+  const std::string line = RequestSession::errorLine(why, false);
+  ::send(socket.fd(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+  reportRefusal(socket.fd(), serviceName, why);
 }
 
 bool RequestServer::endIdle() {

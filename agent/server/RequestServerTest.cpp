@@ -73,8 +73,8 @@ class RequestServerTest : public testing::Test {
   RequestAgent agent_;
   int rounds_ = 0;
   boost::asio::io_context io_;
-  std::optional<RequestServer> server_{std::in_place, io_, path_, agent_.wheel(),
-                                       agent_.services()};
+  std::optional<RequestServer> server_{std::in_place, io_, RequestServer::Setup{.path = path_},
+                                       agent_.wheel(), agent_.services()};
 };
 
 TEST_F(RequestServerTest, answersOneRequestAfterTheOther) {
@@ -269,23 +269,56 @@ TEST_F(RequestServerTest, agentThatGoesEndsItsClients) {
   EXPECT_FALSE(std::filesystem::exists(path_));
 }
 
-TEST_F(RequestServerTest, otherUserCanReadAndNothingElse) {
-  if (geteuid() != 0) GTEST_SKIP() << "only root can take on another identity";
-  for (const std::string& path : {folder_.path(), folder_.path() + "/run", path_}) {
-    std::filesystem::permissions(path, std::filesystem::perms::all);
+class RequestRightsTest : public RequestServerTest {
+ protected:
+  void serveWith(RightsOf rightsOf) {
+    server_.reset();
+    server_.emplace(io_, RequestServer::Setup{.path = path_, .rightsOf = std::move(rightsOf)},
+                    agent_.wheel(), agent_.services());
   }
-  std::optional<TestClient> other;
-  {
+  // Its credentials are those of the time when it connected.
+  TestClient otherUser() {
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0711));
     const OtherIdentity identity;
-    ASSERT_TRUE(identity.isTaken());
-    other.emplace(path_);
+    EXPECT_TRUE(identity.isTaken());
+    return TestClient(path_);
   }
-  EXPECT_THAT(answerTo(*other, clearCounters),
+  void expectRefused(TestClient& client) {
+    client.send(std::string(clearCounters) + "\n{\"op\":\"traceHandles\"}\n");
+    settle({&client});
+    EXPECT_THAT(
+        client.received(),
+        ElementsAre(HasSubstr("{\"error\":\"not permitted to read from the agent: be root")));
+    EXPECT_TRUE(client.ended());
+    EXPECT_EQ(agent_.turns(), 0);
+    EXPECT_EQ(server_->clients(), 0u);
+  }
+};
+
+TEST_F(RequestRightsTest, otherUserIsRefusedUnlessAllCanRead) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can take on another identity";
+  TestClient other = otherUser();
+  expectRefused(other);
+}
+
+// Even where every process could read.
+TEST_F(RequestRightsTest, clientWhoseCredentialsCannotBeReadIsRefused) {
+  const RightsOf open = peerRights({.isOpen = true, .readGroup = 0, .configureGroup = 0});
+  serveWith([open](int) { return open(-1); });
+  TestClient client(path_);
+  expectRefused(client);
+}
+
+TEST_F(RequestRightsTest, clientThatCanOnlyReadChangesNothing) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can take on another identity";
+  serveWith(peerRights({.isOpen = true}));
+  TestClient other = otherUser();
+  EXPECT_THAT(answerTo(other, clearCounters),
               ElementsAre(HasSubstr("not permitted to call operations")));
-  EXPECT_THAT(answerTo(*other, R"({"op":"traceLevel","level":9})"),
+  EXPECT_THAT(answerTo(other, R"({"op":"traceLevel","level":9})"),
               ElementsAre(HasSubstr("not permitted to set trace levels")));
   EXPECT_EQ(agent_.turns(), 0);
-  EXPECT_THAT(answerTo(*other, R"({"op":"traceHandles"})"), ElementsAre(HasSubstr("\"handles\"")));
+  EXPECT_THAT(answerTo(other, R"({"op":"traceHandles"})"), ElementsAre(HasSubstr("\"handles\"")));
 }
 
 }  // namespace

@@ -8,16 +8,12 @@
 
 namespace Agent {
 
-namespace {
-
-std::string errorLine(const std::string& why, bool badUse) {
+std::string RequestSession::errorLine(const std::string& why, bool badUse) {
   Json json;
   json["error"] = why;
   if (badUse) json["badUse"] = true;
   return jsonLine(json) + '\n';
 }
-
-}  // namespace
 
 size_t RequestSession::room() const {
   if (failed_) return 0;

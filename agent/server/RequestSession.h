@@ -28,6 +28,9 @@ class RequestSession {
   RequestSession(const RequestServices& services, Request::Rights rights)
       : services_(services), rights_(rights) {}
 
+  // The answer to a request that fails.
+  static std::string errorLine(const std::string& why, bool badUse);
+
   // How many bytes it takes now; none while waiting lines fill it.
   size_t room() const;
   void in(std::string_view bytes);

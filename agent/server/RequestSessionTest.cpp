@@ -113,13 +113,14 @@ TEST_F(RequestSessionTest, completesAPath) {
   EXPECT_THAT(answerTo(R"({"op":"complete","prefix":"x"})"), ElementsAre(R"({"paths":[]})"));
 }
 
-TEST_F(RequestSessionTest, clientThatMayOnlyReadNeitherCallsNorSetsLevels) {
+TEST_F(RequestSessionTest, clientThatCanOnlyReadNeitherCallsNorSetsLevels) {
   rightsAreToRead();
   const int level = TraceHandle::named("IgmpPacket").ringLevel();
   agent_.status()->v2ReportReceivedInc(7);
   EXPECT_THAT(answerTo(R"({"op":"call","interface":"eth0","operation":"clearCounters"})"),
-              ElementsAre(R"({"error":"not permitted to call operations: be root, or of the user )"
-                          R"(or the group that the agent runs as"})"));
+              ElementsAre(R"({"error":"not permitted to call operations: be root or the user that )"
+                          R"(the agent runs as, or a member of the group that its )"
+                          R"(--configure-group names"})"));
   EXPECT_THAT(answerTo(R"({"op":"traceLevel","level":9})"),
               ElementsAre(HasSubstr("not permitted to set trace levels: be root")));
   EXPECT_EQ(agent_.status()->v2ReportReceived(), 7u);

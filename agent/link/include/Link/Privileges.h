@@ -1,7 +1,10 @@
-// The privilege that the kernel requires of a program that receives and sends raw packets.
+// The one right that a program needs that receives and sends raw packets, and the end of all others.
 #pragma once
 
+#include <optional>
 #include <string>
+
+#include <Local/Accounts.h>
 
 namespace Agent {
 
@@ -10,5 +13,13 @@ std::string missingPrivilege();
 
 // As many descriptors as this process may have, or as before where the kernel refuses.
 void raiseDescriptorLimit();
+
+// From here on the process has the right to raw packets and no other, and no program that it might
+// execute has more. With a user it becomes that user, with the groups of that user; only root can
+// become another one. Throws std::runtime_error.
+//
+// Everything that is opened later is opened with that right alone, so that what works at the start
+// works when an interface comes back, too.
+void keepPacketRightOnly(const std::optional<User>& user);
 
 }  // namespace Agent

@@ -6,8 +6,12 @@
 
 namespace Agent {
 
-// `what` completes "not permitted to ...".
-std::string notPermittedText(const std::string& what);
+// The options of `igmpq run` that name the groups of users with rights.
+inline constexpr const char* readGroupOption = "--read-group";
+inline constexpr const char* configureGroupOption = "--configure-group";
+
+// `what` completes "not permitted to ..."; the option is one of these two.
+std::string notPermittedText(const std::string& what, const char* option);
 // The bytes received from the socket at that path violate the protocol.
 std::string notUnderstoodText(const std::string& path, const std::string& why);
 // The agent has sent nothing for that long.

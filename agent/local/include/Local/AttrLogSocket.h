@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include <sys/types.h>
+
 namespace Agent {
 
 // "/run/igmpq/attrlog.sock" for root, "$XDG_RUNTIME_DIR/igmpq/attrlog.sock" for others; empty when
@@ -17,5 +19,9 @@ std::string servedAttrLogSocketPath();
 // "request.sock" beside "attrlog.sock", and beside a socket of any other name the same name with
 // the extension ".request".
 std::string requestSocketPath(const std::string& attrLogPath);
+
+// Makes the folder of the sockets for an agent that runs as that user, or gives the usual one to it;
+// for root, before it becomes that user.
+void socketFolderIs(const std::string& attrLogPath, uid_t user, gid_t group);
 
 }  // namespace Agent

@@ -42,6 +42,8 @@ class LocalConnection : public std::enable_shared_from_this<LocalConnection> {
   int bytesQueued() const;
   // How many bytes the kernel has taken since the connection was made.
   Mox::U64 bytesSent() const { return bytesSent_; }
+  // In so many calls.
+  Mox::U64 sends() const { return sends_; }
 
  protected:
   LocalConnection(boost::asio::io_context& io, Descriptor socket);
@@ -85,6 +87,7 @@ class LocalConnection : public std::enable_shared_from_this<LocalConnection> {
   bool isWriteDue_ = false;  // posted, or waits for the socket
   bool isBlocked_ = false;
   Mox::U64 bytesSent_ = 0;
+  Mox::U64 sends_ = 0;
 };
 
 }  // namespace Agent

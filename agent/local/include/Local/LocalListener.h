@@ -1,13 +1,14 @@
 // A Unix stream socket at which the agent accepts processes of this machine.
 //
-// Only the user and the group that the agent runs as can use its file, which is removed with the
-// listener. While there is no free descriptor for a connection, it waits in the kernel.
+// Every process can connect; `onAccepted` decides about its rights. While there is no free descriptor
+// for a connection, it waits in the kernel.
 //
 //   LocalListener listener(io, {.path = "/run/igmpq/attrlog.sock", .what = "the attribute log"},
 //                          wheel, [&](Descriptor socket) { ... });
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -19,6 +20,8 @@
 #include <Obel/TimerWheel.h>
 
 namespace Agent {
+
+class SocketFile;
 
 class LocalListener {
  public:
@@ -42,7 +45,7 @@ class LocalListener {
   boost::asio::io_context& io_;
   const Setup setup_;
   const std::function<void(Descriptor)> onAccepted_;
-  const Descriptor socket_;
+  const std::unique_ptr<const SocketFile> socket_;
   std::optional<ReadableWatch> watch_;  // of the socket, so it must be destroyed before the socket
   Obel::TimerReactor<LocalListener, &LocalListener::waitForConnections> retry_;
 };

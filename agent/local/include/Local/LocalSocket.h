@@ -1,4 +1,4 @@
-// Unix stream sockets of this machine, by the path of their file.
+// Connects to the Unix stream socket of an agent, by the path of its file.
 #pragma once
 
 #include <stdexcept>
@@ -16,9 +16,5 @@ class ConnectError final : public std::runtime_error {
 
 // A socket that is connected to the agent's socket at that path. Throws ConnectError.
 Descriptor connectToAgent(const std::string& path);
-
-// A socket that accepts connections at that path, in a folder that is created if it is missing. A
-// file that a killed agent left is replaced. Throws std::runtime_error with the reason.
-Descriptor servingSocket(const std::string& path);
 
 }  // namespace Agent

@@ -1,11 +1,10 @@
 // The agent's end of the attribute log: a Unix stream socket at which other processes see the state
 // of all interfaces and write their configuration.
 //
-// Any process that can connect can read. Root, the agent's own user and the members of its group
-// can configure; the kernel reports the identity of a peer. Changes are sent after the current
-// handler of the loop, so that a burst of them costs one system call for each peer. A peer that
-// takes nothing for a while is disconnected: it would delay the work that waits until the log is
-// not congested.
+// The kernel reports the identity of a peer, which decides about its rights; one without rights is
+// refused. Changes are sent after the current handler of the loop, so that a burst of them costs one
+// system call for each peer. A peer that takes too little of what waits for it is disconnected: it
+// would delay the work that waits until the log is not congested.
 //
 //   AttrLogServer server(io, {.path = "/run/igmpq/attrlog.sock"}, wheel, [&] { ... });
 //   server.directory().entryIs("status/eth0", status, Access::readOnly);
@@ -20,6 +19,7 @@
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
 #include <Local/IoContext.h>
 #include <Local/LocalListener.h>
+#include <Local/LocalPeer.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
 #include <NboAttrLog/Directory.h>
@@ -32,9 +32,16 @@ class AttrLogPeer;
 
 class AttrLogServer {
  public:
+  // The most peers that have not sent their hello. When one more connects, the one that has waited
+  // for the longest time is disconnected.
+  static constexpr size_t mostSilent = 4;
+
   struct Setup {
     std::string path;
-    Mox::Seconds stallTimeout = 30.0;  // after which a peer that takes no bytes is disconnected
+    // A peer in arrears that takes less than 64 KiB/s over this time is disconnected.
+    Mox::Seconds stallTimeout = 30.0;
+    size_t maxReaders = 64;
+    RightsOf rightsOf = peerRights({});
   };
 
   // `turn` is called before and after a peer changes something. Throws std::runtime_error with the
@@ -52,7 +59,10 @@ class AttrLogServer {
 
  private:
   void accept(Descriptor socket);
-  // Once a second, disconnects peers that stall or that have not sent their hello.
+  // Sends the reason in the place of the state.
+  void refuse(const Descriptor& socket, const std::string& why) const;
+  void endLongestSilent();
+  // Once a second, disconnects peers that take too little or that have not sent their hello.
   void handlePollTimer();
   void handleBlocked(const AttrLogPeer& peer, bool isBlocked);
   void watchMostCongested();
