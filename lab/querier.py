@@ -41,10 +41,10 @@ def copy_for_all():
     return folder.name
 
 
-def as_nobody():
-    """The command line of igmpq for a user without any rights."""
+def as_nobody(*options):
+    """The command line of igmpq for a user without any rights, but for the options of setpriv."""
     folder = copy_for_all()
-    return (*NOBODY, "env", f"LD_LIBRARY_PATH={folder}", f"{folder}/{program().name}")
+    return (*NOBODY, *options, "env", f"LD_LIBRARY_PATH={folder}", f"{folder}/{program().name}")
 
 
 def matches(event, kind, fields):
@@ -56,17 +56,18 @@ def matches(event, kind, fields):
 class Querier:
     """`expect` goes through the events in order and continues behind the one that it found last."""
 
-    def __init__(self, station, *options, verb=("run", "eth0")):
+    def __init__(self, station, *options, verb=("run", "eth0"), command=(), path=None):
+        """`command` replaces the user's own, and `path` that of its socket."""
         self.events = []
         self.next = 0
         self.arrived = threading.Condition()
         self.ended = False
         self.errors = []
         # Only one agent of a machine can serve at the usual path.
-        self.socket = pathlib.Path(station.lab.scratch.name, f"{station.number}.sock")
+        self.socket = path or pathlib.Path(station.lab.scratch.name, f"{station.number}.sock")
         every_event = ("--event-rate", "0") if verb[0] == "run" else ()
         self.process = station.lab.spawn(
-            station.namespace, program(), *verb, "--json",
+            station.namespace, *(command or (program(),)), *verb, "--json",
             "--socket", self.socket, *every_event, *options,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.readers = [
