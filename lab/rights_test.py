@@ -132,6 +132,19 @@ class CapabilitiesTest(RightsTestCase):
         self.host.join(GROUP)
         querier.expect("groupJoined", group=GROUP)
 
+    def test_the_usual_folder_goes_to_the_user_of_the_agent(self):
+        # `ip netns exec` has mounts of its own. Each agent ends when its socket has been seen.
+        serve = """
+            {0} run eth0 {1} >/dev/null & until test -S /run/igmpq/request.sock; do sleep 0.1; done
+            stat -c '%U %a' /run/igmpq /run/igmpq/attrlog.sock
+            {0} get config/eth0/robustness
+            kill $!; wait $!; ls -A /run/igmpq"""
+        script = "mount -t tmpfs -o mode=755 none /run" + "".join(
+            serve.format(program(), user) for user in ("--user nobody", "", "--user nobody"))
+        done = run_once(self.router, command=("timeout", "15", "sh", "-c", script))
+        self.assertEqual(["nobody 755", "nobody 666", "2", "root 755", "root 666", "2",
+                          "nobody 755", "nobody 666", "2"], done.stdout.splitlines(), done)
+
     def test_all_groups_are_received_without_the_rights_of_root(self):
         querier = self.run_with_user(*SHORT)
         querier.expect("role")

@@ -35,8 +35,6 @@ TEST_F(AttrLogReadersTest, peerThatSendsNoHelloIsDisconnected) {
 
 // Without its hello it gets nothing, and takes no place that another reader needs.
 TEST_F(AttrLogReadersTest, silentPeersDoNotKeepOthersOut) {
-  setup_.maxReaders = 6;
-  serveAnew();
   std::vector<std::unique_ptr<Reader>> silent;
   for (int count = 0; count < 20; ++count) {
     silent.push_back(std::make_unique<Reader>(path_));
@@ -47,6 +45,21 @@ TEST_F(AttrLogReadersTest, silentPeersDoNotKeepOthersOut) {
   Reader reader(path_);
   settle({&reader});
   EXPECT_TRUE(reader.current());
+}
+
+TEST_F(AttrLogReadersTest, silentPeerMakesRoomForAReaderWhenAllPlacesAreTaken) {
+  setup_.maxReaders = 2;
+  serveAnew();
+  Reader first(path_);
+  settle({&first});
+  const Reader silent(path_);
+  settle({});
+  EXPECT_EQ(server_->peers(), 2u);
+  Reader second(path_);
+  settle({&first, &second});
+  EXPECT_TRUE(first.current());
+  EXPECT_FALSE(first.ended());
+  EXPECT_TRUE(second.current());
 }
 
 // The places before the hello are for those that have not sent it: the ones that have waited for the

@@ -36,6 +36,8 @@ Mox::EventLogHandle peerDropped({
     .flag = 0,
 });
 
+bool isSilent(const std::shared_ptr<AttrLogPeer>& peer) { return !peer->greeted(); }
+
 class Refused final : public Mox::NboAttrLog::SessionHost {
  public:
   void onOutput() override {}
@@ -71,7 +73,7 @@ AttrLogServer::~AttrLogServer() {
 void AttrLogServer::accept(Descriptor socket) {
   const auto rights = setup_.rightsOf(socket.fd());
   if (!rights) return refuse(socket, notPermittedText("read the attribute log", readGroupOption));
-  if (peers_.size() >= setup_.maxReaders) {
+  if (peers_.size() >= setup_.maxReaders && !endLongestSilent()) {
     return refuse(socket, fmt::format("the agent has {} readers, and takes no more; end one, such "
                                       "as an `igmpq watch`, or start the agent with --max-readers",
                                       peers_.size()));
@@ -85,7 +87,7 @@ void AttrLogServer::accept(Descriptor socket) {
   peers_.push_back(std::make_shared<AttrLogPeer>(io_, std::move(socket), directory_, setup,
                                                  std::move(handlers)));
   peers_.back()->start();
-  endLongestSilent();
+  if (silentPeers() > mostSilent) endLongestSilent();
 }
 
 void AttrLogServer::refuse(const Descriptor& socket, const std::string& why) const {
@@ -99,10 +101,15 @@ void AttrLogServer::refuse(const Descriptor& socket, const std::string& why) con
 
 // A process that sends its hello does so at once. One that keeps places without it cannot keep others
 // out.
-void AttrLogServer::endLongestSilent() {
-  const auto isSilent = [](const auto& peer) { return !peer->greeted(); };
-  if (std::ranges::count_if(peers_, isSilent) <= static_cast<std::ptrdiff_t>(mostSilent)) return;
-  peerDel(**std::ranges::find_if(peers_, isSilent), "it sent no hello, and others connected");
+bool AttrLogServer::endLongestSilent() {
+  const auto found = std::ranges::find_if(peers_, isSilent);
+  if (found == peers_.end()) return false;
+  peerDel(**found, "it sent no hello, and others connected");
+  return true;
+}
+
+size_t AttrLogServer::silentPeers() const {
+  return static_cast<size_t>(std::ranges::count_if(peers_, isSilent));
 }
 
 void AttrLogServer::handlePollTimer() {

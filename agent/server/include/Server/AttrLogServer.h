@@ -32,8 +32,8 @@ class AttrLogPeer;
 
 class AttrLogServer {
  public:
-  // The most peers that have not sent their hello. When one more connects, the one that has waited
-  // for the longest time is disconnected.
+  // The most peers that have not sent their hello. When one more connects, or when there are as many
+  // readers as there may be, the one that has waited for the longest time is disconnected.
   static constexpr size_t mostSilent = 4;
 
   struct Setup {
@@ -61,7 +61,9 @@ class AttrLogServer {
   void accept(Descriptor socket);
   // Sends the reason in the place of the state.
   void refuse(const Descriptor& socket, const std::string& why) const;
-  void endLongestSilent();
+  // False when all have sent their hello.
+  bool endLongestSilent();
+  size_t silentPeers() const;
   // Once a second, disconnects peers that take too little or that have not sent their hello.
   void handlePollTimer();
   void handleBlocked(const AttrLogPeer& peer, bool isBlocked);
