@@ -62,7 +62,7 @@ Descriptor openedFolder(const std::string& path) {
 SocketFile::SocketFile(const std::string& path)
     : path_(path), folder_(openedFolder(path)), lock_(lockedFile()) {
   try {
-    socket_ = listeningSocket();
+    socket_ = servingSocket();
   } catch (...) {
     remove(socketFile_);
     remove(lockFile_);
@@ -70,9 +70,10 @@ SocketFile::SocketFile(const std::string& path)
   }
 }
 
+// The lock file goes while it is locked: another agent that has opened it finds that it is gone.
 SocketFile::~SocketFile() {
   remove(socketFile_);
-  remove(lockFile_);  // while it is locked: whoever opened it meanwhile finds that it is gone
+  remove(lockFile_);
 }
 
 // The agent before may have removed the file between the two calls: a lock on a file without a name
@@ -98,7 +99,7 @@ Descriptor SocketFile::lockedFile() {
   }
 }
 
-Descriptor SocketFile::listeningSocket() {
+Descriptor SocketFile::servingSocket() {
   const sockaddr_un address = unixAddress(path_);
   removeStale();
   Descriptor socket = newUnixSocket();

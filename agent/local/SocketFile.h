@@ -37,7 +37,7 @@ class SocketFile {
   };
 
   Descriptor lockedFile();
-  Descriptor listeningSocket();
+  Descriptor servingSocket();
   void removeStale() const;
   bool isThere(const Made& file) const;
   void remove(const Made& file) const;

@@ -62,8 +62,8 @@ TEST_F(AttrLogReadersTest, silentPeerMakesRoomForAReaderWhenAllPlacesAreTaken) {
   EXPECT_TRUE(second.current());
 }
 
-// The places before the hello are for those that have not sent it: the ones that have waited for the
-// longest time end first.
+// The places before the hello are for those that have not sent it: the ones that have waited for
+// the longest time end first.
 TEST_F(AttrLogReadersTest, readersThatSentTheirHelloStay) {
   std::vector<std::unique_ptr<Reader>> readers;
   for (int count = 0; count < 10; ++count) {

@@ -99,8 +99,8 @@ void AttrLogServer::refuse(const Descriptor& socket, const std::string& why) con
   reportRefusal(socket.fd(), serviceName, why);
 }
 
-// A process that sends its hello does so at once. One that keeps places without it cannot keep others
-// out.
+// A process that sends its hello does so at once. One that keeps places without it cannot keep
+// others out.
 bool AttrLogServer::endLongestSilent() {
   const auto found = std::ranges::find_if(peers_, isSilent);
   if (found == peers_.end()) return false;

@@ -2,8 +2,8 @@
 // second over the stall timeout.
 //
 // The protocol's work waits for the most congested reader, so a reader that takes a little now and
-// then must not stay for that. A reader that has taken everything that was sent before the last poll
-// is not in arrears, however little that was.
+// then must not stay for that. A reader that has taken everything that was sent before the last
+// poll is not in arrears, however little that was.
 //
 //   ReaderArrears arrears(30.0);
 //   if (arrears.isTooSlow(Mox::now(), {.sent = ..., .sends = ..., .queued = ...})) disconnect();

@@ -51,8 +51,8 @@ TEST_P(ReaderArrearsTest, endsWhenItShould) {
   EXPECT_DOUBLE_EQ(endOf(GetParam()), GetParam().endsAt);
 }
 
-// With 10 MB a second the reader is in arrears from the first second on. One that gets 20,000 bytes a
-// second and takes none is from the third on: it could have taken those of the last second.
+// With 10 MB a second the reader is in arrears from the first second on. One that gets 20,000 bytes
+// a second and takes none is from the third on: it could have taken those of the last second.
 INSTANTIATE_TEST_SUITE_P(All, ReaderArrearsTest,
                          testing::Values(Reader{"takesNothing", 0, 1, plenty, 31},
                                          Reader{"takesOneByte", 1, 1, plenty, 31},

@@ -1,4 +1,4 @@
-// The one right that a program needs that receives and sends raw packets, and the end of all others.
+// The one right that a program needs to receive and send raw packets, and the end of all others.
 #pragma once
 
 #include <optional>

@@ -20,8 +20,8 @@ std::string servedAttrLogSocketPath();
 // the extension ".request".
 std::string requestSocketPath(const std::string& attrLogPath);
 
-// Makes the folder of the sockets for an agent that runs as that user, or gives the usual one to it;
-// for root, before it becomes that user.
+// Makes the folder of the sockets for an agent that runs as that user, or gives the usual one to
+// it; for root, before it becomes that user.
 void socketFolderIs(const std::string& attrLogPath, uid_t user, gid_t group);
 
 }  // namespace Agent

@@ -1,7 +1,7 @@
 // A Unix stream socket at which the agent accepts processes of this machine.
 //
-// Every process can connect; `onAccepted` decides about its rights. While there is no free descriptor
-// for a connection, it waits in the kernel.
+// Every process can connect; `onAccepted` decides about its rights. While there is no free
+// descriptor for a connection, it waits in the kernel.
 //
 //   LocalListener listener(io, {.path = "/run/igmpq/attrlog.sock", .what = "the attribute log"},
 //                          wheel, [&](Descriptor socket) { ... });

@@ -2,9 +2,9 @@
 // of all interfaces and write their configuration.
 //
 // The kernel reports the identity of a peer, which decides about its rights; one without rights is
-// refused. Changes are sent after the current handler of the loop, so that a burst of them costs one
-// system call for each peer. A peer that takes too little of what waits for it is disconnected: it
-// would delay the work that waits until the log is not congested.
+// refused. Changes are sent after the current handler of the loop, so that a burst of them costs
+// one system call for each peer. A peer that takes too little of what waits for it is disconnected:
+// it would delay the work that waits until the log is not congested.
 //
 //   AttrLogServer server(io, {.path = "/run/igmpq/attrlog.sock"}, wheel, [&] { ... });
 //   server.directory().entryIs("status/eth0", status, Access::readOnly);
@@ -32,8 +32,8 @@ class AttrLogPeer;
 
 class AttrLogServer {
  public:
-  // The most peers that have not sent their hello. When one more connects, or when there are as many
-  // readers as there may be, the one that has waited for the longest time is disconnected.
+  // The most peers that have not sent their hello. When one more connects, or when there are as
+  // many readers as there may be, the one that has waited for the longest time is disconnected.
   static constexpr size_t mostSilent = 4;
 
   struct Setup {

@@ -1,10 +1,11 @@
 // The agent's request socket: a Unix stream socket at which a client sends requests and receives
 // answers, both as lines of one JSON object each.
 //
-// The kernel reports the identity of a client, which decides about its rights; one without rights is
-// refused. Calls and trace levels need the right to configure. A line that is no request ends its
-// connection with an error and has no other effect. The parts of an answer are made as its client takes them, so the memory for
-// a client is bounded, even if it reads slowly or requests much.
+// The kernel reports the identity of a client, which decides about its rights; one without rights
+// is refused. Calls and trace levels need the right to configure. A line that is no request ends
+// its connection with an error and has no other effect. The parts of an answer are made as its
+// client takes them, so the memory for a client is bounded, even if it reads slowly or requests
+// much.
 //
 //   RequestServer server(io, {.path = "/run/igmpq/request.sock"}, wheel, services);
 //   while (io.run_one() != 0) server.followUp();
