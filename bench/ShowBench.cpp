@@ -34,7 +34,7 @@ class ServedGroups {
     server_.directory().entryIs("config/eth0", config_, Access::configurable);
     server_.directory().entryIs("status/eth0", status_, Access::readOnly);
   }
-  ~ServedGroups() { std::filesystem::remove(path_); }
+  ~ServedGroups() { std::filesystem::remove_all(folder_); }
 
   // The form in which `igmpq show` writes it.
   std::string shown(StatePart part, Agent::Format format) {
@@ -51,8 +51,9 @@ class ServedGroups {
   }
 
  private:
-  const std::string path_ =
+  const std::filesystem::path folder_ =
       std::filesystem::temp_directory_path() / ("ShowBench." + std::to_string(getpid()));
+  const std::string path_ = folder_ / "attrlog.sock";
   Agent::EventLoop loop_;
   const Mox::Ptr<Gmp::Igmp::QuerierConfig> config_ = Gmp::Igmp::querierConfigFactory("eth0");
   const Mox::Ptr<QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
