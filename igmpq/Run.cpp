@@ -22,6 +22,7 @@
 #include <Link/LinkMonitor.h>
 #include <Link/Privileges.h>
 #include <Local/Accounts.h>
+#include <Local/AgentErrors.h>
 #include <Local/AttrLogSocket.h>
 #include <Local/LocalPeer.h>
 #include <Mox/ActivityClock.h>
@@ -171,42 +172,47 @@ class RunVerb final : public Verb {
     addNumber(*options, "--seed", "N", {.least = 0, .most = 4294967295, .whole = true},
               "of random delays (random)",
               [this](double seed) { seed_ = static_cast<long>(seed); });
+    addNumber(*options, "--ring-size", "KIB", {.least = 32, .most = 1048576, .whole = true},
+              "of each interface's receive ring (4096 for up to 16 interfaces, else 65536 in all)",
+              [this](double kib) { ringKib_ = static_cast<size_t>(kib); });
+    addAccess(*options);
+    addSettings(*options, settings_);
+  }
+
+  void addAccess(CLI::App& options) {
     options
-        ->add_option("--socket", socket_, "socket at which other processes read and set the state")
+        .add_option("--socket", socket_, "socket at which other processes read and set the state")
         ->type_name("PATH")
         ->default_str(Agent::attrLogSocketPath());
-    addNumber(*options, "--stall-timeout", "SECONDS", {.least = 1, .most = 86400},
+    addNumber(options, "--stall-timeout", "SECONDS", {.least = 1, .most = 86400},
               "over which a reader in arrears must take 64 KiB/s, or is disconnected",
               [this](double seconds) { stallTimeout_ = seconds; })
         ->default_str("30");
-    addNumber(*options, "--max-readers", "N", {.least = 1, .most = 4096, .whole = true},
+    addNumber(options, "--max-readers", "N", {.least = 1, .most = 4096, .whole = true},
               "of the attribute log at a time",
               [this](double readers) { maxReaders_ = static_cast<size_t>(readers); })
         ->default_str("64");
     options
-        ->add_option("--user", user_,
-                     "the user that the agent becomes; the right to raw packets stays (this one)")
+        .add_option("--user", user_,
+                    "the user that the agent becomes; the right to raw packets stays (this one)")
         ->type_name("NAME");
     options
-        ->add_option("--read-group", readGroup_,
-                     "group whose members can read the state, or all for every user (none)")
+        .add_option(Agent::readGroupOption, readGroup_,
+                    "group whose members can read the state, or all for every user (none)")
         ->type_name("NAME");
     options
-        ->add_option("--configure-group", configureGroup_,
-                     "group whose members can read and change it (none)")
+        .add_option(Agent::configureGroupOption, configureGroup_,
+                    "group whose members can read and change it (none)")
         ->type_name("NAME");
-    addNumber(*options, "--ring-size", "KIB", {.least = 32, .most = 1048576, .whole = true},
-              "of each interface's receive ring (4096 for up to 16 interfaces, else 65536 in all)",
-              [this](double kib) { ringKib_ = static_cast<size_t>(kib); });
-    addSettings(*options, settings_);
   }
 
   // Without a path on the command line it is no error when another agent serves at the usual one.
   std::optional<Agent::AttrLogServer::Setup> attrLogSetup() const {
     const Agent::PeerAccess access{
         .isOpen = readGroup_ == allGroups,
-        .readGroup = groupOption("--read-group", readGroup_),
-        .configureGroup = groupOption("--configure-group", configureGroup_)};
+        .readGroup = readGroup_ == allGroups ? std::nullopt
+                                             : groupOption(Agent::readGroupOption, readGroup_),
+        .configureGroup = groupOption(Agent::configureGroupOption, configureGroup_)};
     const std::string path = socketPath();
     if (path.empty()) return std::nullopt;
     return Agent::AttrLogServer::Setup{.path = path,
@@ -218,9 +224,7 @@ class RunVerb final : public Verb {
   std::string socketPath() const { return socket_.empty() ? Agent::attrLogSocketPath() : socket_; }
 
   static std::optional<gid_t> groupOption(const char* option, const std::string& name) {
-    if (name.empty() || (name == allGroups && option == std::string_view("--read-group"))) {
-      return std::nullopt;
-    }
+    if (name.empty()) return std::nullopt;
     const auto group = Agent::groupNamed(name);
     if (!group) throw BadUse(fmt::format("{} {}: there is no group of that name", option, name));
     return group;
@@ -236,7 +240,7 @@ class RunVerb final : public Verb {
     return user;
   }
 
-  // What only root can do comes before.
+  // The folder of the sockets is made first: the user that the agent becomes may be unable to.
   void rightsAre(const std::optional<Agent::User>& user) const {
     const bool isRoot = geteuid() == 0;
     if (isRoot && !socketPath().empty()) {
