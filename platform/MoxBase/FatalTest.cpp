@@ -26,7 +26,7 @@ TEST(FatalDeathTest, callsTheHookBeforeAborting) {
   EXPECT_DEATH(abortsWithHook(), "hook was here");
 }
 
-// As of a terminal that is stopped: whoever waits for the end of the process would wait for ever.
+// As of a terminal that is stopped: a process that waits for the end would wait for ever.
 TEST(FatalDeathTest, doesNotWaitForStandardErrorThatTakesNothing) {
   auto failsWithFullPipe = [] {
     std::array<int, 2> ends{};
