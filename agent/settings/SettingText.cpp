@@ -17,13 +17,13 @@ namespace Agent {
 using Gmp::Igmp::QuerierConfig;
 using Mox::NboAttrLog::Written;
 
-namespace {
-
 bool flagOf(std::string_view name, std::string_view text) {
   if (text == "on") return true;
   if (text == "off") return false;
   throw SettingError(std::string(name), std::string(text), "must be on or off");
 }
+
+namespace {
 
 template <class V>
 V settingOf(std::string_view name, const SettingRule& rule, std::string_view text) {

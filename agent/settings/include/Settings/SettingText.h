@@ -14,6 +14,9 @@ namespace Agent {
 // "queryInterval" -> "--query-interval".
 std::string optionName(std::string_view attribute);
 
+// "on" or "off"; throws SettingError for other texts.
+bool flagOf(std::string_view name, std::string_view text);
+
 // Not an attribute of its own: on is a lastMemberQueryCount of 0, off its default.
 inline constexpr std::string_view immediateLeave = "immediateLeave";
 

@@ -1,0 +1,78 @@
+#include "ConfigText.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <Config/ConfigFault.h>
+#include <Local/Descriptor.h>
+
+namespace Agent {
+
+namespace {
+
+[[noreturn]] void fail(const std::filesystem::path& file, std::string what) {
+  throw ConfigError({{.place = {.file = file}, .what = std::move(what)}});
+}
+
+std::string faultLines(const std::vector<ConfigFault>& faults) {
+  std::vector<std::string> lines;
+  lines.reserve(faults.size());
+  for (const ConfigFault& fault : faults) {
+    lines.push_back(placeText(fault.place) + ": " + fault.what);
+  }
+  return fmt::to_string(fmt::join(lines, "\n"));
+}
+
+}  // namespace
+
+std::string placeText(const ConfigPlace& place) {
+  std::string text = place.file;
+  if (place.line != 0) text += fmt::format(":{}", place.line);
+  if (place.column != 0) text += fmt::format(":{}", place.column);
+  return text;
+}
+
+ConfigError::ConfigError(std::vector<ConfigFault> faults)
+    : runtime_error(faultLines(faults)), faults_(std::move(faults)) {}
+
+std::vector<std::filesystem::path> configFiles(const std::filesystem::path& file) {
+  std::vector<std::filesystem::path> files;
+  std::error_code none;  // a folder that is not there has no files
+  for (const auto& entry :
+       std::filesystem::directory_iterator(file.parent_path() / "conf.d", none)) {
+    if (entry.path().extension() == ".toml") files.push_back(entry.path());
+  }
+  std::ranges::sort(files);
+  files.insert(files.begin(), file);
+  return files;
+}
+
+// Without waiting: a path may lead to a pipe that nobody writes to.
+std::string configText(const std::filesystem::path& file) {
+  const Descriptor opened(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!opened.isOpen()) fail(file, std::generic_category().message(errno));
+  struct stat status {};
+  if (fstat(opened.fd(), &status) != 0) fail(file, std::generic_category().message(errno));
+  if (!S_ISREG(status.st_mode)) fail(file, "is no regular file");
+  std::string text;
+  std::array<char, 16384> bytes;
+  while (true) {
+    const ssize_t got = ::read(opened.fd(), bytes.data(), bytes.size());
+    if (got < 0) fail(file, std::generic_category().message(errno));
+    if (got == 0) return text;
+    text.append(bytes.data(), static_cast<size_t>(got));
+    if (text.size() > mostConfigBytes) {
+      fail(file, fmt::format("is longer than {} bytes", mostConfigBytes));
+    }
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,324 @@
+#include <Config/Configuration.h>
+
+#include <algorithm>
+#include <iterator>
+#include <set>
+#include <utility>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <fnmatch.h>
+
+#include <Intake/IntakeSettings.h>
+#include <Settings/ConfigWrites.h>
+#include <Settings/SettingEntities.h>
+#include <Settings/SettingError.h>
+#include <Settings/SettingText.h>
+
+#include "ConfigDocument.h"
+#include "ConfigText.h"
+#include "NearestName.h"
+
+namespace Agent {
+
+using Mox::NboAttrLog::Written;
+
+namespace {
+
+std::string keyOf(std::string_view attribute) { return optionName(attribute).substr(2); }
+
+bool isOfProcess(const Written& setting) {
+  return Mox::typeInfoOf<IntakeProcessConfig>().attr(setting.attr->name) != nullptr;
+}
+
+bool isOfQuerier(const Written& setting) {
+  return Mox::typeInfoOf<Gmp::Igmp::QuerierConfig>().attr(setting.attr->name) != nullptr;
+}
+
+// An attribute as keys name it; empty for none.
+std::string_view attributeOf(std::string_view key) {
+  for (const std::string_view attribute : settingNames()) {
+    if (keyOf(attribute) == key) return attribute;
+  }
+  return {};
+}
+
+ConfigKind kindOf(std::string_view attribute) {
+  if (const IntakeSetting* intake = intakeSetting(attribute)) {
+    switch (intake->value) {
+      case IntakeValue::flag: return ConfigKind::flag;
+      case IntakeValue::number: return ConfigKind::number;
+      case IntakeValue::prefixes: return ConfigKind::list;
+    }
+  }
+  const auto* const attr = Mox::typeInfoOf<Gmp::Igmp::QuerierConfig>().attr(attribute);
+  if (attr == nullptr) return ConfigKind::flag;  // immediateLeave
+  const Mox::Value value = attr->get(*Gmp::Igmp::querierConfigFactory(""));
+  return std::holds_alternative<bool>(value) ? ConfigKind::flag : ConfigKind::number;
+}
+
+ConfigKind kindOf(const AgentSetting& setting) {
+  if (std::holds_alternative<std::string AgentSettings::*>(setting.member)) {
+    return ConfigKind::text;
+  }
+  return std::holds_alternative<bool AgentSettings::*>(setting.member) ? ConfigKind::flag
+                                                                       : ConfigKind::number;
+}
+
+const char* formOf(ConfigKind kind) {
+  switch (kind) {
+    case ConfigKind::flag: return "must be true or false";
+    case ConfigKind::number: return "must be a number, without quotes";
+    case ConfigKind::text: return "must be a string";
+    case ConfigKind::list: return "must be a list of prefixes, such as [\"10.0.0.0/8\"]";
+  }
+  return "";
+}
+
+// The value replaces one of the same attribute.
+void put(std::vector<PlacedSetting>& settings, PlacedSetting setting) {
+  const auto same = std::ranges::find_if(settings, [&](const PlacedSetting& each) {
+    return each.written.attr == setting.written.attr;
+  });
+  if (same == settings.end()) {
+    settings.push_back(std::move(setting));
+  } else {
+    *same = std::move(setting);
+  }
+}
+
+bool isName(const ConfigEntry& entry) { return entry.key == "name"; }
+
+}  // namespace
+
+class ConfigurationReader {
+ public:
+  Configuration read(const std::filesystem::path& file) {
+    for (const std::filesystem::path& each : configFiles(file)) {
+      readDocument(configDocument(configText(each), each));
+    }
+    checkTogether();
+    if (!faults_.empty()) throw ConfigError(std::move(faults_));
+    return std::move(read_);
+  }
+
+ private:
+  using Section = Configuration::Section;
+
+  void fault(const ConfigPlace& place, std::string what) {
+    faults_.push_back({place, std::move(what)});
+  }
+
+  void readDocument(ConfigDocument document) {
+    std::ranges::move(document.faults, std::back_inserter(faults_));
+    for (const ConfigTable& table : document.tables) {
+      if (table.section == "agent") {
+        readAgent(table);
+      } else if (table.section == "interface") {
+        readInterface(table);
+      } else {
+        for (const ConfigEntry& entry : table.entries) readSetting(entry, read_.defaults_, {});
+      }
+    }
+  }
+
+  void readAgent(const ConfigTable& table) {
+    for (const ConfigEntry& entry : table.entries) {
+      if (const AgentSetting* setting = agentSetting(entry.key)) {
+        readAgentSetting(entry, *setting);
+      } else if (const auto written = writtenOf(entry, agentKeys())) {
+        if (isOfProcess(*written)) {
+          put(read_.process_, {*written, entry.key, shown(entry), entry.place});
+        } else {
+          fault(entry.keyPlace, entry.key + " belongs into [defaults] or [[interface]]");
+        }
+      }
+    }
+  }
+
+  void readAgentSetting(const ConfigEntry& entry, const AgentSetting& setting) {
+    if (entry.kind != kindOf(setting)) {
+      return fault(entry.place, fmt::format("{} {}", entry.key, formOf(kindOf(setting))));
+    }
+    try {
+      agentSettingIs(read_.agent_, setting, entry.key, entry.texts.front());
+      read_.agentPlaces_.emplace_back(entry.key, entry.place);
+    } catch (const SettingError& error) {
+      fault(entry.place, error.what());
+    }
+  }
+
+  void readInterface(const ConfigTable& table) {
+    const auto name = std::ranges::find_if(table.entries, isName);
+    if (name == table.entries.end() || name->kind != ConfigKind::text ||
+        name->texts.front().empty()) {
+      return fault(table.place, "an interface needs a name or a pattern: name = \"eth0\"");
+    }
+    Section section{.pattern = name->texts.front(), .place = name->place, .own = {}};
+    const auto same = std::ranges::find(read_.sections_, section.pattern, &Section::pattern);
+    if (same != read_.sections_.end()) {
+      fault(name->place, fmt::format("{} has a section already, at {}", section.pattern,
+                                     placeText(same->place)));
+    }
+    std::set<std::string_view> given;
+    for (const ConfigEntry& entry : table.entries) {
+      if (!isName(entry)) readSetting(entry, section.own, &given);
+    }
+    read_.sections_.push_back(std::move(section));
+  }
+
+  // Two keys may name one attribute; a later file may replace a default of an earlier one.
+  void readSetting(const ConfigEntry& entry, ResolvedSettings& to,
+                   std::set<std::string_view>* given) {
+    if (entry.key == "boundary") return readBoundary(entry, to);
+    const auto written = writtenOf(entry, interfaceKeys());
+    if (!written) return;
+    if (isOfProcess(*written)) return fault(entry.keyPlace, entry.key + " belongs into [agent]");
+    if (given != nullptr && !given->insert(written->attr->name).second) {
+      return fault(entry.place, fmt::format("{} gives {} a second value", entry.key,
+                                            keyOf(written->attr->name)));
+    }
+    put(to.settings, {*written, entry.key, shown(entry), entry.place});
+  }
+
+  void readBoundary(const ConfigEntry& entry, ResolvedSettings& to) {
+    if (entry.kind != ConfigKind::list) {
+      return fault(entry.place, fmt::format("boundary {}", formOf(ConfigKind::list)));
+    }
+    for (const std::string& text : entry.texts) {
+      if (const auto prefix = Ilvo::IpGenPrefix::parse(text)) {
+        to.boundary.push_back({*prefix, entry.place});
+      } else {
+        fault(entry.place,
+              fmt::format("boundary {}: must be a prefix such as 239.0.0.0/8 or ff05::/16", text));
+      }
+    }
+  }
+
+  std::optional<Written> writtenOf(const ConfigEntry& entry, const std::vector<std::string>& keys) {
+    const std::string_view attribute = attributeOf(entry.key);
+    if (attribute.empty()) {
+      fault(entry.keyPlace, unknownText(entry.key, keys));
+      return std::nullopt;
+    }
+    const ConfigKind kind = kindOf(attribute);
+    if (entry.kind != kind) {
+      fault(entry.place, fmt::format("{} {}", entry.key, formOf(kind)));
+      return std::nullopt;
+    }
+    try {
+      return Agent::readSetting(attribute, entry.key, joined(entry));
+    } catch (const SettingError& error) {
+      fault(entry.place, error.what());
+      return std::nullopt;
+    }
+  }
+
+  static std::string joined(const ConfigEntry& entry) {
+    if (entry.kind == ConfigKind::list && entry.texts.empty()) return "all";
+    return fmt::to_string(fmt::join(entry.texts, ","));
+  }
+  static std::string shown(const ConfigEntry& entry) { return joined(entry); }
+
+  static std::string unknownText(const std::string& key, const std::vector<std::string>& keys) {
+    const std::string nearest = nearestName(key, keys);
+    if (nearest.empty()) return "there is no key " + key;
+    return fmt::format("there is no key {}; is it {}?", key, nearest);
+  }
+
+  static std::vector<std::string> interfaceKeys() {
+    std::vector<std::string> keys{"name", "boundary"};
+    for (const std::string_view attribute : settingNames()) keys.push_back(keyOf(attribute));
+    return keys;
+  }
+
+  static std::vector<std::string> agentKeys() {
+    std::vector<std::string> keys;
+    for (const AgentSetting& setting : agentSettings) keys.emplace_back(setting.name);
+    for (const auto& attr : Mox::typeInfoOf<IntakeProcessConfig>().attrs) {
+      keys.push_back(keyOf(attr.name));
+    }
+    return keys;
+  }
+
+  // Values that are right each by itself may contradict each other.
+  void checkTogether() {
+    checkSettings(read_.defaults_);
+    for (const Section& section : read_.sections_) {
+      checkSettings(read_.settingsOf(section.pattern));
+    }
+  }
+
+  void checkSettings(const ResolvedSettings& resolved) {
+    std::vector<Written> ofQuerier;
+    for (const PlacedSetting& setting : resolved.settings) {
+      if (isOfQuerier(setting.written)) ofQuerier.push_back(setting.written);
+    }
+    const auto error = settingErrorOf(*Gmp::Igmp::querierConfigFactory(""), ofQuerier);
+    if (!error) return;
+    const auto at = std::ranges::find_if(resolved.settings, [&](const PlacedSetting& setting) {
+      return setting.written.attr->name == error->name();
+    });
+    const ConfigPlace place = at == resolved.settings.end() ? ConfigPlace{} : at->place;
+    const ConfigFault found{place, fmt::format("{} {}: {}", keyOf(error->name()),
+                                               error->value().value_or(""), error->reason())};
+    const auto isSame = [&](const ConfigFault& each) { return each.place == found.place; };
+    if (std::ranges::none_of(faults_, isSame)) faults_.push_back(found);
+  }
+
+  Configuration read_;
+  std::vector<ConfigFault> faults_;
+};
+
+Configuration Configuration::read(const std::filesystem::path& file) {
+  return ConfigurationReader().read(file);
+}
+
+bool Configuration::isPattern(std::string_view name) {
+  return name.find_first_of("*?[") != std::string_view::npos;
+}
+
+const Configuration::Section* Configuration::sectionOf(std::string_view interface) const {
+  const auto exact = std::ranges::find(sections_, interface, &Section::pattern);
+  if (exact != sections_.end()) return &*exact;
+  const std::string name(interface);
+  const auto first = std::ranges::find_if(sections_, [&](const Section& section) {
+    return isPattern(section.pattern) && fnmatch(section.pattern.c_str(), name.c_str(), 0) == 0;
+  });
+  return first == sections_.end() ? nullptr : &*first;
+}
+
+std::vector<std::string> Configuration::interfacesAmong(
+    const std::vector<std::string>& present) const {
+  std::vector<std::string> names;
+  const auto add = [&](const std::string& name) {
+    if (std::ranges::find(names, name) == names.end()) names.push_back(name);
+  };
+  for (const Section& section : sections_) {
+    if (!isPattern(section.pattern)) add(section.pattern);
+    for (const std::string& name : present) {
+      if (sectionOf(name) == &section) add(name);
+    }
+  }
+  return names;
+}
+
+ResolvedSettings Configuration::settingsOf(std::string_view interface) const {
+  ResolvedSettings resolved = defaults_;
+  const Section* section = sectionOf(interface);
+  if (section == nullptr) return resolved;
+  for (const PlacedSetting& setting : section->own.settings) {
+    put(resolved.settings, setting);
+  }
+  if (!section->own.boundary.empty()) resolved.boundary = section->own.boundary;
+  return resolved;
+}
+
+std::optional<ConfigPlace> Configuration::agentPlace(std::string_view key) const {
+  const auto last = std::ranges::find_if(agentPlaces_.rbegin(), agentPlaces_.rend(),
+                                         [&](const auto& each) { return each.first == key; });
+  if (last == agentPlaces_.rend()) return std::nullopt;
+  return last->second;
+}
+
+}  // namespace Agent

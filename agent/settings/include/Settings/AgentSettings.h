@@ -1,0 +1,112 @@
+// The settings of the agent as a whole: its sockets, rights, output and rings. One table serves the
+// options of the command line and the section [agent] of the configuration file.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include <MoxBase/Types.h>
+#include <Settings/OptionNumber.h>
+
+namespace Agent {
+
+struct AgentSettings {
+  std::string socket;  // empty: the usual path
+  std::string user;    // empty: the user that has started it
+  std::string readGroup;
+  std::string configureGroup;
+  Mox::U64 maxReaders = 64;
+  Mox::Seconds stallTimeout = 30.0;
+  std::string events = "changes";
+  Mox::U64 eventRate = 100;
+  bool queries = false;
+  std::optional<Mox::U64> ringKib;  // none: by the number of interfaces
+};
+
+struct AgentSetting {
+  using Member =
+      std::variant<std::string AgentSettings::*, bool AgentSettings::*, Mox::U64 AgentSettings::*,
+                   Mox::Seconds AgentSettings::*, std::optional<Mox::U64> AgentSettings::*>;
+
+  std::string_view name;  // of the option, without the dashes, and of the key
+  const char* valueName;  // in the help
+  Member member;
+  NumberRange range;                            // of a number
+  std::span<const std::string_view> choices{};  // of a text; empty for any
+  const char* help;
+};
+
+inline constexpr std::array<std::string_view, 3> eventChoices{"all", "changes", "none"};
+
+inline constexpr std::array agentSettings{
+    AgentSetting{.name = "socket",
+                 .valueName = "PATH",
+                 .member = &AgentSettings::socket,
+                 .range = {},
+                 .help = "socket at which other processes read and set the state"},
+    AgentSetting{.name = "user",
+                 .valueName = "NAME",
+                 .member = &AgentSettings::user,
+                 .range = {},
+                 .help = "the user that the agent becomes; the right to raw packets stays"},
+    AgentSetting{.name = "read-group",
+                 .valueName = "NAME",
+                 .member = &AgentSettings::readGroup,
+                 .range = {},
+                 .help = "group whose members can read the state, or all for every user"},
+    AgentSetting{.name = "configure-group",
+                 .valueName = "NAME",
+                 .member = &AgentSettings::configureGroup,
+                 .range = {},
+                 .help = "group whose members can read and change it"},
+    AgentSetting{.name = "max-readers",
+                 .valueName = "N",
+                 .member = &AgentSettings::maxReaders,
+                 .range = {.least = 1, .most = 4096, .whole = true},
+                 .help = "of the attribute log at a time"},
+    AgentSetting{.name = "stall-timeout",
+                 .valueName = "SECONDS",
+                 .member = &AgentSettings::stallTimeout,
+                 .range = {.least = 1, .most = 86400},
+                 .help = "over which a reader in arrears must take 64 KiB/s, or is disconnected"},
+    AgentSetting{.name = "events",
+                 .valueName = "WHICH",
+                 .member = &AgentSettings::events,
+                 .range = {},
+                 .choices = eventChoices,
+                 .help = "groups and sources that are reported: all; changes (more than 32 sources "
+                         "of a group at once as their number); none"},
+    AgentSetting{.name = "event-rate",
+                 .valueName = "N",
+                 .member = &AgentSettings::eventRate,
+                 .range = {.least = 0, .most = 1000000, .whole = true},
+                 .help = "events of a kind reported within a second, the others as their number; "
+                         "0: all"},
+    AgentSetting{.name = "queries",
+                 .valueName = "on|off",
+                 .member = &AgentSettings::queries,
+                 .range = {},
+                 .help = "report each query sent"},
+    AgentSetting{.name = "ring-size",
+                 .valueName = "KIB",
+                 .member = &AgentSettings::ringKib,
+                 .range = {.least = 32, .most = 1048576, .whole = true},
+                 .help = "of each interface's receive ring (4096 for up to 16 interfaces, else "
+                         "65536 in all)"},
+};
+
+// Null for a name that no setting has.
+const AgentSetting* agentSetting(std::string_view name);
+
+// Sets the member that the text is for; `shown` is the name in errors. Throws SettingError.
+void agentSettingIs(AgentSettings& settings, const AgentSetting& setting, std::string_view shown,
+                    std::string_view text);
+
+// The value as it would be given; empty for none.
+std::string agentSettingText(const AgentSettings& settings, const AgentSetting& setting);
+
+}  // namespace Agent
