@@ -1,4 +1,4 @@
-// What is wrong with a configuration, and where.
+// The faults of a configuration, each with its place.
 #pragma once
 
 #include <stdexcept>

@@ -35,7 +35,8 @@ struct AgentSetting {
   std::string_view name;  // of the option, without the dashes, and of the key
   const char* valueName;  // in the help
   Member member;
-  NumberRange range;                            // of a number
+  NumberRange range;       // of a number
+  const char* unset = "";  // the value that a number without one mostly amounts to
   std::span<const std::string_view> choices{};  // of a text; empty for any
   const char* help;
 };
@@ -95,6 +96,7 @@ inline constexpr std::array agentSettings{
                  .valueName = "KIB",
                  .member = &AgentSettings::ringKib,
                  .range = {.least = 32, .most = 1048576, .whole = true},
+                 .unset = "4096",
                  .help = "of each interface's receive ring (4096 for up to 16 interfaces, else "
                          "65536 in all)"},
 };
