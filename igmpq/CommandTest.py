@@ -4,6 +4,7 @@
 """
 import contextlib
 import json
+import pathlib
 import socket
 import struct
 import subprocess
@@ -129,6 +130,26 @@ class CommandTest(unittest.TestCase):
 
     def test_loopback_is_bad_use(self):
         self.expect_bad_use(["run", "lo"], "interface lo is a loopback interface")
+
+    def test_each_fault_of_a_configuration_is_a_line_with_its_place(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "new.toml")
+            path.write_text("[defaults]\nrobustness = 9\nqurey-interval = 60\n", "utf-8")
+            for arguments in (("check", path), ("run", "--config", path)):
+                done = igmpq(*arguments)
+                self.assertEqual((2, ""), (done.returncode, done.stdout))
+                self.assertEqual(
+                    [f"{path}:2:14: robustness 9: must be from 1 to 7 (RFC 3376 8.1)",
+                     f"{path}:3:1: there is no key qurey-interval; is it query-interval?"],
+                    done.stderr.splitlines())
+
+    def test_a_configuration_without_interfaces_is_bad_use_and_the_lines_to_write_are_shown(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "new.toml")
+            path.write_text(igmpq("check", "--example").stdout, "utf-8")
+            self.assertEqual(0, igmpq("check", path).returncode)
+            self.expect_bad_use(("run", "--config", path), "the configuration names no interface")
+            self.expect_bad_use(("run", "--config", path), "[[interface]]")
 
     def test_settings_out_of_range_are_bad_use_before_any_connection(self):
         for assignment, text in (

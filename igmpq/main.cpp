@@ -1,4 +1,5 @@
 // The command: finds the verb, runs it, and turns an error into a line and an exit status.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include <Client/BadRequest.h>
+#include <Config/ConfigFault.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -51,6 +53,25 @@ int fail(std::string_view text, int status) {
   return status;
 }
 
+// Our own words: line by line.
+int failInLines(std::string_view lines, int status) {
+  while (!lines.empty()) {
+    const size_t end = std::min(lines.find('\n'), lines.size());
+    fail(lines.substr(0, end), status);
+    lines.remove_prefix(std::min(end + 1, lines.size()));
+  }
+  return status;
+}
+
+// As compilers write them, so that editors find the place.
+int failInConfiguration(const Agent::ConfigError& error) {
+  for (const Agent::ConfigFault& fault : error.faults()) {
+    const std::string text = placeText(fault.place) + ": " + fault.what;
+    std::fprintf(stderr, "%s\n", Agent::printable(text).c_str());
+  }
+  return Igmpq::exitBadUse;
+}
+
 // A verb's output may still be in the buffer, and it may turn out that it cannot be written.
 int ended(int status) {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
@@ -65,7 +86,9 @@ int runVerbOf(const std::vector<std::unique_ptr<Verb>>& verbs) {
     }
     throw Igmpq::BadUse("a verb is missing: `igmpq --help` shows them");
   } catch (const Igmpq::BadUse& error) {
-    return fail(error.what(), Igmpq::exitBadUse);
+    return failInLines(error.what(), Igmpq::exitBadUse);
+  } catch (const Agent::ConfigError& error) {
+    return failInConfiguration(error);
   } catch (const Agent::BadRequest& error) {
     return fail(error.what(), Igmpq::exitBadUse);
   }
@@ -125,6 +148,7 @@ int command(int argc, const char* const* argv) {
     verbs.push_back(Igmpq::traceVerb(app));
     verbs.push_back(Igmpq::typesVerb(app));
     verbs.push_back(Igmpq::replayVerb(app));
+    verbs.push_back(Igmpq::checkVerb(app));
     app.parse(argc, argv);
     return runVerbOf(verbs);
   } catch (const CLI::Success& done) {

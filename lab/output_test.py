@@ -101,7 +101,7 @@ class StuckOutputTest(LabTestCase):
         for line in self.agent.stdout:
             event = json.loads(line)
             if event["event"] == "notice": break
-        self.assertIn("no configuration file", event["text"])
+        self.assertIn("at the start only", event["text"])
         self.assert_ends()
 
     def assert_ends(self):

@@ -1,5 +1,6 @@
 #include <Config/ConfigExample.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -33,7 +34,7 @@ std::string valueText(const Mox::Value& value) {
 
 std::string entry(std::string_view help, std::string_view range, std::string_view key,
                   std::string_view value) {
-  return fmt::format("# {}; {}\n#{} = {}\n\n", help, range, key, value);
+  return fmt::format("# {}:\n# {}\n#{} = {}\n\n", help, range, key, value);
 }
 
 std::string reference(const char* text) {
@@ -84,6 +85,7 @@ std::string agentEntry(const AgentSetting& setting) {
     value = value == "on" ? "true" : "false";
   } else if (value.empty()) {
     value = setting.unset;
+    value.resize(std::min(value.find(' '), value.size()));
   }
   return entry(setting.help, agentRange(setting), setting.name, value);
 }

@@ -267,7 +267,7 @@ void AgentLoop::Impl::handleSignal(int number) {
     if (onStateRequested_) onStateRequested_();
   } else if (number == SIGHUP) {
     Event event{.time = Mox::now(), .kind = Event::notice};
-    event.text = "there is no configuration file to read again";
+    event.text = "nothing is read again: a configuration is read at the start only";
     services_.sink.event(event);
   } else {
     io_.stop();

@@ -188,7 +188,7 @@ _igmpq() {
     esac
   elif [[ $word == -* ]]; then
     _igmpq_reply < <(cut -d ' ' -f 1 <<<"$options")
-  elif [[ $verb,$before == replay,0 ]]; then
+  elif [[ $verb,$before == @(replay|check),0 ]]; then
     _igmpq_reply_files ""
   else
     _igmpq_reply < <(_igmpq_words "$verb" "$before" "$word")

@@ -35,8 +35,8 @@ struct AgentSetting {
   std::string_view name;  // of the option, without the dashes, and of the key
   const char* valueName;  // in the help
   Member member;
-  NumberRange range;       // of a number
-  const char* unset = "";  // the value that a number without one mostly amounts to
+  NumberRange range;                            // of a number
+  const char* unset = "";                       // the meaning of no value
   std::span<const std::string_view> choices{};  // of a text; empty for any
   const char* help;
 };
@@ -53,16 +53,19 @@ inline constexpr std::array agentSettings{
                  .valueName = "NAME",
                  .member = &AgentSettings::user,
                  .range = {},
+                 .unset = "this one",
                  .help = "the user that the agent becomes; the right to raw packets stays"},
     AgentSetting{.name = "read-group",
                  .valueName = "NAME",
                  .member = &AgentSettings::readGroup,
                  .range = {},
+                 .unset = "none",
                  .help = "group whose members can read the state, or all for every user"},
     AgentSetting{.name = "configure-group",
                  .valueName = "NAME",
                  .member = &AgentSettings::configureGroup,
                  .range = {},
+                 .unset = "none",
                  .help = "group whose members can read and change it"},
     AgentSetting{.name = "max-readers",
                  .valueName = "N",
@@ -96,9 +99,8 @@ inline constexpr std::array agentSettings{
                  .valueName = "KIB",
                  .member = &AgentSettings::ringKib,
                  .range = {.least = 32, .most = 1048576, .whole = true},
-                 .unset = "4096",
-                 .help = "of each interface's receive ring (4096 for up to 16 interfaces, else "
-                         "65536 in all)"},
+                 .unset = "4096 for up to 16 interfaces, else 65536 in all",
+                 .help = "of each interface's receive ring"},
 };
 
 // Null for a name that no setting has.

@@ -1,0 +1,63 @@
+// `igmpq check [FILE]`: reads the configuration without an agent.
+#include <cstdio>
+#include <string>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <Config/ConfigExample.h>
+#include <Config/ConfigPath.h>
+#include <Config/Configuration.h>
+#include <Link/LinkMonitor.h>
+#include <Text/Printable.h>
+
+#include "Interfaces.h"
+#include "Verb.h"
+
+namespace Igmpq {
+
+namespace {
+
+class CheckVerb final : public Verb {
+ public:
+  explicit CheckVerb(CLI::App& app)
+      : CheckVerb(app.add_subcommand("check", "Check a configuration file")) {}
+
+  int run() override {
+    if (example_) {
+      std::fputs(Agent::configExample().c_str(), stdout);
+      return exitOk;
+    }
+    const auto configuration = Agent::Configuration::read(file_);
+    const auto names = configuration.interfacesAmong(fitNames(Agent::currentLinks()));
+    const std::string interfaces =
+        names.empty() ? "no interface of this machine" : fmt::to_string(fmt::join(names, ", "));
+    fmt::print("{}: no fault; for {}\n", Agent::printable(file_), Agent::printable(interfaces));
+    return exitOk;
+  }
+
+ private:
+  explicit CheckVerb(CLI::App* options) : Verb(options) {
+    options->footer(
+        "Examples:\n"
+        "  igmpq check                        the file of the service\n"
+        "  igmpq check new.toml\n"
+        "  igmpq check --example > new.toml   a file with every key, its range and default\n"
+        "It reads the files conf.d/*.toml beside that file, too, and needs no agent.\n"
+        "Exit status: 0 no fault, 1 failure, 2 a fault, written as FILE:LINE:COLUMN: what is "
+        "wrong.\n");
+    options->add_option("FILE", file_, "the configuration")
+        ->type_name("")
+        ->option_text("[FILE=" + file_ + "]");
+    options->add_flag("--example", example_, "print a file that lists every key");
+  }
+
+  std::string file_ = Agent::usualConfigPath;
+  bool example_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Verb> checkVerb(CLI::App& app) { return std::make_unique<CheckVerb>(app); }
+
+}  // namespace Igmpq
