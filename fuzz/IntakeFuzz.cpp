@@ -93,9 +93,14 @@ class World final : private Agent::IntakeWatcher {
     if (!received) return;
     bounds_.receives(received->packet.size());
     const auto macs = frame.size() < 12 ? std::span<const U8>() : received->frame.first(12);
-    const Agent::IntakeVerdict verdict = intake_.judge({.packet = received->packet, .macs = macs});
-    property(!verdict.isRefused || verdict.rule.has_value(), "a refusal has a reason");
-    if (!verdict.isRefused) querier_->doRxPkt(makePtr<Ilvo::Pkt>(verdict.packet));
+    std::vector<U8> packet(received->packet.begin(), received->packet.end());
+    while (!packet.empty()) {
+      const Agent::IntakeVerdict verdict = intake_.judge({.packet = packet, .macs = macs});
+      property(!verdict.isRefused || verdict.rule.has_value(), "a refusal has a reason");
+      property(verdict.rest.size() < packet.size(), "a rest is a part of its packet");
+      if (!verdict.isRefused) querier_->doRxPkt(makePtr<Ilvo::Pkt>(verdict.packet));
+      packet.assign(verdict.rest.begin(), verdict.rest.end());
+    }
     bounds_.handled();
   }
 

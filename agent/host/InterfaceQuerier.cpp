@@ -79,7 +79,8 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       intakeStatus_(makePtr<IntakeStatus>(setup.name)),
       intake_(services.process, setup.intake, intakeStatus_, status_, *this),
       portTimer_(services.wheel, *this),
-      resendTimer_(services.wheel, *this) {}
+      resendTimer_(services.wheel, *this),
+      restTimer_(services.wheel, *this) {}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
@@ -153,6 +154,8 @@ void InterfaceQuerier::rebuildAfterGap(Seconds gap) {
 void InterfaceQuerier::stop() {
   portTimer_.timeMinIs(Mox::never);
   resendTimer_.timeMinIs(Mox::never);
+  restTimer_.timeMinIs(Mox::never);
+  rests_.clear();
   unsent_.clear();
   sentFrom_.clear();
   querierDel();

@@ -109,6 +109,8 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void rxPacket(const RxPacket& packet) override;
   void rxBatchEnd() override;
   void handIn(const ReceivedBatch::Received& received);
+  void handInLater(const ReceivedBatch::Received& received, std::span<const Mox::U8> rest);
+  void handleRestTimer();
   void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
@@ -132,11 +134,13 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
   std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
   std::deque<Unsent> unsent_;
+  std::deque<ReceivedBatch::Received> rests_;  // of reports that cost too much to handle at once
   std::map<std::string, Mox::Seconds> problemReported_;  // the time, by kind
   PortCounts counted_;                                   // of the port, as the state has them
   PortCounts reported_;                                  // of all ports, as events reported them
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handlePortTimer> portTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleResendTimer> resendTimer_;
+  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleRestTimer> restTimer_;
 };
 
 }  // namespace Agent

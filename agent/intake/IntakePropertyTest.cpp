@@ -135,7 +135,8 @@ class IntakePropertyTest : public IntakeTest {
     ASSERT_LE(packet.size(), mostPacketBytes_);
     const size_t header = size_t{packet[0] & 0x0fU} * 4;
     bounds_.receives(packet.size() - header);
-    received(packet);
+    for (received(packet); !rest_.empty(); received(Bytes(rest_))) {
+    }
     bounds_.handled();
   }
   void expectLimits() {

@@ -231,18 +231,61 @@ TEST_F(IntakeReportsTest, blockBeyondTheBudgetIsRefused) {
   EXPECT_EQ(receivedRecord(6, group_, {source_}), "passes");
 }
 
-TEST_F(IntakeReportsTest, packetMayEndGroupsOfTwoThousandSources) {
-  config_->maxQueryBurstIs(1000000);
-  std::vector<Ilvo::V3Record> leaves;
-  for (U64 i = 1; i <= 4; ++i) {
-    receivedRecord(1, group(i), sources(300));
-    receivedRecord(1, group(i), sources(300, 0x0a020001));
-    leaves.push_back({.type = 3, .group = group(i)});
+struct UnlistedCase {
+  const char* name;
+  U8 type;
+  bool usesList;
+};
+
+class UnlistedSourcesTest : public IntakeReportsTest,
+                            public testing::WithParamInterface<UnlistedCase> {
+ protected:
+  void SetUp() override {
+    IntakeReportsTest::SetUp();
+    config_->maxQueryBurstIs(1000000);
+    for (U64 i = 0; i < 6; ++i) {
+      receivedRecord(5, group(i), sources(500));
+      receivedRecord(5, group(i), sources(500, 0x0a020001));
+    }
   }
-  EXPECT_EQ(receivedRecords(leaves), "changed: queryLimit");
-  EXPECT_EQ(counted(IntakeRule::queryLimit), 1u);
+  static std::vector<Ilvo::V3Record> recordsWith(const std::vector<IpAddr>& list) {
+    std::vector<Ilvo::V3Record> records;
+    for (U64 i = 0; i < 6; ++i) {
+      records.push_back({.type = GetParam().type, .group = group(i), .sources = list});
+    }
+    return records;
+  }
+};
+
+TEST_P(UnlistedSourcesTest, areHandledForTwoGroupsOfAThousandAtOnce) {
+  EXPECT_EQ(receivedRecords(recordsWith({})), "passes in part");
+  EXPECT_EQ(received(Bytes(rest_)), "passes in part");
+  EXPECT_EQ(received(Bytes(rest_)), "passes");
+  EXPECT_TRUE(rest_.empty());
+  EXPECT_EQ(querierStatus_->errorPacketReceived(), 0u);
   advance(3.0);
-  EXPECT_EQ(groups(), 1u);
+  EXPECT_EQ(querierStatus_->sources(), 0u);
+}
+
+TEST_P(UnlistedSourcesTest, areNotThoseThatTheRecordLists) {
+  EXPECT_EQ(receivedRecords(recordsWith(sources(500))), "passes in part");
+  EXPECT_EQ(received(Bytes(rest_)), GetParam().usesList ? "passes" : "passes in part");
+}
+
+INSTANTIATE_TEST_SUITE_P(RecordTypes, UnlistedSourcesTest,
+                         testing::Values(UnlistedCase{"modeIsExclude", 2, true},
+                                         UnlistedCase{"changeToInclude", 3, false},
+                                         UnlistedCase{"changeToExclude", 4, true}),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_F(IntakeReportsTest, refreshThatLosesNoSourceIsHandledAtOnce) {
+  std::vector<Ilvo::V3Record> records;
+  for (U64 i = 0; i < 30; ++i) {
+    records.push_back({.type = 2, .group = group(i), .sources = sources(100)});
+  }
+  EXPECT_EQ(receivedRecords(records), "passes");
+  EXPECT_EQ(receivedRecords(records), "passes");
+  EXPECT_EQ(querierStatus_->sources(), 3000u);
 }
 
 // A leave is refused, but what is joined is joined.

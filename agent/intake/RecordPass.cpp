@@ -13,9 +13,10 @@ using Mox::U8;
 
 namespace {
 
-// Eight bytes that end a group ask for all of its sources: so many that the packets behind would
-// have to wait. One group's are always asked for.
-constexpr size_t mostAskedSources = 2048;
+// Eight bytes that end a group, or say that it excludes nothing, concern all of its sources: in the
+// groups of one packet so many that the packets behind would have to wait too long. One group's are
+// always handled at once.
+constexpr size_t mostUnlistedSources = 2048;
 
 // The querier makes no machine for other addresses.
 bool isSource(IpAddr addr) { return addr.isUnicast() && !addr.isZero(); }
@@ -51,7 +52,7 @@ bool Intake::RecordPass::isNeeded() {
   const size_t groups = intake_.querierStatus_->group().size();
   const IntakeProcessConfig& process = *intake_.process_.config;
   asks_ = sum_.isAsking && intake_.asks();
-  if (asks_ || sourcesAreNear()) return true;
+  if (asks_ || sourcesAreNear() || mayCostMuch()) return true;
   if (groups + sum_.records > config().maxGroups()) return true;
   if (membershipInProcess().groups + sum_.records > process.maxProcessGroups()) return true;
   if (!config().acceptedGroups().empty() || config().guardSourceSpecific()) return true;
@@ -65,6 +66,34 @@ bool Intake::RecordPass::sourcesAreNear() const {
   if (intake_.querierStatus_->sources() + sum_.sources > least) return true;
   return membershipInProcess().sources + sum_.sources >
          intake_.process_.config->maxProcessSources();
+}
+
+bool Intake::RecordPass::mayCostMuch() const {
+  return sum_.concernsAllSources && sum_.records > 1 &&
+         intake_.querierStatus_->sources() > mostUnlistedSources;
+}
+
+// The querier walks them: it lowers or asks about them before a change to INCLUDE, and deletes them
+// otherwise. Hosts of older versions make it ignore the list of a change to EXCLUDE (RFC 3376
+// 7.3.2).
+size_t Intake::RecordPass::unlistedSources(const GroupRecord& record) const {
+  if (!concernsAllSources(record)) return 0;
+  const GroupStatus* status = intake_.known(view_.addrAt(record.at + 4));
+  if (status == nullptr) return 0;
+  const size_t sources = status->source().size();
+  const bool usesList = record.type == RecordType::modeIsExclude ||
+                        (record.type == RecordType::changeToExclude &&
+                         status->compatibilityMode() == Gmp::Igmp::igmpVersion3);
+  return usesList ? roomOf(sources, record.sources) : sources;
+}
+
+bool Intake::RecordPass::isAffordable(const GroupRecord& record) {
+  const size_t sources = unlistedSources(record);
+  if (sources != 0 && touchedSources_ != 0 && touchedSources_ + sources > mostUnlistedSources) {
+    return false;
+  }
+  touchedSources_ += sources;
+  return true;
 }
 
 bool Intake::RecordPass::repeatsGroups() {
@@ -86,6 +115,10 @@ IntakeVerdict Intake::RecordPass::run() {
   size_t at = firstRecordAt;
   for (size_t i = 0; i < sum_.records; ++i) {
     const GroupRecord record = *recordAt(view_, at);
+    if (!isAffordable(record)) {
+      leaveRest(record, sum_.records - i);
+      break;
+    }
     judge(record);
     at += record.bytes;
   }
@@ -142,8 +175,6 @@ bool Intake::RecordPass::mayAsk(const GroupRecord& record, const Entry& entry,
     return intake_.mayAsk(intake_.sourceQueries(record.sources));
   }
   const size_t sources = status == nullptr ? sum_.sources : status->source().size();
-  if (askedSources_ != 0 && askedSources_ + sources > mostAskedSources) return false;
-  askedSources_ += sources;
   return intake_.mayAsk(1 + intake_.sourceQueries(sources));
 }
 
@@ -238,19 +269,36 @@ void Intake::RecordPass::append(size_t at, size_t bytes) {
   intake_.process_.copy.insert(intake_.process_.copy.end(), part.begin(), part.end());
 }
 
-IntakeVerdict Intake::RecordPass::finish() {
-  if (!isChanged_) return {view_.received()};
-  if (kept_ == 0) return {.packet = {}, .rule = firstRule_, .isRefused = true};
-  const std::span<U8> packet(intake_.process_.copy);
+// Its own packet, which costs the same again at most: neither the refresh of a group nor its end may
+// depend on how many sources other hosts have given to the groups before it.
+void Intake::RecordPass::leaveRest(const GroupRecord& record, size_t records) {
+  beginCopy(record);
+  std::vector<U8>& rest = intake_.process_.rest;
+  const auto headers = view_.packet().first(view_.ip().headerBytes() + firstRecordAt);
+  const auto left = view_.message().subspan(record.at);
+  rest.assign(headers.begin(), headers.end());
+  rest.insert(rest.end(), left.begin(), left.end());
+  close(rest, records);
+  rest_ = rest;
+}
+
+void Intake::RecordPass::close(std::span<U8> packet, size_t records) const {
   const std::span<U8> header = packet.first(view_.ip().headerBytes());
   const std::span<U8> message = packet.subspan(header.size());
   u16Is(header, 2, packet.size());
   u16Is(header, 10, 0);
   u16Is(header, 10, Ilvo::checksum(header));
-  u16Is(message, 6, kept_);
+  u16Is(message, 6, records);
   u16Is(message, 2, 0);
   u16Is(message, 2, Ilvo::checksum(message));
-  return {.packet = packet, .rule = firstRule_};
+}
+
+IntakeVerdict Intake::RecordPass::finish() {
+  if (!isChanged_) return {view_.received()};
+  if (kept_ == 0) return {.packet = {}, .rest = rest_, .rule = firstRule_, .isRefused = true};
+  const std::span<U8> packet(intake_.process_.copy);
+  close(packet, kept_);
+  return {.packet = packet, .rest = rest_, .rule = firstRule_};
 }
 
 }  // namespace Agent

@@ -1,6 +1,7 @@
 // One walk over the records of a version 3 report that a rule or a limit has to look at: each
 // record stays, loses sources, becomes one of the kind that asks for nothing, or goes. The packet
-// is copied once something changes.
+// is copied once something changes. Records that cost too much beside those before them are left
+// for a packet of their own.
 #pragma once
 
 #include <Intake/Intake.h>
@@ -28,8 +29,13 @@ class Intake::RecordPass {
 
   const IntakeConfig& config() const { return *intake_.config_; }
   bool sourcesAreNear() const;
+  bool mayCostMuch() const;
   bool repeatsGroups();
 
+  // How many sources the record makes the querier touch that it does not list.
+  size_t unlistedSources(const GroupRecord& record) const;
+  // Adds to what the records so far cost; false when this one has to wait for the next packet.
+  bool isAffordable(const GroupRecord& record);
   void judge(const GroupRecord& record);
   Refusal refusalOf(const GroupRecord& record, const Entry& entry) const;
   // Whether the queries that a record causes fit into the budget.
@@ -45,16 +51,20 @@ class Intake::RecordPass {
   // The copy holds what stands before this record.
   void beginCopy(const GroupRecord& record);
   void append(size_t at, size_t bytes);
+  void leaveRest(const GroupRecord& record, size_t records);
+  // Makes headers and checksums those of a packet with so many records.
+  void close(std::span<Mox::U8> packet, size_t records) const;
   IntakeVerdict finish();
 
   Intake& intake_;
   const PacketView& view_;
   const RecordSum sum_;
   bool asks_ = false;
-  size_t askedSources_ = 0;  // that are known and that the records so far ask for
-  size_t newGroups_ = 0;     // that the records so far make
-  size_t newSources_ = 0;    // the same, of groups that are near a limit
-  size_t kept_ = 0;          // records
+  size_t touchedSources_ = 0;  // that the records so far do not list
+  size_t newGroups_ = 0;       // that the records so far make
+  size_t newSources_ = 0;      // the same, of groups that are near a limit
+  size_t kept_ = 0;            // records
+  std::span<const Mox::U8> rest_;
   Refusal firstRule_;
   bool isChanged_ = false;
 };

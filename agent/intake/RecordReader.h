@@ -58,11 +58,22 @@ inline bool isAsking(const GroupRecord& record) {
   }
 }
 
+// A record that concerns all sources of its group, those that it does not list as well.
+inline bool concernsAllSources(const GroupRecord& record) {
+  switch (record.type) {
+    case RecordType::modeIsExclude:
+    case RecordType::changeToInclude:
+    case RecordType::changeToExclude: return true;
+    default: return false;
+  }
+}
+
 // What the records of a report have together.
 struct RecordSum {
   size_t records = 0;
   size_t sources = 0;
   bool isAsking = false;
+  bool concernsAllSources = false;
 };
 
 // Empty when a record goes beyond the end of the message: the querier drops the whole report.
@@ -74,6 +85,7 @@ inline std::optional<RecordSum> recordSumOf(const PacketView& view) {
     if (!record) return {};
     sum.sources += record->sources;
     sum.isAsking = sum.isAsking || isAsking(*record);
+    sum.concernsAllSources = sum.concernsAllSources || concernsAllSources(*record);
     at += record->bytes;
   }
   return sum;

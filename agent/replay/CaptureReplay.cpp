@@ -64,6 +64,12 @@ class CaptureReplay::Querier final : private IntakeWatcher {
     if (intake_) verdict = intake_->judge({.packet = content.ipv4, .macs = content.macs});
     if (verdict.rule) report(verdict, content);
     if (!verdict.isRefused) querier_->doRxPkt(Mox::makePtr<Ilvo::Pkt>(verdict.packet));
+    // Nothing else waits for the rest of a report, so it follows at once.
+    const std::vector<Mox::U8> rest(verdict.rest.begin(), verdict.rest.end());
+    if (!rest.empty()) {
+      receive({.ipv4 = rest, .skipped = {}, .macs = content.macs});
+      return;
+    }
     watcher_.flush();
   }
 

@@ -11,6 +11,7 @@
 //   intake.querierIs(querier);
 //   const IntakeVerdict verdict = intake.judge({.packet = packet, .macs = macs});
 //   if (!verdict.isRefused) querier->doRxPkt(makePtr<Ilvo::Pkt>(verdict.packet));
+//   if (!verdict.rest.empty()) later(verdict.rest);
 #pragma once
 
 #include <array>
@@ -52,11 +53,14 @@ struct IntakeVerdict {
   // What the querier is to be given: the bytes of the frame, or a changed copy that is valid until
   // any intake of the process judges the next packet.
   std::span<const Mox::U8> packet;
+  // The records of a report that would keep the packets behind it waiting: a packet to be judged and
+  // handed in like any other once those have been handled. Valid as long; empty for none.
+  std::span<const Mox::U8> rest = {};
   // The rule that refused or changed it, of several the first; nothing for an unchanged packet.
   std::optional<IntakeRule> rule = std::nullopt;
   bool isRefused = false;
 
-  bool isChanged() const { return rule.has_value() && !isRefused; }
+  bool isChanged() const { return !isRefused && (rule.has_value() || !rest.empty()); }
 };
 
 class Intake {

@@ -93,6 +93,7 @@ struct IntakeProcess {
   const Mox::Ptr<IntakeProcessStatus> status = Mox::makePtr<IntakeProcessStatus>();
   GroupTally tally = {};
   std::vector<Mox::U8> copy = {};  // of the packet that an intake has changed last
+  std::vector<Mox::U8> rest = {};  // that an intake has left last
 };
 
 }  // namespace Agent
