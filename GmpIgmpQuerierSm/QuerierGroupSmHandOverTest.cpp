@@ -81,6 +81,38 @@ TEST_F(QuerierGroupSmHandOverTest, aVersion1ReportCompletesAHandOver) {
   EXPECT_EQ(status_->state(), QuerierStatus::querierStateNonQuerier);
 }
 
+struct PendingLog final : QuerierSm::NotifieeConst {
+  using NotifieeConst::NotifieeConst;
+  void onPendingRexmit(IpAddr group) override { changed.push_back(group); }
+  std::vector<IpAddr> changed;
+};
+
+TEST_F(QuerierGroupSmHandOverTest, aFurtherQueryOfTheWinnerChangesNoPendingGroup) {
+  exclude({});
+  receiveLeave(group_);
+  loseElection();
+  const PendingLog log(querier_);
+  loseElection();
+  EXPECT_THAT(log.changed, ElementsAre());
+  EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(group_));
+  EXPECT_TRUE(querier_->transitionToNonQuerier());
+}
+
+TEST_F(QuerierGroupSmHandOverTest, aFurtherQueryOfTheWinnerKeepsGroupsThatWereLeftSince) {
+  const IpAddr other(239, 1, 1, 2);
+  receiveV2Report(group_);
+  receiveV2Report(other);
+  receiveLeave(group_);
+  loseElection();
+  runFor(0.5);
+  receiveLeave(other);
+  querier_->groupSmDel(group_);
+  loseElection();
+  EXPECT_THAT(querier_->pendingRexmit().keys(), ElementsAre(other));
+  runFor(1.0);
+  EXPECT_EQ(status_->state(), QuerierStatus::querierStateNonQuerier);
+}
+
 TEST_F(QuerierGroupSmHandOverTest, aHandOverIsJudgedAnewWhenAPendingGroupEnded) {
   const Ptr<Sm> sm = exclude({});
   receiveLeave(group_);

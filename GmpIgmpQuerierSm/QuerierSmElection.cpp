@@ -2,6 +2,8 @@
 // the others follow it.
 #include <stdlib.h>
 
+#include <vector>
+
 #include <GmpIgmpQuerierSm/MachineLogs.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IgmpHdr.h>
@@ -62,13 +64,20 @@ void QuerierSm::doQuerierElection(const Ilvo::IpHdr& ip, const Ptr<Ilvo::Pkt>& p
   doSetTimer(otherQuerierTimerId, interval);
 }
 
+bool QuerierSm::isRexmitPending(IpAddr group) const {
+  const Ptr<QuerierGroupSm>* sm = groupSm_.find(group);
+  return sm != nullptr && ((*sm)->rexmitGroupQuery() != 0 || !(*sm)->rexmitSource().empty());
+}
+
 // This router completes its pending retransmissions: the new querier has not received the leave.
 void QuerierSm::loseElection() {
-  pendingRexmitDelAll();
-  for (const IpAddr group : groupSm_.keys()) {
-    const Ptr<QuerierGroupSm> sm = groupSm(group);
-    const bool isPending = sm && (sm->rexmitGroupQuery() != 0 || !sm->rexmitSource().empty());
-    if (isPending) pendingRexmitIs(group, true);
+  if (transitionToNonQuerier_) {
+    pendingRexmitDelDone();
+  } else {
+    pendingRexmitDelAll();
+    for (const IpAddr group : groupSm_.keys()) {
+      if (isRexmitPending(group)) pendingRexmitIs(group, true);
+    }
   }
   if (pendingRexmit_.empty()) {
     transitionToNonQuerierIs(false);
@@ -76,6 +85,17 @@ void QuerierSm::loseElection() {
   } else {
     transitionToNonQuerierIs(true);
   }
+}
+
+// Each further query of the new querier comes here during the hand-over. The groups whose
+// retransmissions have started since are in the set already, so the others are not looked at: a
+// walk over all groups would make such a query cost as much as the hand-over itself.
+void QuerierSm::pendingRexmitDelDone() {
+  std::vector<IpAddr> done;
+  for (const auto& [group, value] : pendingRexmit_) {
+    if (!isRexmitPending(group)) done.push_back(group);
+  }
+  for (const IpAddr group : done) pendingRexmitDel(group);
 }
 
 // Retransmissions that start during the hand-over are part of it. The last group to finish its own

@@ -219,6 +219,8 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
 
   void roleIs(QuerierStatus::QuerierState role, Mox::Place by = Mox::Place::here());
   void loseElection();
+  bool isRexmitPending(IpAddr group) const;
+  void pendingRexmitDelDone();
   void adoptQuerierValues(const Ptr<Ilvo::Pkt>& pkt);
   Seconds nextGeneralQueryDelay() const;
   void yieldGroupStatus(IpAddr next);
