@@ -28,7 +28,7 @@ constexpr Seconds problemInterval = 60.0;   // between two events of the same pr
 constexpr Seconds resendInterval = 0.05;
 // By then the query is not worth sending: hosts are asked again, or the group's time is over.
 constexpr Seconds resendDuration = 1.0;
-constexpr size_t mostUnsent = 256;
+constexpr int sendsAtOnce = 64;  // of a step of the resending
 
 bool isWantOfMemory(const std::error_code& error) {
   return error == std::errc::no_buffer_space || error == std::errc::not_enough_memory ||
@@ -80,7 +80,8 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       intake_(services.process, setup.intake, intakeStatus_, status_, *this),
       portTimer_(services.wheel, *this),
       resendTimer_(services.wheel, *this),
-      restTimer_(services.wheel, *this) {}
+      restTimer_(services.wheel, *this),
+      clearTimer_(services.wheel, *this) {}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
@@ -276,16 +277,31 @@ bool InterfaceQuerier::send(const PublishedQuery& query) {
   return true;
 }
 
+// As many specific queries wait as hosts may cause at once. A general query always waits: without it
+// all groups would end.
 void InterfaceQuerier::resendLater(Unsent unsent) {
-  if (unsent_.size() == mostUnsent) unsent_.pop_front();
+  if (!unsent.query.dstGroup.isZero() && unsent_.size() >= setup_.intake->maxQueryBurst()) {
+    state_->queriesLostInc(1);
+    return;
+  }
   unsent_.push_back(std::move(unsent));
   if (resendTimer_.timeMin() == Mox::never) resendTimer_.timeMinIs(Mox::now() + resendInterval);
 }
 
+// While there is no memory for one query, there is none for those behind it.
 void InterfaceQuerier::handleResendTimer() {
-  for (Unsent& unsent : std::exchange(unsent_, {})) {
-    if (!send(unsent.query) && Mox::now() < unsent.until) resendLater(std::move(unsent));
+  Seconds next = Mox::now();
+  for (int i = 0; i < sendsAtOnce && !unsent_.empty(); ++i) {
+    if (!send(unsent_.front().query)) {
+      if (Mox::now() < unsent_.front().until) {
+        next += resendInterval;
+        break;
+      }
+      state_->queriesLostInc(1);
+    }
+    unsent_.pop_front();
   }
+  resendTimer_.timeMinIs(unsent_.empty() ? Mox::never : next);
 }
 
 void InterfaceQuerier::portFailed(const std::string& why) {
@@ -296,16 +312,31 @@ void InterfaceQuerier::portFailed(const std::string& why) {
 
 // While no querier runs, or it has not taken it over yet, a group is in the status alone.
 size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
-  std::vector<IpAddr> groups;
+  const size_t before = clearing_.size();
   for (auto at = status_->group().begin(); at != status_->group().end(); ++at) {
-    if (!only || at.key() == *only) groups.push_back(at.key());
+    if (!only || at.key() == *only) clearing_.push_back(at.key());
   }
-  for (const IpAddr group : groups) {
-    if (querier_) querier_->groupSmDel(group);
+  const size_t groups = clearing_.size() - before;
+  handleClearTimer();
+  watcher_.flush();
+  return groups;
+}
+
+// Packets and timers have their turn before the next step.
+void InterfaceQuerier::handleClearTimer() {
+  constexpr size_t groupCost = 8;  // in sources that end
+  constexpr size_t mostCost = 8192;
+  for (size_t cost = 0; cost < mostCost && !clearing_.empty(); clearing_.pop_front()) {
+    const IpAddr group = clearing_.front();
+    if (const auto status = status_->group(group)) cost += groupCost + status->source().size();
+    if (querier_) {
+      querier_->groupSmDel(group);
+      // A hand-over must not wait for a group that is gone.
+      querier_->handleGroupRexmit(group, Gmp::Igmp::timerDisabled);
+    }
     status_->groupDel(group);
   }
-  watcher_.flush();
-  return groups.size();
+  clearTimer_.timeMinIs(clearing_.empty() ? Mox::never : Mox::now());
 }
 
 InterfaceView InterfaceQuerier::view() const {

@@ -72,7 +72,8 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void rebuildAfterGap(Mox::Seconds gap);
 
   // Ends all groups, or only that one, as if their members had left; members join again when the
-  // next query asks them. Returns how many groups there were.
+  // next query asks them. Where there are many, the wheel's next turns end those that are left.
+  // Returns how many groups there were.
   size_t clearGroups(std::optional<Ilvo::IpAddr> only);
 
   // Null while the interface cannot carry it.
@@ -111,6 +112,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void handIn(const ReceivedBatch::Received& received);
   void handInLater(const ReceivedBatch::Received& received, std::span<const Mox::U8> rest);
   void handleRestTimer();
+  void handleClearTimer();
   void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
@@ -132,6 +134,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
+  std::deque<Ilvo::IpAddr> clearing_;   // groups that are still to be ended
   std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
   std::deque<Unsent> unsent_;
   std::deque<ReceivedBatch::Received> rests_;  // of reports that cost too much to handle at once
@@ -141,6 +144,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handlePortTimer> portTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleResendTimer> resendTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleRestTimer> restTimer_;
+  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleClearTimer> clearTimer_;
 };
 
 }  // namespace Agent

@@ -173,6 +173,26 @@ TEST_F(InterfaceQuerierIntakeTest, clearsAllGroupsOrOne) {
   EXPECT_TRUE(status().group().empty());
 }
 
+TEST_F(InterfaceQuerierIntakeTest, clearsManyGroupsInSteps) {
+  for (Mox::U32 n = 0; n < 2500; ++n) receive(report(IpAddr(0xef020000 + n)));
+  EXPECT_EQ(querier().clearGroups({}), 2500u);
+  EXPECT_EQ(status().group().size(), 1476u);
+  wheel_->turn(Mox::now());
+  EXPECT_EQ(status().group().size(), 452u);
+  advance(0.0);
+  EXPECT_TRUE(status().group().empty());
+}
+
+TEST_F(InterfaceQuerierIntakeTest, clearedGroupsHoldUpNoHandOver) {
+  join();
+  receive(Ilvo::buildV2Leave(group, {.src = host}));
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+  EXPECT_TRUE(querier().querier()->transitionToNonQuerier());
+  querier().clearGroups({});
+  EXPECT_TRUE(querier().querier()->pendingRexmit().empty());
+  EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
+}
+
 TEST_F(InterfaceQuerierIntakeTest, asksNobodyWhenGroupsAreCleared) {
   join();
   querier().clearGroups({});

@@ -120,6 +120,34 @@ TEST_F(QueryFailureTest, isFinalAfterASecond) {
   EXPECT_EQ(state().sendFailures(), failures);
 }
 
+TEST_F(QueryFailureTest, isCountedAsALostQueryWhenItIsFinal) {
+  leaveFailing(std::errc::no_buffer_space);
+  EXPECT_EQ(state().queriesLost(), 0u);
+  advance(3.0);
+  EXPECT_EQ(state().queriesLost(), 2u);
+}
+
+// A general query waits whatever the others are: without it all groups would end.
+TEST_F(QueryFailureTest, keepsGeneralQueriesAndAsManyOthersAsTheBurstOfQueries) {
+  sendFails_ = std::make_error_code(std::errc::no_buffer_space);
+  for (Mox::U32 n = 0; n < 310; ++n) {
+    const Ilvo::IpAddr addr(0xef020000 + n);
+    receiver_->rxPacket({.frame = {}, .packet = Ilvo::buildV2Report(addr, {.src = host})});
+    receiver_->rxPacket({.frame = {}, .packet = Ilvo::buildV2Leave(addr, {.src = host})});
+  }
+  receiver_->rxBatchEnd();
+  intake_->maxQueryBurstIs(300);
+  turn();
+  querier().querier()->handleQueryIntervalTimer();
+  EXPECT_EQ(state().queriesLost(), 10u);
+  sendFails_ = {};
+  advance(0.1);
+  const auto resent = sent();
+  ASSERT_EQ(resent.size(), 301u);
+  const Bytes& last = resent.back();
+  EXPECT_EQ(Ilvo::IpAddr(last[16], last[17], last[18], last[19]), Ilvo::IpAddr(224, 0, 0, 1));
+}
+
 TEST_F(QueryFailureTest, isForgottenWhenTheInterfaceGoesDown) {
   leaveFailing(std::errc::no_buffer_space);
   down();

@@ -113,6 +113,7 @@ framesUnparsable          0           -
 fragmentsReceived         0           -
 otherVlanFrames           0           -
 sendFailures              5000000000  -
+queriesLost               0           -
 )");
 }
 

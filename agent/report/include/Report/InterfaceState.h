@@ -25,6 +25,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
     virtual void onFragmentsReceived() {}
     virtual void onOtherVlanFrames() {}
     virtual void onSendFailures() {}
+    virtual void onQueriesLost() {}
   };
 
   explicit InterfaceState(Mox::Name name) : name_(name) {}
@@ -46,6 +47,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 otherVlanFrames() const { return otherVlanFrames_; }
   // Attempts to send a query that failed.
   Mox::U64 sendFailures() const { return sendFailures_; }
+  // Queries that were given up after several attempts, or because too many others waited.
+  Mox::U64 queriesLost() const { return queriesLost_; }
 
   void addressIs(Ilvo::IpAddr v) { set<&Self::address_>(v); }
   void runningIs(bool v) { set<&Self::running_>(v); }
@@ -60,6 +63,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 otherVlanFramesInc(Mox::U64 by) { return inc<&Self::otherVlanFrames_>(by); }
   void sendFailuresIs(Mox::U64 v) { set<&Self::sendFailures_>(v); }
   Mox::U64 sendFailuresInc(Mox::U64 by) { return inc<&Self::sendFailures_>(by); }
+  void queriesLostIs(Mox::U64 v) { set<&Self::queriesLost_>(v); }
+  Mox::U64 queriesLostInc(Mox::U64 by) { return inc<&Self::queriesLost_>(by); }
 
  private:
   using Self = InterfaceState;
@@ -72,6 +77,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 fragmentsReceived_ = 0;
   Mox::U64 otherVlanFrames_ = 0;
   Mox::U64 sendFailures_ = 0;
+  Mox::U64 queriesLost_ = 0;
 
   friend class Mox::Entity<InterfaceState>;
 
@@ -92,6 +98,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
                    &Self::otherVlanFramesInc, &NotifieeConst::onOtherVlanFrames},
       Mox::Counter{"sendFailures", &Self::sendFailures_, &Self::sendFailuresIs,
                    &Self::sendFailuresInc, &NotifieeConst::onSendFailures},
+      Mox::Counter{"queriesLost", &Self::queriesLost_, &Self::queriesLostIs, &Self::queriesLostInc,
+                   &NotifieeConst::onQueriesLost},
   };
 };
 
