@@ -26,9 +26,8 @@ std::optional<RxPacket> rxPacketOf(const RingFrame& frame, PortCounts& counts) {
     ++counts.otherVlans;
   } else if (frame.cut || payload.ipv4Packet.size() < ipv4HeaderBytes) {
     ++counts.unparsable;
-  } else if (isFragment(payload.ipv4Packet)) {
-    ++counts.fragments;
   } else {
+    if (isFragment(payload.ipv4Packet)) ++counts.fragments;
     return RxPacket{.frame = frame.bytes, .packet = payload.ipv4Packet, .outgoing = frame.outgoing};
   }
   return std::nullopt;

@@ -2,7 +2,8 @@
 // others.
 //
 // A frame that is tagged for a VLAN belongs to another link. A querier for it would be found by the
-// link and the number of the VLAN; there is none, so such frames are counted.
+// link and the number of the VLAN; there is none, so such frames are counted. A fragment is counted
+// and handed over: whether it is refused is a rule that can be switched off.
 #pragma once
 
 #include <optional>
