@@ -84,9 +84,14 @@ Intake::Refusal Intake::frameRefusal(const PacketView& view) const {
   return {};
 }
 
+// A frame of this machine itself comes back where a device of the link reflects it.
+bool Intake::isFromOwnAddressElsewhere(const PacketView& view) const {
+  if (view.ip().src() != querier_->ipAddr() || !view.hasMacs()) return false;
+  return !std::ranges::equal(view.sourceMac(), mac_);
+}
+
 void Intake::noteOwnAddress(const PacketView& view) {
-  if (view.ip().src() != querier_->ipAddr() || !view.hasMacs()) return;
-  if (!std::ranges::equal(view.sourceMac(), mac_)) count(IntakeRule::ownAddress, view);
+  if (isFromOwnAddressElsewhere(view)) count(IntakeRule::ownAddress, view);
 }
 
 bool Intake::isLocal(IpAddr addr) const {
@@ -131,17 +136,18 @@ IntakeVerdict Intake::refuse(IntakeRule rule, const PacketView& view, IpAddr gro
   return {.packet = {}, .rule = rule, .isRefused = true};
 }
 
-void Intake::count(IntakeRule rule, const PacketView& view, IpAddr group, U64 by) {
+bool Intake::count(IntakeRule rule, const PacketView& view, IpAddr group, U64 by) {
   const U64 counted = status_->countedInc(rule, by);
   Mox::Seconds& next = nextEvent_[static_cast<size_t>(rule)];
   const Mox::Seconds now = Mox::now();
-  if (now < next) return;
+  if (now < next) return false;
   next = now + eventInterval;
   watcher_.onIntakeEvent({.rule = rule,
                           .sender = view.ip().src(),
                           .mac = view.hasMacs() ? view.sourceMac() : std::span<const U8>(),
                           .group = group,
                           .count = counted});
+  return true;
 }
 
 void Intake::noteMarks() {

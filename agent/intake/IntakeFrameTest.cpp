@@ -169,15 +169,32 @@ TEST_F(IntakeFrameTest, reportsOfOldVersionsAreRefusedOnRequest) {
 }
 
 TEST_F(IntakeFrameTest, stationWithThisAddressIsReported) {
-  EXPECT_EQ(received(Ilvo::buildV3Query({}, {.src = own_})), "passes");
   EXPECT_EQ(received(report({.src = own_})), "passes");
-  EXPECT_EQ(counted(IntakeRule::ownAddress), 2u);
+  EXPECT_EQ(receivedRecord(2, group_), "passes");
+  EXPECT_EQ(counted(IntakeRule::ownAddress), 1u);
   EXPECT_THAT(events(), ElementsAre("ownAddress 10.0.0.5 mac 77 count 1"));
 }
 
-// Members on the machine itself report from its address, and their frames come back.
-TEST_F(IntakeFrameTest, reportOfThisMachineIsNone) {
+TEST_F(IntakeFrameTest, queryOfAStationWithThisAddressIsRefusedAndCountedOnce) {
+  EXPECT_EQ(received(Ilvo::buildV3Query({}, {.src = own_})), "refused: ownAddress");
+  EXPECT_EQ(querierStatus_->v3QueriesReceived(), 0u);
+  EXPECT_EQ(counted(IntakeRule::ownAddress), 1u);
+}
+
+TEST_F(IntakeFrameTest, stationWithThisAddressIsNotReportedForWhatIsRefused) {
+  EXPECT_EQ(received(report({.src = own_, .ttl = 64})), "refused: wrongTtl");
+  EXPECT_EQ(received(Ilvo::buildV2Leave(group_, {.src = own_, .ttl = 64})), "refused: wrongTtl");
+  EXPECT_EQ(received(Ilvo::buildV3Query({}, {.src = own_, .ttl = 64})), "refused: wrongTtl");
+  EXPECT_EQ(received(Ilvo::buildV3Report({{.type = 2, .group = group_}}, {.src = own_, .ttl = 64})),
+            "refused: wrongTtl");
+  EXPECT_EQ(counted(IntakeRule::ownAddress), 0u);
+}
+
+// Members on the machine itself report from its address, and their frames come back. A station that
+// reflects frames brings back queries as well.
+TEST_F(IntakeFrameTest, packetsOfThisMachineAreNone) {
   EXPECT_EQ(received(report({.src = own_}), ownMac_), "passes");
+  EXPECT_EQ(received(Ilvo::buildV3Query({}, {.src = own_}), ownMac_), "passes");
   EXPECT_EQ(counted(IntakeRule::ownAddress), 0u);
 }
 

@@ -44,17 +44,16 @@ Times timesOf(const PacketView& view, const Gmp::Igmp::QuerierConfig& config) {
 }  // namespace
 
 IntakeVerdict Intake::judgeQuery(const PacketView& view) {
-  noteOwnAddress(view);
   if (const Refusal rule = queryRefusal(view)) return refuse(*rule, view, view.group());
-  if (winsElection(view.ip().src()) && isFirstWin(view.ip().src())) {
-    count(IntakeRule::newQuerier, view);
-  }
+  if (config_->reportNewQueriers() && winsElection(view.ip().src())) noteNewQuerier(view);
   if (const auto limited = limitTimes(view)) return *limited;
   return {view.received()};
 }
 
 Intake::Refusal Intake::queryRefusal(const PacketView& view) const {
   if (const Refusal rule = frameRefusal(view)) return rule;
+  // It can be no query of this querier.
+  if (isFromOwnAddressElsewhere(view)) return IntakeRule::ownAddress;
   const IpAddr source = view.ip().src();
   if (config_->localQueries() && !isLocal(source)) return IntakeRule::foreignQuery;
   if (!config_->permittedQueriers().allows(source)) return IntakeRule::unpermittedQuerier;
@@ -87,14 +86,13 @@ bool Intake::winsElection(IpAddr source) const {
   return elected_.isZero() || source < elected_;
 }
 
-bool Intake::isFirstWin(IpAddr querier) {
-  if (!config_->reportNewQueriers()) return false;
-  if (std::find(seenQueriers_.begin(), seenQueriers_.end(), querier) != seenQueriers_.end()) {
-    return false;
-  }
+// A querier whose event had to wait for the one before is new again when it wins the next time.
+void Intake::noteNewQuerier(const PacketView& view) {
+  const IpAddr querier = view.ip().src();
+  if (std::ranges::find(seenQueriers_, querier) != seenQueriers_.end()) return;
+  if (!count(IntakeRule::newQuerier, view)) return;
   seenQueriers_[seenNext_] = querier;
   seenNext_ = (seenNext_ + 1) % seenQueriers_.size();
-  return true;
 }
 
 // Forged times could silence this querier for days, or let groups end between two queries. What a

@@ -46,9 +46,9 @@ Intake::Refusal Intake::newGroupRefusal(IpAddr group, size_t pendingGroups) cons
 }
 
 IntakeVerdict Intake::judgeOldReport(const PacketView& view, unsigned version) {
-  noteOwnAddress(view);
   noteMarks();
   if (const Refusal rule = reportRefusal(view, version)) return refuse(*rule, view, view.group());
+  noteOwnAddress(view);
   const IpAddr group = view.group();
   if (!isLearnable(group)) return {view.received()};
   if (const Refusal rule = groupRefusal(group, false)) return refuse(*rule, view, group);
@@ -60,8 +60,8 @@ IntakeVerdict Intake::judgeOldReport(const PacketView& view, unsigned version) {
 
 // While hosts of version 1 are present, a leave is ignored and causes no query (RFC 3376 7.3.2).
 IntakeVerdict Intake::judgeLeave(const PacketView& view) {
-  noteOwnAddress(view);
   if (const Refusal rule = reportRefusal(view, 2)) return refuse(*rule, view, view.group());
+  noteOwnAddress(view);
   const IpAddr group = view.group();
   if (!isLearnable(group)) return {view.received()};
   if (const Refusal rule = groupRefusal(group, false)) return refuse(*rule, view, group);
@@ -75,9 +75,9 @@ IntakeVerdict Intake::judgeLeave(const PacketView& view) {
 }
 
 IntakeVerdict Intake::judgeV3Report(const PacketView& view) {
-  noteOwnAddress(view);
   noteMarks();
   if (const Refusal rule = reportRefusal(view, 3)) return refuse(*rule, view);
+  noteOwnAddress(view);
   // The querier drops the whole report otherwise.
   if (querier_->querierConfig()->querierVersion() != Gmp::Igmp::igmpVersion3) {
     return {view.received()};

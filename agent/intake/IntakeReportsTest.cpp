@@ -21,6 +21,14 @@ class IntakeReportsTest : public IntakeTest {
   }
   std::string left(IpAddr group) { return received(Ilvo::buildV2Leave(group, {.src = host_})); }
   static IpAddr group(U64 number) { return IpAddr(0xef010000 + static_cast<Mox::U32>(number)); }
+  // Leaves a burst of two queries used up, and nothing to be asked.
+  void useUpBurst() {
+    config_->maxQueryRateIs(1);
+    config_->maxQueryBurstIs(2);
+    EXPECT_EQ(reported(group(77)), "passes");
+    EXPECT_EQ(left(group(77)), "passes");
+    querier_->groupSmDel(group(77));
+  }
   void join(size_t groups) {
     for (size_t i = 0; i < groups; ++i) EXPECT_EQ(receivedRecord(2, group(i)), "passes");
   }
@@ -132,6 +140,15 @@ TEST_F(IntakeReportsTest, reportThatFillsTheLimitLosesTheRecordsBehind) {
   EXPECT_EQ(counted(IntakeRule::groupLimit), 2u);
 }
 
+TEST_F(IntakeReportsTest, recordsThatMakeNoGroupAreNotRefusedAtTheLimit) {
+  config_->maxGroupsIs(1);
+  join(1);
+  EXPECT_EQ(receivedRecord(3, group(1)), "passes");
+  EXPECT_EQ(receivedRecord(6, group(1), {source_}), "passes");
+  EXPECT_EQ(counted(IntakeRule::groupLimit), 0u);
+  EXPECT_EQ(groups(), 1u);
+}
+
 TEST_F(IntakeReportsTest, recordsThatMakeNoGroupTakeNoRoom) {
   config_->maxGroupsIs(1);
   EXPECT_EQ(receivedRecords({{.type = 1, .group = group(1)},
@@ -204,6 +221,18 @@ TEST_F(IntakeReportsTest, leavesBeyondTheBudgetOfQueriesAreRefused) {
   EXPECT_EQ(groups(), 1u);
 }
 
+TEST_F(IntakeReportsTest, leaveThatNeedsMoreThanTheBurstIsTakenAfterARest) {
+  config_->maxQueryRateIs(1);
+  config_->maxQueryBurstIs(1);
+  join(2);
+  EXPECT_EQ(left(group(0)), "passes");  // two queries each
+  EXPECT_EQ(left(group(1)), "refused: queryLimit");
+  advance(1.0);
+  EXPECT_EQ(left(group(1)), "refused: queryLimit");
+  advance(1.0);
+  EXPECT_EQ(left(group(1)), "passes");
+}
+
 TEST_F(IntakeReportsTest, leaveThatCausesNoQueryUsesNothingUp) {
   config_->maxQueryBurstIs(1);
   received(Ilvo::buildV1Report(group(1), {.src = host_}));
@@ -225,9 +254,9 @@ TEST_F(IntakeReportsTest, withoutLastMemberQueriesNothingIsAsked) {
 
 TEST_F(IntakeReportsTest, blockBeyondTheBudgetIsRefused) {
   receivedRecord(5, group_, {source_});
-  config_->maxQueryBurstIs(1);
+  useUpBurst();
   EXPECT_EQ(receivedRecord(6, group_, {source_}), "refused: queryLimit");
-  config_->maxQueryBurstIs(4);
+  config_->maxQueryBurstIs(6);
   EXPECT_EQ(receivedRecord(6, group_, {source_}), "passes");
 }
 
@@ -291,12 +320,11 @@ TEST_F(IntakeReportsTest, refreshThatLosesNoSourceIsHandledAtOnce) {
 // A leave is refused, but what is joined is joined.
 TEST_F(IntakeReportsTest, changeOfModeBeyondTheBudgetIsTakenWithoutAsking) {
   receivedRecord(2, group_);
-  config_->maxQueryBurstIs(1);
+  useUpBurst();
   EXPECT_EQ(receivedRecord(3, group_, {source_}), "changed: queryLimit");
   EXPECT_EQ(sourcesOf(group_), 1u);
   EXPECT_EQ(receivedRecord(4, group_, sources(2)), "changed: queryLimit");
   EXPECT_EQ(sourcesOf(group_), 2u);
-  advance(1.0);
   EXPECT_TRUE(sent_.empty());
   EXPECT_EQ(receivedRecord(4, group_), "passes");  // without a list it asks nothing
   EXPECT_EQ(querierStatus_->errorPacketReceived(), 0u);

@@ -138,15 +138,13 @@ void Intake::RecordPass::judge(const GroupRecord& record) {
     return;
   }
   const GroupStatus* status = intake_.known(group);
-  if (status == nullptr && !entry.isNew) {
+  if (status == nullptr && !entry.isNew && makesGroup(record.type, record.sources)) {
     if (const Refusal rule = intake_.newGroupRefusal(group, newGroups_)) {
       drop(record, *rule);
       return;
     }
-    if (makesGroup(record.type, record.sources)) {
-      entry.isNew = true;
-      ++newGroups_;
-    }
+    entry.isNew = true;
+    ++newGroups_;
   }
   if (mayAsk(record, entry, status)) {
     judgeSources(record, record.type, entry, status);

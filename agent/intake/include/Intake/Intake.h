@@ -106,7 +106,8 @@ class Intake {
 
   bool isTrustedForSpecific(Ilvo::IpAddr querier) const;
   bool winsElection(Ilvo::IpAddr source) const;
-  bool isFirstWin(Ilvo::IpAddr querier);
+  void noteNewQuerier(const PacketView& view);
+  bool isFromOwnAddressElsewhere(const PacketView& view) const;
   void noteOwnAddress(const PacketView& view);
   std::optional<IntakeVerdict> limitTimes(const PacketView& view);
   void handleElectedQuerierAddr();
@@ -122,7 +123,8 @@ class Intake {
   bool mayAsk(Mox::U64 queries);
 
   IntakeVerdict refuse(IntakeRule rule, const PacketView& view, Ilvo::IpAddr group = {});
-  void count(IntakeRule rule, const PacketView& view, Ilvo::IpAddr group = {}, Mox::U64 by = 1);
+  // True when an event says so.
+  bool count(IntakeRule rule, const PacketView& view, Ilvo::IpAddr group = {}, Mox::U64 by = 1);
   void noteMarks();
 
   IntakeProcess& process_;
@@ -137,7 +139,7 @@ class Intake {
   Ilvo::IpAddr elected_;   // as the status says
   Ilvo::IpAddr previous_;  // elected before
   Mox::Seconds handOverTime_ = 0.0;
-  // Queriers that won before, the latest of them.
+  // Queriers whose first win was reported, the latest of them.
   std::array<Ilvo::IpAddr, 32> seenQueriers_{};
   size_t seenNext_ = 0;
   std::array<Mox::Seconds, intakeRules.size()> nextEvent_{};

@@ -12,12 +12,14 @@ namespace Agent {
 
 class QueryBudget {
  public:
-  // Uses up that many if they are there. A rate or burst that has changed holds from now on.
+  // Uses up that many if they are there. After a rest even more than the burst may be taken: what is
+  // asked for at once would otherwise be refused for ever. A rate or burst that has changed holds
+  // from now on.
   bool take(Mox::U64 queries, Mox::U32 rate, Mox::U32 burst) {
     const Mox::Seconds now = Mox::now();
     used_ = std::max(0.0, used_ - (now - time_) * rate);
     time_ = now;
-    if (used_ + static_cast<double>(queries) > burst) return false;
+    if (used_ > 0.0 && used_ + static_cast<double>(queries) > burst) return false;
     used_ += static_cast<double>(queries);
     return true;
   }
