@@ -273,8 +273,8 @@ class UnlistedSourcesTest : public IntakeReportsTest,
     IntakeReportsTest::SetUp();
     config_->maxQueryBurstIs(1000000);
     for (U64 i = 0; i < 6; ++i) {
-      receivedRecord(5, group(i), sources(500));
-      receivedRecord(5, group(i), sources(500, 0x0a020001));
+      receivedRecord(5, group(i), sources(250));
+      receivedRecord(5, group(i), sources(250, 0x0a020001));
     }
   }
   static std::vector<Ilvo::V3Record> recordsWith(const std::vector<IpAddr>& list) {
@@ -286,7 +286,7 @@ class UnlistedSourcesTest : public IntakeReportsTest,
   }
 };
 
-TEST_P(UnlistedSourcesTest, areHandledForTwoGroupsOfAThousandAtOnce) {
+TEST_P(UnlistedSourcesTest, areHandledForTwoGroupsOfFiveHundredAtOnce) {
   EXPECT_EQ(receivedRecords(recordsWith({})), "passes in part");
   EXPECT_EQ(received(Bytes(rest_)), "passes in part");
   EXPECT_EQ(received(Bytes(rest_)), "passes");
@@ -297,7 +297,7 @@ TEST_P(UnlistedSourcesTest, areHandledForTwoGroupsOfAThousandAtOnce) {
 }
 
 TEST_P(UnlistedSourcesTest, areNotThoseThatTheRecordLists) {
-  EXPECT_EQ(receivedRecords(recordsWith(sources(500))), "passes in part");
+  EXPECT_EQ(receivedRecords(recordsWith(sources(250))), "passes in part");
   EXPECT_EQ(received(Bytes(rest_)), GetParam().usesList ? "passes" : "passes in part");
 }
 

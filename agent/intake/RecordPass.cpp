@@ -16,7 +16,7 @@ namespace {
 // Eight bytes that end a group, or say that it excludes nothing, concern all of its sources: in the
 // groups of one packet so many that the packets behind would have to wait too long. One group's are
 // always handled at once.
-constexpr size_t mostUnlistedSources = 2048;
+constexpr size_t mostUnlistedSources = 1024;
 
 // The querier makes no machine for other addresses.
 bool isSource(IpAddr addr) { return addr.isUnicast() && !addr.isZero(); }
