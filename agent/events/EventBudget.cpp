@@ -5,18 +5,21 @@
 namespace Agent {
 
 void EventBudget::event(const Event& event) {
-  Kind& kind = kinds_[event.kind];
+  if (!takes(event.kind)) return;
+  ++kinds_[event.kind].passed;
+  to_.event(event);
+}
+
+bool EventBudget::takes(Event::Kind kindAt) {
+  Kind& kind = kinds_[kindAt];
   const Mox::Seconds now = Mox::now();
   if (now >= kind.until) {
-    close(event.kind);
+    close(kindAt);
     kind.until = now + 1.0;
   }
-  if (ofASecond_ == 0 || kind.passed < ofASecond_) {
-    ++kind.passed;
-    to_.event(event);
-  } else if (kind.held++ == 0) {
-    ++kindsHeld_;
-  }
+  if (ofASecond_ == 0 || kind.passed < ofASecond_) return true;
+  if (kind.held++ == 0) ++kindsHeld_;
+  return false;
 }
 
 void EventBudget::close(size_t kindAt) {

@@ -49,6 +49,17 @@ TEST_F(EventBudgetTest, reportsTheNumberOfTheOthersWhenTheSecondIsOver) {
   EXPECT_THAT(events_.taken(), IsEmpty());
 }
 
+TEST_F(EventBudgetTest, countsWhatItDoesNotTakeAsHeldBack) {
+  EXPECT_TRUE(budget_.takes(Event::groupLeft));
+  many(2);
+  EXPECT_FALSE(budget_.takes(Event::groupLeft));
+  EXPECT_TRUE(budget_.takes(Event::groupJoined));
+  events_.taken();
+  Mox::virtualTimeIs(11.0);
+  EXPECT_TRUE(budget_.flush());
+  EXPECT_THAT(events_.taken(), ElementsAre("11 1 more groupLeft events within a second"));
+}
+
 TEST_F(EventBudgetTest, reportsTheNumberAheadOfTheNextEventOfTheKind) {
   many(3);
   events_.taken();

@@ -32,9 +32,14 @@ Event eventOf(const Mox::EventLogEntry& entry) {
 }  // namespace
 
 LibraryMessages::LibraryMessages(EventSink& sink) {
-  Mox::eventLogSinkIs([&sink](const Mox::EventLogEntry& entry) {
-    if (!entry.limited) sink.event(eventOf(entry));
-  });
+  // One packet can name hundreds of invalid sources, and these messages have no limit of their own.
+  Mox::eventLogSinkIs(
+      [&sink](const Mox::EventLogEntry& entry) {
+        if (!entry.limited) sink.event(eventOf(entry));
+      },
+      [&sink](const Mox::EventLogMessage& message) {
+        return &message != &igmpMessageInvalidSource.message() || sink.takes(Event::invalidSource);
+      });
 }
 
 LibraryMessages::~LibraryMessages() { Mox::eventLogSinkIs({}); }

@@ -64,6 +64,28 @@ TEST_F(LibraryMessagesTest, anInvalidSourceKeepsTheWordsOfTheMessage) {
             "Received invalid source 224.0.0.1 for group 239.1.1.1.");
 }
 
+class SinkThatTakesNone final : public EventSink {
+ public:
+  void event(const Event&) override { ++events; }
+  bool takes(Event::Kind) override {
+    ++asked;
+    return false;
+  }
+  int events = 0;
+  int asked = 0;
+};
+
+TEST(LibraryMessagesWithoutBudget, anInvalidSourceThatTheSinkDoesNotTakeIsNotMade) {
+  SinkThatTakesNone sink;
+  const LibraryMessages messages(sink);
+  Gmp::Igmp::igmpMessageInvalidSource.log(IpAddr(224, 0, 0, 1), IpAddr(239, 1, 1, 1));
+  EXPECT_EQ(sink.asked, 1);
+  EXPECT_EQ(sink.events, 0);
+  Gmp::Igmp::gmpIgmpQueryVersionConfiguredDiscrepancy.log(1u, Mox::Name("unasked"), 2u);
+  EXPECT_EQ(sink.asked, 1);
+  EXPECT_EQ(sink.events, 1);
+}
+
 TEST_F(LibraryMessagesTest, aMessageThatIsNotKnownIsAnError) {
   Mox::EventLogHandle other({"OTHER", 4, "Something %s.", "", "", 0.0, 1.0, 0});
   other.log("happened");

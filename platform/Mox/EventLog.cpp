@@ -17,6 +17,11 @@ EventLogSink& sink() {
   return *current;
 }
 
+EventLogWanted& wanted() {
+  static auto* current = new EventLogWanted;
+  return *current;
+}
+
 std::vector<EventLogHandle*>& handles() {
   static auto* all = new std::vector<EventLogHandle*>;
   return *all;
@@ -40,8 +45,9 @@ std::string filledIn(std::string_view format, const std::vector<std::string>& ar
 
 }  // namespace
 
-void eventLogSinkIs(EventLogSink newSink) {
+void eventLogSinkIs(EventLogSink newSink, EventLogWanted isWanted) {
   sink() = std::move(newSink);
+  wanted() = std::move(isWanted);
   for (EventLogHandle* handle : handles()) handle->recent_.clear();
 }
 
@@ -54,6 +60,8 @@ EventLogHandle::~EventLogHandle() { std::erase(handles(), this); }
 std::vector<const EventLogHandle*> EventLogHandle::all() {
   return {handles().begin(), handles().end()};
 }
+
+bool EventLogHandle::isWanted() const { return !wanted() || wanted()(message_); }
 
 void EventLogHandle::emit(const std::vector<std::string>& args, const std::vector<Value>& values) {
   std::string text = filledIn(message_.format, args);

@@ -55,6 +55,16 @@ TEST_F(EventLogTest, placeholderInsideAnArgumentIsText) {
   EXPECT_EQ(texts_, Texts{"%s|two"});
 }
 
+TEST_F(EventLogTest, messageThatIsNotWantedIsNotMade) {
+  EventLogHandle wanted(message("yes %s"));
+  EventLogHandle other(message("no %s"));
+  eventLogSinkIs([this](const EventLogEntry& entry) { texts_.push_back(entry.text); },
+                 [&](const EventLogMessage& asked) { return &asked == &wanted.message(); });
+  other.log("one");
+  wanted.log("two");
+  EXPECT_EQ(texts_, Texts{"yes two"});
+}
+
 TEST_F(EventLogTest, messageWithoutArgumentsIsItsFormat) {
   EventLogHandle handle(message("nothing more"));
   handle.log();

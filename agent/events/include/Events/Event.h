@@ -90,6 +90,8 @@ class EventSink {
   EventSink& operator=(const EventSink&) = delete;
   virtual ~EventSink();
   virtual void event(const Event& event) = 0;
+  // Asked where an event costs much to make: false when it would be dropped, which counts as that.
+  virtual bool takes(Event::Kind) { return true; }
   // Called once a batch. False when lines wait for a file that does not take them now.
   virtual bool flush() { return true; }
 };

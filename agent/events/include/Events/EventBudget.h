@@ -21,6 +21,7 @@ class EventBudget final : public EventSink {
   EventBudget(EventSink& to, Mox::U64 ofASecond) : to_(to), ofASecond_(ofASecond) {}
 
   void event(const Event& event) override;
+  bool takes(Event::Kind kind) override;
   // Reports the numbers whose second is over. False when one is still to be reported, too.
   bool flush() override;
   // Reports the numbers that are left.

@@ -45,9 +45,11 @@ struct EventLogEntry {
 };
 
 using EventLogSink = std::function<void(const EventLogEntry&)>;
+// Asked before the text of a message is made; a message that is not wanted never reaches the sink.
+using EventLogWanted = std::function<bool(const EventLogMessage&)>;
 // Replaces the sink; an empty function restores the default, a line on standard error. All limits
 // begin anew: a sink that has received nothing yet has not received too much.
-MOX_PUBLIC void eventLogSinkIs(EventLogSink sink);
+MOX_PUBLIC void eventLogSinkIs(EventLogSink sink, EventLogWanted isWanted = {});
 
 class MOX_PUBLIC EventLogHandle {
  public:
@@ -61,7 +63,7 @@ class MOX_PUBLIC EventLogHandle {
 
   template <class... Arg>
   void log(const Arg&... args) {
-    emit({textOf(args)...}, {valueFrom(args)...});
+    if (isWanted()) emit({textOf(args)...}, {valueFrom(args)...});
   }
 
  private:
@@ -70,7 +72,8 @@ class MOX_PUBLIC EventLogHandle {
     Seconds since;
     double count;
   };
-  friend void eventLogSinkIs(EventLogSink sink);
+  friend void eventLogSinkIs(EventLogSink sink, EventLogWanted isWanted);
+  bool isWanted() const;
   void emit(const std::vector<std::string>& args, const std::vector<Value>& values);
   bool limited(const std::string& text);
 
