@@ -13,10 +13,11 @@ using Mox::U8;
 
 namespace {
 
-// Eight bytes that end a group, or say that it excludes nothing, concern all of its sources: in the
-// groups of one packet so many that the packets behind would have to wait too long. One group's are
-// always handled at once.
-constexpr size_t mostUnlistedSources = 1024;
+// What the records of a packet may cost, in sources that the querier touches: beyond it, the packets
+// behind would have to wait too long. Eight bytes that end a group, or say that it excludes nothing,
+// concern all of its sources. A query costs as much as some sources.
+constexpr size_t mostCost = 1024;
+constexpr size_t queryCost = 5;
 
 // The querier makes no machine for other addresses.
 bool isSource(IpAddr addr) { return addr.isUnicast() && !addr.isZero(); }
@@ -51,7 +52,7 @@ void u16Is(std::span<U8> bytes, size_t at, size_t value) {
 bool Intake::RecordPass::isNeeded() {
   const size_t groups = intake_.querierStatus_->group().size();
   const IntakeProcessConfig& process = *intake_.process_.config;
-  asks_ = sum_.isAsking && intake_.asks();
+  asks_ = sum_.asking != 0 && intake_.asks();
   if (asks_ || sourcesAreNear() || mayCostMuch()) return true;
   if (groups + sum_.records > config().maxGroups()) return true;
   if (membershipInProcess().groups + sum_.records > process.maxProcessGroups()) return true;
@@ -69,8 +70,8 @@ bool Intake::RecordPass::sourcesAreNear() const {
 }
 
 bool Intake::RecordPass::mayCostMuch() const {
-  return sum_.concernsAllSources && sum_.records > 1 &&
-         intake_.querierStatus_->sources() > mostUnlistedSources;
+  const size_t unlisted = sum_.concernsAllSources ? intake_.querierStatus_->sources() : 0;
+  return sum_.records > 1 && sum_.sources + sum_.asking * queryCost + unlisted > mostCost;
 }
 
 // The querier walks them: it lowers or asks about them before a change to INCLUDE, and deletes them
@@ -87,12 +88,14 @@ size_t Intake::RecordPass::unlistedSources(const GroupRecord& record) const {
   return usesList ? roomOf(sources, record.sources) : sources;
 }
 
+size_t Intake::RecordPass::costOf(const GroupRecord& record) const {
+  return record.sources + (isAsking(record) ? queryCost : 0) + unlistedSources(record);
+}
+
 bool Intake::RecordPass::isAffordable(const GroupRecord& record) {
-  const size_t sources = unlistedSources(record);
-  if (sources != 0 && touchedSources_ != 0 && touchedSources_ + sources > mostUnlistedSources) {
-    return false;
-  }
-  touchedSources_ += sources;
+  const size_t cost = costOf(record);
+  if (cost != 0 && cost_ != 0 && cost_ + cost > mostCost) return false;
+  cost_ += cost;
   return true;
 }
 

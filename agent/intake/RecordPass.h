@@ -34,6 +34,7 @@ class Intake::RecordPass {
 
   // How many sources the record makes the querier touch that it does not list.
   size_t unlistedSources(const GroupRecord& record) const;
+  size_t costOf(const GroupRecord& record) const;
   // Adds to what the records so far cost; false when this one has to wait for the next packet.
   bool isAffordable(const GroupRecord& record);
   void judge(const GroupRecord& record);
@@ -60,10 +61,10 @@ class Intake::RecordPass {
   const PacketView& view_;
   const RecordSum sum_;
   bool asks_ = false;
-  size_t touchedSources_ = 0;  // that the records so far do not list
-  size_t newGroups_ = 0;       // that the records so far make
-  size_t newSources_ = 0;      // the same, of groups that are near a limit
-  size_t kept_ = 0;            // records
+  size_t cost_ = 0;        // of the records so far
+  size_t newGroups_ = 0;   // that the records so far make
+  size_t newSources_ = 0;  // the same, of groups that are near a limit
+  size_t kept_ = 0;        // records
   std::span<const Mox::U8> rest_;
   Refusal firstRule_;
   bool isChanged_ = false;

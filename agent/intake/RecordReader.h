@@ -72,7 +72,7 @@ inline bool concernsAllSources(const GroupRecord& record) {
 struct RecordSum {
   size_t records = 0;
   size_t sources = 0;
-  bool isAsking = false;
+  size_t asking = 0;  // records
   bool concernsAllSources = false;
 };
 
@@ -84,7 +84,7 @@ inline std::optional<RecordSum> recordSumOf(const PacketView& view) {
     const std::optional<GroupRecord> record = recordAt(view, at);
     if (!record) return {};
     sum.sources += record->sources;
-    sum.isAsking = sum.isAsking || isAsking(*record);
+    sum.asking += isAsking(*record) ? 1 : 0;
     sum.concernsAllSources = sum.concernsAllSources || concernsAllSources(*record);
     at += record->bytes;
   }
