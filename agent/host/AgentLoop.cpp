@@ -135,7 +135,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     InterfaceQuerier& querier = *queriers_.back();
     queriersByName_.emplace(interface.name, &querier);
     publish(querier);
-    querier.linkIs(links_.links().find(interface.name));
+    if (links_.isWhole()) querier.linkIs(links_.links().find(interface.name));
   }
   publishProcess();
   reportChanges();

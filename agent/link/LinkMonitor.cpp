@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <map>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -81,28 +82,14 @@ DumpEnd dump(mnl_socket* socket, LinkTable& table, Mox::U16 type, Request reques
   }
 }
 
-DumpEnd dumpOnce(LinkTable& table) {
-  const NetlinkSocket socket = openSocket(0);
-  ifinfomsg links{};
-  links.ifi_family = AF_UNSPEC;
-  ifaddrmsg addresses{};
-  addresses.ifa_family = AF_INET;
-  if (dump(socket.get(), table, RTM_GETLINK, links, 1) == DumpEnd::interrupted) {
-    return DumpEnd::interrupted;
-  }
-  return dump(socket.get(), table, RTM_GETADDR, addresses, 2);
-}
-
 // A change during a dump may make it miss something, so it is repeated, but not for ever: there may
 // be a machine that never rests.
-DumpEnd dumpAll(LinkTable& table) {
+std::optional<LinkTable> wholeLinks(const LinkDump& dump) {
   constexpr int attempts = 10;
-  DumpEnd end = DumpEnd::interrupted;
-  for (int i = 0; i < attempts && end == DumpEnd::interrupted; ++i) {
-    table = LinkTable();
-    end = dumpOnce(table);
+  for (int i = 0; i < attempts; ++i) {
+    if (std::optional<LinkTable> table = dump()) return table;
   }
-  return end;
+  return {};
 }
 
 // All links of the first table, and those that only the second has.
@@ -115,20 +102,36 @@ LinkTable::Former formerOf(const LinkTable& before, const LinkTable& after) {
 
 }  // namespace
 
-LinkTable currentLinks() {
+std::optional<LinkTable> dumpedLinks() {
+  const NetlinkSocket socket = openSocket(0);
   LinkTable table;
-  dumpAll(table);
+  ifinfomsg links{};
+  links.ifi_family = AF_UNSPEC;
+  if (dump(socket.get(), table, RTM_GETLINK, links, 1) == DumpEnd::interrupted) return {};
+  ifaddrmsg addresses{};
+  addresses.ifa_family = AF_INET;
+  if (dump(socket.get(), table, RTM_GETADDR, addresses, 2) == DumpEnd::interrupted) return {};
   return table;
+}
+
+LinkTable currentLinks(const LinkDump& dump) {
+  if (std::optional<LinkTable> table = wholeLinks(dump)) return *std::move(table);
+  throw std::system_error(EAGAIN, std::generic_category(),
+                          "the interfaces change too fast to be listed");
 }
 
 // It watches before it asks: a change in between is reported twice, and none is lost.
 LinkMonitor::LinkMonitor(boost::asio::io_context& io, const Mox::Ptr<const Obel::TimerWheel>& wheel,
-                         Handler handler)
+                         Handler handler, LinkDump dump)
     : socket_(openSocket(RTMGRP_LINK | RTMGRP_IPV4_IFADDR)),
       handler_(std::move(handler)),
+      dump_(std::move(dump)),
       resyncTimer_(wheel, *this),
       watch_(io, mnl_socket_get_fd(socket_.get()), [this] { handleReadable(); }) {
-  if (dumpAll(table_) == DumpEnd::interrupted) {
+  if (std::optional<LinkTable> table = wholeLinks(dump_)) {
+    table_ = *std::move(table);
+    isWhole_ = true;
+  } else {
     resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
   }
 }
@@ -162,10 +165,10 @@ void LinkMonitor::resynchronise() {
     return;
   }
   try {
-    LinkTable table;
-    if (dumpAll(table) == DumpEnd::complete) {
-      const LinkTable::Former former = formerOf(table_, table);
-      table_ = std::move(table);
+    if (std::optional<LinkTable> table = wholeLinks(dump_)) {
+      const LinkTable::Former former = formerOf(table_, *table);
+      table_ = *std::move(table);
+      isWhole_ = true;
       notify(former);
       return;
     }

@@ -21,6 +21,8 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
+using testing::UnorderedElementsAre;
 
 // Every network namespace has this one, whatever else the machine has.
 TEST(CurrentLinks, holdTheLoopbackInterface) {
@@ -31,17 +33,32 @@ TEST(CurrentLinks, holdTheLoopbackInterface) {
   EXPECT_TRUE(lo->loopback);
 }
 
+TEST(CurrentLinks, areAskedForAgainWhenChangesInterruptTheAnswer) {
+  int asked = 0;
+  const LinkTable table = currentLinks([&]() -> std::optional<LinkTable> {
+    if (++asked < 3) return {};
+    return LinkTable();
+  });
+  EXPECT_EQ(asked, 3);
+}
+
+TEST(CurrentLinks, areNotTakenFromAnswersThatMayLackSome) {
+  EXPECT_THROW(currentLinks([]() -> std::optional<LinkTable> { return {}; }), std::system_error);
+}
+
 // With virtual time for its wheel.
 class LinkMonitorTest : public TestNetwork {
  protected:
   LinkMonitorTest() { Mox::virtualTimeIs(1000.0); }
   ~LinkMonitorTest() override { Mox::realTimeIs(); }
 
-  void begin() {
-    monitor_ =
-        std::make_unique<LinkMonitor>(io_, wheel_, [this](const auto& name, const Link* link) {
+  void begin(const LinkDump& dump = dumpedLinks) {
+    monitor_ = std::make_unique<LinkMonitor>(
+        io_, wheel_,
+        [this](const auto& name, const Link* link) {
           changes_.push_back((link == nullptr ? "no " : link->up ? "up " : "down ") + name);
-        });
+        },
+        dump);
   }
   // Handles the messages that have arrived, without waiting for more.
   void poll() {
@@ -67,6 +84,31 @@ TEST_F(LinkMonitorTest, knowsTheLinksFromTheBeginning) {
   EXPECT_NE(monitor_->links().find("eth0"), nullptr);
   poll();
   EXPECT_THAT(changes(), IsEmpty());
+}
+
+TEST_F(LinkMonitorTest, beginsWithoutLinksWhenTheAnswerIsNotWholeAndAsksAgain) {
+  bool isInterrupted = true;
+  begin([&] { return isInterrupted ? std::nullopt : dumpedLinks(); });
+  EXPECT_FALSE(monitor_->isWhole());
+  EXPECT_EQ(monitor_->links().find("eth0"), nullptr);
+  isInterrupted = false;
+  Mox::virtualTimeIs(1001.0);
+  wheel_->turn(1001.0);
+  EXPECT_TRUE(monitor_->isWhole());
+  EXPECT_THAT(changes(), UnorderedElementsAre("up eth0", "up peer0", "down lo"));
+}
+
+TEST_F(LinkMonitorTest, keepsItsLinksWhenALaterAnswerIsInterrupted) {
+  bool isInterrupted = false;
+  begin([&] { return isInterrupted ? std::nullopt : dumpedLinks(); });
+  isInterrupted = true;
+  overrun();
+  poll();
+  changes();
+  ip("link set peer0 down");
+  EXPECT_NE(monitor_->links().find("eth0"), nullptr);
+  poll();
+  EXPECT_THAT(changes(), Not(Contains("no eth0")));
 }
 
 TEST_F(LinkMonitorTest, mayEndBeforeItsLoop) {

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <Link/LinkTable.h>
@@ -25,8 +26,14 @@ namespace Agent {
 
 using NetlinkSocket = std::unique_ptr<mnl_socket, int (*)(mnl_socket*)>;
 
-// All interfaces as they are now. Throws std::system_error when the kernel does not report them.
-LinkTable currentLinks();
+// What the kernel answers when it is asked for all interfaces; nothing when changes interrupted the
+// answer, which may then lack some. Throws std::system_error when the kernel does not answer.
+using LinkDump = std::function<std::optional<LinkTable>()>;
+std::optional<LinkTable> dumpedLinks();
+
+// All interfaces as they are now. Throws std::system_error when the kernel does not report them, or
+// when each of several answers was interrupted.
+LinkTable currentLinks(const LinkDump& dump = dumpedLinks);
 
 class LinkMonitor {
  public:
@@ -35,11 +42,13 @@ class LinkMonitor {
 
   // Throws std::system_error when the kernel does not report its interfaces.
   LinkMonitor(boost::asio::io_context& io, const Mox::Ptr<const Obel::TimerWheel>& wheel,
-              Handler handler);
+              Handler handler, LinkDump dump = dumpedLinks);
   LinkMonitor(const LinkMonitor&) = delete;
   LinkMonitor& operator=(const LinkMonitor&) = delete;
 
   const LinkTable& links() const { return table_; }
+  // False until the kernel has given a whole answer: an interface that is missing may exist.
+  bool isWhole() const { return isWhole_; }
 
  private:
   void handleReadable();
@@ -50,7 +59,9 @@ class LinkMonitor {
 
   NetlinkSocket socket_;
   Handler handler_;
+  const LinkDump dump_;
   LinkTable table_;
+  bool isWhole_ = false;
   bool notifying_ = false;
   Obel::TimerReactor<LinkMonitor, &LinkMonitor::resynchronise> resyncTimer_;
   ReadableWatch watch_;  // of the socket, so it goes before it
