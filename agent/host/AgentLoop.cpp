@@ -31,8 +31,9 @@ constexpr size_t timersOfTurn = 16;  // between two looks at the clock
 constexpr Mox::Seconds longestBatch = 0.05;
 // Until an output that takes nothing is tried again.
 constexpr Mox::Seconds outputRetry = 0.01;
-// The shortest query response interval: a shorter gap is none to any querier.
-constexpr Mox::Seconds leastGap = 0.1;
+// A timer that is less late is no sign of a gap to any querier: half of the shortest query response
+// interval.
+constexpr Mox::Seconds leastGap = 0.05;
 
 // Null, with an event that says so, where the server cannot serve and is not required.
 template <class Server, class Make>

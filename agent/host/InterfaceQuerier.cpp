@@ -23,8 +23,8 @@ namespace {
 
 // An interface that flaps may be down again when its port is opened.
 constexpr Seconds retryInterval = 1.0;
-constexpr Seconds portCheckInterval = 5.0;  // between two looks at an open port
-constexpr Seconds problemInterval = 60.0;   // between two events of the same problem
+constexpr Seconds longestPortCheckInterval = 5.0;
+constexpr Seconds problemInterval = 60.0;  // between two events of the same problem
 constexpr Seconds resendInterval = 0.05;
 // By then the query is not worth sending: hosts are asked again, or the group's time is over.
 constexpr Seconds resendDuration = 1.0;
@@ -145,9 +145,9 @@ void InterfaceQuerier::querierDel() {
   querier_ = nullptr;
 }
 
-void InterfaceQuerier::rebuildAfterGap(Seconds gap) {
-  if (!querier_ || gap <= status_->queryResponseInterval()) return;
-  reportProblem("gap", fmt::format("nothing was handled for {:.1f} s: hosts are asked anew", gap));
+void InterfaceQuerier::rebuildAfterGap(Seconds late) {
+  if (!querier_ || late <= status_->queryResponseInterval() - portCheckInterval()) return;
+  reportProblem("gap", fmt::format("nothing was handled for {:.1f} s: hosts are asked anew", late));
   querierDel();
   makeQuerier();
 }
@@ -237,13 +237,19 @@ void InterfaceQuerier::presenceIs(Presence presence) {
   }
 }
 
+// Between two looks at an open port. In a gap that is longer than the response interval, the timer of
+// a look becomes late by three quarters of it at least.
+Seconds InterfaceQuerier::portCheckInterval() const {
+  return std::min(longestPortCheckInterval, 0.25 * status_->queryResponseInterval());
+}
+
 // Opens a port that could not be opened before; reads the counts of an open one.
 void InterfaceQuerier::handlePortTimer() {
   if (!querier_) {
     start();
     return;
   }
-  portTimer_.timeMinIs(Mox::now() + portCheckInterval);
+  portTimer_.timeMinIs(Mox::now() + portCheckInterval());
   takeCounts();
   reportCounts();
 }

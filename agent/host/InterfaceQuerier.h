@@ -66,10 +66,11 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
 
   // The interface as the kernel describes it now; null when there is none of that name.
   void linkIs(const Link* link);
-  // The host handled nothing for that long after a timer was due: it was stopped, and hosts that
-  // were asked meanwhile may have answered in vain. A querier that would count that as their
-  // silence is replaced by one that begins anew on the same status.
-  void rebuildAfterGap(Mox::Seconds gap);
+  // The host handled nothing for that long after a timer was due: it was stopped, perhaps since some
+  // time before, and hosts that were asked meanwhile may have answered in vain. A querier that could
+  // count that as their silence is replaced by one that begins anew on the same status: after every
+  // gap longer than the query response interval.
+  void rebuildAfterGap(Mox::Seconds late);
 
   // Ends all groups, or only that one, as if their members had left; members join again when the
   // next query asks them. Where there are many, the wheel's next turns end those that are left.
@@ -99,6 +100,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void portIs(std::unique_ptr<FramePort> port);
   void ipAddrIs(Ilvo::IpAddr addr);
   void presenceIs(Presence presence);
+  Mox::Seconds portCheckInterval() const;
   void handlePortTimer();
   void handleResendTimer();
   void transmit(const Gmp::Igmp::PublishedQuery& query);

@@ -291,10 +291,24 @@ TEST_F(InterfaceQuerierTest, endsNoGroupAfterAGapInWhichNothingWasHandled) {
 TEST_F(InterfaceQuerierTest, staysAsItIsAfterAGapInWhichHostsCouldStillAnswer) {
   up();
   const auto before = querier().querier();
-  querier().rebuildAfterGap(10.0);
+  querier().rebuildAfterGap(7.5);
   EXPECT_EQ(querier().querier(), before);
-  querier().rebuildAfterGap(10.1);
+  querier().rebuildAfterGap(7.6);
   EXPECT_NE(querier().querier(), before);
+}
+
+// Whenever the gap begins, a timer is so late at its end that it is seen.
+TEST_F(InterfaceQuerierTest, seesEveryGapLongerThanTheResponseInterval) {
+  up();
+  advance(100.0);
+  for (int begin = 0; begin < 50; ++begin) {
+    advance(0.1);
+    const auto before = querier().querier();
+    Mox::virtualTimeIs(Mox::now() + 10.1);
+    querier().rebuildAfterGap(Mox::now() - wheel_->nextDue());
+    EXPECT_NE(querier().querier(), before) << begin;
+    turn();
+  }
 }
 
 // While retransmissions of a lost election are pending, the role is only kept to finish them.
