@@ -4,6 +4,8 @@ import os
 import pathlib
 import re
 import subprocess
+import sys
+import time
 
 from querier import Querier, run_once
 from testcase import NO_DELAY, LabTestCase, main
@@ -39,8 +41,23 @@ class ManyInterfacesTest(LabTestCase):
         size = self.ring_bytes(pid)
         self.assertGreaterEqual(size, INTERFACES * 32 * 1024)
         self.assertLessEqual(size, 64 * 1024 * 1024)
+        begin = time.monotonic()
         done = run_once(self.router, "show", "interfaces", "--json", "--socket", querier.socket)
+        print(f"show interfaces: {time.monotonic() - begin:.2f} s", file=sys.stderr)
         self.assertEqual(INTERFACES, len(json.loads(done.stdout)))
+
+    def test_an_answer_that_changes_interrupt_hides_no_interface(self):
+        # Each change of an interface interrupts the answer in which the kernel lists them.
+        changing = self.lab.spawn(
+            self.router.namespace, "sh", "-c",
+            "while :; do for mtu in 1400 1500; do ip link set p0 mtu $mtu; done; done")
+        for _ in range(5):
+            querier = Querier(self.router, *NO_DELAY, verb=("run", self.names[-1]))
+            querier.expect("interfaceUp", interface=self.names[-1])
+            querier.stop()
+            self.assertEqual([], querier.seen("interfaceGone"))
+            self.assertEqual([], querier.seen("interfaceDown"))
+        self.assertIsNone(changing.poll())
 
 
 if __name__ == "__main__":
