@@ -1,5 +1,5 @@
 // Whatever frames a ring hands out, the way from the port through the intake into a querier stays
-// within the limits of the intake: groups, sources, notifications, bytes sent.
+// within the limits of the intake: groups, sources, notifications, bytes sent, memory.
 //
 // A step is a byte with the time that passes before it, in its highest bit whether checksums are
 // corrected, a length of two bytes, and as many bytes of a frame, up to 9,000.
@@ -17,6 +17,7 @@
 #include <Mox/EventLog.h>
 
 #include "Bytes.h"
+#include "HeapBytes.h"
 #include "IntakeBounds.h"
 #include "Messages.h"
 #include "Property.h"
@@ -37,15 +38,19 @@ using Mox::U8;
 constexpr Seconds begin = 1000.0;
 constexpr std::size_t mostFrameBytes = 9000;
 constexpr std::size_t etherHeaderBytes = 14;
+constexpr Mox::U32 mostGroups = 40;
+constexpr Mox::U32 mostSources = 400;
+// With what they have pending, and tables that have grown to hold them.
+constexpr std::size_t mostBytes = mostGroups * 2048 + mostSources * 512 + 65536;
 
 class World final : private Agent::IntakeWatcher {
  public:
   World() {
     srand48(1);
     querierConfig_->querierVersionIs(Gmp::Igmp::igmpVersion3);
-    config_->maxGroupsIs(40);
+    config_->maxGroupsIs(mostGroups);
     config_->maxGroupSourcesIs(64);
-    config_->maxSourcesIs(400);
+    config_->maxSourcesIs(mostSources);
     config_->maxQueryBurstIs(100);
     process_.config->maxProcessGroupsIs(45);
     process_.config->maxProcessSourcesIs(420);
@@ -65,6 +70,7 @@ class World final : private Agent::IntakeWatcher {
     if ((how & 0x80) != 0) repair(frame);
     receive(frame);
     for (const std::string& breach : bounds_.breaches()) property(false, breach);
+    property(Fuzz::heapBytes() < bytesBefore_ + mostBytes, "memory stays within the limits");
   }
 
  private:
@@ -131,6 +137,7 @@ class World final : private Agent::IntakeWatcher {
   Agent::Intake intake_{process_, config_, makePtr<Agent::IntakeStatus>("eth0"), status_, *this};
   Agent::IntakeBounds bounds_{config_, process_.config, querierConfig_, status_};
   const Output output_{querier_, bounds_};
+  const std::size_t bytesBefore_ = Fuzz::heapBytes();
 };
 
 }  // namespace
