@@ -74,7 +74,8 @@ class CongestionTest(LabTestCase):
         wait_until(lambda: len(self.overdue()) > GROUPS // 4, 30, "groups to be overdue")
         self.assertEqual([], self.querier.seen("error"))
         self.host.leave(LEFT)
-        self.querier.expect("error", 60, text=lambda text: "it took less than 64 KiB/s for 20 s" in text)
+        self.querier.expect("error", 60,
+                            text=lambda text: "it took less than 64 KiB/s for 20 s" in text)
         self.assert_gone(self.healthy)
         self.stopped.process.send_signal(signal.SIGCONT)
         wait_until(lambda: "agentLost" in [event["event"] for event in self.stopped.events], 30,

@@ -91,7 +91,8 @@ class CapabilitiesTest(RightsTestCase):
         folder = querier.socket.parent
         self.assertEqual(0, querier.stop())
         self.assertEqual([], querier.errors)
-        self.assertEqual([], [event for event in querier.events if event["event"] == "error"])
+        # A machine that is busy may lose packets.
+        self.assertEqual([], querier.seen("error", text=lambda text: "lost so far" not in text))
         self.assertEqual([], os.listdir(folder))
 
     def test_root_keeps_the_right_to_packets_and_no_other(self):
