@@ -9,12 +9,11 @@
 
 namespace Bench {
 
-// The allocator's, with the pool's cells in place of its chunks, which other benchmarks may have
-// filled.
+// The allocator's, and what is in use of the pool, whose spans are not the allocator's.
 inline size_t heapBytes() {
   const auto info = mallinfo2();
   const Mox::PoolUse pool = Mox::poolUse();
-  return info.uordblks + info.hblkhd - pool.heapChunks + pool.cells + pool.mappedBlocks;
+  return info.uordblks + info.hblkhd + pool.cells + pool.mappedBlocks;
 }
 
 }  // namespace Bench

@@ -27,29 +27,49 @@ constexpr bool pooled = true;
 
 constexpr size_t step = 16;
 constexpr size_t largest = 512;
-constexpr size_t firstChunk = size_t{1} << 13;
 constexpr size_t hugePage = size_t{1} << 21;
-constexpr size_t lastChunk = hugePage;
+constexpr size_t page = 4096;
+constexpr size_t spanBytes = size_t{1} << 16;
+constexpr size_t spansOfSegment = hugePage / spanBytes;
+// Free spans that stay in memory, beside as many as are in use: demand goes up and down.
+constexpr size_t spareSpans = 32;
 
 struct Cell {
   Cell* next;
 };
 
-// The cells of one size: those given back, and the rest of the newest chunk.
-struct Size {
-  Cell* free = nullptr;
-  std::byte* rest = nullptr;
-  std::byte* end = nullptr;
-  size_t chunk = firstChunk;
+// A part of a segment, for cells of one size. Cells come from those given back, then from the rest
+// that never was a cell.
+struct Span {
+  Cell* free;
+  std::byte* rest;
+  std::byte* end;
+  Span* next;  // in the list of its size, while it has room, or of free spans
+  Span* previous;
+  U32 used;  // cells
+  U32 size;  // their size's index
+  bool hasRoom;
+  bool returned;  // to the kernel, while it is free
 };
 
-std::array<Size, largest / step> sizes;
+// Spans lie side by side at a multiple of a huge page, which their heads begin.
+struct Segment {
+  std::array<Span, spansOfSegment> spans;
+};
+static_assert(sizeof(Segment) <= page);
+
+std::array<Span*, largest / step> withRoom;  // by size
+Span* freeSpans = nullptr;
+Span* returnedSpans = nullptr;
+size_t freeCount = 0;
+size_t usedCount = 0;
+bool anySegment = false;
 std::mutex mutex;
 PoolUse use{};
 
-// Memory on huge pages where the kernel grants them. The excess that the alignment needs is
-// unmapped again.
-void* mapHuge(size_t bytes) {
+// Memory on huge pages where the kernel grants them, if that is wanted. The excess that the alignment
+// needs is unmapped again.
+void* mapAligned(size_t bytes, bool huge) {
   void* mapped =
       mmap(nullptr, bytes + hugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) throw std::bad_alloc();
@@ -57,37 +77,118 @@ void* mapHuge(size_t bytes) {
   const size_t head = (hugePage - reinterpret_cast<size_t>(begin) % hugePage) % hugePage;
   if (head > 0) munmap(begin, head);
   munmap(begin + head + bytes, hugePage - head);
-  madvise(begin + head, bytes, MADV_HUGEPAGE);
+  madvise(begin + head, bytes, huge ? MADV_HUGEPAGE : MADV_NOHUGEPAGE);
   return begin + head;
 }
 
 size_t wholePages(size_t bytes) { return (bytes + hugePage - 1) / hugePage * hugePage; }
 
-void newChunk(Size& size) {
-  const bool huge = size.chunk == hugePage;
-  size.rest = static_cast<std::byte*>(huge ? mapHuge(hugePage) : ::operator new(size.chunk));
-  size.end = size.rest + size.chunk;
-  use.heapChunks += huge ? 0 : size.chunk;
-  size.chunk = std::min(size.chunk * 2, lastChunk);
+std::byte* segmentOf(void* inside) {
+  auto* at = static_cast<std::byte*>(inside);
+  return at - reinterpret_cast<size_t>(at) % hugePage;
+}
+
+Span& spanOf(void* cell) {
+  std::byte* const segment = segmentOf(cell);
+  const size_t number = static_cast<size_t>(static_cast<std::byte*>(cell) - segment) / spanBytes;
+  return reinterpret_cast<Segment*>(segment)->spans[number];
+}
+
+// The memory of a span: in the first one, behind the heads.
+std::byte* memoryOf(Span& span) {
+  std::byte* const segment = segmentOf(&span);
+  const auto number =
+      static_cast<size_t>(&span - reinterpret_cast<Segment*>(segment)->spans.data());
+  return segment + (number == 0 ? page : number * spanBytes);
+}
+
+void link(Span*& list, Span& span) {
+  span.previous = nullptr;
+  span.next = list;
+  if (list != nullptr) list->previous = &span;
+  list = &span;
+}
+
+void unlink(Span*& list, Span& span) {
+  (span.previous != nullptr ? span.previous->next : list) = span.next;
+  if (span.next != nullptr) span.next->previous = span.previous;
+}
+
+// The first segment does without a huge page: most processes need a part of it.
+void newSegment() {
+  auto* const segment = new (mapAligned(hugePage, anySegment)) Segment{};
+  anySegment = true;
+  for (size_t i = spansOfSegment; i-- > 0;) {
+    Span& span = segment->spans[i];
+    span.end = reinterpret_cast<std::byte*>(segment) + (i + 1) * spanBytes;
+    span.returned = true;  // nothing of it is in memory yet
+    link(returnedSpans, span);
+  }
+}
+
+Span& newSpan(size_t index) {
+  if (freeSpans == nullptr && returnedSpans == nullptr) newSegment();
+  Span*& from = freeSpans != nullptr ? freeSpans : returnedSpans;
+  Span& span = *from;
+  unlink(from, span);
+  if (!span.returned) --freeCount;
+  ++usedCount;
+  span.free = nullptr;
+  span.rest = memoryOf(span);
+  span.size = static_cast<U32>(index);
+  span.hasRoom = true;
+  span.returned = false;
+  link(withRoom[index], span);
+  return span;
+}
+
+void returnToKernel(Span& span) {
+  std::byte* const memory = memoryOf(span);
+  madvise(memory, static_cast<size_t>(span.end - memory), MADV_DONTNEED);
+  unlink(freeSpans, span);
+  --freeCount;
+  span.returned = true;
+  link(returnedSpans, span);
+}
+
+// While most spans are free, each that becomes free takes one more along.
+void spanDel(Span& span) {
+  unlink(withRoom[span.size], span);
+  --usedCount;
+  ++freeCount;
+  link(freeSpans, span);
+  for (int i = 0; i < 2 && freeCount > usedCount + spareSpans; ++i) returnToKernel(*freeSpans);
 }
 
 void* take(size_t index) {
-  Size& size = sizes[index];
-  use.cells += (index + 1) * step;
-  if (Cell* cell = size.free) {
-    size.free = cell->next;
-    return cell;
-  }
   const size_t bytes = (index + 1) * step;
-  if (size.rest == nullptr || static_cast<size_t>(size.end - size.rest) < bytes) newChunk(size);
-  void* cell = size.rest;
-  size.rest += bytes;
-  return cell;
+  Span& span = withRoom[index] != nullptr ? *withRoom[index] : newSpan(index);
+  use.cells += bytes;
+  ++span.used;
+  void* taken = span.free;
+  if (taken != nullptr) {
+    span.free = span.free->next;
+  } else {
+    taken = span.rest;
+    span.rest += bytes;
+  }
+  if (span.free == nullptr && static_cast<size_t>(span.end - span.rest) < bytes) {
+    span.hasRoom = false;
+    unlink(withRoom[index], span);
+  }
+  return taken;
 }
 
-void giveBack(size_t index, void* cell) {
-  use.cells -= (index + 1) * step;
-  sizes[index].free = new (cell) Cell{sizes[index].free};
+void giveBack(void* cell) {
+  Span& span = spanOf(cell);
+  use.cells -= (size_t{span.size} + 1) * step;
+  span.free = new (cell) Cell{span.free};
+  if (!span.hasRoom) {
+    span.hasRoom = true;
+    link(withRoom[span.size], span);
+  }
+  // The last one of its size stays: the next object of that size would take it again.
+  if (--span.used == 0 && (span.next != nullptr || span.previous != nullptr)) spanDel(span);
 }
 
 size_t indexOf(size_t bytes) { return (bytes - 1) / step; }
@@ -107,19 +208,18 @@ void poolDelete(void* cell, size_t bytes) noexcept {
     ::operator delete(cell);
     return;
   }
-  const size_t index = indexOf(bytes);
   if (!threadSafePtrs()) {
-    giveBack(index, cell);
+    giveBack(cell);
     return;
   }
   const std::scoped_lock lock(mutex);
-  giveBack(index, cell);
+  giveBack(cell);
 }
 
 void* blockNew(size_t bytes) {
   if (!pooled || bytes < hugePage) return ::operator new(bytes);
   use.mappedBlocks += wholePages(bytes);
-  return mapHuge(wholePages(bytes));
+  return mapAligned(wholePages(bytes), true);
 }
 
 void blockDelete(void* block, size_t bytes) noexcept {
@@ -131,6 +231,10 @@ void blockDelete(void* block, size_t bytes) noexcept {
   munmap(block, wholePages(bytes));
 }
 
-PoolUse poolUse() { return use; }
+PoolUse poolUse() {
+  PoolUse now = use;
+  now.spans = (usedCount + freeCount) * spanBytes;
+  return now;
+}
 
 }  // namespace Mox

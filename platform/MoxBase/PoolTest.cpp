@@ -1,5 +1,6 @@
 #include <MoxBase/Pool.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <random>
@@ -35,6 +36,74 @@ TEST(Pool, cellsOfRandomSizesDoNotOverlap) {
     }
   }
   for (const auto& [cell, what] : live) poolDelete(cell, what.first);
+}
+
+// Without a pool, as under AddressSanitizer, nothing of this can be seen.
+bool isPooled() {
+  const size_t before = poolUse().cells;
+  void* const cell = poolNew(48);
+  const bool pooled = poolUse().cells != before;
+  poolDelete(cell, 48);
+  return pooled;
+}
+
+class PoolMemoryTest : public testing::Test {
+ protected:
+  PoolMemoryTest() {
+    if (!isPooled()) skip();
+  }
+  static void skip() { GTEST_SKIP() << "every object is an allocation of its own"; }
+  static std::vector<void*> taken(size_t count, size_t bytes) {
+    std::vector<void*> cells(count);
+    for (void*& cell : cells) cell = poolNew(bytes);
+    return cells;
+  }
+  static void giveBack(const std::vector<void*>& cells, size_t bytes) {
+    for (void* cell : cells) poolDelete(cell, bytes);
+  }
+};
+
+TEST_F(PoolMemoryTest, goesBackWhenMostObjectsAreGone) {
+  if (IsSkipped()) return;
+  constexpr size_t bytes = 240;
+  const size_t before = poolUse().spans;
+  std::vector<void*> cells = taken(400'000, bytes);
+  EXPECT_GE(poolUse().spans, cells.size() * bytes);
+  // One of a thousand stays, wherever it lies.
+  std::vector<void*> stay;
+  std::mt19937 random(1);
+  std::shuffle(cells.begin(), cells.end(), random);
+  for (size_t i = 0; i < 400; ++i) {
+    stay.push_back(cells.back());
+    cells.pop_back();
+  }
+  giveBack(cells, bytes);
+  // Each of those keeps a span at most. As many free ones are kept, and a few.
+  constexpr size_t span = 65536;
+  EXPECT_LE(poolUse().spans, 2 * (before + 400 * span) + 40 * span);
+  giveBack(stay, bytes);
+  EXPECT_LE(poolUse().spans, 2 * before + 40 * span);
+}
+
+TEST_F(PoolMemoryTest, ofOneSizeServesAnother) {
+  if (IsSkipped()) return;
+  giveBack(taken(100'000, 96), 96);
+  const size_t before = poolUse().spans;
+  giveBack(taken(10'000, 160), 160);
+  EXPECT_LE(poolUse().spans, before + 65536);
+}
+
+TEST_F(PoolMemoryTest, thatWentBackIsUsedAgain) {
+  if (IsSkipped()) return;
+  for (int round = 0; round < 3; ++round) {
+    std::vector<void*> cells = taken(200'000, 64);
+    for (size_t i = 0; i < cells.size(); ++i) std::memset(cells[i], static_cast<int>(i % 251), 64);
+    for (size_t i = 0; i < cells.size(); ++i) {
+      ASSERT_EQ(static_cast<unsigned char*>(cells[i])[63], i % 251);
+    }
+    EXPECT_EQ(std::set<void*>(cells.begin(), cells.end()).size(), cells.size());
+    giveBack(cells, 64);
+  }
 }
 
 TEST(Pool, servesThreadsWhenPointersAreThreadSafe) {

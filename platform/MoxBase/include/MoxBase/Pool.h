@@ -1,9 +1,10 @@
 // Memory for counted objects, which may be a million of a few sizes.
 //
-// Sizes are rounded up to 16 bytes and each has a list of free cells; cells come from chunks that
-// grow with the demand and ask the kernel for huge pages, since objects in random order otherwise
-// miss the cache of page addresses each time. Chunks stay for the life of the process. Under
-// AddressSanitizer every object is an allocation of its own, so that a use after the end is seen.
+// Sizes are rounded up to 16 bytes. Cells of one size lie in spans of 64 KiB, and spans in segments
+// of a huge page, since objects in random order otherwise miss the cache of page addresses each
+// time. A span without objects serves any size; while most spans are free, their memory goes back
+// to the kernel. Under AddressSanitizer every object is an allocation of its own, so that a use
+// after the end is seen.
 #pragma once
 
 #include <cstddef>
@@ -19,11 +20,11 @@ MOX_PUBLIC void poolDelete(void* cell, size_t bytes) noexcept;
 MOX_PUBLIC void* blockNew(size_t bytes);
 MOX_PUBLIC void blockDelete(void* block, size_t bytes) noexcept;
 
-// Memory in use, in bytes: cells, blocks outside the heap, and chunks of cells on the heap.
+// In bytes: cells in use, blocks outside the heap, and the spans that the kernel has not got back.
 struct PoolUse {
   size_t cells;
   size_t mappedBlocks;
-  size_t heapChunks;
+  size_t spans;
 };
 MOX_PUBLIC PoolUse poolUse();
 
