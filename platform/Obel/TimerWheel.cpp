@@ -25,9 +25,15 @@ Seconds TimerWheel::nextDue() const {
   if (armed_ == 0) return Mox::never;  // slots may still hold disarmed timers
   Seconds due = isEmpty(soon_) ? Mox::never : soonMin_;
   if (!isEmpty(due_)) due = std::min(due, static_cast<const Reactor*>(due_.next)->timeMin_);
-  if (due != Mox::never) return due;
+  if (due != Mox::never && !(isMoving() && collected_ < mostCollected)) return due;
   constexpr Seconds secondsPerTick = 1.0 / 128;
-  return static_cast<Seconds>(firstStart_) * secondsPerTick;
+  return std::min(due, static_cast<Seconds>(firstStart_) * secondsPerTick);
+}
+
+// What is in due_ fires first, so that it stays short: its order costs a search.
+bool TimerWheel::mayMove() const {
+  if (isEmpty(due_)) return true;
+  return static_cast<const Reactor*>(due_.next)->timeMin_ > now_ && collected_ < mostCollected;
 }
 
 size_t TimerWheel::turn(Seconds now, size_t most) {
@@ -44,7 +50,12 @@ size_t TimerWheel::turn(Seconds now, size_t most) {
     if (!soonInOrder_) orderSoon();
     merge(due_, soon_);
   }
-  if (const Tick tick = tickOf(now_); tick > cursor_) moveCursor(tick);
+  const Tick tick = tickOf(now_);
+  if (most == noLimit) {
+    if (tick > cursor_ || isMoving()) moveCursor(tick, noLimit);
+  } else if ((tick > cursor_ || isMoving()) && mayMove()) {
+    moveCursor(tick, std::max<size_t>(most, 1) * movesOfTimer);
+  }
 
   size_t fired = 0;
   while (fired < most && !isEmpty(due_)) {

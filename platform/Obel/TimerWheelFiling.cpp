@@ -164,46 +164,60 @@ TimerWheel::Tick TimerWheel::firstSlotStart() const {
 
 // From slot to occupied slot, however far: a clock that jumps by years costs no more than the
 // timers.
-void TimerWheel::moveCursor(Tick target) {
+void TimerWheel::moveCursor(Tick target, size_t moves) {
   scratch_.clear();
-  while (firstStart_ <= target) {
+  while (firstStart_ <= target && moves > 0) {
     const Tick start = cursor_ = firstStart_;
     // From the coarsest down. A timer that leaves a slot here is filed before the next round of
     // every level that has a slot starting now, so none comes into a slot that is about to be
     // emptied.
-    for (size_t level = levels; level-- > 0;) {
+    for (size_t level = levels; level-- > 0 && moves > 0;) {
       const U64 shift = level * levelBits;
       const U64 own = static_cast<U64>(start) >> shift;
       if (own << shift != static_cast<U64>(start)) continue;
       const size_t slot = level * slotsPerLevel + own % slotsPerLevel;
-      if (slotSize_[slot] != 0) emptySlot(slot, target);
+      if (slotSize_[slot] != 0) moves -= emptySlot(slot, target, moves);
     }
-    firstStart_ = firstSlotStart();
+    if (moves > 0) firstStart_ = firstSlotStart();
   }
-  cursor_ = target;
-  appendScratch(due_);  // behind it: their ticks are later than those reached before
+  collected_ += scratch_.size();
+  if (firstStart_ > target) {
+    cursor_ = target;
+    collected_ = 0;
+  }
+  Link collected;
+  clear(collected);
+  appendScratch(collected);
+  merge(due_, collected);
 }
 
-void TimerWheel::emptySlot(size_t slot, Tick target) {
-  occupied_[slot / 64] &= ~(U64{1} << (slot % 64));
-  U32 left = std::exchange(slotSize_[slot], 0);
+// Takes at most `moves` timers out of the slot; how many it took.
+size_t TimerWheel::emptySlot(size_t slot, Tick target, size_t moves) {
   std::array<Link, chains>& chain = slot_[slot];
   std::array<Link*, chains> at;
   for (size_t i = 0; i < chains; ++i) {
     at[i] = chain[i].next;
     prefetch(at[i]);
-    clear(chain[i]);
   }
-  while (left > 0) {
-    for (size_t i = 0; i < chains; ++i) {
+  const U32 size = slotSize_[slot];
+  const U32 taken = static_cast<U32>(std::min<size_t>(size, moves));
+  for (U32 open = taken; open > 0;) {
+    for (size_t i = 0; i < chains && open > 0; ++i) {
       if (at[i] == &chain[i]) continue;
       Reactor& r = *static_cast<Reactor*>(at[i]);
       at[i] = r.next;
       prefetch(at[i]);
       refile(r, target);
-      --left;
+      --open;
     }
   }
+  for (size_t i = 0; i < chains; ++i) {
+    chain[i].next = at[i];
+    at[i]->prev = &chain[i];
+  }
+  slotSize_[slot] = size - taken;
+  if (taken == size) occupied_[slot / 64] &= ~(U64{1} << (slot % 64));
+  return taken;
 }
 
 // Files a timer by its present time; those that the cursor is about to pass are collected.

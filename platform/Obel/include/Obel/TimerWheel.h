@@ -53,10 +53,14 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // down and once for a timer that was put off or disarmed.
   Mox::Seconds nextDue() const;
 
-  // Fires the timers that are due at `now`, at most `most` of them, and returns how many it fired;
-  // the rest fires in the next turn, which is due at once. The wheel never goes back: an earlier
-  // time, or one that is not finite, turns it at its own time. Not from a callback.
-  size_t turn(Mox::Seconds now, size_t most = static_cast<size_t>(-1));
+  // Fires the timers that are due at `now` and returns how many it fired. The wheel never goes back:
+  // an earlier time, or one that is not finite, turns it at its own time. Not from a callback.
+  //
+  // With a limit it fires at most so many, and moves only some of those in slots, so that a million
+  // timers of one time take as many short turns; the next turn is due at once then. Which of them
+  // fire first is open, but those of one turn fire in order.
+  size_t turn(Mox::Seconds now, size_t most = noLimit);
+  static constexpr size_t noLimit = static_cast<size_t>(-1);
 
   // Virtual time: turn after turn, each at its time, until nothing is due by `until`, where the
   // wheel then stands. With `never`: until no timer is left.
@@ -84,6 +88,10 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // time goes into waiting for memory, and one list would wait for one timer at a time.
   static constexpr size_t chains = 8;
   static constexpr Tick noStart = std::numeric_limits<Tick>::max();
+  // Of a turn with a limit: how many timers it moves for each that it may fire, and how many wait in
+  // due_, where they are put in order, before it moves no more.
+  static constexpr size_t movesOfTimer = 64;
+  static constexpr size_t mostCollected = 4096;
   // The place of a reactor: the number of its slot, or one of these.
   static constexpr Mox::U64 placeNear = levels * slotsPerLevel;  // in due_ or soon_
   static constexpr Mox::U64 placeNone = placeNear + 1;
@@ -103,14 +111,19 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   Tick slotStart(size_t slot) const;
   Tick firstSlotStart() const;
   int firstOccupied(size_t level, size_t from) const;
-  void moveCursor(Tick target);
-  void emptySlot(size_t slot, Tick target);
+  bool isMoving() const { return firstStart_ <= cursor_; }
+  bool mayMove() const;
+  void moveCursor(Tick target, size_t moves);
+  size_t emptySlot(size_t slot, Tick target, size_t moves);
   void refile(Reactor& r, Tick target);
   void orderSoon();
   void appendScratch(Link& list);
 
   Mox::Seconds now_;
-  Tick cursor_;  // of now_: every slot that starts by then is empty
+  // Every slot that starts before it is empty, and those that start at it, unless the last turn
+  // ended before they were: firstStart_ is not behind it then. Else it is the tick of now_.
+  Tick cursor_;
+  size_t collected_ = 0;  // from such slots, while they are not empty
   bool turning_ = false;
   std::vector<Key> scratch_;  // timers to be put in order
   // Reactors hold the wheel as const: they cannot turn it, but they file themselves.
