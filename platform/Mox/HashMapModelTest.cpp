@@ -23,6 +23,40 @@ class HashMapModelTest : public testing::TestWithParam<MultiplierCase> {
   HashMapModelTest() { hashMultiplierIs(GetParam().multiplier); }
   ~HashMapModelTest() override { hashMultiplierIs(usualMultiplier); }
 
+  // Between two steps of a walk members come and go: those that stay are met once, others at most
+  // once for each time that they came.
+  void walkSeed(U32 seed) {
+    SCOPED_TRACE(testing::Message() << "seed " << seed);
+    Random random(seed);
+    const U32 keys = seed % 2 == 0 ? 40 : 400;
+    for (U32 key = 0; key < keys; ++key) {
+      if (random() % 4 != 0) insert(TestKey(key), key);
+    }
+    std::unordered_map<U32, U32> stay = model_;
+    std::unordered_map<U32, int> met;
+    std::unordered_map<U32, int> came;
+    U64 bookmark = 0;
+    do {
+      const size_t places = seed % 5 == 0 ? 4000 : 1 + random() % 8;
+      bookmark =
+          map_.walk(bookmark, places, [&](TestKey key, const ModelValue&) { ++met[key.value()]; });
+      for (U32 changes = random() % 6; changes > 0; --changes) {
+        const TestKey key(random() % (2 * keys));
+        stay.erase(key.value());
+        if (random() % 2 == 0) {
+          insert(key, 1);
+          ++came[key.value()];
+        } else {
+          erase(key);
+        }
+      }
+    } while (bookmark != 0);
+    for (const auto& [key, value] : stay) ASSERT_EQ(met[key], 1) << key;
+    for (const auto& [key, times] : met) ASSERT_LE(times, 1 + came[key]) << key;
+    map_.clear();
+    model_.clear();
+  }
+
   void runSeed(U32 seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     Random random(seed);
@@ -72,6 +106,10 @@ class HashMapModelTest : public testing::TestWithParam<MultiplierCase> {
 
 TEST_P(HashMapModelTest, agreesWithASimpleMap) {
   for (U32 seed = 1; seed <= 200 && !HasFailure(); ++seed) runSeed(seed);
+}
+
+TEST_P(HashMapModelTest, walkInStepsMeetsEachMemberThatStaysOnce) {
+  for (U32 seed = 1; seed <= 300 && !HasFailure(); ++seed) walkSeed(seed);
 }
 
 INSTANTIATE_TEST_SUITE_P(Multipliers, HashMapModelTest,

@@ -1,6 +1,7 @@
 // Entities as code sees them that does not know their types.
 #include <Mox/TypeInfo.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -124,6 +125,28 @@ TEST_F(TypeInfoTest, keysAreThoseOfTheMembers) {
   }
   EXPECT_THAT(beds_.keys(*garden_), ElementsAre(3u, 9u, 0xffffffffu));
   EXPECT_THAT(pots_.keys(*garden_), UnorderedElementsAre(3u, 9u, 0xffffffffu));
+}
+
+TEST_F(TypeInfoTest, keysAreWalkedInSteps) {
+  std::vector<U32> keys;
+  for (U32 key = 0; key < 100; ++key) keys.push_back(key * 3);
+  keys.push_back(0xffffffffu);
+  for (const U32 key : keys) {
+    beds_.add(*garden_, key);
+    pots_.add(*garden_, key);
+  }
+  for (const CollectionInfo* collection : {&beds_, &pots_}) {
+    std::vector<U32> met;
+    size_t steps = 0;
+    U64 bookmark = 0;
+    do {
+      bookmark = collection->walk(*garden_, bookmark, 10, [&](U32 key) { met.push_back(key); });
+      ++steps;
+    } while (bookmark != 0);
+    EXPECT_GE(steps, 10u);
+    if (!collection->ordered) std::sort(met.begin(), met.end());
+    EXPECT_EQ(met, keys);
+  }
 }
 
 TEST_F(TypeInfoTest, orderedCollectionFindsTheNextKey) {

@@ -340,15 +340,14 @@ class Entity : public EntityBase {
         self.template memberDel<row.collection>(K(key));
       }
     }
+    static U64 walk(const EntityBase& entity, U64 bookmark, size_t most,
+                    const std::function<void(U32)>& use) {
+      return members(entity).walk(bookmark, most, [&](K key, const auto&) { use(key.value()); });
+    }
     static std::vector<U32> keys(const EntityBase& entity) {
       std::vector<U32> all;
       all.reserve(size(entity));
-      if constexpr (ordered) {
-        const Map& from = members(entity);
-        for (auto at = from.begin(); at != from.end(); ++at) all.push_back(at.key().value());
-      } else {
-        for (const auto& member : members(entity)) all.push_back(member.key.value());
-      }
+      walk(entity, 0, static_cast<size_t>(-1), [&](U32 key) { all.push_back(key); });
       return all;
     }
     static std::optional<U32> next(const EntityBase& entity, U32 from) {
@@ -369,6 +368,7 @@ class Entity : public EntityBase {
                           .size = &size,
                           .find = &find,
                           .keys = &keys,
+                          .walk = &walk,
                           .keyText = &keyText};
       if constexpr (!isSet) made.memberType = &typeInfoOf<typename Held::element_type>;
       if constexpr (!owned) {

@@ -3,7 +3,7 @@
 // An empty one is one null pointer. Open addressing with each key beside its value, so that a
 // lookup touches one line of memory most of the time. Order of iteration is unspecified but the
 // same for the same history. Members must not be added or removed during an iteration: a walk that
-// deletes walks a copy of the keys.
+// deletes walks a copy of the keys. A walk in steps (`walk`) survives every change between two steps.
 //
 // The hash multiplies by a secret odd number that the host may draw at random (hashMultiplierIs),
 // so that no host on the link can choose addresses that collide.
@@ -114,6 +114,32 @@ class HashMap {
     return all;
   }
 
+  // Calls f(key, value) for the members from a bookmark on, 0 at first, in about `places` places of
+  // the table, and returns the next bookmark, or 0 at the end. Members may come and go between two
+  // calls, but not within one: each that is there all the time is met once.
+  template <class F>
+  U64 walk(U64 bookmark, size_t places, F f) const {
+    if (block_ == nullptr) return 0;
+    // A bookmark is a hash: it means the same in a table of any size, and members lie behind the
+    // place of their hash, without a free slot in between.
+    Block& b = *block_;
+    const int shift = shiftOf(b);
+    const size_t first = static_cast<size_t>(bookmark >> shift);
+    const size_t last = std::min(capacity(b), first + std::max<size_t>(places, 1));
+    const auto use = [&](size_t at) {
+      const U64 hash = slotsOf(b)[at].key * detail::hashMultiplier;
+      const size_t place = static_cast<size_t>(hash >> shift);
+      if (hash >= bookmark && place >= first && place < last) f(keyAt(at), valueAt(at));
+    };
+    if (bookmark == 0 && occupied(b, capacity(b))) f(K(0u), valueAt(capacity(b)));
+    size_t at = first;
+    for (; at < last; ++at) {
+      if (occupied(b, at)) use(at);
+    }
+    for (at &= b.mask; at != first && occupied(b, at); at = (at + 1) & b.mask) use(at);
+    return last == capacity(b) ? 0 : U64{last} << shift;
+  }
+
   template <class Map, class M>
   class Iter {
    public:
@@ -165,9 +191,9 @@ class HashMap {
     return std::launder(reinterpret_cast<Slot*>(reinterpret_cast<std::byte*>(&b) + slotsAt));
   }
   static bool occupied(Block& b, size_t at) { return slotsOf(b)[at].key != 0; }
+  static int shiftOf(const Block& b) { return 64 - std::countr_one(b.mask); }
   static size_t home(const Block& b, U32 key) {
-    const int shift = 64 - std::countr_one(b.mask);
-    return static_cast<size_t>((key * detail::hashMultiplier) >> shift);
+    return static_cast<size_t>((key * detail::hashMultiplier) >> shiftOf(b));
   }
 
   size_t slots() const { return block_ == nullptr ? 0 : capacity(*block_) + 1; }

@@ -13,6 +13,7 @@
 #include <array>
 #include <cstddef>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -151,6 +152,20 @@ class OrderedMap {
     Iterator it = lowerBound(key);
     if (!it.atEnd() && it.key_ == key) it.step();
     return it;
+  }
+
+  // Calls f(key, value) for at most `most` members from a bookmark on, 0 at first, and returns the
+  // next bookmark, or 0 at the end. For keys that are numbers of 32 bits.
+  template <class F>
+  U64 walk(U64 bookmark, size_t most, F f) const {
+    if (bookmark > std::numeric_limits<U32>::max()) return 0;
+    U64 next = bookmark;
+    for (auto at = lowerBound(K(static_cast<U32>(bookmark))); at != end(); ++at, --most) {
+      if (most == 0) return next;
+      f(at.key(), *at);
+      next = U64{at.key().value()} + 1;
+    }
+    return 0;
   }
 
  private:
