@@ -61,9 +61,7 @@ AttrLogServer::AttrLogServer(boost::asio::io_context& io, Setup setup,
       monitor_(Gmp::Igmp::gmpAttrLogSmFactory(Mox::makePtr<NoSocketYet>())),
       listener_(io, {.path = setup_.path, .what = serviceName}, wheel,
                 [this](Descriptor socket) { accept(std::move(socket)); }),
-      pollTimer_(wheel, *this) {
-  pollTimer_.timeMinIs(Mox::now() + pollInterval);
-}
+      pollTimer_(wheel, *this) {}
 
 AttrLogServer::~AttrLogServer() {
   monitor_->attrLogSockFdIs(-1);
@@ -87,6 +85,7 @@ void AttrLogServer::accept(Descriptor socket) {
   peers_.push_back(std::make_shared<AttrLogPeer>(io_, std::move(socket), directory_, setup,
                                                  std::move(handlers)));
   peers_.back()->start();
+  if (pollTimer_.timeMin() == Mox::never) pollTimer_.timeMinIs(Mox::now() + pollInterval);
   if (silentPeers() > mostSilent) endLongestSilent();
 }
 
@@ -112,8 +111,9 @@ size_t AttrLogServer::silentPeers() const {
   return static_cast<size_t>(std::ranges::count_if(peers_, isSilent));
 }
 
+// An agent without readers is not woken.
 void AttrLogServer::handlePollTimer() {
-  pollTimer_.timeMinIs(Mox::now() + pollInterval);
+  if (!peers_.empty()) pollTimer_.timeMinIs(Mox::now() + pollInterval);
   const Seconds now = Mox::now();
   for (const auto& peer : std::vector(peers_)) {
     if (peer->isTooSlow()) {

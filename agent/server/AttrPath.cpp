@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <optional>
-#include <span>
+#include <utility>
 
 #include <Mox/Entity.h>
 #include <Mox/TypeInfo.h>
@@ -96,27 +96,6 @@ PathContent contentOf(const Object& object) {
   return content;
 }
 
-std::vector<Mox::U32> sortedKeys(const CollectionInfo& collection, const Object& object) {
-  std::vector<Mox::U32> keys = collection.keys(entityOf(object));
-  if (!collection.ordered) std::ranges::sort(keys);
-  return keys;
-}
-
-PathContent keysOf(const CollectionInfo& collection, const Object& object) {
-  const std::vector<Mox::U32> keys = sortedKeys(collection, object);
-  PathContent content{Json::array(), {}};
-  const size_t shown = std::min(keys.size(), mostKeys);
-  for (const Mox::U32 key : std::span(keys).first(shown)) {
-    content.value.push_back(collection.keyText(key));
-  }
-  content.text = content.value;
-  if (shown < keys.size()) {
-    content.text.push_back(fmt::format("and {} more", keys.size() - shown));
-    content.value.push_back(content.text.back());
-  }
-  return content;
-}
-
 const Object& memberOf(const Object& object, const CollectionInfo& collection,
                        std::string_view text) {
   const std::optional<Mox::U32> key =
@@ -155,12 +134,12 @@ const Object& objectAt(const Object& object, const Step& step) {
   return *held;
 }
 
-PathContent contentAt(const Object& object, const Step& step) {
+PathTarget targetAt(const Object& object, const Step& step) {
   const CollectionInfo* collection = object.type().collection(step.name);
-  if (collection != nullptr && !step.key) return keysOf(*collection, object);
+  if (collection != nullptr && !step.key) return KeyWalk(&object, *collection, mostKeys);
   const AttrInfo* attr = object.type().attr(step.name);
   if (attr == nullptr || attr->get == nullptr || step.key) return contentOf(objectAt(object, step));
-  return {valueJson(*attr, object), attr->text(object)};
+  return PathContent{valueJson(*attr, object), attr->text(object)};
 }
 
 // The root that the path begins with; its name is removed from the path.
@@ -174,30 +153,36 @@ const Object* takeRoot(const ObjectRoots& roots, std::string_view& path) {
   return nullptr;
 }
 
+// The keys that can follow where a path has begun so, behind the name of the collection.
+KeyWalk keysThatFollow(const Object& object, const CollectionInfo& collection,
+                       std::string_view begun, const std::string& open) {
+  KeyWalk::Fits fits;
+  if (begun.size() > open.size()) {
+    fits = [&collection, begunKey = std::string(begun.substr(open.size()))](Mox::U32 key) {
+      return (collection.keyText(key) + "]").starts_with(begunKey);
+    };
+  }
+  return {&object, collection, mostCompletions, std::move(fits)};
+}
+
 // Every step that can follow here.
-void addSteps(std::vector<std::string>& all, const Object& object, const std::string& before,
+void addSteps(std::vector<Completion::Part>& all, const Object& object, const std::string& before,
               std::string_view begun) {
-  const auto add = [&](const std::string& step) {
-    if (step.starts_with(begun)) all.push_back(before + step);
-    return all.size() < mostCompletions;
-  };
   for (const AttrInfo* attr : object.type().record()) {
     if (attr->call != nullptr) continue;
-    if (!add(attr->name)) return;
+    if (std::string_view(attr->name).starts_with(begun)) all.push_back({before + attr->name, {}});
     // There may be a million keys: they are read only where one of them can fit.
     const std::string open = attr->name + std::string("[");
     if (attr->kind != Mox::AttrKind::collection) continue;
     if (!begun.starts_with(open) && !open.starts_with(begun)) continue;
     const CollectionInfo& collection = *object.type().collection(attr->name);
-    for (const Mox::U32 key : sortedKeys(collection, object)) {
-      if (!add(open + collection.keyText(key) + "]")) return;
-    }
+    all.push_back({before + open, keysThatFollow(object, collection, begun, open)});
   }
 }
 
 }  // namespace
 
-PathContent readPath(const ObjectRoots& roots, std::string_view path) {
+PathTarget readPath(const ObjectRoots& roots, std::string_view path) {
   if (path.empty()) {
     PathContent content{Json::array(), {}};
     for (const auto& [name, object] : roots) content.value.push_back(name);
@@ -215,28 +200,43 @@ PathContent readPath(const ObjectRoots& roots, std::string_view path) {
   if (rest.empty()) return contentOf(*object);
   Step step = stepOf(takeStep(rest));
   for (; !rest.empty(); step = stepOf(takeStep(rest))) object = &objectAt(*object, step);
-  return contentAt(*object, step);
+  return targetAt(*object, step);
 }
 
-std::vector<std::string> completions(const ObjectRoots& roots, std::string_view prefix) {
-  std::vector<std::string> all;
+Completion::Completion(const ObjectRoots& roots, std::string_view prefix) {
   for (const auto& [name, object] : roots) {
-    if (std::string_view(name).starts_with(prefix)) all.push_back(name);
+    if (std::string_view(name).starts_with(prefix)) parts_.push_back({name, {}});
   }
   std::string_view rest = prefix;
   const Object* object = takeRoot(roots, rest);
-  if (object == nullptr) return all;
+  if (object == nullptr) return;
   try {
     while (rest.find('/') != std::string_view::npos) {
       object = &objectAt(*object, stepOf(takeStep(rest)));
     }
   } catch (const PathError&) {
-    return {};
+    return;
   }
   std::string before(prefix.substr(0, prefix.size() - rest.size()));
   if (!before.ends_with('/')) before += '/';
-  addSteps(all, *object, before, rest);
-  return all;
+  addSteps(parts_, *object, before, rest);
+}
+
+bool Completion::step() {
+  if (at_ == parts_.size() || paths_.size() == mostCompletions) return false;
+  Part& part = parts_[at_];
+  if (!part.keys) {
+    paths_.push_back(part.text);
+  } else if (part.keys->step()) {
+    return true;
+  } else {
+    for (const Mox::U32 key : part.keys->keys()) {
+      if (paths_.size() == mostCompletions) break;
+      paths_.push_back(part.text + part.keys->collection().keyText(key) + "]");
+    }
+  }
+  ++at_;
+  return true;
 }
 
 }  // namespace Agent

@@ -12,7 +12,7 @@ namespace Agent {
 class Answer {
  public:
   enum class Progress {
-    more,     // to be called again when these lines have been taken
+    more,     // to be called again when these lines have been taken; at once if there are none
     waiting,  // there will be more, but not now
     done,
   };
@@ -24,7 +24,8 @@ class Answer {
   Answer& operator=(const Answer&) = delete;
   virtual ~Answer() = default;
 
-  // Appends whole lines that are there: as many as begin within a part.
+  // Appends whole lines that are there: as many as begin within a part. It returns within a
+  // millisecond, without a line if need be, so that packets do not wait for it.
   virtual Progress append(std::string& out) = 0;
 };
 

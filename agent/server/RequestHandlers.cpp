@@ -11,8 +11,6 @@
 #include <Local/AgentErrors.h>
 #include <Server/QuerierOperations.h>
 
-#include "AttrPath.h"
-
 namespace Agent {
 
 using Gmp::Igmp::QuerierSm;
@@ -78,21 +76,6 @@ std::unique_ptr<Answer> answerClearGroups(const RequestServices& services, const
   const size_t groups = services.clearGroups(interface, group);
   services.turn();
   return lineAnswer({{"groups", groups}});
-}
-
-std::unique_ptr<Answer> answerGet(const RequestServices& services, const Request& request) {
-  request.allow({"path"});
-  try {
-    const PathContent content = readPath(services.roots(), request.text("path"));
-    return lineAnswer({{"value", content.value}, {"text", content.text}});
-  } catch (const PathError& error) {
-    throw RequestError(RequestError::badUse, error.what());
-  }
-}
-
-std::unique_ptr<Answer> answerComplete(const RequestServices& services, const Request& request) {
-  request.allow({"prefix"});
-  return lineAnswer({{"paths", completions(services.roots(), request.text("prefix"))}});
 }
 
 struct Row {

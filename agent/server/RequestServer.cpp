@@ -52,6 +52,7 @@ class RequestServer::Client final : public LocalConnection {
   }
   std::string_view output() override {
     const std::string_view out = session_.out();
+    if (session_.isWorking()) outputDue();
     if (session_.ended()) server_.clientDel(*this);
     return out;
   }

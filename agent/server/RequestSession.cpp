@@ -15,6 +15,22 @@ std::string RequestSession::errorLine(const std::string& why, bool badUse) {
   return jsonLine(json) + '\n';
 }
 
+namespace {
+
+struct TooManyKeys {};
+
+// Discarded when the line is no JSON.
+Json parsed(const std::string& line) {
+  size_t keys = 0;
+  const auto countKeys = [&](int, Json::parse_event_t event, Json&) {
+    if (event == Json::parse_event_t::key && ++keys > RequestSession::mostKeys) throw TooManyKeys();
+    return true;
+  };
+  return Json::parse(line, countKeys, false);
+}
+
+}  // namespace
+
 size_t RequestSession::room() const {
   if (failed_) return 0;
   return longestLine + 1 - in_.size();
@@ -48,6 +64,8 @@ void RequestSession::advance() {
       if (answer_ == nullptr) return;
     }
     const Answer::Progress progress = answer_->append(out_);
+    isWorking_ = progress == Answer::Progress::more;
+    if (isWorking_) return;
     // A client that sends nothing more may have gone: no answer waits for later traces.
     const bool waits = progress == Answer::Progress::waiting;
     if (progress == Answer::Progress::done || (waits && inEnded_)) answer_.reset();
@@ -64,13 +82,15 @@ std::optional<std::string> RequestSession::takeLine() {
 }
 
 void RequestSession::answer(const std::string& line) {
-  Json json = Json::parse(line, nullptr, false);
-  if (!json.is_object()) {
-    fail("a request is one JSON object a line, such as {\"op\":\"traceHandles\"}");
-    return;
-  }
   try {
+    Json json = parsed(line);
+    if (!json.is_object()) {
+      fail("a request is one JSON object a line, such as {\"op\":\"traceHandles\"}");
+      return;
+    }
     answer_ = answerTo(services_, Request(std::move(json), rights_));
+  } catch (const TooManyKeys&) {
+    fail(fmt::format("a request has at most {} keys", mostKeys));
   } catch (const RequestError& error) {
     out_ += errorLine(error.what(), error.kind() == RequestError::badUse);
   }
@@ -78,6 +98,7 @@ void RequestSession::answer(const std::string& line) {
 
 void RequestSession::fail(const std::string& why) {
   failed_ = true;
+  isWorking_ = false;
   in_.clear();
   answer_.reset();
   out_ += errorLine(why, true);

@@ -24,6 +24,9 @@ namespace Agent {
 class RequestSession {
  public:
   static constexpr size_t longestLine = 65536;  // without its end
+  // Of all objects of a line. Each key is compared with those before it: a line full of them would
+  // take as long as a million requests.
+  static constexpr size_t mostKeys = 16;
 
   RequestSession(const RequestServices& services, Request::Rights rights)
       : services_(services), rights_(rights) {}
@@ -39,8 +42,9 @@ class RequestSession {
   void inEnd() { inEnded_ = true; }
 
   // The bytes to be sent, made when asked for and kept until they are taken. Empty when there are
-  // none now.
+  // none now; while isWorking(), the next call goes on with them.
   std::string_view out();
+  bool isWorking() const { return isWorking_ && out_.empty(); }
   void taken(size_t bytes) { out_.erase(0, bytes); }
   // An answer is under way: there may be more of it at any time.
   bool answering() const { return answer_ != nullptr; }
@@ -58,6 +62,7 @@ class RequestSession {
   std::string in_;  // lines that wait, and the beginning of one
   bool inEnded_ = false;
   std::unique_ptr<Answer> answer_;  // under way
+  bool isWorking_ = false;          // it has more, now
   std::string out_;
   bool failed_ = false;
 };

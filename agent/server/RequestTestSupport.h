@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -13,6 +14,8 @@
 #include <Mox/Trace.h>
 #include <Obel/TimerWheel.h>
 #include <Server/RequestServices.h>
+#include <gtest/gtest.h>
+#include "RequestSession.h"
 
 namespace Agent {
 
@@ -104,5 +107,40 @@ inline std::vector<std::string> linesOf(const std::string& text) {
   if (begin != text.size()) lines.push_back("unfinished: " + text.substr(begin));
   return lines;
 }
+
+// One client of that agent.
+class RequestSessionTest : public testing::Test {
+ protected:
+  using Lines = std::vector<std::string>;
+  using Rights = Request::Rights;
+
+  void send(const std::string& text) { session_->in(text); }
+  // All lines that it has now.
+  Lines received() {
+    // More than the ring fills, and than requests fit into a line.
+    constexpr size_t mostParts = 10'000;
+    std::string all;
+    size_t parts = 0;
+    for (std::string_view out = session_->out(); !out.empty() || session_->isWorking();
+         out = session_->out()) {
+      all += out;
+      session_->taken(out.size());
+      if (++parts == mostParts) {
+        ADD_FAILURE() << "an answer without end";
+        break;
+      }
+    }
+    return linesOf(all);
+  }
+  Lines answerTo(const std::string& request) {
+    send(request + "\n");
+    return received();
+  }
+  void rightsAreToRead() { session_.emplace(services_, Rights::read); }
+
+  RequestAgent agent_;
+  const RequestServices services_ = agent_.services();
+  std::optional<RequestSession> session_{std::in_place, services_, Rights::configure};
+};
 
 }  // namespace Agent

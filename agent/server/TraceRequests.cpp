@@ -1,7 +1,9 @@
 // Requests about traces: the ring, the handles and their levels.
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <fmt/format.h>
@@ -45,14 +47,33 @@ std::vector<TraceHandle*> handlesOf(const Request& request) {
   return name ? std::vector{&handleNamed(*name)} : knownHandles();
 }
 
+// One of the places of clients that follow, for as long as it exists.
+class FollowerPlace {
+ public:
+  explicit FollowerPlace(std::shared_ptr<size_t> followers) : followers_(std::move(followers)) {
+    if (*followers_ >= mostFollowers) {
+      throw RequestError(
+          RequestError::failure,
+          fmt::format("{} clients follow the traces already; end one of them", *followers_));
+    }
+    ++*followers_;
+  }
+  ~FollowerPlace() { --*followers_; }
+  FollowerPlace(const FollowerPlace&) = delete;
+  FollowerPlace& operator=(const FollowerPlace&) = delete;
+
+ private:
+  const std::shared_ptr<size_t> followers_;
+};
+
 // The ring from its oldest record on, up to the newest one at the time of the request, or without
 // end.
 // The records stay in the ring until the client has room for them.
 class TraceAnswer final : public Answer {
  public:
-  // Of all handles if `only` is null.
-  TraceAnswer(const TraceHandle* only, bool follow)
-      : only_(only), end_(follow ? noEnd : Mox::brevlog().recorded()) {}
+  // Of all handles if `only` is null. With a place it follows.
+  TraceAnswer(const TraceHandle* only, std::unique_ptr<FollowerPlace> place)
+      : only_(only), place_(std::move(place)), end_(place_ ? noEnd : Mox::brevlog().recorded()) {}
 
   Progress append(std::string& out) override {
     while (out.size() < partBytes) {
@@ -86,6 +107,7 @@ class TraceAnswer final : public Answer {
   }
 
   const TraceHandle* const only_;
+  const std::unique_ptr<FollowerPlace> place_;
   Ring::Reader reader_{Mox::brevlog()};
   const Mox::U64 end_;
   Mox::U64 answered_ = reader_.position();  // or reported as lost
@@ -93,11 +115,13 @@ class TraceAnswer final : public Answer {
 
 }  // namespace
 
-std::unique_ptr<Answer> answerTrace(const RequestServices&, const Request& request) {
+std::unique_ptr<Answer> answerTrace(const RequestServices& services, const Request& request) {
   request.allow({"handle", "follow"});
   const auto name = request.optionalText("handle");
-  return std::make_unique<TraceAnswer>(name ? &handleNamed(*name) : nullptr,
-                                       request.flag("follow"));
+  const TraceHandle* const only = name ? &handleNamed(*name) : nullptr;
+  std::unique_ptr<FollowerPlace> place;
+  if (request.flag("follow")) place = std::make_unique<FollowerPlace>(services.followers);
+  return std::make_unique<TraceAnswer>(only, std::move(place));
 }
 
 std::unique_ptr<Answer> answerTraceHandles(const RequestServices&, const Request& request) {

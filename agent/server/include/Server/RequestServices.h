@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -26,6 +27,8 @@ struct RequestServices {
   // Returns how many there were.
   std::function<size_t(const std::string& interface, std::optional<Ilvo::IpAddr> group)>
       clearGroups;
+  // How many clients follow the traces now.
+  std::shared_ptr<size_t> followers = std::make_shared<size_t>(0);
 };
 
 }  // namespace Agent
