@@ -45,6 +45,9 @@ using Agent::LinkTable;
 
 namespace {
 
+// A service manager waits for the end, and after it for the output.
+constexpr Mox::Seconds finalStateDuration = 0.2;
+
 const std::map<std::string, Agent::EventScope, std::less<>> scopes{
     {"all", Agent::EventScope::all},
     {"changes", Agent::EventScope::changes},
@@ -114,11 +117,26 @@ class RunVerb final : public Verb {
     limitRights(user, socketPath(agent));
     Agent::fatalTraceFolderIs(traceFolder);
     std::optional<AgentLoop> loop;
-    setup.onStateRequested = [&] { output.lines(stateOf(*loop)); };
+    std::optional<Agent::StateParts> state;
+    const auto begin = [&] {
+      state.emplace(loop->views(), Mox::now(), json_ ? Agent::Format::json : Agent::Format::text);
+      if (!json_) output.lines("\n");
+    };
+    setup.onStateRequested = [&] {
+      if (!state) begin();
+      return writePart(output, state);
+    };
     loop.emplace(setup, events);
     loop->run();
     events.finish();
-    output.lines(stateOf(*loop));
+    begin();
+    const Mox::Seconds end = Mox::now() + finalStateDuration;
+    while (writePart(output, state)) {
+      output.flush();
+      if (Mox::now() < end) continue;
+      output.event(notice("there are more groups than can be shown before the end"));
+      break;
+    }
     return exitOk;
   }
 
@@ -221,10 +239,22 @@ class RunVerb final : public Verb {
     return {name, entities.config, entities.intake, boundary};
   }
 
-  std::string stateOf(const AgentLoop& loop) const {
-    const auto everything = Agent::StatePart::everything;
-    if (json_) return stateJson(everything, loop.views(), Mox::now());
-    return "\n" + stateText(everything, loop.views(), Mox::now()) + "\n";
+  // False after the last part.
+  bool writePart(EventOutput& output, std::optional<Agent::StateParts>& state) const {
+    const std::string part = state->next();
+    if (!part.empty()) {
+      output.lines(part);
+      return true;
+    }
+    if (!json_) output.lines("\n");
+    state.reset();
+    return false;
+  }
+
+  static Agent::Event notice(const char* text) {
+    Agent::Event event{.time = Mox::now(), .kind = Agent::Event::notice};
+    event.text = text;
+    return event;
   }
 
   std::vector<std::string> interfaces_;

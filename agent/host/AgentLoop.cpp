@@ -15,17 +15,21 @@
 #include <Server/RequestServer.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 
 #include "InterfaceQuerier.h"
+#include "LoopState.h"
 #include "WheelAlarm.h"
 
 namespace Agent {
 
 namespace {
 
-// How long timers may keep the loop from the rings; those that are left over are due at once.
-constexpr Mox::Seconds turnQuantum = 0.005;
+// How long timers, and how long other handlers, may keep the loop from the rings. Timers that are
+// left over are due at once. One step of either may begin just before that and take as long again.
+constexpr Mox::Seconds turnQuantum = 0.002;
+constexpr Mox::Seconds handlersQuantum = 0.001;
 constexpr size_t timersOfTurn = 16;  // between two looks at the clock
 // A batch of packets takes no longer, so that timers that are due do not wait.
 constexpr Mox::Seconds longestBatch = 0.05;
@@ -81,6 +85,8 @@ class AgentLoop::Impl {
   void turnWheel();
   void rebuildAfterGap();
   void reportChanges();
+  // The next part of the state, if it was requested.
+  void reportState();
   // Tries again soon when the output does not take the events now.
   void flushOutput();
 
@@ -95,14 +101,16 @@ class AgentLoop::Impl {
   StatusWatcher::Pending pending_;
   IntakeProcess process_;
   ReceivedBatch batch_;
-  const std::function<void()> onStateRequested_;
+  const std::function<bool()> onStateRequested_;
   const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   const InterfaceQuerier::Services services_;
   std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;  // in the order of the setup
   std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
   const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
+  const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
   bool inBatch_ = false;
+  bool stateRequested_ = false;
   Mox::Seconds lastBatchEnd_ = Mox::now();
 };
 
@@ -187,6 +195,7 @@ ObjectRoots AgentLoop::Impl::roots() const {
     if (querier->running()) all.emplace_back("querierSm/" + querier->name(), querier->querier());
   }
   all.emplace_back("attrLogSm", attrLog_->monitor());
+  all.emplace_back("loop", state_);
   return all;
 }
 
@@ -226,7 +235,8 @@ void AgentLoop::Impl::run() {
   alarm_.timeIs(wheel_->nextDue());
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
-    if (Mox::now() > lastBatchEnd_ + turnQuantum) handleBatch();
+    if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
+    reportState();
     flushOutput();
     alarm_.timeIs(wheel_->nextDue());
   }
@@ -265,7 +275,7 @@ void AgentLoop::Impl::waitForPackets() {
 void AgentLoop::Impl::handleSignal(int number) {
   handleBatch();
   if (number == SIGUSR1) {
-    if (onStateRequested_) onStateRequested_();
+    if (onStateRequested_) stateRequested_ = true;
   } else if (number == SIGHUP) {
     Event event{.time = Mox::now(), .kind = Event::notice};
     event.text = "nothing is read again: a configuration is read at the start only";
@@ -280,7 +290,9 @@ void AgentLoop::Impl::handleSignal(int number) {
 void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
   rebuildAfterGap();
+  state_->ringsReadBegins();
   rings_.readReady(batchDuration());
+  state_->ringsReadEnds();
   turnWheel();
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
@@ -311,6 +323,13 @@ void AgentLoop::Impl::rebuildAfterGap() {
 void AgentLoop::Impl::reportChanges() {
   pending_.flush();
   alarm_.timeIs(wheel_->nextDue());
+}
+
+// A part at a time, when the output has taken the one before.
+void AgentLoop::Impl::reportState() {
+  if (!stateRequested_ || outputTimer_.timeMin() != Mox::never) return;
+  stateRequested_ = onStateRequested_();
+  if (stateRequested_) boost::asio::post(io_, [] {});  // the loop comes back at once
 }
 
 void AgentLoop::Impl::flushOutput() {

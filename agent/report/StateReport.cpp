@@ -9,19 +9,19 @@ namespace Agent {
 
 namespace {
 
-std::string everythingText(InterfaceViews interfaces, Mox::Seconds now) {
-  if (interfaces.empty()) return "no interfaces\n";
-  return stateText(StatePart::interfaces, interfaces, now) + "\n" +
-         stateText(StatePart::groups, interfaces, now) + "\n" +
-         stateText(StatePart::counters, interfaces, now);
-}
-
 // One line, as an event.
-std::string everythingJson(InterfaceViews interfaces, Mox::Seconds now) {
+std::string stateLine(const Table& table, Mox::Seconds now, bool first) {
   JsonObject json;
   json.times(now).text("event", "state");
-  everythingTable(interfaces, now).appendJson(json.value("interfaces"), Table::Lines::one);
+  if (!first) json.flag("continued", true);
+  table.appendJson(json.value("interfaces"), Table::Lines::one);
   return std::move(json).line() + '\n';
+}
+
+// Columns of one width throughout.
+std::string everythingText(InterfaceViews interfaces, Mox::Seconds now) {
+  StateParts parts({interfaces.begin(), interfaces.end()}, now, Format::text, GroupWindow::allRows);
+  return parts.next();
 }
 
 std::string rowsText(const Table& table, const char* none) {
@@ -39,15 +39,16 @@ std::string turnedText(const Table& table) {
 }
 
 Table partTable(StatePart part, InterfaceViews interfaces, Mox::Seconds now) {
+  GroupWindow window;
   switch (part) {
-    case StatePart::everything: return everythingTable(interfaces, now);
+    case StatePart::everything: return everythingTable(interfaces, now, window);
     case StatePart::interfaces: return interfaceTable(interfaces, now);
-    case StatePart::groups: return groupTable(interfaces, now);
+    case StatePart::groups: return groupTable(interfaces, now, window);
     case StatePart::sources: return sourceTable(interfaces, now);
     case StatePart::counters: return counterTable(interfaces);
     case StatePart::config: return configTable(interfaces);
   }
-  return everythingTable(interfaces, now);
+  return everythingTable(interfaces, now, window);
 }
 
 }  // namespace
@@ -66,10 +67,59 @@ std::string stateText(StatePart part, InterfaceViews interfaces, Mox::Seconds no
 }
 
 std::string stateJson(StatePart part, InterfaceViews interfaces, Mox::Seconds now) {
-  if (part == StatePart::everything) return everythingJson(interfaces, now);
+  if (part == StatePart::everything) {
+    GroupWindow all;
+    return stateLine(everythingTable(interfaces, now, all), now, true);
+  }
   std::string json;
   partTable(part, interfaces, now).appendJson(json, Table::Lines::each);
   return json + "\n";
+}
+
+StateParts::StateParts(std::vector<InterfaceView> interfaces, Mox::Seconds now, Format format,
+                       size_t rows)
+    : interfaces_(std::move(interfaces)), now_(now), format_(format), rows_(rows) {}
+
+std::string StateParts::next() {
+  if (ended_) return {};
+  return format_ == Format::json ? nextJson() : nextText();
+}
+
+// Tables of interfaces, groups and counters, with an empty line between them.
+std::string StateParts::nextText() {
+  if (interfaces_.empty()) {
+    ended_ = true;
+    return "no interfaces\n";
+  }
+  std::string text;
+  if (!std::exchange(begun_, true)) {
+    interfaceTable(interfaces_, now_).appendText(text);
+    text += '\n';
+  }
+  GroupWindow window{.rows = rows_, .interface = interface_, .group = group_};
+  const Table groups = groupTable(interfaces_, now_, window);
+  if (groups.rows() != 0) {
+    groups.appendText(text, widths_);
+  } else if (widths_.empty()) {
+    text += "no groups\n";
+  }
+  interface_ = window.interface;
+  group_ = window.group;
+  ended_ = interface_ == interfaces_.size();
+  if (ended_) text += '\n' + turnedText(counterTable(interfaces_));
+  return text;
+}
+
+std::string StateParts::nextJson() {
+  GroupWindow window{.rows = rows_, .interface = interface_, .group = group_};
+  const bool first = !std::exchange(begun_, true);
+  std::string line = stateLine(first ? everythingTable(interfaces_, now_, window)
+                                     : moreGroupsTable(interfaces_, now_, window),
+                               now_, first);
+  interface_ = window.interface;
+  group_ = window.group;
+  ended_ = interface_ == interfaces_.size();
+  return line;
 }
 
 void printState(std::FILE* out, StatePart part, InterfaceViews interfaces, Mox::Seconds now,

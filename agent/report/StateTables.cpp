@@ -133,18 +133,33 @@ void addGroupSources(Table& table, const InterfaceView& view, const QuerierGroup
 }
 
 // The interface is the first column unless the rows are below those of the interface.
-void addGroups(Table& table, const InterfaceView& view, Seconds now, size_t firstColumn) {
-  forEachGroup(view, [&](const InterfaceView&, const QuerierGroupStatus& group) {
-    const std::array<Cell, 7> cells{view.name,
-                                    group.groupAddr(),
-                                    filterModeName(group.filterMode()),
-                                    Mox::U64{group.compatibilityMode()},
-                                    group.lastReporter(),
-                                    Duration{now - group.creationTime()},
-                                    timeLeft(view, group.expiryTime(), now)};
-    table.row(std::span(cells).subspan(firstColumn));
-    addGroupSources(table.below(), view, group, now);
-  });
+void addGroup(Table& table, const InterfaceView& view, const QuerierGroupStatus& group, Seconds now,
+              size_t firstColumn) {
+  const std::array<Cell, 7> cells{view.name,
+                                  group.groupAddr(),
+                                  filterModeName(group.filterMode()),
+                                  Mox::U64{group.compatibilityMode()},
+                                  group.lastReporter(),
+                                  Duration{now - group.creationTime()},
+                                  timeLeft(view, group.expiryTime(), now)};
+  table.row(std::span(cells).subspan(firstColumn));
+  addGroupSources(table.below(), view, group, now);
+}
+
+// From where the window begins in this interface, until it is full.
+void addGroups(Table& table, const InterfaceView& view, Seconds now, size_t firstColumn,
+               GroupWindow& window) {
+  const QuerierStatus::GroupMap& groups = view.status->group();
+  for (auto at = groups.lowerBound(window.group); at != groups.end(); ++at) {
+    if (window.rows == 0) {
+      window.group = at.key();
+      return;
+    }
+    addGroup(table, view, **at, now, firstColumn);
+    window.rows -= std::min(window.rows, 1 + (*at)->source().size());
+  }
+  window.group = Ilvo::IpAddr();
+  ++window.interface;
 }
 
 void addColumns(Columns& columns, const Columns& added) {
@@ -269,25 +284,40 @@ Table interfaceTable(InterfaceViews interfaces, Seconds now) {
   return table;
 }
 
-Table everythingTable(InterfaceViews interfaces, Seconds now) {
+Table everythingTable(InterfaceViews interfaces, Seconds now, GroupWindow& window) {
   Columns columns = interfaceColumns;
   addColumns(columns, counterColumns(interfaces, false, "counters"));
   Table table(std::move(columns));
   Table& groups = table.belowIs("groups", withoutFirst(groupColumns));
   groups.belowIs("sources", groupSourceColumns);
-  for (const InterfaceView& view : interfaces) {
+  for (size_t at = 0; at < interfaces.size(); ++at) {
+    const InterfaceView& view = interfaces[at];
     Cells cells = interfaceCells(view, now);
     addCounters(cells, view, interfaces);
     table.row(cells);
-    addGroups(groups, view, now, 1);
+    if (window.interface == at) addGroups(groups, view, now, 1, window);
   }
   return table;
 }
 
-Table groupTable(InterfaceViews interfaces, Seconds now) {
+Table moreGroupsTable(InterfaceViews interfaces, Seconds now, GroupWindow& window) {
+  Table table(Columns{{"interface", "INTERFACE"}});
+  Table& groups = table.belowIs("groups", withoutFirst(groupColumns));
+  groups.belowIs("sources", groupSourceColumns);
+  while (window.interface < interfaces.size() && window.rows > 0) {
+    const InterfaceView& view = interfaces[window.interface];
+    table.row({view.name});
+    addGroups(groups, view, now, 1, window);
+  }
+  return table;
+}
+
+Table groupTable(InterfaceViews interfaces, Seconds now, GroupWindow& window) {
   Table table(groupColumns);
   table.belowIs("sources", groupSourceColumns);
-  for (const InterfaceView& view : interfaces) addGroups(table, view, now, 0);
+  while (window.interface < interfaces.size() && window.rows > 0) {
+    addGroups(table, interfaces[window.interface], now, 0, window);
+  }
   return table;
 }
 

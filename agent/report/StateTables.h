@@ -1,8 +1,10 @@
 // The tables of the state report, each from the status of every interface given.
 #pragma once
 
+#include <cstddef>
 #include <span>
 
+#include <Ilvo/IpAddr.h>
 #include <MoxBase/Types.h>
 #include <Report/InterfaceView.h>
 
@@ -12,12 +14,24 @@ namespace Agent {
 
 using InterfaceViews = std::span<const InterfaceView>;
 
+// Which groups go into a table: from one group of one interface on, until there are so many rows.
+// Making a table moves it on to the first group that found no room.
+struct GroupWindow {
+  static constexpr size_t allRows = static_cast<size_t>(-1);
+
+  size_t rows = allRows;  // of groups and sources
+  size_t interface = 0;   // all of them stand before it at the end
+  Ilvo::IpAddr group = {};
+};
+
 // A row each: role, timers, values in effect.
 Table interfaceTable(InterfaceViews interfaces, Mox::Seconds now);
 // The same with counters and groups in each, for programs that read everything at once.
-Table everythingTable(InterfaceViews interfaces, Mox::Seconds now);
+Table everythingTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
+// The groups of a window, a row for each interface, and nothing else of it.
+Table moreGroupsTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
 // A row for each group, with its sources below.
-Table groupTable(InterfaceViews interfaces, Mox::Seconds now);
+Table groupTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
 Table sourceTable(InterfaceViews interfaces, Mox::Seconds now);
 // A row for each interface and a column for each counter: for people rather turned.
 Table counterTable(InterfaceViews interfaces);

@@ -128,8 +128,17 @@ void Table::forEachLine(F f) const {
 
 void Table::appendText(std::string& out) const {
   std::vector<size_t> widths;
+  appendText(out, widths);
+}
+
+void Table::appendText(std::string& out, std::vector<size_t>& widths) const {
+  const bool heading = widths.empty();
   forEachLine([&](const Line& line) { widen(widths, line); });
-  forEachLine([&](const Line& line) { appendLine(out, widths, line); });
+  bool first = true;
+  forEachLine([&](const Line& line) {
+    if (heading || !first) appendLine(out, widths, line);
+    first = false;
+  });
 }
 
 void Table::appendTurnedText(std::string& out) const {

@@ -14,88 +14,15 @@ import re
 import statistics
 import subprocess
 import sys
-import time
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
-sys.path.insert(0, str(ROOT / "lab"))
-from lab import Lab, ip, wait_until, why_not  # noqa: E402
+from loop_figures import loop_works
+from world import AGENT_CPU, MEGABYTE, World, cpu_seconds
+from lab import why_not
 
-IGMPQ = os.environ.get("IGMPQ", ROOT / "build/release/igmpq/igmpq")
-LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/link/LinkLoad")
-AGENT_CPU, SENDER_CPU = 0, 1
-MEGABYTE = 1024 * 1024
 RATE = 300_000  # frames a second
 QUERY_INTERVAL = 2  # seconds, in the runs that look at the queries
 SEED = "63230"  # the first queries leave within 0.1 s
 IGMP_QUERY = "ether[38] = 0x11"  # behind an IP header of 24 bytes
-
-
-class World:
-    """An agent on eth0 and eth1, and the other end of both links."""
-
-    def __init__(self, *options):
-        self.lab = Lab()
-        self.router = self.lab.add_namespace("router")
-        self.hosts = self.lab.add_namespace("hosts")
-        for number in (0, 1):
-            ip("-n", self.router, "link", "add", "name", f"eth{number}", "type", "veth",
-               "peer", "name", f"load{number}", "netns", self.hosts)
-            ip("-n", self.router, "address", "add", f"10.{77 + number}.0.1/16",
-               "dev", f"eth{number}")
-            ip("-n", self.router, "link", "set", f"eth{number}", "up")
-            ip("-n", self.hosts, "link", "set", f"load{number}", "up")
-        self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
-        self.output = open(pathlib.Path(self.lab.scratch.name, "events"), "wb")
-        self.agent = self.lab.spawn(
-            self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", "eth0", "eth1",
-            "--querier-version", "3", "--socket", self.socket, *options, stdout=self.output)
-        wait_until(lambda: self.socket.exists() and len(self.shown("interfaces")) == 2, 20,
-                   "the agent to serve")
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.lab.close()
-        self.output.close()
-
-    def shown(self, *what):
-        done = subprocess.run(
-            ("ip", "netns", "exec", self.router, IGMPQ, "show", *what, "--json",
-             "--socket", self.socket), capture_output=True, text=True, check=False)
-        return json.loads(done.stdout) if done.returncode == 0 else []
-
-    def groups(self, interface="eth0"):
-        return {shown["group"] for shown in self.shown("groups", interface)}
-
-    def counters(self):
-        return self.shown("counters", "eth0")[0]
-
-    def start(self, work, link=0, **options):
-        words = [f"--{key.replace('_', '-')}={value}" for key, value in options.items()]
-        return self.lab.spawn(self.hosts, "taskset", "-c", SENDER_CPU, LINK_LOAD, f"load{link}",
-                              "--work", work, *words, stdout=subprocess.PIPE)
-
-    def send(self, work, link=0, **options):
-        sender = self.start(work, link, **options)
-        text, _ = sender.communicate()
-        if sender.returncode != 0: raise OSError("the sender failed")
-        return json.loads(text)["sent"]
-
-    def settle(self):
-        """Waits until the agent has taken all that the link holds."""
-        before = -1
-        while before != (before := cpu_seconds(self.agent.pid)):
-            time.sleep(0.2)
-
-    def peak_bytes(self):
-        status = pathlib.Path(f"/proc/{self.agent.pid}/status").read_text(encoding="ascii")
-        line = next(line for line in status.splitlines() if line.startswith("VmHWM"))
-        return int(line.split()[1]) * 1024
-
-
-def cpu_seconds(pid):
-    return int(pathlib.Path(f"/proc/{pid}/schedstat").read_text(encoding="ascii").split()[0]) / 1e9
 
 
 def busy_seconds(cpu):
@@ -195,7 +122,7 @@ def flood(work, hosts, rate, seconds):
         with concurrent.futures.ThreadPoolExecutor() as pool:
             wrong = sum(pool.map(next, honest))
         attack.communicate()
-        return {"wrong": wrong, "peak_mb": world.peak_bytes() / MEGABYTE,
+        return {"wrong": wrong, "peak_mb": world.memory_bytes("VmHWM") / MEGABYTE,
                 "late_ms": max(map(latest_query, captures)) * 1000,
                 "lost": world.counters()["framesLost"]}
 
@@ -225,7 +152,7 @@ def works(tiny):
                          {"wrong": 0, "late_ms": 100, "peak_mb": 250},
                          lambda work=work, hosts=hosts: flood(work, hosts, RATE,
                                                               6 if tiny else 10)))
-    return rows
+    return rows + loop_works(tiny)
 
 
 def main():

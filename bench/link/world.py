@@ -1,0 +1,92 @@
+"""A link for the benchmarks: an agent in one network namespace, senders in another."""
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "lab"))
+from lab import Lab, ip, wait_until  # noqa: E402
+
+IGMPQ = os.environ.get("IGMPQ", ROOT / "build/release/igmpq/igmpq")
+LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/link/LinkLoad")
+AGENT_CPU, SENDER_CPU = 0, 1
+MEGABYTE = 1024 * 1024
+
+
+class World:
+    """An agent on eth0, eth1 and so on, and the other end of each link, load0 and so on."""
+
+    def __init__(self, *options, interfaces=2):
+        self.lab = Lab()
+        self.router = self.lab.add_namespace("router")
+        self.hosts = self.lab.add_namespace("hosts")
+        names = [f"eth{number}" for number in range(interfaces)]
+        for number in range(interfaces):
+            ip("-n", self.router, "link", "add", "name", f"eth{number}", "type", "veth",
+               "peer", "name", f"load{number}", "netns", self.hosts)
+            ip("-n", self.router, "address", "add", f"10.{77 + number}.0.1/16",
+               "dev", f"eth{number}")
+            ip("-n", self.router, "link", "set", f"eth{number}", "up")
+            ip("-n", self.hosts, "link", "set", f"load{number}", "up")
+        self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
+        self.output = open(pathlib.Path(self.lab.scratch.name, "events"), "wb")
+        self.agent = self.lab.spawn(
+            self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", *names,
+            "--querier-version", "3", "--socket", self.socket, *options, stdout=self.output)
+        wait_until(lambda: self.socket.exists() and len(self.shown("interfaces")) == interfaces, 20,
+                   "the agent to serve")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.lab.close()
+        self.output.close()
+
+    def shown(self, *what):
+        done = subprocess.run(
+            ("ip", "netns", "exec", self.router, IGMPQ, "show", *what, "--json",
+             "--socket", self.socket), capture_output=True, text=True, check=False)
+        return json.loads(done.stdout) if done.returncode == 0 else []
+
+    def groups(self, interface="eth0"):
+        return {shown["group"] for shown in self.shown("groups", interface)}
+
+    def got(self, path):
+        """The value at a path, through the request socket."""
+        done = subprocess.run((IGMPQ, "get", path, "--json", "--socket", self.socket),
+                              capture_output=True, text=True, check=True)
+        return json.loads(done.stdout)
+
+    def counters(self):
+        return self.shown("counters", "eth0")[0]
+
+    def start(self, work, link=0, **options):
+        words = [f"--{key.replace('_', '-')}={value}" for key, value in options.items()]
+        return self.lab.spawn(self.hosts, "taskset", "-c", SENDER_CPU, LINK_LOAD, f"load{link}",
+                              "--work", work, *words, stdout=subprocess.PIPE)
+
+    def send(self, work, link=0, **options):
+        sender = self.start(work, link, **options)
+        text, _ = sender.communicate()
+        if sender.returncode != 0: raise OSError("the sender failed")
+        return json.loads(text)["sent"]
+
+    def settle(self):
+        """Waits until the agent has taken all that the link holds."""
+        before = -1
+        while before != (before := cpu_seconds(self.agent.pid)):
+            time.sleep(0.2)
+
+    def memory_bytes(self, which):
+        """VmHWM for the peak, RssAnon for what is resident now, without rings."""
+        status = pathlib.Path(f"/proc/{self.agent.pid}/status").read_text(encoding="ascii")
+        line = next(line for line in status.splitlines() if line.startswith(which))
+        return int(line.split()[1]) * 1024
+
+
+def cpu_seconds(pid):
+    return int(pathlib.Path(f"/proc/{pid}/schedstat").read_text(encoding="ascii").split()[0]) / 1e9
