@@ -63,7 +63,7 @@ def longest_gap(groups):
     with World("--max-groups", "1048576", "--query-interval", "25", "--ring-size", "65536",
                "--query-response-interval", "5", "--startup-query-interval", "25") as world:
         begin = world.memory_bytes("RssAnon")
-        load = world.start("refresh", 1, groups=40000, first_host=2_000_000, rate=50_000,
+        load = world.start("refresh", 1, groups=1000, first_host=2_000_000, rate=50_000,
                            seconds=3600)
         world.send("joins", groups=groups, records=GROUPS_OF_FRAME, rate=20_000)
         status = "status/eth0/group"
