@@ -9,6 +9,7 @@
 #include <Local/AgentErrors.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
+#include <NboAttrLog/FlowOut.h>
 
 #include "AttrLogPeer.h"
 #include "PeerRefusal.h"
@@ -22,6 +23,9 @@ namespace {
 
 constexpr const char* serviceName = "the attribute log";
 constexpr Seconds pollInterval = 1.0;
+// Memory of peers that have gone is given back in steps of a millisecond.
+constexpr Seconds giveBackInterval = 0.01;
+constexpr size_t keysGivenBack = 10000;
 constexpr Seconds helloTimeout = 10.0;  // for a peer that connects and sends nothing
 
 Mox::EventLogHandle peerDropped({
@@ -113,7 +117,10 @@ size_t AttrLogServer::silentPeers() const {
 
 // An agent without readers is not woken.
 void AttrLogServer::handlePollTimer() {
-  if (!peers_.empty()) pollTimer_.timeMinIs(Mox::now() + pollInterval);
+  const bool isMore = Mox::NboAttrLog::FlowOut::giveBack(keysGivenBack);
+  if (isMore || !peers_.empty()) {
+    pollTimer_.timeMinIs(Mox::now() + (isMore ? giveBackInterval : pollInterval));
+  }
   const Seconds now = Mox::now();
   for (const auto& peer : std::vector(peers_)) {
     if (peer->isTooSlow()) {

@@ -1,6 +1,7 @@
 #include <NboAttrLog/FlowOut.h>
 
 #include <algorithm>
+#include <utility>
 
 #include <MoxBase/Fatal.h>
 
@@ -28,6 +29,57 @@ U64 FlowOut::bitOf(AttrId id) {
 
 bool FlowOut::hasDirtyAttributes() const {
   return dirty_ != 0 || (members_ != nullptr && !members_->empty());
+}
+
+namespace {
+
+using Members = std::unique_ptr<FlowOut::Members>;
+constexpr size_t fewKeys = 64;
+
+// Never destroyed: a process may end with flows that are.
+std::vector<Members>& forgotten() {
+  static auto& all = *new std::vector<Members>;
+  return all;
+}
+
+}  // namespace
+
+FlowOut& FlowOut::operator=(FlowOut&& other) noexcept {
+  membersDel();
+  dirty_ = other.dirty_;
+  members_ = std::move(other.members_);
+  return *this;
+}
+
+FlowOut::~FlowOut() { membersDel(); }
+
+void FlowOut::membersDel() {
+  if (members_ != nullptr && members_->keysInTrees() > fewKeys) {
+    forgotten().push_back(std::move(members_));
+  }
+  members_.reset();
+}
+
+bool FlowOut::giveBack(size_t keys) {
+  std::vector<Members>& all = forgotten();
+  while (keys > 0 && !all.empty()) {
+    FlowOut::Members& members = *all.back();
+    const size_t step = std::min(keys, members.keysInTrees());
+    const size_t before = all.size();
+    members.keysDel(step);  // members inside may be forgotten, too, and come behind it
+    keys -= step;
+    if (members.keysInTrees() == 0) all.erase(all.begin() + static_cast<ptrdiff_t>(before) - 1);
+  }
+  return !all.empty();
+}
+
+size_t FlowOut::Members::keysInTrees() const {
+  return inner_ == nullptr ? 0 : inner_->dirty.size() + inner_->flows.size();
+}
+
+void FlowOut::Members::keysDel(size_t most) {
+  for (; most > 0 && !inner_->dirty.empty(); --most) inner_->dirty.erase(inner_->dirty.begin());
+  for (; most > 0 && !inner_->flows.empty(); --most) inner_->flows.erase(inner_->flows.begin());
 }
 
 FlowOut::Members& FlowOut::members() {

@@ -8,6 +8,14 @@
 
 namespace Mox::NboAttrLog {
 
+namespace {
+
+// More than one key is forgotten for each that was remembered.
+constexpr size_t keysGivenBack = 4;
+constexpr size_t keysGivenBackByDrain = 256;
+
+}  // namespace
+
 // Building frames calls no code outside this module. A call that enters again breaks that rule, and
 // would write a frame into the middle of another.
 class TreeOut::Delivering {
@@ -45,6 +53,7 @@ TreeOut::TreeOut(Host& host, U32 number, std::string path, Ptr<EntityBase> entit
 TreeOut::~TreeOut() { entity_->treeNotifieeRemove(this); }
 
 bool TreeOut::drain() {
+  FlowOut::giveBack(keysGivenBackByDrain);
   const Delivering delivering(*this);
   EntitySa sa(host_.out(), *entity_, flow_, {.root = number_});
   if (!announced_) {
@@ -126,6 +135,7 @@ Ref TreeOut::refOf(const EntityBase& entity) const {
 }
 
 FlowOut* TreeOut::remembered(const Ref& ref, U64 bits) {
+  FlowOut::giveBack(keysGivenBack);
   host_.deferredIs();
   FlowOut* flow = &flow_;
   const TypeInfo* type = &entity_->type();

@@ -30,6 +30,9 @@ class MOX_PUBLIC FlowOut {
 
   FlowOut() = default;
   explicit FlowOut(U64 dirty) : dirty_(dirty) {}
+  FlowOut(FlowOut&&) = default;
+  FlowOut& operator=(FlowOut&& other) noexcept;
+  ~FlowOut();
   // For an entity that the peer has not been sent.
   static FlowOut everythingOf(const TypeInfo& type);
 
@@ -49,7 +52,12 @@ class MOX_PUBLIC FlowOut {
   // The state of the members, made on the first call. Null while there is nothing to remember.
   Members& members();
   const Members* membersIfAny() const { return members_.get(); }
-  void membersDel() { members_.reset(); }
+  // Forgets it. There may be a million keys, for each of many peers: their memory is given back in
+  // steps.
+  void membersDel();
+  // Gives back that of up to so many keys; false when nothing is left. Called with every change that is
+  // remembered, so that it cannot pile up.
+  static bool giveBack(size_t keys);
 
  private:
   U64 dirty_ = 0;
@@ -98,6 +106,10 @@ class MOX_PUBLIC FlowOut::Members {
   // Keys that are remembered because their members came or went.
   size_t records() const { return dirty().size() + leafRecords_; }
   bool empty() const;
+
+  // The keys in the trees, which take long to give back; gives back up to so many.
+  size_t keysInTrees() const;
+  void keysDel(size_t most);
 
  private:
   struct LeafKey {
