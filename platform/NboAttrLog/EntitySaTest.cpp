@@ -225,6 +225,21 @@ TEST(FlowOutTest, everythingIsAllThatFlowsAndNothingElse) {
   EXPECT_EQ(all.membersIfAny()->walk(), WalkState::wholeDue);
 }
 
+TEST(FlowOutTest, memoryOfForgottenKeysIsGivenBackInSteps) {
+  while (FlowOut::giveBack(1000)) continue;  // of other tests
+  {
+    FlowOut flow;
+    for (U32 key = 0; key < 1000; ++key) flow.members().dirtyIs(key, true);
+    flow.membersDel();
+    EXPECT_EQ(flow.membersIfAny(), nullptr);
+    for (U32 key = 0; key < 1000; ++key) flow.members().flows()[key].members().dirtyIs(key, true);
+  }
+  size_t steps = 1;
+  while (FlowOut::giveBack(100)) ++steps;
+  EXPECT_EQ(steps, 20u);
+  EXPECT_FALSE(FlowOut::giveBack(100));
+}
+
 TEST(FlowOutTest, nothingIsDirtyAtFirst) { EXPECT_FALSE(FlowOut().hasDirtyAttributes()); }
 
 TEST(FlowOutTest, dirtyKeyAloneIsSomethingDirty) {

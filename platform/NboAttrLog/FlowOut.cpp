@@ -33,12 +33,12 @@ bool FlowOut::hasDirtyAttributes() const {
 
 namespace {
 
-using Members = std::unique_ptr<FlowOut::Members>;
+using Forgotten = std::vector<std::unique_ptr<FlowOut::Members>>;
 constexpr size_t fewKeys = 64;
 
 // Never destroyed: a process may end with flows that are.
-std::vector<Members>& forgotten() {
-  static auto& all = *new std::vector<Members>;
+Forgotten& forgotten() {
+  static auto& all = *new Forgotten;
   return all;
 }
 
@@ -61,9 +61,9 @@ void FlowOut::membersDel() {
 }
 
 bool FlowOut::giveBack(size_t keys) {
-  std::vector<Members>& all = forgotten();
+  Forgotten& all = forgotten();
   while (keys > 0 && !all.empty()) {
-    FlowOut::Members& members = *all.back();
+    Members& members = *all.back();
     const size_t step = std::min(keys, members.keysInTrees());
     const size_t before = all.size();
     members.keysDel(step);  // members inside may be forgotten, too, and come behind it
