@@ -214,7 +214,9 @@ void InterfaceQuerier::reportCounts() {
 }
 
 // The other routers know the querier by its address, so one with a new address has to be elected
-// again. An election that was lost stays lost while retransmissions are pending.
+// again. So has one whose new address is lower than the querier's, which would never give way
+// otherwise: it then asks with its own times. Any other election that was lost stays lost, also
+// while retransmissions are pending.
 void InterfaceQuerier::ipAddrIs(IpAddr addr) {
   if (addr == ipAddr_) return;
   ipAddr_ = addr;
@@ -224,7 +226,14 @@ void InterfaceQuerier::ipAddrIs(IpAddr addr) {
   querier_->ipAddrIs(addr);
   const bool isQuerier =
       status_->state() == QuerierStatus::querierStateQuerier && !querier_->transitionToNonQuerier();
-  if (isQuerier && setup_.config->sendQuery()) querier_->becomeQuerier();
+  const bool beatsElected = addr < status_->electedQuerierAddr();
+  if (!(isQuerier || beatsElected) || !setup_.config->sendQuery()) return;
+  querier_->transitionToNonQuerierIs(false);
+  querier_->becomeQuerier();
+  if (isQuerier) return;
+  querier_->handleRobustness();
+  querier_->handleQueryResponseInterval();
+  querier_->handleQueryInterval();
 }
 
 void InterfaceQuerier::presenceIs(Presence presence) {

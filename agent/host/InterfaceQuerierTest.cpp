@@ -151,6 +151,19 @@ TEST_F(InterfaceQuerierTest, followsTheElectedOneWithANewAddress) {
   EXPECT_EQ(status().electedQuerierAddr(), lowerAddr);
 }
 
+TEST_F(InterfaceQuerierTest, takesTheRoleWithAnAddressBelowThatOfTheElectedOne) {
+  up(IpAddr(10, 0, 0, 3));
+  receive(Ilvo::buildV3Query({.qrv = 7, .qqic = 60}, {.src = ourAddr}));
+  EXPECT_EQ(status().electedQuerierAddr(), ourAddr);
+  sent();
+  up(lowerAddr);
+  EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateQuerier);
+  EXPECT_EQ(status().electedQuerierAddr(), lowerAddr);
+  EXPECT_EQ(status().robustness(), config_->robustness());
+  EXPECT_EQ(status().queryInterval(), config_->queryInterval());
+  EXPECT_EQ(sent().size(), 1u);
+}
+
 TEST_F(InterfaceQuerierTest, doesNotTakeTheRoleByANewAddressWhileSendingIsOff) {
   config_->sendQueryIs(false);
   up();
