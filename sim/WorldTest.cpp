@@ -1,0 +1,106 @@
+// A world repeats from its seed, its invariants hold, and each of them finds the fault that is
+// planted for it.
+#include "World.h"
+
+#include <fstream>
+#include <regex>
+
+#include <Mox/EventLog.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Reduce.h"
+#include "Report.h"
+
+namespace Sim {
+namespace {
+
+constexpr U64 worlds = 300;
+
+class SimWorldTest : public testing::Test {
+ protected:
+  SimWorldTest() {
+    Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
+  }
+  ~SimWorldTest() override { Mox::eventLogSinkIs({}); }
+
+  static std::string logOf(const Story& story) {
+    std::string all;
+    World world(story);
+    world.log = [&](const std::string& line) { all += line + "\n"; };
+    world.run();
+    return all;
+  }
+};
+
+TEST_F(SimWorldTest, invariantsHoldInWorldsFromManySeeds) {
+  Counts counts;
+  for (U64 seed = 1; seed <= worlds; ++seed) {
+    const Story story = makeStory(seed);
+    const Findings found = World(story).run();
+    counts.add(found.counts);
+    ASSERT_FALSE(found.breach) << textOf(*found.breach) << "\n" << textOf(story);
+  }
+  EXPECT_GT(counts.packets, 10000U);
+  EXPECT_GT(counts.elections, 1000U);
+  EXPECT_GT(counts.losses, 1000U);
+  EXPECT_GT(counts.restarts, 100U);
+}
+
+TEST_F(SimWorldTest, aWorldRepeatsFromItsStory) {
+  for (U64 seed = 1; seed <= 20; ++seed) {
+    const Story story = makeStory(seed);
+    EXPECT_EQ(logOf(story), logOf(storyOf(textOf(story)))) << seed;
+  }
+}
+
+TEST_F(SimWorldTest, aReducedStoryBreaksTheSameInvariant) {
+  const Story story = makeStory(2);
+  const Findings found = World(story, Canary::muteHost).run();
+  ASSERT_TRUE(found.breach);
+  const Story shorter = reduced(story, found.breach->invariant, Canary::muteHost);
+  EXPECT_LT(shorter.lines.size(), story.lines.size());
+  const Findings again = World(shorter, Canary::muteHost).run();
+  ASSERT_TRUE(again.breach);
+  EXPECT_EQ(again.breach->invariant, found.breach->invariant);
+}
+
+// The table of the document has a row for each known behaviour: name, seed, what it breaks.
+TEST_F(SimWorldTest, theSeedsOfTheDocumentShowItsKnownBehaviour) {
+  std::ifstream document(SIM_KNOWN_BEHAVIOUR);
+  std::array<U64, knownNames.size()> seeds{};
+  const std::regex row(R"(\| `(\w+)` \| (\d+) \|.*)");
+  for (std::string line; std::getline(document, line);) {
+    std::smatch found;
+    if (!std::regex_match(line, found, row)) continue;
+    const auto* name = std::ranges::find(knownNames, found[1].str());
+    ASSERT_NE(name, knownNames.end()) << found[1];
+    seeds[static_cast<size_t>(name - knownNames.begin())] = std::stoull(found[2].str());
+  }
+  for (size_t at = 0; at < seeds.size(); ++at) {
+    ASSERT_NE(seeds[at], 0U) << knownNames[at];
+    const Story story = makeStory(seeds[at]);
+    EXPECT_NE(World(story).run().counts.known[at], 0U) << knownNames[at];
+  }
+}
+
+class SimCanaryTest : public SimWorldTest, public testing::WithParamInterface<CanaryName> {};
+
+TEST_P(SimCanaryTest, onlyItsInvariantFindsIt) {
+  const CanaryName canary = GetParam();
+  unsigned found = 0;
+  for (U64 seed = 1; seed <= 2 * worlds; ++seed) {
+    const Story story = makeStory(seed);
+    const Findings findings = World(story, canary.canary).run();
+    if (!findings.breach) continue;
+    ++found;
+    EXPECT_EQ(findings.breach->invariant, canary.finds) << seed << ": " << textOf(*findings.breach);
+  }
+  EXPECT_GT(found, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(all, SimCanaryTest, testing::ValuesIn(canaries),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace Sim
