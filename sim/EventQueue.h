@@ -1,5 +1,5 @@
-// What is going to happen in a world, in the order of time, equal times in the order in which they
-// were entered. Only the head of the queue, and the timers of routers, move the clock.
+// The events to come of a world, in the order of time, equal times in the order in which they were
+// entered. Only the head of the queue, and the timers of routers, move the clock.
 //
 //   queue.push({.time = 1000.5, .kind = Event::delivery, .subject = frame, .node = node});
 //   while (queue.isDue(until)) handle(queue.pop());

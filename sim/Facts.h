@@ -23,8 +23,11 @@ class Bounds {
   Seconds otherQuerierPresentInterval() const {
     return most_.robustness * most_.queryInterval + most_.queryResponseInterval / 2;
   }
+  // A router that is not the querier takes its response interval from any query, also one for a
+  // group.
   Seconds groupMembershipInterval() const {
-    return most_.robustness * most_.queryInterval + most_.queryResponseInterval;
+    return most_.robustness * most_.queryInterval +
+           std::max(most_.queryResponseInterval, most_.lastMemberQueryInterval);
   }
   const Settings& most() const { return most_; }
   // How many losses in a row cannot make a router forget.

@@ -9,7 +9,7 @@
 
 namespace Sim {
 
-// What must hold at all times. doc/known-behaviour.md explains each.
+// The rules that hold at all times. doc/known-behaviour.md explains each.
 enum class Invariant : U8 {
   oneQuerier,       // the lowest address, and no other
   onlyQuerierAsks,  // general queries

@@ -2,8 +2,8 @@
 //
 // It joins and leaves as the story has it, answers queries after a random delay, is suppressed by
 // reports of others where its version has that, sends changes of its state robustness times, and
-// follows older queriers. What it wants is a set of channels for each group. All its delays are on
-// one timer: its world calls `act` when `nextDue` has come, and after each other call.
+// follows older queriers. It wants a set of channels of each group. All its delays are on one
+// timer: its world calls `act` when `nextDue` has come, and after each other call.
 //
 //   Host host(random, {.number = 0, .version = 3});
 //   host.wantIs(now, 1, wholeGroup);
@@ -24,7 +24,7 @@ namespace Sim {
 
 class Host {
  public:
-  // What is wrong with it on purpose: it does not answer; it goes on after it has left.
+  // A fault on purpose: it does not answer; it goes on after it has left.
   enum class Fault { none, mute, ghost };
   struct Setup {
     Node number = 0;  // among the hosts

@@ -6,7 +6,7 @@ namespace Sim {
 
 namespace {
 
-// A querier that was switched off goes on by its own times, whoever asks now.
+// A querier that was switched off goes on by its own times, although another asks now.
 bool followsItself(const Router& router) {
   return !router.isQuerier() && (router.settings().sendQuery == 0 ||
                                  router.status().electedQuerierAddr() == router.address());
@@ -141,7 +141,8 @@ bool MembershipRules::isActedOnAlone(const Router& router, unsigned channel) con
   const Router* querier = querierOf();
   if (querier == nullptr) return false;
   const Ledger::Entry& known = ledger_.entry(*querier, channel);
-  return known.dropLost >= entry.evidence || known.evidence >= known.dropped;
+  return known.dropLost >= entry.evidence - facts_.lan->longestDelay() ||
+         known.evidence >= known.dropped;
 }
 
 // The querier asks about a source that this router excludes: the query starts its timer.
@@ -218,7 +219,10 @@ void MembershipRules::checkAllServed() {
   for (const auto& each : facts_.routers) {
     if (!each->isRunning()) continue;
     forEachChannel(wanted & ~each->served(), [&](unsigned channel) {
-      if (isLate(*each, channel)) return;
+      if (isLate(*each, channel) ||
+          ledger_.entry(*each, channel).lost >= facts_.bounds.leastRobustness()) {
+        return;
+      }
       if (ledger_.entry(*each, channel).isIgnored) return facts_.known(Known::olderReports);
       if (facts_.wasSilenced &&
           (ledger_.asked(channel) <= facts_.disturbed || followsItself(*each))) {

@@ -22,7 +22,7 @@ namespace Sim {
 
 class Router {
  public:
-  // What is wrong with it on purpose, so that a broken rule is seen to be found.
+  // A fault on purpose, which an invariant must find.
   enum class Fault { none, silentWinner, dropsLeaves, forgetsOnRestart, sendsTwice, hoards };
   using Transmit = std::function<void(std::span<const U8> packet)>;
   using QuerierState = Gmp::Igmp::QuerierStatus::QuerierState;
