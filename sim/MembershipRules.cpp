@@ -219,14 +219,14 @@ void MembershipRules::checkAllServed() {
   for (const auto& each : facts_.routers) {
     if (!each->isRunning()) continue;
     forEachChannel(wanted & ~each->served(), [&](unsigned channel) {
-      if (isLate(*each, channel) ||
-          ledger_.entry(*each, channel).lost >= facts_.bounds.leastRobustness()) {
-        return;
-      }
       if (ledger_.entry(*each, channel).isIgnored) return facts_.known(Known::olderReports);
       if (facts_.wasSilenced &&
           (ledger_.asked(channel) <= facts_.disturbed || followsItself(*each))) {
         return facts_.known(Known::queryingOff);
+      }
+      if (isLate(*each, channel) ||
+          ledger_.entry(*each, channel).lost >= facts_.bounds.leastRobustness()) {
+        return;
       }
       facts_.breach(Invariant::membersKept, facts_.nameOf(*each) + " does not serve " +
                                                 channelText(channel) + " at the end");
