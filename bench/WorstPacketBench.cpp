@@ -255,8 +255,8 @@ void message(benchmark::State& state, const Load& load, const Message& kind) {
   finish(state, querier, most);
 }
 
-// Retransmissions of all groups are pending when the election is lost, or when the new querier sends
-// another query.
+// Retransmissions of all groups are pending when the election is lost, or when the new querier
+// sends another query.
 void handOver(benchmark::State& state, bool isFirst) {
   LoadedQuerier& querier = loaded(asQuerier);
   const Bytes query = Ilvo::buildV3Query({.code = 100}, {.src = otherRouter});

@@ -16,7 +16,8 @@
 
 namespace Fuzz {
 
-// The allocator's, with the pool's cells in place of its chunks, which earlier inputs may have left.
+// The allocator's, with the pool's cells in place of its chunks, which earlier inputs may have
+// left.
 inline std::size_t heapBytes() {
 #ifdef QUERIER_HEAP_OF_SANITIZER
   const std::size_t heap = __sanitizer_get_current_allocated_bytes();

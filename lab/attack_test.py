@@ -92,8 +92,8 @@ raw.setsockopt(socket.IPPROTO_IP, socket.IP_OPTIONS, bytes((0x94, 4, 0, 0)))
 for destination, digits in zip(sys.argv[1::2], sys.argv[2::2]):
     raw.sendto(bytes.fromhex(digits), (destination, 0))
 """
-# Forwards multicast from one interface to another. The kernel's own forwarding keeps IGMP for itself;
-# other routers do not.
+# Forwards multicast from one interface to another. The kernel's own forwarding keeps IGMP for
+# itself; other routers do not.
 FORWARD = """
 import socket, struct, sys
 inward, outward = (socket.socket(socket.AF_PACKET, socket.SOCK_RAW) for _ in range(2))

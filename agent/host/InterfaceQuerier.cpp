@@ -246,8 +246,8 @@ void InterfaceQuerier::presenceIs(Presence presence) {
   }
 }
 
-// Between two looks at an open port. In a gap that is longer than the response interval, the timer of
-// a look becomes late by three quarters of it at least.
+// Between two looks at an open port. In a gap that is longer than the response interval, the timer
+// of a look becomes late by three quarters of it at least.
 Seconds InterfaceQuerier::portCheckInterval() const {
   return std::min(longestPortCheckInterval, 0.25 * status_->queryResponseInterval());
 }
@@ -292,8 +292,8 @@ bool InterfaceQuerier::send(const PublishedQuery& query) {
   return true;
 }
 
-// As many specific queries wait as hosts may cause at once. A general query always waits: without it
-// all groups would end.
+// As many specific queries wait as hosts may cause at once. A general query always waits: without
+// it all groups would end.
 void InterfaceQuerier::resendLater(Unsent unsent) {
   if (!unsent.query.dstGroup.isZero() && unsent_.size() >= setup_.intake->maxQueryBurst()) {
     state_->queriesLostInc(1);

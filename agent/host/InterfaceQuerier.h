@@ -66,10 +66,10 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
 
   // The interface as the kernel describes it now; null when there is none of that name.
   void linkIs(const Link* link);
-  // The host handled nothing for that long after a timer was due: it was stopped, perhaps since some
-  // time before, and hosts that were asked meanwhile may have answered in vain. A querier that could
-  // count that as their silence is replaced by one that begins anew on the same status: after every
-  // gap longer than the query response interval.
+  // The host handled nothing for that long after a timer was due: it was stopped, perhaps since
+  // some time before, and hosts that were asked meanwhile may have answered in vain. A querier that
+  // could count that as their silence is replaced by one that begins anew on the same status: after
+  // every gap longer than the query response interval.
   void rebuildAfterGap(Mox::Seconds late);
 
   // Ends all groups, or only that one, as if their members had left; members join again when the

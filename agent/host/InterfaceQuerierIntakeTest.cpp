@@ -79,8 +79,8 @@ TEST_F(InterfaceQuerierIntakeTest, handsAChangedPacketInAsItWasChanged) {
   EXPECT_EQ(status().errorPacketReceived(), 0u);
 }
 
-// A report that ends so many sources is handled in parts, between which other packets and timers have
-// their turn.
+// A report that ends so many sources is handled in parts, between which other packets and timers
+// have their turn.
 TEST_F(InterfaceQuerierIntakeTest, handsTheRestOfACostlyReportInByAndBy) {
   config_->querierVersionIs(Gmp::Igmp::igmpVersion3);
   std::vector<Ilvo::V3Record> records;

@@ -74,8 +74,8 @@ class IntakeTest : public testing::Test, private IntakeWatcher {
     intake_.reset();
   }
 
-  // Judges the packet and hands it to the querier: "passes", "refused: RULE" or "changed: RULE". What
-  // the intake leaves of it is in rest_.
+  // Judges the packet and hands it to the querier: "passes", "refused: RULE" or "changed: RULE".
+  // What the intake leaves of it is in rest_.
   std::string received(const Bytes& packet) { return received(packet, hostMac_, groupMac_); }
   std::string received(const Bytes& packet, const Mac& from, const Mac& to = groupMac_) {
     Bytes macs(to.begin(), to.end());

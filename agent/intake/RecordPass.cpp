@@ -13,9 +13,9 @@ using Mox::U8;
 
 namespace {
 
-// What the records of a packet may cost, in sources that the querier touches: beyond it, the packets
-// behind would have to wait too long. Eight bytes that end a group, or say that it excludes nothing,
-// concern all of its sources. A query costs as much as some sources.
+// What the records of a packet may cost, in sources that the querier touches: beyond it, the
+// packets behind would have to wait too long. Eight bytes that end a group, or say that it excludes
+// nothing, concern all of its sources. A query costs as much as some sources.
 constexpr size_t mostCost = 1024;
 constexpr size_t queryCost = 5;
 
@@ -270,8 +270,8 @@ void Intake::RecordPass::append(size_t at, size_t bytes) {
   intake_.process_.copy.insert(intake_.process_.copy.end(), part.begin(), part.end());
 }
 
-// Its own packet, which costs the same again at most: neither the refresh of a group nor its end may
-// depend on how many sources other hosts have given to the groups before it.
+// Its own packet, which costs the same again at most: neither the refresh of a group nor its end
+// may depend on how many sources other hosts have given to the groups before it.
 void Intake::RecordPass::leaveRest(const GroupRecord& record, size_t records) {
   beginCopy(record);
   std::vector<U8>& rest = intake_.process_.rest;

@@ -53,8 +53,8 @@ struct IntakeVerdict {
   // What the querier is to be given: the bytes of the frame, or a changed copy that is valid until
   // any intake of the process judges the next packet.
   std::span<const Mox::U8> packet;
-  // The records of a report that would keep the packets behind it waiting: a packet to be judged and
-  // handed in like any other once those have been handled. Valid as long; empty for none.
+  // The records of a report that would keep the packets behind it waiting: a packet to be judged
+  // and handed in like any other once those have been handled. Valid as long; empty for none.
   std::span<const Mox::U8> rest = {};
   // The rule that refused or changed it, of several the first; nothing for an unchanged packet.
   std::optional<IntakeRule> rule = std::nullopt;

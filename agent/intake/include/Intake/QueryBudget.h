@@ -12,9 +12,9 @@ namespace Agent {
 
 class QueryBudget {
  public:
-  // Uses up that many if they are there. After a rest even more than the burst may be taken: what is
-  // asked for at once would otherwise be refused for ever. A rate or burst that has changed holds
-  // from now on.
+  // Uses up that many if they are there. After a rest even more than the burst may be taken: what
+  // is asked for at once would otherwise be refused for ever. A rate or burst that has changed
+  // holds from now on.
   bool take(Mox::U64 queries, Mox::U32 rate, Mox::U32 burst) {
     const Mox::Seconds now = Mox::now();
     used_ = std::max(0.0, used_ - (now - time_) * rate);

@@ -21,7 +21,8 @@ struct RxPacket {
   bool outgoing = false;            // sent by this machine
 };
 
-// Frames with IGMP in them since the port was opened, of which the receiver gets the fragments only.
+// Frames with IGMP in them since the port was opened. The receiver gets the fragments, and no
+// other.
 struct PortCounts {
   Mox::U64 lost = 0;        // the ring was full
   Mox::U64 unparsable = 0;  // no whole IPv4 packet
