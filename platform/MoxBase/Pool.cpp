@@ -67,8 +67,8 @@ bool anySegment = false;
 std::mutex mutex;
 PoolUse use{};
 
-// Memory on huge pages where the kernel grants them, if that is wanted. The excess that the alignment
-// needs is unmapped again.
+// Memory on huge pages where the kernel grants them, if that is wanted. The excess that the
+// alignment needs is unmapped again.
 void* mapAligned(size_t bytes, bool huge) {
   void* mapped =
       mmap(nullptr, bytes + hugePage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -30,7 +30,7 @@ Seconds TimerWheel::nextDue() const {
   return std::min(due, static_cast<Seconds>(firstStart_) * secondsPerTick);
 }
 
-// What is in due_ fires first, so that it stays short: its order costs a search.
+// The timers in due_ fire first, so that it stays short: its order costs a search.
 bool TimerWheel::mayMove() const {
   if (isEmpty(due_)) return true;
   return static_cast<const Reactor*>(due_.next)->timeMin_ > now_ && collected_ < mostCollected;

@@ -60,7 +60,7 @@ TEST_F(TimerWheelStepsTest, timersOfOneTimeFireInTheOrderOfArming) {
   for (size_t n = 0; n < fired_.size(); ++n) ASSERT_EQ(fired_[n], n);
 }
 
-// They lie in one coarse slot, of which no turn moves all.
+// They lie in one coarse slot, and no turn moves all of them.
 TEST_F(TimerWheelStepsTest, timersThatAreNotDueYetAreMovedInManyTurns) {
   for (int n = 0; n < 20'000; ++n) arm(1260.5 + n * 1e-5);
   const Seconds slotStart = 1260.0;

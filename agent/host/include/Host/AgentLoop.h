@@ -30,7 +30,7 @@ class AgentLoop {
     Mox::Ptr<IntakeProcessConfig> process = Mox::makePtr<IntakeProcessConfig>();
     bool reportQueries = false;  // an event for each query sent
     EventScope eventScope = EventScope::changes;
-    // SIGUSR1. Called again, between other work, while it returns true: there is more to be written.
+    // SIGUSR1. Called again, between other work, while it returns true: there is more to write.
     std::function<bool()> onStateRequested;
     std::optional<AttrLogServer::Setup> attrLog = {};  // none: no other process sees the state
     // True: it is an error when the sockets of the attribute log and of requests cannot be served.

@@ -69,8 +69,8 @@ class Table {
 
   // Columns as wide as their widest cell; no blanks after the last cell of a line.
   void appendText(std::string& out) const;
-  // The same for a table that follows another one: without headings, and columns at least as wide as
-  // there. Empty widths stand for none before.
+  // The same for a table that follows another one: without headings, and columns at least as wide
+  // as there. Empty widths stand for none before.
   void appendText(std::string& out, std::vector<size_t>& widths) const;
   // The same with a line for each column and a column for each row.
   void appendTurnedText(std::string& out) const;

@@ -3,7 +3,8 @@
 // An empty one is one null pointer. Open addressing with each key beside its value, so that a
 // lookup touches one line of memory most of the time. Order of iteration is unspecified but the
 // same for the same history. Members must not be added or removed during an iteration: a walk that
-// deletes walks a copy of the keys. A walk in steps (`walk`) survives every change between two steps.
+// deletes walks a copy of the keys. A walk in steps (`walk`) survives every change between two
+// steps.
 //
 // The hash multiplies by a secret odd number that the host may draw at random (hashMultiplierIs),
 // so that no host on the link can choose addresses that collide.

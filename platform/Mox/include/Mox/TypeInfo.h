@@ -72,7 +72,7 @@ struct CollectionInfo {
   // Calls `use` for the keys from a bookmark on, 0 at first, about `most` of them, and returns the
   // next bookmark, or 0 at the end. Members may come and go between two calls, not within one: each
   // that is there all the time is met once. In ascending order where the collection is ordered.
-  U64 (*walk)
+  U64(*walk)
   (const EntityBase&, U64 bookmark, size_t most, const std::function<void(U32)>& use) = nullptr;
   // The first member whose key is not below `from`; only where the collection is ordered.
   std::optional<U32> (*next)(const EntityBase&, U32 from) = nullptr;

@@ -55,8 +55,8 @@ class MOX_PUBLIC FlowOut {
   // Forgets it. There may be a million keys, for each of many peers: their memory is given back in
   // steps.
   void membersDel();
-  // Gives back the memory of up to so many keys that were forgotten; false when none is left. Called
-  // with every change that is remembered, so that it cannot pile up.
+  // Gives back the memory of up to so many keys that were forgotten; false when none is left.
+  // Called with every change that is remembered, so that it cannot pile up.
   static bool giveBack(size_t keys);
 
  private:

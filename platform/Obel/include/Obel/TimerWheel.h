@@ -53,8 +53,8 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // down and once for a timer that was put off or disarmed.
   Mox::Seconds nextDue() const;
 
-  // Fires the timers that are due at `now` and returns how many it fired. The wheel never goes back:
-  // an earlier time, or one that is not finite, turns it at its own time. Not from a callback.
+  // Fires the timers that are due at `now` and returns how many it fired. The wheel never goes
+  // back: an earlier time, or one that is not finite, turns it at its own time. Not from a callback.
   //
   // With a limit it fires at most so many, and moves only some of those in slots, so that a million
   // timers of one time take as many short turns; the next turn is due at once then. Which of them
@@ -88,8 +88,8 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // time goes into waiting for memory, and one list would wait for one timer at a time.
   static constexpr size_t chains = 8;
   static constexpr Tick noStart = std::numeric_limits<Tick>::max();
-  // Of a turn with a limit: how many timers it moves for each that it may fire, and how many wait in
-  // due_, where they are put in order, before it moves no more.
+  // Of a turn with a limit: how many timers it moves for each that it may fire, and how many wait
+  // in due_, where they are put in order, before it moves no more.
   static constexpr size_t movesOfTimer = 64;
   static constexpr size_t mostCollected = 4096;
   // The place of a reactor: the number of its slot, or one of these.
