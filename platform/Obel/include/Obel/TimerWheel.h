@@ -54,7 +54,8 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   Mox::Seconds nextDue() const;
 
   // Fires the timers that are due at `now` and returns how many it fired. The wheel never goes
-  // back: an earlier time, or one that is not finite, turns it at its own time. Not from a callback.
+  // back: an earlier time, or one that is not finite, turns it at its own time. Not from a
+  // callback.
   //
   // With a limit it fires at most so many, and moves only some of those in slots, so that a million
   // timers of one time take as many short turns; the next turn is due at once then. Which of them
