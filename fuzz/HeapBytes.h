@@ -16,8 +16,7 @@
 
 namespace Fuzz {
 
-// The allocator's, with the pool's cells in place of its chunks, which earlier inputs may have
-// left.
+// The allocator's, and what is in use of the pool, whose spans are not the allocator's.
 inline std::size_t heapBytes() {
 #ifdef QUERIER_HEAP_OF_SANITIZER
   const std::size_t heap = __sanitizer_get_current_allocated_bytes();
@@ -26,7 +25,7 @@ inline std::size_t heapBytes() {
   const std::size_t heap = info.uordblks + info.hblkhd;
 #endif
   const Mox::PoolUse pool = Mox::poolUse();
-  return heap - pool.heapChunks + pool.cells + pool.mappedBlocks;
+  return heap + pool.cells + pool.mappedBlocks;
 }
 
 }  // namespace Fuzz
