@@ -127,8 +127,14 @@ class Querier:
         """The state of eth0 that it prints on request."""
         first = len(self.events)
         self.process.send_signal(signal.SIGUSR1)
-        event, _ = self.find(first, "state", 10, {})
-        return event["interfaces"][0]
+        event, first = self.find(first, "state", 10, {})
+        interface = event["interfaces"][0]
+        while "more" in event:
+            event, first = self.find(first, "state", 10, {})
+            for each in event["interfaces"]:
+                if each["interface"] == interface["interface"]:
+                    interface["groups"] += each["groups"]
+        return interface
 
     def groups(self):
         return {group["group"]: group for group in self.state()["groups"]}

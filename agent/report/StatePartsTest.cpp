@@ -78,7 +78,9 @@ TEST_F(StateInPartsTest, manyGroupsAreLinesOfTheirOwnForPrograms) {
   EXPECT_EQ(groupsIn(lines).count("eth2 239.0.0.6"), 1u);
   EXPECT_EQ(nlohmann::json::parse(lines[0])["interfaces"].size(), 3u);
   EXPECT_FALSE(nlohmann::json::parse(lines[0]).contains("continued"));
+  EXPECT_FALSE(nlohmann::json::parse(lines.back()).contains("more"));
   for (size_t at = 1; at < lines.size(); ++at) {
+    EXPECT_EQ(nlohmann::json::parse(lines[at - 1])["more"], true);
     EXPECT_EQ(nlohmann::json::parse(lines[at])["continued"], true);
     EXPECT_LE(groupsIn({lines[at]}).size(), rows);
   }

@@ -10,10 +10,11 @@ namespace Agent {
 namespace {
 
 // One line, as an event.
-std::string stateLine(const Table& table, Mox::Seconds now, bool first) {
+std::string stateLine(const Table& table, Mox::Seconds now, bool first, bool last) {
   JsonObject json;
   json.times(now).text("event", "state");
   if (!first) json.flag("continued", true);
+  if (!last) json.flag("more", true);
   table.appendJson(json.value("interfaces"), Table::Lines::one);
   return std::move(json).line() + '\n';
 }
@@ -69,7 +70,7 @@ std::string stateText(StatePart part, InterfaceViews interfaces, Mox::Seconds no
 std::string stateJson(StatePart part, InterfaceViews interfaces, Mox::Seconds now) {
   if (part == StatePart::everything) {
     GroupWindow all;
-    return stateLine(everythingTable(interfaces, now, all), now, true);
+    return stateLine(everythingTable(interfaces, now, all), now, true, true);
   }
   std::string json;
   partTable(part, interfaces, now).appendJson(json, Table::Lines::each);
@@ -113,13 +114,12 @@ std::string StateParts::nextText() {
 std::string StateParts::nextJson() {
   GroupWindow window{.rows = rows_, .interface = interface_, .group = group_};
   const bool first = !std::exchange(begun_, true);
-  std::string line = stateLine(first ? everythingTable(interfaces_, now_, window)
-                                     : moreGroupsTable(interfaces_, now_, window),
-                               now_, first);
+  const Table table = first ? everythingTable(interfaces_, now_, window)
+                            : moreGroupsTable(interfaces_, now_, window);
   interface_ = window.interface;
   group_ = window.group;
   ended_ = interface_ == interfaces_.size();
-  return line;
+  return stateLine(table, now_, first, ended_);
 }
 
 void printState(std::FILE* out, StatePart part, InterfaceViews interfaces, Mox::Seconds now,

@@ -25,7 +25,8 @@ void printState(std::FILE* out, StatePart part, std::span<const InterfaceView> i
 
 // Everything in parts, each made within milliseconds, so that a million groups do not keep a loop
 // from packets: the groups of a part are those that are there when it is made. As JSON, a part is a
-// line of its own; those after the first are marked and have nothing but groups.
+// line of its own: those after the first are "continued" and have nothing but groups, and all but
+// the last have "more".
 //
 //   StateParts parts(views, Mox::now(), Format::text);
 //   for (std::string part = parts.next(); !part.empty(); part = parts.next()) write(part);
