@@ -34,10 +34,7 @@ STANDARD = {"begin", "end", "value_type", "difference_type", "iterator_category"
 # Header, names ("" for the header itself), reason.
 ALLOWED = (
     ("platform/MoxBase/*/Ptr.h", "threadSafePtrsIs", "a switch for hosts with several threads"),
-    ("platform/MoxBase/*/Pool.h", "poolUse", "benchmarks report it as bytes for each group"),
     ("platform/Brevlog/*/Ring.h", "overwritten", "completes recorded and refused, for hosts"),
-    ("platform/Obel/*/TimerWheel.h", "armed", "tests see by it that no timer is left behind"),
-    ("platform/Mox/*/ActivityClock.h", "realTimeIs", "ends the virtual time of a test"),
     ("platform/Mox/*/Entity.h", "notifieeList", "for hosts; every entity has it"),
     ("platform/Mox/*/GenericAccess.h", "attrValue attrValueIs attrPointerIs",
      "access by name for hosts; the agent walks all attributes of a type"),

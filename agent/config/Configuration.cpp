@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <set>
 #include <utility>
 
@@ -142,7 +143,6 @@ class ConfigurationReader {
     }
     try {
       agentSettingIs(read_.agent_, setting, entry.key, entry.texts.front());
-      read_.agentPlaces_.emplace_back(entry.key, entry.place);
     } catch (const SettingError& error) {
       fault(entry.place, error.what());
     }
@@ -312,13 +312,6 @@ ResolvedSettings Configuration::settingsOf(std::string_view interface) const {
   }
   if (!section->own.boundary.empty()) resolved.boundary = section->own.boundary;
   return resolved;
-}
-
-std::optional<ConfigPlace> Configuration::agentPlace(std::string_view key) const {
-  const auto last = std::ranges::find_if(agentPlaces_.rbegin(), agentPlaces_.rend(),
-                                         [&](const auto& each) { return each.first == key; });
-  if (last == agentPlaces_.rend()) return std::nullopt;
-  return last->second;
 }
 
 }  // namespace Agent

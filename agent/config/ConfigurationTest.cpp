@@ -127,8 +127,6 @@ TEST_F(ConfigurationTest, readsWhatConcernsTheWholeAgent) {
   EXPECT_EQ(configuration.agent().ringKib, 64u);
   ASSERT_EQ(configuration.process().size(), 1u);
   EXPECT_EQ(configuration.process()[0].text, "100");
-  EXPECT_EQ(configuration.agentPlace("max-readers")->line, 3u);
-  EXPECT_EQ(configuration.agentPlace("event-rate"), std::nullopt);
 }
 
 TEST_F(ConfigurationTest, everySettingCanBeGiven) {

@@ -11,7 +11,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,8 +53,6 @@ class Configuration {
   bool namesInterfaces() const { return !sections_.empty(); }
 
   const AgentSettings& agent() const { return agent_; }
-  // Whether a file gives that setting of the agent; where.
-  std::optional<ConfigPlace> agentPlace(std::string_view key) const;
   // Of the limits of all interfaces together.
   const std::vector<PlacedSetting>& process() const { return process_; }
 
@@ -73,7 +70,6 @@ class Configuration {
   ResolvedSettings defaults_;
   std::vector<Section> sections_;
   AgentSettings agent_;
-  std::vector<std::pair<std::string, ConfigPlace>> agentPlaces_;
   std::vector<PlacedSetting> process_;
 };
 

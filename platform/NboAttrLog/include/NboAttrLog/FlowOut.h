@@ -107,11 +107,12 @@ class MOX_PUBLIC FlowOut::Members {
   size_t records() const { return dirty().size() + leafRecords_; }
   bool empty() const;
 
+ private:
+  friend class FlowOut;
+
   // The keys in the trees, which take long to give back; gives back up to so many.
   size_t keysInTrees() const;
   void keysDel(size_t most);
-
- private:
   struct LeafKey {
     explicit LeafKey(U32 v) : key(v) {}
     U32 value() const { return key; }
