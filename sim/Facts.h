@@ -15,6 +15,9 @@
 
 namespace Sim {
 
+// Of two times that were added up in different orders.
+inline constexpr Mox::Seconds rounding = 1e-6;
+
 // Of all settings since the beginning, since a router may still work by those of another.
 class Bounds {
  public:

@@ -12,8 +12,6 @@ bool followsItself(const Router& router) {
                                  router.status().electedQuerierAddr() == router.address());
 }
 
-constexpr Seconds rounding = 1e-6;
-
 }  // namespace
 
 void MembershipRules::onStep(const Router& router) {

@@ -2,12 +2,6 @@
 
 namespace Sim {
 
-namespace {
-
-constexpr Seconds rounding = 1e-6;
-
-}  // namespace
-
 void QueryRules::onReceived(const Frame& frame, const Router& router) {
   if (frame.drops == 0) return;
   Sent& sent = routers_[router.node()];
