@@ -14,8 +14,6 @@ Mox::Seconds processorTime() {
 
 }  // namespace
 
-LoopState::LoopState() : readEnd_(processorTime()) {}
-
 void LoopState::ringsReadBegins() {
   longestGap_ = std::max(longestGap_, processorTime() - readEnd_);
 }

@@ -20,8 +20,6 @@ class LoopState final : public Mox::ObjectOf<LoopState> {
  public:
   static constexpr const char* entityTypeName = "Agent::LoopState";
 
-  LoopState();
-
   Mox::U64 batches() const { return batches_; }
   Mox::Seconds longestGap() const { return longestGap_; }
 
@@ -33,7 +31,8 @@ class LoopState final : public Mox::ObjectOf<LoopState> {
 
   Mox::U64 batches_ = 0;
   Mox::Seconds longestGap_ = 0.0;
-  Mox::Seconds readEnd_;  // on the clock of this thread's processor time
+  // On the clock of this thread's processor time. What comes before the first read is no gap.
+  Mox::Seconds readEnd_ = Mox::never;
 
  public:
   static constexpr auto attributes = Mox::attrTableFrom<130>(

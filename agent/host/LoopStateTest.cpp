@@ -8,11 +8,15 @@ namespace {
 // Until the clock of the processor time has moved.
 void work(const LoopState& state) {
   const auto probe = Mox::makePtr<LoopState>();
+  probe->ringsReadEnds();
   while (probe->longestGap() <= state.longestGap()) probe->ringsReadBegins();
 }
 
 TEST(LoopState, gapIsTheLongestBetweenTwoReadsOfTheRings) {
   const auto state = Mox::makePtr<LoopState>();
+  work(*state);
+  state->ringsReadBegins();
+  EXPECT_EQ(state->longestGap(), 0.0);
   state->ringsReadEnds();
   work(*state);
   state->ringsReadBegins();

@@ -216,13 +216,16 @@ void poolDelete(void* cell, size_t bytes) noexcept {
   giveBack(cell);
 }
 
+// A small table is one of many.
 void* blockNew(size_t bytes) {
+  if (bytes <= largest) return poolNew(bytes);
   if (!pooled || bytes < hugePage) return ::operator new(bytes);
   use.mappedBlocks += wholePages(bytes);
   return mapAligned(wholePages(bytes), true);
 }
 
 void blockDelete(void* block, size_t bytes) noexcept {
+  if (bytes <= largest) return poolDelete(block, bytes);
   if (!pooled || bytes < hugePage) {
     ::operator delete(block);
     return;

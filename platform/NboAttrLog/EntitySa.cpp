@@ -229,7 +229,7 @@ bool EntitySa::sendInside(const CollectionInfo& collection) {
 
 // Changes inside one member. Its removal, if it was removed since, is sent as a record.
 bool EntitySa::sendInside(const CollectionInfo& collection,
-                          std::map<U32, FlowOut>::iterator inside) {
+                          FlowOut::Members::Flows::iterator inside) {
   const U32 key = inside->first;
   const EntityBase* member = collection.find(entity_, key);
   if (member != nullptr &&

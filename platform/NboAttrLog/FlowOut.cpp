@@ -92,8 +92,8 @@ FlowOut::Members::Inner& FlowOut::Members::inner() {
   return *inner_;
 }
 
-const std::map<U32, bool>& FlowOut::Members::dirty() const {
-  static const std::map<U32, bool> none;
+const FlowOut::Members::Dirty& FlowOut::Members::dirty() const {
+  static const Dirty none;
   return inner_ == nullptr ? none : inner_->dirty;
 }
 
@@ -110,7 +110,7 @@ std::optional<U32> FlowOut::Members::bookmark() const {
 
 void FlowOut::Members::bookmarkIs(std::optional<U32> key) { inner().bookmark = key; }
 
-std::map<U32, FlowOut>& FlowOut::Members::flows() { return inner().flows; }
+FlowOut::Members::Flows& FlowOut::Members::flows() { return inner().flows; }
 
 U32 FlowOut::Members::nextFlow() const { return inner_ == nullptr ? 0 : inner_->nextFlow; }
 

@@ -56,7 +56,7 @@ class MOX_PUBLIC EntitySa {
   bool sendLeaf(const CollectionInfo& collection, U32 key);
   bool sendOrResumeMember(const CollectionInfo& collection, U32 key);
   bool sendInside(const CollectionInfo& collection);
-  bool sendInside(const CollectionInfo& collection, std::map<U32, FlowOut>::iterator inside);
+  bool sendInside(const CollectionInfo& collection, FlowOut::Members::Flows::iterator inside);
   void sendBegin(const CollectionInfo& collection);
   void sendEnd(const CollectionInfo& collection, Stop stop);
   void sendMarker(FrameType type, const CollectionInfo& collection, U8 flag);

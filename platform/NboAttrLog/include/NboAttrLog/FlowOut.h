@@ -5,6 +5,7 @@
 // needs no FlowOut once everything of it has been sent, and most entities have none.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,6 +15,7 @@
 #include <Mox/HashMap.h>
 #include <Mox/TypeInfo.h>
 #include <MoxBase/Export.h>
+#include <MoxBase/PoolAllocator.h>
 #include <MoxBase/Types.h>
 #include <NboAttrLog/WalkState.h>
 
@@ -67,9 +69,18 @@ class MOX_PUBLIC FlowOut {
 // Members that have members of their own need a FlowOut each, in key order, so that a walk through
 // a million of them can stop and go on. Leaves, the most numerous entities, need a number each.
 class MOX_PUBLIC FlowOut::Members {
+  template <class V>
+  using Tree = std::map<U32, V, std::less<>, PoolAllocator<std::pair<const U32, V>>>;
+
  public:
+  using Dirty = Tree<bool>;
+  using Flows = Tree<FlowOut>;
+
+  static void* operator new(size_t bytes) { return poolNew(bytes); }
+  static void operator delete(void* members, size_t bytes) { poolDelete(members, bytes); }
+
   // Keys of members that came or went and have not been sent, in ascending order.
-  const std::map<U32, bool>& dirty() const;
+  const Dirty& dirty() const;
   void dirtyIs(U32 key, bool value);
   void dirtyDel(U32 key);
 
@@ -78,7 +89,7 @@ class MOX_PUBLIC FlowOut::Members {
   void bookmarkIs(std::optional<U32> key);
 
   // Members that the peer has, each with the part that has not been sent.
-  std::map<U32, FlowOut>& flows();
+  Flows& flows();
   // The key at which the next round through them begins.
   U32 nextFlow() const;
   void nextFlowIs(U32 key);
@@ -120,8 +131,11 @@ class MOX_PUBLIC FlowOut::Members {
   };
   // For collections whose members have members; leaves do without.
   struct Inner {
-    std::map<U32, bool> dirty;
-    std::map<U32, FlowOut> flows;
+    static void* operator new(size_t bytes) { return poolNew(bytes); }
+    static void operator delete(void* inner, size_t bytes) { poolDelete(inner, bytes); }
+
+    Dirty dirty;
+    Flows flows;
     std::optional<U32> bookmark;
     U32 nextFlow = 0;
   };
