@@ -6,11 +6,13 @@
 #include <stdexcept>
 
 #include <fmt/format.h>
+#include <malloc.h>
 
 #include <Link/LinkMonitor.h>
 #include <Link/RingPort.h>
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
+#include <MoxBase/Pool.h>
 #include <Obel/TimerReactor.h>
 #include <Server/RequestServer.h>
 #include <boost/asio/io_context.hpp>
@@ -33,6 +35,8 @@ constexpr Mox::Seconds handlersQuantum = 0.001;
 constexpr size_t timersOfTurn = 8;  // between two looks at the clock
 // A batch of packets takes no longer, so that timers that are due do not wait.
 constexpr Mox::Seconds longestBatch = 0.05;
+// Bytes of objects: a smaller process is not worth the time.
+constexpr size_t leastTrimmed = size_t{16} << 20;
 // Until an output that takes nothing is tried again.
 constexpr Mox::Seconds outputRetry = 0.01;
 // A timer that is less late is no sign of a gap to any querier: half of the shortest query response
@@ -85,6 +89,9 @@ class AgentLoop::Impl {
   void turnWheel();
   void rebuildAfterGap();
   void reportChanges();
+  // Lets the heap give memory back when most of the objects have gone: it does so by itself only
+  // for what lies at its end.
+  void trimMemory();
   // The next part of the state, if it was requested.
   void reportState();
   // Tries again soon when the output does not take the events now.
@@ -111,6 +118,7 @@ class AgentLoop::Impl {
   const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
   bool inBatch_ = false;
   bool stateRequested_ = false;
+  size_t mostCells_ = 0;  // bytes of objects, since memory was given back
   Mox::Seconds lastBatchEnd_ = Mox::now();
 };
 
@@ -320,8 +328,17 @@ void AgentLoop::Impl::rebuildAfterGap() {
   for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
 }
 
+void AgentLoop::Impl::trimMemory() {
+  const size_t cells = Mox::poolUse().cells;
+  mostCells_ = std::max(mostCells_, cells);
+  if (mostCells_ < leastTrimmed || cells > mostCells_ / 4) return;
+  malloc_trim(0);
+  mostCells_ = cells;
+}
+
 void AgentLoop::Impl::reportChanges() {
   pending_.flush();
+  trimMemory();
   alarm_.timeIs(wheel_->nextDue());
 }
 

@@ -82,10 +82,13 @@ class World:
             time.sleep(0.2)
 
     def memory_bytes(self, which):
-        """VmHWM for the peak, RssAnon for what is resident now, without rings."""
+        """VmHWM for the peak, RssAnon and RssFile for what is resident now, without rings."""
         status = pathlib.Path(f"/proc/{self.agent.pid}/status").read_text(encoding="ascii")
         line = next(line for line in status.splitlines() if line.startswith(which))
         return int(line.split()[1]) * 1024
+
+    def resident_bytes(self):
+        return self.memory_bytes("RssAnon") + self.memory_bytes("RssFile")
 
 
 def cpu_seconds(pid):

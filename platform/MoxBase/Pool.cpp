@@ -6,6 +6,7 @@
 #include <array>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include <MoxBase/Ptr.h>
 
@@ -31,8 +32,8 @@ constexpr size_t hugePage = size_t{1} << 21;
 constexpr size_t page = 4096;
 constexpr size_t spanBytes = size_t{1} << 16;
 constexpr size_t spansOfSegment = hugePage / spanBytes;
-// Free spans that stay in memory, beside as many as are in use: demand goes up and down.
-constexpr size_t spareSpans = 32;
+// Free spans that stay in memory, beside half as many as are in use: demand goes up and down.
+constexpr size_t spareSpans = 8;
 
 struct Cell {
   Cell* next;
@@ -55,6 +56,8 @@ struct Span {
 // Spans lie side by side at a multiple of a huge page, which their heads begin.
 struct Segment {
   std::array<Span, spansOfSegment> spans;
+  U32 used;    // spans
+  bool small;  // on small pages
 };
 static_assert(sizeof(Segment) <= page);
 
@@ -83,23 +86,21 @@ void* mapAligned(size_t bytes, bool huge) {
 
 size_t wholePages(size_t bytes) { return (bytes + hugePage - 1) / hugePage * hugePage; }
 
-std::byte* segmentOf(void* inside) {
+Segment& segmentOf(void* inside) {
   auto* at = static_cast<std::byte*>(inside);
-  return at - reinterpret_cast<size_t>(at) % hugePage;
+  return *reinterpret_cast<Segment*>(at - reinterpret_cast<size_t>(at) % hugePage);
 }
 
 Span& spanOf(void* cell) {
-  std::byte* const segment = segmentOf(cell);
-  const size_t number = static_cast<size_t>(static_cast<std::byte*>(cell) - segment) / spanBytes;
-  return reinterpret_cast<Segment*>(segment)->spans[number];
+  const size_t number = reinterpret_cast<size_t>(cell) % hugePage / spanBytes;
+  return segmentOf(cell).spans[number];
 }
 
 // The memory of a span: in the first one, behind the heads.
 std::byte* memoryOf(Span& span) {
-  std::byte* const segment = segmentOf(&span);
-  const auto number =
-      static_cast<size_t>(&span - reinterpret_cast<Segment*>(segment)->spans.data());
-  return segment + (number == 0 ? page : number * spanBytes);
+  Segment& segment = segmentOf(&span);
+  const auto number = static_cast<size_t>(&span - segment.spans.data());
+  return reinterpret_cast<std::byte*>(&segment) + (number == 0 ? page : number * spanBytes);
 }
 
 void link(Span*& list, Span& span) {
@@ -117,6 +118,7 @@ void unlink(Span*& list, Span& span) {
 // The first segment does without a huge page: most processes need a part of it.
 void newSegment() {
   auto* const segment = new (mapAligned(hugePage, anySegment)) Segment{};
+  segment->small = !anySegment;
   anySegment = true;
   for (size_t i = spansOfSegment; i-- > 0;) {
     Span& span = segment->spans[i];
@@ -133,6 +135,7 @@ Span& newSpan(size_t index) {
   unlink(from, span);
   if (!span.returned) --freeCount;
   ++usedCount;
+  ++segmentOf(&span).used;
   span.free = nullptr;
   span.rest = memoryOf(span);
   span.size = static_cast<U32>(index);
@@ -142,7 +145,10 @@ Span& newSpan(size_t index) {
   return span;
 }
 
+// From a huge page, whose other spans the kernel would else bring back with the next look at it.
 void returnToKernel(Span& span) {
+  Segment& segment = segmentOf(&span);
+  if (!std::exchange(segment.small, true)) madvise(&segment, hugePage, MADV_NOHUGEPAGE);
   std::byte* const memory = memoryOf(span);
   madvise(memory, static_cast<size_t>(span.end - memory), MADV_DONTNEED);
   unlink(freeSpans, span);
@@ -151,13 +157,25 @@ void returnToKernel(Span& span) {
   link(returnedSpans, span);
 }
 
-// While most spans are free, each that becomes free takes one more along.
+void segmentDel(Segment& segment) {
+  for (Span& span : segment.spans) {
+    unlink(span.returned ? returnedSpans : freeSpans, span);
+    if (!span.returned) --freeCount;
+  }
+  munmap(&segment, hugePage);
+}
+
+bool mostAreFree() { return freeCount > usedCount / 2 + spareSpans; }
+
+// While many spans are free, each that becomes free takes one more along, or its whole segment.
 void spanDel(Span& span) {
   unlink(withRoom[span.size], span);
   --usedCount;
   ++freeCount;
   link(freeSpans, span);
-  for (int i = 0; i < 2 && freeCount > usedCount + spareSpans; ++i) returnToKernel(*freeSpans);
+  Segment& segment = segmentOf(&span);
+  if (--segment.used == 0 && mostAreFree()) return segmentDel(segment);
+  for (int i = 0; i < 2 && mostAreFree(); ++i) returnToKernel(*freeSpans);
 }
 
 void* take(size_t index) {

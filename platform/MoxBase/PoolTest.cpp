@@ -78,7 +78,7 @@ TEST_F(PoolMemoryTest, goesBackWhenMostObjectsAreGone) {
     cells.pop_back();
   }
   giveBack(cells, bytes);
-  // Each of those keeps a span at most. As many free ones are kept, and a few.
+  // Each of those keeps a span at most. Half as many free ones are kept, and a few.
   constexpr size_t span = 65536;
   EXPECT_LE(poolUse().spans, 2 * (before + 400 * span) + 40 * span);
   giveBack(stay, bytes);
