@@ -2,7 +2,7 @@
 // real querier. Never more groups and sources than the limits allow, and never many more bytes sent
 // than received.
 //
-// QUERIER_PROPERTY_RUNS sets the number of sequences, QUERIER_PROPERTY_SEED the first seed. A
+// INTAKE_PROPERTY_RUNS sets the number of sequences, INTAKE_PROPERTY_SEED the first seed. A
 // failure names its seed and step: that seed with one run shows it again.
 #include <cstdlib>
 #include <random>
@@ -149,8 +149,8 @@ class IntakePropertyTest : public IntakeTest {
 };
 
 TEST_F(IntakePropertyTest, randomPacketsStayWithinTheLimits) {
-  const U64 runs = fromEnvironment("QUERIER_PROPERTY_RUNS", 200);
-  const U64 first = fromEnvironment("QUERIER_PROPERTY_SEED", 1);
+  const U64 runs = fromEnvironment("INTAKE_PROPERTY_RUNS", 200);
+  const U64 first = fromEnvironment("INTAKE_PROPERTY_SEED", 1);
   Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
   size_t sent = 0;
   for (U64 seed = first; seed < first + runs; ++seed) {

@@ -178,10 +178,15 @@ void spanDel(Span& span) {
   for (int i = 0; i < 2 && mostAreFree(); ++i) returnToKernel(*freeSpans);
 }
 
-void* take(size_t index) {
-  const size_t bytes = (index + 1) * step;
-  Span& span = withRoom[index] != nullptr ? *withRoom[index] : newSpan(index);
+size_t indexOf(size_t bytes) { return (bytes - 1) / step; }
+size_t cellBytes(size_t index) { return (index + 1) * step; }
+
+void* take(size_t wanted) {
+  const size_t index = indexOf(wanted);
+  const size_t bytes = cellBytes(index);
   use.cells += bytes;
+  if (!pooled) return ::operator new(wanted);
+  Span& span = withRoom[index] != nullptr ? *withRoom[index] : newSpan(index);
   ++span.used;
   void* taken = span.free;
   if (taken != nullptr) {
@@ -197,9 +202,13 @@ void* take(size_t index) {
   return taken;
 }
 
-void giveBack(void* cell) {
+void giveBack(void* cell, size_t bytes) {
+  use.cells -= cellBytes(indexOf(bytes));
+  if (!pooled) {
+    ::operator delete(cell);
+    return;
+  }
   Span& span = spanOf(cell);
-  use.cells -= (size_t{span.size} + 1) * step;
   span.free = new (cell) Cell{span.free};
   if (!span.hasRoom) {
     span.hasRoom = true;
@@ -209,29 +218,26 @@ void giveBack(void* cell) {
   if (--span.used == 0 && (span.next != nullptr || span.previous != nullptr)) spanDel(span);
 }
 
-size_t indexOf(size_t bytes) { return (bytes - 1) / step; }
-
 }  // namespace
 
 void* poolNew(size_t bytes) {
-  if (!pooled || bytes > largest) return ::operator new(bytes);
-  const size_t index = indexOf(bytes);
-  if (!threadSafePtrs()) return take(index);
+  if (bytes > largest) return ::operator new(bytes);
+  if (!threadSafePtrs()) return take(bytes);
   const std::scoped_lock lock(mutex);
-  return take(index);
+  return take(bytes);
 }
 
 void poolDelete(void* cell, size_t bytes) noexcept {
-  if (!pooled || bytes > largest) {
+  if (bytes > largest) {
     ::operator delete(cell);
     return;
   }
   if (!threadSafePtrs()) {
-    giveBack(cell);
+    giveBack(cell, bytes);
     return;
   }
   const std::scoped_lock lock(mutex);
-  giveBack(cell);
+  giveBack(cell, bytes);
 }
 
 // A small table is one of many.
