@@ -197,6 +197,10 @@ class Station:
         """Deletes eth0."""
         self.ip("link", "del", "eth0")
 
+    def cut(self):
+        """Nothing reaches the link any more, and the machine does not notice."""
+        ip("-n", self.lab.switch, "link", "set", self.port, "nomaster")
+
     def down(self):
         self.ip("link", "set", "eth0", "down")
 
