@@ -157,4 +157,4 @@ def run_once(station, *arguments, wrapper=(), command=()):
     return subprocess.run(
         ("ip", "netns", "exec", station.namespace, *wrapper, *(command or (program(),)),
          *arguments),
-        capture_output=True, text=True, timeout=20, check=False)
+        capture_output=True, text=True, timeout=60, check=False)
