@@ -147,7 +147,8 @@ void Router::send(std::span<const U8> packet) {
 bool Router::turn() {
   if (fault_ == Fault::hoards && isRunning()) {
     for (auto at = status().group().begin(); at != status().group().end(); ++at) {
-      hoard_.push_back(querier_->status()->group(at.key()));
+      const auto group = querier_->status()->group(at.key());
+      hoard_.emplace(group.get(), group);
     }
   }
   const size_t fired = wheel_->turn(Mox::now());

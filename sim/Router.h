@@ -7,6 +7,7 @@
 
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -102,7 +103,7 @@ class Router {
   Agent::FrameReceiver* receiver_ = nullptr;  // while a port is open
   std::unique_ptr<Agent::InterfaceQuerier> querier_;
   std::deque<const Frame*> ring_;  // received while it was stopped
-  std::vector<Mox::Ptr<Gmp::Igmp::QuerierGroupStatus>> hoard_;
+  std::map<const void*, Mox::Ptr<Gmp::Igmp::QuerierGroupStatus>> hoard_;  // by itself
 };
 
 }  // namespace Sim

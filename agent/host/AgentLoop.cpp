@@ -32,7 +32,7 @@ namespace {
 // left over are due at once. One step of either may begin just before that and take as long again.
 constexpr Mox::Seconds turnQuantum = 0.0015;
 constexpr Mox::Seconds handlersQuantum = 0.001;
-constexpr size_t timersOfTurn = 8;  // between two looks at the clock
+constexpr size_t timersOfTurn = 2;  // between two looks at the clock
 // A batch of packets takes no longer, so that timers that are due do not wait.
 constexpr Mox::Seconds longestBatch = 0.05;
 // Bytes of objects: a smaller process is not worth the time.

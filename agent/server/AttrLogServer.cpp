@@ -23,9 +23,9 @@ namespace {
 
 constexpr const char* serviceName = "the attribute log";
 constexpr Seconds pollInterval = 1.0;
-// Memory of peers that have gone is given back in steps of a millisecond.
-constexpr Seconds giveBackInterval = 0.01;
-constexpr size_t keysGivenBack = 10000;
+// Memory of peers that have gone is given back in steps of a millisecond at most.
+constexpr Seconds giveBackInterval = 0.002;
+constexpr size_t keysGivenBack = 1000;
 constexpr Seconds helloTimeout = 10.0;  // for a peer that connects and sends nothing
 
 Mox::EventLogHandle peerDropped({

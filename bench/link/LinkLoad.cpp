@@ -48,6 +48,7 @@ struct Options {
   size_t groups = 1;
   size_t records = 1;
   size_t sources = 0;
+  size_t firstSource = 0;
   size_t hosts = 1;
   size_t firstHost = 0;
   double rate = 0;     // frames a second; 0: no limit
@@ -72,7 +73,7 @@ Frame frameOf(size_t host, const std::vector<Ilvo::V3Record>& records) {
 // Each group in turn, `records` of them in a frame.
 std::vector<Frame> reports(const Options& options, U8 type) {
   std::vector<IpAddr> sources;
-  for (size_t s = 0; s < options.sources; ++s) sources.push_back(sourceAt(s));
+  for (size_t s = 0; s < options.sources; ++s) sources.push_back(sourceAt(options.firstSource + s));
   std::vector<Frame> frames;
   for (size_t group = 0; group < options.groups;) {
     std::vector<Ilvo::V3Record> records;
@@ -184,6 +185,7 @@ int run(int argc, char** argv) {
   app.add_option("--groups", options.groups, "number of groups");
   app.add_option("--records", options.records, "records in a frame");
   app.add_option("--sources", options.sources, "sources in a record");
+  app.add_option("--first-source", options.firstSource, "number of the first source");
   app.add_option("--hosts", options.hosts, "number of hosts, each with its MAC and address");
   app.add_option("--first-host", options.firstHost, "number of the first host and group");
   app.add_option("--rate", options.rate, "frames a second; 0: as fast as it goes");

@@ -6,7 +6,6 @@ does for it. A row is the median of several runs, each with an agent of its own.
 """
 import argparse
 import concurrent.futures
-import contextlib
 import json
 import os
 import pathlib
@@ -15,41 +14,19 @@ import statistics
 import subprocess
 import sys
 
+from join_figures import join_works
 from loop_figures import loop_works
-from world import AGENT_CPU, MEGABYTE, World, cpu_seconds
+from world import MEGABYTE, RATE, World, measured
 from lab import why_not
 
-RATE = 300_000  # frames a second
 QUERY_INTERVAL = 2  # seconds, in the runs that look at the queries
 SEED = "63230"  # the first queries leave within 0.1 s
 IGMP_QUERY = "ether[38] = 0x11"  # behind an IP header of 24 bytes
 
 
-def busy_seconds(cpu):
-    """Of everything on that processor, interrupts included."""
-    for line in pathlib.Path("/proc/stat").read_text(encoding="ascii").splitlines():
-        name, *ticks = line.split()
-        if name == f"cpu{cpu}":
-            user, nice, system, _, _, irq, softirq = map(int, ticks[:7])
-            return (user + nice + system + irq + softirq) / os.sysconf("SC_CLK_TCK")
-    raise OSError(f"no processor {cpu}")
-
-
 def softnet_drops():
     lines = pathlib.Path("/proc/net/softnet_stat").read_text(encoding="ascii").splitlines()
     return sum(int(line.split()[1], 16) for line in lines)
-
-
-@contextlib.contextmanager
-def measured(world, figures, items):
-    """Adds the cost of what happens meanwhile, in nanoseconds an item."""
-    before = cpu_seconds(world.agent.pid), busy_seconds(AGENT_CPU)
-    count = []
-    yield count
-    world.settle()
-    after = cpu_seconds(world.agent.pid), busy_seconds(AGENT_CPU)
-    for name, a, b in zip(("ns", "machine_ns"), before, after):
-        figures[name] = (b - a) / (sum(count) * items) * 1e9
 
 
 def refresh(groups, records=1, sources=0, rate=RATE, seconds=3):
@@ -152,7 +129,7 @@ def works(tiny):
                          {"wrong": 0, "late_ms": 100, "peak_mb": 250},
                          lambda work=work, hosts=hosts: flood(work, hosts, RATE,
                                                               6 if tiny else 10)))
-    return rows + loop_works(tiny)
+    return rows + join_works(tiny) + loop_works(tiny)
 
 
 def main():

@@ -67,7 +67,7 @@ def longest_gap(groups):
         world.send("joins", groups=groups, records=GROUPS_OF_FRAME, rate=4_000)
         status = "status/eth0/group"
         with readers(world.socket, READERS) as reading:
-            agent = pathlib.Path(world.output.name)
+            agent = world.events
             others = [asked(world, "get", status), asked(world, "get", "querierSm/eth0/groupSm"),
                       asked(world, "get", "--complete", "querierSm/eth0/groupSm[239.15"),
                       asked(world, "get", "--complete", f"{status}[239.15")]
@@ -135,7 +135,7 @@ def leaves(groups):
         tcpdump.wait()
         left = times_of(capture, "igmp.maddr")
         took = []
-        with open(world.output.name, encoding="utf-8") as lines:
+        with open(world.events, encoding="utf-8") as lines:
             for event in map(json.loads, lines):
                 if event["event"] != "groupLeft": continue
                 ended = datetime.datetime.fromisoformat(event["utc"]).timestamp()

@@ -1,4 +1,5 @@
 """A link for the benchmarks: an agent in one network namespace, senders in another."""
+import contextlib
 import json
 import os
 import pathlib
@@ -14,12 +15,14 @@ IGMPQ = os.environ.get("IGMPQ", ROOT / "build/release/igmpq/igmpq")
 LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/link/LinkLoad")
 AGENT_CPU, SENDER_CPU = 0, 1
 MEGABYTE = 1024 * 1024
+RATE = 300_000  # frames a second
 
 
 class World:
     """An agent on eth0, eth1 and so on, and the other end of each link, load0 and so on."""
 
-    def __init__(self, *options, interfaces=2):
+    def __init__(self, *options, interfaces=2, piped=False):
+        """Events go into a file, or into a pipe that a process on the other processor reads."""
         self.lab = Lab()
         self.router = self.lab.add_namespace("router")
         self.hosts = self.lab.add_namespace("hosts")
@@ -32,7 +35,13 @@ class World:
             ip("-n", self.router, "link", "set", f"eth{number}", "up")
             ip("-n", self.hosts, "link", "set", f"load{number}", "up")
         self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
-        self.output = open(pathlib.Path(self.lab.scratch.name, "events"), "wb")
+        self.events = pathlib.Path(self.lab.scratch.name, "events")
+        self.output = open(self.events, "wb")
+        if piped:
+            reader = subprocess.Popen(("taskset", "-c", str(SENDER_CPU), "cat"),
+                                      stdin=subprocess.PIPE, stdout=self.output)
+            self.output.close()
+            self.output = reader.stdin
         self.agent = self.lab.spawn(
             self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", *names,
             "--querier-version", "3", "--socket", self.socket, *options, stdout=self.output)
@@ -89,6 +98,28 @@ class World:
 
     def resident_bytes(self):
         return self.memory_bytes("RssAnon") + self.memory_bytes("RssFile")
+
+
+@contextlib.contextmanager
+def measured(world, figures, items):
+    """Adds the cost of what happens meanwhile, in nanoseconds an item."""
+    before = cpu_seconds(world.agent.pid), busy_seconds(AGENT_CPU)
+    count = []
+    yield count
+    world.settle()
+    after = cpu_seconds(world.agent.pid), busy_seconds(AGENT_CPU)
+    for name, a, b in zip(("ns", "machine_ns"), before, after):
+        figures[name] = (b - a) / (sum(count) * items) * 1e9
+
+
+def busy_seconds(cpu):
+    """Of everything on that processor, interrupts included."""
+    for line in pathlib.Path("/proc/stat").read_text(encoding="ascii").splitlines():
+        name, *ticks = line.split()
+        if name == f"cpu{cpu}":
+            user, nice, system, _, _, irq, softirq = map(int, ticks[:7])
+            return (user + nice + system + irq + softirq) / os.sysconf("SC_CLK_TCK")
+    raise OSError(f"no processor {cpu}")
 
 
 def cpu_seconds(pid):

@@ -11,7 +11,7 @@ namespace Mox::NboAttrLog {
 namespace {
 
 // More than one key is forgotten for each that was remembered.
-constexpr size_t keysGivenBack = 4;
+constexpr size_t keysGivenBack = 2;
 constexpr size_t keysGivenBackByDrain = 256;
 
 }  // namespace
