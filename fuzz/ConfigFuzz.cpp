@@ -1,6 +1,6 @@
 // Any bytes as a configuration file give settings, or faults whose lines and columns are inside the
-// file. Settings that were accepted, written out as each interface has them and read again, give the
-// same ones.
+// file. Settings that were accepted, written out as each interface has them and read again, are the
+// same.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -87,7 +87,7 @@ class CommandTest(unittest.TestCase):
 
     def test_a_verb_is_needed(self):
         self.expect_bad_use([], "a verb is missing")
-        self.expect_bad_use(["walk"], "there is no verb walk; there are: run, check, reload, show, ")
+        self.expect_bad_use(["walk"], "there is no verb walk; there are: run, check, reload, ")
         self.expect_bad_use(["--walk"], "The following argument was not expected: --walk")
 
     def test_an_unknown_type_is_bad_use(self):

@@ -64,7 +64,8 @@ class RandomEditsTest(ReloadTestCase):
             try:
                 self.edit_once(edit)
             except AssertionError as error:
-                raise AssertionError(f"edit {edit}: {error}; {self.file.read_text('utf-8')}") from None
+                text = self.file.read_text("utf-8", "replace")
+                raise AssertionError(f"edit {edit}: {error}\n{text}") from None
         self.check_groups()
         self.check_fresh_agent()
 

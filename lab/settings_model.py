@@ -93,7 +93,7 @@ class Model:
         return values
 
     def read(self, path, draft, present):
-        """Takes the draft over; False, and no change, where values set at run time contradict it."""
+        """Takes the draft over; False, and no change, where values set at run time contradict."""
         names = dict.fromkeys(
             name for section in draft.interfaces for name in
             (sorted(present) if section.is_pattern() else [section.name])

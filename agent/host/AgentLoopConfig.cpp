@@ -29,7 +29,7 @@ std::vector<ConfigChange> changesOf(const ConfigError& error) {
 }  // namespace
 
 // Both are open before the agent leaves the old path.
-struct AgentLoop::Impl::Listeners {
+struct AgentLoop::Impl::NewSockets {
   std::unique_ptr<LocalListener> attrLog;
   std::unique_ptr<LocalListener> requests;
 };
@@ -94,11 +94,11 @@ std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
       {.entitiesOf = [this](const std::string& interface) { return entitiesOf(interface); },
        .canServeElsewhere = attrLog_ && requests_ && !next.socketPath.empty()});
   next.settings.agent = plan.after.agent;
-  std::optional<Listeners> listeners = listenersAt(next.socketPath);
+  std::optional<NewSockets> sockets = newSocketsAt(next.socketPath);
   interfaceCount_ = plan.after.names.size();
   Queriers added = newQueriers(plan);
 
-  serveAt(next, std::move(listeners));
+  serveAt(next, std::move(sockets));
   removeQueriers(plan);
   applySettings(plan);
   addQueriers(plan, std::move(added));
@@ -108,10 +108,10 @@ std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
   return std::move(plan.changes);
 }
 
-std::optional<AgentLoop::Impl::Listeners> AgentLoop::Impl::listenersAt(const std::string& path) {
+std::optional<AgentLoop::Impl::NewSockets> AgentLoop::Impl::newSocketsAt(const std::string& path) {
   if (!attrLog_ || !requests_ || path.empty() || path == servedPath_) return std::nullopt;
-  return Listeners{.attrLog = attrLog_->listenerAt(path),
-                   .requests = requests_->listenerAt(requestSocketPath(path))};
+  return NewSockets{.attrLog = attrLog_->socketAt(path),
+                    .requests = requests_->socketAt(requestSocketPath(path))};
 }
 
 AgentLoop::Impl::Queriers AgentLoop::Impl::newQueriers(const ConfigPlan& plan) {
@@ -128,15 +128,15 @@ AgentLoop::Impl::Queriers AgentLoop::Impl::newQueriers(const ConfigPlan& plan) {
   return added;
 }
 
-void AgentLoop::Impl::serveAt(const Config& next, std::optional<Listeners> listeners) {
+void AgentLoop::Impl::serveAt(const Config& next, std::optional<NewSockets> sockets) {
   const AgentSettings& agent = next.settings.agent;
   services_.reportQueries = agent.queries;
   if (attrLog_) attrLog_->limitsAre(next.rightsOf, agent.stallTimeout, agent.maxReaders);
   if (requests_) requests_->rightsAre(next.rightsOf);
-  if (!listeners) return;
+  if (!sockets) return;
   servedPath_ = next.socketPath;
-  attrLog_->listenerIs(std::move(listeners->attrLog));
-  requests_->listenerIs(std::move(listeners->requests));
+  attrLog_->socketIs(std::move(sockets->attrLog));
+  requests_->socketIs(std::move(sockets->requests));
 }
 
 // Its groups end in steps, as there may be many.

@@ -1,5 +1,5 @@
-// The loop's own parts: its construction, batches and signals are in AgentLoop.cpp, the configuration
-// that is read again in AgentLoopConfig.cpp.
+// The parts of the loop: its construction, batches and signals are in AgentLoop.cpp, the reading of
+// the configuration again in AgentLoopConfig.cpp.
 #pragma once
 
 #include <functional>
@@ -42,7 +42,7 @@ class AgentLoop::Impl {
   std::vector<InterfaceView> views() const;
 
  private:
-  struct Listeners;
+  struct NewSockets;
 
   std::unique_ptr<AttrLogServer> makeAttrLogServer(const Setup& setup, EventSink& sink);
   std::unique_ptr<RequestServer> makeRequestServer(const Setup& setup, EventSink& sink);
@@ -62,10 +62,10 @@ class AgentLoop::Impl {
   std::vector<ConfigChange> takeOver();
   void report(const std::vector<ConfigChange>& changes);
   // Each opens all that it needs, and changes nothing. Throws std::runtime_error.
-  std::optional<Listeners> listenersAt(const std::string& path);
+  std::optional<NewSockets> newSocketsAt(const std::string& path);
   Queriers newQueriers(const ConfigPlan& plan);
   // These cannot fail.
-  void serveAt(const Config& next, std::optional<Listeners> listeners);
+  void serveAt(const Config& next, std::optional<NewSockets> sockets);
   void removeQueriers(const ConfigPlan& plan);
   void applySettings(const ConfigPlan& plan);
   void addQueriers(const ConfigPlan& plan, Queriers added);

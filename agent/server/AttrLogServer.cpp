@@ -64,7 +64,7 @@ AttrLogServer::AttrLogServer(boost::asio::io_context& io, Setup setup,
       setup_(std::move(setup)),
       turn_(std::move(turn)),
       monitor_(Gmp::Igmp::gmpAttrLogSmFactory(Mox::makePtr<NoSocketYet>())),
-      listener_(listenerAt(setup_.path)),
+      socket_(socketAt(setup_.path)),
       pollTimer_(wheel, *this) {}
 
 AttrLogServer::~AttrLogServer() {
@@ -72,7 +72,7 @@ AttrLogServer::~AttrLogServer() {
   for (const auto& peer : peers_) peer->close();
 }
 
-std::unique_ptr<LocalListener> AttrLogServer::listenerAt(const std::string& path) {
+std::unique_ptr<LocalListener> AttrLogServer::socketAt(const std::string& path) {
   return std::make_unique<LocalListener>(
       io_, LocalListener::Setup{.path = path, .what = serviceName}, wheel_,
       [this](Descriptor socket) { accept(std::move(socket)); });

@@ -68,7 +68,7 @@ class ChangesAnswer final : public Answer {
   size_t next_ = 0;
 };
 
-// A line for the agent, one for each interface, and one that ends them. The settings of one line are
+// A line for the agent, one for each interface, and one that ends them. The settings of a line are
 // those of one moment.
 class ConfigAnswer final : public Answer {
  public:

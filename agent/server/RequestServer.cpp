@@ -75,13 +75,13 @@ RequestServer::RequestServer(boost::asio::io_context& io, Setup setup,
       wheel_(wheel),
       rightsOf_(std::move(setup.rightsOf)),
       services_(std::move(services)),
-      listener_(listenerAt(setup.path)) {}
+      socket_(socketAt(setup.path)) {}
 
 RequestServer::~RequestServer() {
   for (const auto& client : clients_) client->close();
 }
 
-std::unique_ptr<LocalListener> RequestServer::listenerAt(const std::string& path) {
+std::unique_ptr<LocalListener> RequestServer::socketAt(const std::string& path) {
   return std::make_unique<LocalListener>(
       io_, LocalListener::Setup{.path = path, .what = serviceName}, wheel_,
       [this](Descriptor socket) { accept(std::move(socket)); });

@@ -47,8 +47,8 @@ struct ConfiguredAgent {
   SettingOrigins origins;  // of these, by attribute; of `agent`, by key
 };
 
-// Of the interfaces of those names. Null for no files. Throws ConfigError for values that contradict
-// each other, each right by itself.
+// Null for no files. Throws ConfigError for values that contradict
+// each other, though each is right by itself.
 ConfiguredAgent configuredAgent(const Configuration* files, const GivenSettings& given,
                                 const std::vector<std::string>& names);
 

@@ -53,10 +53,10 @@ class AttrLogServer {
   AttrLogServer(const AttrLogServer&) = delete;
   AttrLogServer& operator=(const AttrLogServer&) = delete;
 
-  // A listener at another path, for listenerIs. Throws std::runtime_error as the constructor does.
-  std::unique_ptr<LocalListener> listenerAt(const std::string& path);
+  // A socket at another path, for socketIs. Throws std::runtime_error as the constructor does.
+  std::unique_ptr<LocalListener> socketAt(const std::string& path);
   // From here on peers connect there; those that are connected stay.
-  void listenerIs(std::unique_ptr<LocalListener> listener) { listener_ = std::move(listener); }
+  void socketIs(std::unique_ptr<LocalListener> socket) { socket_ = std::move(socket); }
   // For peers that connect from here on, and the most of them.
   void limitsAre(const RightsOf& rightsOf, Mox::Seconds stallTimeout, size_t maxReaders);
 
@@ -85,7 +85,7 @@ class AttrLogServer {
   Mox::NboAttrLog::Directory directory_;
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
   std::vector<std::shared_ptr<AttrLogPeer>> peers_;
-  std::unique_ptr<LocalListener> listener_;
+  std::unique_ptr<LocalListener> socket_;
   Obel::TimerReactor<AttrLogServer, &AttrLogServer::handlePollTimer> pollTimer_;
 };
 

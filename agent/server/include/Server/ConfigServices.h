@@ -1,5 +1,5 @@
-// What requests about the configuration need of the agent: to read its files again, and the settings
-// that hold with the origin of each.
+// What requests about the configuration need of the agent: to read its files again, and to return
+// the settings that hold, with the origin of each.
 #pragma once
 
 #include <functional>

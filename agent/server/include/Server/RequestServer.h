@@ -44,8 +44,8 @@ class RequestServer {
   RequestServer& operator=(const RequestServer&) = delete;
 
   // As those of AttrLogServer.
-  std::unique_ptr<LocalListener> listenerAt(const std::string& path);
-  void listenerIs(std::unique_ptr<LocalListener> listener) { listener_ = std::move(listener); }
+  std::unique_ptr<LocalListener> socketAt(const std::string& path);
+  void socketIs(std::unique_ptr<LocalListener> socket) { socket_ = std::move(socket); }
   void rightsAre(const RightsOf& rightsOf) { rightsOf_ = rightsOf; }
 
   // Sends the traces that were recorded since the last call to the clients that follow them; to be
@@ -69,7 +69,7 @@ class RequestServer {
   const RequestServices services_;
   std::vector<std::shared_ptr<Client>> clients_;
   Mox::U64 recordedSeen_ = 0;
-  std::unique_ptr<LocalListener> listener_;
+  std::unique_ptr<LocalListener> socket_;
 };
 
 }  // namespace Agent
