@@ -1,10 +1,24 @@
 #include "ConfigDocument.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 #include <optional>
 #include <utility>
 
 #include <fmt/format.h>
+
+// A faulty file can break what the parser asserts, such as one with "[[" at the end of a line. It must
+// not end an agent that reads its files again, so that these assertions throw; without them, which is
+// the default in release builds, anything could happen.
+namespace Agent::ConfigParser {
+struct Stuck {};
+constexpr void check(bool holds) {
+  if (!holds) throw Stuck();
+}
+}  // namespace Agent::ConfigParser
+#undef NDEBUG
+#define TOML_ASSERT(expression) ::Agent::ConfigParser::check(static_cast<bool>(expression))
 #include <toml++/toml.h>
 
 namespace Agent {
@@ -103,11 +117,65 @@ class Reader {
   ConfigDocument document_;
 };
 
+bool isStuckIn(std::string_view text) {
+  try {
+    static_cast<void>(toml::parse(text));
+  } catch (const ConfigParser::Stuck&) {
+    return true;
+  } catch (const toml::parse_error&) {
+    return false;
+  }
+  return false;
+}
+
+ConfigPlace placeAt(std::string_view text, size_t at, const std::string& file) {
+  const std::string_view before = text.substr(0, at);
+  const auto isBegin = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; };
+  const auto line = std::ranges::count(before, '\n');
+  const auto column = std::ranges::count_if(before.substr(before.rfind('\n') + 1), isBegin);
+  return {.file = file,
+          .line = static_cast<Mox::U32>(line + 1),
+          .column = static_cast<Mox::U32>(column + 1)};
+}
+
+// The parser reads from front to back: it gets stuck in every text that begins like the shortest one
+// in which it does, at the last character of that.
+size_t stuckAt(std::string_view text) {
+  size_t freely = 0;
+  size_t stuck = text.size();
+  while (freely + 1 < stuck) {
+    const size_t half = freely + (stuck - freely) / 2;
+    (isStuckIn(text.substr(0, half)) ? stuck : freely) = half;
+  }
+  return stuck - 1;
+}
+
+// The parser nests a table for each part of a key, and its memory is given back by recursion: a key of
+// a hundred thousand parts would use up the stack. What is within quotes counts as well.
+std::optional<size_t> endlessKeyAt(std::string_view text) {
+  constexpr size_t mostParts = 1000;
+  size_t parts = 0;
+  for (size_t at = 0; at < text.size(); ++at) {
+    const auto c = static_cast<unsigned char>(text[at]);
+    const bool isOfKey =
+        std::isalnum(c) != 0 || c >= 0x80 || std::strchr("-_.\"' \t", c) != nullptr;
+    if (c == '\0' || !isOfKey) parts = 0;
+    if (c == '.' && ++parts > mostParts) return at;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 ConfigDocument configDocument(std::string_view text, const std::string& file) {
+  if (const auto at = endlessKeyAt(text)) {
+    throw ConfigError({{.place = placeAt(text, *at, file), .what = "a key has too many parts"}});
+  }
   try {
     return Reader(file).read(toml::parse(text, file));
+  } catch (const ConfigParser::Stuck&) {
+    throw ConfigError({{.place = placeAt(text, stuckAt(text), file),
+                        .what = "error while parsing: neither a key nor a value can begin here"}});
   } catch (const toml::parse_error& error) {
     const auto& begin = error.source().begin;
     throw ConfigError({{.place = {.file = file, .line = begin.line, .column = begin.column},

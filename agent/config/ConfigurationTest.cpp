@@ -164,6 +164,7 @@ INSTANTIATE_TEST_SUITE_P(
     , BadConfiguration,
     testing::Values(
         Bad{"syntax", "[defaults\n", "igmpq.toml:1:10: "},
+        Bad{"nothingInBrackets", "# \xc3\xa4\n[[\n", "igmpq.toml:2:3: error while parsing: "},
         Bad{"noUtf8", "[defaults]\nx = \"\xff\"\n", "igmpq.toml:2:5: "},
         Bad{"unknownSection", "[default]\n",
             "igmpq.toml:1:2: default is no section; there are [defaults], [[interface]] and "
@@ -217,6 +218,17 @@ TEST_P(BadConfiguration, isRefusedWithItsPlace) {
 TEST_F(ConfigurationTest, allFaultsOfContentAreReported) {
   EXPECT_EQ(faultsOf("[defaults]\nrobustness = 9\n[agent]\nevents = \"x\"\n[nothing]\n").size(),
             3u);
+}
+
+// Each part is a table within a table.
+TEST_F(ConfigurationTest, aKeyHasABoundedNumberOfParts) {
+  const auto keyOf = [](size_t parts) {
+    std::string key = "[";
+    for (size_t i = 1; i < parts; ++i) key += "a.";
+    return key + "a]\n";
+  };
+  EXPECT_THAT(faultsOf(keyOf(1000)), ElementsAre(testing::StartsWith("igmpq.toml:1:2: a is no")));
+  EXPECT_THAT(faultsOf(keyOf(500000)), ElementsAre("igmpq.toml:1:2003: a key has too many parts"));
 }
 
 TEST_F(ConfigurationTest, anEmptyFileNamesNoInterface) {

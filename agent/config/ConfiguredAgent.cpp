@@ -23,7 +23,7 @@ SettingOrigin inFile(const ConfigPlace& place) {
   return {.from = SettingOrigin::file, .place = place};
 }
 
-bool isOfProcess(const Written& setting) {
+bool isOfAllInterfaces(const Written& setting) {
   return Mox::typeInfoOf<IntakeProcessConfig>().attr(setting.attr->name) != nullptr;
 }
 
@@ -49,7 +49,7 @@ ConfiguredInterface configuredInterface(const Configuration* files, const GivenS
       boundaryIs(resolved.boundary->prefixes, inFile(resolved.boundary->place));
   }
   for (const Written& setting : given.settings) {
-    if (isOfProcess(setting)) continue;
+    if (isOfAllInterfaces(setting)) continue;
     put(interface.values, interface.origins, setting, {.from = SettingOrigin::commandLine});
   }
   if (given.boundary) boundaryIs(*given.boundary, {.from = SettingOrigin::commandLine});
@@ -72,7 +72,7 @@ void readAgent(ConfiguredAgent& agent, const Configuration* files, const GivenSe
                                    SettingOrigin{.from = SettingOrigin::commandLine});
   }
   for (const Written& setting : given.settings) {
-    if (!isOfProcess(setting)) continue;
+    if (!isOfAllInterfaces(setting)) continue;
     put(agent.values, agent.origins, setting, {.from = SettingOrigin::commandLine});
   }
 }

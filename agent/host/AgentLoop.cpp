@@ -208,6 +208,7 @@ void AgentLoop::Impl::run() {
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
     if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
+    deleteEmptied();
     reportState();
     flushOutput();
     alarm_.timeIs(wheel_->nextDue());
@@ -300,7 +301,6 @@ void AgentLoop::Impl::trimMemory() {
 
 void AgentLoop::Impl::reportChanges() {
   pending_.flush();
-  deleteEmptied();
   trimMemory();
   alarm_.timeIs(wheel_->nextDue());
 }

@@ -7,6 +7,7 @@
 
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
+#include <boost/asio/post.hpp>
 
 #include "AgentLoopImpl.h"
 
@@ -95,7 +96,6 @@ std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
        .canServeElsewhere = attrLog_ && requests_ && !next.socketPath.empty()});
   next.settings.agent = plan.after.agent;
   std::optional<NewSockets> sockets = newSocketsAt(next.socketPath);
-  interfaceCount_ = plan.after.names.size();
   Queriers added = newQueriers(plan);
 
   serveAt(next, std::move(sockets));
@@ -116,12 +116,14 @@ std::optional<AgentLoop::Impl::NewSockets> AgentLoop::Impl::newSocketsAt(const s
 
 AgentLoop::Impl::Queriers AgentLoop::Impl::newQueriers(const ConfigPlan& plan) {
   Queriers added;
+  const size_t countBefore = std::exchange(interfaceCount_, plan.after.names.size());
   for (const std::string& name : plan.added) {
     added.push_back(
         std::make_unique<InterfaceQuerier>(services_, setupOf(plan.after.interfaces.at(name))));
     try {
       added.back()->prepare(links_.links().find(name));
     } catch (const std::exception& error) {
+      interfaceCount_ = countBefore;
       throw std::runtime_error(fmt::format("{} cannot be added: {}", name, error.what()));
     }
   }
@@ -139,7 +141,7 @@ void AgentLoop::Impl::serveAt(const Config& next, std::optional<NewSockets> sock
   requests_->socketIs(std::move(sockets->requests));
 }
 
-// Its groups end in steps, as there may be many.
+// Groups end in steps, as there may be many.
 void AgentLoop::Impl::removeQueriers(const ConfigPlan& plan) {
   for (const std::string& name : plan.removed) {
     const auto at = std::ranges::find_if(
@@ -152,8 +154,13 @@ void AgentLoop::Impl::removeQueriers(const ConfigPlan& plan) {
   }
 }
 
+// One in a round of the loop, so that packets do not wait for all of their ports to be closed.
 void AgentLoop::Impl::deleteEmptied() {
-  std::erase_if(leaving_, [](const auto& querier) { return querier->status()->group().empty(); });
+  const auto isEmpty = [](const auto& querier) { return querier->status()->group().empty(); };
+  const auto first = std::ranges::find_if(leaving_, isEmpty);
+  if (first == leaving_.end()) return;
+  leaving_.erase(first);
+  if (!leaving_.empty()) boost::asio::post(io_, [] {});  // the loop comes back at once
 }
 
 void AgentLoop::Impl::applySettings(const ConfigPlan& plan) {

@@ -69,6 +69,7 @@ class AgentLoop::Impl {
   void removeQueriers(const ConfigPlan& plan);
   void applySettings(const ConfigPlan& plan);
   void addQueriers(const ConfigPlan& plan, Queriers added);
+  // Of those that are leaving.
   void deleteEmptied();
   SettingEntities entitiesOf(const std::string& interface) const;
   std::optional<std::vector<ShownSetting>> shownSettings(const std::string& interface) const;

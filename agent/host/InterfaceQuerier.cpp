@@ -162,6 +162,11 @@ void InterfaceQuerier::rebuildAfterGap(Seconds late) {
 }
 
 void InterfaceQuerier::stop() {
+  stopQuerier();
+  portIs(nullptr);
+}
+
+void InterfaceQuerier::stopQuerier() {
   portTimer_.timeMinIs(Mox::never);
   resendTimer_.timeMinIs(Mox::never);
   restTimer_.timeMinIs(Mox::never);
@@ -171,7 +176,6 @@ void InterfaceQuerier::stop() {
   querierDel();
   state_->runningIs(false);
   state_->electedTimeIs(0.0);
-  portIs(nullptr);
 }
 
 void InterfaceQuerier::intakeLinkIs() {

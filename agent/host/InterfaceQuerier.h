@@ -83,7 +83,8 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // Returns how many groups there were.
   size_t clearGroups(std::optional<Ilvo::IpAddr> only);
 
-  // Stops, and ends all groups, in the same way; the host deletes it once they have ended.
+  // Stops, and ends all groups in the same way. The host deletes it once they have ended, and not
+  // many at once: the kernel takes its time to close a port.
   void end();
 
   // Null while the interface cannot carry it.
@@ -104,6 +105,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void makeQuerier();
   void querierDel();
   void stop();
+  void stopQuerier();
   void follow(const Link& link);
   void intakeLinkIs();
   void portIs(std::unique_ptr<FramePort> port);

@@ -37,7 +37,7 @@ void InterfaceQuerier::handleClearTimer() {
 }
 
 void InterfaceQuerier::end() {
-  stop();
+  stopQuerier();
   clearGroups(std::nullopt);
 }
 

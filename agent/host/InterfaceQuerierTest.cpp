@@ -364,9 +364,12 @@ TEST_F(InterfaceQuerierTest, atItsEndAllGroupsEnd) {
   events_.taken();
   querier().end();
   EXPECT_FALSE(querier().running());
-  EXPECT_EQ(portsOpen_, 0);
   EXPECT_TRUE(status().group().empty());
   EXPECT_THAT(events_.taken(), testing::Contains("1000 left 239.1.1.1"));
+  join();
+  EXPECT_TRUE(status().group().empty());
+  querier_.reset();
+  EXPECT_EQ(portsOpen_, 0);
 }
 
 }  // namespace
