@@ -128,14 +128,28 @@ bool isStuckIn(std::string_view text) {
   return false;
 }
 
+size_t charactersOf(std::string_view text) {
+  const auto isBegin = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; };
+  return static_cast<size_t>(std::ranges::count_if(text, isBegin));
+}
+
 ConfigPlace placeAt(std::string_view text, size_t at, const std::string& file) {
   const std::string_view before = text.substr(0, at);
-  const auto isBegin = [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; };
-  const auto line = std::ranges::count(before, '\n');
-  const auto column = std::ranges::count_if(before.substr(before.rfind('\n') + 1), isBegin);
+  const auto lines = std::ranges::count(before, '\n');
+  const size_t column = charactersOf(before.substr(before.rfind('\n') + 1));
   return {.file = file,
-          .line = static_cast<Mox::U32>(line + 1),
+          .line = static_cast<Mox::U32>(lines + 1),
           .column = static_cast<Mox::U32>(column + 1)};
+}
+
+// At the end of the file the parser names the column behind that of the last newline.
+ConfigPlace placeOf(const toml::source_position& position, std::string_view text,
+                    const std::string& file) {
+  for (Mox::U32 line = 1; line < position.line; ++line) {
+    text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
+  }
+  const auto end = static_cast<Mox::U32>(charactersOf(text.substr(0, text.find('\n'))) + 1);
+  return {.file = file, .line = position.line, .column = std::min(position.column, end)};
 }
 
 // The parser reads from front to back: it gets stuck in every text that begins like the shortest one
@@ -177,8 +191,7 @@ ConfigDocument configDocument(std::string_view text, const std::string& file) {
     throw ConfigError({{.place = placeAt(text, stuckAt(text), file),
                         .what = "error while parsing: neither a key nor a value can begin here"}});
   } catch (const toml::parse_error& error) {
-    const auto& begin = error.source().begin;
-    throw ConfigError({{.place = {.file = file, .line = begin.line, .column = begin.column},
+    throw ConfigError({{.place = placeOf(error.source().begin, text, file),
                         .what = std::string(error.description())}});
   }
 }
