@@ -229,8 +229,8 @@ class CommandTest(unittest.TestCase):
                 (["show", "config"], settings + end, 0,
                  "INTERFACE  SETTING  VALUE  ORIGIN\neth0       n        one    -\n", ""),
                 (["show", "config", "--json"], settings + end, 0,
-                 '[\n{"interface":null,"origins":{}},\n'
-                 '{"interface":"eth0","k":1,"origins":{"k":null}}\n]\n', ""),
+                 '[\n{"interface":"eth0","k":1,"origins":{"k":null}},\n'
+                 '{"interface":null,"origins":{}}\n]\n', ""),
                 (["get", "a"], b'{"value":1,"text":"one"}\n', 0, "one\n", ""),
                 (["get", "a", "--json"], b'{"value":1,"text":"one"}\n', 0, "1\n", ""),
                 (["get", "a"], b'{"value":{"b":1},"text":{"b":"one"}}\n', 0, "b = one\n", ""),

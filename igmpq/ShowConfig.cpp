@@ -16,38 +16,46 @@ using Settings = RequestClient::Settings;
 
 namespace {
 
-// The agent's own settings first, once.
-std::vector<Settings> settingsOf(const std::string& socket,
-                                 const std::vector<std::string>& interfaces) {
+struct Shown {
+  std::vector<Settings> interfaces;
+  Settings agent;
+};
+
+Shown shownOf(const std::string& socket, const std::vector<std::string>& interfaces) {
   Agent::EventLoop loop;
   RequestClient client(loop, socket);
-  if (interfaces.empty()) return client.settings("");
-  std::vector<Settings> all;
-  for (const std::string& interface : interfaces) {
-    std::vector<Settings> answer = client.settings(interface);
-    if (all.empty()) all.push_back(answer.front());
-    // It may be gone by now.
-    if (answer.size() > 1) all.push_back(std::move(answer[1]));
-  }
-  return all;
+  Shown shown;
+  // An interface may be gone by now.
+  const auto take = [&](const std::string& interface) {
+    for (Settings& settings : client.settings(interface)) {
+      if (settings.interface.empty()) {
+        shown.agent = std::move(settings);
+      } else {
+        shown.interfaces.push_back(std::move(settings));
+      }
+    }
+  };
+  if (interfaces.empty()) take("");
+  for (const std::string& interface : interfaces) take(interface);
+  return shown;
 }
 
-void printText(const std::vector<Settings>& all, bool withAgent) {
+void addRows(Agent::Table& table, const Settings& settings) {
+  const auto cell = [](const std::string& text) {
+    return text.empty() ? Agent::Cell() : Agent::Cell(std::string_view(text));
+  };
+  for (const RequestClient::Setting& each : settings.settings) {
+    table.row({cell(settings.interface), each.name, each.text, cell(each.origin)});
+  }
+}
+
+void printText(const Shown& shown, bool withAgent) {
   Agent::Table table({{"interface", "INTERFACE"},
                       {"setting", "SETTING"},
                       {"value", "VALUE"},
                       {"origin", "ORIGIN"}});
-  for (const Settings& settings : all) {
-    const bool isAgent = settings.interface.empty();
-    if (isAgent && !withAgent) continue;
-    const Agent::Cell interface =
-        isAgent ? Agent::Cell() : Agent::Cell(std::string_view(settings.interface));
-    for (const RequestClient::Setting& each : settings.settings) {
-      const Agent::Cell origin =
-          each.origin.empty() ? Agent::Cell() : Agent::Cell(std::string_view(each.origin));
-      table.row({interface, each.name, each.text, origin});
-    }
-  }
+  for (const Settings& settings : shown.interfaces) addRows(table, settings);
+  if (withAgent) addRows(table, shown.agent);
   std::string text;
   table.appendText(text);
   std::fputs(text.c_str(), stdout);
@@ -82,24 +90,25 @@ std::string jsonOf(const Settings& settings, const Settings& agent) {
   return json.object("origins", origins).line();
 }
 
-void printJson(const std::vector<Settings>& all, bool withAgent) {
+void printJson(const Shown& shown, bool withAgent) {
   std::string lines;
-  for (const Settings& settings : all) {
-    if (settings.interface.empty() && !withAgent) continue;
-    lines += (lines.empty() ? "\n" : ",\n") + jsonOf(settings, all.front());
-  }
+  const auto add = [&](const Settings& settings) {
+    lines += (lines.empty() ? "\n" : ",\n") + jsonOf(settings, shown.agent);
+  };
+  for (const Settings& settings : shown.interfaces) add(settings);
+  if (withAgent) add(shown.agent);
   std::printf("[%s\n]\n", lines.c_str());
 }
 
 }  // namespace
 
 void showConfig(const std::string& socket, const std::vector<std::string>& interfaces, bool json) {
-  const std::vector<Settings> all = settingsOf(socket, interfaces);
+  const Shown shown = shownOf(socket, interfaces);
   const bool withAgent = interfaces.empty();
   if (json) {
-    printJson(all, withAgent);
+    printJson(shown, withAgent);
   } else {
-    printText(all, withAgent);
+    printText(shown, withAgent);
   }
 }
 

@@ -146,6 +146,26 @@ class ReloadTest(ReloadTestCase):
                           "second.request.lock"}, set(os.listdir(folder)))
         self.assertIsNone(process.poll())
 
+    def test_readers_see_interfaces_come_and_go(self):
+        self.run_with('[[interface]]\nname = "eth0"\n')
+        watch = self.lab.spawn(self.router, program(), "watch", "--existing", "--json",
+                               "--socket", self.querier.socket, stdout=subprocess.PIPE)
+        def wait_for(event, name):
+            for line in watch.stdout:
+                found = json.loads(line)
+                if (found["event"], found.get("interface")) == (event, name): return
+            self.fail(f"no {event} of {name}")
+        self.send_traffic("eth0", "eth1")
+        wait_for("groupJoined", "eth0")
+        self.write('[[interface]]\nname = "eth1"\n')
+        self.agent.reload()
+        wait_for("interfaceGone", "eth0")
+        wait_for("groupJoined", "eth1")
+        self.querier.expect("groupLeft", interface="eth0")
+        shown = self.igmpq("show", "interfaces", "--json", "--socket", self.querier.socket)
+        self.assertEqual(["eth1"], [each["interface"] for each in json.loads(shown.stdout)])
+        self.assertIsNone(watch.poll())
+
     def test_links_that_come_and_go_meanwhile(self):
         self.run_with(self.INTERFACES + 'robustness = 7\n[[interface]]\nname = "x*"\n')
         self.send_traffic("eth0")
