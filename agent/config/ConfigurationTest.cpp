@@ -166,6 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"syntax", "[defaults\n", "igmpq.toml:1:10: "},
         Bad{"nothingInBrackets", "# \xc3\xa4\n[[\n", "igmpq.toml:2:3: error while parsing: "},
         Bad{"stringWithoutEnd", "[agent]\nuser = \"\"\"x\ny\n", "igmpq.toml:3:2: "},
+        Bad{"letterOutsideOfStrings", "[defaults]\nrobustness \xce\xa4 = 3\n", "igmpq.toml:2:12: "},
         Bad{"noUtf8", "[defaults]\nx = \"\xff\"\n", "igmpq.toml:2:5: "},
         Bad{"unknownSection", "[default]\n",
             "igmpq.toml:1:2: default is no section; there are [defaults], [[interface]] and "
