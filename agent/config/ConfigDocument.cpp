@@ -8,9 +8,9 @@
 
 #include <fmt/format.h>
 
-// A faulty file can break what the parser asserts, such as one with "[[" at the end of a line. It must
-// not end an agent that reads its files again, so that these assertions throw; without them, which is
-// the default in release builds, anything could happen.
+// A faulty file can break what the parser asserts, such as one with "[[" at the end of a line. It
+// must not end an agent that reads its files again, so that these assertions throw. Without them,
+// which is the default in release builds, the parser would go on behind what it knows.
 namespace Agent::ConfigParser {
 struct Stuck {};
 constexpr void check(bool holds) {
@@ -160,8 +160,8 @@ ConfigPlace placeOf(const toml::source_position& position, std::string_view text
   return {.file = file, .line = position.line, .column = std::min(position.column, end)};
 }
 
-// The parser reads from front to back: it gets stuck in every text that begins like the shortest one
-// in which it does, at the last character of that.
+// The parser reads from front to back: it gets stuck in every text that begins like the shortest
+// one in which it does, at the last character of that.
 size_t stuckAt(std::string_view text) {
   size_t freely = 0;
   size_t stuck = text.size();
@@ -172,8 +172,8 @@ size_t stuckAt(std::string_view text) {
   return stuck - 1;
 }
 
-// The parser nests a table for each part of a key, and its memory is given back by recursion: a key of
-// a hundred thousand parts would use up the stack. What is within quotes counts as well.
+// The parser nests a table for each part of a key, and gives their memory back by recursion: a key
+// of a hundred thousand parts would use up the stack. Dots within quotes count as well.
 std::optional<size_t> endlessKeyAt(std::string_view text) {
   constexpr size_t mostParts = 1000;
   size_t parts = 0;

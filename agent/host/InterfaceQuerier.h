@@ -26,7 +26,6 @@
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <GmpIgmpQuerierSm/QueryOutput.h>
-#include <Host/InterfaceSetup.h>
 #include <Ilvo/Pkt.h>
 #include <Intake/Intake.h>
 #include <Link/FramePort.h>
@@ -35,6 +34,7 @@
 #include <Obel/TimerWheel.h>
 #include <Report/InterfaceState.h>
 #include <Report/InterfaceView.h>
+#include "InterfaceSetup.h"
 #include "ReceivedBatch.h"
 
 namespace Agent {
