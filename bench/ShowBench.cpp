@@ -41,11 +41,8 @@ class ServedGroups {
     Agent::AttrLogClient client(loop_, path_);
     client.fetch();
     const auto& held = client.interfaces().at("eth0");
-    const Agent::InterfaceView view{.name = "eth0",
-                                    .address = {},
-                                    .config = held.config,
-                                    .status = held.status,
-                                    .isCopy = true};
+    const Agent::InterfaceView view{
+        .name = "eth0", .address = {}, .status = held.status, .isCopy = true};
     return format == Agent::Format::json ? stateJson(part, {&view, 1}, Mox::now())
                                          : stateText(part, {&view, 1}, Mox::now());
   }

@@ -62,7 +62,8 @@ class CommandTest(unittest.TestCase):
     def test_help_fits_on_one_screen_and_begins_with_examples(self):
         for arguments in (["--help"], ["run", "--help"], ["replay", "--help"], ["show", "--help"],
                           ["watch", "--help"], ["set", "--help"], ["call", "--help"],
-                          ["trace", "--help"], ["get", "--help"], ["types", "--help"]):
+                          ["trace", "--help"], ["get", "--help"], ["types", "--help"],
+                          ["reload", "--help"], ["check", "--help"], ["clear", "--help"]):
             done = igmpq(*arguments)
             self.assertEqual((done.returncode, done.stderr), (0, ""), arguments)
             self.assertLessEqual(len(done.stdout.splitlines()), 50, arguments)
@@ -73,9 +74,20 @@ class CommandTest(unittest.TestCase):
         text = igmpq("--help").stdout
         self.assertLess(text.index("Examples:"), text.index("Usage:"))
 
+    def test_help_groups_the_verbs(self):
+        groups = {}
+        for line in igmpq("--help").stdout.partition("Subcommands:\n")[2].splitlines():
+            if not line.startswith("  "):
+                groups[line.strip()] = verbs = []
+            else:
+                verbs.append(line.split()[0])
+        self.assertEqual({"Run:": ["run", "check", "reload"], "Look:": ["show", "watch", "get"],
+                          "Change:": ["set", "clear", "call"], "Diagnose:": ["trace", "replay"],
+                          "For developers:": ["types"]}, groups)
+
     def test_a_verb_is_needed(self):
         self.expect_bad_use([], "a verb is missing")
-        self.expect_bad_use(["walk"], "there is no verb walk; there are: run, show, ")
+        self.expect_bad_use(["walk"], "there is no verb walk; there are: run, check, reload, ")
         self.expect_bad_use(["--walk"], "The following argument was not expected: --walk")
 
     def test_an_unknown_type_is_bad_use(self):
@@ -172,6 +184,7 @@ class CommandTest(unittest.TestCase):
 
     def test_requests_look_beside_the_attribute_log(self):
         for arguments in (["call", "eth0", "clearCounters"], ["trace"], ["trace", "--follow"],
+                          ["reload"], ["show", "config"],
                           ["trace", "--handles", "--json"], ["trace", "--level", "-1"]):
             for given, served_at in ((NOWHERE, "/nonexistent/request.sock"),
                                      ("/nonexistent/1.sock", "/nonexistent/1.request")):
@@ -195,6 +208,11 @@ class CommandTest(unittest.TestCase):
     def test_the_answer_of_the_agent_decides_the_exit_status(self):
         trace = {"time": 12.5, "level": 3, "handle": "Some", "text": "words"}
         line = json.dumps(trace).encode() + b"\n"
+        end = b'{"end":true}\n'
+        change = b'{"change":"added","text":"eth1 added"}\n'
+        fault = b'{"change":"fault","text":"a.toml:3:1: no"}\n'
+        settings = (b'{"settings":[]}\n{"interface":"eth0","settings":[{"key":"k","name":"n",'
+                    b'"value":1,"text":"one","origin":null}]}\n')
         for arguments, answer, status, output, errors in (
                 (["call", "eth0", "x"], b"{}\n", 0, "", ""),
                 (["call", "eth0", "x"], b'{"error":"not now"}\n', 1, "", "igmpq: not now\n"),
@@ -202,6 +220,17 @@ class CommandTest(unittest.TestCase):
                  "igmpq: what?\n"),
                 (["call", "eth0", "x"], b"", 1, "", "igmpq: the agent has gone\n"),
                 (["call", "eth0", "x"], b"[]\n", 1, "", "is not understood"),
+                (["reload"], end, 0, "nothing changed\n", ""),
+                (["reload"], change + end, 0, "eth1 added\n", ""),
+                (["reload", "--json"], change + end, 0, change.decode(), ""),
+                (["reload"], fault + end, 1, "", "a.toml:3:1: no\nigmpq: nothing was taken over"),
+                (["reload", "--json"], fault + end, 1, fault.decode(), "nothing was taken over"),
+                (["reload"], b'{"error":"no file"}\n', 1, "", "igmpq: no file\n"),
+                (["show", "config"], settings + end, 0,
+                 "INTERFACE  SETTING  VALUE  ORIGIN\neth0       n        one    -\n", ""),
+                (["show", "config", "--json"], settings + end, 0,
+                 '[\n{"interface":"eth0","k":1,"origins":{"k":null}},\n'
+                 '{"interface":null,"origins":{}}\n]\n', ""),
                 (["get", "a"], b'{"value":1,"text":"one"}\n', 0, "one\n", ""),
                 (["get", "a", "--json"], b'{"value":1,"text":"one"}\n', 0, "1\n", ""),
                 (["get", "a"], b'{"value":{"b":1},"text":{"b":"one"}}\n', 0, "b = one\n", ""),

@@ -4,7 +4,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -48,11 +47,6 @@ namespace {
 // A service manager waits for the end, and after it for the output.
 constexpr Mox::Seconds finalStateDuration = 0.2;
 
-const std::map<std::string, Agent::EventScope, std::less<>> scopes{
-    {"all", Agent::EventScope::all},
-    {"changes", Agent::EventScope::changes},
-    {"none", Agent::EventScope::none}};
-
 Mox::U64 randomNumber() {
   Mox::U64 number = 0;
   if (getrandom(&number, sizeof(number), 0) != sizeof(number)) {
@@ -68,13 +62,6 @@ void chanceIs(std::optional<long> seed) {
   srand48(seed ? *seed : static_cast<long>(randomNumber()));
 }
 
-Mox::Ptr<Ilvo::IntfBoundaryStatus> boundaryOf(const Agent::ResolvedSettings& settings) {
-  if (settings.boundary.empty()) return nullptr;
-  auto boundary = Mox::makePtr<Ilvo::IntfBoundaryStatus>();
-  for (const auto& [prefix, place] : settings.boundary) boundary->boundaryIs(prefix, true);
-  return boundary;
-}
-
 class RunVerb final : public Verb {
  public:
   explicit RunVerb(CLI::App& app)
@@ -82,12 +69,13 @@ class RunVerb final : public Verb {
 
   // Errors of the command line and missing rights are found before anything is opened.
   int run() override {
-    const std::optional<Agent::Configuration> file = configuration();
-    const Agent::Configuration* const given = file ? &*file : nullptr;
-    const std::vector<std::string> names = interfaceNames(given);
-    const AgentSettings agent = agent_.over(given == nullptr ? AgentSettings{} : given->agent());
+    readSources();
+    AgentLoop::Setup setup{.config = configOf(startingInterfaces())};
+    if (!file_.empty()) {
+      setup.configure = [this](const LinkTable& links) { return configOf(fitNames(links)); };
+    }
+    const AgentSettings& agent = setup.config.settings.agent;
     const std::optional<Agent::User> user = userOf(agent);
-    const std::optional<Agent::AttrLogServer::Setup> attrLog = attrLogSetup(agent);
     const std::string missing = Agent::missingPrivilege();
     if (!missing.empty()) throw std::runtime_error(missing);
     Agent::raiseDescriptorLimit();
@@ -97,25 +85,12 @@ class RunVerb final : public Verb {
     EventOutput output(STDOUT_FILENO, json_ ? EventOutput::json : EventOutput::text);
     Agent::EventBudget events(output, agent.eventRate);
     const Agent::LibraryMessages messages(events);
-    // Beside the socket, where operators look for this agent.
-    const std::string traceFolder = std::filesystem::path(socketPath(agent)).parent_path();
-    AgentLoop::Setup setup{.interfaces = {},
-                           .reportQueries = agent.queries,
-                           .eventScope = scopes.at(agent.events),
-                           .onStateRequested = {},
-                           .attrLog = attrLog,
-                           .attrLogRequired = !agent.socket.empty(),
-                           .ringBytes = {}};
-    if (agent.ringKib) setup.ringBytes = *agent.ringKib * 1024;
-    if (given != nullptr) {
-      for (const auto& setting : given->process())
-        setting.written.attr->set(*setup.process, setting.written.value);
-    }
-    for (const std::string& name : names) {
-      setup.interfaces.push_back(setupOf(name, given, setup.process));
-    }
-    limitRights(user, socketPath(agent));
-    Agent::fatalTraceFolderIs(traceFolder);
+    limitRights(user, setup.config.socketPath);
+    traceFolderIs(setup.config);
+    setup.onConfig = [&](const AgentLoop::Config& config) {
+      events.ofASecondIs(config.settings.agent.eventRate);
+      traceFolderIs(config);
+    };
     std::optional<AgentLoop> loop;
     std::optional<Agent::StateParts> state;
     const auto begin = [&] {
@@ -148,7 +123,8 @@ class RunVerb final : public Verb {
         "  sudo igmpq run --all --json         on all that are up now, with JSON Lines on standard "
         "output\n"
         "  sudo igmpq run --config new.toml    as that file says; `igmpq check` looks at it first\n"
-        "It runs until SIGINT or SIGTERM and prints its state then, and at each SIGUSR1.\n"
+        "SIGUSR1 prints its state, SIGINT and SIGTERM end it with that, SIGHUP reads its files "
+        "again.\n"
         "Exit status: 0 ended by a signal, 1 failure (no permission, no socket), 2 bad use.\n");
     options->add_option("INTERFACE", interfaces_, "Ethernet interfaces")
         ->type_name("")
@@ -168,75 +144,70 @@ class RunVerb final : public Verb {
     addSettings(*options, settings_);
   }
 
-  // Without a path given it is no error when another agent serves at the usual one.
-  static std::optional<Agent::AttrLogServer::Setup> attrLogSetup(const AgentSettings& agent) {
-    const Agent::RightsOf rightsOf = Agent::peerRights(accessOf(agent));
-    const std::string path = socketPath(agent);
-    if (path.empty()) return std::nullopt;
-    return Agent::AttrLogServer::Setup{.path = path,
-                                       .stallTimeout = agent.stallTimeout,
-                                       .maxReaders = agent.maxReaders,
-                                       .rightsOf = rightsOf};
+  // Beside the socket, where operators look for this agent.
+  static void traceFolderIs(const AgentLoop::Config& config) {
+    Agent::fatalTraceFolderIs(std::filesystem::path(config.socketPath).parent_path());
   }
 
-  static std::string socketPath(const AgentSettings& agent) {
-    return agent.socket.empty() ? Agent::attrLogSocketPath() : agent.socket;
-  }
-
-  // Null where the command line says everything.
-  std::optional<Agent::Configuration> configuration() const {
-    if (!config_.empty()) return Agent::Configuration::read(config_);
-    const bool isUsual = interfaces_.empty() && !all_;
-    std::error_code none;
-    if (!isUsual || !std::filesystem::exists(Agent::usualConfigPath, none)) return std::nullopt;
-    return Agent::Configuration::read(Agent::usualConfigPath);
-  }
-
-  // As they were named, each once.
-  std::vector<std::string> interfaceNames(const Agent::Configuration* configuration) const {
-    const LinkTable links = Agent::currentLinks();
+  // The file in use, none where the command line says everything; and what that says.
+  void readSources() {
     if (all_ && !interfaces_.empty()) throw BadUse("name interfaces or give --all, not both");
-    if (all_) return usableNames(links);
-    if (interfaces_.empty()) {
-      if (configuration != nullptr) return namesIn(*configuration, links);
+    std::error_code none;
+    if (!config_.empty()) {
+      file_ = config_;
+    } else if (!all_ && interfaces_.empty() &&
+               std::filesystem::exists(Agent::usualConfigPath, none)) {
+      file_ = Agent::usualConfigPath;
+    }
+    given_.settings = settings_.given();
+    given_.agent = agent_.given();
+    if (const auto& boundary = settings_.boundary()) {
+      given_.boundary.emplace();
+      for (const auto& [prefix, value] : boundary->boundary()) given_.boundary->insert(prefix);
+    }
+  }
+
+  // Those that the command line names stay the same; those of the file can come and go.
+  std::vector<std::string> startingInterfaces() {
+    const LinkTable links = Agent::currentLinks();
+    if (all_) {
+      named_ = usableNames(links);
+    } else if (!interfaces_.empty()) {
+      for (const std::string& name : interfaces_) {
+        checkFit(links, name);
+        if (std::ranges::find(named_, name) == named_.end()) named_.push_back(name);
+      }
+    } else if (file_.empty()) {
       throw BadUse(fmt::format("name interfaces, or give --all for these: {}",
                                fmt::join(usableNames(links), ", ")));
     }
-    std::vector<std::string> names;
-    for (const std::string& name : interfaces_) {
-      checkFit(links, name);
-      if (std::ranges::find(names, name) == names.end()) names.push_back(name);
-    }
-    return names;
+    return fitNames(links);
   }
 
-  // One that is not there yet is waited for.
-  std::vector<std::string> namesIn(const Agent::Configuration& configuration,
-                                   const LinkTable& links) const {
-    if (!configuration.namesInterfaces()) {
-      const std::vector<std::string> fit = fitNames(links);
-      throw BadUse(
-          fmt::format("the configuration names no interface; add for instance\n"
-                      "[[interface]]\nname = \"{}\"",
-                      fit.empty() ? "eth0" : fit.front()));
+  // The command line wins over the file. Of `fit` are the interfaces that a pattern of the file can
+  // be for.
+  AgentLoop::Config configOf(const std::vector<std::string>& fit) const {
+    std::optional<Agent::Configuration> files;
+    if (!file_.empty()) files = Agent::Configuration::read(file_);
+    std::vector<std::string> names = named_;
+    if (names.empty()) {
+      if (!files->namesInterfaces()) throw BadUse(noInterfaceText(fit));
+      names = files->interfacesAmong(fit);
     }
-    return configuration.interfacesAmong(fitNames(links));
+    AgentLoop::Config config{.settings =
+                                 Agent::configuredAgent(files ? &*files : nullptr, given_, names)};
+    const AgentSettings& agent = config.settings.agent;
+    config.socketPath = agent.socket.empty() ? Agent::attrLogSocketPath() : agent.socket;
+    config.rightsOf = Agent::peerRights(accessOf(agent));
+    return config;
   }
 
-  // The command line wins over the file.
-  Agent::InterfaceSetup setupOf(const std::string& name, const Agent::Configuration* configuration,
-                                const Mox::Ptr<Agent::IntakeProcessConfig>& process) const {
-    const Agent::SettingEntities entities{.config = Gmp::Igmp::querierConfigFactory(name),
-                                          .intake = Mox::makePtr<Agent::IntakeConfig>(name),
-                                          .process = process};
-    Mox::Ptr<Ilvo::IntfBoundaryStatus> boundary = settings_.boundary();
-    if (configuration != nullptr) {
-      const Agent::ResolvedSettings resolved = configuration->settingsOf(name);
-      for (const Agent::PlacedSetting& setting : resolved.settings) entities.set(setting.written);
-      if (!boundary) boundary = boundaryOf(resolved);
-    }
-    settings_.applyGiven(entities);
-    return {name, entities.config, entities.intake, boundary};
+  // The directory of users may have changed as well.
+  static std::string noInterfaceText(const std::vector<std::string>& fit) {
+    return fmt::format(
+        "the configuration names no interface; add for instance\n"
+        "[[interface]]\nname = \"{}\"",
+        fit.empty() ? "eth0" : fit.front());
   }
 
   // False after the last part.
@@ -258,7 +229,10 @@ class RunVerb final : public Verb {
   }
 
   std::vector<std::string> interfaces_;
+  std::vector<std::string> named_;  // the same, each once, or those that --all stands for
   std::string config_;
+  std::string file_;
+  Agent::GivenSettings given_;
   bool all_ = false;
   bool json_ = false;
   std::optional<long> seed_;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -15,6 +16,7 @@
 #include <Mox/ActivityClock.h>
 #include <Report/StateReport.h>
 
+#include "ShowConfig.h"
 #include "SocketOption.h"
 #include "Verb.h"
 
@@ -25,16 +27,17 @@ using Agent::StatePart;
 
 namespace {
 
-constexpr std::array<std::pair<const char*, StatePart>, 6> parts{
+// None for the settings, which come from the agent's requests.
+constexpr std::array<std::pair<const char*, std::optional<StatePart>>, 6> parts{
     {{"all", StatePart::everything},
      {"interfaces", StatePart::interfaces},
      {"groups", StatePart::groups},
      {"sources", StatePart::sources},
      {"counters", StatePart::counters},
-     {"config", StatePart::config}}};
+     {"config", std::nullopt}}};
 
 const auto* partOf(std::string_view name) {
-  return std::ranges::find(parts, name, &std::pair<const char*, StatePart>::first);
+  return std::ranges::find(parts, name, &std::pair<const char*, std::optional<StatePart>>::first);
 }
 
 class ShowVerb final : public Verb {
@@ -43,11 +46,15 @@ class ShowVerb final : public Verb {
       : ShowVerb(app.add_subcommand("show", "Show the state of a running agent")) {}
 
   int run() override {
-    const StatePart part = takePart();
+    const std::optional<StatePart> part = takePart();
+    if (!part) {
+      showConfig(requestPath(socket_), words_, json_);
+      return exitOk;
+    }
     Agent::EventLoop loop;
     Agent::AttrLogClient client(loop, socketPath(socket_));
     client.fetch();
-    printState(stdout, part, views(client.interfaces()), Mox::now(),
+    printState(stdout, *part, views(client.interfaces()), Mox::now(),
                json_ ? Format::json : Format::text);
     return exitOk;
   }
@@ -59,6 +66,7 @@ class ShowVerb final : public Verb {
         "  igmpq show                    everything\n"
         "  igmpq show groups eth0        the groups of one interface, with their sources\n"
         "  igmpq show counters --json\n"
+        "  igmpq show config eth0        its settings, and where each comes from\n"
         "PART is interfaces, groups, sources, counters, config or all (if none).\n"
         "Exit status: 0 ok, 1 failure (no agent, no permission), 2 bad use.\n");
     options
@@ -72,7 +80,7 @@ class ShowVerb final : public Verb {
   }
 
   // The rest of the words are interfaces.
-  StatePart takePart() {
+  std::optional<StatePart> takePart() {
     if (words_.empty()) return StatePart::everything;
     const auto* const found = partOf(words_.front());
     if (found == parts.end()) return StatePart::everything;
@@ -100,8 +108,7 @@ class ShowVerb final : public Verb {
     std::vector<Agent::InterfaceView> all;
     for (const auto& [name, copy] : interfaces) {
       if (!words_.empty() && std::ranges::find(words_, name) == words_.end()) continue;
-      Agent::InterfaceView view{
-          .name = name, .address = {}, .config = copy.config, .status = copy.status};
+      Agent::InterfaceView view{.name = name, .address = {}, .status = copy.status};
       if (copy.state) {
         view.address = copy.state->address();
         view.running = copy.state->running();
@@ -110,7 +117,6 @@ class ShowVerb final : public Verb {
       }
       view.intake = copy.intake;
       view.intakeStatus = copy.intakeStatus;
-      view.process = copy.process;
       view.isCopy = !copy.state;
       all.push_back(view);
     }

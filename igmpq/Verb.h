@@ -49,6 +49,7 @@ std::unique_ptr<Verb> clearVerb(CLI::App& app);
 std::unique_ptr<Verb> traceVerb(CLI::App& app);
 std::unique_ptr<Verb> getVerb(CLI::App& app);
 std::unique_ptr<Verb> checkVerb(CLI::App& app);
+std::unique_ptr<Verb> reloadVerb(CLI::App& app);
 std::unique_ptr<Verb> typesVerb(CLI::App& app);
 
 }  // namespace Igmpq

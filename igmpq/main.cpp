@@ -26,6 +26,20 @@ namespace {
 
 using Igmpq::Verb;
 
+using MakeVerb = std::unique_ptr<Verb> (*)(CLI::App&);
+
+// What an operator wants to do, and the verbs for it.
+struct VerbGroup {
+  const char* name;
+  std::vector<MakeVerb> verbs;
+};
+
+const std::vector<VerbGroup> groups{{"Run", {Igmpq::runVerb, Igmpq::checkVerb, Igmpq::reloadVerb}},
+                                    {"Look", {Igmpq::showVerb, Igmpq::watchVerb, Igmpq::getVerb}},
+                                    {"Change", {Igmpq::setVerb, Igmpq::clearVerb, Igmpq::callVerb}},
+                                    {"Diagnose", {Igmpq::traceVerb, Igmpq::replayVerb}},
+                                    {"For developers", {Igmpq::typesVerb}}};
+
 // Examples come first: most readers need one of them and nothing else.
 class ExamplesFirst final : public CLI::Formatter {
  public:
@@ -33,10 +47,23 @@ class ExamplesFirst final : public CLI::Formatter {
                         CLI::AppFormatMode mode) const override {
     if (mode == CLI::AppFormatMode::Sub) return make_expanded(app);
     return app->get_description() + "\n\n" + app->get_footer() + "\n" + make_usage(app, name) +
-           make_positionals(app) + optionsOf(app, mode) + make_subcommands(app, mode);
+           make_positionals(app) + optionsOf(app, mode) + verbsOf(app);
   }
 
  private:
+  // Completion reads the lines of verbs by their two blanks.
+  std::string verbsOf(const CLI::App* app) const {
+    if (app->get_subcommands({}).empty()) return {};
+    std::string text = "\nSubcommands:\n";
+    for (const VerbGroup& group : groups) {
+      text += fmt::format(" {}:\n", group.name);
+      for (const CLI::App* verb : app->get_subcommands({})) {
+        if (verb->get_group() == group.name) text += make_subcommand(verb);
+      }
+    }
+    return text;
+  }
+
   // The options of the intake would not fit on one screen.
   std::string optionsOf(const CLI::App* app, CLI::AppFormatMode mode) const {
     if (mode == CLI::AppFormatMode::All) return make_groups(app, mode);
@@ -123,7 +150,9 @@ int command(int argc, const char* const* argv) {
       "  sudo igmpq run --all                be a querier on all Ethernet interfaces\n"
       "  sudo igmpq run eth0 --json          on one, with JSON Lines on standard output\n"
       "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
-      "  sudo igmpq show groups              the groups of a running one\n"
+      "  sudo igmpq run                      as /etc/igmpq/igmpq.toml says\n"
+      "  sudo igmpq reload                   has the running one read that file again\n"
+      "  sudo igmpq show groups              its groups\n"
       "  sudo igmpq watch                    its changes as they happen\n"
       "  sudo igmpq set eth0 query-interval=60\n"
       "  sudo igmpq get config/eth0          any attribute; `igmpq types` lists them\n"
@@ -132,23 +161,19 @@ int command(int argc, const char* const* argv) {
       "  sudo igmpq trace --follow           its trace of packets and decisions\n"
       "  igmpq replay trace.pcap --address 10.0.0.1\n"
       "                                      a querier that receives a capture\n"
-      "Signals to `igmpq run`: USR1 prints the state, INT and TERM end it with the state.\n"
+      "Signals to `igmpq run`: HUP reads its files again, USR1 prints the state, INT and TERM end "
+      "it.\n"
       "`igmpq VERB --help` and `man igmpq-VERB` describe each.\n"
       "Exit status: 0 ok, 1 failure, 2 bad use.\n");
   app.set_version_flag("--version", "igmpq " QUERIER_VERSION);
   try {
     std::vector<std::unique_ptr<Verb>> verbs;
-    verbs.push_back(Igmpq::runVerb(app));
-    verbs.push_back(Igmpq::showVerb(app));
-    verbs.push_back(Igmpq::watchVerb(app));
-    verbs.push_back(Igmpq::setVerb(app));
-    verbs.push_back(Igmpq::getVerb(app));
-    verbs.push_back(Igmpq::callVerb(app));
-    verbs.push_back(Igmpq::clearVerb(app));
-    verbs.push_back(Igmpq::traceVerb(app));
-    verbs.push_back(Igmpq::typesVerb(app));
-    verbs.push_back(Igmpq::replayVerb(app));
-    verbs.push_back(Igmpq::checkVerb(app));
+    for (const VerbGroup& group : groups) {
+      for (const auto make : group.verbs) {
+        verbs.push_back(make(app));
+        app.get_subcommands({}).back()->group(group.name);
+      }
+    }
     app.parse(argc, argv);
     return runVerbOf(verbs);
   } catch (const CLI::Success& done) {

@@ -156,13 +156,14 @@ class DecoderTest(LabTestCase):
             source.all_taken()
 
     def compare_config(self, decoded, shown):
-        self.assertEqual(1, len(shown))
+        self.assertEqual(["eth0", None], [each["interface"] for each in shown])
         config = Shown(self, shown[0], "config", 0)
         config.is_equal("interface", decoded.pop("name"))
         config.is_equal("lastMemberQueryTimeSeconds",
                         decoded["lastMemberQueryCount"] * decoded["lastMemberQueryInterval"])
         for name in ("permittedQueriers", "acceptedGroups"): decoded[name] = decoded[name] or "all"
-        for name in ("maxProcessGroups", "maxProcessSources"): config.take(name)
+        for name in ("maxProcessGroups", "maxProcessSources", "boundary", "origins"):
+            config.take(name)
         for name, value in decoded.items():
             config.is_equal(name + "Seconds" * name.endswith("Interval"), value)
         config.all_taken()

@@ -110,7 +110,7 @@ class StuckOutputTest(LabTestCase):
         for line in self.agent.stdout:
             event = json.loads(line)
             if event["event"] == "notice": break
-        self.assertIn("at the start only", event["text"])
+        self.assertIn("no configuration file is in use", event["text"])
         self.assert_ends()
 
     def assert_ends(self):

@@ -61,7 +61,6 @@ ALLOWED = (
           r"\blisten\(listener\b", "the descriptor that accepts"),
     ("*", r"LocalListener", "a local socket that accepts connections"),
     ("*Listener*", r"(?i)listen(s|er|ers)?", "a local socket that accepts connections"),
-    ("*Server*", r"\blisten(er|er_)?\b", "a local socket that accepts connections"),
     ("*", r"\"listening on\"", "a message of tcpdump"),
     ("*", r"\blistener reports\b", "messages of MLD, which has the word in its name"),
     ("*", r"Don't care about IGMP type", "a trace text: programs search for it"),

@@ -122,6 +122,41 @@ Mox::U64 RequestClient::clearGroups(const std::string& interface, const std::str
   return understood([&] { return answer.at("groups").get<Mox::U64>(); });
 }
 
+std::vector<RequestClient::Change> RequestClient::reload() {
+  send(lineOf({{"op", "reload"}}));
+  std::vector<Change> changes;
+  for (Json json = onlyAnswer().json; !json.contains("end"); json = onlyAnswer().json) {
+    changes.push_back(understood([&] {
+      return Change{.json = lineOf(json),
+                    .text = json.at("text").get<std::string>(),
+                    .isFault = json.at("change") == "fault"};
+    }));
+  }
+  return changes;
+}
+
+std::vector<RequestClient::Settings> RequestClient::settings(const std::string& interface) {
+  Json request{{"op", "config"}};
+  if (!interface.empty()) request["interface"] = interface;
+  send(lineOf(request));
+  std::vector<Settings> all;
+  for (Json json = onlyAnswer().json; !json.contains("end"); json = onlyAnswer().json) {
+    all.push_back(understood([&] {
+      Settings settings{.interface = json.value("interface", ""), .settings = {}};
+      for (const Json& each : json.at("settings")) {
+        const Json& origin = each.at("origin");
+        settings.settings.push_back({.key = each.at("key").get<std::string>(),
+                                     .name = each.at("name").get<std::string>(),
+                                     .json = lineOf(each.at("value")),
+                                     .text = each.at("text").get<std::string>(),
+                                     .origin = origin.is_null() ? "" : origin.get<std::string>()});
+      }
+      return settings;
+    }));
+  }
+  return all;
+}
+
 RequestClient::PathText RequestClient::get(const std::string& path) {
   send(lineOf({{"op", "get"}, {"path", path}}));
   const Json answer = onlyAnswer().json;

@@ -47,7 +47,13 @@ class RequestClientTest : public testing::Test {
                             [this](const std::string& interface, std::optional<Ilvo::IpAddr> addr) {
                               cleared_ = interface + (addr ? " one" : " all");
                               return size_t{2};
-                            }});
+                            },
+                        .config = {.reload = [this] { return changes_; },
+                                   .interfaces = [] { return std::vector<std::string>{"eth0"}; },
+                                   .settings =
+                                       [](const std::string& interface) {
+                                         return std::optional(settingsOf(interface));
+                                       }}});
     return client_.emplace(agent_.loop(), path_, 0s);
   }
   // The test itself serves the path and answers the first request.
@@ -63,6 +69,12 @@ class RequestClientTest : public testing::Test {
     peer_->endOutput();
     return *client_;
   }
+  static std::vector<ShownSetting> settingsOf(const std::string& interface) {
+    if (interface.empty()) return {};
+    return {{.key = "aSeconds", .name = "a", .value = 2.0, .text = "2s", .origin = "f:3"},
+            {.key = "b", .name = "b", .value = true, .text = "on", .origin = ""}};
+  }
+  std::vector<ConfigChange> changes_;
   std::string cleared_;
   void call() { client_->call("eth0", "clearCounters"); }
   static auto failure(const std::string& part) {
@@ -203,6 +215,37 @@ TEST_F(RequestClientTest, answersThatLackSomethingAreNotUnderstood) {
   expectNotUnderstood("{\"handles\":[{}]}", [](RequestClient& client) { client.handles(""); });
   expectNotUnderstood("{\"time\":null}", next);
   expectNotUnderstood("{\"lost\":\"many\"}", next);
+}
+
+TEST_F(RequestClientTest, aReloadReturnsItsChangesOrItsFaults) {
+  EXPECT_TRUE(served().reload().empty());
+  changes_ = {{.kind = ConfigChange::added, .interface = "eth1"}};
+  const auto changes = client_->reload();
+  ASSERT_EQ(changes.size(), 1u);
+  EXPECT_EQ(changes[0].text, "eth1 added");
+  EXPECT_EQ(changes[0].json, R"({"change":"added","interface":"eth1","text":"eth1 added"})");
+  EXPECT_FALSE(changes[0].isFault);
+  changes_ = {{.kind = ConfigChange::fault, .origin = "f:3:1", .what = "no"}};
+  EXPECT_TRUE(client_->reload().at(0).isFault);
+}
+
+TEST_F(RequestClientTest, settingsAreThoseOfTheAgentAndThoseOfInterfaces) {
+  const auto all = served().settings("");
+  ASSERT_EQ(all.size(), 2u);
+  EXPECT_EQ(all[0].interface, "");
+  EXPECT_EQ(all[1].interface, "eth0");
+  ASSERT_EQ(all[1].settings.size(), 2u);
+  EXPECT_EQ(all[1].settings[0].key, "aSeconds");
+  EXPECT_EQ(all[1].settings[0].json, "2.0");
+  EXPECT_EQ(all[1].settings[0].text, "2s");
+  EXPECT_EQ(all[1].settings[0].origin, "f:3");
+  EXPECT_EQ(all[1].settings[1].origin, "");
+  EXPECT_THROW(client_->settings("eth7"), BadRequest);
+}
+
+TEST_F(RequestClientTest, anAnswerWithoutItsEndIsAnError) {
+  answeredFinallyWith("{\"change\":\"added\",\"text\":\"eth1 added\"}\n");
+  EXPECT_THAT([&] { client_->reload(); }, failure("the agent has gone"));
 }
 
 }  // namespace

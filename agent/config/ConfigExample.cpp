@@ -87,7 +87,8 @@ std::string agentEntry(const AgentSetting& setting) {
     value = setting.unset;
     value.resize(std::min(value.find(' '), value.size()));
   }
-  return entry(setting.help, agentRange(setting), setting.name, value);
+  const char* const reload = setting.atStart ? "; read at the start only" : "";
+  return entry(setting.help, agentRange(setting) + reload, setting.name, value);
 }
 
 }  // namespace

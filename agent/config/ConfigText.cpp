@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <Config/ConfigFault.h>
+#include <Local/Accounts.h>
 #include <Local/Descriptor.h>
 
 namespace Agent {
@@ -20,6 +21,16 @@ namespace {
 
 [[noreturn]] void fail(const std::filesystem::path& file, std::string what) {
   throw ConfigError({{.place = {.file = file}, .what = std::move(what)}});
+}
+
+// A reload reads the files as the user that the agent has become.
+std::string openFailure(int error) {
+  const std::string what = std::generic_category().message(error);
+  if (error != EACCES) return what;
+  return fmt::format(
+      "{}: this process runs as user {} and has no right to read it; `chown` it to that user, or "
+      "`chgrp` and `chmod g+r` it for a group of that user",
+      what, userName(geteuid()));
 }
 
 std::string faultLines(const std::vector<ConfigFault>& faults) {
@@ -45,11 +56,17 @@ ConfigError::ConfigError(std::vector<ConfigFault> faults)
 
 std::vector<std::filesystem::path> configFiles(const std::filesystem::path& file) {
   std::vector<std::filesystem::path> files;
-  std::error_code none;  // a folder that is not there has no files
-  for (const auto& entry :
-       std::filesystem::directory_iterator(file.parent_path() / "conf.d", none)) {
-    if (entry.path().extension() == ".toml") files.push_back(entry.path());
+  const std::filesystem::path folder = file.parent_path() / "conf.d";
+  std::error_code error;
+  std::filesystem::directory_iterator entry(folder, error);
+  while (!error && entry != std::filesystem::directory_iterator()) {
+    if (entry->path().extension() == ".toml") files.push_back(entry->path());
+    entry.increment(error);
   }
+  // Without the files of a folder that cannot be read, their settings would seem to be taken away.
+  const bool isThere =
+      error != std::errc::no_such_file_or_directory && error != std::errc::not_a_directory;
+  if (error && isThere) fail(folder, openFailure(error.value()));
   std::ranges::sort(files);
   files.insert(files.begin(), file);
   return files;
@@ -58,7 +75,7 @@ std::vector<std::filesystem::path> configFiles(const std::filesystem::path& file
 // Without waiting: a path may lead to a pipe that nobody writes to.
 std::string configText(const std::filesystem::path& file) {
   const Descriptor opened(::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!opened.isOpen()) fail(file, std::generic_category().message(errno));
+  if (!opened.isOpen()) fail(file, openFailure(errno));
   struct stat status {};
   if (fstat(opened.fd(), &status) != 0) fail(file, std::generic_category().message(errno));
   if (!S_ISREG(status.st_mode)) fail(file, "is no regular file");

@@ -143,6 +143,7 @@ class ConfigurationReader {
     }
     try {
       agentSettingIs(read_.agent_, setting, entry.key, entry.texts.front());
+      read_.agentPlaces_.insert_or_assign(entry.key, entry.place);
     } catch (const SettingError& error) {
       fault(entry.place, error.what());
     }
@@ -155,10 +156,10 @@ class ConfigurationReader {
       return fault(table.place, "an interface needs a name or a pattern: name = \"eth0\"");
     }
     Section section{.pattern = name->texts.front(), .place = name->place, .own = {}};
-    const auto same = std::ranges::find(read_.sections_, section.pattern, &Section::pattern);
-    if (same != read_.sections_.end()) {
+    const auto [same, isNew] = read_.sectionAt_.emplace(section.pattern, read_.sections_.size());
+    if (!isNew) {
       fault(name->place, fmt::format("{} has a section already, at {}", section.pattern,
-                                     placeText(same->place)));
+                                     placeText(read_.sections_[same->second].place)));
     }
     std::set<std::string_view> given;
     for (const ConfigEntry& entry : table.entries) {
@@ -185,14 +186,16 @@ class ConfigurationReader {
     if (entry.kind != ConfigKind::list) {
       return fault(entry.place, fmt::format("boundary {}", formOf(ConfigKind::list)));
     }
+    PlacedBoundary boundary{.prefixes = {}, .place = entry.place};
     for (const std::string& text : entry.texts) {
       if (const auto prefix = Ilvo::IpGenPrefix::parse(text)) {
-        to.boundary.push_back({*prefix, entry.place});
+        boundary.prefixes.insert(*prefix);
       } else {
         fault(entry.place,
               fmt::format("boundary {}: must be a prefix such as 239.0.0.0/8 or ff05::/16", text));
       }
     }
+    to.boundary = std::move(boundary);
   }
 
   std::optional<Written> writtenOf(const ConfigEntry& entry, const std::vector<std::string>& keys) {
@@ -279,8 +282,8 @@ bool Configuration::isPattern(std::string_view name) {
 }
 
 const Configuration::Section* Configuration::sectionOf(std::string_view interface) const {
-  const auto exact = std::ranges::find(sections_, interface, &Section::pattern);
-  if (exact != sections_.end()) return &*exact;
+  const auto exact = sectionAt_.find(interface);
+  if (exact != sectionAt_.end()) return &sections_[exact->second];
   const std::string name(interface);
   const auto first = std::ranges::find_if(sections_, [&](const Section& section) {
     return isPattern(section.pattern) && fnmatch(section.pattern.c_str(), name.c_str(), 0) == 0;
@@ -290,14 +293,18 @@ const Configuration::Section* Configuration::sectionOf(std::string_view interfac
 
 std::vector<std::string> Configuration::interfacesAmong(
     const std::vector<std::string>& present) const {
+  std::map<const Section*, std::vector<std::string>> matching;
+  std::set<std::string_view> seen;
+  for (const std::string& name : present) {
+    const Section* section = seen.insert(name).second ? sectionOf(name) : nullptr;
+    if (section != nullptr) matching[section].push_back(name);
+  }
   std::vector<std::string> names;
-  const auto add = [&](const std::string& name) {
-    if (std::ranges::find(names, name) == names.end()) names.push_back(name);
-  };
   for (const Section& section : sections_) {
-    if (!isPattern(section.pattern)) add(section.pattern);
-    for (const std::string& name : present) {
-      if (sectionOf(name) == &section) add(name);
+    if (isPattern(section.pattern)) {
+      std::ranges::copy(matching[&section], std::back_inserter(names));
+    } else {
+      names.push_back(section.pattern);
     }
   }
   return names;
@@ -310,7 +317,7 @@ ResolvedSettings Configuration::settingsOf(std::string_view interface) const {
   for (const PlacedSetting& setting : section->own.settings) {
     put(resolved.settings, setting);
   }
-  if (!section->own.boundary.empty()) resolved.boundary = section->own.boundary;
+  if (section->own.boundary) resolved.boundary = section->own.boundary;
   return resolved;
 }
 

@@ -12,6 +12,7 @@
 
 #include <Settings/SettingText.h>
 
+#include <AgentTestSupport/OtherIdentity.h>
 #include "ConfigText.h"
 
 namespace Agent {
@@ -111,8 +112,18 @@ TEST_F(ConfigurationTest, theBoundaryOfAnInterfaceReplacesThatOfTheDefaults) {
   const Configuration configuration = read(
       "[defaults]\nboundary = [\"239.0.0.0/8\"]\n"
       "[[interface]]\nname = \"eth0\"\nboundary = [\"239.1.0.0/16\", \"239.2.0.0/16\"]\n");
-  EXPECT_EQ(configuration.settingsOf("eth0").boundary.size(), 2u);
-  EXPECT_EQ(configuration.settingsOf("eth1").boundary.size(), 1u);
+  EXPECT_EQ(configuration.settingsOf("eth0").boundary->prefixes.size(), 2u);
+  EXPECT_EQ(configuration.settingsOf("eth1").boundary->prefixes.size(), 1u);
+}
+
+TEST_F(ConfigurationTest, aBoundaryIsReplacedByAnEmptyOneAndByThatOfALaterFile) {
+  write("conf.d/10.toml", "[defaults]\nboundary = [\"239.3.0.0/16\"]\n");
+  const Configuration configuration = read(
+      "[defaults]\nboundary = [\"239.0.0.0/8\"]\n"
+      "[[interface]]\nname = \"eth0\"\nboundary = []\n");
+  EXPECT_TRUE(configuration.settingsOf("eth0").boundary->prefixes.empty());
+  EXPECT_EQ(configuration.settingsOf("eth1").boundary->prefixes,
+            std::set{*Ilvo::IpGenPrefix::parse("239.3.0.0/16")});
 }
 
 TEST_F(ConfigurationTest, readsWhatConcernsTheWholeAgent) {
@@ -153,6 +164,9 @@ INSTANTIATE_TEST_SUITE_P(
     , BadConfiguration,
     testing::Values(
         Bad{"syntax", "[defaults\n", "igmpq.toml:1:10: "},
+        Bad{"nothingInBrackets", "# \xc3\xa4\n[[\n", "igmpq.toml:2:3: error while parsing: "},
+        Bad{"stringWithoutEnd", "[agent]\nuser = \"\"\"x\ny\n", "igmpq.toml:3:2: "},
+        Bad{"letterOutsideOfStrings", "[defaults]\nrobustness \xce\xa4 = 3\n", "igmpq.toml:2:12: "},
         Bad{"noUtf8", "[defaults]\nx = \"\xff\"\n", "igmpq.toml:2:5: "},
         Bad{"unknownSection", "[default]\n",
             "igmpq.toml:1:2: default is no section; there are [defaults], [[interface]] and "
@@ -208,6 +222,17 @@ TEST_F(ConfigurationTest, allFaultsOfContentAreReported) {
             3u);
 }
 
+// Each part is a table within a table.
+TEST_F(ConfigurationTest, aKeyHasABoundedNumberOfParts) {
+  const auto keyOf = [](size_t parts) {
+    std::string key = "[";
+    for (size_t i = 1; i < parts; ++i) key += "a.";
+    return key + "a]\n";
+  };
+  EXPECT_THAT(faultsOf(keyOf(1000)), ElementsAre(testing::StartsWith("igmpq.toml:1:2: a is no")));
+  EXPECT_THAT(faultsOf(keyOf(500000)), ElementsAre("igmpq.toml:1:2003: a key has too many parts"));
+}
+
 TEST_F(ConfigurationTest, anEmptyFileNamesNoInterface) {
   EXPECT_FALSE(read("").namesInterfaces());
   EXPECT_TRUE(read("[[interface]]\nname = \"eth0\"\n").namesInterfaces());
@@ -228,6 +253,30 @@ TEST_F(ConfigurationTest, whatIsNoFileOfSettingsIsRefused) {
   EXPECT_THAT(why(folder_ / "pipe"), EndsWith("is no regular file"));
   write("long.toml", std::string(mostConfigBytes, '#') + "#");
   EXPECT_THAT(why(folder_ / "long.toml"), EndsWith("is longer than 1048576 bytes"));
+}
+
+// The process may have become another user since it read them first.
+TEST_F(ConfigurationTest, whatThisUserCannotReadIsAFaultWithTheRemedy) {
+  write("igmpq.toml", "[[interface]]\nname = \"eth0\"\n");
+  std::filesystem::create_directory(folder_ / "conf.d");
+  const auto why = [&] {
+    const OtherIdentity other;
+    if (!other.isTaken()) return std::string("not root");
+    try {
+      Configuration::read(folder_ / "igmpq.toml");
+    } catch (const ConfigError& error) {
+      return std::string(error.what());
+    }
+    return std::string();
+  };
+  if (why() == "not root") GTEST_SKIP() << "only root can become another user";
+  EXPECT_EQ(why(), "");
+  chmod((folder_ / "conf.d").c_str(), 0700);
+  EXPECT_THAT(why(), HasSubstr("conf.d: Permission denied: this process runs as user nobody"));
+  chmod((folder_ / "conf.d").c_str(), 0755);
+  chmod((folder_ / "igmpq.toml").c_str(), 0600);
+  EXPECT_THAT(why(), HasSubstr("igmpq.toml: Permission denied"));
+  EXPECT_THAT(why(), HasSubstr("`chown` it to that user, or `chgrp` and `chmod g+r` it"));
 }
 
 TEST_F(ConfigurationTest, aFaultInAFileBesideItRefusesTheWhole) {

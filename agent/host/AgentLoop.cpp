@@ -8,21 +8,12 @@
 #include <fmt/format.h>
 #include <malloc.h>
 
-#include <Link/LinkMonitor.h>
-#include <Link/RingPort.h>
 #include <Local/AttrLogSocket.h>
 #include <Mox/ActivityClock.h>
 #include <MoxBase/Pool.h>
-#include <Obel/TimerReactor.h>
-#include <Server/RequestServer.h>
-#include <boost/asio/io_context.hpp>
-#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
-#include <boost/asio/signal_set.hpp>
 
-#include "InterfaceQuerier.h"
-#include "LoopState.h"
-#include "WheelAlarm.h"
+#include "AgentLoopImpl.h"
 
 namespace Agent {
 
@@ -43,6 +34,9 @@ constexpr Mox::Seconds outputRetry = 0.01;
 // interval.
 constexpr Mox::Seconds leastGap = 0.05;
 
+const std::map<std::string, EventScope, std::less<>> scopes{
+    {"all", EventScope::all}, {"changes", EventScope::changes}, {"none", EventScope::none}};
+
 // Null, with an event that says so, where the server cannot serve and is not required.
 template <class Server, class Make>
 std::unique_ptr<Server> serveOrReport(bool required, EventSink& sink, Make make) {
@@ -59,86 +53,23 @@ std::unique_ptr<Server> serveOrReport(bool required, EventSink& sink, Make make)
 
 }  // namespace
 
-class AgentLoop::Impl {
- public:
-  Impl(const Setup& setup, EventSink& sink);
-  ~Impl();
-  Impl(const Impl&) = delete;
-  Impl& operator=(const Impl&) = delete;
-
-  void run();
-  std::vector<InterfaceView> views() const;
-
- private:
-  std::unique_ptr<AttrLogServer> makeAttrLogServer(const Setup& setup, EventSink& sink);
-  std::unique_ptr<RequestServer> makeRequestServer(const Setup& setup, EventSink& sink);
-  // What requests can read by path: what the attribute log serves, and the machines behind it.
-  ObjectRoots roots() const;
-  RequestServices::Queriers queriersByName() const;
-  void publishProcess();
-  void publish(const InterfaceQuerier& querier);
-  size_t clearGroups(const std::string& interface, std::optional<Ilvo::IpAddr> group);
-  void handleLink(const std::string& name, const Link* link);
-  void handleSignal(int number);
-  void waitForSignal();
-  void waitForPackets();
-  // Handles the packets that the rings hold, then the timers that are due, then reports what they
-  // changed. So an answer that was received counts before the timer that waits for it.
-  void handleBatch();
-  Mox::Seconds batchDuration() const;
-  void turnWheel();
-  void rebuildAfterGap();
-  void reportChanges();
-  // Lets the heap give memory back when most of the objects have gone: it does so by itself only
-  // for what lies at its end.
-  void trimMemory();
-  // The next part of the state, if it was requested.
-  void reportState();
-  // Tries again soon when the output does not take the events now.
-  void flushOutput();
-
-  boost::asio::io_context io_{1};
-  boost::asio::signal_set signals_{io_};
-  const Mox::Ptr<Obel::TimerWheel> wheel_;
-  WheelAlarm alarm_{io_, [this] { handleBatch(); }};
-  Obel::TimerReactor<Impl, &Impl::flushOutput> outputTimer_{wheel_, *this};
-  RingPolls rings_;
-  QuerySocket querySocket_;
-  boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
-  StatusWatcher::Pending pending_;
-  IntakeProcess process_;
-  ReceivedBatch batch_;
-  const std::function<bool()> onStateRequested_;
-  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
-  const InterfaceQuerier::Services services_;
-  std::vector<std::unique_ptr<InterfaceQuerier>> queriers_;  // in the order of the setup
-  std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
-  const std::unique_ptr<RequestServer> requests_;  // null for none
-  LinkMonitor links_;
-  const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
-  bool inBatch_ = false;
-  bool stateRequested_ = false;
-  size_t mostCells_ = 0;  // bytes of objects, since memory was given back
-  Mox::Seconds lastBatchEnd_ = Mox::now();
-};
-
 AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     : wheel_(Mox::makePtr<Obel::TimerWheel>(Mox::now())),
-      process_{.config = setup.process},
+      configured_(setup.config.settings),
+      servedPath_(setup.config.socketPath),
+      configure_(setup.configure),
+      onConfig_(setup.onConfig),
       onStateRequested_(setup.onStateRequested),
+      interfaceCount_(configured_.names.size()),
       attrLog_(makeAttrLogServer(setup, sink)),
       services_{.wheel = wheel_,
-                .openPort =
-                    [this, size = ringSizeFor(setup.interfaces.size(), setup.ringBytes)](
-                        const Link& link, FrameReceiver& receiver) {
-                      return std::make_unique<RingPort>(rings_, querySocket_, link, receiver, size);
-                    },
+                .openPort = portOpener(setup),
                 .sink = sink,
                 .process = process_,
                 .batch = batch_,
                 .pending = &pending_,
-                .reportQueries = setup.reportQueries,
-                .eventScope = setup.eventScope,
+                .reportQueries = configured_.agent.queries,
+                .eventScope = scopes.at(configured_.agent.events),
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
       requests_(makeRequestServer(setup, sink)),
       links_(io_, wheel_,
@@ -147,12 +78,14 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
   waitForSignal();
   packets_.assign(rings_.fd());
   waitForPackets();
-  for (const InterfaceSetup& interface : setup.interfaces) {
-    queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, interface));
+  copySettings(*configured_.values.process, *process_.config);
+  for (const std::string& name : configured_.names) {
+    queriers_.push_back(
+        std::make_unique<InterfaceQuerier>(services_, setupOf(configured_.interfaces.at(name))));
     InterfaceQuerier& querier = *queriers_.back();
-    queriersByName_.emplace(interface.name, &querier);
+    queriersByName_.emplace(name, &querier);
     publish(querier);
-    if (links_.isWhole()) querier.linkIs(links_.links().find(interface.name));
+    if (links_.isWhole()) querier.linkIs(links_.links().find(name));
   }
   publishProcess();
   reportChanges();
@@ -160,32 +93,55 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
 
 AgentLoop::Impl::~Impl() { packets_.release(); }
 
+// Rings that are opened later share what is for as many as there are then.
+PortOpener AgentLoop::Impl::portOpener(const Setup& setup) {
+  std::optional<size_t> bytes;
+  if (const auto kib = setup.config.settings.agent.ringKib) bytes = *kib * 1024;
+  return [this, bytes](const Link& link, FrameReceiver& receiver) {
+    return std::make_unique<RingPort>(rings_, querySocket_, link, receiver,
+                                      ringSizeFor(interfaceCount_, bytes));
+  };
+}
+
 std::unique_ptr<AttrLogServer> AgentLoop::Impl::makeAttrLogServer(const Setup& setup,
                                                                   EventSink& sink) {
-  if (!setup.attrLog) return nullptr;
-  return serveOrReport<AttrLogServer>(setup.attrLogRequired, sink, [&] {
-    return std::make_unique<AttrLogServer>(io_, *setup.attrLog, wheel_, [this] { handleBatch(); });
+  if (servedPath_.empty()) return nullptr;
+  return serveOrReport<AttrLogServer>(!configured_.agent.socket.empty(), sink, [&] {
+    return std::make_unique<AttrLogServer>(
+        io_,
+        AttrLogServer::Setup{.path = servedPath_,
+                             .stallTimeout = configured_.agent.stallTimeout,
+                             .maxReaders = configured_.agent.maxReaders,
+                             .rightsOf = setup.config.rightsOf},
+        wheel_, [this] { handleBatch(); });
   });
 }
 
 std::unique_ptr<RequestServer> AgentLoop::Impl::makeRequestServer(const Setup& setup,
                                                                   EventSink& sink) {
   if (attrLog_ == nullptr) return nullptr;
-  const RequestServices services{
+  return serveOrReport<RequestServer>(!configured_.agent.socket.empty(), sink, [&] {
+    return std::make_unique<RequestServer>(
+        io_,
+        RequestServer::Setup{.path = requestSocketPath(servedPath_),
+                             .rightsOf = setup.config.rightsOf},
+        wheel_, services());
+  });
+}
+
+RequestServices AgentLoop::Impl::services() {
+  return {
       .queriers = [this] { return queriersByName(); },
       .roots = [this] { return roots(); },
       .turn = [this] { handleBatch(); },
       .clearGroups =
           [this](const std::string& interface, std::optional<Ilvo::IpAddr> group) {
             return clearGroups(interface, group);
-          }};
-  return serveOrReport<RequestServer>(setup.attrLogRequired, sink, [&] {
-    return std::make_unique<RequestServer>(
-        io_,
-        RequestServer::Setup{.path = requestSocketPath(setup.attrLog->path),
-                             .rightsOf = setup.attrLog->rightsOf},
-        wheel_, services);
-  });
+          },
+      .config = {.reload = [this] { return reload(); },
+                 .interfaces = [this] { return configured_.names; },
+                 .settings =
+                     [this](const std::string& interface) { return shownSettings(interface); }}};
 }
 
 RequestServices::Queriers AgentLoop::Impl::queriersByName() const {
@@ -235,6 +191,14 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   directory.entryIs("intakeStatus/" + querier.name(), querier.intakeStatus(), Access::readOnly);
 }
 
+void AgentLoop::Impl::unpublish(const std::string& interface) {
+  if (attrLog_ == nullptr) return;
+  for (const char* folder :
+       {"config/", "status/", "interface/", "intakeConfig/", "intakeStatus/"}) {
+    attrLog_->directory().entryDel(folder + interface);
+  }
+}
+
 // Each round handles one batch, one client or one change of interfaces; clients that follow the
 // traces get theirs then. Packets do not wait for more than one client: many that want something at
 // once would keep the loop from the rings until these overflow.
@@ -244,6 +208,7 @@ void AgentLoop::Impl::run() {
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
     if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
+    deleteEmptied();
     reportState();
     flushOutput();
     alarm_.timeIs(wheel_->nextDue());
@@ -285,9 +250,7 @@ void AgentLoop::Impl::handleSignal(int number) {
   if (number == SIGUSR1) {
     if (onStateRequested_) stateRequested_ = true;
   } else if (number == SIGHUP) {
-    Event event{.time = Mox::now(), .kind = Event::notice};
-    event.text = "nothing is read again: a configuration is read at the start only";
-    services_.sink.event(event);
+    reloadAtSignal();
   } else {
     io_.stop();
     return;

@@ -85,6 +85,15 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
+void InterfaceQuerier::prepare(const Link* link) {
+  if (link != nullptr && isUsable(*link)) portIs(services_.openPort(*link, *this));
+}
+
+void InterfaceQuerier::boundaryIs(Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary) {
+  setup_.boundary = std::move(boundary);
+  if (querier_) querier_->mcastBoundaryIntfStatusIs(setup_.boundary);
+}
+
 void InterfaceQuerier::linkIs(const Link* link) {
   if (link == nullptr || !isUsable(*link)) stop();
   if (link != nullptr && link_.index != 0 && link->index != link_.index) {
@@ -110,7 +119,7 @@ void InterfaceQuerier::linkIs(const Link* link) {
 void InterfaceQuerier::start() {
   portTimer_.timeMinIs(Mox::now() + retryInterval);
   try {
-    portIs(services_.openPort(link_, *this));
+    if (!port_) portIs(services_.openPort(link_, *this));
   } catch (const std::exception& error) {
     reportProblem("open", error.what());
     return;
@@ -153,6 +162,11 @@ void InterfaceQuerier::rebuildAfterGap(Seconds late) {
 }
 
 void InterfaceQuerier::stop() {
+  stopQuerier();
+  portIs(nullptr);
+}
+
+void InterfaceQuerier::stopQuerier() {
   portTimer_.timeMinIs(Mox::never);
   resendTimer_.timeMinIs(Mox::never);
   restTimer_.timeMinIs(Mox::never);
@@ -162,7 +176,6 @@ void InterfaceQuerier::stop() {
   querierDel();
   state_->runningIs(false);
   state_->electedTimeIs(0.0);
-  portIs(nullptr);
 }
 
 void InterfaceQuerier::intakeLinkIs() {
@@ -325,46 +338,15 @@ void InterfaceQuerier::portFailed(const std::string& why) {
   portTimer_.timeMinIs(Mox::now() + retryInterval);
 }
 
-// While no querier runs, or it has not taken it over yet, a group is in the status alone.
-size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
-  const size_t before = clearing_.size();
-  for (auto at = status_->group().begin(); at != status_->group().end(); ++at) {
-    if (!only || at.key() == *only) clearing_.push_back(at.key());
-  }
-  const size_t groups = clearing_.size() - before;
-  handleClearTimer();
-  watcher_.flush();
-  return groups;
-}
-
-// Packets and timers have their turn before the next step.
-void InterfaceQuerier::handleClearTimer() {
-  constexpr size_t groupCost = 8;  // in sources that end
-  constexpr size_t mostCost = 8192;
-  for (size_t cost = 0; cost < mostCost && !clearing_.empty(); clearing_.pop_front()) {
-    const IpAddr group = clearing_.front();
-    if (const auto status = status_->group(group)) cost += groupCost + status->source().size();
-    if (querier_) {
-      querier_->groupSmDel(group);
-      // A hand-over must not wait for a group that is gone.
-      querier_->handleGroupRexmit(group, Gmp::Igmp::timerDisabled);
-    }
-    status_->groupDel(group);
-  }
-  clearTimer_.timeMinIs(clearing_.empty() ? Mox::never : Mox::now());
-}
-
 InterfaceView InterfaceQuerier::view() const {
   return {.name = setup_.name,
           .address = ipAddr_,
-          .config = setup_.config,
           .status = status_,
           .running = running(),
           .electedTime = state_->electedTime(),
           .state = state_,
           .intake = setup_.intake,
-          .intakeStatus = intakeStatus_,
-          .process = services_.process.config};
+          .intakeStatus = intakeStatus_};
 }
 
 void InterfaceQuerier::report(Event::Kind kind, std::string text) {

@@ -26,7 +26,6 @@
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <GmpIgmpQuerierSm/QueryOutput.h>
-#include <Host/InterfaceSetup.h>
 #include <Ilvo/Pkt.h>
 #include <Intake/Intake.h>
 #include <Link/FramePort.h>
@@ -35,6 +34,7 @@
 #include <Obel/TimerWheel.h>
 #include <Report/InterfaceState.h>
 #include <Report/InterfaceView.h>
+#include "InterfaceSetup.h"
 #include "ReceivedBatch.h"
 
 namespace Agent {
@@ -64,6 +64,9 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   const Mox::Ptr<IntakeConfig>& intakeConfig() const { return setup_.intake; }
   const Mox::Ptr<IntakeStatus>& intakeStatus() const { return intakeStatus_; }
 
+  // Opens the port where the interface can carry the querier now, which begins with the next
+  // linkIs: for a host that must know before that it can be opened. Throws std::runtime_error.
+  void prepare(const Link* link);
   // The interface as the kernel describes it now; null when there is none of that name.
   void linkIs(const Link* link);
   // The host handled nothing for that long after a timer was due: it was stopped, perhaps since
@@ -72,10 +75,17 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // every gap longer than the query response interval.
   void rebuildAfterGap(Mox::Seconds late);
 
+  // Null for none.
+  void boundaryIs(Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary);
+
   // Ends all groups, or only that one, as if their members had left; members join again when the
   // next query asks them. Where there are many, the wheel's next turns end those that are left.
   // Returns how many groups there were.
   size_t clearGroups(std::optional<Ilvo::IpAddr> only);
+
+  // Stops, and ends all groups in the same way. The host deletes it once they have ended, and not
+  // many at once: the kernel takes its time to close a port.
+  void end();
 
   // Null while the interface cannot carry it.
   const Mox::Ptr<Gmp::Igmp::QuerierSm>& querier() const { return querier_; }
@@ -95,6 +105,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void makeQuerier();
   void querierDel();
   void stop();
+  void stopQuerier();
   void follow(const Link& link);
   void intakeLinkIs();
   void portIs(std::unique_ptr<FramePort> port);
@@ -122,7 +133,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   bool reportProblem(const std::string& key, const std::string& text);
 
   const Services& services_;
-  const InterfaceSetup setup_;
+  InterfaceSetup setup_;
   const Mox::Ptr<Gmp::Igmp::QuerierStatus> status_;
   const Mox::Ptr<InterfaceState> state_;
   const std::unique_ptr<Election> election_;

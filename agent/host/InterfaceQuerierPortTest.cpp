@@ -28,6 +28,26 @@ TEST_F(InterfaceQuerierTest, opensAnotherPortForAnMtuThatNeedsLongerBlocks) {
   EXPECT_TRUE(querier().running());
 }
 
+TEST_F(InterfaceQuerierTest, beginsOnThePortThatWasOpenedBefore) {
+  const Link link = linkWith(ourAddr);
+  querier().prepare(&link);
+  EXPECT_EQ(portsOpen_, 1);
+  EXPECT_FALSE(querier().running());
+  openFails_ = "no more sockets";
+  up();
+  EXPECT_TRUE(querier().running());
+  EXPECT_EQ(portsOpen_, 1);
+}
+
+TEST_F(InterfaceQuerierTest, reportsAPortThatCannotBeOpenedBefore) {
+  openFails_ = "no more sockets";
+  Link link = linkWith(ourAddr);
+  EXPECT_THROW(querier().prepare(&link), std::runtime_error);
+  link.up = false;
+  EXPECT_NO_THROW(querier().prepare(&link));
+  EXPECT_NO_THROW(querier().prepare(nullptr));
+}
+
 TEST_F(InterfaceQuerierTest, triesAgainToOpenAPort) {
   openFails_ = "no more sockets";
   up();

@@ -337,5 +337,40 @@ TEST_F(InterfaceQuerierTest, doesNotTakeTheRoleBackByANewAddressDuringAHandOver)
   EXPECT_EQ(status().state(), Gmp::Igmp::QuerierStatus::querierStateNonQuerier);
 }
 
+TEST_F(InterfaceQuerierTest, aNewBoundaryHoldsForWhatIsReceivedNext) {
+  up();
+  const auto boundary = Mox::makePtr<Ilvo::IntfBoundaryStatus>();
+  boundary->boundaryIs(Ilvo::IpGenPrefix(group, 8), true);
+  querier().boundaryIs(boundary);
+  join();
+  EXPECT_FALSE(status().group(group));
+  querier().boundaryIs(nullptr);
+  join();
+  EXPECT_TRUE(status().group(group));
+}
+
+TEST_F(InterfaceQuerierTest, aBoundaryOutlivesTheQuerierThatHasIt) {
+  const auto boundary = Mox::makePtr<Ilvo::IntfBoundaryStatus>();
+  boundary->boundaryIs(Ilvo::IpGenPrefix(group, 8), true);
+  querier().boundaryIs(boundary);
+  up();
+  join();
+  EXPECT_FALSE(status().group(group));
+}
+
+TEST_F(InterfaceQuerierTest, atItsEndAllGroupsEnd) {
+  up();
+  join();
+  events_.taken();
+  querier().end();
+  EXPECT_FALSE(querier().running());
+  EXPECT_TRUE(status().group().empty());
+  EXPECT_THAT(events_.taken(), testing::Contains("1000 left 239.1.1.1"));
+  join();
+  EXPECT_TRUE(status().group().empty());
+  querier_.reset();
+  EXPECT_EQ(portsOpen_, 0);
+}
+
 }  // namespace
 }  // namespace Agent

@@ -22,4 +22,9 @@ std::optional<gid_t> groupNamed(const std::string& name) {
   return found == nullptr ? std::nullopt : std::optional(found->gr_gid);
 }
 
+std::string userName(uid_t id) {
+  const passwd* const found = getpwuid(id);
+  return found == nullptr ? std::to_string(id) : found->pw_name;
+}
+
 }  // namespace Agent

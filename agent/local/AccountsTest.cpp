@@ -21,5 +21,10 @@ TEST(Accounts, unknownOnesAreNot) {
   EXPECT_FALSE(userNamed(""));
 }
 
+TEST(Accounts, aUserIsNamedByItsNumberWhereItHasNoName) {
+  EXPECT_EQ(userName(0), "root");
+  EXPECT_EQ(userName(4000000000), "4000000000");
+}
+
 }  // namespace
 }  // namespace Agent

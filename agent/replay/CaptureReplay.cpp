@@ -180,12 +180,10 @@ std::vector<InterfaceView> CaptureReplay::interfaces() const {
   if (!querier_) return {};
   return {{.name = config_->name().string(),
            .address = options_.address,
-           .config = config_,
            .status = querier_->status(),
            .running = true,
            .intake = options_.intake,
-           .intakeStatus = querier_->intakeStatus(),
-           .process = options_.process}};
+           .intakeStatus = querier_->intakeStatus()}};
 }
 
 }  // namespace Agent

@@ -22,8 +22,7 @@ class StateInPartsTest : public testing::Test {
   static constexpr size_t rows = 10;
 
   static InterfaceView viewOf(const char* name) {
-    return {name, IpAddr(10, 0, 0, 1), Gmp::Igmp::querierConfigFactory(name),
-            Gmp::Igmp::querierStatusFactory()};
+    return {name, IpAddr(10, 0, 0, 1), Gmp::Igmp::querierStatusFactory()};
   }
   static QuerierStatus& status(const InterfaceView& view) {
     return const_cast<QuerierStatus&>(*view.status);

@@ -47,7 +47,6 @@ Table partTable(StatePart part, InterfaceViews interfaces, Mox::Seconds now) {
     case StatePart::groups: return groupTable(interfaces, now, window);
     case StatePart::sources: return sourceTable(interfaces, now);
     case StatePart::counters: return counterTable(interfaces);
-    case StatePart::config: return configTable(interfaces);
   }
   return everythingTable(interfaces, now, window);
 }
@@ -57,8 +56,7 @@ Table partTable(StatePart part, InterfaceViews interfaces, Mox::Seconds now) {
 std::string stateText(StatePart part, InterfaceViews interfaces, Mox::Seconds now) {
   switch (part) {
     case StatePart::everything: return everythingText(interfaces, now);
-    case StatePart::counters:
-    case StatePart::config: return turnedText(partTable(part, interfaces, now));
+    case StatePart::counters: return turnedText(partTable(part, interfaces, now));
     case StatePart::interfaces:
       return rowsText(partTable(part, interfaces, now), "no interfaces\n");
     case StatePart::groups: return rowsText(partTable(part, interfaces, now), "no groups\n");

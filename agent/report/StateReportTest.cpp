@@ -17,7 +17,7 @@ using Mox::Ptr;
 constexpr Mox::Seconds now = 1000.0;
 
 InterfaceView interfaceNamed(const char* name, IpAddr addr) {
-  return {name, addr, Gmp::Igmp::querierConfigFactory(name), Gmp::Igmp::querierStatusFactory()};
+  return {name, addr, Gmp::Igmp::querierStatusFactory()};
 }
 
 QuerierStatus& statusOf(const InterfaceView& view) {
@@ -126,7 +126,6 @@ void makeIntake(InterfaceView& view) {
   status->groupsMostIs(41);
   view.intake = config;
   view.intakeStatus = status;
-  view.process = Mox::makePtr<IntakeProcessConfig>();
 }
 
 TEST(StateText, showsCountersAndMarksOfIntakesBehindTheOthers) {
@@ -142,16 +141,6 @@ groupSourcesMost          0     -
 groupRecordsMost          0     -
 queryBurstMost            0     -
 )");
-}
-
-TEST(StateText, showsSettingsOfIntakesBehindThoseOfQueriers) {
-  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
-                    interfaceNamed("eth1", IpAddr(10, 0, 1, 1))};
-  makeIntake(views[0]);
-  const std::string text = stateText(StatePart::config, views, now);
-  EXPECT_NE(text.find("permittedQueriers        10.0.0.0/24  -\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("acceptedGroups           all          -\n"), std::string::npos) << text;
-  EXPECT_NE(text.find("maxProcessGroups         1048576      -\n"), std::string::npos) << text;
 }
 
 TEST(StateText, saysWhichQuerierTransmitsNothing) {
@@ -298,28 +287,17 @@ TEST(StateParts, sourcesAreARowEach) {
       "source":"10.0.0.51","excluded":true,"upSeconds":10.0,"timeLeftSeconds":null})"));
 }
 
-TEST(StateParts, countersAndSettingsAreARowAnInterfaceForPrograms) {
+TEST(StateParts, countersAreARowAnInterfaceForPrograms) {
   const std::vector views{viewOfACopy()};
   statusOf(views[0]).joinsIs(7);
   EXPECT_EQ(nlohmann::json::parse(stateJson(StatePart::counters, views, now))[0]["joins"], 7);
-  EXPECT_EQ(stateJson(StatePart::config, views, now),
-            R"([
-{"interface":"eth0","robustness":2,"queryIntervalSeconds":125.0,)"
-            R"("queryResponseIntervalSeconds":10.0,"startupQueryIntervalSeconds":0.0,)"
-            R"("startupQueryCount":2,"lastMemberQueryIntervalSeconds":1.0,"querierVersion":2,)"
-            R"("lastMemberQueryCount":2,"lastMemberQueryTimeSeconds":2.0,)"
-            R"("addRandomDelayToTimer":false,"sendQuery":true}
-]
-)");
-  EXPECT_EQ(stateText(StatePart::config, views, now).substr(0, 60),
-            "SETTING                  eth0\nrobustness               2\nque");
 }
 
 TEST(StateParts, reportThatThereIsNothing) {
   const std::vector views{viewOfACopy()};
   EXPECT_EQ(stateText(StatePart::groups, views, now), "no groups\n");
   EXPECT_EQ(stateText(StatePart::sources, views, now), "no sources\n");
-  for (const StatePart part : {StatePart::interfaces, StatePart::counters, StatePart::config}) {
+  for (const StatePart part : {StatePart::interfaces, StatePart::counters}) {
     EXPECT_EQ(stateText(part, {}, now), "no interfaces\n");
     EXPECT_EQ(stateJson(part, {}, now), "[]\n");
   }

@@ -12,7 +12,6 @@
 
 namespace Agent {
 
-using Gmp::Igmp::QuerierConfig;
 using Gmp::Igmp::QuerierGroupStatus;
 using Gmp::Igmp::QuerierSourceStatus;
 using Gmp::Igmp::QuerierStatus;
@@ -214,68 +213,6 @@ void addCounters(Cells& cells, const InterfaceView& view, InterfaceViews interfa
   }
 }
 
-template <class V>
-Cell settingCell(Table& table, const V& value) {
-  if constexpr (std::is_same_v<V, PrefixList>) {
-    return value.empty() ? "all" : table.kept(value.string());
-  } else if constexpr (std::is_same_v<V, bool>) {
-    return Flag{value, "on", "off"};
-  } else if constexpr (std::is_same_v<V, Seconds>) {
-    return Interval{value};
-  } else {
-    return Mox::U64{value};
-  }
-}
-
-// Calls f(name, value) for each attribute but the key.
-template <class Config, class F>
-void forEachSetting(const Config& config, F f) {
-  Config::attributes.forEach([&](Mox::AttrId, const auto& row) {
-    using Row = std::remove_cvref_t<decltype(row)>;
-    if constexpr (Row::kind == Mox::AttrKind::stored) f(row.name, config.*row.member);
-    if constexpr (Row::kind == Mox::AttrKind::derived) f(row.name, (config.*row.get)());
-  });
-}
-
-template <class Config>
-Columns settingColumns(const Config& config) {
-  static std::deque<std::string> keys;  // with their units
-  Columns columns;
-  forEachSetting(config, [&](const char* name, const auto& value) {
-    constexpr bool seconds = std::is_same_v<std::remove_cvref_t<decltype(value)>, Seconds>;
-    keys.push_back(std::string(name) + (seconds ? "Seconds" : ""));
-    columns.push_back({keys.back().c_str(), name});
-  });
-  return columns;
-}
-
-const Columns& querierColumns() {
-  static const Columns columns = settingColumns(*Gmp::Igmp::querierConfigFactory(""));
-  return columns;
-}
-
-const Columns& intakeColumns() {
-  static const Columns columns = settingColumns(IntakeConfig(""));
-  return columns;
-}
-
-const Columns& processColumns() {
-  static const Columns columns = settingColumns(IntakeProcessConfig());
-  return columns;
-}
-
-// Nothing in each column where the view does not know them.
-template <class Config>
-void addSettings(Cells& cells, Table& table, const Ptr<const Config>& config,
-                 const Columns& columns) {
-  if (!config) {
-    cells.resize(cells.size() + columns.size());
-    return;
-  }
-  forEachSetting(
-      *config, [&](const char*, const auto& value) { cells.push_back(settingCell(table, value)); });
-}
-
 }  // namespace
 
 Table interfaceTable(InterfaceViews interfaces, Seconds now) {
@@ -348,27 +285,6 @@ Table counterTable(InterfaceViews interfaces) {
   for (const InterfaceView& view : interfaces) {
     Cells cells{view.name};
     addCounters(cells, view, interfaces);
-    table.row(cells);
-  }
-  return table;
-}
-
-Table configTable(InterfaceViews interfaces) {
-  Columns columns{{"interface", "SETTING"}};
-  const bool withIntake = isAny(interfaces, &InterfaceView::intake);
-  addColumns(columns, querierColumns());
-  if (withIntake) {
-    addColumns(columns, intakeColumns());
-    addColumns(columns, processColumns());
-  }
-  Table table(std::move(columns));
-  for (const InterfaceView& view : interfaces) {
-    Cells cells{view.name};
-    addSettings(cells, table, view.config, querierColumns());
-    if (withIntake) {
-      addSettings(cells, table, view.intake, intakeColumns());
-      addSettings(cells, table, view.process, processColumns());
-    }
     table.row(cells);
   }
   return table;

@@ -35,7 +35,5 @@ Table groupTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& windo
 Table sourceTable(InterfaceViews interfaces, Mox::Seconds now);
 // A row for each interface and a column for each counter: for people rather turned.
 Table counterTable(InterfaceViews interfaces);
-// The same of what is configured.
-Table configTable(InterfaceViews interfaces);
 
 }  // namespace Agent

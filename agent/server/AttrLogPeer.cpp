@@ -15,6 +15,7 @@ AttrLogPeer::AttrLogPeer(boost::asio::io_context& io, Descriptor socket,
       handlers_(std::move(handlers)),
       name_(peerName(fd())),
       connectedSince_(Mox::now()),
+      stallTimeout_(setup.stallTimeout),
       session_(*this, {.name = "igmpq run", .peerName = name_, .rights = setup.rights}, &directory),
       arrears_(setup.stallTimeout) {}
 

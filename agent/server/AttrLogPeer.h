@@ -35,6 +35,7 @@ class AttrLogPeer final : public LocalConnection, private Mox::NboAttrLog::Sessi
   const std::string& name() const { return name_; }
   bool greeted() const { return session_.greeted(); }
   Mox::Seconds connectedSince() const { return connectedSince_; }
+  Mox::Seconds stallTimeout() const { return stallTimeout_; }
   // To be called at each poll.
   bool isTooSlow();
 
@@ -53,6 +54,7 @@ class AttrLogPeer final : public LocalConnection, private Mox::NboAttrLog::Sessi
   const Handlers handlers_;
   const std::string name_;
   const Mox::Seconds connectedSince_;
+  const Mox::Seconds stallTimeout_;
   Mox::NboAttrLog::Session session_;
   ReaderArrears arrears_;
 };

@@ -60,16 +60,28 @@ AttrLogServer::AttrLogServer(boost::asio::io_context& io, Setup setup,
                              const Mox::Ptr<const Obel::TimerWheel>& wheel,
                              std::function<void()> turn)
     : io_(io),
+      wheel_(wheel),
       setup_(std::move(setup)),
       turn_(std::move(turn)),
       monitor_(Gmp::Igmp::gmpAttrLogSmFactory(Mox::makePtr<NoSocketYet>())),
-      listener_(io, {.path = setup_.path, .what = serviceName}, wheel,
-                [this](Descriptor socket) { accept(std::move(socket)); }),
+      socket_(socketAt(setup_.path)),
       pollTimer_(wheel, *this) {}
 
 AttrLogServer::~AttrLogServer() {
   monitor_->attrLogSockFdIs(-1);
   for (const auto& peer : peers_) peer->close();
+}
+
+std::unique_ptr<LocalListener> AttrLogServer::socketAt(const std::string& path) {
+  return std::make_unique<LocalListener>(
+      io_, LocalListener::Setup{.path = path, .what = serviceName}, wheel_,
+      [this](Descriptor socket) { accept(std::move(socket)); });
+}
+
+void AttrLogServer::limitsAre(const RightsOf& rightsOf, Seconds stallTimeout, size_t maxReaders) {
+  setup_.rightsOf = rightsOf;
+  setup_.stallTimeout = stallTimeout;
+  setup_.maxReaders = maxReaders;
 }
 
 void AttrLogServer::accept(Descriptor socket) {
@@ -124,7 +136,7 @@ void AttrLogServer::handlePollTimer() {
   const Seconds now = Mox::now();
   for (const auto& peer : std::vector(peers_)) {
     if (peer->isTooSlow()) {
-      peerDel(*peer, fmt::format("it took less than 64 KiB/s for {} s", setup_.stallTimeout));
+      peerDel(*peer, fmt::format("it took less than 64 KiB/s for {} s", peer->stallTimeout()));
     } else if (!peer->greeted() && peer->connectedSince() + helloTimeout <= now) {
       peerDel(*peer, "it sent no hello");
     }

@@ -48,15 +48,6 @@ std::string nameOf(const Object& object) {
 
 const EntityBase& entityOf(const Object& object) { return static_cast<const EntityBase&>(object); }
 
-Json jsonOf(const Mox::Value& value) {
-  if (const auto* flag = std::get_if<bool>(&value)) return *flag;
-  if (const auto* number = std::get_if<Mox::U64>(&value)) return *number;
-  if (const auto* number = std::get_if<Mox::S64>(&value)) return *number;
-  if (const auto* seconds = std::get_if<double>(&value)) return secondsJson(*seconds);
-  if (const auto* text = std::get_if<std::string>(&value)) return *text;
-  return nullptr;
-}
-
 // A value with a name of its own, such as an address or an enumerator, is that text in JSON, too.
 Json valueJson(const AttrInfo& attr, const Object& object) {
   return attr.named ? Json(attr.text(object)) : jsonOf(attr.get(object));

@@ -87,6 +87,8 @@ constexpr std::array handlers{
     Row{"complete", answerComplete},
     Row{"call", answerCall},
     Row{"clearGroups", answerClearGroups},
+    Row{"config", answerConfig},
+    Row{"reload", answerReload},
     Row{"trace", answerTrace},
     Row{"traceHandles", answerTraceHandles},
     Row{"traceLevel", answerTraceLevel},

@@ -18,6 +18,10 @@ std::unique_ptr<Answer> answerTo(const RequestServices& services, const Request&
 std::unique_ptr<Answer> answerGet(const RequestServices& services, const Request& request);
 std::unique_ptr<Answer> answerComplete(const RequestServices& services, const Request& request);
 
+// The handlers of the configuration, see ConfigRequests.cpp.
+std::unique_ptr<Answer> answerReload(const RequestServices& services, const Request& request);
+std::unique_ptr<Answer> answerConfig(const RequestServices& services, const Request& request);
+
 // The handlers of traces, see TraceRequests.cpp. Fewer clients can follow than can be connected, so
 // that there is always a place for a question.
 inline constexpr size_t mostFollowers = 28;

@@ -72,13 +72,19 @@ RequestServer::RequestServer(boost::asio::io_context& io, Setup setup,
                              const Mox::Ptr<const Obel::TimerWheel>& wheel,
                              RequestServices services)
     : io_(io),
+      wheel_(wheel),
       rightsOf_(std::move(setup.rightsOf)),
       services_(std::move(services)),
-      listener_(io, {.path = setup.path, .what = serviceName}, wheel,
-                [this](Descriptor socket) { accept(std::move(socket)); }) {}
+      socket_(socketAt(setup.path)) {}
 
 RequestServer::~RequestServer() {
   for (const auto& client : clients_) client->close();
+}
+
+std::unique_ptr<LocalListener> RequestServer::socketAt(const std::string& path) {
+  return std::make_unique<LocalListener>(
+      io_, LocalListener::Setup{.path = path, .what = serviceName}, wheel_,
+      [this](Descriptor socket) { accept(std::move(socket)); });
 }
 
 void RequestServer::accept(Descriptor socket) {

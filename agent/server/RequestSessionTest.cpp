@@ -46,8 +46,9 @@ TEST_F(RequestSessionTest, unknownNamesAreAnsweredWithTheKnownOnes) {
               ElementsAre(HasSubstr("a querier has no operation mtu")));
   EXPECT_THAT(
       answerTo(R"({"op":"walk"})"),
-      ElementsAre(R"({"error":"there is no \"walk\"; \"op\" is one of: get, complete, call, )"
-                  R"(clearGroups, trace, traceHandles, traceLevel","badUse":true})"));
+      ElementsAre(
+          R"({"error":"there is no \"walk\"; \"op\" is one of: get, complete, call, )"
+          R"(clearGroups, config, reload, trace, traceHandles, traceLevel","badUse":true})"));
   EXPECT_THAT(answerTo(R"({"op":"trace","handle":"Nobody"})"),
               ElementsAre(StartsWith(
                   R"({"error":"there is no trace handle Nobody; there are: GmpAttrLogSm, )")));

@@ -52,8 +52,4 @@ void QuerierSettings::apply(const SettingEntities& entities) const {
   if (entities.process) copySettings(*wanted_.process, *entities.process);
 }
 
-void QuerierSettings::applyGiven(const SettingEntities& entities) const {
-  for (const Written& setting : added_) entities.set(setting);
-}
-
 }  // namespace Agent

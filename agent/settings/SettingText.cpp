@@ -2,6 +2,8 @@
 
 #include <type_traits>
 
+#include <fmt/format.h>
+
 #include <GmpIgmpQuerier/QuerierConfig.h>
 #include <Intake/IntakeConfig.h>
 #include <Intake/IntakeProcess.h>
@@ -74,6 +76,14 @@ std::string optionName(std::string_view attribute) {
     name += upper ? static_cast<char>(c - 'A' + 'a') : c;
   }
   return name;
+}
+
+std::string settingValueText(const Mox::Value& value) {
+  if (const auto* flag = std::get_if<bool>(&value)) return *flag ? "on" : "off";
+  if (const auto* number = std::get_if<Mox::U64>(&value)) return fmt::to_string(*number);
+  if (const auto* seconds = std::get_if<Mox::Seconds>(&value)) return fmt::format("{}s", *seconds);
+  const auto* text = std::get_if<std::string>(&value);
+  return text == nullptr || text->empty() ? "all" : *text;
 }
 
 Written readSetting(std::string_view attribute, std::string_view name, std::string_view text) {

@@ -24,9 +24,6 @@ struct CellText {
   void operator()(Mox::U64 number) const { fmt::format_to(std::back_inserter(out), "{}", number); }
   void operator()(Ilvo::IpAddr addr) const { Ilvo::appendText(out, addr); }
   void operator()(const Duration& duration) const { out += durationText(duration.seconds); }
-  void operator()(const Interval& interval) const {
-    fmt::format_to(std::back_inserter(out), "{}s", interval.seconds);
-  }
   void operator()(std::string_view text) const { appendPrintable(out, text); }
 };
 
@@ -38,7 +35,6 @@ struct CellJson {
   void operator()(Mox::U64 number) const { fmt::format_to(std::back_inserter(out), "{}", number); }
   void operator()(Ilvo::IpAddr addr) const { appendJson(out, addr); }
   void operator()(const Duration& duration) const { appendJson(out, duration.seconds); }
-  void operator()(const Interval& interval) const { appendJson(out, interval.seconds); }
   void operator()(std::string_view text) const { appendJson(out, text); }
 };
 

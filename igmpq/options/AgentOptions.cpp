@@ -58,11 +58,4 @@ void AgentOptions::take(const AgentSetting& setting, const std::string& text) {
   given_.emplace_back(&setting, text);
 }
 
-AgentSettings AgentOptions::over(AgentSettings settings) const {
-  for (const auto& [setting, text] : given_) {
-    agentSettingIs(settings, *setting, optionOf(*setting), text);
-  }
-  return settings;
-}
-
 }  // namespace Igmpq

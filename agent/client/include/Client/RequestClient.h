@@ -44,6 +44,24 @@ class RequestClient {
     std::string handle = {};
     std::string text = {};
   };
+  // A change that a reload made, or a fault for which it made none.
+  struct Change {
+    std::string json;
+    std::string text;
+    bool isFault = false;
+  };
+  // The value in JSON, and as people read it.
+  struct Setting {
+    std::string key;  // in JSON
+    std::string name;
+    std::string json;
+    std::string text;
+    std::string origin;  // empty for a value that follows from others
+  };
+  struct Settings {
+    std::string interface;  // empty: those of the agent as a whole
+    std::vector<Setting> settings;
+  };
 
   // Connects. Throws ConnectError.
   RequestClient(EventLoop& loop, std::string path, std::chrono::seconds silence = longestSilence);
@@ -55,6 +73,10 @@ class RequestClient {
   // Ends the groups of one interface, or of all for an empty name; only one group, or all for an
   // empty text. Returns how many there were.
   Mox::U64 clearGroups(const std::string& interface, const std::string& group);
+  // Has the agent read its configuration again. With a fault there are nothing but faults.
+  std::vector<Change> reload();
+  // The agent's own first, then those of that interface, or of all for an empty name.
+  std::vector<Settings> settings(const std::string& interface);
   PathText get(const std::string& path);
   // The paths that begin with `prefix`.
   std::vector<std::string> completions(const std::string& prefix);

@@ -11,6 +11,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,14 +33,14 @@ struct PlacedSetting {
   ConfigPlace place;
 };
 
-struct PlacedPrefix {
-  Ilvo::IpGenPrefix prefix;
+struct PlacedBoundary {
+  std::set<Ilvo::IpGenPrefix> prefixes;
   ConfigPlace place;
 };
 
 struct ResolvedSettings {
   std::vector<PlacedSetting> settings;
-  std::vector<PlacedPrefix> boundary;
+  std::optional<PlacedBoundary> boundary;
 };
 
 class Configuration {
@@ -53,6 +57,10 @@ class Configuration {
   bool namesInterfaces() const { return !sections_.empty(); }
 
   const AgentSettings& agent() const { return agent_; }
+  // The places of those of them that the files give, by key.
+  const std::map<std::string, ConfigPlace, std::less<>>& agentPlaces() const {
+    return agentPlaces_;
+  }
   // Of the limits of all interfaces together.
   const std::vector<PlacedSetting>& process() const { return process_; }
 
@@ -69,7 +77,9 @@ class Configuration {
 
   ResolvedSettings defaults_;
   std::vector<Section> sections_;
+  std::map<std::string, size_t, std::less<>> sectionAt_;  // by the name or pattern
   AgentSettings agent_;
+  std::map<std::string, ConfigPlace, std::less<>> agentPlaces_;
   std::vector<PlacedSetting> process_;
 };
 

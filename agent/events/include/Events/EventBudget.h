@@ -20,6 +20,9 @@ class EventBudget final : public EventSink {
   // 0 passes all. The sink outlives it.
   EventBudget(EventSink& to, Mox::U64 ofASecond) : to_(to), ofASecond_(ofASecond) {}
 
+  // From here on.
+  void ofASecondIs(Mox::U64 ofASecond) { ofASecond_ = ofASecond; }
+
   void event(const Event& event) override;
   bool takes(Event::Kind kind) override;
   // Reports the numbers whose second is over. False when one is still to be reported, too.
@@ -37,7 +40,7 @@ class EventBudget final : public EventSink {
   void close(size_t kindAt);
 
   EventSink& to_;
-  const Mox::U64 ofASecond_;
+  Mox::U64 ofASecond_;
   std::array<Kind, Event::kinds> kinds_{};
   Mox::U64 kindsHeld_ = 0;  // those with held events
 };

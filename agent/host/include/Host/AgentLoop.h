@@ -4,40 +4,45 @@
 // was, the packets that have arrived are handled first, then the timers that are due. The activity
 // clock is the machine's monotonic one.
 //
-//   AgentLoop loop({.interfaces = {{"eth0", config}}}, *sink);
+// SIGHUP, or a request, makes it read its configuration again: all of it is taken over or nothing,
+// and what did not change is not touched.
+//
+//   AgentLoop loop({.config = {.settings = configuredAgent(&files, given, {"eth0"})}}, *sink);
 //   loop.run();  // until SIGINT or SIGTERM
 //   printState(stdout, StatePart::everything, loop.views(), Mox::now(), Format::text);
 #pragma once
 
 #include <functional>
 #include <memory>
-#include <optional>
+#include <string>
 #include <vector>
 
+#include <Config/ConfiguredAgent.h>
 #include <Events/Event.h>
-#include <Events/StatusWatcher.h>
-#include <Host/InterfaceSetup.h>
-#include <Intake/IntakeProcess.h>
+#include <Link/LinkTable.h>
+#include <Local/LocalPeer.h>
 #include <Report/InterfaceView.h>
-#include <Server/AttrLogServer.h>
 
 namespace Agent {
 
 class AgentLoop {
  public:
+  // What the command line and the files give together.
+  struct Config {
+    ConfiguredAgent settings;
+    // Where other processes see the state, as the settings say or as is usual; empty: none do.
+    std::string socketPath = {};
+    RightsOf rightsOf = peerRights({});
+  };
   struct Setup {
-    std::vector<InterfaceSetup> interfaces;
-    Mox::Ptr<IntakeProcessConfig> process = Mox::makePtr<IntakeProcessConfig>();
-    bool reportQueries = false;  // an event for each query sent
-    EventScope eventScope = EventScope::changes;
+    Config config;
+    // Reads the configuration again, for a machine with these interfaces. Throws
+    // std::runtime_error. Null where no file is in use.
+    std::function<Config(const LinkTable&)> configure = {};
+    // It was taken over.
+    std::function<void(const Config&)> onConfig = {};
     // SIGUSR1. Called again, between other work, while it returns true: there is more to write.
-    std::function<bool()> onStateRequested;
-    std::optional<AttrLogServer::Setup> attrLog = {};  // none: no other process sees the state
-    // True: it is an error when the sockets of the attribute log and of requests cannot be served.
-    // False: an event reports it, and the agent runs without them.
-    bool attrLogRequired = false;
-    // Of each interface's receive ring; a share of what all may take if none.
-    std::optional<size_t> ringBytes = {};
+    std::function<bool()> onStateRequested = {};
   };
 
   // The queriers run from the construction on. Throws std::system_error when the interfaces cannot

@@ -46,6 +46,9 @@ class LinkMonitor {
   LinkMonitor(const LinkMonitor&) = delete;
   LinkMonitor& operator=(const LinkMonitor&) = delete;
 
+  // Notifies of all changes that the kernel has reported by now.
+  void readNow() { handleReadable(); }
+
   const LinkTable& links() const { return table_; }
   // False until the kernel has given a whole answer: an interface that is missing may exist.
   bool isWhole() const { return isWhole_; }

@@ -22,4 +22,7 @@ struct User {
 std::optional<User> userNamed(const std::string& name);
 std::optional<gid_t> groupNamed(const std::string& name);
 
+// Its number where it has no name.
+std::string userName(uid_t id);
+
 }  // namespace Agent

@@ -4,11 +4,9 @@
 
 #include <string>
 
-#include <GmpIgmpQuerier/QuerierConfig.h>
 #include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Ilvo/IpAddr.h>
 #include <Intake/IntakeConfig.h>
-#include <Intake/IntakeProcess.h>
 #include <Intake/IntakeStatus.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
@@ -19,7 +17,6 @@ namespace Agent {
 struct InterfaceView {
   std::string name;
   Ilvo::IpAddr address;
-  Mox::Ptr<const Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<const Gmp::Igmp::QuerierStatus> status;
   bool running = true;
   bool isCopy = false;             // of a process's state that does not publish address and running
@@ -28,7 +25,6 @@ struct InterfaceView {
   Mox::Ptr<const InterfaceState> state = {};
   Mox::Ptr<const IntakeConfig> intake = {};
   Mox::Ptr<const IntakeStatus> intakeStatus = {};
-  Mox::Ptr<const IntakeProcessConfig> process = {};  // of all interfaces
 };
 
 }  // namespace Agent

@@ -1,5 +1,5 @@
 // The state of interfaces, whole or a part of it, as tables for people or as JSON for programs:
-// role and timers, counters, groups and their sources, settings.
+// role and timers, counters, groups and their sources.
 //
 //   printState(stdout, StatePart::everything, views, Mox::now(), Format::text);
 #pragma once
@@ -16,7 +16,7 @@
 
 namespace Agent {
 
-enum class StatePart { everything, interfaces, groups, sources, counters, config };
+enum class StatePart { everything, interfaces, groups, sources, counters };
 
 // As JSON, everything is one line with "event": "state", so that it can be mixed with events, and a
 // part is an array of objects. Keys may be added, never renamed.

@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <GmpAttrLogSm/GmpAttrLogSm.h>
@@ -52,6 +53,13 @@ class AttrLogServer {
   AttrLogServer(const AttrLogServer&) = delete;
   AttrLogServer& operator=(const AttrLogServer&) = delete;
 
+  // A socket at another path, for socketIs. Throws std::runtime_error as the constructor does.
+  std::unique_ptr<LocalListener> socketAt(const std::string& path);
+  // From here on peers connect there; those that are connected stay.
+  void socketIs(std::unique_ptr<LocalListener> socket) { socket_ = std::move(socket); }
+  // For peers that connect from here on, and the most of them.
+  void limitsAre(const RightsOf& rightsOf, Mox::Seconds stallTimeout, size_t maxReaders);
+
   Mox::NboAttrLog::Directory& directory() { return directory_; }
   // Reports whether the most congested peer's socket is clogged.
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm>& monitor() const { return monitor_; }
@@ -71,12 +79,13 @@ class AttrLogServer {
   void peerDel(const AttrLogPeer& peer, const std::string& why);
 
   boost::asio::io_context& io_;
-  const Setup setup_;
+  const Mox::Ptr<const Obel::TimerWheel> wheel_;
+  Setup setup_;
   const std::function<void()> turn_;
   Mox::NboAttrLog::Directory directory_;
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> monitor_;
   std::vector<std::shared_ptr<AttrLogPeer>> peers_;
-  LocalListener listener_;
+  std::unique_ptr<LocalListener> socket_;
   Obel::TimerReactor<AttrLogServer, &AttrLogServer::handlePollTimer> pollTimer_;
 };
 

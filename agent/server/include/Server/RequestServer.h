@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <Local/IoContext.h>
@@ -42,6 +43,11 @@ class RequestServer {
   RequestServer(const RequestServer&) = delete;
   RequestServer& operator=(const RequestServer&) = delete;
 
+  // As those of AttrLogServer.
+  std::unique_ptr<LocalListener> socketAt(const std::string& path);
+  void socketIs(std::unique_ptr<LocalListener> socket) { socket_ = std::move(socket); }
+  void rightsAre(const RightsOf& rightsOf) { rightsOf_ = rightsOf; }
+
   // Sends the traces that were recorded since the last call to the clients that follow them; to be
   // called after each round of the loop. Without such traces, it costs one comparison.
   void followUp();
@@ -58,11 +64,12 @@ class RequestServer {
   void clientDel(const Client& client);
 
   boost::asio::io_context& io_;
-  const RightsOf rightsOf_;
+  const Mox::Ptr<const Obel::TimerWheel> wheel_;
+  RightsOf rightsOf_;
   const RequestServices services_;
   std::vector<std::shared_ptr<Client>> clients_;
   Mox::U64 recordedSeen_ = 0;
-  LocalListener listener_;
+  std::unique_ptr<LocalListener> socket_;
 };
 
 }  // namespace Agent

@@ -10,6 +10,7 @@
 #include <GmpIgmpQuerierSm/QuerierSm.h>
 #include <Ilvo/IpAddr.h>
 #include <MoxBase/Ptr.h>
+#include <Server/ConfigServices.h>
 #include <Server/ObjectRoots.h>
 
 namespace Agent {
@@ -27,6 +28,7 @@ struct RequestServices {
   // Returns how many there were.
   std::function<size_t(const std::string& interface, std::optional<Ilvo::IpAddr> group)>
       clearGroups;
+  ConfigServices config = {};
   // How many clients follow the traces now.
   std::shared_ptr<size_t> followers = std::make_shared<size_t>(0);
 };

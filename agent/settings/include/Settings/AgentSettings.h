@@ -38,6 +38,7 @@ struct AgentSetting {
   NumberRange range;                            // of a number
   const char* unset = "";                       // the meaning of no value
   std::span<const std::string_view> choices{};  // of a text; empty for any
+  bool atStart = false;                         // a running agent keeps the value that it has
   const char* help;
 };
 
@@ -54,6 +55,7 @@ inline constexpr std::array agentSettings{
                  .member = &AgentSettings::user,
                  .range = {},
                  .unset = "this one",
+                 .atStart = true,
                  .help = "the user that the agent becomes; the right to raw packets stays"},
     AgentSetting{.name = "read-group",
                  .valueName = "NAME",
@@ -82,6 +84,7 @@ inline constexpr std::array agentSettings{
                  .member = &AgentSettings::events,
                  .range = {},
                  .choices = eventChoices,
+                 .atStart = true,
                  .help = "groups and sources that are reported: all; changes (more than 32 sources "
                          "of a group at once as their number); none"},
     AgentSetting{.name = "event-rate",
@@ -100,6 +103,7 @@ inline constexpr std::array agentSettings{
                  .member = &AgentSettings::ringKib,
                  .range = {.least = 32, .most = 1048576, .whole = true},
                  .unset = "4096 for up to 16 interfaces, else 65536 in all",
+                 .atStart = true,
                  .help = "of each interface's receive ring"},
 };
 

@@ -35,8 +35,8 @@ class QuerierSettings {
   // Sets every stored attribute of the entities that are there: to the added value, or to its
   // default.
   void apply(const SettingEntities& entities) const;
-  // Sets only the attributes whose values were added.
-  void applyGiven(const SettingEntities& entities) const;
+  // The values that were added.
+  const std::vector<Mox::NboAttrLog::Written>& given() const { return added_; }
 
   // Null when no prefix was added.
   const Mox::Ptr<Ilvo::IntfBoundaryStatus>& boundary() const { return boundary_; }

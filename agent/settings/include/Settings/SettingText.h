@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include <Mox/Value.h>
 #include <NboAttrLog/TreeIn.h>
 
 namespace Agent {
@@ -16,6 +17,10 @@ std::string optionName(std::string_view attribute);
 
 // "on" or "off"; throws SettingError for other texts.
 bool flagOf(std::string_view name, std::string_view text);
+
+// A value of any setting as people read it: "on", "2", "125s", "10.0.0.0/8,192.0.2.1", "all" for no
+// restriction.
+std::string settingValueText(const Mox::Value& value);
 
 // Not an attribute of its own: on is a lastMemberQueryCount of 0, off its default.
 inline constexpr std::string_view immediateLeave = "immediateLeave";

@@ -29,10 +29,6 @@ namespace Agent {
 struct Duration {
   Mox::Seconds seconds;
 };
-// "31.25s" for people: a duration as it was configured.
-struct Interval {
-  Mox::Seconds seconds;
-};
 // True or false for programs, one of two words for people.
 struct Flag {
   bool value;
@@ -40,8 +36,7 @@ struct Flag {
   const char* no;
 };
 // Empty: "-" for people, null for programs.
-using Cell = std::variant<std::monostate, Flag, Mox::U64, Ilvo::IpAddr, Duration, Interval,
-                          std::string_view>;
+using Cell = std::variant<std::monostate, Flag, Mox::U64, Ilvo::IpAddr, Duration, std::string_view>;
 
 // Nothing for 0.0.0.0, which stands for no address.
 inline Cell knownAddress(Ilvo::IpAddr addr) { return addr.isZero() ? Cell() : Cell(addr); }

@@ -3,7 +3,7 @@
 //   AgentOptions options;
 //   options.addTo(app);
 //   app.parse(argc, argv);
-//   const Agent::AgentSettings settings = options.over(configuration.agent());
+//   for (const auto& [setting, text] : options.given()) ...
 #pragma once
 
 #include <string>
@@ -23,13 +23,14 @@ class AgentOptions {
 
   // Must outlive the parse.
   void addTo(CLI::App& app);
-  // The settings with those that the command line gives in their place.
-  Agent::AgentSettings over(Agent::AgentSettings settings) const;
+  // The values that the command line gives; each can be set.
+  using Given = std::vector<std::pair<const Agent::AgentSetting*, std::string>>;
+  const Given& given() const { return given_; }
 
  private:
   void take(const Agent::AgentSetting& setting, const std::string& text);
 
-  std::vector<std::pair<const Agent::AgentSetting*, std::string>> given_;
+  Given given_;
 };
 
 }  // namespace Igmpq

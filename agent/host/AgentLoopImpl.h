@@ -1,0 +1,126 @@
+// The parts of the loop: its construction, batches and signals are in AgentLoop.cpp, the reading of
+// the configuration again in AgentLoopConfig.cpp.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Host/AgentLoop.h>
+#include <Link/LinkMonitor.h>
+#include <Link/RingPort.h>
+#include <Obel/TimerReactor.h>
+#include <Server/AttrLogServer.h>
+#include <Server/RequestServer.h>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/signal_set.hpp>
+
+#include "ConfigPlan.h"
+#include "InterfaceQuerier.h"
+#include "LoopState.h"
+#include "WheelAlarm.h"
+
+namespace Agent {
+
+// With entities of its own, which keep what is set at run time.
+InterfaceSetup setupOf(const ConfiguredInterface& configured);
+
+class AgentLoop::Impl {
+ public:
+  using Queriers = std::vector<std::unique_ptr<InterfaceQuerier>>;
+
+  Impl(const Setup& setup, EventSink& sink);
+  ~Impl();
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  void run();
+  std::vector<InterfaceView> views() const;
+
+ private:
+  struct NewSockets;
+
+  std::unique_ptr<AttrLogServer> makeAttrLogServer(const Setup& setup, EventSink& sink);
+  std::unique_ptr<RequestServer> makeRequestServer(const Setup& setup, EventSink& sink);
+  RequestServices services();
+  PortOpener portOpener(const Setup& setup);
+  // What requests can read by path: what the attribute log serves, and the machines behind it.
+  ObjectRoots roots() const;
+  RequestServices::Queriers queriersByName() const;
+  void publishProcess();
+  void publish(const InterfaceQuerier& querier);
+  void unpublish(const std::string& interface);
+  size_t clearGroups(const std::string& interface, std::optional<Ilvo::IpAddr> group);
+  // Reads the configuration again and reports what came of it. Throws std::runtime_error where no
+  // file is in use.
+  std::vector<ConfigChange> reload();
+  void reloadAtSignal();
+  std::vector<ConfigChange> takeOver();
+  void report(const std::vector<ConfigChange>& changes);
+  // Each opens all that it needs, and changes nothing. Throws std::runtime_error.
+  std::optional<NewSockets> newSocketsAt(const std::string& path);
+  Queriers newQueriers(const ConfigPlan& plan);
+  // These cannot fail.
+  void serveAt(const Config& next, std::optional<NewSockets> sockets);
+  void removeQueriers(const ConfigPlan& plan);
+  void applySettings(const ConfigPlan& plan);
+  void addQueriers(const ConfigPlan& plan, Queriers added);
+  // Of those that are leaving.
+  void deleteEmptied();
+  SettingEntities entitiesOf(const std::string& interface) const;
+  std::optional<std::vector<ShownSetting>> shownSettings(const std::string& interface) const;
+  void handleLink(const std::string& name, const Link* link);
+  void handleSignal(int number);
+  void waitForSignal();
+  void waitForPackets();
+  // Handles the packets that the rings hold, then the timers that are due, then reports what they
+  // changed. So an answer that was received counts before the timer that waits for it.
+  void handleBatch();
+  Mox::Seconds batchDuration() const;
+  void turnWheel();
+  void rebuildAfterGap();
+  void reportChanges();
+  // Lets the heap give memory back when most of the objects have gone: it does so by itself only
+  // for what lies at its end.
+  void trimMemory();
+  // The next part of the state, if it was requested.
+  void reportState();
+  // Tries again soon when the output does not take the events now.
+  void flushOutput();
+
+  boost::asio::io_context io_{1};
+  boost::asio::signal_set signals_{io_};
+  const Mox::Ptr<Obel::TimerWheel> wheel_;
+  WheelAlarm alarm_{io_, [this] { handleBatch(); }};
+  Obel::TimerReactor<Impl, &Impl::flushOutput> outputTimer_{wheel_, *this};
+  RingPolls rings_;
+  QuerySocket querySocket_;
+  boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
+  StatusWatcher::Pending pending_;
+  ConfiguredAgent configured_;  // as it was taken over last
+  std::string servedPath_;
+  const std::function<Config(const LinkTable&)> configure_;
+  const std::function<void(const Config&)> onConfig_;
+  const std::function<bool()> onStateRequested_;
+  size_t interfaceCount_;
+  IntakeProcess process_;
+  ReceivedBatch batch_;
+  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
+  InterfaceQuerier::Services services_;
+  Queriers queriers_;  // in the order of the configuration
+  Queriers leaving_;   // no longer in it: their groups end in steps
+  std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
+  const std::unique_ptr<RequestServer> requests_;  // null for none
+  LinkMonitor links_;
+  const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
+  bool inBatch_ = false;
+  bool stateRequested_ = false;
+  size_t mostCells_ = 0;  // bytes of objects, since memory was given back
+  Mox::Seconds lastBatchEnd_ = Mox::now();
+};
+
+}  // namespace Agent
