@@ -29,7 +29,7 @@ ACCESSORS = ("", "Is", "Inc", "Dec", "Del", "DelAll", "Notify", "Instance")
 ROW = re.compile(r'\{\s*"(\w+)"\s*,\s*&')
 # Names that the standard library asks for.
 STANDARD = {"begin", "end", "value_type", "difference_type", "iterator_category", "element_type",
-            "pointer", "reference"}
+            "pointer", "reference", "allocate", "deallocate"}
 
 # Header, names ("" for the header itself), reason.
 ALLOWED = (

@@ -49,7 +49,8 @@ def join_works(tiny):
     many = 500 if tiny else 50_000
     return [
         ("join/oneRecord", {"ns": 950, "missing": 0, "silent": 0}, lambda: joins(many)),
-        ("join/10sources", {"ns": 330, "missing": 0, "silent": 0}, lambda: joins_with_sources(many // 10, 10)),
+        ("join/10sources", {"ns": 330, "missing": 0, "silent": 0},
+         lambda: joins_with_sources(many // 10, 10)),
         ("memory/groups", {"bytes": 560, "missing": 0},
          lambda: memory(2000 if tiny else 1_000_000)),
         ("memory/sources", {"bytes": 300, "missing": 0},
