@@ -52,24 +52,37 @@ struct Parsed {
   Prefixes boundary;
 };
 
-Parsed parsed(Arguments arguments) {
+// The options, made once: that takes longer than to parse a command line. The settings are new each
+// time, in the place that the options know.
+class CommandLine {
+ public:
+  CommandLine() { Igmpq::addSettings(app_, *settings_); }
+  const Agent::QuerierSettings& parsed(Arguments arguments) {
+    settings_.emplace();
+    std::reverse(arguments.begin(), arguments.end());
+    app_.parse(arguments);
+    return *settings_;
+  }
+
+ private:
+  std::optional<Agent::QuerierSettings> settings_{std::in_place};
+  CLI::App app_;
+};
+
+Parsed parsed(const Arguments& arguments) {
+  static CommandLine commandLine;
   Parsed result;
-  CLI::App app;
-  Agent::QuerierSettings settings;
-  Igmpq::addSettings(app, settings);
-  std::reverse(arguments.begin(), arguments.end());
   try {
-    app.parse(arguments);
+    const Agent::QuerierSettings& settings = commandLine.parsed(arguments);
+    settings.apply({.config = result.config, .intake = result.intake, .process = result.process});
+    if (settings.boundary()) {
+      for (const auto& [prefix, set] : settings.boundary()->boundary()) {
+        result.boundary.push_back(prefix.stringValue());
+      }
+    }
+    result.accepted = true;
   } catch (const CLI::Error& error) {
     property(*error.what() != '\0', "a refusal has a reason");
-    return result;
-  }
-  result.accepted = true;
-  settings.apply({.config = result.config, .intake = result.intake, .process = result.process});
-  if (settings.boundary()) {
-    for (const auto& [prefix, set] : settings.boundary()->boundary()) {
-      result.boundary.push_back(prefix.stringValue());
-    }
   }
   return result;
 }
