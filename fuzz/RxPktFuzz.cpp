@@ -1,5 +1,5 @@
-// For any packets at any time: timers settle, and in the end and before a restart all invariants of a
-// querier hold. RxPktWorld.h describes the input; RxPktOracleFuzz requires more of it, and takes
+// For any packets at any time: timers settle, and in the end and before a restart all invariants of
+// a querier hold. RxPktWorld.h describes the input; RxPktOracleFuzz requires more of it, and takes
 // longer.
 #include <cstddef>
 #include <cstdint>
