@@ -33,7 +33,7 @@ using Rights = Agent::Request::Rights;
 constexpr size_t longestTrace = 4096;
 // Many requests can each return the whole ring, or all objects, which takes time and tries nothing
 // new.
-constexpr size_t mostChunks = 60;
+constexpr size_t mostChunks = 24;
 
 Mox::TraceHandle& ownTrace() {
   static Mox::TraceHandle& handle = Mox::TraceHandle::named("Fuzz");
