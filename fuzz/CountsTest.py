@@ -1,4 +1,4 @@
-"""What the counts of searches say after what libFuzzer prints."""
+"""What is read from the output of libFuzzer."""
 import pathlib
 import sys
 import tempfile
@@ -7,7 +7,7 @@ import unittest
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "scripts"))
 
-from fuzz_counts import Counts, Search  # noqa: E402
+from fuzz_counts import Counts, Search, features_in  # noqa: E402
 
 LOADED = ["INFO: seed corpus: files: 8", "#8\tpulse  cov: 90 ft: 120 corp: 4/1Kb exec/s: 4",
           "#10\tINITED cov: 100 ft: 150 corp: 8/2Kb exec/s: 0 rss: 40Mb"]
@@ -49,6 +49,14 @@ class SearchCounts(unittest.TestCase):
 
     def test_a_search_that_does_not_begin_counts_nothing(self):
         self.assertEqual(self.counts_after("ERROR: no such file").executions, 0)
+
+
+class MergedFeatures(unittest.TestCase):
+    def test_each_input_that_was_executed_has_its_features(self):
+        features = features_in(["3", "1", "seeds/one", "corpus/two", "corpus/three", "STARTED 0 4",
+                                "FT 0 17 18", "COV 0 1", "STARTED 1 9", "STARTED 2 1", "FT 2"])
+        self.assertEqual(features, {pathlib.Path("seeds/one"): {17, 18},
+                                    pathlib.Path("corpus/three"): set()})
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""Counts what searches of a fuzz target execute and find, from what libFuzzer prints.
+"""Reads what libFuzzer writes: counts what searches execute and find, and what inputs reach.
 
   counts = Counts(path)  # of all searches so far, if the file exists
   search = Search(counts)
@@ -7,6 +7,7 @@
   print(counts.text())
 """
 import json
+import pathlib
 import re
 import resource
 import time
@@ -80,3 +81,14 @@ class Search:
         self.counts.processor_seconds += processor_seconds() - self.processor_began
         self.counts.edges = self.edges
         self.counts.save()
+
+
+def features_in(lines):
+    """The features of each input by its path, from the control file of a merge.
+
+    It begins with the number of inputs, that of those which were merged into, and their paths. A
+    line `FT 3 17 18` says that the fourth input has the features 17 and 18.
+    """
+    paths = [pathlib.Path(line) for line in lines[2:2 + int(lines[0])]]
+    rows = (line.split() for line in lines if line.startswith("FT "))
+    return {paths[int(row[1])]: {int(word) for word in row[2:]} for row in rows}
