@@ -1,4 +1,4 @@
-"""What is read from the output of libFuzzer."""
+"""The counts and features read from what libFuzzer writes."""
 import pathlib
 import sys
 import tempfile
