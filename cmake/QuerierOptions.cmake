@@ -9,6 +9,8 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 
 set(QUERIER_SANITIZE "" CACHE STRING "Sanitizers for every target, for instance address,undefined")
+# vptr needs a free descriptor to look at an object, which some tests use up.
+set(QUERIER_SANITIZE_EXCEPT "vptr" CACHE STRING "Parts of these sanitizers that are left out")
 
 add_library(querier_options INTERFACE)
 target_compile_options(querier_options INTERFACE
@@ -24,8 +26,6 @@ add_link_options(-Wl,-Bsymbolic-functions)
 
 if(QUERIER_SANITIZE)
   add_compile_options(-fsanitize=${QUERIER_SANITIZE} -fno-omit-frame-pointer
-                      -fno-sanitize-recover=all
-                      # Needs a free descriptor to look at an object, which some tests use up.
-                      -fno-sanitize=vptr)
+                      -fno-sanitize-recover=all -fno-sanitize=${QUERIER_SANITIZE_EXCEPT})
   add_link_options(-fsanitize=${QUERIER_SANITIZE})
 endif()

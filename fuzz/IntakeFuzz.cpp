@@ -24,6 +24,7 @@
 #include "RingBlock.h"
 #include "RxPackets.h"
 #include "RxPktOracle.h"
+#include "WheelInPlace.h"
 
 namespace {
 
@@ -126,13 +127,14 @@ class World final : private Agent::IntakeWatcher {
     property(event.count > 0, "an event is of a counted packet");
   }
 
+  const Fuzz::WheelInPlace wheel_{begin};
   const Fuzz::MessageWorld messages_;
-  const Ptr<Obel::TimerWheel> wheel_ = makePtr<Obel::TimerWheel>(begin);
   const Ptr<Agent::IntakeConfig> config_ = makePtr<Agent::IntakeConfig>("eth0");
   const Ptr<Gmp::Igmp::QuerierConfig> querierConfig_ = Gmp::Igmp::querierConfigFactory("eth0");
   const Ptr<Gmp::Igmp::QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
-  const Ptr<QuerierSm> querier_ = Gmp::Igmp::querierSmFactory(
-      querierConfig_, status_, IpAddr(10, 0, 0, 5), 1500, 0, wheel_, wheel_, wheel_, false);
+  const Ptr<QuerierSm> querier_ =
+      Gmp::Igmp::querierSmFactory(querierConfig_, status_, IpAddr(10, 0, 0, 5), 1500, 0,
+                                  wheel_.ptr(), wheel_.ptr(), wheel_.ptr(), false);
   Agent::IntakeProcess process_;
   Agent::Intake intake_{process_, config_, makePtr<Agent::IntakeStatus>("eth0"), status_, *this};
   Agent::IntakeBounds bounds_{config_, process_.config, querierConfig_, status_};

@@ -16,10 +16,10 @@ namespace Fuzz {
 
 class MessageWorld {
  public:
-  MessageWorld() {
+  explicit MessageWorld(bool traces = true) {
     Mox::eventLogSinkIs([](const Mox::EventLogEntry&) {});
     Mox::traceSinkIs([](const Mox::TraceLine&) {});
-    Gmp::Igmp::igmpPacketTrace->facilityLevelIs(8);
+    if (traces) Gmp::Igmp::igmpPacketTrace->facilityLevelIs(8);
   }
   ~MessageWorld() {
     Gmp::Igmp::igmpPacketTrace->facilityLevelIs(Mox::TraceHandle::off);

@@ -35,6 +35,7 @@ struct Frame {
   Kind kind = report;
   U8 version = 3;
   bool isUnsolicited = false;  // a report of a change, not an answer
+  bool suppresses = false;     // a query that lowers no timers (RFC 3376 4.1.5)
   Mask asks = 0;               // of a query
   Mask asserts = 0;            // of a report: its sender is to be served these
   Mask wanted = 0;  // those of `asserts` that the sender did want when it sent the report

@@ -1,5 +1,7 @@
 #include "Ledger.h"
 
+#include <algorithm>
+
 namespace Sim {
 
 void Ledger::onSent(const Frame& frame) {
@@ -13,12 +15,21 @@ void Ledger::onSent(const Frame& frame) {
       crowded_[channel] = frame.sent;
     }
     if (frame.version < 3) askedInOldFormat_[channel] = frame.sent;
-    noteOvertaken(frame.sender, channel);
+    if (!frame.suppresses) noteOvertaken(frame.sender, channel);
   });
 }
 
-// Routers that have an answer which the querier does not have yet lower their timers for nothing.
+bool Ledger::isUnderWay(Node receiver, unsigned channel) const {
+  return std::ranges::any_of(facts_.queue.events(), [&](const Event& event) {
+    return event.kind == Event::delivery && event.node == receiver &&
+           (facts_.lan->frame(event.subject).wanted >> channel & 1U) != 0;
+  });
+}
+
+// Routers that have an answer which is still on its way to the querier lower their timers for
+// nothing.
 void Ledger::noteOvertaken(Node querier, unsigned channel) {
+  if (!isUnderWay(querier, channel)) return;
   const Seconds evidence = entries_[querier][channel].evidence;
   for (auto& entries : entries_) {
     if (entries[channel].evidence > evidence) entries[channel].overtaken = Mox::now();
@@ -76,7 +87,7 @@ void Ledger::onReceived(const Frame& frame, const Router& router, const Before& 
 }
 
 void Ledger::onQueryReceived(const Frame& query, const Router& router) {
-  if (query.kind != Frame::specificQuery) return;
+  if (query.kind != Frame::specificQuery || query.suppresses) return;
   forEachChannel(query.asks, [&](unsigned channel) {
     Entry& at = entry(router, channel);
     if (at.evidence >= query.sent) at.overtaken = Mox::now();

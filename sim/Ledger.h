@@ -24,7 +24,7 @@ class Ledger {
     Seconds listed = 0.0;       // it was given a timer because one without it names it
     Seconds dropLost = 0.0;     // one without it was lost
     Seconds lastLoss = 0.0;     // of any frame that concerns the channel
-    Seconds overtaken = 0.0;    // a query that lowers timers came from a querier without the answer
+    Seconds overtaken = 0.0;    // its timers were lowered again, before the querier had the answer
     bool isIgnored = false;     // the last report was of a version that the router does not take
   };
 
@@ -62,6 +62,7 @@ class Ledger {
 
  private:
   void fail(Node router, unsigned channel);
+  bool isUnderWay(Node receiver, unsigned channel) const;
   void noteOvertaken(Node querier, unsigned channel);
   void onQueryReceived(const Frame& query, const Router& router);
 

@@ -120,14 +120,27 @@ std::optional<Known> MembershipRules::knownReason(const Router& router, unsigned
   if (!router.isQuerier() && ledger_.askedInOldFormat(channel) >= entry.evidence) {
     return Known::repeatedOldQuery;
   }
-  if (!router.isQuerier() && entry.overtaken >= entry.evidence) return Known::overtakenQuery;
-  if (ledger_.crowded(channel) >=
-      std::min(entry.evidence, entry.dropped - 2 * facts_.lan->longestDelay())) {
-    return Known::crowdedQueries;
-  }
+  if (isOvertaken(router, entry)) return Known::overtakenQuery;
+  if (isCrowded(router, channel)) return Known::crowdedQueries;
   if ((seen_[router.node()].oldModes >> channel & 1U) != 0) return Known::oldModeSources;
   if (!facts_.haveEqualTimes()) return Known::differentSettings;
   return {};
+}
+
+// The timer that has fired is the one that the query lowered.
+bool MembershipRules::isOvertaken(const Router& router, const Ledger::Entry& entry) const {
+  return !router.isQuerier() && entry.overtaken >= entry.evidence &&
+         Mox::now() <= entry.overtaken + longestLastMemberTime();
+}
+
+// An answer to two queries at once was lost or is late, and the timer that has fired is the one
+// that they are about.
+bool MembershipRules::isCrowded(const Router& router, unsigned channel) const {
+  const Ledger::Entry& entry = ledger_.entry(router, channel);
+  const Seconds crowded = ledger_.crowded(channel);
+  const Seconds since = std::min(entry.evidence, entry.dropped - 2 * facts_.lan->longestDelay());
+  return crowded >= since && Mox::now() <= crowded + longestLastMemberTime() &&
+         (std::max(entry.lost, lostWithQuerier(router, channel)) != 0 || isLate(router, channel));
 }
 
 // It lowers its timers on a leave; the querier did not receive it, or received an answer after it,

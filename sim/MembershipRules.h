@@ -30,6 +30,8 @@ class MembershipRules {
   bool hasVersionOneMember(unsigned channel) const;
   bool isMemberSince(unsigned channel, Seconds time) const;
   bool isLate(const Router& router, unsigned channel) const;
+  bool isOvertaken(const Router& router, const Ledger::Entry& entry) const;
+  bool isCrowded(const Router& router, unsigned channel) const;
   bool isActedOnAlone(const Router& router, unsigned channel) const;
   std::optional<Known> knownReason(const Router& router, unsigned channel) const;
   bool isAskedAfterExclusion(const Router& router, unsigned channel) const;

@@ -257,6 +257,7 @@ void World::transmit(Node router, std::span<const U8> packet) {
                     .sent = Mox::now(),
                     .kind = query->isGeneral ? Frame::generalQuery : Frame::specificQuery,
                     .version = static_cast<U8>(query->version),
+                    .suppresses = query->suppresses,
                     .asks = askedBy(*query),
                     .bytes = frameOf(router, packet)};
   const U32 number = facts_.lan->transmit(frame);

@@ -32,11 +32,11 @@ constexpr const char* usage =
     "  sim --canary muteHost        with a fault that an invariant must find\n"
     "  sim --canary list            the names of these faults\n"
     "\n"
-    "A story that breaks an invariant is shortened and printed. Exit status 0 when all held, 1 "
-    "when\n"
-    "one was broken, 2 for a wrong command line or story. With --canary it is 0 when the "
-    "invariant\n"
-    "of that fault is broken, and no other.\n";
+    "A story that breaks an invariant is shortened and printed, from its line \"seed\" to a blank\n"
+    "line: --story repeats it from these lines, with the same --canary if there was one.\n"
+    "Exit status 0 when all held, 1 when one was broken, 2 for a wrong command line or story.\n"
+    "With --canary and without --story it is 0 when the invariant of that fault is broken, and\n"
+    "no other.\n";
 
 struct Options {
   Sim::U64 seed = 1;
@@ -99,8 +99,9 @@ Findings run(const Story& story, const Options& options) {
   return world.run();
 }
 
+// The heading is a comment of the story.
 void print(const Story& story, const Breach& breach, Canary canary) {
-  std::cout << "seed " << story.seed << ": " << textOf(breach) << "\n\n"
+  std::cout << "# seed " << story.seed << ": " << textOf(breach) << "\n\n"
             << textOf(Sim::reduced(story, breach.invariant, canary)) << "\n"
             << std::flush;
 }

@@ -14,9 +14,6 @@ TimerWheel::TimerWheel(Seconds start) : now_(start), cursor_(tickOf(start)) {
   Mox::fatalUnless(std::isfinite(start), "Obel/TimerWheel.h", "start is finite");
   clear(due_);
   clear(soon_);
-  for (auto& slot : slot_) {
-    for (Link& chain : slot) clear(chain);
-  }
 }
 
 TimerWheel::~TimerWheel() = default;

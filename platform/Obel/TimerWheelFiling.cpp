@@ -103,7 +103,10 @@ U64 TimerWheel::file(Reactor& r, Tick tick) const {
   const U64 slot = level * slotsPerLevel + start % slotsPerLevel;
   firstStart_ = std::min(firstStart_, static_cast<Tick>(start << (level * levelBits)));
   const U32 size = slotSize_[slot]++;
-  if (size == 0) occupied_[slot / 64] |= U64{1} << (slot % 64);
+  if (size == 0) {
+    occupied_[slot / 64] |= U64{1} << (slot % 64);
+    for (Link& chain : slot_[slot]) clear(chain);
+  }
   append(slot_[slot][size % chains], r);
   return slot;
 }

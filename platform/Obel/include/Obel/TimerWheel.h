@@ -137,6 +137,7 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   mutable Tick firstStart_ = noStart;  // of the occupied slots; a lower bound too, for that reason
   mutable std::array<Mox::U64, levels * wordsPerLevel> occupied_{};
   mutable std::array<Mox::U32, levels * slotsPerLevel> slotSize_{};
+  // Set up when a slot gets its first timer, so that a wheel is made in no time.
   mutable std::array<std::array<Link, chains>, levels * slotsPerLevel> slot_;
 };
 
