@@ -25,7 +25,7 @@ def joins_with_sources(groups, sources):
 def left_out(world, groups):
     """What must be 0 for the other figures to count."""
     return {"missing": groups - len(world.groups()),
-            "silent": groups - world.events.read_bytes().count(b" joined ")}
+            "silent": max(0, groups - world.events.read_bytes().count(b"  joined "))}
 
 
 def memory(groups, sources=0):

@@ -58,10 +58,11 @@ def asked(world, *words):
     return subprocess.Popen((IGMPQ, *words, "--socket", world.socket), stdout=subprocess.DEVNULL)
 
 
-def longest_gap(groups):
+def longest_gap(groups, interval):
     """Groups that expire together, all kinds of readers, and reports on another interface."""
-    with World("--max-groups", "1048576", "--query-interval", "25", "--ring-size", "65536",
-               "--query-response-interval", "5", "--startup-query-interval", "25") as world:
+    with World("--max-groups", "1048576", "--query-interval", str(interval), "--ring-size", "65536",
+               "--query-response-interval", str(interval / 5), "--startup-query-interval",
+               str(interval)) as world:
         load = world.start("refresh", 1, groups=1000, first_host=2_000_000, rate=50_000,
                            seconds=3600)
         world.send("joins", groups=groups, records=GROUPS_OF_FRAME, rate=4_000)
@@ -85,10 +86,10 @@ def longest_gap(groups):
                 "output_mb": agent.stat().st_size / MEGABYTE}
 
 
-def flood_memory(groups):
+def flood_memory(groups, interval):
     """Resident memory without rings, before a flood of groups and after they have expired."""
-    with World("--max-groups", "1048576", "--query-interval", "10", "--ring-size", "65536",
-               "--query-response-interval", "5") as world:
+    with World("--max-groups", "1048576", "--query-interval", str(interval), "--ring-size", "65536",
+               "--query-response-interval", str(interval / 2)) as world:
         world.send("joins", groups=100, first_host=2_000_000)
         world.settle()
         before = world.resident_bytes()
@@ -147,8 +148,8 @@ def loop_works(tiny):
     kernel = platform.release()
     groups = 1000 if tiny else 1_000_000
     return [
-        ("loop/gap", {"gap_ms": 5}, lambda: longest_gap(groups)),
-        ("flood/memory", {"ratio": 2}, lambda: flood_memory(groups // 2)),
+        ("loop/gap", {"gap_ms": 5}, lambda: longest_gap(groups, 10 if tiny else 25)),
+        ("flood/memory", {"ratio": 2}, lambda: flood_memory(groups // 2, 4 if tiny else 10)),
         ("loop/idle", {"us": 30}, lambda: idle(2 if tiny else 60)),
         (f"leave/1000 (Linux {kernel})", {"seconds": 2.02},
          lambda: leaves(100 if tiny else 1000)),
