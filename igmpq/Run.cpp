@@ -197,12 +197,12 @@ class RunVerb final : public Verb {
     AgentLoop::Config config{.settings =
                                  Agent::configuredAgent(files ? &*files : nullptr, given_, names)};
     const AgentSettings& agent = config.settings.agent;
-    config.socketPath = agent.socket.empty() ? Agent::attrLogSocketPath() : agent.socket;
+    config.socketPath = agent.socket.empty() ? usualSocketPath_ : agent.socket;
+    // The directory of users may have changed as well.
     config.rightsOf = Agent::peerRights(accessOf(agent));
     return config;
   }
 
-  // The directory of users may have changed as well.
   static std::string noInterfaceText(const std::vector<std::string>& fit) {
     return fmt::format(
         "the configuration names no interface; add for instance\n"
@@ -232,6 +232,8 @@ class RunVerb final : public Verb {
   std::vector<std::string> named_;  // the same, each once, or those that --all stands for
   std::string config_;
   std::string file_;
+  // As of the user who started it, not of the one that it becomes.
+  const std::string usualSocketPath_ = Agent::attrLogSocketPath();
   Agent::GivenSettings given_;
   bool all_ = false;
   bool json_ = false;

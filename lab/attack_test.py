@@ -56,7 +56,9 @@ def leave(group):
 # Rule, settings that are not the defaults, and frames that each count once at least.
 RULES = (
     ("notMulticast", (), [frame(HOST, ROUTER, igmp(REPORT_V2, FORGED), mac=ROUTER_MAC),
-                          report(mac=ROUTER_MAC)]),
+                          report(mac=ROUTER_MAC),
+                          frame(LOWER, ALL_HOSTS, query_v3(), mac=ROUTER_MAC),
+                          frame(LOWER, ALL_ROUTERS, query_v3())]),
     ("fragment", (), [report(flags=0x2000), report(flags=1)]),
     ("wrongTtl", (), [report(ttl=2), report(ttl=255)]),
     ("foreignQuery", (), [query("0.0.0.1", code=255, robustness=7, interval=255),

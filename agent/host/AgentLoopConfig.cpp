@@ -103,6 +103,7 @@ std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
   applySettings(plan);
   addQueriers(plan, std::move(added));
   configured_ = std::move(plan.after);
+  next.socketPath = servedPath_;
   if (onConfig_) onConfig_(next);
   reportChanges();
   return std::move(plan.changes);

@@ -333,6 +333,7 @@ void InterfaceQuerier::handleResendTimer() {
 }
 
 void InterfaceQuerier::portFailed(const std::string& why) {
+  if (isEnding_) return stop();
   reportProblem("port", "cannot receive any more, trying again: " + why);
   stop();
   portTimer_.timeMinIs(Mox::now() + retryInterval);

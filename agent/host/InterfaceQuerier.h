@@ -148,6 +148,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
   std::deque<Ilvo::IpAddr> clearing_;   // groups that are still to be ended
+  bool isEnding_ = false;               // its interface is no longer configured
   std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
   std::deque<Unsent> unsent_;
   std::deque<ReceivedBatch::Received> rests_;  // of reports that cost too much to handle at once

@@ -9,11 +9,17 @@ using Ilvo::IpAddr;
 
 // While no querier runs, or it has not taken it over yet, a group is in the status alone.
 size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
-  const size_t before = clearing_.size();
-  for (auto at = status_->group().begin(); at != status_->group().end(); ++at) {
-    if (!only || at.key() == *only) clearing_.push_back(at.key());
+  size_t groups = 0;
+  if (only) {
+    groups = status_->group(*only) ? 1 : 0;
+    if (groups != 0) clearing_.push_back(*only);
+  } else {
+    clearing_.clear();  // all that an earlier request has left is among the groups
+    for (auto at = status_->group().begin(); at != status_->group().end(); ++at) {
+      clearing_.push_back(at.key());
+    }
+    groups = clearing_.size();
   }
-  const size_t groups = clearing_.size() - before;
   handleClearTimer();
   watcher_.flush();
   return groups;
@@ -37,6 +43,7 @@ void InterfaceQuerier::handleClearTimer() {
 }
 
 void InterfaceQuerier::end() {
+  isEnding_ = true;
   stopQuerier();
   clearGroups(std::nullopt);
 }

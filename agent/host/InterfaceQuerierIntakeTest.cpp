@@ -27,9 +27,9 @@ class InterfaceQuerierIntakeTest : public InterfaceQuerierTest {
   Mox::U64 counted(IntakeRule rule) { return querier().intakeStatus()->counted(rule); }
   bool has(IpAddr addr) { return status().group(addr) != nullptr; }
   static Bytes report(IpAddr addr) { return Ilvo::buildV2Report(addr, {.src = host}); }
-  // A frame from that station to the group's MAC address.
+  // A frame from that station to the MAC address of the packet's group.
   void receiveFrom(MacAddr mac, const Bytes& packet) {
-    Bytes frame{1, 0, 0x5e, 1, 1, 1};
+    Bytes frame{1, 0, 0x5e, static_cast<Ilvo::U8>(packet[17] & 0x7f), packet[18], packet[19]};
     frame.insert(frame.end(), mac.begin(), mac.end());
     frame.insert(frame.end(), {8, 0});
     frame.insert(frame.end(), packet.begin(), packet.end());

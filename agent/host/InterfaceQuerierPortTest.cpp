@@ -77,6 +77,18 @@ TEST_F(InterfaceQuerierTest, opensANewPortWhenOneFails) {
   EXPECT_EQ(portsOpen_, 1);
 }
 
+// Its interface is no longer configured.
+TEST_F(InterfaceQuerierTest, opensNoNewPortAfterItsEnd) {
+  up();
+  querier().end();
+  events_.taken();
+  receiver_->portFailed("it broke");
+  advance(60.0);
+  EXPECT_EQ(portsOpen_, 0);
+  EXPECT_FALSE(querier().running());
+  EXPECT_THAT(events_.taken(), testing::IsEmpty());
+}
+
 TEST_F(InterfaceQuerierTest, reportsTheSameProblemOnceAMinute) {
   config_->queryIntervalIs(20.0);
   up();

@@ -63,6 +63,27 @@ TEST_F(IntakeFrameTest, frameToAUnicastMacIsRefused) {
   EXPECT_EQ(received(report(), hostMac_, ownMac_), "passes");
 }
 
+// It could win the election unseen.
+TEST_F(IntakeFrameTest, queryThatHostsDoNotReceiveIsRefused) {
+  constexpr IpAddr allRouters(224, 0, 0, 2);
+  const Bytes query = Ilvo::buildV3Query({}, {.src = lower_});
+  EXPECT_EQ(received(Ilvo::buildV3Query({}, {.src = lower_, .dst = allRouters})),
+            "refused: notMulticast");
+  EXPECT_EQ(received(query, hostMac_, groupMac_), "refused: notMulticast");
+  EXPECT_EQ(querierStatus_->electedQuerierAddr(), own_);
+  EXPECT_EQ(received(query, hostMac_, {0xff, 0xff, 0xff, 0xff, 0xff, 0xff}), "passes");
+  EXPECT_EQ(querierStatus_->electedQuerierAddr(), lower_);
+}
+
+TEST_F(IntakeFrameTest, specificQueryToAllHostsPasses) {
+  received(report());
+  received(Ilvo::buildV3Query({}, {.src = lower_}));
+  EXPECT_EQ(received(Ilvo::buildV2Query(group_, 10, {.src = lower_, .dst = IpAddr(224, 0, 0, 1)})),
+            "passes");
+  EXPECT_EQ(received(Ilvo::buildV2Query(group_, 10, {.src = lower_, .dst = IpAddr(239, 9, 9, 9)})),
+            "refused: notMulticast");
+}
+
 TEST_F(IntakeFrameTest, linkWithoutMacsIsJudgedByAddressesAlone) {
   EXPECT_EQ(receivedWithoutMacs(report()), "passes");
   EXPECT_EQ(receivedWithoutMacs(report({.src = host_, .dst = own_})), "refused: notMulticast");

@@ -18,6 +18,7 @@ using Mox::U8;
 
 namespace {
 
+constexpr IpAddr allHosts(224, 0, 0, 1);
 constexpr size_t codeAt = 1;
 constexpr size_t checksumAt = 2;
 constexpr size_t qrvAt = 8;
@@ -52,16 +53,26 @@ IntakeVerdict Intake::judgeQuery(const PacketView& view) {
 
 Intake::Refusal Intake::queryRefusal(const PacketView& view) const {
   if (const Refusal rule = frameRefusal(view)) return rule;
+  if (config_->multicastOnly() && !isSentToHosts(view)) return IntakeRule::notMulticast;
   // It can be no query of this querier.
   if (isFromOwnAddressElsewhere(view)) return IntakeRule::ownAddress;
   const IpAddr source = view.ip().src();
   if (config_->localQueries() && !isLocal(source)) return IntakeRule::foreignQuery;
   if (!config_->permittedQueriers().allows(source)) return IntakeRule::unpermittedQuerier;
-  if (!config_->guardSpecificQueries() || view.group().isZero()) return {};
-  if (!isTrustedForSpecific(source) || known(view.group()) == nullptr) {
+  if (view.group().isZero()) return {};
+  // It would make the group, beyond all limits.
+  if (known(view.group()) == nullptr) return IntakeRule::specificQuery;
+  if (config_->guardSpecificQueries() && !isTrustedForSpecific(source)) {
     return IntakeRule::specificQuery;
   }
   return {};
+}
+
+// A query that no host receives would win the election, and nobody would ask the hosts.
+bool Intake::isSentToHosts(const PacketView& view) {
+  const IpAddr to = view.ip().dst();
+  if (to != allHosts && to != view.group()) return false;
+  return !view.hasMacs() || view.isSentToMacOfDestination();
 }
 
 // A querier that lost the election still finishes its retransmissions, as this one does. While this

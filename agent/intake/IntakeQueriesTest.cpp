@@ -85,6 +85,13 @@ TEST_F(IntakeQueriesTest, guardCanBeSwitchedOff) {
   EXPECT_EQ(specificQuery(higher_), "passes");
 }
 
+// The querier would make it, and no limit would hold.
+TEST_F(IntakeQueriesTest, withoutTheGuardAnUnknownGroupIsRefusedAllTheSame) {
+  config_->guardSpecificQueriesIs(false);
+  EXPECT_EQ(specificQuery(higher_, IpAddr(239, 2, 2, 2)), "refused: specificQuery");
+  EXPECT_EQ(groups(), 1u);
+}
+
 // As while a querier rebuilds its machines.
 TEST_F(IntakeQueriesTest, groupThatOnlyTheStatusHasIsKnown) {
   const IpAddr waiting(239, 2, 2, 2);

@@ -76,8 +76,12 @@ class IntakeTest : public testing::Test, private IntakeWatcher {
 
   // Judges the packet and hands it to the querier: "passes", "refused: RULE" or "changed: RULE".
   // What the intake leaves of it is in rest_.
-  std::string received(const Bytes& packet) { return received(packet, hostMac_, groupMac_); }
-  std::string received(const Bytes& packet, const Mac& from, const Mac& to = groupMac_) {
+  std::string received(const Bytes& packet) { return received(packet, hostMac_); }
+  std::string received(const Bytes& packet, const Mac& from) {
+    const Mac to{1, 0, 0x5e, static_cast<Mox::U8>(packet[17] & 0x7f), packet[18], packet[19]};
+    return received(packet, from, to);
+  }
+  std::string received(const Bytes& packet, const Mac& from, const Mac& to) {
     Bytes macs(to.begin(), to.end());
     macs.insert(macs.end(), from.begin(), from.end());
     return handed(packet, intake_->judge({.packet = packet, .macs = macs}));

@@ -9,6 +9,18 @@ namespace Agent {
 
 namespace {
 
+// Of three or four bytes: a longer form than needed could hide a control character from us but not
+// from a terminal, and surrogates are no characters.
+bool isShortest(unsigned char lead, unsigned char second) {
+  switch (lead) {
+    case 0xe0: return second >= 0xa0;
+    case 0xed: return second < 0xa0;
+    case 0xf0: return second >= 0x90;
+    case 0xf4: return second < 0x90;
+    default: return true;
+  }
+}
+
 // How many bytes the character has that begins here; 0 when it is none of UTF-8.
 size_t characterBytes(std::string_view text) {
   const auto lead = static_cast<unsigned char>(text.front());
@@ -19,6 +31,7 @@ size_t characterBytes(std::string_view text) {
                        : lead < 0xf5 ? 4
                                      : 0;
   if (bytes > text.size()) return 0;
+  if (bytes > 2 && !isShortest(lead, static_cast<unsigned char>(text[1]))) return 0;
   for (const char c : text.substr(0, bytes).substr(bytes == 0 ? 0 : 1)) {
     if ((static_cast<unsigned char>(c) & 0xc0) != 0x80) return 0;
   }

@@ -32,5 +32,13 @@ TEST(Printable, writesBytesThatAreNoUtf8InHexadecimal) {
   EXPECT_EQ(printable("\xe2\x82\xac"), "\xe2\x82\xac");
 }
 
+TEST(Printable, writesLongerFormsThanNeededInHexadecimal) {
+  EXPECT_EQ(printable("\xe0\x82\x9b"), "\\xe0\\x82\\x9b");
+  EXPECT_EQ(printable("\xf0\x80\x82\x9b"), "\\xf0\\x80\\x82\\x9b");
+  EXPECT_EQ(printable("\xed\xa0\x80"), "\\xed\\xa0\\x80");
+  EXPECT_EQ(printable("\xf4\x90\x80\x80"), "\\xf4\\x90\\x80\\x80");
+  EXPECT_EQ(printable("\xe0\xa0\x80\xf0\x9f\x98\x80"), "\xe0\xa0\x80\xf0\x9f\x98\x80");
+}
+
 }  // namespace
 }  // namespace Agent

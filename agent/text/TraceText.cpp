@@ -53,10 +53,12 @@ bool writeTrace(const std::string& path) {
 void removeOldTraces(const std::filesystem::path& folder) {
   std::vector<std::pair<std::filesystem::file_time_type, std::filesystem::path>> traces;
   std::error_code ignored;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
-    const std::string name = entry.path().filename();
+  for (std::filesystem::directory_iterator at(folder, ignored), end; !ignored && at != end;
+       at.increment(ignored)) {
+    const std::string name = at->path().filename();
     if (!name.starts_with(tracePrefix) || !name.ends_with(traceSuffix)) continue;
-    traces.emplace_back(entry.last_write_time(ignored), entry.path());
+    std::error_code gone;
+    traces.emplace_back(at->last_write_time(gone), at->path());
   }
   std::sort(traces.begin(), traces.end());
   for (size_t i = 0; i + tracesKept < traces.size(); ++i) {

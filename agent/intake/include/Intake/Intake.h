@@ -104,6 +104,7 @@ class Intake {
   // For a group that is not known, beside so many others that the same packet makes.
   Refusal newGroupRefusal(Ilvo::IpAddr group, size_t pendingGroups) const;
 
+  static bool isSentToHosts(const PacketView& view);
   bool isTrustedForSpecific(Ilvo::IpAddr querier) const;
   bool winsElection(Ilvo::IpAddr source) const;
   void noteNewQuerier(const PacketView& view);

@@ -5,6 +5,7 @@
 //   if (!view || !view->isRight()) return unchanged;  // the querier counts what is broken
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -63,6 +64,19 @@ class PacketView {
 
   bool hasMacs() const { return frame_.macs.size() >= 2 * macBytes; }
   bool isSentToMulticastMac() const { return (frame_.macs[0] & 0x01) != 0; }
+  // As RFC 1112 6.4 maps the IP destination, or to all stations.
+  bool isSentToMacOfDestination() const {
+    const Mox::U32 low = ip_.dst().value() & 0x7fffffU;
+    const std::array<Mox::U8, macBytes> group{1,
+                                              0,
+                                              0x5e,
+                                              static_cast<Mox::U8>(low >> 16),
+                                              static_cast<Mox::U8>(low >> 8),
+                                              static_cast<Mox::U8>(low)};
+    const auto to = frame_.macs.first(macBytes);
+    return std::ranges::equal(to, group) ||
+           std::ranges::all_of(to, [](Mox::U8 byte) { return byte == 0xff; });
+  }
   std::span<const Mox::U8> sourceMac() const { return frame_.macs.subspan(macBytes, macBytes); }
 
  private:
