@@ -311,6 +311,13 @@ INSTANTIATE_TEST_SUITE_P(RecordTypes, UnlistedSourcesTest,
                                          UnlistedCase{"changeToExclude", 4, true}),
                          [](const auto& instance) { return std::string(instance.param.name); });
 
+// A packet may have 16 records of a group, whatever each costs.
+TEST_P(UnlistedSourcesTest, doNotLetMoreRecordsOfAGroupPass) {
+  const std::vector<Ilvo::V3Record> records(183, {.type = GetParam().type, .group = group(0)});
+  EXPECT_LE(partsOf(records), 16u);
+  EXPECT_EQ(counted(IntakeRule::groupRecordLimit), 183u - 16u);
+}
+
 TEST_F(IntakeReportsTest, refreshThatLosesNoSourceIsHandledAtOnce) {
   std::vector<Ilvo::V3Record> records;
   for (U64 i = 0; i < 9; ++i) {

@@ -271,16 +271,34 @@ void Intake::RecordPass::append(size_t at, size_t bytes) {
 }
 
 // Its own packet, which costs the same again at most: neither the refresh of a group nor its end
-// may depend on how many sources other hosts have given to the groups before it.
-void Intake::RecordPass::leaveRest(const GroupRecord& record, size_t records) {
-  beginCopy(record);
+// may depend on how many sources other hosts have given to the groups before it. The parts of a
+// packet have the records of one group that the whole may have.
+void Intake::RecordPass::leaveRest(const GroupRecord& first, size_t records) {
+  beginCopy(first);
   std::vector<U8>& rest = intake_.process_.rest;
   const auto headers = view_.packet().first(view_.ip().headerBytes() + firstRecordAt);
-  const auto left = view_.message().subspan(record.at);
   rest.assign(headers.begin(), headers.end());
-  rest.insert(rest.end(), left.begin(), left.end());
-  close(rest, records);
+  size_t left = 0;
+  for (size_t at = first.at, i = 0; i < records; ++i) {
+    const GroupRecord record = *recordAt(view_, at);
+    at += record.bytes;
+    if (isSurplus(record)) {
+      count(record, IntakeRule::groupRecordLimit, 1);
+      continue;
+    }
+    const auto bytes = view_.message().subspan(record.at, record.bytes);
+    rest.insert(rest.end(), bytes.begin(), bytes.end());
+    ++left;
+  }
+  if (left == 0) return;
+  close(rest, left);
   rest_ = rest;
+}
+
+bool Intake::RecordPass::isSurplus(const GroupRecord& record) {
+  const IpAddr group = view_.addrAt(record.at + 4);
+  return isLearnable(group) &&
+         ++intake_.process_.tally.of(group).records > config().maxGroupRecords();
 }
 
 void Intake::RecordPass::close(std::span<U8> packet, size_t records) const {

@@ -52,7 +52,9 @@ class Intake::RecordPass {
   // The copy holds what stands before this record.
   void beginCopy(const GroupRecord& record);
   void append(size_t at, size_t bytes);
-  void leaveRest(const GroupRecord& record, size_t records);
+  void leaveRest(const GroupRecord& first, size_t records);
+  // Counts the record to its group, which may have had all that it can have in this packet.
+  bool isSurplus(const GroupRecord& record);
   // Makes headers and checksums those of a packet with so many records.
   void close(std::span<Mox::U8> packet, size_t records) const;
   IntakeVerdict finish();
