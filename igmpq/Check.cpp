@@ -30,8 +30,10 @@ class CheckVerb final : public Verb {
     }
     const auto configuration = Agent::Configuration::read(file_);
     const auto names = configuration.interfacesAmong(fitNames(Agent::currentLinks()));
-    const std::string interfaces =
-        names.empty() ? "no interface of this machine" : fmt::to_string(fmt::join(names, ", "));
+    const std::string interfaces = !configuration.namesInterfaces()
+                                       ? "no interface: `igmpq run` needs an [[interface]]"
+                                   : names.empty() ? "no interface of this machine"
+                                                   : fmt::to_string(fmt::join(names, ", "));
     fmt::print("{}: no fault; for {}\n", Agent::printable(file_), Agent::printable(interfaces));
     return exitOk;
   }

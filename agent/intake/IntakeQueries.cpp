@@ -46,7 +46,7 @@ Times timesOf(const PacketView& view, const Gmp::Igmp::QuerierConfig& config) {
 
 IntakeVerdict Intake::judgeQuery(const PacketView& view) {
   if (const Refusal rule = queryRefusal(view)) return refuse(*rule, view, view.group());
-  if (config_->reportNewQueriers() && winsElection(view.ip().src())) noteNewQuerier(view);
+  if (config_->reportNewQueriers()) noteNewQuerier(view);
   if (const auto limited = limitTimes(view)) return *limited;
   return {view.received()};
 }
@@ -97,11 +97,14 @@ bool Intake::winsElection(IpAddr source) const {
   return elected_.isZero() || source < elected_;
 }
 
-// A querier whose event had to wait for the one before is new again when it wins the next time.
+// A querier whose event had to wait for the one before is reported by a later query, when it is
+// still elected.
 void Intake::noteNewQuerier(const PacketView& view) {
   const IpAddr querier = view.ip().src();
+  const bool wins = winsElection(querier);
+  if (!wins && (querier != elected_ || querier == querier_->ipAddr())) return;
   if (std::ranges::find(seenQueriers_, querier) != seenQueriers_.end()) return;
-  if (!count(IntakeRule::newQuerier, view)) return;
+  if (!count(IntakeRule::newQuerier, view, {}, wins ? 1 : 0)) return;
   seenQueriers_[seenNext_] = querier;
   seenNext_ = (seenNext_ + 1) % seenQueriers_.size();
 }

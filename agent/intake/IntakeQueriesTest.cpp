@@ -184,6 +184,19 @@ TEST_F(IntakeQueriesTest, querierIsReportedAtALaterWinWhenItsFirstOneWasNot) {
   EXPECT_THAT(events(), ElementsAre("newQuerier 10.0.0.1 mac 77 count 3"));
 }
 
+TEST_F(IntakeQueriesTest, querierWhoseEventHadToWaitIsReportedWhileItIsElected) {
+  elect(lower_);
+  elect(lowest_);
+  EXPECT_THAT(events(), ElementsAre("newQuerier 10.0.0.2 mac 77 count 1"));
+  advance(60.0);
+  elect(lowest_);
+  EXPECT_THAT(events(), ElementsAre("newQuerier 10.0.0.1 mac 77 count 2"));
+  advance(60.0);
+  elect(lowest_);
+  EXPECT_THAT(events(), IsEmpty());
+  EXPECT_EQ(counted(IntakeRule::newQuerier), 2u);
+}
+
 TEST_F(IntakeQueriesTest, noElectionIsReportedInVersion1) {
   querierConfig_->querierVersionIs(Gmp::Igmp::igmpVersion1);
   received(Ilvo::buildV1Query({.src = lower_}));
