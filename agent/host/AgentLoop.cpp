@@ -1,6 +1,7 @@
 #include <Host/AgentLoop.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <map>
 #include <stdexcept>
@@ -26,6 +27,7 @@ constexpr Mox::Seconds handlersQuantum = 0.001;
 constexpr size_t timersOfTurn = 2;  // between two looks at the clock
 // A batch of packets takes no longer, so that timers that are due do not wait.
 constexpr Mox::Seconds longestBatch = 0.05;
+constexpr std::chrono::milliseconds packetsPause(1);
 // Bytes of objects: a smaller process is not worth the time.
 constexpr size_t leastTrimmed = size_t{16} << 20;
 // Until an output that takes nothing is tried again.
@@ -235,13 +237,18 @@ void AgentLoop::Impl::waitForSignal() {
   });
 }
 
-// The descriptor is readable while any ring is.
+// The descriptor is readable while any ring is. The kernel hands a block out when it is full, which
+// in a flood is every few packets: what arrives within a millisecond is handled together.
 void AgentLoop::Impl::waitForPackets() {
   packets_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
                       [this](const boost::system::error_code& failed) {
                         if (failed) return;
                         handleBatch();
-                        waitForPackets();
+                        if (!rings_.isDrained()) return waitForPackets();
+                        packetsTimer_.expires_after(packetsPause);
+                        packetsTimer_.async_wait([this](const boost::system::error_code& ended) {
+                          if (!ended) waitForPackets();
+                        });
                       });
 }
 

@@ -18,6 +18,7 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
 
 #include "ConfigPlan.h"
 #include "InterfaceQuerier.h"
@@ -100,6 +101,7 @@ class AgentLoop::Impl {
   RingPolls rings_;
   QuerySocket querySocket_;
   boost::asio::posix::stream_descriptor packets_{io_};  // of rings_, which closes it
+  boost::asio::steady_timer packetsTimer_{io_};
   StatusWatcher::Pending pending_;
   ConfiguredAgent configured_;  // as it was taken over last
   std::string servedPath_;

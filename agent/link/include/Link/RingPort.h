@@ -40,6 +40,8 @@ class RingPolls {
   // Hands over what the rings hold. It ends early when that takes longer: fd() stays readable then,
   // and the next call goes on with the ring whose turn it is.
   void readReady(Mox::Seconds longest = usualBatch);
+  // Whether the last reading has left nothing behind, for which it would have had time.
+  bool isDrained() const { return ready_.empty(); }
   static constexpr Mox::Seconds usualBatch = 0.005;
 
  private:
