@@ -30,7 +30,7 @@ void checkPlace(const Agent::ConfigPlace& place, const std::string& file, std::s
   property(place.column > 0, "columns count from 1");
   for (Mox::U32 line = 1; line < place.line; ++line) {
     const size_t end = text.find('\n');
-    property(end != text.npos, "the line is one of the file");
+    property(end != std::string_view::npos, "the line is one of the file");
     text.remove_prefix(end + 1);
   }
   text = text.substr(0, text.find('\n'));

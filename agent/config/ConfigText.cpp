@@ -25,7 +25,7 @@ namespace {
 
 // A reload reads the files as the user that the agent has become.
 std::string openFailure(int error) {
-  const std::string what = std::generic_category().message(error);
+  std::string what = std::generic_category().message(error);
   if (error != EACCES) return what;
   return fmt::format(
       "{}: this process runs as user {} and has no right to read it; `chown` it to that user, or "

@@ -237,6 +237,7 @@ class ConfigurationReader {
 
   static std::vector<std::string> agentKeys() {
     std::vector<std::string> keys;
+    keys.reserve(agentSettings.size());
     for (const AgentSetting& setting : agentSettings) keys.emplace_back(setting.name);
     for (const auto& attr : Mox::typeInfoOf<IntakeProcessConfig>().attrs) {
       keys.push_back(keyOf(attr.name));

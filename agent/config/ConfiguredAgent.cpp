@@ -45,8 +45,9 @@ ConfiguredInterface configuredInterface(const Configuration* files, const GivenS
     for (const PlacedSetting& setting : resolved.settings) {
       put(interface.values, interface.origins, setting.written, inFile(setting.place));
     }
-    if (resolved.boundary)
+    if (resolved.boundary) {
       boundaryIs(resolved.boundary->prefixes, inFile(resolved.boundary->place));
+    }
   }
   for (const Written& setting : given.settings) {
     if (isOfAllInterfaces(setting)) continue;

@@ -21,12 +21,13 @@ std::string keyOf(std::string_view attribute) { return optionName(attribute).sub
 
 std::string boundaryText(const std::set<Ilvo::IpGenPrefix>& prefixes) {
   std::vector<std::string> texts;
+  texts.reserve(prefixes.size());
   for (const Ilvo::IpGenPrefix& prefix : prefixes) texts.push_back(prefix.stringValue());
   return texts.empty() ? "none" : fmt::to_string(fmt::join(texts, ","));
 }
 
 std::string agentText(const AgentSettings& settings, const AgentSetting& setting) {
-  const std::string text = agentSettingText(settings, setting);
+  std::string text = agentSettingText(settings, setting);
   if (!text.empty()) return text;
   return setting.unset[0] == '\0' ? "as usual" : setting.unset;
 }
@@ -227,6 +228,7 @@ std::vector<ShownSetting> shownSettings(const ConfiguredInterface& configured,
 std::vector<ShownSetting> shownSettings(const ConfiguredAgent& configured,
                                         const SettingEntities& present) {
   std::vector<ShownSetting> settings;
+  settings.reserve(agentSettings.size());
   for (const AgentSetting& setting : agentSettings) {
     settings.push_back(
         shown(configured.agent, setting, originText(originOf(configured.origins, setting.name))));

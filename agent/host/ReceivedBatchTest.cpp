@@ -18,6 +18,10 @@ size_t allocations = 0;
   if (void* const memory = std::malloc(bytes)) return memory;
   throw std::bad_alloc();
 }
+[[gnu::noinline]] void* operator new(size_t bytes, const std::nothrow_t&) noexcept {
+  ++allocations;
+  return std::malloc(bytes);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 

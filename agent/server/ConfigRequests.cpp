@@ -56,8 +56,9 @@ class ChangesAnswer final : public Answer {
 
   Progress append(std::string& out) override {
     const size_t end = std::min(changes_.size(), next_ + linesOfStep);
-    while (next_ < end && out.size() < partBytes)
+    while (next_ < end && out.size() < partBytes) {
       out += jsonLine(changeJson(changes_[next_++])) + '\n';
+    }
     if (next_ < changes_.size()) return Progress::more;
     out += jsonLine({{"end", true}}) + '\n';
     return Progress::done;

@@ -23,7 +23,7 @@ def joins_with_sources(groups, sources):
 
 
 def left_out(world, groups):
-    """What must be 0 for the other figures to count."""
+    """These must be 0, or the other figures do not count."""
     return {"missing": groups - len(world.groups()),
             "silent": max(0, groups - world.events.read_bytes().count(b"  joined "))}
 
