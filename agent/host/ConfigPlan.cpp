@@ -13,7 +13,6 @@ namespace Agent {
 
 using Mox::AttrInfo;
 using Mox::EntityBase;
-using Mox::NboAttrLog::Written;
 
 namespace {
 
