@@ -160,7 +160,7 @@ class AttackTest(LabTestCase):
         times = sent()
         # The first two are startup queries, a quarter of the interval apart.
         for earlier, later in zip(times[2:], times[3:]):
-            self.assertAlmostEqual(2, later - earlier, delta=0.5)
+            self.assertAlmostEqual(2, later - earlier, delta=0.1)
 
     def test_each_rule_refuses_counts_and_reports(self):
         self.start()
