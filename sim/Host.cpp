@@ -81,7 +81,7 @@ void Host::enterMode(Seconds now) {
 void Host::wantIs(Seconds now, unsigned number, Mask mask) {
   enterMode(now);
   Group& group = groups_[number];
-  const Mask former = group.want;
+  const Mask former = group.isGhost ? 0 : group.want;
   group.isGhost = setup_.fault == Fault::ghost && mask == 0;
   if (mask == former || group.isGhost) return;
   group.want = mask;
