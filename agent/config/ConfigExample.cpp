@@ -48,7 +48,7 @@ std::string querierEntry(const SettingRule& rule) {
                                 ? "true or false" + reference(rule.reference)
                                 : rangeText(mustText(rangeOf(rule)));
   const char* unit = std::holds_alternative<Mox::Seconds>(value) ? "seconds, " : "";
-  return entry(rule.help, unit + range, optionName(rule.attribute).substr(2), valueText(value));
+  return entry(rule.help, unit + range, settingKey(rule.attribute), valueText(value));
 }
 
 std::string intakeEntry(const IntakeSetting& setting, const Mox::EntityBase& defaults) {
@@ -60,8 +60,7 @@ std::string intakeEntry(const IntakeSetting& setting, const Mox::EntityBase& def
     }
     return {};
   };
-  return entry(setting.help, range() + reference(setting.reference),
-               optionName(setting.attribute).substr(2),
+  return entry(setting.help, range() + reference(setting.reference), settingKey(setting.attribute),
                valueText(defaults.type().attr(setting.attribute)->get(defaults)));
 }
 

@@ -44,7 +44,7 @@ Configuration read(const std::string& text) {
 TEST(ConfigExample, listsEveryKeyOnce) {
   std::vector<std::string> keys{"name", "boundary"};
   for (const AgentSetting& setting : agentSettings) keys.emplace_back(setting.name);
-  for (const std::string_view name : settingNames()) keys.push_back(optionName(name).substr(2));
+  for (const std::string_view name : settingNames()) keys.push_back(settingKey(name));
   std::vector<std::string> listed;
   for (const std::string& line : linesOf(configExample())) {
     if (isKey(line)) listed.push_back(line.substr(1, line.find(' ') - 1));

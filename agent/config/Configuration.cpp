@@ -26,8 +26,6 @@ using Mox::NboAttrLog::Written;
 
 namespace {
 
-std::string keyOf(std::string_view attribute) { return optionName(attribute).substr(2); }
-
 bool isOfProcess(const Written& setting) {
   return Mox::typeInfoOf<IntakeProcessConfig>().attr(setting.attr->name) != nullptr;
 }
@@ -39,7 +37,7 @@ bool isOfQuerier(const Written& setting) {
 // An attribute as keys name it; empty for none.
 std::string_view attributeOf(std::string_view key) {
   for (const std::string_view attribute : settingNames()) {
-    if (keyOf(attribute) == key) return attribute;
+    if (settingKey(attribute) == key) return attribute;
   }
   return {};
 }
@@ -177,7 +175,7 @@ class ConfigurationReader {
     if (isOfProcess(*written)) return fault(entry.keyPlace, entry.key + " belongs into [agent]");
     if (given != nullptr && !given->insert(written->attr->name).second) {
       return fault(entry.place, fmt::format("{} gives {} a second value", entry.key,
-                                            keyOf(written->attr->name)));
+                                            settingKey(written->attr->name)));
     }
     put(to.settings, {*written, entry.key, shown(entry), entry.place});
   }
@@ -231,7 +229,7 @@ class ConfigurationReader {
 
   static std::vector<std::string> interfaceKeys() {
     std::vector<std::string> keys{"name", "boundary"};
-    for (const std::string_view attribute : settingNames()) keys.push_back(keyOf(attribute));
+    for (const std::string_view attribute : settingNames()) keys.push_back(settingKey(attribute));
     return keys;
   }
 
@@ -240,7 +238,7 @@ class ConfigurationReader {
     keys.reserve(agentSettings.size());
     for (const AgentSetting& setting : agentSettings) keys.emplace_back(setting.name);
     for (const auto& attr : Mox::typeInfoOf<IntakeProcessConfig>().attrs) {
-      keys.push_back(keyOf(attr.name));
+      keys.push_back(settingKey(attr.name));
     }
     return keys;
   }
@@ -264,7 +262,7 @@ class ConfigurationReader {
       return setting.written.attr->name == error->name();
     });
     const ConfigPlace place = at == resolved.settings.end() ? ConfigPlace{} : at->place;
-    const ConfigFault found{place, fmt::format("{} {}: {}", keyOf(error->name()),
+    const ConfigFault found{place, fmt::format("{} {}: {}", settingKey(error->name()),
                                                error->value().value_or(""), error->reason())};
     const auto isSame = [&](const ConfigFault& each) { return each.place == found.place; };
     if (std::ranges::none_of(faults_, isSame)) faults_.push_back(found);

@@ -142,7 +142,7 @@ TEST_F(ConfigurationTest, readsWhatConcernsTheWholeAgent) {
 
 TEST_F(ConfigurationTest, everySettingCanBeGiven) {
   for (const std::string_view attribute : settingNames()) {
-    const std::string key = optionName(attribute).substr(2);
+    const std::string key = settingKey(attribute);
     const std::string section = key.starts_with("max-process") ? "[agent]\n" : "[defaults]\n";
     const auto isTaken = [&](const std::string& value) {
       return faultsOf(section + key + " = " + value + "\n").empty();

@@ -125,8 +125,8 @@ std::optional<ConfigFault> contradictionOf(const ConfiguredInterface& wanted,
   if (origin.from != SettingOrigin::file) place.file = originText(origin);
   return ConfigFault{
       .place = place,
-      .what = fmt::format("{} {} on {}: {}", optionName(error->name()).substr(2),
-                          error->value().value_or(""), wanted.name, error->reason())};
+      .what = fmt::format("{} {} on {}: {}", settingKey(error->name()), error->value().value_or(""),
+                          wanted.name, error->reason())};
 }
 
 }  // namespace Agent

@@ -16,8 +16,6 @@ using Mox::EntityBase;
 
 namespace {
 
-std::string keyOf(std::string_view attribute) { return optionName(attribute).substr(2); }
-
 std::string boundaryText(const std::set<Ilvo::IpGenPrefix>& prefixes) {
   std::vector<std::string> texts;
   texts.reserve(prefixes.size());
@@ -132,7 +130,7 @@ class Planner {
       values.push_back({&attr, value});
       plan_.changes.push_back({.kind = ConfigChange::changed,
                                .interface = interface,
-                               .setting = keyOf(attr.name),
+                               .setting = settingKey(attr.name),
                                .before = settingValueText(before),
                                .after = settingValueText(value),
                                .origin = originText(originOf(origins, attr.name))});

@@ -68,8 +68,10 @@ std::vector<std::string_view> settingNames() {
   return names;
 }
 
-std::string optionName(std::string_view attribute) {
-  std::string name = "--";
+std::string optionName(std::string_view attribute) { return "--" + settingKey(attribute); }
+
+std::string settingKey(std::string_view attribute) {
+  std::string name;
   for (const char c : attribute) {
     const bool upper = c >= 'A' && c <= 'Z';
     if (upper) name += '-';

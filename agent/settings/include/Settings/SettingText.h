@@ -14,6 +14,8 @@ namespace Agent {
 
 // "queryInterval" -> "--query-interval".
 std::string optionName(std::string_view attribute);
+// "queryInterval" -> "query-interval", as in a configuration file.
+std::string settingKey(std::string_view attribute);
 
 // "on" or "off"; throws SettingError for other texts.
 bool flagOf(std::string_view name, std::string_view text);
