@@ -80,7 +80,7 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       intake_(services.process, setup.intake, intakeStatus_, status_, *this),
       portTimer_(services.wheel, *this),
       resendTimer_(services.wheel, *this),
-      restTimer_(services.wheel, *this),
+      deferredTimer_(services.wheel, *this),
       clearTimer_(services.wheel, *this) {}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
@@ -169,8 +169,8 @@ void InterfaceQuerier::stop() {
 void InterfaceQuerier::stopQuerier() {
   portTimer_.timeMinIs(Mox::never);
   resendTimer_.timeMinIs(Mox::never);
-  restTimer_.timeMinIs(Mox::never);
-  rests_.clear();
+  deferredTimer_.timeMinIs(Mox::never);
+  deferredLost(deferred_.clear());
   unsent_.clear();
   sentFrom_.clear();
   querierDel();

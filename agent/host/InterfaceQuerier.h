@@ -34,6 +34,7 @@
 #include <Obel/TimerWheel.h>
 #include <Report/InterfaceState.h>
 #include <Report/InterfaceView.h>
+#include "DeferredPackets.h"
 #include "InterfaceSetup.h"
 #include "ReceivedBatch.h"
 
@@ -123,8 +124,11 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void rxPacket(const RxPacket& packet) override;
   void rxBatchEnd() override;
   void handIn(const ReceivedBatch::Received& received);
-  void handInLater(const ReceivedBatch::Received& received, std::span<const Mox::U8> rest);
-  void handleRestTimer();
+  void handInNow(const ReceivedBatch::Received& received, size_t mostCost);
+  void handleDeferredTimer();
+  // `isRoomLeft` as the deferred packets say it.
+  void handInLater(bool isRoomLeft);
+  void deferredLost(Mox::U64 packets);
   void handleClearTimer();
   void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
@@ -151,13 +155,14 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   bool isEnding_ = false;               // its interface is no longer configured
   std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
   std::deque<Unsent> unsent_;
-  std::deque<ReceivedBatch::Received> rests_;  // of reports that cost too much to handle at once
+  DeferredPackets deferred_;
+  size_t blockCost_ = 0;  // of the packets of this block so far, as the intake counts it
   std::map<std::string, Mox::Seconds> problemReported_;  // the time, by kind
   PortCounts counted_;                                   // of the port, as the state has them
   PortCounts reported_;                                  // of all ports, as events reported them
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handlePortTimer> portTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleResendTimer> resendTimer_;
-  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleRestTimer> restTimer_;
+  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleDeferredTimer> deferredTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleClearTimer> clearTimer_;
 };
 

@@ -79,31 +79,6 @@ TEST_F(InterfaceQuerierIntakeTest, handsAChangedPacketInAsItWasChanged) {
   EXPECT_EQ(status().errorPacketReceived(), 0u);
 }
 
-// A report that ends so many sources is handled in parts, between which other packets and timers
-// have their turn.
-TEST_F(InterfaceQuerierIntakeTest, handsTheRestOfACostlyReportInByAndBy) {
-  config_->querierVersionIs(Gmp::Igmp::igmpVersion3);
-  std::vector<Ilvo::V3Record> records;
-  for (Mox::U8 i = 1; i <= 7; ++i) {
-    const IpAddr addr(239, 2, 0, i);
-    for (Mox::U32 first = 0; first < 500; first += 250) {
-      std::vector<IpAddr> sources;
-      for (Mox::U32 n = 0; n < 250; ++n) sources.emplace_back(0x0a010000 + first + n);
-      receive(Ilvo::buildV3Report({{.type = 5, .group = addr, .sources = sources}}, {.src = host}));
-    }
-    records.push_back({.type = 2, .group = addr});
-  }
-  const Bytes packet = Ilvo::buildV3Report(records, {.src = host});
-  receiver_->rxPacket({.frame = {}, .packet = packet});
-  receiver_->rxBatchEnd();
-  EXPECT_EQ(status().sources(), 2500u);
-  wheel_->turn(Mox::now());
-  EXPECT_EQ(status().sources(), 1500u);
-  advance(0.0);
-  EXPECT_EQ(status().sources(), 0u);
-  EXPECT_EQ(status().group().size(), 7u);
-}
-
 TEST_F(InterfaceQuerierIntakeTest, knowsTheSubnetsOfItsInterface) {
   receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = IpAddr(9, 9, 9, 9)}));
   EXPECT_EQ(counted(IntakeRule::foreignQuery), 1u);

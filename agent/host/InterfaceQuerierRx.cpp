@@ -1,10 +1,14 @@
 // Received packets on their way to the querier, and the intake that decides which of them it sees.
 #include "InterfaceQuerier.h"
 
+#include <algorithm>
+
 #include <Events/IntakeEvents.h>
 #include <GmpIgmpQuerierSm/GroupLookahead.h>
+#include <Ilvo/IpHdr.h>
 #include <Link/QueryDatagram.h>
 #include <Mox/GenericAccess.h>
+#include <fmt/format.h>
 
 namespace Agent {
 
@@ -12,11 +16,24 @@ using Gmp::Igmp::GroupLookahead;
 
 namespace {
 
-// Each is at most a packet, and took as long to make as a packet may cost.
-constexpr size_t mostRests = 64;
+constexpr size_t usualCost = ReceivedFrame::usualCost;
+// Of a block, which is not left before its packets have been handled.
+constexpr size_t mostBlockCost = 4 * usualCost;
 
 // Packets are handed in by name, as by a host that knows the library by its registry only.
 const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<Gmp::Igmp::QuerierSm>(), "doRxPkt");
+
+// 0.0.0.0 for what is too short for an IPv4 header.
+Ilvo::IpAddr senderOf(const ReceivedBatch::Received& received) {
+  const auto header = Ilvo::IpHdr::of(received.pkt->data());
+  return header ? header->src() : Ilvo::IpAddr();
+}
+
+ReceivedBatch::Received copyOf(const ReceivedBatch::Received& received,
+                               std::span<const Mox::U8> packet) {
+  return {
+      .pkt = Mox::makePtr<Ilvo::Pkt>(packet), .macs = received.macs, .hasMacs = received.hasMacs};
+}
 
 }  // namespace
 
@@ -31,6 +48,7 @@ void InterfaceQuerier::rxBatchEnd() {
   const auto prefetch = [&](size_t at) {
     if (at < packets.size()) querier_->prefetchRxPkt(*packets[at].pkt);
   };
+  blockCost_ = 0;
   for (size_t i = 0; i < GroupLookahead::ahead; ++i) prefetch(i);
   for (size_t i = 0; i < packets.size(); ++i) {
     prefetch(i + GroupLookahead::ahead);
@@ -39,33 +57,47 @@ void InterfaceQuerier::rxBatchEnd() {
   services_.batch.clear();
 }
 
+// The packets of a sender are handled in their order.
 void InterfaceQuerier::handIn(const ReceivedBatch::Received& received) {
-  ReceivedFrame frame{.packet = received.pkt->data()};
+  if (!deferred_.empty()) {
+    const Ilvo::IpAddr sender = senderOf(received);
+    if (deferred_.holds(sender)) {
+      return handInLater(deferred_.add(sender, copyOf(received, received.pkt->data())));
+    }
+  }
+  handInNow(received, std::min(usualCost, mostBlockCost - std::min(mostBlockCost, blockCost_)));
+}
+
+void InterfaceQuerier::handInNow(const ReceivedBatch::Received& received, size_t mostCost) {
+  ReceivedFrame frame{.packet = received.pkt->data(), .mostCost = mostCost};
   if (received.hasMacs) frame.macs = received.macs;
   const IntakeVerdict verdict = intake_.judge(frame);
-  if (!verdict.rest.empty()) handInLater(received, verdict.rest);
+  blockCost_ += verdict.cost;
+  if (!verdict.rest.empty()) {
+    handInLater(deferred_.addRest(senderOf(received), copyOf(received, verdict.rest)));
+  }
   if (verdict.isRefused) return;
   if (verdict.isChanged()) received.pkt->bytesIs(verdict.packet);
   doRxPkt(*querier_, received.pkt);
 }
 
-// The rest has room for a turn of the wheel: all packets that have arrived meanwhile come first.
-void InterfaceQuerier::handInLater(const ReceivedBatch::Received& received,
-                                   std::span<const Mox::U8> rest) {
-  if (rests_.size() == mostRests) {
-    state_->framesLostInc(1);
-    return;
-  }
-  rests_.push_back(
-      {.pkt = Mox::makePtr<Ilvo::Pkt>(rest), .macs = received.macs, .hasMacs = received.hasMacs});
-  restTimer_.timeMinIs(Mox::now());
+// They have room for a turn of the wheel: the packets of others that have arrived come first.
+void InterfaceQuerier::handInLater(bool isRoomLeft) {
+  if (!isRoomLeft) deferredLost(1);
+  deferredTimer_.timeMinIs(Mox::now());
 }
 
-void InterfaceQuerier::handleRestTimer() {
-  const ReceivedBatch::Received received = std::move(rests_.front());
-  rests_.pop_front();
-  handIn(received);
-  restTimer_.timeMinIs(rests_.empty() ? Mox::never : Mox::now());
+void InterfaceQuerier::handleDeferredTimer() {
+  handInNow(deferred_.take(), usualCost);
+  deferredTimer_.timeMinIs(deferred_.empty() ? Mox::never : Mox::now());
+}
+
+void InterfaceQuerier::deferredLost(Mox::U64 packets) {
+  if (packets == 0) return;
+  state_->deferredLostInc(packets);
+  reportProblem("deferred",
+                fmt::format("costly reports come faster than they can be handled: {} lost so far",
+                            state_->deferredLost()));
 }
 
 void InterfaceQuerier::onIntakeEvent(const IntakeEvent& event) {

@@ -67,8 +67,8 @@ IntakeVerdict Intake::judge(const ReceivedFrame& frame) {
     case Ilvo::igmpMembershipQuery: return judgeQuery(*view);
     case Ilvo::igmpV1Report: return judgeOldReport(*view, 1);
     case Ilvo::igmpV2Report: return judgeOldReport(*view, 2);
-    case Ilvo::igmpV2Leave: return judgeLeave(*view);
-    case Ilvo::igmpV3Report: return judgeV3Report(*view);
+    case Ilvo::igmpV2Leave: return judgeLeave(*view, frame.mostCost);
+    case Ilvo::igmpV3Report: return judgeV3Report(*view, frame.mostCost);
     default: return unchanged;  // the querier counts it and does nothing else
   }
 }

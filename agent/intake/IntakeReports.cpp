@@ -59,7 +59,7 @@ IntakeVerdict Intake::judgeOldReport(const PacketView& view, unsigned version) {
 }
 
 // While hosts of version 1 are present, a leave is ignored and causes no query (RFC 3376 7.3.2).
-IntakeVerdict Intake::judgeLeave(const PacketView& view) {
+IntakeVerdict Intake::judgeLeave(const PacketView& view, size_t mostCost) {
   if (const Refusal rule = reportRefusal(view, 2)) return refuse(*rule, view, view.group());
   noteOwnAddress(view);
   const IpAddr group = view.group();
@@ -70,11 +70,15 @@ IntakeVerdict Intake::judgeLeave(const PacketView& view) {
   if (status == nullptr || status->compatibilityMode() == Gmp::Igmp::igmpVersion1) {
     return {view.received()};
   }
-  if (mayAsk(1 + sourceQueries(status->source().size()))) return {view.received()};
+  const size_t sources = status->source().size();
+  if (mostCost < ReceivedFrame::usualCost && sources > mostCost) {
+    return {.packet = {}, .rest = view.received(), .isRefused = true};
+  }
+  if (mayAsk(1 + sourceQueries(sources))) return {.packet = view.received(), .cost = sources};
   return refuse(IntakeRule::queryLimit, view, group);
 }
 
-IntakeVerdict Intake::judgeV3Report(const PacketView& view) {
+IntakeVerdict Intake::judgeV3Report(const PacketView& view, size_t mostCost) {
   noteMarks();
   if (const Refusal rule = reportRefusal(view, 3)) return refuse(*rule, view);
   noteOwnAddress(view);
@@ -84,7 +88,7 @@ IntakeVerdict Intake::judgeV3Report(const PacketView& view) {
   }
   const std::optional<RecordSum> sum = recordSumOf(view);
   if (!sum) return {view.received()};
-  RecordPass pass(*this, view, *sum);
+  RecordPass pass(*this, view, *sum, mostCost);
   if (pass.isNeeded()) return pass.run();
   return {view.received()};
 }

@@ -13,10 +13,9 @@ using Mox::U8;
 
 namespace {
 
-// What the records of a packet may cost, in sources that the querier touches: beyond it, the
-// packets behind would have to wait too long. Eight bytes that end a group, or say that it excludes
-// nothing, concern all of its sources. A query costs as much as some sources.
-constexpr size_t mostCost = 1024;
+// Eight bytes that end a group, or say that it excludes nothing, concern all of its sources. A query
+// costs as much as some sources.
+constexpr size_t usualCost = ReceivedFrame::usualCost;
 constexpr size_t queryCost = 5;
 
 // The querier makes no machine for other addresses.
@@ -71,7 +70,7 @@ bool Intake::RecordPass::sourcesAreNear() const {
 
 bool Intake::RecordPass::mayCostMuch() const {
   const size_t unlisted = sum_.concernsAllSources ? intake_.querierStatus_->sources() : 0;
-  return sum_.records > 1 && sum_.sources + sum_.asking * queryCost + unlisted > mostCost;
+  return sum_.sources + sum_.asking * queryCost + unlisted > mostCost_;
 }
 
 // The querier walks them: it lowers or asks about them before a change to INCLUDE, and deletes them
@@ -88,14 +87,13 @@ size_t Intake::RecordPass::unlistedSources(const GroupRecord& record) const {
   return usesList ? roomOf(sources, record.sources) : sources;
 }
 
-size_t Intake::RecordPass::costOf(const GroupRecord& record) const {
-  return record.sources + (isAsking(record) ? queryCost : 0) + unlistedSources(record);
-}
-
 bool Intake::RecordPass::isAffordable(const GroupRecord& record) {
-  const size_t cost = costOf(record);
-  if (cost != 0 && cost_ != 0 && cost_ + cost > mostCost) return false;
+  const size_t unlisted = (isAsking(record) ? queryCost : 0) + unlistedSources(record);
+  const size_t cost = record.sources + unlisted;
+  const bool isFirst = cost_ == 0 && mostCost_ == usualCost;
+  if (cost != 0 && !isFirst && cost_ + cost > mostCost_) return false;
   cost_ += cost;
+  unlisted_ += unlisted;
   return true;
 }
 
@@ -313,11 +311,11 @@ void Intake::RecordPass::close(std::span<U8> packet, size_t records) const {
 }
 
 IntakeVerdict Intake::RecordPass::finish() {
-  if (!isChanged_) return {view_.received()};
+  if (!isChanged_) return {.packet = view_.received(), .cost = unlisted_};
   if (kept_ == 0) return {.packet = {}, .rest = rest_, .rule = firstRule_, .isRefused = true};
   const std::span<U8> packet(intake_.process_.copy);
   close(packet, kept_);
-  return {.packet = packet, .rest = rest_, .rule = firstRule_};
+  return {.packet = packet, .rest = rest_, .rule = firstRule_, .cost = unlisted_};
 }
 
 }  // namespace Agent

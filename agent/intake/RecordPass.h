@@ -17,8 +17,8 @@ inline bool isLearnable(Ilvo::IpAddr group) {
 
 class Intake::RecordPass {
  public:
-  RecordPass(Intake& intake, const PacketView& view, const RecordSum& sum)
-      : intake_(intake), view_(view), sum_(sum) {}
+  RecordPass(Intake& intake, const PacketView& view, const RecordSum& sum, size_t mostCost)
+      : intake_(intake), view_(view), sum_(sum), mostCost_(mostCost) {}
 
   // Whether any rule or limit can change the report. Costs no lookup.
   bool isNeeded();
@@ -34,7 +34,6 @@ class Intake::RecordPass {
 
   // How many sources the record makes the querier touch that it does not list.
   size_t unlistedSources(const GroupRecord& record) const;
-  size_t costOf(const GroupRecord& record) const;
   // Adds to what the records so far cost; false when this one has to wait for the next packet.
   bool isAffordable(const GroupRecord& record);
   void judge(const GroupRecord& record);
@@ -62,8 +61,10 @@ class Intake::RecordPass {
   Intake& intake_;
   const PacketView& view_;
   const RecordSum sum_;
+  const size_t mostCost_;
   bool asks_ = false;
   size_t cost_ = 0;        // of the records so far
+  size_t unlisted_ = 0;    // the same, without the sources that they list
   size_t newGroups_ = 0;   // that the records so far make
   size_t newSources_ = 0;  // the same, of groups that are near a limit
   size_t kept_ = 0;        // records

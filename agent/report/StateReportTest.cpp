@@ -114,6 +114,7 @@ fragmentsReceived         0           -
 otherVlanFrames           0           -
 sendFailures              5000000000  -
 queriesLost               0           -
+deferredLost              0           -
 )");
 }
 

@@ -53,12 +53,16 @@ struct IntakeVerdict {
   // What the querier is to be given: the bytes of the frame, or a changed copy that is valid until
   // any intake of the process judges the next packet.
   std::span<const Mox::U8> packet;
-  // The records of a report that would keep the packets behind it waiting: a packet to be judged
-  // and handed in like any other once those have been handled. Valid as long; empty for none.
+  // What would keep the packets of other senders waiting, of a report the records: a packet to be
+  // judged and handed in like any other once those have been handled, and before those of the same
+  // sender. Valid as long; empty for none.
   std::span<const Mox::U8> rest = {};
   // The rule that refused or changed it, of several the first; nothing for an unchanged packet.
   std::optional<IntakeRule> rule = std::nullopt;
   bool isRefused = false;
+  // Sources that the querier touches though the packet does not list them: few bytes may ask for
+  // many.
+  size_t cost = 0;
 
   bool isChanged() const { return !isRefused && (rule.has_value() || !rest.empty()); }
 };
@@ -94,8 +98,8 @@ class Intake {
 
   IntakeVerdict judgeQuery(const PacketView& view);
   IntakeVerdict judgeOldReport(const PacketView& view, unsigned version);
-  IntakeVerdict judgeLeave(const PacketView& view);
-  IntakeVerdict judgeV3Report(const PacketView& view);
+  IntakeVerdict judgeLeave(const PacketView& view, size_t mostCost);
+  IntakeVerdict judgeV3Report(const PacketView& view, size_t mostCost);
 
   Refusal frameRefusal(const PacketView& view) const;
   Refusal queryRefusal(const PacketView& view) const;

@@ -26,6 +26,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
     virtual void onOtherVlanFrames() {}
     virtual void onSendFailures() {}
     virtual void onQueriesLost() {}
+    virtual void onDeferredLost() {}
   };
 
   explicit InterfaceState(Mox::Name name) : name_(name) {}
@@ -49,6 +50,9 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 sendFailures() const { return sendFailures_; }
   // Queries that were given up after several attempts, or because too many others waited.
   Mox::U64 queriesLost() const { return queriesLost_; }
+  // Packets that had to wait, since what their senders ask for costs too much at once, and that
+  // found no room.
+  Mox::U64 deferredLost() const { return deferredLost_; }
 
   void addressIs(Ilvo::IpAddr v) { set<&Self::address_>(v); }
   void runningIs(bool v) { set<&Self::running_>(v); }
@@ -65,6 +69,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 sendFailuresInc(Mox::U64 by) { return inc<&Self::sendFailures_>(by); }
   void queriesLostIs(Mox::U64 v) { set<&Self::queriesLost_>(v); }
   Mox::U64 queriesLostInc(Mox::U64 by) { return inc<&Self::queriesLost_>(by); }
+  void deferredLostIs(Mox::U64 v) { set<&Self::deferredLost_>(v); }
+  Mox::U64 deferredLostInc(Mox::U64 by) { return inc<&Self::deferredLost_>(by); }
 
  private:
   using Self = InterfaceState;
@@ -78,6 +84,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 otherVlanFrames_ = 0;
   Mox::U64 sendFailures_ = 0;
   Mox::U64 queriesLost_ = 0;
+  Mox::U64 deferredLost_ = 0;
 
   friend class Mox::Entity<InterfaceState>;
 
@@ -100,6 +107,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
                    &Self::sendFailuresInc, &NotifieeConst::onSendFailures},
       Mox::Counter{"queriesLost", &Self::queriesLost_, &Self::queriesLostIs, &Self::queriesLostInc,
                    &NotifieeConst::onQueriesLost},
+      Mox::Counter{"deferredLost", &Self::deferredLost_, &Self::deferredLostIs,
+                   &Self::deferredLostInc, &NotifieeConst::onDeferredLost},
   };
 };
 
