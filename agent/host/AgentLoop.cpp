@@ -291,9 +291,10 @@ void AgentLoop::Impl::turnWheel() {
 }
 
 // A loop that was stopped comes back late to a timer. One that has much to do is late, too, but has
-// just handled a batch.
+// just handled a batch. While the machine was suspended, the timers stood still.
 void AgentLoop::Impl::rebuildAfterGap() {
-  const Mox::Seconds gap = Mox::now() - std::max(wheel_->nextDue(), lastBatchEnd_);
+  const Mox::Seconds late = Mox::now() - std::max(wheel_->nextDue(), lastBatchEnd_);
+  const Mox::Seconds gap = std::max(late, 0.0) + suspended_.sinceLastCall();
   if (gap <= leastGap) return;
   for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
 }

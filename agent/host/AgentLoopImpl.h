@@ -23,6 +23,7 @@
 #include "ConfigPlan.h"
 #include "InterfaceQuerier.h"
 #include "LoopState.h"
+#include "SuspendedTime.h"
 #include "WheelAlarm.h"
 
 namespace Agent {
@@ -123,6 +124,7 @@ class AgentLoop::Impl {
   bool stateRequested_ = false;
   size_t mostCells_ = 0;  // bytes of objects, since memory was given back
   Mox::Seconds lastBatchEnd_ = Mox::now();
+  SuspendedTime suspended_;
 };
 
 }  // namespace Agent
