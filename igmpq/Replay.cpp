@@ -89,8 +89,14 @@ class ReplayVerb final : public Verb {
     addNumber(*options, "--max-gap", "SECONDS", {.least = 0, .most = year},
               "shorten longer gaps between frames (86400)",
               [this](double seconds) { replay_.maxGap = seconds; });
-    options->add_flag("--intake", intake_,
-                      "refuse what an agent refuses, and print each packet with the reason");
+    auto* intake = options->add_flag(
+        "--intake", intake_, "refuse what an agent refuses, and print each packet with the reason");
+    options
+        ->add_option_function<std::string>(
+            "--subnets", [this](const std::string& text) { replay_.subnets = subnetsOf(text); },
+            "with --intake: the captured link's, outside of which a querier is foreign")
+        ->type_name("A.B.C.D/N,...")
+        ->needs(intake);
     addSettings(*options, settings_);
     ofCaptures_ = std::as_const(*options).get_options([&ofBoth](const CLI::Option* option) {
       return std::ranges::find(ofBoth, option) == ofBoth.end();
@@ -109,6 +115,14 @@ class ReplayVerb final : public Verb {
     if (address && address->isUnicast() && !address->isZero()) return *address;
     throw CLI::ValidationError(fmt::format("--address {}", text),
                                "must be a unicast IPv4 address such as 10.0.0.1");
+  }
+
+  static Agent::PrefixList subnetsOf(const std::string& text) {
+    try {
+      return Agent::PrefixList(text);
+    } catch (const Mox::RangeError& error) {
+      throw CLI::ValidationError(fmt::format("--subnets {}", text), error.what());
+    }
   }
 
   void replay(CaptureFile& file) {

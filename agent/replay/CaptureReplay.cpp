@@ -83,6 +83,7 @@ class CaptureReplay::Querier final : private IntakeWatcher {
     IntakeWatcher& watcher = *this;
     intake_.emplace(*process_, replay_.options_.intake, intakeStatus_, status_, watcher);
     intake_->querierIs(querier_);
+    intake_->linkIs({}, replay_.options_.subnets);
   }
 
   // Each packet, not only the first of a minute.

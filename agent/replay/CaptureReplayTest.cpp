@@ -107,6 +107,20 @@ TEST_F(CaptureReplayTest, followsAQuerierOfALowerAddress) {
                                       "1000 role nonQuerier (elected 10.0.0.1)"));
 }
 
+TEST_F(CaptureReplayTest, theIntakeRefusesAQuerierOutsideOfTheSubnetsThatAreGiven) {
+  const auto intake = Mox::makePtr<IntakeConfig>("capture");
+  intake->multicastOnlyIs(false);
+  options_.intake = intake;
+  options_.process = Mox::makePtr<IntakeProcessConfig>();
+  capture(1000.0, buildV2Query(IpAddr(), 100, {.src = IpAddr(9, 0, 0, 1)}));
+  replay();
+  EXPECT_EQ(replay_->summary().refused, 0u);
+  options_.subnets = PrefixList("10.0.0.0/24,192.0.2.0/24");
+  replay();
+  EXPECT_EQ(replay_->summary().refused, 1u);
+  EXPECT_THAT(events_->taken(), testing::Contains(testing::HasSubstr("9.0.0.1")));
+}
+
 // Under a name of its own: messages of other tests count towards the rate limit.
 TEST_F(CaptureReplayTest, reportsQueriersOfAnotherVersion) {
   config_ = Gmp::Igmp::querierConfigFactory("mismatch");

@@ -25,6 +25,7 @@
 #include <Ilvo/IpAddr.h>
 #include <Intake/IntakeConfig.h>
 #include <Intake/IntakeProcess.h>
+#include <Intake/PrefixList.h>
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
 #include <Replay/CaptureFile.h>
@@ -37,9 +38,10 @@ struct ReplayOptions {
   Mox::U32 seed = 0;              // of all random delays
   Mox::Seconds until = 0.0;       // how long time goes on after the last frame
   Mox::Seconds maxGap = 86400.0;  // between two frames
-  // The rules that decide what the querier sees. Without them it sees everything. The subnets of
-  // the captured network are not known, so that each address counts as local.
+  // The rules that decide what the querier sees. Without them it sees everything.
   Mox::Ptr<const IntakeConfig> intake = {};
+  PrefixList subnets =
+      {};  // of the captured link; each address counts as local where none is given
   Mox::Ptr<IntakeProcessConfig> process = {};  // needed with intake
 };
 
