@@ -1,24 +1,29 @@
-// Whatever frames a ring hands out, the way from the port through the intake into a querier stays
-// within the limits of the intake: groups, sources, notifications, bytes sent, memory.
+// Whatever blocks of frames a ring hands out, the way from the port through the intake into a querier
+// stays within the limits of the intake: groups, sources, notifications, bytes sent, memory.
 //
-// A step is a byte with the time that passes before it, in its highest bit whether checksums are
-// corrected, a length of two bytes, and as many bytes of a frame, up to 9,000.
+// The first byte chooses the limits. A step is a byte, a length of two bytes, and as many bytes of a frame, up to 9,000. The byte has
+// the time that passes before it, in its highest bit whether checksums are corrected, and in the
+// next whether the frame that follows is of the same block.
 #include <stdlib.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include <Events/Event.h>
 #include <Intake/Intake.h>
+#include <Link/QueryDatagram.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/EventLog.h>
 
 #include "Bytes.h"
 #include "HeapBytes.h"
 #include "IntakeBounds.h"
+#include "InterfaceQuerier.h"
 #include "Messages.h"
 #include "Property.h"
 #include "RingBlock.h"
@@ -29,7 +34,6 @@
 namespace {
 
 using Fuzz::property;
-using Gmp::Igmp::QuerierSm;
 using Ilvo::IpAddr;
 using Mox::makePtr;
 using Mox::Ptr;
@@ -40,51 +44,73 @@ constexpr Seconds begin = 1000.0;
 constexpr std::size_t mostFrameBytes = 9000;
 constexpr std::size_t etherHeaderBytes = 14;
 constexpr Mox::U32 mostGroups = 40;
-constexpr Mox::U32 mostSources = 400;
-// With what they have pending, and tables that have grown to hold them.
-constexpr std::size_t mostBytes = mostGroups * 2048 + mostSources * 512 + 65536;
+// Few, which are reached soon; or so many that a report of some bytes costs too much at once.
+struct SourceLimits {
+  Mox::U32 ofGroup, ofInterface, ofProcess;
+};
+constexpr std::array sourceLimits{SourceLimits{64, 400, 420}, SourceLimits{600, 3000, 3100}};
+// With what they have pending, tables that have grown to hold them, and the packets that wait.
+constexpr std::size_t mostBytes(const SourceLimits& limits) {
+  return mostGroups * 2048 + limits.ofInterface * 512 + 65536 +
+         Agent::DeferredPackets::mostPackets * mostFrameBytes;
+}
 
-class World final : private Agent::IntakeWatcher {
+class NoEvents final : public Agent::EventSink {
  public:
-  World() {
+  void event(const Agent::Event& event) override {
+    property(event.kind != Agent::Event::intake || event.count > 0,
+             "an event is of a counted packet");
+  }
+};
+
+class World {
+ public:
+  explicit World(const SourceLimits& limits) : mostBytes_(mostBytes(limits)) {
     srand48(1);
     querierConfig_->querierVersionIs(Gmp::Igmp::igmpVersion3);
     config_->maxGroupsIs(mostGroups);
-    config_->maxGroupSourcesIs(64);
-    config_->maxSourcesIs(mostSources);
+    config_->maxGroupSourcesIs(limits.ofGroup);
+    config_->maxSourcesIs(limits.ofInterface);
     config_->maxQueryBurstIs(100);
     process_.config->maxProcessGroupsIs(45);
-    process_.config->maxProcessSourcesIs(420);
-    intake_.linkIs(std::array<U8, 6>{2, 0, 0, 0, 0, 5}, Agent::PrefixList("10.0.0.5/24"));
-    intake_.querierIs(querier_);
+    process_.config->maxProcessSourcesIs(limits.ofProcess);
+    querier_.linkIs(&link_);
+    pass(0);
+    bytesBefore_ = Fuzz::heapBytes();
   }
-  ~World() { intake_.querierIs(nullptr); }
-  World(const World&) = delete;
-  World& operator=(const World&) = delete;
 
   void step(Fuzz::Bytes& input) {
     const U8 how = input.u8();
-    pass((how & 0x7f) / 4.0);
+    const bool isLastOfBlock = (how & 0x40) == 0;
+    if (isLastOfBlock) pass((how & 0x3f) / 2.0);
     const std::size_t length = std::size_t{input.u8()} << 8 | input.u8();
     const auto bytes = input.take(std::min(length, mostFrameBytes));
     std::vector<U8> frame(bytes.begin(), bytes.end());
     if ((how & 0x80) != 0) repair(frame);
     receive(frame);
+    if (isLastOfBlock) endBlock();
+  }
+  void endBlock() {
+    receiver_->rxBatchEnd();
+    bounds_.handled();
+    turn(Mox::now());
     for (const std::string& breach : bounds_.breaches()) property(false, breach);
-    property(Fuzz::heapBytes() < bytesBefore_ + mostBytes, "memory stays within the limits");
+    property(Fuzz::heapBytes() < bytesBefore_ + mostBytes_, "memory stays within the limits");
   }
 
  private:
-  class Output final : public QuerierSm::NotifieeConst {
-   public:
-    Output(const Ptr<QuerierSm>& querier, Agent::IntakeBounds& bounds)
-        : NotifieeConst(querier), bounds_(bounds) {}
-    void onWritableCount() override {
-      bounds_.sends(notifier()->dstGroup(), notifier()->sendPkt()->offsetBytes());
+  struct Port final : Agent::FramePort {
+    explicit Port(Agent::IntakeBounds& ofAll) : bounds(ofAll) {}
+    std::error_code send(std::span<const U8> packet) override {
+      constexpr std::size_t headerBytes = 24;
+      const auto dst = packet.subspan(16, 4);
+      const IpAddr group(dst[0], dst[1], dst[2], dst[3]);
+      bounds.sends(group == Agent::queryDestination(IpAddr()) ? IpAddr() : group,
+                   packet.size() - headerBytes);
+      return {};
     }
-
-   private:
-    Agent::IntakeBounds& bounds_;
+    Agent::PortCounts counts() override { return {}; }
+    Agent::IntakeBounds& bounds;
   };
 
   static void repair(std::vector<U8>& frame) {
@@ -99,16 +125,7 @@ class World final : private Agent::IntakeWatcher {
     const auto received = Agent::rxPacketOf({.bytes = frame}, counts);
     if (!received) return;
     bounds_.receives(received->packet.size());
-    const auto macs = frame.size() < 12 ? std::span<const U8>() : received->frame.first(12);
-    std::vector<U8> packet(received->packet.begin(), received->packet.end());
-    while (!packet.empty()) {
-      const Agent::IntakeVerdict verdict = intake_.judge({.packet = packet, .macs = macs});
-      property(!verdict.isRefused || verdict.rule.has_value(), "a refusal has a reason");
-      property(verdict.rest.size() < packet.size(), "a rest is a part of its packet");
-      if (!verdict.isRefused) querier_->doRxPkt(makePtr<Ilvo::Pkt>(verdict.packet));
-      packet.assign(verdict.rest.begin(), verdict.rest.end());
-    }
-    bounds_.handled();
+    receiver_->rxPacket(*received);
   }
 
   void pass(Seconds duration) {
@@ -122,24 +139,44 @@ class World final : private Agent::IntakeWatcher {
   void turn(Seconds time) {
     Mox::virtualTimeIs(time);
     wheel_->turn(time);
-  }
-  void onIntakeEvent(const Agent::IntakeEvent& event) override {
-    property(event.count > 0, "an event is of a counted packet");
+    pending_.flush();
   }
 
   const Fuzz::WheelInPlace wheel_{begin};
   const Fuzz::MessageWorld messages_;
+  const Agent::Link link_{
+      .index = 2,
+      .name = "eth0",
+      .up = true,
+      .running = true,
+      .ethernet = true,
+      .multicast = true,
+      .mtu = 1500,
+      .mac = {2, 0, 0, 0, 0, 5},
+      .addresses = {{.address = IpAddr(10, 0, 0, 5), .prefixLength = 24, .global = true}}};
   const Ptr<Agent::IntakeConfig> config_ = makePtr<Agent::IntakeConfig>("eth0");
   const Ptr<Gmp::Igmp::QuerierConfig> querierConfig_ = Gmp::Igmp::querierConfigFactory("eth0");
-  const Ptr<Gmp::Igmp::QuerierStatus> status_ = Gmp::Igmp::querierStatusFactory();
-  const Ptr<QuerierSm> querier_ =
-      Gmp::Igmp::querierSmFactory(querierConfig_, status_, IpAddr(10, 0, 0, 5), 1500, 0,
-                                  wheel_.ptr(), wheel_.ptr(), wheel_.ptr(), false);
+  NoEvents events_;
   Agent::IntakeProcess process_;
-  Agent::Intake intake_{process_, config_, makePtr<Agent::IntakeStatus>("eth0"), status_, *this};
-  Agent::IntakeBounds bounds_{config_, process_.config, querierConfig_, status_};
-  const Output output_{querier_, bounds_};
-  const std::size_t bytesBefore_ = Fuzz::heapBytes();
+  Agent::ReceivedBatch batch_;
+  Agent::StatusWatcher::Pending pending_;
+  Agent::FrameReceiver* receiver_ = nullptr;
+  const Agent::InterfaceQuerier::Services services_{
+      .wheel = wheel_.ptr(),
+      .openPort =
+          [this](const Agent::Link&, Agent::FrameReceiver& receiver) {
+            receiver_ = &receiver;
+            return std::make_unique<Port>(bounds_);
+          },
+      .sink = events_,
+      .process = process_,
+      .batch = batch_,
+      .pending = &pending_};
+  Agent::InterfaceQuerier querier_{services_,
+                                   {.name = "eth0", .config = querierConfig_, .intake = config_}};
+  Agent::IntakeBounds bounds_{config_, process_.config, querierConfig_, querier_.status()};
+  const std::size_t mostBytes_;
+  std::size_t bytesBefore_ = 0;
 };
 
 }  // namespace
@@ -148,7 +185,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   constexpr int stepsMost = 256;
   Fuzz::Bytes input(data, size);
   Mox::virtualTimeIs(begin);
-  World world;
+  World world(sourceLimits[input.u8() & 1]);
   for (int steps = 0; steps < stepsMost && !input.empty(); ++steps) world.step(input);
+  world.endBlock();
   return 0;
 }

@@ -2,13 +2,14 @@
 // and sources than the limits allow, never many more bytes sent than received, and not much to
 // notify of for a packet.
 //
-//   bounds.receives(message.size());
+//   bounds.receives(message.size());  // for each packet of a block
 //   querier->doRxPkt(...);
 //   bounds.handled();
 //   for (const std::string& breach : bounds.breaches()) fail(breach);
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <GmpIgmpQuerierSm/QuerierSm.h>
@@ -32,22 +33,28 @@ class IntakeBounds final : private Mox::TreeNotifiee {
   IntakeBounds(const IntakeBounds&) = delete;
   IntakeBounds& operator=(const IntakeBounds&) = delete;
 
-  void begin() { receivedBytes_ = allowedForSources_ = sentBytes_ = notifiedOfPacket_ = 0; }
+  void begin() {
+    receivedBytes_ = allowedForSources_ = sentBytes_ = notifiedOfPacket_ = 0;
+    isHandled_ = true;
+  }
   // An IGMP message, before it is handed in.
   void receives(size_t messageBytes) {
     const size_t words = messageBytes / 4;
     receivedBytes_ += messageBytes;
     allowedForSources_ += 4 * querierConfig_->lastMemberQueryCount() * (status_->sources() + words);
     // Each record can touch all sources of its group, those of the packet among them.
-    notified_ = 0;
-    mayNotify_ = 64 + 8 * (words + config_->maxGroupRecords() * (status_->sources() + words));
+    if (std::exchange(isHandled_, false)) mayNotify_ = notified_ = 0;
+    mayNotify_ += 64 + 8 * (words + config_->maxGroupRecords() * (status_->sources() + words));
   }
   // Only specific queries: general ones are sent by the clock, whatever is received.
   void sends(Ilvo::IpAddr group, size_t messageBytes) {
     if (!group.isZero()) sentBytes_ += messageBytes;
   }
-  // The packet was handled; what timers notify of has no such bound.
-  void handled() { notifiedOfPacket_ = notified_; }
+  // The packets were handled; what timers notify of has no such bound.
+  void handled() {
+    notifiedOfPacket_ = isHandled_ ? 0 : notified_;
+    isHandled_ = true;
+  }
   size_t sentBytes() const { return sentBytes_; }
 
   std::vector<std::string> breaches() const {
@@ -89,6 +96,7 @@ class IntakeBounds final : private Mox::TreeNotifiee {
   size_t notified_ = 0;
   size_t notifiedOfPacket_ = 0;
   size_t mayNotify_ = 0;
+  bool isHandled_ = true;
 };
 
 }  // namespace Agent
