@@ -78,7 +78,6 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
              [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGHUP}) signals_.add(number);
   waitForSignal();
-  packets_.assign(rings_.fd());
   waitForPackets();
   copySettings(*configured_.values.process, *process_.config);
   for (const std::string& name : configured_.names) {
@@ -93,7 +92,9 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
   reportChanges();
 }
 
-AgentLoop::Impl::~Impl() { packets_.release(); }
+AgentLoop::Impl::~Impl() {
+  if (packets_.is_open()) packets_.release();
+}
 
 // Rings that are opened later share what is for as many as there are then.
 PortOpener AgentLoop::Impl::portOpener(const Setup& setup) {
@@ -238,13 +239,16 @@ void AgentLoop::Impl::waitForSignal() {
 }
 
 // The descriptor is readable while any ring is. The kernel hands a block out when it is full, which
-// in a flood is every few packets: what arrives within a millisecond is handled together.
+// in a flood is every few packets: what arrives within a millisecond is handled together. Meanwhile
+// the descriptor is not watched, since each block would wake this process.
 void AgentLoop::Impl::waitForPackets() {
+  if (!packets_.is_open()) packets_.assign(rings_.fd());
   packets_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
                       [this](const boost::system::error_code& failed) {
                         if (failed) return;
                         handleBatch();
                         if (!rings_.isDrained()) return waitForPackets();
+                        packets_.release();
                         packetsTimer_.expires_after(packetsPause);
                         packetsTimer_.async_wait([this](const boost::system::error_code& ended) {
                           if (!ended) waitForPackets();

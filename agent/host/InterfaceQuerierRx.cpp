@@ -7,6 +7,7 @@
 #include <GmpIgmpQuerierSm/GroupLookahead.h>
 #include <Ilvo/IpHdr.h>
 #include <Link/QueryDatagram.h>
+#include <Mox/ActivityClock.h>
 #include <Mox/GenericAccess.h>
 #include <fmt/format.h>
 
@@ -42,8 +43,10 @@ void InterfaceQuerier::rxPacket(const RxPacket& packet) {
   services_.batch.add(packet);
 }
 
-// A packet is judged when those before it have been handled: its limits count what they made.
+// A packet is judged when those before it have been handled: its limits count what they made. The
+// kernel hands the packets of a block out at once, so they have one time.
 void InterfaceQuerier::rxBatchEnd() {
+  const Mox::StandingClock oneTime;
   const auto packets = services_.batch.packets();
   const auto prefetch = [&](size_t at) {
     if (at < packets.size()) querier_->prefetchRxPkt(*packets[at].pkt);
