@@ -267,26 +267,39 @@ consteval bool eachKindHasItsRow() {
 }
 static_assert(eachKindHasItsRow());
 
-consteval bool allPlaceholdersAreKnown() {
-  bool all = true;
-  for (const Row& row : rows) {
-    forEachPart(row.words, [&](std::string_view, std::string_view name) {
-      all = all && (name.empty() || placeholder(name) != nullptr);
-    });
-  }
+// The words of a row, with each placeholder looked up.
+struct Part {
+  std::string_view words;
+  void (*text)(std::string& out, const Event&);  // null at the end
+};
+using Parts = std::array<Part, 6>;
+
+consteval Parts partsOf(std::string_view words) {
+  Parts parts{};
+  size_t count = 0;
+  forEachPart(words, [&](std::string_view before, std::string_view name) {
+    parts.at(count++) = {before, name.empty() ? nullptr : placeholder(name)->text};
+  });
+  return parts;
+}
+
+consteval std::array<Parts, rows.size()> allParts() {
+  std::array<Parts, rows.size()> all{};
+  for (size_t at = 0; at < rows.size(); ++at) all[at] = partsOf(rows[at].words);
   return all;
 }
-static_assert(allPlaceholdersAreKnown());
+constexpr std::array<Parts, rows.size()> partsOfRows = allParts();
 
 }  // namespace
 
 const char* eventName(Event::Kind kind) { return rows.at(kind).name; }
 
 void appendEventText(std::string& out, const Event& event) {
-  forEachPart(rows.at(event.kind).words, [&](std::string_view words, std::string_view name) {
-    out += words;
-    if (!name.empty()) placeholder(name)->text(out, event);
-  });
+  for (const Part& part : partsOfRows.at(event.kind)) {
+    out += part.words;
+    if (part.text == nullptr) return;
+    part.text(out, event);
+  }
 }
 
 std::string eventText(const Event& event) {

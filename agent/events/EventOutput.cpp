@@ -31,11 +31,20 @@ void EventOutput::event(const Event& event) {
 
 bool EventOutput::add(const Event& event) {
   line_ = form_ == json ? eventJson(event, std::move(line_))
-                        : eventTextLine(event, timeOfDayText(event.time), std::move(line_));
+                        : eventTextLine(event, timeText(event.time), std::move(line_));
   line_ += '\n';
   if (waiting() + line_.size() > mostBytes_) return false;
   queue_ += line_;
   return true;
+}
+
+// The events of a batch have one time.
+const std::string& EventOutput::timeText(Mox::Seconds time) {
+  if (time != time_ || timeText_.empty()) {
+    time_ = time;
+    timeText_ = timeOfDayText(time);
+  }
+  return timeText_;
 }
 
 // Ahead of the events that come after the gap.

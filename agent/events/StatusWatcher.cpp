@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include <Mox/ActivityClock.h>
 #include "StatusJournal.h"
 
 namespace Agent {
@@ -29,7 +30,9 @@ void StatusWatcher::markPending() {
 void StatusWatcher::flush() { journal_->flush(); }
 
 // The two lists take turns, so that neither is allocated anew.
+// The changes of a batch have one time.
 void StatusWatcher::Pending::flush() {
+  const Mox::StandingClock oneTime;
   std::swap(watchers_, flushed_);
   for (StatusWatcher*& watcher : flushed_) {
     if (watcher == nullptr) continue;

@@ -57,9 +57,19 @@ void forEachCharacter(std::string_view text, F f) {
   }
 }
 
+// What the text begins with that needs no closer look, which is nearly always all of it.
+std::string_view plainBegin(std::string_view text) {
+  const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+  const auto end = std::find_if_not(text.begin(), text.end(), isPlain);
+  return text.substr(0, static_cast<size_t>(end - text.begin()));
+}
+
 }  // namespace
 
 void appendPrintable(std::string& out, std::string_view text) {
+  const std::string_view plain = plainBegin(text);
+  out += plain;
+  text.remove_prefix(plain.size());
   forEachCharacter(text, [&](std::string_view bytes, bool shown) {
     if (shown) {
       out += bytes;
@@ -72,6 +82,7 @@ void appendPrintable(std::string& out, std::string_view text) {
 }
 
 bool isPrintable(std::string_view text) {
+  text.remove_prefix(plainBegin(text).size());
   bool all = true;
   forEachCharacter(text, [&](std::string_view, bool shown) { all = all && shown; });
   return all;

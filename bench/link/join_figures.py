@@ -9,7 +9,7 @@ def joins(groups):
     with World(*EVERY_EVENT, piped=True) as world:
         figures = {}
         with measured(world, figures, 1) as count:
-            count.append(world.send("joins", groups=groups, hosts=100, rate=RATE / 10))
+            count.append(world.send("joins", groups=groups, hosts=100, rate=RATE / 3))
         return {**figures, **left_out(world, groups)}
 
 

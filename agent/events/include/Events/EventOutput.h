@@ -43,6 +43,7 @@ class EventOutput final : public EventSink {
   bool add(const Event& event);
   void write();
   void reportLost();
+  const std::string& timeText(Mox::Seconds time);
 
   OutputFile file_;
   const Form form_;
@@ -50,6 +51,8 @@ class EventOutput final : public EventSink {
   std::string queue_;
   std::size_t written_ = 0;  // of the queue
   std::string line_;         // its memory is used again
+  Mox::Seconds time_ = 0.0;  // that timeText_ is of
+  std::string timeText_;
   Mox::U64 lost_ = 0;
   Mox::U64 lostReported_ = 0;
 };
