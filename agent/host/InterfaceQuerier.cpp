@@ -171,7 +171,7 @@ void InterfaceQuerier::stopQuerier() {
   resendTimer_.timeMinIs(Mox::never);
   restTimer_.timeMinIs(Mox::never);
   rests_.clear();
-  unsent_.clear();
+  dropUnsent();
   sentFrom_.clear();
   querierDel();
   state_->runningIs(false);
@@ -233,7 +233,7 @@ void InterfaceQuerier::reportCounts() {
 void InterfaceQuerier::ipAddrIs(IpAddr addr) {
   if (addr == ipAddr_) return;
   ipAddr_ = addr;
-  unsent_.clear();  // they are from the old one
+  dropUnsent();  // they are from the old one
   state_->addressIs(addr);
   report(Event::addressChanged);
   querier_->ipAddrIs(addr);
@@ -314,6 +314,11 @@ void InterfaceQuerier::resendLater(Unsent unsent) {
   }
   unsent_.push_back(std::move(unsent));
   if (resendTimer_.timeMin() == Mox::never) resendTimer_.timeMinIs(Mox::now() + resendInterval);
+}
+
+void InterfaceQuerier::dropUnsent() {
+  state_->queriesLostInc(unsent_.size());
+  unsent_.clear();
 }
 
 // While there is no memory for one query, there is none for those behind it.

@@ -118,6 +118,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // False when another attempt may succeed.
   bool send(const Gmp::Igmp::PublishedQuery& query);
   void resendLater(Unsent unsent);
+  void dropUnsent();
   void takeCounts();
   void reportCounts();
   void rxPacket(const RxPacket& packet) override;
