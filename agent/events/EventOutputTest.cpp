@@ -103,6 +103,17 @@ TEST_F(EventOutputTest, neverHoldsMoreThanItsBound) {
   EXPECT_LE(text.rfind('\n', text.find("events were lost")), 1000u);
 }
 
+TEST_F(EventOutputTest, isEmptyOnceTheFileHasTakenAllLines) {
+  EventOutput output(write_.fd(), EventOutput::text);
+  EXPECT_TRUE(output.isEmpty());
+  output.lines(std::string(2 * pageBytes_, 'x'));
+  output.flush();
+  EXPECT_FALSE(output.isEmpty());
+  written();
+  output.flush();
+  EXPECT_TRUE(output.isEmpty());
+}
+
 TEST_F(EventOutputTest, losesNothingThatTheFileTakes) {
   Descriptor file(::open(testing::TempDir().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   ASSERT_TRUE(file.isOpen());

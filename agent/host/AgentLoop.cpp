@@ -211,8 +211,8 @@ void AgentLoop::Impl::run() {
     if (requests_) requests_->followUp();
     if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
     deleteEmptied();
-    reportState();
     flushOutput();
+    reportState();
     alarm_.timeIs(wheel_->nextDue());
   }
 }
@@ -312,10 +312,12 @@ void AgentLoop::Impl::reportChanges() {
   alarm_.timeIs(wheel_->nextDue());
 }
 
-// A part at a time, when the output has taken the one before.
+// A part at a time, when the output has taken the one before. The events that come after it wait for
+// one part at most.
 void AgentLoop::Impl::reportState() {
-  if (!stateRequested_ || outputTimer_.timeMin() != Mox::never) return;
+  if (!stateRequested_ || !services_.sink.isEmpty()) return;
   stateRequested_ = onStateRequested_();
+  flushOutput();
   if (stateRequested_) boost::asio::post(io_, [] {});  // the loop comes back at once
 }
 

@@ -94,6 +94,9 @@ class EventSink {
   virtual bool takes(Event::Kind) { return true; }
   // Called once a batch. False when lines wait for a file that does not take them now.
   virtual bool flush() { return true; }
+  // Whether everything that was reported has been taken. What is held back to be summed up has not
+  // been reported yet.
+  virtual bool isEmpty() const { return true; }
 };
 
 // Writes a time of the activity clock for the beginning of a line.

@@ -31,6 +31,7 @@ class EventOutput final : public EventSink {
 
   void event(const Event& event) override;
   bool flush() override;
+  bool isEmpty() const override { return waiting() == 0; }
   // Lines that are no event. They may exceed the queue's size, unless it is full already.
   void lines(std::string_view more);
   // Writes what is left, for that long at most while the file does not take it.
