@@ -44,8 +44,9 @@ using Agent::LinkTable;
 
 namespace {
 
-// A service manager waits for the end, and after it for the output.
-constexpr Mox::Seconds finalStateDuration = 0.2;
+// A service manager waits for the end: from the signal on, for the state, the output and the ports
+// together. The kernel has the rest of the second.
+constexpr Mox::Seconds endDuration = 0.7;
 
 Mox::U64 randomNumber() {
   Mox::U64 number = 0;
@@ -102,16 +103,16 @@ class RunVerb final : public Verb {
       return writePart(output, state);
     };
     loop.emplace(setup, events);
-    loop->run();
+    const Mox::Seconds end = loop->run() + endDuration;
     events.finish();
     begin();
-    const Mox::Seconds end = Mox::now() + finalStateDuration;
     while (writePart(output, state)) {
-      output.flush();
+      output.finish(end);
       if (Mox::now() < end) continue;
       output.event(notice("there are more groups than can be shown before the end"));
       break;
     }
+    output.finish(end);
     return exitOk;
   }
 

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <AgentTestSupport/TestAddresses.h>
+#include <Mox/ActivityClock.h>
 
 namespace Agent {
 namespace {
@@ -144,7 +145,7 @@ TEST_F(EventOutputTest, finishesAsLongAsTheFileTakesBytes) {
     pollfd wait{.fd = read_.fd(), .events = POLLIN, .revents = 0};
     while (read < 100 * pageBytes_ && poll(&wait, 1, -1) > 0) read += written().size();
   });
-  output.finish(std::chrono::seconds(20));
+  output.finish(Mox::now() + 20.0);
   reader.join();
   EXPECT_EQ(read, 100 * pageBytes_);
 }
@@ -153,14 +154,14 @@ TEST_F(EventOutputTest, doesNotFinishOnAFullDisk) {
   const Descriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
   EventOutput output(full.fd(), EventOutput::text);
   output.event(left());
-  output.finish(std::chrono::milliseconds(1));
+  output.finish(Mox::now() + 0.001);
   EXPECT_FALSE(output.flush());
 }
 
 TEST_F(EventOutputTest, doesNotFinishWhenTheFileTakesNothing) {
   EventOutput output(write_.fd(), EventOutput::text);
   output.lines(std::string(3 * pageBytes_, 'x'));
-  output.finish(std::chrono::milliseconds(1));
+  output.finish(Mox::now() + 0.001);
   EXPECT_EQ(written().size(), pageBytes_);
 }
 

@@ -76,7 +76,6 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
       requests_(makeRequestServer(setup, sink)),
       links_(io_, wheel_,
              [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
-  for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGHUP}) signals_.add(number);
   waitForSignal();
   packets_.assign(rings_.fd());
   waitForPackets();
@@ -87,13 +86,17 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     InterfaceQuerier& querier = *queriers_.back();
     queriersByName_.emplace(name, &querier);
     publish(querier);
-    if (links_.isWhole()) querier.linkIs(links_.links().find(name));
   }
+  if (links_.isWhole()) starting_.assign(configured_.names.begin(), configured_.names.end());
   publishProcess();
-  reportChanges();
 }
 
 AgentLoop::Impl::~Impl() { packets_.release(); }
+
+AgentLoop::Impl::Signals::Signals(boost::asio::io_context& io)
+    : boost::asio::signal_set(io, SIGINT, SIGTERM, SIGUSR1) {
+  add(SIGHUP);
+}
 
 // Rings that are opened later share what is for as many as there are then.
 PortOpener AgentLoop::Impl::portOpener(const Setup& setup) {
@@ -204,17 +207,47 @@ void AgentLoop::Impl::unpublish(const std::string& interface) {
 // Each round handles one batch, one client or one change of interfaces; clients that follow the
 // traces get theirs then. Packets do not wait for more than one client: many that want something at
 // once would keep the loop from the rings until these overflow.
-void AgentLoop::Impl::run() {
-  flushOutput();
-  alarm_.timeIs(wheel_->nextDue());
-  while (io_.run_one() != 0) {
+Mox::Seconds AgentLoop::Impl::run() {
+  do {
+    startNext();
     if (requests_) requests_->followUp();
     if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
     deleteEmptied();
     flushOutput();
     reportState();
+  } while (handleNext());
+  closePorts();
+  return endSignalled_;
+}
+
+// Waits for something to be handled. False after a signal to end.
+bool AgentLoop::Impl::handleNext() {
+  if (io_.poll_one() == 0 && !io_.stopped()) {
     alarm_.timeIs(wheel_->nextDue());
+    state_->sleepBegins();
+    io_.run_one();
   }
+  return !io_.stopped();
+}
+
+// One in a round of the loop: the kernel takes its time to open a port, and neither a signal nor
+// packets on those that are open wait for all.
+void AgentLoop::Impl::startNext() {
+  if (starting_.empty()) return;
+  const std::string name = std::move(starting_.front());
+  starting_.pop_front();
+  boost::asio::post(io_, [] {});  // the loop comes back at once
+  const auto found = queriersByName_.find(name);
+  if (found == queriersByName_.end()) return;  // the configuration has changed since
+  found->second->linkIs(links_.links().find(name));
+  state_->gapDel();
+  reportChanges();
+}
+
+// All at once, which takes the kernel hardly longer than one.
+void AgentLoop::Impl::closePorts() {
+  for (const auto& querier : queriers_) querier->closePort();
+  for (const auto& querier : leaving_) querier->closePort();
 }
 
 std::vector<InterfaceView> AgentLoop::Impl::views() const {
@@ -253,6 +286,7 @@ void AgentLoop::Impl::waitForPackets() {
 }
 
 void AgentLoop::Impl::handleSignal(int number) {
+  endSignalled_ = Mox::now();
   handleBatch();
   if (number == SIGUSR1) {
     if (onStateRequested_) stateRequested_ = true;
@@ -309,7 +343,6 @@ void AgentLoop::Impl::trimMemory() {
 void AgentLoop::Impl::reportChanges() {
   pending_.flush();
   trimMemory();
-  alarm_.timeIs(wheel_->nextDue());
 }
 
 // A part at a time, when the output has taken the one before. The events that come after it wait for
@@ -330,7 +363,7 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
 
 AgentLoop::~AgentLoop() = default;
 
-void AgentLoop::run() { impl_->run(); }
+Mox::Seconds AgentLoop::run() { return impl_->run(); }
 
 std::vector<InterfaceView> AgentLoop::views() const { return impl_->views(); }
 

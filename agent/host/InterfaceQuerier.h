@@ -83,9 +83,11 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // Returns how many groups there were.
   size_t clearGroups(std::optional<Ilvo::IpAddr> only);
 
-  // Stops, and ends all groups in the same way. The host deletes it once they have ended, and not
-  // many at once: the kernel takes its time to close a port.
+  // Stops, and ends all groups in the same way. The host deletes it once they have ended.
   void end();
+
+  // For a host that ends and turns the wheel no more: the state stays as it is.
+  void closePort() { portIs(nullptr); }
 
   // Null while the interface cannot carry it.
   const Mox::Ptr<Gmp::Igmp::QuerierSm>& querier() const { return querier_; }
