@@ -223,7 +223,7 @@ Mox::Seconds AgentLoop::Impl::run() {
 // Waits for something to be handled. False after a signal to end.
 bool AgentLoop::Impl::handleNext() {
   if (io_.poll_one() == 0 && !io_.stopped()) {
-    alarm_.timeIs(wheel_->nextDue());
+    alarm_.timeIs(wheel_->nextWake());
     state_->sleepBegins();
     io_.run_one();
   }
@@ -327,7 +327,9 @@ void AgentLoop::Impl::turnWheel() {
 // A loop that was stopped comes back late to a timer. One that has much to do is late, too, but has
 // just handled a batch.
 void AgentLoop::Impl::rebuildAfterGap() {
-  const Mox::Seconds gap = Mox::now() - std::max(wheel_->nextDue(), lastBatchEnd_);
+  const auto late = [&](Mox::Seconds due) { return Mox::now() - std::max(due, lastBatchEnd_); };
+  if (late(wheel_->nextDue()) <= leastGap) return;  // costs less
+  const Mox::Seconds gap = late(wheel_->nextWake());
   if (gap <= leastGap) return;
   for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
 }
