@@ -301,11 +301,12 @@ void AgentLoop::Impl::handleSignal(int number) {
 
 void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
-  rebuildAfterGap();
+  seeGap();
+  rebuildNext();
   state_->ringsReadBegins();
   rings_.readReady(batchDuration());
   state_->ringsReadEnds();
-  turnWheel();
+  if (rebuilding_.empty()) turnWheel();
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
   reportChanges();
@@ -326,12 +327,25 @@ void AgentLoop::Impl::turnWheel() {
 
 // A loop that was stopped comes back late to a timer. One that has much to do is late, too, but has
 // just handled a batch.
-void AgentLoop::Impl::rebuildAfterGap() {
+void AgentLoop::Impl::seeGap() {
   const auto late = [&](Mox::Seconds due) { return Mox::now() - std::max(due, lastBatchEnd_); };
   if (late(wheel_->nextDue()) <= leastGap) return;  // costs less
   const Mox::Seconds gap = late(wheel_->nextWake());
   if (gap <= leastGap) return;
-  for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
+  gap_ = gap;
+  rebuilding_.assign(configured_.names.begin(), configured_.names.end());
+}
+
+// Some of them. Until all are done no timer counts as silence: the wheel stands still.
+void AgentLoop::Impl::rebuildNext() {
+  if (rebuilding_.empty()) return;
+  const Mox::Seconds end = Mox::now() + turnQuantum;
+  do {
+    const auto found = queriersByName_.find(rebuilding_.front());
+    if (found != queriersByName_.end()) found->second->rebuildAfterGap(gap_);
+    rebuilding_.pop_front();
+  } while (!rebuilding_.empty() && Mox::now() < end);
+  boost::asio::post(io_, [this] { handleBatch(); });
 }
 
 void AgentLoop::Impl::trimMemory() {

@@ -94,7 +94,8 @@ class AgentLoop::Impl {
   void handleBatch();
   Mox::Seconds batchDuration() const;
   void turnWheel();
-  void rebuildAfterGap();
+  void seeGap();
+  void rebuildNext();
   void reportChanges();
   // Lets the heap give memory back when most of the objects have gone: it does so by itself only
   // for what lies at its end.
@@ -131,6 +132,8 @@ class AgentLoop::Impl {
   const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
   const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
+  std::deque<std::string> rebuilding_;  // queriers that have not been rebuilt after the last gap
+  Mox::Seconds gap_ = 0.0;              // how long that was
   bool inBatch_ = false;
   bool stateRequested_ = false;
   Mox::Seconds endSignalled_ = 0.0;  // when the last signal was handled
