@@ -361,8 +361,8 @@ void AgentLoop::Impl::reportChanges() {
   trimMemory();
 }
 
-// A part at a time, when the output has taken the one before. The events that come after it wait for
-// one part at most.
+// A part at a time, when the output has taken the one before. The events that come after it wait
+// for one part at most.
 void AgentLoop::Impl::reportState() {
   if (!stateRequested_ || !services_.sink.isEmpty()) return;
   stateRequested_ = onStateRequested_();

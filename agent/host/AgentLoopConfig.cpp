@@ -155,7 +155,7 @@ void AgentLoop::Impl::removeQueriers(const ConfigPlan& plan) {
   }
 }
 
-// One in a round of the loop, so that packets do not wait for all of their ports to be closed.
+// One in a round of the loop: packets do not wait for all of them.
 void AgentLoop::Impl::deleteEmptied() {
   const auto isEmpty = [](const auto& querier) { return querier->status()->group().empty(); };
   const auto first = std::ranges::find_if(leaving_, isEmpty);

@@ -1,11 +1,11 @@
 // What the event loop does, for operators: `igmpq get loop`.
 //
-// A gap is the time between two moments at which the loop can take packets from the rings: from the
-// end of one reading of them to the begin of the next, or until the loop sleeps since there is
+// A gap is the time between two moments at which the loop can take packets from the rings: from
+// the end of one reading of them to the begin of the next, or until the loop sleeps since there is
 // nothing to do. It is wall-clock time, so system calls that wait and other programs on this
 // processor count. What comes between a sleep and the next reading counts with its time of the
-// processor alone, as the loop does not know when it woke. The opening of ports at the start is left
-// out.
+// processor alone, as the loop does not know when it woke. The opening of ports at the start is
+// left out.
 //
 //   state->ringsReadBegins();
 //   rings.readReady();

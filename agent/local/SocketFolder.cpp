@@ -56,7 +56,7 @@ class Walk {
     names_.insert(names_.begin(), names.begin(), names.end());
   }
 
-  // What is in the folder that was reached can be replaced by those who can write to it.
+  // Any user who can write to a folder can replace its contents.
   void check() const {
     struct stat status {};
     if (fstat(at_.opened.fd(), &status) != 0) fail();

@@ -94,8 +94,7 @@ class EventSink {
   virtual bool takes(Event::Kind) { return true; }
   // Called once a batch. False when lines wait for a file that does not take them now.
   virtual bool flush() { return true; }
-  // Whether everything that was reported has been taken. What is held back to be summed up has not
-  // been reported yet.
+  // Whether all lines have been taken. Events that are held back to be summed up are no lines yet.
   virtual bool isEmpty() const { return true; }
 };
 

@@ -45,8 +45,9 @@ class AgentLoop {
     std::function<bool()> onStateRequested = {};
   };
 
-  // The queriers start one after the other while it runs. Throws std::system_error when the interfaces cannot
-  // be watched, and std::runtime_error when the attribute log or requests cannot be served.
+  // The queriers start one after the other while it runs. Throws std::system_error when the
+  // interfaces cannot be watched, and std::runtime_error when the attribute log or requests cannot
+  // be served.
   AgentLoop(const Setup& setup, EventSink& sink);
   ~AgentLoop();
   AgentLoop(const AgentLoop&) = delete;
