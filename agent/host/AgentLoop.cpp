@@ -217,6 +217,8 @@ Mox::Seconds AgentLoop::Impl::run() {
     reportState();
   } while (handleNext());
   closePorts();
+  requests_.reset();
+  attrLog_.reset();
   return endSignalled_;
 }
 

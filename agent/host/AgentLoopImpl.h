@@ -123,13 +123,13 @@ class AgentLoop::Impl {
   size_t interfaceCount_;
   IntakeProcess process_;
   ReceivedBatch batch_;
-  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
+  std::unique_ptr<AttrLogServer> attrLog_;  // null for none, and at the end
   InterfaceQuerier::Services services_;
   Queriers queriers_;  // in the order of the configuration
   Queriers leaving_;   // no longer in it: their groups end in steps
   std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
-  std::deque<std::string> starting_;  // queriers that have not been given their link yet
-  const std::unique_ptr<RequestServer> requests_;  // null for none
+  std::deque<std::string> starting_;         // queriers that have not been given their link yet
+  std::unique_ptr<RequestServer> requests_;  // null for none, and at the end
   LinkMonitor links_;
   const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
   std::deque<std::string> rebuilding_;  // queriers that have not been rebuilt after the last gap

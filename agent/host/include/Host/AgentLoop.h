@@ -54,7 +54,7 @@ class AgentLoop {
   AgentLoop& operator=(const AgentLoop&) = delete;
 
   // Returns after SIGINT or SIGTERM the time at which it was received. Nothing is received or sent
-  // any more then, and the views stay as they were.
+  // any more then, the sockets for other processes are gone, and the views stay as they were.
   Mox::Seconds run();
   std::vector<InterfaceView> views() const;
 
