@@ -81,7 +81,8 @@ InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetu
       portTimer_(services.wheel, *this),
       resendTimer_(services.wheel, *this),
       restTimer_(services.wheel, *this),
-      clearTimer_(services.wheel, *this) {}
+      clearTimer_(services.wheel, *this),
+      retireTimer_(services.wheel, *this) {}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
@@ -148,10 +149,14 @@ void InterfaceQuerier::makeQuerier() {
   intake_.querierIs(querier_);
 }
 
+// What is left of it are its groups, perhaps a million.
 void InterfaceQuerier::querierDel() {
+  if (!querier_) return;
   intake_.querierIs(nullptr);
   output_.release();
-  querier_ = nullptr;
+  querier_->end();
+  retired_.push_back(std::exchange(querier_, nullptr));
+  handleRetireTimer();
 }
 
 void InterfaceQuerier::rebuildAfterGap(Seconds late) {

@@ -83,8 +83,9 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // Returns how many groups there were.
   size_t clearGroups(std::optional<Ilvo::IpAddr> only);
 
-  // Stops, and ends all groups in the same way. The host deletes it once they have ended.
+  // Stops, and ends all groups in the same way. The host deletes it once hasEnded().
   void end();
+  bool hasEnded() const { return status_->group().empty() && retired_.empty(); }
 
   // For a host that ends and turns the wheel no more: the state stays as it is.
   void closePort() { portIs(nullptr); }
@@ -129,6 +130,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void handInLater(const ReceivedBatch::Received& received, std::span<const Mox::U8> rest);
   void handleRestTimer();
   void handleClearTimer();
+  void handleRetireTimer();
   void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
@@ -150,6 +152,9 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
+  // Queriers that have ended and whose groups are still to be deleted, and how far the first one is.
+  std::deque<Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm>> retired_;
+  Mox::U64 retireBookmark_ = 0;
   std::deque<Ilvo::IpAddr> clearing_;   // groups that are still to be ended
   bool isEnding_ = false;               // its interface is no longer configured
   std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
@@ -162,6 +167,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleResendTimer> resendTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleRestTimer> restTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleClearTimer> clearTimer_;
+  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleRetireTimer> retireTimer_;
 };
 
 }  // namespace Agent
