@@ -166,8 +166,11 @@ void QuerierGroupSm::handleInitialized() {
   doSetTimer(rexmitTimerId, never);
 }
 
+// Those of a querier that has ended may still be due.
+bool QuerierGroupSm::reactsToTimers() const { return initialized_ && querierSm().initialized(); }
+
 void QuerierGroupSm::handleV1MembershipTimer() {
-  if (!initialized_) return;
+  if (!reactsToTimers()) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleV1MembershipTimer", "()");
   trace<3>(machineTrace, "V1 Membership for ", group_, " on ", interfaceName(), " expired");
@@ -178,7 +181,7 @@ void QuerierGroupSm::handleV1MembershipTimer() {
 }
 
 void QuerierGroupSm::handleV2MembershipTimer() {
-  if (!initialized_) return;
+  if (!reactsToTimers()) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleV2MembershipTimer", "()");
   trace<3>(machineTrace, "V2 Membership for ", group_, " on ", interfaceName(), " expired");
@@ -205,7 +208,7 @@ void QuerierGroupSm::handleQuerierVersion() {
 }
 
 void QuerierGroupSm::handleMembershipTimer() {
-  if (!initialized_) return;
+  if (!reactsToTimers()) return;
   const Ptr<QuerierGroupSm> alive(this);
   trace<8>(machineTrace, *this, "::", "handleMembershipTimer", "()");
   if (attrLogClogged()) {

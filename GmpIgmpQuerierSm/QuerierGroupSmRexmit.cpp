@@ -36,7 +36,7 @@ void QuerierGroupSm::toRexmitState(IpAddr addr) {
 }
 
 void QuerierGroupSm::handleRexmitTimer() {
-  if (!initialized_) return;
+  if (!reactsToTimers()) return;
   const Ptr<QuerierGroupSm> alive(this);
   const Ptr<QuerierSm> querier(&querierSm());
   trace<8>(machineTrace, *this, "::", "handleRexmitTimer", "()", " @ ", Mox::now());

@@ -74,7 +74,7 @@ void QuerierGroupSourceSm::handleInitialized() {
 }
 
 void QuerierGroupSourceSm::handleSourceTimer() {
-  if (!initialized_) return;
+  if (!initialized_ || !groupSm_->reactsToTimers()) return;
   const Ptr<QuerierGroupSourceSm> alive(this);
   const Ptr<QuerierGroupSm> group(groupSm_);
   trace<8>(machineTrace, *this, "::", "handleSourceTimer", "()");

@@ -34,17 +34,22 @@ QuerierSm::QuerierSm(Ptr<const QuerierConfig> querierConfig, Ptr<QuerierStatus> 
   handleInitialized();
 }
 
-// With `initialized` false no reaction of this instance acts any more: the status entries of the
-// groups stay for the instance that follows it. The members release what they hold in the reverse
-// of their order.
+// The members release what they hold in the reverse of their order.
 QuerierSm::~QuerierSm() {
   ref();  // the guards of the functions called below would otherwise end this instance again
+  end();
+  groupSmDelAll();
+}
+
+// With `initialized` false no reaction of this instance acts any more, nor one of its groups: their
+// status entries stay for the instance that follows it.
+void QuerierSm::end() {
+  if (std::exchange(ended_, true)) return;
   initialized_ = false;
   querierConfig_->makeInert();
   otherQuerierTimer_.timeMinIs(never);
   queryIntervalTimer_.timeMinIs(never);
   initGroupStatusTimer_.timeMinIs(never);
-  groupSmDelAll();
 }
 
 const Ptr<const QuerierConfig>& QuerierSm::querierConfig() const {

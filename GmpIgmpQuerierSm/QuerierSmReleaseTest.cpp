@@ -214,6 +214,29 @@ TEST_F(QuerierSmRelease, EndsItsGroupsOneByOne) {
   EXPECT_EQ(status_->group().size(), 2u);
 }
 
+// A host deletes them a few at a time. A querier that follows it may run on the status by then.
+TEST_F(QuerierSmRelease, OfItsGroupsMayFollowItsEnd) {
+  start();
+  receiveV2Report(group_);
+  receiveLeave(group_);
+  receiveRecord(1, group2_, {source_});
+  takeSent();
+  watch(status_, "status");
+  watch(status_->group(group_), "group");
+  Recorder<QuerierGroupStatus> second(status_->group(group2_), "group2", journal_);
+  journal_.clear();
+  querier_->end();
+  runFor(1000.0);
+  EXPECT_EQ(querier_->groupSm().size(), 2u);
+  querier_->groupSmDel(group_);
+  querier_->groupSmDel(group2_);
+  EXPECT_EQ(querier_->groupSm().size(), 0u);
+  release();
+  EXPECT_THAT(journal_, IsEmpty());
+  EXPECT_THAT(takeSent(), IsEmpty());
+  EXPECT_EQ(status_->group().size(), 2u);
+}
+
 TEST_F(QuerierSmRelease, MayHappenWhileGroupsAreRebuilt) {
   setup_.debugYieldAfterOne = true;
   const auto prepare = [&] {

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -44,8 +45,9 @@ using Agent::LinkTable;
 
 namespace {
 
-// A service manager waits for the end, and after it for the output.
-constexpr Mox::Seconds finalStateDuration = 0.2;
+// A service manager waits for the end: from the signal on, for the state, the output and the ports
+// together. The kernel has the rest of the second.
+constexpr Mox::Seconds endDuration = 0.6;
 
 Mox::U64 randomNumber() {
   Mox::U64 number = 0;
@@ -91,7 +93,7 @@ class RunVerb final : public Verb {
       events.ofASecondIs(config.settings.agent.eventRate);
       traceFolderIs(config);
     };
-    std::optional<AgentLoop> loop;
+    std::unique_ptr<AgentLoop> loop;
     std::optional<Agent::StateParts> state;
     const auto begin = [&] {
       state.emplace(loop->views(), Mox::now(), json_ ? Agent::Format::json : Agent::Format::text);
@@ -101,17 +103,19 @@ class RunVerb final : public Verb {
       if (!state) begin();
       return writePart(output, state);
     };
-    loop.emplace(setup, events);
-    loop->run();
+    loop = std::make_unique<AgentLoop>(setup, events);
+    const Mox::Seconds end = loop->run() + endDuration;
     events.finish();
     begin();
-    const Mox::Seconds end = Mox::now() + finalStateDuration;
     while (writePart(output, state)) {
-      output.flush();
+      output.finish(end);
       if (Mox::now() < end) continue;
       output.event(notice("there are more groups than can be shown before the end"));
       break;
     }
+    output.finish(end);
+    // A million groups take longer to delete than the second that the end may take.
+    [[maybe_unused]] static const AgentLoop* const leftToTheKernel = loop.release();
     return exitOk;
   }
 

@@ -46,6 +46,21 @@ class ManyInterfacesTest(LabTestCase):
         print(f"show interfaces: {time.monotonic() - begin:.2f} s", file=sys.stderr)
         self.assertEqual(INTERFACES, len(json.loads(done.stdout)))
 
+    def test_it_ends_soon_while_it_opens_its_ports_and_after_that(self):
+        for interface in (self.names[len(self.names) // 20], self.names[-1]):
+            querier = Querier(self.router, *NO_DELAY, verb=("run", *self.names))
+            querier.expect("interfaceUp", interface=interface, timeout=150)
+            begin = time.monotonic()
+            self.assertEqual(0, querier.stop())
+            took = time.monotonic() - begin
+            print(f"end after {interface}: {took:.2f} s", file=sys.stderr)
+            # One port after the other would take the kernel 20 s.
+            self.assertLess(took, 5)
+            self.assertEqual([], querier.errors)
+            opened = len(querier.seen("interfaceUp"))
+            self.assertEqual(interface == self.names[-1], opened == INTERFACES)
+            self.assertEqual("state", querier.events[-1]["event"])
+
     def test_an_answer_that_changes_interrupt_hides_no_interface(self):
         # Each change of an interface interrupts the answer in which the kernel lists them.
         changing = self.lab.spawn(

@@ -48,13 +48,15 @@ class StuckOutputTest(LabTestCase):
                 failed = error
         raise failed
 
-    def assert_serves_and_ends(self):
+    def assert_serves(self):
         self.join_many()
         sent = self.counters("v2QueriesSent")
         wait_until(lambda: self.counters("v2QueriesSent") > sent + 2, 60, "three more queries")
         wait_until(lambda: self.shown("groups") == [], 60, "the groups to end")
-        self.agent.terminate()
-        self.assertEqual(0, self.agent.wait(10))
+
+    def assert_serves_and_ends(self):
+        self.assert_serves()
+        self.assert_ends()
 
     def test_a_pipe_that_nobody_reads(self):
         self.start()
@@ -65,6 +67,26 @@ class StuckOutputTest(LabTestCase):
         self.agent.stdout.readline()
         self.agent.stdout.close()
         self.assert_serves_and_ends()
+
+    def test_a_pager_that_is_not_read_on(self):
+        folder = pathlib.Path(self.lab.scratch.name)
+        paged, number, status = (folder / name for name in ("paged", "number", "status"))
+        paged.write_text(f"""#!/bin/sh
+            {{ sh -c 'echo $$ >{number}; exec "$@"' sh "$@"; echo $? >{status}; }} | less
+            """, encoding="ascii")
+        paged.chmod(0o755)
+        # The pager has a terminal of its own, and waits for a key.
+        self.start(wrapper=("sh", "-c", 'exec script -qec "$0 $*" /dev/null', paged),
+                   stdin=subprocess.PIPE, env={**os.environ, "TERM": "xterm", "LESS": ""})
+        screen = []
+        self.lab.read(self.agent.stdout, screen.append)
+        self.assert_serves()
+        self.assertIn('"event":"interfaceUp"', "".join(screen))
+        self.assertLess(sum(map(len, screen)), 100_000)
+        self.assertIsNone(self.agent.poll())
+        os.kill(int(number.read_text("ascii")), signal.SIGTERM)
+        wait_until(lambda: status.exists() and status.read_text("ascii"), 10, "its end")
+        self.assertEqual("0", status.read_text("ascii").strip())
 
     def test_a_full_disk(self):
         with open("/dev/full", "wb") as full:

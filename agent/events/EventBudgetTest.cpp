@@ -83,6 +83,13 @@ TEST_F(EventBudgetTest, hasABudgetForEachKind) {
   EXPECT_EQ(events_.taken().size(), 4u);
 }
 
+// They are no lines that wait.
+TEST_F(EventBudgetTest, isEmptyWhileEventsAreHeld) {
+  many(3);
+  EXPECT_FALSE(budget_.flush());
+  EXPECT_TRUE(budget_.isEmpty());
+}
+
 TEST_F(EventBudgetTest, ofZeroPassesAll) {
   EventBudget all(events_, 0);
   for (int i = 0; i < 1000; ++i) all.event(of(Event::groupLeft));

@@ -1,5 +1,8 @@
 #include <Events/EventOutput.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cmath>
 #include <utility>
 
 #include <Mox/ActivityClock.h>
@@ -8,19 +11,10 @@
 
 namespace Agent {
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// A service manager or an operator waits for the end.
-constexpr std::chrono::milliseconds exitPatience(700);
-
-}  // namespace
-
 EventOutput::EventOutput(int fd, Form form, std::size_t mostBytes)
     : file_(fd), form_(form), mostBytes_(mostBytes) {}
 
-EventOutput::~EventOutput() { finish(exitPatience); }
+EventOutput::~EventOutput() { EventOutput::flush(); }
 
 // A large batch may fill the queue while the file would take it.
 void EventOutput::event(const Event& event) {
@@ -85,11 +79,11 @@ void EventOutput::write() {
   }
 }
 
-void EventOutput::finish(std::chrono::milliseconds patience) {
-  const auto end = Clock::now() + patience;
+void EventOutput::finish(Mox::Seconds end) {
   while (!flush()) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
-    if (left.count() <= 0 || !file_.waitWritable(left)) return;
+    const Mox::Seconds left = std::max(end - Mox::now(), 0.0);
+    const std::chrono::milliseconds patience(std::lround(left * 1000));
+    if (patience.count() == 0 || !file_.waitWritable(patience)) return;
     const std::size_t before = waiting();
     write();
     if (waiting() == before) return;  // writable, but it fails

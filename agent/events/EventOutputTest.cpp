@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <AgentTestSupport/TestAddresses.h>
+#include <Mox/ActivityClock.h>
 
 namespace Agent {
 namespace {
@@ -103,6 +104,17 @@ TEST_F(EventOutputTest, neverHoldsMoreThanItsBound) {
   EXPECT_LE(text.rfind('\n', text.find("events were lost")), 1000u);
 }
 
+TEST_F(EventOutputTest, isEmptyOnceTheFileHasTakenAllLines) {
+  EventOutput output(write_.fd(), EventOutput::text);
+  EXPECT_TRUE(output.isEmpty());
+  output.lines(std::string(2 * pageBytes_, 'x'));
+  output.flush();
+  EXPECT_FALSE(output.isEmpty());
+  written();
+  output.flush();
+  EXPECT_TRUE(output.isEmpty());
+}
+
 TEST_F(EventOutputTest, losesNothingThatTheFileTakes) {
   Descriptor file(::open(testing::TempDir().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   ASSERT_TRUE(file.isOpen());
@@ -133,7 +145,7 @@ TEST_F(EventOutputTest, finishesAsLongAsTheFileTakesBytes) {
     pollfd wait{.fd = read_.fd(), .events = POLLIN, .revents = 0};
     while (read < 100 * pageBytes_ && poll(&wait, 1, -1) > 0) read += written().size();
   });
-  output.finish(std::chrono::seconds(20));
+  output.finish(Mox::now() + 20.0);
   reader.join();
   EXPECT_EQ(read, 100 * pageBytes_);
 }
@@ -142,14 +154,14 @@ TEST_F(EventOutputTest, doesNotFinishOnAFullDisk) {
   const Descriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
   EventOutput output(full.fd(), EventOutput::text);
   output.event(left());
-  output.finish(std::chrono::milliseconds(1));
+  output.finish(Mox::now() + 0.001);
   EXPECT_FALSE(output.flush());
 }
 
 TEST_F(EventOutputTest, doesNotFinishWhenTheFileTakesNothing) {
   EventOutput output(write_.fd(), EventOutput::text);
   output.lines(std::string(3 * pageBytes_, 'x'));
-  output.finish(std::chrono::milliseconds(1));
+  output.finish(Mox::now() + 0.001);
   EXPECT_EQ(written().size(), pageBytes_);
 }
 

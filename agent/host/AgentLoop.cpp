@@ -76,7 +76,6 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
       requests_(makeRequestServer(setup, sink)),
       links_(io_, wheel_,
              [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
-  for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGHUP}) signals_.add(number);
   waitForSignal();
   waitForPackets();
   copySettings(*configured_.values.process, *process_.config);
@@ -86,14 +85,18 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     InterfaceQuerier& querier = *queriers_.back();
     queriersByName_.emplace(name, &querier);
     publish(querier);
-    if (links_.isWhole()) querier.linkIs(links_.links().find(name));
   }
+  if (links_.isWhole()) starting_.assign(configured_.names.begin(), configured_.names.end());
   publishProcess();
-  reportChanges();
 }
 
 AgentLoop::Impl::~Impl() {
   if (packets_.is_open()) packets_.release();
+}
+
+AgentLoop::Impl::Signals::Signals(boost::asio::io_context& io)
+    : boost::asio::signal_set(io, SIGINT, SIGTERM, SIGUSR1) {
+  add(SIGHUP);
 }
 
 // Rings that are opened later share what is for as many as there are then.
@@ -205,17 +208,49 @@ void AgentLoop::Impl::unpublish(const std::string& interface) {
 // Each round handles one batch, one client or one change of interfaces; clients that follow the
 // traces get theirs then. Packets do not wait for more than one client: many that want something at
 // once would keep the loop from the rings until these overflow.
-void AgentLoop::Impl::run() {
-  flushOutput();
-  alarm_.timeIs(wheel_->nextDue());
-  while (io_.run_one() != 0) {
+Mox::Seconds AgentLoop::Impl::run() {
+  do {
+    startNext();
     if (requests_) requests_->followUp();
     if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
     deleteEmptied();
-    reportState();
     flushOutput();
-    alarm_.timeIs(wheel_->nextDue());
+    reportState();
+  } while (handleNext());
+  closePorts();
+  requests_.reset();
+  attrLog_.reset();
+  return endSignalled_;
+}
+
+// Waits for something to be handled. False after a signal to end.
+bool AgentLoop::Impl::handleNext() {
+  if (io_.poll_one() == 0 && !io_.stopped()) {
+    alarm_.timeIs(wheel_->nextWake());
+    state_->sleepBegins();
+    io_.run_one();
   }
+  return !io_.stopped();
+}
+
+// One in a round of the loop: the kernel takes its time to open a port, and neither a signal nor
+// packets on those that are open wait for all.
+void AgentLoop::Impl::startNext() {
+  if (starting_.empty()) return;
+  const std::string name = std::move(starting_.front());
+  starting_.pop_front();
+  boost::asio::post(io_, [] {});  // the loop comes back at once
+  const auto found = queriersByName_.find(name);
+  if (found == queriersByName_.end()) return;  // the configuration has changed since
+  found->second->linkIs(links_.links().find(name));
+  state_->gapDel();
+  reportChanges();
+}
+
+// All at once, which takes the kernel hardly longer than one.
+void AgentLoop::Impl::closePorts() {
+  for (const auto& querier : queriers_) querier->closePort();
+  for (const auto& querier : leaving_) querier->closePort();
 }
 
 std::vector<InterfaceView> AgentLoop::Impl::views() const {
@@ -257,6 +292,7 @@ void AgentLoop::Impl::waitForPackets() {
 }
 
 void AgentLoop::Impl::handleSignal(int number) {
+  endSignalled_ = Mox::now();
   handleBatch();
   if (number == SIGUSR1) {
     if (onStateRequested_) stateRequested_ = true;
@@ -271,11 +307,12 @@ void AgentLoop::Impl::handleSignal(int number) {
 
 void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
-  rebuildAfterGap();
+  seeGap();
+  rebuildNext();
   state_->ringsReadBegins();
   rings_.readReady(batchDuration());
   state_->ringsReadEnds();
-  turnWheel();
+  if (rebuilding_.empty()) turnWheel();
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
   reportChanges();
@@ -296,11 +333,26 @@ void AgentLoop::Impl::turnWheel() {
 
 // A loop that was stopped comes back late to a timer. One that has much to do is late, too, but has
 // just handled a batch. While the machine was suspended, the timers stood still.
-void AgentLoop::Impl::rebuildAfterGap() {
-  const Mox::Seconds late = Mox::now() - std::max(wheel_->nextDue(), lastBatchEnd_);
-  const Mox::Seconds gap = std::max(late, 0.0) + suspended_.sinceLastCall();
+void AgentLoop::Impl::seeGap() {
+  const auto late = [&](Mox::Seconds due) { return Mox::now() - std::max(due, lastBatchEnd_); };
+  const Mox::Seconds suspended = suspended_.sinceLastCall();
+  if (suspended <= leastGap && late(wheel_->nextDue()) <= leastGap) return;  // costs less
+  const Mox::Seconds gap = std::max(late(wheel_->nextWake()), 0.0) + suspended;
   if (gap <= leastGap) return;
-  for (const auto& querier : queriers_) querier->rebuildAfterGap(gap);
+  gap_ = gap;
+  rebuilding_.assign(configured_.names.begin(), configured_.names.end());
+}
+
+// Some of them. Until all are done no timer counts as silence: the wheel stands still.
+void AgentLoop::Impl::rebuildNext() {
+  if (rebuilding_.empty()) return;
+  const Mox::Seconds end = Mox::now() + turnQuantum;
+  do {
+    const auto found = queriersByName_.find(rebuilding_.front());
+    if (found != queriersByName_.end()) found->second->rebuildAfterGap(gap_);
+    rebuilding_.pop_front();
+  } while (!rebuilding_.empty() && Mox::now() < end);
+  boost::asio::post(io_, [this] { handleBatch(); });
 }
 
 void AgentLoop::Impl::trimMemory() {
@@ -314,13 +366,14 @@ void AgentLoop::Impl::trimMemory() {
 void AgentLoop::Impl::reportChanges() {
   pending_.flush();
   trimMemory();
-  alarm_.timeIs(wheel_->nextDue());
 }
 
-// A part at a time, when the output has taken the one before.
+// A part at a time, when the output has taken the one before. The events that come after it wait
+// for one part at most.
 void AgentLoop::Impl::reportState() {
-  if (!stateRequested_ || outputTimer_.timeMin() != Mox::never) return;
+  if (!stateRequested_ || !services_.sink.isEmpty()) return;
   stateRequested_ = onStateRequested_();
+  flushOutput();
   if (stateRequested_) boost::asio::post(io_, [] {});  // the loop comes back at once
 }
 
@@ -333,7 +386,7 @@ AgentLoop::AgentLoop(const Setup& setup, EventSink& sink)
 
 AgentLoop::~AgentLoop() = default;
 
-void AgentLoop::run() { impl_->run(); }
+Mox::Seconds AgentLoop::run() { return impl_->run(); }
 
 std::vector<InterfaceView> AgentLoop::views() const { return impl_->views(); }
 

@@ -155,10 +155,10 @@ void AgentLoop::Impl::removeQueriers(const ConfigPlan& plan) {
   }
 }
 
-// One in a round of the loop, so that packets do not wait for all of their ports to be closed.
+// One in a round of the loop: packets do not wait for all of them.
 void AgentLoop::Impl::deleteEmptied() {
-  const auto isEmpty = [](const auto& querier) { return querier->status()->group().empty(); };
-  const auto first = std::ranges::find_if(leaving_, isEmpty);
+  const auto first =
+      std::ranges::find_if(leaving_, [](const auto& querier) { return querier->hasEnded(); });
   if (first == leaving_.end()) return;
   leaving_.erase(first);
   if (!leaving_.empty()) boost::asio::post(io_, [] {});  // the loop comes back at once

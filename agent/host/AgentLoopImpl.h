@@ -2,6 +2,7 @@
 // the configuration again in AgentLoopConfig.cpp.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -40,11 +41,18 @@ class AgentLoop::Impl {
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
-  void run();
+  Mox::Seconds run();
   std::vector<InterfaceView> views() const;
 
  private:
   struct NewSockets;
+
+  // From the first moment on: a signal that is not watched ends the process at once, with files
+  // left behind.
+  class Signals : public boost::asio::signal_set {
+   public:
+    explicit Signals(boost::asio::io_context& io);
+  };
 
   std::unique_ptr<AttrLogServer> makeAttrLogServer(const Setup& setup, EventSink& sink);
   std::unique_ptr<RequestServer> makeRequestServer(const Setup& setup, EventSink& sink);
@@ -76,6 +84,9 @@ class AgentLoop::Impl {
   SettingEntities entitiesOf(const std::string& interface) const;
   std::optional<std::vector<ShownSetting>> shownSettings(const std::string& interface) const;
   void handleLink(const std::string& name, const Link* link);
+  bool handleNext();
+  void startNext();
+  void closePorts();
   void handleSignal(int number);
   void waitForSignal();
   void waitForPackets();
@@ -84,7 +95,8 @@ class AgentLoop::Impl {
   void handleBatch();
   Mox::Seconds batchDuration() const;
   void turnWheel();
-  void rebuildAfterGap();
+  void seeGap();
+  void rebuildNext();
   void reportChanges();
   // Lets the heap give memory back when most of the objects have gone: it does so by itself only
   // for what lies at its end.
@@ -95,7 +107,7 @@ class AgentLoop::Impl {
   void flushOutput();
 
   boost::asio::io_context io_{1};
-  boost::asio::signal_set signals_{io_};
+  Signals signals_{io_};
   const Mox::Ptr<Obel::TimerWheel> wheel_;
   WheelAlarm alarm_{io_, [this] { handleBatch(); }};
   Obel::TimerReactor<Impl, &Impl::flushOutput> outputTimer_{wheel_, *this};
@@ -112,17 +124,21 @@ class AgentLoop::Impl {
   size_t interfaceCount_;
   IntakeProcess process_;
   ReceivedBatch batch_;
-  const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
+  std::unique_ptr<AttrLogServer> attrLog_;  // null for none, and at the end
   InterfaceQuerier::Services services_;
   Queriers queriers_;  // in the order of the configuration
   Queriers leaving_;   // no longer in it: their groups end in steps
   std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
-  const std::unique_ptr<RequestServer> requests_;  // null for none
+  std::deque<std::string> starting_;         // queriers that have not been given their link yet
+  std::unique_ptr<RequestServer> requests_;  // null for none, and at the end
   LinkMonitor links_;
   const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
+  std::deque<std::string> rebuilding_;  // queriers that have not been rebuilt after the last gap
+  Mox::Seconds gap_ = 0.0;              // how long that was
   bool inBatch_ = false;
   bool stateRequested_ = false;
-  size_t mostCells_ = 0;  // bytes of objects, since memory was given back
+  Mox::Seconds endSignalled_ = 0.0;  // when the last signal was handled
+  size_t mostCells_ = 0;             // bytes of objects, since memory was given back
   Mox::Seconds lastBatchEnd_ = Mox::now();
   SuspendedTime suspended_;
 };

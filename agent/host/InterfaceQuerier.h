@@ -84,9 +84,12 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // Returns how many groups there were.
   size_t clearGroups(std::optional<Ilvo::IpAddr> only);
 
-  // Stops, and ends all groups in the same way. The host deletes it once they have ended, and not
-  // many at once: the kernel takes its time to close a port.
+  // Stops, and ends all groups in the same way. The host deletes it once hasEnded().
   void end();
+  bool hasEnded() const { return status_->group().empty() && retired_.empty(); }
+
+  // For a host that ends and turns the wheel no more: the state stays as it is.
+  void closePort() { portIs(nullptr); }
 
   // Null while the interface cannot carry it.
   const Mox::Ptr<Gmp::Igmp::QuerierSm>& querier() const { return querier_; }
@@ -119,6 +122,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   // False when another attempt may succeed.
   bool send(const Gmp::Igmp::PublishedQuery& query);
   void resendLater(Unsent unsent);
+  void dropUnsent();
   void takeCounts();
   void reportCounts();
   void rxPacket(const RxPacket& packet) override;
@@ -130,6 +134,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void handInLater(bool isRoomLeft);
   void deferredLost(Mox::U64 packets);
   void handleClearTimer();
+  void handleRetireTimer();
   void onIntakeEvent(const IntakeEvent& event) override;
   void portFailed(const std::string& why) override;
   void report(Event::Kind kind, std::string text = {});
@@ -151,6 +156,9 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
+  // Queriers that have ended and whose groups are still to be deleted, and how far the first one is.
+  std::deque<Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm>> retired_;
+  Mox::U64 retireBookmark_ = 0;
   std::deque<Ilvo::IpAddr> clearing_;   // groups that are still to be ended
   bool isEnding_ = false;               // its interface is no longer configured
   std::vector<Ilvo::IpAddr> sentFrom_;  // the addresses of the queries sent through the port
@@ -164,6 +172,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleResendTimer> resendTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleDeferredTimer> deferredTimer_;
   Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleClearTimer> clearTimer_;
+  Obel::TimerReactor<InterfaceQuerier, &InterfaceQuerier::handleRetireTimer> retireTimer_;
 };
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// The end of groups on request.
+// The end of many groups, in steps: on request, and of those of a querier that has ended.
 #include "InterfaceQuerier.h"
 
 #include <Mox/ActivityClock.h>
@@ -6,6 +6,14 @@
 namespace Agent {
 
 using Ilvo::IpAddr;
+
+namespace {
+
+// Of a step, in sources that end.
+constexpr size_t groupCost = 8;
+constexpr size_t mostCost = 8192;
+
+}  // namespace
 
 // While no querier runs, or it has not taken it over yet, a group is in the status alone.
 size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
@@ -27,8 +35,6 @@ size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
 
 // Packets and timers have their turn before the next step.
 void InterfaceQuerier::handleClearTimer() {
-  constexpr size_t groupCost = 8;  // in sources that end
-  constexpr size_t mostCost = 8192;
   for (size_t cost = 0; cost < mostCost && !clearing_.empty(); clearing_.pop_front()) {
     const IpAddr group = clearing_.front();
     if (const auto status = status_->group(group)) cost += groupCost + status->source().size();
@@ -40,6 +46,29 @@ void InterfaceQuerier::handleClearTimer() {
     status_->groupDel(group);
   }
   clearTimer_.timeMinIs(clearing_.empty() ? Mox::never : Mox::now());
+}
+
+// Where the groups of a part cost too much for one step, the next one begins with the same part.
+void InterfaceQuerier::handleRetireTimer() {
+  Gmp::Igmp::QuerierSm& querier = *retired_.front();
+  std::vector<IpAddr> part;
+  Mox::U64 next = querier.groupSm().walk(retireBookmark_, mostCost / groupCost,
+                                         [&](IpAddr group, const auto&) { part.push_back(group); });
+  size_t cost = 0;
+  for (const IpAddr group : part) {
+    if (cost >= mostCost) {
+      next = retireBookmark_;
+      break;
+    }
+    cost += groupCost + querier.groupSm(group)->source().size();
+    querier.groupSmDel(group);
+  }
+  retireBookmark_ = next;
+  if (querier.groupSm().empty()) {
+    retired_.pop_front();
+    retireBookmark_ = 0;
+  }
+  retireTimer_.timeMinIs(retired_.empty() ? Mox::never : Mox::now());
 }
 
 void InterfaceQuerier::end() {

@@ -188,6 +188,18 @@ TEST_F(QueryFailureTest, isForgottenWhenTheInterfaceGoesDown) {
   EXPECT_EQ(state().sendFailures(), failures);
 }
 
+TEST_F(QueryFailureTest, isCountedAsALostQueryWhenItsAddressIsNoLongerThere) {
+  leaveFailing(std::errc::no_buffer_space);
+  up(lowerAddr);
+  EXPECT_EQ(state().queriesLost(), 1u);
+}
+
+TEST_F(QueryFailureTest, isCountedAsALostQueryWhenTheInterfaceGoesDown) {
+  leaveFailing(std::errc::no_buffer_space);
+  down();
+  EXPECT_EQ(state().queriesLost(), 1u);
+}
+
 TEST_F(InterfaceQuerierTest, reportsPacketsThatWereLost) {
   up();
   events_.taken();

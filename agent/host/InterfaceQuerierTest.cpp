@@ -284,46 +284,6 @@ TEST_F(InterfaceQuerierTest, knowsNoQuerierAfterALostElectionWhileSendingIsOff) 
   EXPECT_EQ(state().electedTime(), 0.0);
 }
 
-// A process that was stopped finds timers due whose answers it could not receive.
-TEST_F(InterfaceQuerierTest, endsNoGroupAfterAGapInWhichNothingWasHandled) {
-  up();
-  join();
-  advance(10.0);
-  sent();
-  Mox::virtualTimeIs(Mox::now() + 1000.0);
-  querier().rebuildAfterGap(Mox::now() - wheel_->nextDue());
-  turn();
-  EXPECT_NE(status().group(group), nullptr);
-  EXPECT_EQ(sent().size(), 1u);
-  advance(259.0);
-  EXPECT_NE(status().group(group), nullptr);
-  advance(2.0);
-  EXPECT_EQ(status().group(group), nullptr);
-}
-
-TEST_F(InterfaceQuerierTest, staysAsItIsAfterAGapInWhichHostsCouldStillAnswer) {
-  up();
-  const auto before = querier().querier();
-  querier().rebuildAfterGap(7.5);
-  EXPECT_EQ(querier().querier(), before);
-  querier().rebuildAfterGap(7.6);
-  EXPECT_NE(querier().querier(), before);
-}
-
-// Whenever the gap begins, a timer is so late at its end that it is seen.
-TEST_F(InterfaceQuerierTest, seesEveryGapLongerThanTheResponseInterval) {
-  up();
-  advance(100.0);
-  for (int begin = 0; begin < 50; ++begin) {
-    advance(0.1);
-    const auto before = querier().querier();
-    Mox::virtualTimeIs(Mox::now() + 10.1);
-    querier().rebuildAfterGap(Mox::now() - wheel_->nextDue());
-    EXPECT_NE(querier().querier(), before) << begin;
-    turn();
-  }
-}
-
 // While retransmissions of a lost election are pending, the role is only kept to finish them.
 TEST_F(InterfaceQuerierTest, doesNotTakeTheRoleBackByANewAddressDuringAHandOver) {
   up();

@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+#include <Mox/ActivityClock.h>
+
 namespace Agent {
 
 namespace {
@@ -14,13 +16,23 @@ Mox::Seconds processorTime() {
 
 }  // namespace
 
-void LoopState::ringsReadBegins() {
-  longestGap_ = std::max(longestGap_, processorTime() - readEnd_);
-}
+void LoopState::ringsReadBegins() { gapEnds(); }
 
 void LoopState::ringsReadEnds() {
   ++batches_;
-  readEnd_ = processorTime();
+  hasSlept_ = false;
+  gapBegin_ = Mox::now();
+}
+
+void LoopState::sleepBegins() {
+  gapEnds();
+  hasSlept_ = true;
+  gapBegin_ = batches_ == 0 ? Mox::never : processorTime();
+}
+
+void LoopState::gapEnds() {
+  const Mox::Seconds now = hasSlept_ ? processorTime() : Mox::now();
+  longestGap_ = std::max(longestGap_, now - gapBegin_);
 }
 
 }  // namespace Agent

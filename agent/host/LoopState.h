@@ -1,11 +1,17 @@
 // What the event loop does, for operators: `igmpq get loop`.
 //
-// A gap is what the loop does between two looks at the rings. It is measured in time of the
-// processor, so that sleep does not count, nor what other programs take.
+// A gap is the time between two moments at which the loop can take packets from the rings: from
+// the end of one reading of them to the begin of the next, or until the loop sleeps since there is
+// nothing to do. It is wall-clock time, so system calls that wait and other programs on this
+// processor count. What comes between a sleep and the next reading counts with its time of the
+// processor alone, as the loop does not know when it woke. The opening of ports at the start is
+// left out.
 //
 //   state->ringsReadBegins();
 //   rings.readReady();
 //   state->ringsReadEnds();
+//   ...
+//   state->sleepBegins();
 #pragma once
 
 #include <algorithm>
@@ -25,14 +31,21 @@ class LoopState final : public Mox::ObjectOf<LoopState> {
 
   void ringsReadBegins();
   void ringsReadEnds();
+  void sleepBegins();
+  // What the loop does now is no gap: it opens its ports at the start.
+  void gapDel() { gapBegin_ = Mox::never; }
 
  private:
   using Self = LoopState;
 
+  void gapEnds();
+
   Mox::U64 batches_ = 0;
   Mox::Seconds longestGap_ = 0.0;
-  // On the clock of this thread's processor time. What comes before the first read is no gap.
-  Mox::Seconds readEnd_ = Mox::never;
+  bool hasSlept_ = false;
+  // Since when the gap lasts: on the activity clock, or on that of this thread's processor time
+  // where the loop has slept.
+  Mox::Seconds gapBegin_ = Mox::never;
 
  public:
   static constexpr auto attributes = Mox::attrTableFrom<130>(

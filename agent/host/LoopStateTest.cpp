@@ -2,39 +2,76 @@
 
 #include <gtest/gtest.h>
 
+#include <Mox/ActivityClock.h>
+
 namespace Agent {
 namespace {
 
-// Until the clock of the processor time has moved.
-void work(const LoopState& state) {
-  const auto probe = Mox::makePtr<LoopState>();
-  probe->ringsReadEnds();
-  while (probe->longestGap() <= state.longestGap()) probe->ringsReadBegins();
-}
+class LoopStateTest : public testing::Test {
+ protected:
+  LoopStateTest() { Mox::virtualTimeIs(1000.0); }
+  ~LoopStateTest() override { Mox::realTimeIs(); }
 
-TEST(LoopState, gapIsTheLongestBetweenTwoReadsOfTheRings) {
-  const auto state = Mox::makePtr<LoopState>();
-  work(*state);
-  state->ringsReadBegins();
-  EXPECT_EQ(state->longestGap(), 0.0);
-  state->ringsReadEnds();
-  work(*state);
-  state->ringsReadBegins();
-  const Mox::Seconds first = state->longestGap();
-  EXPECT_GT(first, 0.0);
-  state->ringsReadEnds();
-  work(*state);
-  state->ringsReadBegins();
-  EXPECT_GT(state->longestGap(), first);
-}
-
-TEST(LoopState, batchesAreCounted) {
-  const auto state = Mox::makePtr<LoopState>();
-  for (int batch = 0; batch < 3; ++batch) {
-    state->ringsReadBegins();
-    state->ringsReadEnds();
+  void pass(Mox::Seconds time) { Mox::virtualTimeIs(Mox::now() + time); }
+  void readRings(Mox::Seconds time = 0.0) {
+    state_->ringsReadBegins();
+    pass(time);
+    state_->ringsReadEnds();
   }
-  EXPECT_EQ(state->batches(), 3u);
+
+  const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
+};
+
+TEST_F(LoopStateTest, gapIsTheLongestBetweenTwoReadingsOfTheRings) {
+  pass(5.0);
+  readRings();
+  EXPECT_EQ(state_->longestGap(), 0.0) << "before the first";
+  pass(1.0);
+  readRings();
+  pass(2.0);
+  readRings();
+  pass(0.5);
+  readRings();
+  EXPECT_DOUBLE_EQ(state_->longestGap(), 2.0);
+}
+
+TEST_F(LoopStateTest, readingIsNoGap) {
+  readRings(3.0);
+  readRings(3.0);
+  EXPECT_EQ(state_->longestGap(), 0.0);
+}
+
+TEST_F(LoopStateTest, gapEndsWhereTheLoopSleeps) {
+  readRings();
+  pass(1.0);
+  state_->sleepBegins();
+  EXPECT_DOUBLE_EQ(state_->longestGap(), 1.0);
+  pass(100.0);
+  readRings();
+  EXPECT_DOUBLE_EQ(state_->longestGap(), 1.0);
+  pass(2.0);
+  readRings();
+  EXPECT_DOUBLE_EQ(state_->longestGap(), 2.0);
+}
+
+// The virtual time stands still, so it is the time of the processor that counts.
+TEST_F(LoopStateTest, workAfterASleepIsAGap) {
+  readRings();
+  state_->sleepBegins();
+  while (state_->longestGap() == 0.0) state_->ringsReadBegins();
+}
+
+TEST_F(LoopStateTest, openingOfPortsAtTheStartIsNoGap) {
+  readRings();
+  pass(1.0);
+  state_->gapDel();
+  readRings();
+  EXPECT_EQ(state_->longestGap(), 0.0);
+}
+
+TEST_F(LoopStateTest, batchesAreCounted) {
+  for (int batch = 0; batch < 3; ++batch) readRings();
+  EXPECT_EQ(state_->batches(), 3u);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 // Wakes the event loop when the next timer of the wheel is due.
 //
 //   WheelAlarm alarm(io, [this] { turn(); });
-//   alarm.timeIs(wheel->nextDue());  // after each turn
+//   alarm.timeIs(wheel->nextWake());  // before it sleeps
 #pragma once
 
 #include <functional>

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include <arpa/inet.h>
 #include <linux/if_ether.h>
@@ -14,6 +15,7 @@
 #include <sys/socket.h>
 
 #include "IgmpFilter.h"
+#include "SocketCloser.h"
 
 namespace Agent {
 
@@ -51,7 +53,11 @@ FrameRing::FrameRing(const Link& link, const RingSize& size)
   }
 }
 
-FrameRing::~FrameRing() { munmap(memory_.data(), memory_.size()); }
+// Its memory is in use until the socket is closed.
+FrameRing::~FrameRing() {
+  munmap(memory_.data(), memory_.size());
+  SocketCloser::ofProcess().close(std::move(socket_));
+}
 
 void FrameRing::map(const Link& link, const RingSize& size) {
   constexpr int version = TPACKET_V3;

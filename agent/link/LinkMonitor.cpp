@@ -18,6 +18,7 @@ namespace Agent {
 namespace {
 
 constexpr Mox::Seconds resyncInterval = 1.0;
+constexpr int mostAttempts = 10;  // until that passes
 
 // As large as the kernel makes a datagram of a dump.
 struct alignas(nlmsghdr) Buffer {
@@ -85,8 +86,7 @@ DumpEnd dump(mnl_socket* socket, LinkTable& table, Mox::U16 type, Request reques
 // A change during a dump may make it miss something, so it is repeated, but not for ever: there may
 // be a machine that never rests.
 std::optional<LinkTable> wholeLinks(const LinkDump& dump) {
-  constexpr int attempts = 10;
-  for (int i = 0; i < attempts; ++i) {
+  for (int i = 0; i < mostAttempts; ++i) {
     if (std::optional<LinkTable> table = dump()) return table;
   }
   return {};
@@ -158,24 +158,27 @@ bool LinkMonitor::readAll(LinkTable::Former& former) {
   }
 }
 
-// An answer that may lack a link is not used: its querier would be ended.
+// An answer that may lack a link is not used: its querier would be ended. The attempts that follow
+// one that was interrupted are each a timer of their own, since each keeps the host from its work.
 void LinkMonitor::resynchronise() {
-  if (notifying_) {  // of links of the table that is there
-    resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
-    return;
-  }
+  resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
+  if (notifying_) return;  // of links of the table that is there
   try {
-    if (std::optional<LinkTable> table = wholeLinks(dump_)) {
+    if (std::optional<LinkTable> table = dump_()) {
+      resyncTimer_.timeMinIs(Mox::never);
+      attempts_ = 0;
       const LinkTable::Former former = formerOf(table_, *table);
       table_ = *std::move(table);
       isWhole_ = true;
       notify(former);
-      return;
+    } else if (++attempts_ < mostAttempts) {
+      resyncTimer_.timeMinIs(Mox::now());
+    } else {
+      attempts_ = 0;
     }
   } catch (const std::system_error&) {
     // No descriptor or no memory now: the table stays as it is until the next attempt.
   }
-  resyncTimer_.timeMinIs(Mox::now() + resyncInterval);
 }
 
 void LinkMonitor::notify(const LinkTable::Former& former) {

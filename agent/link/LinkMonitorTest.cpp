@@ -98,6 +98,26 @@ TEST_F(LinkMonitorTest, beginsWithoutLinksWhenTheAnswerIsNotWholeAndAsksAgain) {
   EXPECT_THAT(changes(), UnorderedElementsAre("up eth0", "up peer0", "down lo"));
 }
 
+// Packets and timers have their turn in between.
+TEST_F(LinkMonitorTest, asksOnceInATurnUntilItWaitsForASecond) {
+  int dumps = 0;
+  begin([&]() -> std::optional<LinkTable> {
+    ++dumps;
+    return std::nullopt;
+  });
+  dumps = 0;
+  Mox::virtualTimeIs(1001.0);
+  for (int turn = 1; turn <= 10; ++turn) {
+    wheel_->turn(1001.0);
+    EXPECT_EQ(dumps, turn);
+  }
+  wheel_->turn(1001.5);
+  EXPECT_EQ(dumps, 10);
+  Mox::virtualTimeIs(1002.0);
+  wheel_->turn(1002.0);
+  EXPECT_EQ(dumps, 11);
+}
+
 TEST_F(LinkMonitorTest, keepsItsLinksWhenALaterAnswerIsInterrupted) {
   bool isInterrupted = false;
   begin([&] { return isInterrupted ? std::nullopt : dumpedLinks(); });

@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <Local/Descriptor.h>
 #include "SocketFolder.h"
 
 namespace Agent {
@@ -41,14 +40,12 @@ std::string requestSocketPath(const std::string& attrLogPath) {
 // A folder that was there before is the operator's, and stays as it is, except the usual one. Where
 // it fails, the reason is found again when the socket is to be made.
 void socketFolderIs(const std::string& attrLogPath, uid_t user, gid_t group) {
-  const std::filesystem::path folder = socketFolder(attrLogPath);
   try {
-    if (!madeFolder(folder) && folder != socketFolder(rootPath)) return;
+    const SocketFolder folder = openedSocketFolder(attrLogPath);
+    if (!folder.isNew && socketFolderPath(attrLogPath) != socketFolderPath(rootPath)) return;
+    ::fchownat(folder.opened.fd(), "", user, group, AT_EMPTY_PATH);
   } catch (const std::runtime_error&) {
-    return;
   }
-  const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (opened.isOpen()) fchown(opened.fd(), user, group);
 }
 
 }  // namespace Agent

@@ -28,7 +28,7 @@ std::string nameIn(const std::string& path) { return std::filesystem::path(path)
 // Another user who can write to the folder could put a socket of their own in the place of this
 // one, and read and answer what the clients send.
 void checkFolder(const struct stat& status, const std::string& path) {
-  const std::filesystem::path folder = socketFolder(path);
+  const std::filesystem::path folder = socketFolderPath(path);
   if (status.st_uid != geteuid()) {
     throw std::runtime_error(fmt::format(
         "{} belongs to user {}, this agent runs as user {}; `chown {} {}`, or choose another path "
@@ -43,24 +43,18 @@ void checkFolder(const struct stat& status, const std::string& path) {
   }
 }
 
-Descriptor openedFolder(const std::string& path) {
-  const std::filesystem::path folder = socketFolder(path);
-  madeFolder(folder);
-  Descriptor opened(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!opened.isOpen() && errno == ENOTDIR) {
-    throw std::runtime_error(fmt::format(
-        "{} is a symbolic link; name the folder itself with --socket", folder.string()));
-  }
+Descriptor checkedFolder(const std::string& path) {
+  SocketFolder folder = openedSocketFolder(path);
   struct stat status {};
-  if (!opened.isOpen() || fstat(opened.fd(), &status) != 0) fail();
+  if (fstat(folder.opened.fd(), &status) != 0) fail();
   checkFolder(status, path);
-  return opened;
+  return std::move(folder.opened);
 }
 
 }  // namespace
 
 SocketFile::SocketFile(const std::string& path)
-    : path_(path), folder_(openedFolder(path)), lock_(lockedFile()) {
+    : path_(path), folder_(checkedFolder(path)), lock_(lockedFile()) {
   try {
     socket_ = servingSocket();
   } catch (...) {
@@ -99,8 +93,14 @@ Descriptor SocketFile::lockedFile() {
   }
 }
 
+// The folder that was opened, and no other that has taken its place since.
+std::string SocketFile::pathInFolder() const {
+  return fmt::format("/proc/self/fd/{}/{}", folder_.fd(), nameIn(path_));
+}
+
 Descriptor SocketFile::servingSocket() {
-  const sockaddr_un address = unixAddress(path_);
+  unixAddress(path_);  // clients use this path: it must not be too long for them
+  const sockaddr_un address = unixAddress(pathInFolder());
   removeStale();
   Descriptor socket = newUnixSocket();
   {
@@ -128,7 +128,7 @@ void SocketFile::removeStale() const {
     throw std::runtime_error(
         fmt::format("{} is not a socket; remove it, or choose another path with --socket", path_));
   }
-  const int error = connectError(newUnixSocket(), path_);
+  const int error = connectError(newUnixSocket(), pathInFolder());
   if (error != ECONNREFUSED) throw std::runtime_error(otherAgent);
   if (::unlinkat(folder_.fd(), name.c_str(), 0) != 0) fail();
 }

@@ -1,7 +1,8 @@
 // A Unix stream socket that accepts connections of every user at a path, while it exists.
 //
 // Its file appears with its final mode, 0666: the rights of a process come from its credentials,
-// not from the file. Nobody else may replace the file, so its folder belongs to this user alone.
+// not from the file. Nobody else may replace the file, so its folder belongs to this user alone,
+// and the folders above it to this user or root.
 // A lock beside it, PATH.lock, keeps other agents away; the file that a killed agent left is
 // replaced. Both are removed with this object, unless another file has taken their place.
 //
@@ -38,6 +39,7 @@ class SocketFile {
 
   Descriptor lockedFile();
   Descriptor servingSocket();
+  std::string pathInFolder() const;
   void removeStale() const;
   bool isThere(const Made& file) const;
   void remove(const Made& file) const;

@@ -1,12 +1,19 @@
-// The folder of a socket.
+// The folder of a socket, opened so that what was checked is what is used.
+//
+// Another user who could rename a folder above it, or put another one in its place, could put a
+// socket of their own in the place of the agent's. So each folder on the way, and each symbolic
+// link, must belong to root or to this user, and nobody else may write to a folder, unless its
+// sticky bit keeps them from renaming what belongs to others.
+//
+//   const SocketFolder folder = openedSocketFolder("/run/igmpq/attrlog.sock");
+//   ::openat(folder.opened.fd(), ...);
 #pragma once
 
-#include <filesystem>
-#include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include <sys/stat.h>
+
+#include <Local/Descriptor.h>
 
 namespace Agent {
 
@@ -22,18 +29,16 @@ class FileMask {
   const mode_t before_;
 };
 
-inline std::filesystem::path socketFolder(const std::string& path) {
-  const std::filesystem::path folder = std::filesystem::path(path).parent_path();
-  return folder.empty() ? std::filesystem::path(".") : folder;
-}
+struct SocketFolder {
+  Descriptor opened;  // for its path only (O_PATH)
+  bool isNew = false;
+};
 
-// With all folders above it, 0755. True when it was missing. Throws std::runtime_error.
-inline bool madeFolder(const std::filesystem::path& folder) {
-  const FileMask mask(S_IWGRP | S_IWOTH);
-  std::error_code failed;
-  const bool isNew = std::filesystem::create_directories(folder, failed);
-  if (failed) throw std::runtime_error(failed.message());
-  return isNew;
-}
+// The folder that this path names a socket in.
+std::string socketFolderPath(const std::string& path);
+
+// Creates it with all folders above it, 0755, where they are missing. The folder itself may be
+// anyone's, but no symbolic link. Throws std::runtime_error with the reason and a remedy.
+SocketFolder openedSocketFolder(const std::string& path);
 
 }  // namespace Agent

@@ -20,6 +20,7 @@ class StateInPartsTest : public testing::Test {
  protected:
   static constexpr Mox::Seconds now = 1000.0;
   static constexpr size_t rows = 10;
+  static constexpr StateParts::PartSize size{.rows = rows, .interfaces = 4};
 
   static InterfaceView viewOf(const char* name) {
     return {name, IpAddr(10, 0, 0, 1), Gmp::Igmp::querierStatusFactory()};
@@ -38,7 +39,7 @@ class StateInPartsTest : public testing::Test {
     return all;
   }
   std::vector<std::string> parts(Format format) const {
-    return partsOf(StateParts(views_, now, format, rows));
+    return partsOf(StateParts(views_, now, format, size));
   }
   // "eth0 239.0.0.1"
   static std::multiset<std::string> groupsIn(const std::vector<std::string>& lines) {
@@ -92,9 +93,52 @@ TEST_F(StateInPartsTest, columnsGoOnForPeople) {
   EXPECT_EQ(all, stateText(StatePart::everything, views_, now));
 }
 
+TEST_F(StateInPartsTest, manyInterfacesAreLinesOfTheirOwnForPrograms) {
+  for (const char* name : {"eth3", "eth4", "eth5", "eth6", "eth7", "eth8"}) {
+    views_.push_back(viewOf(name));
+  }
+  join(1, 0, 15);
+  join(8, 0, 3);
+  const std::vector<std::string> lines = parts(Format::json);
+  EXPECT_EQ(groupsIn(lines).size(), 18u);
+  std::vector<std::string> described;
+  for (const std::string& line : lines) {
+    const auto json = nlohmann::json::parse(line);
+    size_t ofLine = 0;
+    for (const auto& view : json["interfaces"]) {
+      if (!view.contains("counters")) continue;
+      described.push_back(view["interface"]);
+      ++ofLine;
+    }
+    EXPECT_LE(ofLine, 4u);
+  }
+  std::vector<std::string> names;
+  for (const InterfaceView& view : views_) names.push_back(view.name);
+  EXPECT_EQ(described, names);
+  EXPECT_TRUE(nlohmann::json::parse(lines[0]).contains("more"));
+  EXPECT_FALSE(nlohmann::json::parse(lines.back()).contains("more"));
+}
+
+// A table of counters for each few of them, as it has a column for each.
+TEST_F(StateInPartsTest, manyInterfacesAreSeveralPartsForPeople) {
+  for (const char* name : {"eth3", "eth4", "eth5", "eth6", "eth7", "eth8"}) {
+    views_.push_back(viewOf(name));
+  }
+  const std::vector<std::string> texts = parts(Format::text);
+  ASSERT_EQ(texts.size(), 5u);
+  std::string all;
+  for (const std::string& text : texts) all += text;
+  const std::string whole = stateText(StatePart::everything, views_, now);
+  const size_t interfacesEnd = whole.find("\nCOUNTER");
+  EXPECT_EQ(all.substr(0, interfacesEnd), whole.substr(0, interfacesEnd));
+  EXPECT_THAT(texts[2], HasSubstr("\nCOUNTER                   eth0  eth1  eth2  eth3\n"));
+  EXPECT_THAT(texts[3], HasSubstr("\nCOUNTER                   eth4  eth5  eth6  eth7\n"));
+  EXPECT_THAT(texts[4], HasSubstr("\nCOUNTER                   eth8\n"));
+}
+
 TEST_F(StateInPartsTest, groupsMayComeAndGoBetweenTwoParts) {
   join(0, 0, 40);
-  StateParts parts(views_, now, Format::json, rows);
+  StateParts parts(views_, now, Format::json, size);
   std::vector<std::string> lines{parts.next()};
   for (Mox::U32 at = 5; at < 15; ++at) status(views_[0]).groupDel(IpAddr(0xef000000u + at));
   join(0, 100, 5);

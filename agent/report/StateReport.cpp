@@ -21,7 +21,9 @@ std::string stateLine(const Table& table, Mox::Seconds now, bool first, bool las
 
 // Columns of one width throughout.
 std::string everythingText(InterfaceViews interfaces, Mox::Seconds now) {
-  StateParts parts({interfaces.begin(), interfaces.end()}, now, Format::text, GroupWindow::allRows);
+  constexpr size_t all = GroupWindow::allRows;
+  StateParts parts({interfaces.begin(), interfaces.end()}, now, Format::text,
+                   {.rows = all, .interfaces = all});
   return parts.next();
 }
 
@@ -76,12 +78,19 @@ std::string stateJson(StatePart part, InterfaceViews interfaces, Mox::Seconds no
 }
 
 StateParts::StateParts(std::vector<InterfaceView> interfaces, Mox::Seconds now, Format format,
-                       size_t rows)
-    : interfaces_(std::move(interfaces)), now_(now), format_(format), rows_(rows) {}
+                       PartSize size)
+    : interfaces_(std::move(interfaces)), now_(now), format_(format), size_(size) {}
 
 std::string StateParts::next() {
   if (ended_) return {};
   return format_ == Format::json ? nextJson() : nextText();
+}
+
+// The next of them; none after the last.
+InterfaceRange StateParts::rangeFrom(size_t& done) const {
+  const size_t first = done;
+  done += std::min(size_.interfaces, interfaces_.size() - done);
+  return {.first = first, .end = done};
 }
 
 // Tables of interfaces, groups and counters, with an empty line between them.
@@ -91,32 +100,41 @@ std::string StateParts::nextText() {
     return "no interfaces\n";
   }
   std::string text;
-  if (!std::exchange(begun_, true)) {
-    interfaceTable(interfaces_, now_).appendText(text);
+  if (described_ < interfaces_.size()) {
+    interfaceTable(interfaces_, now_, rangeFrom(described_)).appendText(text, interfaceWidths_);
+    if (described_ < interfaces_.size()) return text;
     text += '\n';
   }
-  GroupWindow window{.rows = rows_, .interface = interface_, .group = group_};
+  if (interface_ < interfaces_.size()) {
+    appendGroups(text);
+    if (interface_ < interfaces_.size()) return text;
+  }
+  text += '\n' + turnedText(counterTable(interfaces_, rangeFrom(counted_)));
+  ended_ = counted_ == interfaces_.size();
+  return text;
+}
+
+void StateParts::appendGroups(std::string& text) {
+  GroupWindow window{.rows = size_.rows, .interface = interface_, .group = group_};
   const Table groups = groupTable(interfaces_, now_, window);
+  interface_ = window.interface;
+  group_ = window.group;
   if (groups.rows() != 0) {
     groups.appendText(text, widths_);
   } else if (widths_.empty()) {
     text += "no groups\n";
   }
-  interface_ = window.interface;
-  group_ = window.group;
-  ended_ = interface_ == interfaces_.size();
-  if (ended_) text += '\n' + turnedText(counterTable(interfaces_));
-  return text;
 }
 
 std::string StateParts::nextJson() {
-  GroupWindow window{.rows = rows_, .interface = interface_, .group = group_};
+  GroupWindow window{.rows = size_.rows, .interface = interface_, .group = group_};
   const bool first = !std::exchange(begun_, true);
-  const Table table = first ? everythingTable(interfaces_, now_, window)
-                            : moreGroupsTable(interfaces_, now_, window);
+  const bool describes = first || described_ < interfaces_.size();
+  const Table table = describes ? everythingTable(interfaces_, now_, window, rangeFrom(described_))
+                                : moreGroupsTable(interfaces_, now_, window);
   interface_ = window.interface;
   group_ = window.group;
-  ended_ = interface_ == interfaces_.size();
+  ended_ = described_ == interfaces_.size() && interface_ == interfaces_.size();
   return stateLine(table, now_, first, ended_);
 }
 

@@ -215,24 +215,25 @@ void addCounters(Cells& cells, const InterfaceView& view, InterfaceViews interfa
 
 }  // namespace
 
-Table interfaceTable(InterfaceViews interfaces, Seconds now) {
+Table interfaceTable(InterfaceViews interfaces, Seconds now, InterfaceRange range) {
   Table table(interfaceColumnsOf(interfaces));
-  for (const InterfaceView& view : interfaces) table.row(interfaceCells(view, now));
+  for (const InterfaceView& view : range.of(interfaces)) table.row(interfaceCells(view, now));
   return table;
 }
 
-Table everythingTable(InterfaceViews interfaces, Seconds now, GroupWindow& window) {
+Table everythingTable(InterfaceViews interfaces, Seconds now, GroupWindow& window,
+                      InterfaceRange range) {
   Columns columns = interfaceColumns;
   addColumns(columns, counterColumns(interfaces, false, "counters"));
   Table table(std::move(columns));
   Table& groups = table.belowIs("groups", withoutFirst(groupColumns));
   groups.belowIs("sources", groupSourceColumns);
-  for (size_t at = 0; at < interfaces.size(); ++at) {
-    const InterfaceView& view = interfaces[at];
+  size_t at = range.first;
+  for (const InterfaceView& view : range.of(interfaces)) {
     Cells cells = interfaceCells(view, now);
     addCounters(cells, view, interfaces);
     table.row(cells);
-    if (window.interface == at) addGroups(groups, view, now, 1, window);
+    if (window.interface == at++) addGroups(groups, view, now, 1, window);
   }
   return table;
 }
@@ -278,11 +279,11 @@ Table sourceTable(InterfaceViews interfaces, Seconds now) {
   return table;
 }
 
-Table counterTable(InterfaceViews interfaces) {
+Table counterTable(InterfaceViews interfaces, InterfaceRange range) {
   Columns columns{{"interface", "COUNTER"}};
   addColumns(columns, counterColumns(interfaces, true, nullptr));
   Table table(std::move(columns));
-  for (const InterfaceView& view : interfaces) {
+  for (const InterfaceView& view : range.of(interfaces)) {
     Cells cells{view.name};
     addCounters(cells, view, interfaces);
     table.row(cells);

@@ -1,6 +1,7 @@
 // The tables of the state report, each from the status of every interface given.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 
@@ -24,16 +25,30 @@ struct GroupWindow {
   Ilvo::IpAddr group = {};
 };
 
+// Which interfaces go into a table that has a row or a column for each. Its other dimension is the
+// same for all of them.
+struct InterfaceRange {
+  size_t first = 0;
+  size_t end = static_cast<size_t>(-1);
+
+  InterfaceViews of(InterfaceViews all) const {
+    const size_t last = std::min(end, all.size());
+    return all.subspan(first, last - first);
+  }
+};
+
 // A row each: role, timers, values in effect.
-Table interfaceTable(InterfaceViews interfaces, Mox::Seconds now);
-// The same with counters and groups in each, for programs that read everything at once.
-Table everythingTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
+Table interfaceTable(InterfaceViews interfaces, Mox::Seconds now, InterfaceRange range = {});
+// The same with counters and groups in each, for programs that read everything at once. Once the
+// groups of an interface find no room, those behind it have none either.
+Table everythingTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window,
+                      InterfaceRange range = {});
 // The groups of a window, a row for each interface, and nothing else of it.
 Table moreGroupsTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
 // A row for each group, with its sources below.
 Table groupTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
 Table sourceTable(InterfaceViews interfaces, Mox::Seconds now);
 // A row for each interface and a column for each counter: for people rather turned.
-Table counterTable(InterfaceViews interfaces);
+Table counterTable(InterfaceViews interfaces, InterfaceRange range = {});
 
 }  // namespace Agent

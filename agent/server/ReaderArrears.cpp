@@ -1,11 +1,14 @@
 #include "ReaderArrears.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace Agent {
 
 namespace {
 
-// Progress is kept in so many steps of the timeout, which may be a day.
-constexpr double steps = 32.0;
+// The timeout may be a day.
+constexpr double stepsOfTimeout = 32.0;
 
 // The most that the kernel counts for bytes of so many calls: at most twice their number, and the
 // overhead of each call.
@@ -17,20 +20,49 @@ double mostQueued(Mox::U64 sends, Mox::U64 bytes) {
 }  // namespace
 
 bool ReaderArrears::isTooSlow(Mox::Seconds now, const Sample& sample) {
-  const double recent = mostQueued(sample.sends - last_.sends, sample.sent - last_.sent);
+  const Mox::Seconds passed = now - std::exchange(lastTime_, now);
+  const bool isNowBehind = isBehind(sample);
+  const auto sent = static_cast<double>(sample.sent - last_.sent);
+  const double taken = sent - (sample.queued - last_.queued);
   last_ = sample;
-  if (!sample.isBlocked && sample.queued <= recent) {
-    progress_.clear();
-    return false;
+  if (std::exchange(wasBehind_, isNowBehind)) {
+    add({.length = passed, .taken = taken});
+  } else {
+    giveBack(passed);
   }
-  const Mox::S64 taken = static_cast<Mox::S64>(sample.sent) - sample.queued;
-  if (progress_.empty() || now >= progress_.back().time + timeout_ / steps) {
-    progress_.push_back({.time = now, .taken = taken});
+  return isNowBehind && sum_.length >= timeout_ && sum_.taken < leastRate * sum_.length;
+}
+
+bool ReaderArrears::isBehind(const Sample& sample) const {
+  const double recent = mostQueued(sample.sends - last_.sends, sample.sent - last_.sent);
+  return sample.isBlocked || sample.queued > recent;
+}
+
+void ReaderArrears::add(const Step& step) {
+  if (steps_.empty() || steps_.back().length + step.length > timeout_ / stepsOfTimeout) {
+    steps_.push_back({});
   }
-  while (progress_.size() > 1 && progress_[1].time + timeout_ <= now) progress_.pop_front();
-  const Mox::Seconds passed = now - progress_.front().time;
-  const auto took = static_cast<double>(taken - progress_.front().taken);
-  return passed >= timeout_ && took < leastRate * passed;
+  for (Step* each : {&steps_.back(), &sum_}) {
+    each->length += step.length;
+    each->taken += step.taken;
+  }
+  while (sum_.length - steps_.front().length >= timeout_) giveBack(steps_.front().length);
+}
+
+// The oldest first.
+void ReaderArrears::giveBack(Mox::Seconds time) {
+  while (time > 0.0 && !steps_.empty()) {
+    Step& oldest = steps_.front();
+    const double share = std::min(time / oldest.length, 1.0);
+    const Step gone{.length = share * oldest.length, .taken = share * oldest.taken};
+    for (Step* each : {&oldest, &sum_}) {
+      each->length -= gone.length;
+      each->taken -= gone.taken;
+    }
+    time -= gone.length;
+    if (share == 1.0) steps_.pop_front();
+  }
+  if (steps_.empty()) sum_ = {};
 }
 
 }  // namespace Agent

@@ -2,8 +2,10 @@
 // second over the stall timeout.
 //
 // The protocol's work waits for the most congested reader, so a reader that takes a little now and
-// then must not stay for that. A reader that has taken everything that was sent before the last
-// poll is not in arrears, however little that was.
+// then, or everything after a long pause, must not stay for that. What counts is the time in
+// arrears: time without gives back as much of it and no more, so a reader cannot be in arrears for
+// more than half of the time. A reader that has taken everything that was sent before the last poll
+// is not in arrears, however little that was.
 //
 //   ReaderArrears arrears(30.0);
 //   if (arrears.isTooSlow(Mox::now(), {.sent = ..., .sends = ..., .queued = ...})) disconnect();
@@ -33,14 +35,22 @@ class ReaderArrears {
   bool isTooSlow(Mox::Seconds now, const Sample& sample);
 
  private:
-  struct Progress {
-    Mox::Seconds time;
-    Mox::S64 taken;  // by the reader, up to a constant
+  // Time in arrears, and the bytes that the reader took meanwhile.
+  struct Step {
+    Mox::Seconds length;
+    double taken;
   };
+
+  bool isBehind(const Sample& sample) const;
+  void add(const Step& step);
+  void giveBack(Mox::Seconds time);
 
   const Mox::Seconds timeout_;
   Sample last_;
-  std::deque<Progress> progress_;  // since it is in arrears, over the timeout at most
+  Mox::Seconds lastTime_ = 0.0;
+  bool wasBehind_ = false;
+  std::deque<Step> steps_;  // the latest ones, as long as the timeout together
+  Step sum_{};              // of them
 };
 
 }  // namespace Agent

@@ -84,14 +84,46 @@ TEST(ReaderArrears, quickReaderThatStopsEndsAfterTheTimeout) {
   EXPECT_LE(now - stopped, timeout + 1.0);
 }
 
-TEST(ReaderArrears, readerThatCatchesUpHasTheWholeTimeoutAgain) {
+// Behind for so many polls, a second apart, then as many others with nothing left to take.
+struct Rhythm {
+  std::string name;
+  int behind;
+  int caughtUp;
+  Seconds endsAt;  // 0: it stays
+};
+
+class ReaderRhythmTest : public testing::TestWithParam<Rhythm> {};
+
+TEST_P(ReaderRhythmTest, endsWhenItIsBehindForMoreThanHalfOfTheTime) {
+  ReaderArrears arrears(timeout);
+  const ReaderArrears::Sample waits{.sent = 1000, .sends = 1, .queued = 1000, .isBlocked = true};
+  const ReaderArrears::Sample taken{.sent = 1000, .sends = 1, .queued = 0, .isBlocked = false};
+  const auto& [name, behind, caughtUp, endsAt] = GetParam();
+  Seconds ended = 0.0;
+  for (int second = 0; second < 3600 && ended == 0.0; ++second) {
+    const bool isBehind = second % (behind + caughtUp) < behind;
+    if (arrears.isTooSlow(second, isBehind ? waits : taken)) ended = second;
+  }
+  EXPECT_DOUBLE_EQ(ended, endsAt);
+}
+
+// One that catches up for a moment every 28 s has that moment more, and no second timeout.
+INSTANTIATE_TEST_SUITE_P(All, ReaderRhythmTest,
+                         testing::Values(Rhythm{"drainsEvery28s", 27, 1, 32},
+                                         Rhythm{"drainsEvery10s", 9, 1, 36},
+                                         Rhythm{"isBehindTwoThirdsOfTheTime", 20, 10, 70},
+                                         Rhythm{"isBehindHalfOfTheTime", 15, 15, 0},
+                                         Rhythm{"isBehindForAMomentEachTime", 1, 2, 0}),
+                         [](const auto& tested) { return tested.param.name; });
+
+TEST(ReaderArrears, readerThatWasNotBehindForAsLongHasTheWholeTimeoutAgain) {
   ReaderArrears arrears(timeout);
   const ReaderArrears::Sample waits{.sent = 1000, .sends = 1, .queued = 1000, .isBlocked = true};
   const ReaderArrears::Sample taken{.sent = 1000, .sends = 1, .queued = 0, .isBlocked = false};
   for (Seconds now = 0.0; now < 29.0; now += 1.0) ASSERT_FALSE(arrears.isTooSlow(now, waits));
-  EXPECT_FALSE(arrears.isTooSlow(29.0, taken));
-  for (Seconds now = 30.0; now < 60.0; now += 1.0) EXPECT_FALSE(arrears.isTooSlow(now, waits));
-  EXPECT_TRUE(arrears.isTooSlow(60.0, waits));
+  for (Seconds now = 29.0; now < 60.0; now += 1.0) ASSERT_FALSE(arrears.isTooSlow(now, taken));
+  for (Seconds now = 60.0; now < 90.0; now += 1.0) EXPECT_FALSE(arrears.isTooSlow(now, waits));
+  EXPECT_TRUE(arrears.isTooSlow(90.0, waits));
 }
 
 TEST(ReaderArrears, shortestAndLongestTimeoutAreKept) {

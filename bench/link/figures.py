@@ -11,17 +11,13 @@ import os
 import pathlib
 import re
 import statistics
-import subprocess
 import sys
 
 from join_figures import join_works
 from loop_figures import loop_works
-from world import MEGABYTE, RATE, World, measured
+from output_figures import output_works
+from world import MEGABYTE, OFTEN_QUERIED, RATE, World, latest_query, measured
 from lab import why_not
-
-QUERY_INTERVAL = 2  # seconds, in the runs that look at the queries
-SEED = "63230"  # the first queries leave within 0.1 s
-IGMP_QUERY = "ether[38] = 0x11"  # behind an IP header of 24 bytes
 
 
 def softnet_drops():
@@ -59,14 +55,6 @@ def minute(groups, rate, seconds):
                 "lost": world.counters()["framesLost"]}
 
 
-def latest_query(path):
-    """By how much a general query of that capture was later than its interval."""
-    text = subprocess.run(("tcpdump", "-tt", "-nr", path, "dst host 224.0.0.1"),
-                          capture_output=True, text=True, check=True).stdout
-    times = [float(line.split()[0]) for line in text.splitlines()]
-    return max(b - a - QUERY_INTERVAL for a, b in zip(times, times[1:]))
-
-
 def honest_hosts(world, link, count, seconds):
     """They join and report; half of them leave. Yields how many groups are wrong at the end."""
     half = count // 2
@@ -84,14 +72,8 @@ def honest_hosts(world, link, count, seconds):
 
 def flood(work, hosts, rate, seconds):
     """Beside 100 honest hosts on the same link and 10 on another."""
-    with World("--seed", SEED, "--query-interval", str(QUERY_INTERVAL),
-               "--query-response-interval", "1",
-               "--startup-query-interval", str(QUERY_INTERVAL)) as world:
-        captures = []
-        for link in (0, 1):
-            captures.append(pathlib.Path(world.lab.scratch.name, f"load{link}.pcap"))
-            world.lab.spawn(world.hosts, "tcpdump", "-U", "-i", f"load{link}", "-Q", "in", "-w",
-                            captures[-1], "-Z", "root", IGMP_QUERY, stderr=subprocess.DEVNULL)
+    with World(*OFTEN_QUERIED) as world:
+        captures = [world.capture_queries(link) for link in (0, 1)]
         honest = [honest_hosts(world, 0, 100, seconds), honest_hosts(world, 1, 10, seconds)]
         for hosts_of_link in honest:
             next(hosts_of_link)
@@ -129,7 +111,7 @@ def works(tiny):
                          {"wrong": 0, "late_ms": 100, "peak_mb": 250},
                          lambda work=work, hosts=hosts: flood(work, hosts, RATE,
                                                               6 if tiny else 10)))
-    return rows + join_works(tiny) + loop_works(tiny)
+    return rows + join_works(tiny) + loop_works(tiny) + output_works(tiny)
 
 
 def main():

@@ -16,13 +16,19 @@ LINK_LOAD = os.environ.get("LINK_LOAD", ROOT / "build/release/bench/link/LinkLoa
 AGENT_CPU, SENDER_CPU = 0, 1
 MEGABYTE = 1024 * 1024
 RATE = 300_000  # frames a second
+QUERY_INTERVAL = 2  # seconds, in the runs that look at the queries
+OFTEN_QUERIED = ("--seed", "63230",  # the first queries leave within 0.1 s
+                 "--query-interval", str(QUERY_INTERVAL), "--query-response-interval", "1",
+                 "--startup-query-interval", str(QUERY_INTERVAL))
+IGMP_QUERY = "ether[38] = 0x11"  # behind an IP header of 24 bytes
 
 
 class World:
     """An agent on eth0, eth1 and so on, and the other end of each link, load0 and so on."""
 
-    def __init__(self, *options, interfaces=2, piped=False):
-        """Events go into a file, or into a pipe that a process on the other processor reads."""
+    def __init__(self, *options, interfaces=2, piped=False, stuck=False):
+        """Events go into a file, or into a pipe that a process on the other processor reads, or
+        nobody."""
         self.lab = Lab()
         self.router = self.lab.add_namespace("router")
         self.hosts = self.lab.add_namespace("hosts")
@@ -30,23 +36,29 @@ class World:
         for number in range(interfaces):
             ip("-n", self.router, "link", "add", "name", f"eth{number}", "type", "veth",
                "peer", "name", f"load{number}", "netns", self.hosts)
-            ip("-n", self.router, "address", "add", f"10.{77 + number}.0.1/16",
-               "dev", f"eth{number}")
+            address = (f"10.{77 + number}.0.1/16" if number < 100 else
+                       f"11.{number // 250}.{number % 250}.1/24")
+            ip("-n", self.router, "address", "add", address, "dev", f"eth{number}")
             ip("-n", self.router, "link", "set", f"eth{number}", "up")
             ip("-n", self.hosts, "link", "set", f"load{number}", "up")
         self.socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
         self.events = pathlib.Path(self.lab.scratch.name, "events")
         self.output = open(self.events, "wb")
+        self.unread = None
         if piped:
             reader = subprocess.Popen(("taskset", "-c", str(SENDER_CPU), "cat"),
                                       stdin=subprocess.PIPE, stdout=self.output)
             self.output.close()
             self.output = reader.stdin
+        if stuck:
+            self.output.close()
+            self.unread, output = os.pipe()
+            self.output = open(output, "wb")
         self.agent = self.lab.spawn(
             self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", *names,
             "--querier-version", "3", "--socket", self.socket, *options, stdout=self.output)
-        wait_until(lambda: self.socket.exists() and len(self.shown("interfaces")) == interfaces, 20,
-                   "the agent to serve")
+        wait_until(lambda: self.socket.exists() and self.running() == interfaces, 60,
+                   "the queriers to run")
 
     def __enter__(self):
         return self
@@ -54,6 +66,10 @@ class World:
     def __exit__(self, *_):
         self.lab.close()
         self.output.close()
+        if self.unread is not None: os.close(self.unread)
+
+    def running(self):
+        return sum(shown["running"] for shown in self.shown("interfaces"))
 
     def shown(self, *what):
         done = subprocess.run(
@@ -84,6 +100,20 @@ class World:
         if sender.returncode != 0: raise OSError("the sender failed")
         return json.loads(text)["sent"]
 
+    def capture_queries(self, link):
+        """A capture of the general queries of that link, for `latest_query`."""
+        path = pathlib.Path(self.lab.scratch.name, f"load{link}.pcap")
+        self.lab.spawn(self.hosts, "tcpdump", "-U", "-i", f"load{link}", "-Q", "in", "-w", path,
+                       "-Z", "root", IGMP_QUERY, stderr=subprocess.DEVNULL)
+        return path
+
+    def end(self):
+        """Ends the agent; how many seconds that took."""
+        begin = time.monotonic()
+        self.agent.terminate()
+        self.agent.wait(60)
+        return time.monotonic() - begin
+
     def settle(self):
         """Waits until the agent has taken all that the link holds."""
         before = -1
@@ -98,6 +128,14 @@ class World:
 
     def resident_bytes(self):
         return self.memory_bytes("RssAnon") + self.memory_bytes("RssFile")
+
+
+def latest_query(path):
+    """By how much a general query of that capture was later than its interval."""
+    text = subprocess.run(("tcpdump", "-tt", "-nr", path, "dst host 224.0.0.1"),
+                          capture_output=True, text=True, check=True).stdout
+    times = [float(line.split()[0]) for line in text.splitlines()]
+    return max(b - a - QUERY_INTERVAL for a, b in zip(times, times[1:]))
 
 
 @contextlib.contextmanager

@@ -9,6 +9,11 @@
 namespace Obel {
 
 using Mox::Seconds;
+using Mox::U64;
+
+namespace {
+constexpr Seconds secondsPerTick = 1.0 / 128;
+}
 
 TimerWheel::TimerWheel(Seconds start) : now_(start), cursor_(tickOf(start)) {
   Mox::fatalUnless(std::isfinite(start), "Obel/TimerWheel.h", "start is finite");
@@ -20,11 +25,46 @@ TimerWheel::~TimerWheel() = default;
 
 Seconds TimerWheel::nextDue() const {
   if (armed_ == 0) return Mox::never;  // slots may still hold disarmed timers
-  Seconds due = isEmpty(soon_) ? Mox::never : soonMin_;
-  if (!isEmpty(due_)) due = std::min(due, static_cast<const Reactor*>(due_.next)->timeMin_);
+  const Seconds due = nearDue();
   if (due != Mox::never && !(isMoving() && collected_ < mostCollected)) return due;
-  constexpr Seconds secondsPerTick = 1.0 / 128;
   return std::min(due, static_cast<Seconds>(firstStart_) * secondsPerTick);
+}
+
+Seconds TimerWheel::nearDue() const {
+  const Seconds due = isEmpty(soon_) ? Mox::never : soonMin_;
+  if (isEmpty(due_)) return due;
+  return std::min(due, static_cast<const Reactor*>(due_.next)->timeMin_);
+}
+
+// A slot holds no timer of a time before its start. Those of the first slot of a level may have
+// been put off, so the start of the second one counts as well.
+Seconds TimerWheel::nextWake() const {
+  const Seconds bound = nextDue();
+  if (bound == Mox::never || isMoving()) return bound;
+  Seconds wake = nearDue();
+  for (size_t level = 0; level < levels; ++level) {
+    const U64 own = static_cast<U64>(cursor_ >> (level * levelBits));
+    const int first = firstOccupied(level, (own + 1) % slotsPerLevel);
+    if (first < 0) continue;
+    const size_t slots = level * slotsPerLevel;
+    const auto place = static_cast<size_t>(first);
+    wake = std::min(wake, slotWake(slots + place));
+    const auto second = static_cast<size_t>(firstOccupied(level, (place + 1) % slotsPerLevel));
+    if (second == place) continue;
+    wake = std::min(wake, static_cast<Seconds>(slotStart(slots + second)) * secondsPerTick);
+  }
+  return std::max(wake, bound);
+}
+
+Seconds TimerWheel::slotWake(size_t slot) const {
+  if (slotSize_[slot] > mostSearched) return static_cast<Seconds>(slotStart(slot)) * secondsPerTick;
+  Seconds wake = Mox::never;
+  for (const Link& chain : slot_[slot]) {
+    for (const Link* at = chain.next; at != &chain; at = at->next) {
+      wake = std::min(wake, static_cast<const Reactor*>(at)->timeMin_);
+    }
+  }
+  return wake;
 }
 
 // The timers in due_ fire first, so that it stays short: its order costs a search.

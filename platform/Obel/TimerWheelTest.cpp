@@ -268,6 +268,28 @@ TEST_F(TimerWheelTest, aHostThatSleepsUntilNextDueWakesOnceALevelAtMost) {
   EXPECT_EQ(fired_, "a");
 }
 
+// 2.5 s is a level higher than the ticks, and no multiple of one.
+TEST_F(TimerWheelTest, aHostThatSleepsUntilNextWakeWakesOnceForATimer) {
+  for (const Mox::Seconds time : {1000.0011, 1002.5011, 1000.0 + 86400.0 * 30 + 0.001}) {
+    arm('a', time);
+    EXPECT_EQ(wheel_->nextWake(), time);
+    wheel_->turn(time);
+  }
+  EXPECT_EQ(fired_, "aaa");
+}
+
+TEST_F(TimerWheelTest, nextWakeIsThatOfTheEarliestTimerOfAllLevels) {
+  arm('a', 1700.0);
+  arm('b', 1003.0);
+  arm('c', 1005.5);
+  arm('d', 1001.0);
+  timer('d').timeMinIs(1004.5);  // put off: it stays where it was
+  EXPECT_EQ(wheel_->nextWake(), 1003.0);
+  disarm('b');
+  EXPECT_LE(wheel_->nextWake(), 1004.5);
+  EXPECT_GE(wheel_->nextWake(), wheel_->nextDue());
+}
+
 TEST_F(TimerWheelTest, aDisarmedTimerWakesTheHostOnceAtMost) {
   arm('a', 1010.0);
   arm('b', 2000.0);

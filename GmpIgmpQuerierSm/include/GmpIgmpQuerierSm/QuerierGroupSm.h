@@ -100,6 +100,8 @@ class MOX_PUBLIC QuerierGroupSm final : public Mox::Entity<QuerierGroupSm> {
   // The owner; a call after the machine's end is a fatal assertion.
   QuerierSm& querierSm() const;
   bool ended() const { return parent() == nullptr; }
+  // False once its querier has ended, while the machine is still there.
+  bool reactsToTimers() const;
   // The owner as the parent entity; null after the end.
   Mox::EntityBase* owner() const { return parent(); }
   // Starts to fetch into the cache what a report will touch.

@@ -154,6 +154,9 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   void groupSmDel(IpAddr group);
   void groupSmDel(GroupSmMap::const_iterator at) { groupSmDel((*at).key); }
   void groupSmDelAll();
+  // Its destruction takes as long as it has groups. A host that cannot wait ends it before, which
+  // does the same but for them, and deletes them a few at a time.
+  void end();
   // Notifies of that machine without changing anything.
   void groupSmNotify(IpAddr group) { notifyMember<&Self::groupSm_>(group); }
 
@@ -238,6 +241,7 @@ class MOX_PUBLIC QuerierSm final : public Mox::Entity<QuerierSm> {
   bool initialQuerySent_ = true;
   bool debugYieldAfterOne_;
   bool initialized_ = false;
+  bool ended_ = false;
   IpAddr initGroupStatusBookmark_;
   IpAddr pktSrc_;
   IpAddr dstGroup_;

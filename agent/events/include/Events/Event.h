@@ -94,6 +94,8 @@ class EventSink {
   virtual bool takes(Event::Kind) { return true; }
   // Called once a batch. False when lines wait for a file that does not take them now.
   virtual bool flush() { return true; }
+  // Whether all lines have been taken. Events that are held back to be summed up are no lines yet.
+  virtual bool isEmpty() const { return true; }
 };
 
 // Writes a time of the activity clock for the beginning of a line.

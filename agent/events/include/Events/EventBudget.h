@@ -27,6 +27,7 @@ class EventBudget final : public EventSink {
   bool takes(Event::Kind kind) override;
   // Reports the numbers whose second is over. False when one is still to be reported, too.
   bool flush() override;
+  bool isEmpty() const override { return to_.isEmpty(); }
   // Reports the numbers that are left.
   void finish();
 

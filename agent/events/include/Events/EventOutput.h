@@ -9,7 +9,6 @@
 //   if (!output.flush()) tryAgainLater();
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -26,15 +25,16 @@ class EventOutput final : public EventSink {
   static constexpr std::size_t queueBytes = 1024 * 1024;
 
   EventOutput(int fd, Form form, std::size_t mostBytes = queueBytes);
-  // Writes what is left, for less than a second.
+  // Writes what is left and can be written at once.
   ~EventOutput() override;
 
   void event(const Event& event) override;
   bool flush() override;
+  bool isEmpty() const override { return waiting() == 0; }
   // Lines that are no event. They may exceed the queue's size, unless it is full already.
   void lines(std::string_view more);
-  // Writes what is left, for that long at most while the file does not take it.
-  void finish(std::chrono::milliseconds patience);
+  // Writes what is left, and waits for the file until that time at most.
+  void finish(Mox::Seconds end);
   // All that were lost so far.
   Mox::U64 lost() const { return lost_; }
 

@@ -45,15 +45,17 @@ class AgentLoop {
     std::function<bool()> onStateRequested = {};
   };
 
-  // The queriers run from the construction on. Throws std::system_error when the interfaces cannot
-  // be watched, and std::runtime_error when the attribute log or requests cannot be served.
+  // The queriers start one after the other while it runs. Throws std::system_error when the
+  // interfaces cannot be watched, and std::runtime_error when the attribute log or requests cannot
+  // be served.
   AgentLoop(const Setup& setup, EventSink& sink);
   ~AgentLoop();
   AgentLoop(const AgentLoop&) = delete;
   AgentLoop& operator=(const AgentLoop&) = delete;
 
-  // Returns after SIGINT or SIGTERM.
-  void run();
+  // Returns after SIGINT or SIGTERM the time at which it was received. Nothing is received or sent
+  // any more then, the sockets for other processes are gone, and the views stay as they were.
+  Mox::Seconds run();
   std::vector<InterfaceView> views() const;
 
  private:

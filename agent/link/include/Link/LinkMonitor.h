@@ -66,6 +66,7 @@ class LinkMonitor {
   LinkTable table_;
   bool isWhole_ = false;
   bool notifying_ = false;
+  int attempts_ = 0;  // that were interrupted, one after the other
   Obel::TimerReactor<LinkMonitor, &LinkMonitor::resynchronise> resyncTimer_;
   ReadableWatch watch_;  // of the socket, so it goes before it
 };

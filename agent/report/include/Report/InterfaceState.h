@@ -48,7 +48,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 otherVlanFrames() const { return otherVlanFrames_; }
   // Attempts to send a query that failed.
   Mox::U64 sendFailures() const { return sendFailures_; }
-  // Queries that were given up after several attempts, or because too many others waited.
+  // Queries that were given up after several attempts, because too many others waited, or because
+  // the interface went down or got another address while they waited.
   Mox::U64 queriesLost() const { return queriesLost_; }
   // Packets that had to wait, since what their senders ask for costs too much at once, and that
   // found no room.

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <Ilvo/IpAddr.h>
@@ -16,6 +17,8 @@
 
 namespace Agent {
 
+struct InterfaceRange;
+
 enum class StatePart { everything, interfaces, groups, sources, counters };
 
 // As JSON, everything is one line with "event": "state", so that it can be mixed with events, and a
@@ -23,20 +26,25 @@ enum class StatePart { everything, interfaces, groups, sources, counters };
 void printState(std::FILE* out, StatePart part, std::span<const InterfaceView> interfaces,
                 Mox::Seconds now, Format format);
 
-// Everything in parts, each made within milliseconds, so that a million groups do not keep a loop
-// from packets: the groups of a part are those that are there when it is made. As JSON, a part is a
-// line of its own: those after the first are "continued" and have nothing but groups, and all but
-// the last have "more".
+// Everything in parts, each made within milliseconds, so that neither a million groups nor a
+// thousand interfaces keep a loop from packets: the groups of a part are those that are there when
+// it is made. As JSON, a part is a line of its own: those after the first are "continued", and all
+// but the last have "more". Each interface has its role, timers and counters once; in the lines
+// after that it has nothing but groups.
 //
 //   StateParts parts(views, Mox::now(), Format::text);
 //   for (std::string part = parts.next(); !part.empty(); part = parts.next()) write(part);
 class StateParts {
  public:
-  // Of groups and sources; about as many, if a group has many sources.
-  static constexpr size_t rowsOfPart = 500;
+  struct PartSize {
+    // Of groups and sources; about as many, if a group has many sources.
+    size_t rows = 500;
+    size_t interfaces = 50;
+  };
 
-  StateParts(std::vector<InterfaceView> interfaces, Mox::Seconds now, Format format,
-             size_t rows = rowsOfPart);
+  StateParts(std::vector<InterfaceView> interfaces, Mox::Seconds now, Format format)
+      : StateParts(std::move(interfaces), now, format, PartSize()) {}
+  StateParts(std::vector<InterfaceView> interfaces, Mox::Seconds now, Format format, PartSize size);
 
   // Whole lines; empty at the end.
   std::string next();
@@ -44,16 +52,21 @@ class StateParts {
  private:
   std::string nextText();
   std::string nextJson();
+  InterfaceRange rangeFrom(size_t& done) const;
+  void appendGroups(std::string& text);
 
   const std::vector<InterfaceView> interfaces_;
   const Mox::Seconds now_;
   const Format format_;
-  const size_t rows_;
+  const PartSize size_;
   bool begun_ = false;
   bool ended_ = false;
-  size_t interface_ = 0;  // where the next part begins
+  size_t described_ = 0;  // interfaces whose role and timers were written
+  size_t counted_ = 0;    // those whose counters were
+  size_t interface_ = 0;  // of the next group
   Ilvo::IpAddr group_;
-  std::vector<size_t> widths_;
+  std::vector<size_t> interfaceWidths_;
+  std::vector<size_t> widths_;  // of the groups
 };
 
 // The same, as a string.

@@ -53,6 +53,10 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // down and once for a timer that was put off or disarmed.
   Mox::Seconds nextDue() const;
 
+  // The same for a host that goes to sleep: a later bound, for which a few timers are looked at. A
+  // single timer wakes it once, however far away it is.
+  Mox::Seconds nextWake() const;
+
   // Fires the timers that are due at `now` and returns how many it fired. The wheel never goes
   // back: an earlier time, or one that is not finite, turns it at its own time. Not from a
   // callback.
@@ -93,6 +97,8 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   // in due_, where they are put in order, before it moves no more.
   static constexpr size_t movesOfTimer = 64;
   static constexpr size_t mostCollected = 4096;
+  // How many timers of a slot nextWake looks at.
+  static constexpr size_t mostSearched = 32;
   // The place of a reactor: the number of its slot, or one of these.
   static constexpr Mox::U64 placeNear = levels * slotsPerLevel;  // in due_ or soon_
   static constexpr Mox::U64 placeNone = placeNear + 1;
@@ -112,6 +118,8 @@ class MOX_PUBLIC TimerWheel final : public Mox::RefCounted {
   Tick slotStart(size_t slot) const;
   Tick firstSlotStart() const;
   int firstOccupied(size_t level, size_t from) const;
+  Mox::Seconds slotWake(size_t slot) const;
+  Mox::Seconds nearDue() const;
   bool isMoving() const { return firstStart_ <= cursor_; }
   bool mayMove() const;
   void moveCursor(Tick target, size_t moves);
