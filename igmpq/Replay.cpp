@@ -95,7 +95,7 @@ class ReplayVerb final : public Verb {
         ->add_option_function<std::string>(
             "--subnets", [this](const std::string& text) { replay_.subnets = subnetsOf(text); },
             "with --intake: the captured link's, outside of which a querier is foreign")
-        ->type_name("A.B.C.D/N,...")
+        ->type_name("PREFIXES")
         ->needs(intake);
     addSettings(*options, settings_);
     ofCaptures_ = std::as_const(*options).get_options([&ofBoth](const CLI::Option* option) {
