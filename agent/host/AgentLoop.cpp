@@ -15,6 +15,7 @@
 #include <boost/asio/post.hpp>
 
 #include "AgentLoopImpl.h"
+#include "ServiceStatus.h"
 
 namespace Agent {
 
@@ -75,7 +76,8 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
       requests_(makeRequestServer(setup, sink)),
       links_(io_, wheel_,
-             [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
+             [this](const std::string& name, const Link* link) { handleLink(name, link); }),
+      serviceManager_(wheel_, setup.service, [this] { return serviceStatus(); }) {
   for (const int number : {SIGINT, SIGTERM, SIGUSR1, SIGHUP}) signals_.add(number);
   waitForSignal();
   packets_.assign(rings_.fd());
@@ -206,6 +208,7 @@ void AgentLoop::Impl::unpublish(const std::string& interface) {
 // once would keep the loop from the rings until these overflow.
 void AgentLoop::Impl::run() {
   flushOutput();
+  serviceManager_.stateIs(ServiceManager::ready);
   alarm_.timeIs(wheel_->nextDue());
   while (io_.run_one() != 0) {
     if (requests_) requests_->followUp();
@@ -221,6 +224,17 @@ std::vector<InterfaceView> AgentLoop::Impl::views() const {
   std::vector<InterfaceView> all;
   for (const auto& querier : queriers_) all.push_back(querier->view());
   return all;
+}
+
+std::string AgentLoop::Impl::serviceStatus() const {
+  ServiceCounts counts{.interfaces = queriers_.size()};
+  for (const auto& querier : queriers_) {
+    const Gmp::Igmp::QuerierStatus& status = *querier->status();
+    const bool isElected = status.state() == Gmp::Igmp::QuerierStatus::querierStateQuerier;
+    if (querier->running() && isElected) ++counts.elected;
+    counts.groups += status.group().size();
+  }
+  return serviceStatusText(counts);
 }
 
 void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
@@ -259,6 +273,7 @@ void AgentLoop::Impl::handleSignal(int number) {
   } else if (number == SIGHUP) {
     reloadAtSignal();
   } else {
+    serviceManager_.stateIs(ServiceManager::stopping);
     io_.stop();
     return;
   }

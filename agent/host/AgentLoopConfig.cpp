@@ -48,6 +48,7 @@ InterfaceSetup setupOf(const ConfiguredInterface& configured) {
 std::vector<ConfigChange> AgentLoop::Impl::reload() {
   if (!configure_) throw std::runtime_error(noFileText);
   std::vector<ConfigChange> changes;
+  serviceManager_.stateIs(ServiceManager::reloading);
   try {
     changes = takeOver();
   } catch (const ConfigError& error) {
@@ -55,6 +56,7 @@ std::vector<ConfigChange> AgentLoop::Impl::reload() {
   } catch (const std::exception& error) {
     changes = {{.kind = ConfigChange::fault, .what = error.what()}};
   }
+  serviceManager_.stateIs(ServiceManager::ready);
   report(changes);
   return changes;
 }

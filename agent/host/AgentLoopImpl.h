@@ -74,6 +74,7 @@ class AgentLoop::Impl {
   void deleteEmptied();
   SettingEntities entitiesOf(const std::string& interface) const;
   std::optional<std::vector<ShownSetting>> shownSettings(const std::string& interface) const;
+  std::string serviceStatus() const;
   void handleLink(const std::string& name, const Link* link);
   void handleSignal(int number);
   void waitForSignal();
@@ -119,6 +120,7 @@ class AgentLoop::Impl {
   const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
   const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
+  ServiceManager serviceManager_;
   bool inBatch_ = false;
   bool stateRequested_ = false;
   size_t mostCells_ = 0;  // bytes of objects, since memory was given back

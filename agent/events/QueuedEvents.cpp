@@ -1,0 +1,44 @@
+#include <Events/QueuedEvents.h>
+
+#include <Mox/ActivityClock.h>
+
+namespace Agent {
+
+// A large batch may fill the queue while the output would take it.
+void QueuedEvents::event(const Event& event) {
+  if (waiting() > mostBytes_ / 2) write();
+  if (isBehind() || !add(event)) lose();
+}
+
+// Ahead of the events that come after the gap.
+bool QueuedEvents::isBehind() {
+  if (lost_ == lostReported_) return false;
+  Event event{.time = Mox::now(), .kind = Event::eventsLost};
+  event.count = lost_ - lostReported_;
+  if (!add(event)) return true;
+  lostReported_ = lost_;
+  return false;
+}
+
+bool QueuedEvents::flush() {
+  write();
+  if (waiting() == 0 && lost_ != lostReported_) {
+    isBehind();
+    write();
+  }
+  return waiting() == 0;
+}
+
+void QueuedEvents::finish(std::chrono::milliseconds patience) {
+  using Clock = std::chrono::steady_clock;
+  const auto end = Clock::now() + patience;
+  while (!flush()) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    if (left.count() <= 0 || !waitWritable(left)) return;
+    const std::size_t before = waiting();
+    write();
+    if (waiting() == before) return;  // writable, but it fails
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,33 @@
+// Where events of `igmpq run` go, and its state.
+//
+// They are lines of standard output. Where the journal reads standard error, events are entries of
+// the journal, with fields and priorities, and are no lines for it a second time. With JSON they are
+// lines in any case: that is what was asked for.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include <Events/EventOutput.h>
+#include <Events/JournalOutput.h>
+
+namespace Igmpq {
+
+class RunOutput final : public Agent::EventSink {
+ public:
+  explicit RunOutput(bool isJson);
+
+  void event(const Agent::Event& event) override;
+  bool flush() override;
+  // Lines of the state.
+  void lines(std::string_view more) { output_.lines(more); }
+  // False where only the journal reads the lines: a state that is written at each end would fill it.
+  bool isRead() const { return isRead_; }
+
+ private:
+  Agent::EventOutput output_;
+  std::optional<Agent::JournalOutput> journal_;
+  const bool isRead_;
+};
+
+}  // namespace Igmpq
