@@ -11,7 +11,7 @@ import shutil
 import subprocess
 import sys
 
-from lab import wait_until
+from lab import PREFIX, is_stale, wait_until
 from querier import NOBODY, program
 from testcase import SKIPPED, LabTestCase, main
 
@@ -26,27 +26,34 @@ name = "eth0"
 """
 # Started once the file systems and the journal are there; nothing of a login or of first use.
 INIT = ("--unit=basic.target", "systemd.firstboot=off",
-        "systemd.mask=systemd-firstboot.service", "systemd.mask=systemd-timesyncd.service")
+        *(f"systemd.mask=systemd-{name}.service" for name in ("firstboot", "networkd", "timesyncd")))
 # The firewall of the unit is a program of the kernel, which systemd must be able to load.
 FIREWALL = ("--system-call-filter=bpf", "--capability=CAP_BPF,CAP_NET_ADMIN,CAP_SYS_ADMIN")
 
 
 class ControlGroup:
-    """One for each container: two would share what stands below that of their tests."""
+    """One for each container, which is ended with it: its processes outlive systemd-nspawn."""
 
     def __init__(self, name):
         mounts = [line.split() for line in pathlib.Path("/proc/mounts").read_text().splitlines()]
-        root = next(mount[1] for mount in mounts if mount[2] == "cgroup2")
-        self.path = pathlib.Path(root, name)
+        root = pathlib.Path(next(mount[1] for mount in mounts if mount[2] == "cgroup2"))
+        for path in root.glob(f"{PREFIX}*"):
+            if is_stale(path.name): self.end(path)
+        self.path = root / name
         self.path.mkdir()
 
     def enter(self):
         (self.path / "cgroup.procs").write_text("0")
 
-    def remove(self):
-        wait_until(lambda: "populated 0" in (self.path / "cgroup.events").read_text(), 10,
-                   "the container's processes to end")
-        for folder, _, _ in os.walk(self.path, topdown=False): os.rmdir(folder)
+    def close(self):
+        self.end(self.path)
+
+    @staticmethod
+    def end(path):
+        (path / "cgroup.kill").write_text("1")
+        wait_until(lambda: "populated 0" in (path / "cgroup.events").read_text(), 10,
+                   "the processes of a container to end")
+        for folder, _, _ in os.walk(path, topdown=False): os.rmdir(folder)
 
 
 class ServiceTestCase(LabTestCase):
@@ -60,9 +67,8 @@ class ServiceTestCase(LabTestCase):
         self.boot(prefix)
 
     def boot(self, prefix):
-        name = self.lab.prefix.replace("-", "")
-        self.control_group = ControlGroup(name)
-        self.addCleanup(self.control_group.remove)
+        name = self.lab.prefix.rstrip("-")
+        control_group = ControlGroup(name)
         self.log = pathlib.Path(self.lab.scratch.name, "container.log").open("w+")
         self.addCleanup(self.log.close)
         self.container = subprocess.Popen(
@@ -70,8 +76,9 @@ class ServiceTestCase(LabTestCase):
              "--directory=/", "--volatile=yes", f"--bind-ro={prefix}:/usr/local", *FIREWALL,
              f"--network-namespace-path=/run/netns/{self.router.namespace}", "--boot", "--", *INIT),
             stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log, start_new_session=True,
-            preexec_fn=self.control_group.enter)
-        self.addCleanup(self.halt)
+            preexec_fn=control_group.enter)
+        self.addCleanup(self.container.wait)
+        self.addCleanup(control_group.close)
         wait_until(self.find_init, 20, "the container's first process")
         try:
             wait_until(lambda: self.inside("systemctl", "is-active", "basic.target").returncode == 0,
@@ -93,10 +100,6 @@ class ServiceTestCase(LabTestCase):
             return pathlib.Path(f"/proc/{process}/comm").read_text() == "systemd\n"
         except OSError:
             return False  # it has ended
-
-    def halt(self):
-        self.container.kill()  # its first process ends with it, and all others with that
-        self.container.wait()
 
     def inside(self, *command, **options):
         """Runs a command in the container."""

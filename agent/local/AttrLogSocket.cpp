@@ -48,7 +48,7 @@ void socketFolderIs(const std::string& attrLogPath, uid_t user, gid_t group) {
     return;
   }
   const Descriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (opened.isOpen()) fchown(opened.fd(), user, group);
+  if (!opened.isOpen() || fchown(opened.fd(), user, group) != 0) return;
 }
 
 }  // namespace Agent
