@@ -1,8 +1,8 @@
 // Where events of `igmpq run` go, and its state.
 //
 // They are lines of standard output. Where the journal reads standard error, events are entries of
-// the journal, with fields and priorities, and are no lines for it a second time. With JSON they are
-// lines in any case: that is what was asked for.
+// the journal, with fields and priorities, and no lines for it besides. With JSON they are lines in
+// any case, as that was asked for.
 #pragma once
 
 #include <optional>
@@ -21,7 +21,7 @@ class RunOutput final : public Agent::EventSink {
   bool flush() override;
   // Lines of the state.
   void lines(std::string_view more) { output_.lines(more); }
-  // False where only the journal reads the lines: a state that is written at each end would fill it.
+  // False where only the journal reads the lines: the state of each end would fill it.
   bool isRead() const { return isRead_; }
 
  private:

@@ -1,7 +1,7 @@
 """The unit igmpq.service under a systemd of its own, in a container on the link.
 
-The container has the machine's programs and nothing of its configuration: what the build installs is
-its /usr/local.
+The container has the machine's programs and nothing of its configuration. Its /usr/local is what
+the build installs.
 """
 import json
 import os
@@ -26,7 +26,8 @@ name = "eth0"
 """
 # Started once the file systems and the journal are there; nothing of a login or of first use.
 INIT = ("--unit=basic.target", "systemd.firstboot=off",
-        *(f"systemd.mask=systemd-{name}.service" for name in ("firstboot", "networkd", "timesyncd")))
+        "systemd.mask=systemd-firstboot.service", "systemd.mask=systemd-networkd.service",
+        "systemd.mask=systemd-timesyncd.service")
 # The firewall of the unit is a program of the kernel, which systemd must be able to load.
 FIREWALL = ("--system-call-filter=bpf", "--capability=CAP_BPF,CAP_NET_ADMIN,CAP_SYS_ADMIN")
 
@@ -81,15 +82,17 @@ class ServiceTestCase(LabTestCase):
         self.addCleanup(control_group.close)
         wait_until(self.find_init, 20, "the container's first process")
         try:
-            wait_until(lambda: self.inside("systemctl", "is-active", "basic.target").returncode == 0,
-                       30, "the container's systemd")
+            wait_until(self.is_up, 30, "the container's systemd")
         except TimeoutError as error:
             self.log.seek(0)
             raise AssertionError(f"{error}:\n{self.log.read()}") from error
         self.write("/etc/igmpq/igmpq.toml", CONFIG)
 
+    def is_up(self):
+        return self.inside("systemctl", "is-active", "basic.target").returncode == 0
+
     def find_init(self):
-        """Among the children of systemd-nspawn, some of which only prepare the container."""
+        """Among the children of systemd-nspawn; the others only prepare the container."""
         task = pathlib.Path(f"/proc/{self.container.pid}/task/{self.container.pid}/children")
         self.init = next((child for child in task.read_text().split() if self.is_init(child)), None)
         return self.init

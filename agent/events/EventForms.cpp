@@ -1,4 +1,4 @@
-// The kinds of events in one table: the name of each, its priority, its keys in JSON, and its words.
+// The kinds of events in one table: name, priority, keys in JSON, and words of each.
 #include <Events/Event.h>
 
 #include <array>

@@ -73,7 +73,7 @@ void ServiceManager::handleTimer() {
   timer_.timeMinIs(Mox::now() + std::min(statusInterval, feedInterval_));
 }
 
-// All that is new in one message. What is not taken now is new again the next time.
+// All that is new in one message. If it is not taken now, it is still new the next time.
 void ServiceManager::send() {
   std::string message = isStateSent_ ? std::string() : stateLine(state_);
   const std::string status = isRunning() ? statusLine_() : sentStatus_;
