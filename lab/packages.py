@@ -92,7 +92,7 @@ class System:
 
     def install(self, paths):
         for path in paths: shutil.copy(path, self.root / "packages")
-        self.run("apt-get", "install", "--yes", "--quiet", "--no-download",
+        self.run("apt-get", "install", "--yes", "--quiet",
                  *(f"/packages/{path.name}" for path in paths))
 
     def files(self):
