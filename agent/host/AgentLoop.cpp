@@ -239,7 +239,7 @@ std::string AgentLoop::Impl::serviceStatus() const {
 
 void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
   const auto found = queriersByName_.find(name);
-  if (found == queriersByName_.end()) return;
+  if (found == queriersByName_.end() || isLeaving(name)) return;
   if (!inBatch_) handleBatch();  // a timer may have found the change
   found->second->linkIs(link);
   reportChanges();

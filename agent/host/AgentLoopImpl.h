@@ -72,6 +72,7 @@ class AgentLoop::Impl {
   void addQueriers(const ConfigPlan& plan, Queriers added);
   // Of those that are leaving.
   void deleteEmptied();
+  bool isLeaving(const std::string& interface) const;
   SettingEntities entitiesOf(const std::string& interface) const;
   std::optional<std::vector<ShownSetting>> shownSettings(const std::string& interface) const;
   std::string serviceStatus() const;
@@ -115,7 +116,8 @@ class AgentLoop::Impl {
   const std::unique_ptr<AttrLogServer> attrLog_;  // null for none
   InterfaceQuerier::Services services_;
   Queriers queriers_;  // in the order of the configuration
-  Queriers leaving_;   // no longer in it: their groups end in steps
+  // No longer in it: their groups end in steps. A successor begins after the last event of that.
+  Queriers leaving_;
   std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
   const std::unique_ptr<RequestServer> requests_;  // null for none
   LinkMonitor links_;
