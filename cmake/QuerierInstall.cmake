@@ -1,6 +1,6 @@
 # Installs two shared libraries, their public headers, a CMake package, pkg-config files and the
-# command. The installed tree can be moved: no file in it contains the prefix. Manual pages and
-# completion are installed where they are kept, by `doc/man` and `packaging/completion`.
+# command. The installed tree can be moved: no file in it contains the prefix. Manual pages,
+# completion and the unit are installed where they are kept, by `doc/man` and `packaging`.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 

@@ -14,8 +14,6 @@ namespace Igmpq {
 
 namespace {
 
-constexpr const char* everyUser = "all";  // in the place of the group that can read
-
 gid_t groupOf(const char* option, const std::string& name) {
   const auto group = Agent::groupNamed(name);
   if (!group) throw BadUse(fmt::format("{} {}: there is no group of that name", option, name));
@@ -36,7 +34,7 @@ std::optional<Agent::User> userOf(const Agent::AgentSettings& settings) {
 }
 
 Agent::PeerAccess accessOf(const Agent::AgentSettings& settings) {
-  Agent::PeerAccess access{.isOpen = settings.readGroup == everyUser};
+  Agent::PeerAccess access{.isOpen = settings.readGroup == Agent::everyUser};
   if (!settings.readGroup.empty() && !access.isOpen) {
     access.readGroup = groupOf("--read-group", settings.readGroup);
   }

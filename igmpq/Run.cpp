@@ -18,7 +18,6 @@
 #include <Config/ConfigPath.h>
 #include <Config/Configuration.h>
 #include <Events/EventBudget.h>
-#include <Events/EventOutput.h>
 #include <Events/LibraryMessages.h>
 #include <Host/AgentLoop.h>
 #include <Link/LinkMonitor.h>
@@ -34,13 +33,13 @@
 
 #include "Interfaces.h"
 #include "Rights.h"
+#include "RunOutput.h"
 #include "Verb.h"
 
 namespace Igmpq {
 
 using Agent::AgentLoop;
 using Agent::AgentSettings;
-using Agent::EventOutput;
 using Agent::LinkTable;
 
 namespace {
@@ -72,7 +71,8 @@ class RunVerb final : public Verb {
   // Errors of the command line and missing rights are found before anything is opened.
   int run() override {
     readSources();
-    AgentLoop::Setup setup{.config = configOf(startingInterfaces())};
+    AgentLoop::Setup setup{.config = configOf(startingInterfaces()),
+                           .service = Agent::ServiceManager::fromEnvironment()};
     if (!file_.empty()) {
       setup.configure = [this](const LinkTable& links) { return configOf(fitNames(links)); };
     }
@@ -84,7 +84,7 @@ class RunVerb final : public Verb {
     chanceIs(seed_);
     std::signal(SIGPIPE, SIG_IGN);
     // Another user may be unable to open it again.
-    EventOutput output(STDOUT_FILENO, json_ ? EventOutput::json : EventOutput::text);
+    RunOutput output(json_);
     Agent::EventBudget events(output, agent.eventRate);
     const Agent::LibraryMessages messages(events);
     limitRights(user, setup.config.socketPath);
@@ -106,8 +106,8 @@ class RunVerb final : public Verb {
     loop = std::make_unique<AgentLoop>(setup, events);
     const Mox::Seconds end = loop->run() + endDuration;
     events.finish();
-    begin();
-    while (writePart(output, state)) {
+    if (output.isRead()) begin();
+    while (output.isRead() && writePart(output, state)) {
       output.finish(end);
       if (Mox::now() < end) continue;
       output.event(notice("there are more groups than can be shown before the end"));
@@ -215,7 +215,7 @@ class RunVerb final : public Verb {
   }
 
   // False after the last part.
-  bool writePart(EventOutput& output, std::optional<Agent::StateParts>& state) const {
+  bool writePart(RunOutput& output, std::optional<Agent::StateParts>& state) const {
     const std::string part = state->next();
     if (!part.empty()) {
       output.lines(part);

@@ -14,8 +14,10 @@ CODE = (*SOURCES, ".py", ".cmake")
 
 
 def is_code(path, lines):
+    """Without makefiles, which have tabs."""
     return (path.suffix in CODE or path.name == "CMakeLists.txt"
-            or (not path.suffix and bool(lines) and lines[0].startswith("#!")))
+            or (not path.suffix and bool(lines) and lines[0].startswith("#!")
+                and "make" not in lines[0]))
 
 
 def line_breaches(path, lines):

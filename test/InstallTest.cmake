@@ -32,8 +32,8 @@ endfunction()
 
 function(check_installed)
   foreach(file IN LISTS ARGN)
-    if(NOT EXISTS "${prefix}/share/${file}")
-      message(FATAL_ERROR "share/${file} is not installed")
+    if(NOT EXISTS "${prefix}/${file}")
+      message(FATAL_ERROR "${file} is not installed")
     endif()
   endforeach()
 endfunction()
@@ -47,10 +47,12 @@ function(installTree)
       message(FATAL_ERROR "lib${library}.so.${soversion} is not installed")
     endif()
   endforeach()
-  check_installed(man/man3/querierSmFactory.3)
+  check_installed(share/man/man3/querierSmFactory.3)
   if(EXISTS "${prefix}/bin/igmpq")
-    check_installed(man/man1/igmpq.1 man/man1/igmpq-run.1 man/man5/igmpq-scenario.5
-      bash-completion/completions/igmpq zsh/site-functions/_igmpq)
+    check_installed(share/man/man1/igmpq.1 share/man/man1/igmpq-run.1
+      share/man/man5/igmpq-scenario.5 share/man/man8/igmpq.8
+      share/bash-completion/completions/igmpq share/zsh/site-functions/_igmpq
+      lib/systemd/system/igmpq.service lib/sysusers.d/igmpq.conf)
   endif()
 endfunction()
 

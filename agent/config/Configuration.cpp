@@ -11,6 +11,7 @@
 #include <fnmatch.h>
 
 #include <Intake/IntakeSettings.h>
+#include <Local/Accounts.h>
 #include <Settings/ConfigWrites.h>
 #include <Settings/SettingEntities.h>
 #include <Settings/SettingError.h>
@@ -86,6 +87,16 @@ void put(std::vector<PlacedSetting>& settings, PlacedSetting setting) {
   }
 }
 
+// Empty where the setting names no account, or one of this machine.
+std::string unknownAccount(const AgentSetting& setting, const std::string& name) {
+  if (setting.names == AccountKind::none || name.empty()) return {};
+  if (setting.names == AccountKind::user) {
+    return userNamed(name) ? "" : "there is no user of that name";
+  }
+  if (setting.names == AccountKind::groupOrAll && name == everyUser) return {};
+  return groupNamed(name) ? "" : "there is no group of that name";
+}
+
 bool isName(const ConfigEntry& entry) { return entry.key == "name"; }
 
 }  // namespace
@@ -139,6 +150,9 @@ class ConfigurationReader {
     if (entry.kind != kindOf(setting)) {
       return fault(entry.place, fmt::format("{} {}", entry.key, formOf(kindOf(setting))));
     }
+    if (const std::string wrong = unknownAccount(setting, entry.texts.front()); !wrong.empty()) {
+      return fault(entry.place, fmt::format("{} {}: {}", entry.key, entry.texts.front(), wrong));
+    }
     try {
       agentSettingIs(read_.agent_, setting, entry.key, entry.texts.front());
       read_.agentPlaces_.insert_or_assign(entry.key, entry.place);
@@ -154,6 +168,7 @@ class ConfigurationReader {
       return fault(table.place, "an interface needs a name or a pattern: name = \"eth0\"");
     }
     Section section{.pattern = name->texts.front(), .place = name->place, .own = {}};
+    if (section.pattern == "lo") fault(name->place, "lo is the loopback interface: it has no link");
     const auto [same, isNew] = read_.sectionAt_.emplace(section.pattern, read_.sections_.size());
     if (!isNew) {
       fault(name->place, fmt::format("{} has a section already, at {}", section.pattern,
@@ -256,14 +271,19 @@ class ConfigurationReader {
     for (const PlacedSetting& setting : resolved.settings) {
       if (isOfQuerier(setting.written)) ofQuerier.push_back(setting.written);
     }
-    const auto error = settingErrorOf(*Gmp::Igmp::querierConfigFactory(""), ofQuerier);
-    if (!error) return;
+    for (const SettingError& error :
+         settingErrorsOf(*Gmp::Igmp::querierConfigFactory(""), ofQuerier)) {
+      contradiction(resolved, error);
+    }
+  }
+
+  void contradiction(const ResolvedSettings& resolved, const SettingError& error) {
     const auto at = std::ranges::find_if(resolved.settings, [&](const PlacedSetting& setting) {
-      return setting.written.attr->name == error->name();
+      return setting.written.attr->name == error.name();
     });
     const ConfigPlace place = at == resolved.settings.end() ? ConfigPlace{} : at->place;
-    const ConfigFault found{place, fmt::format("{} {}: {}", settingKey(error->name()),
-                                               error->value().value_or(""), error->reason())};
+    const ConfigFault found{place, fmt::format("{} {}: {}", settingKey(error.name()),
+                                               error.value().value_or(""), error.reason())};
     const auto isSame = [&](const ConfigFault& each) { return each.place == found.place; };
     if (std::ranges::none_of(faults_, isSame)) faults_.push_back(found);
   }

@@ -203,6 +203,14 @@ INSTANTIATE_TEST_SUITE_P(
             "igmpq.toml:2:1: robustness belongs into [defaults] or [[interface]]"},
         Bad{"choice", "[agent]\nevents = \"some\"\n",
             "igmpq.toml:2:10: events some: must be one of all, changes, none"},
+        Bad{"noSuchUser", "[agent]\nuser = \"no such user\"\n",
+            "igmpq.toml:2:8: user no such user: there is no user of that name"},
+        Bad{"noSuchGroup", "[agent]\nread-group = \"no such group\"\n",
+            "igmpq.toml:2:14: read-group no such group: there is no group of that name"},
+        Bad{"allCannotConfigure", "[agent]\nconfigure-group = \"all\"\n",
+            "igmpq.toml:2:19: configure-group all: there is no group of that name"},
+        Bad{"loopback", "[[interface]]\nname = \"lo\"\n",
+            "igmpq.toml:2:8: lo is the loopback interface: it has no link"},
         Bad{"contradiction", "[defaults]\nquery-interval = 5\n",
             "igmpq.toml:2:18: query-interval 5: must be more than the query response interval, 10 "
             "seconds (RFC 3376 8.3)"},
@@ -220,6 +228,22 @@ TEST_P(BadConfiguration, isRefusedWithItsPlace) {
 TEST_F(ConfigurationTest, allFaultsOfContentAreReported) {
   EXPECT_EQ(faultsOf("[defaults]\nrobustness = 9\n[agent]\nevents = \"x\"\n[nothing]\n").size(),
             3u);
+}
+
+TEST_F(ConfigurationTest, allContradictionsOfASectionAreReported) {
+  EXPECT_THAT(faultsOf("[[interface]]\nname = \"a\"\nquery-interval = 5\n"
+                       "last-member-query-interval = 60\n"),
+              ElementsAre(testing::StartsWith("igmpq.toml:3:18: query-interval 5: must be more"),
+                          testing::StartsWith("igmpq.toml:4:30: last-member-query-interval 60: "
+                                              "must be from")));
+}
+
+TEST_F(ConfigurationTest, accountsOfThisMachineCanBeNamed) {
+  const AgentSettings agent =
+      read("[agent]\nuser = \"root\"\nread-group = \"all\"\nconfigure-group = \"root\"\n").agent();
+  EXPECT_EQ(agent.user, "root");
+  EXPECT_EQ(agent.readGroup, "all");
+  EXPECT_EQ(agent.configureGroup, "root");
 }
 
 // Each part is a table within a table.

@@ -105,28 +105,31 @@ ConfiguredAgent configuredAgent(const Configuration* files, const GivenSettings&
   for (const std::string& name : names) {
     const ConfiguredInterface& interface =
         agent.interfaces.emplace(name, configuredInterface(files, given, name)).first->second;
-    const auto fault = contradictionOf(interface, *defaults, givenTo(interface));
-    // One line of a file may be of many interfaces.
-    const bool isNew =
-        fault && std::ranges::find(faults, fault->place, &ConfigFault::place) == faults.end();
-    if (isNew) faults.push_back(*fault);
+    for (ConfigFault& fault : contradictionsOf(interface, *defaults, givenTo(interface))) {
+      // One line of a file may be of many interfaces.
+      if (std::ranges::find(faults, fault.place, &ConfigFault::place) == faults.end()) {
+        faults.push_back(std::move(fault));
+      }
+    }
   }
   if (!faults.empty()) throw ConfigError(std::move(faults));
   return agent;
 }
 
-std::optional<ConfigFault> contradictionOf(const ConfiguredInterface& wanted,
-                                           const Gmp::Igmp::QuerierConfig& present,
-                                           std::span<const Written> values) {
-  const auto error = settingErrorOf(present, values);
-  if (!error) return std::nullopt;
-  const SettingOrigin origin = originOf(wanted.origins, error->name());
-  ConfigPlace place = origin.place;
-  if (origin.from != SettingOrigin::file) place.file = originText(origin);
-  return ConfigFault{
-      .place = place,
-      .what = fmt::format("{} {} on {}: {}", settingKey(error->name()), error->value().value_or(""),
-                          wanted.name, error->reason())};
+std::vector<ConfigFault> contradictionsOf(const ConfiguredInterface& wanted,
+                                          const Gmp::Igmp::QuerierConfig& present,
+                                          std::span<const Written> values) {
+  std::vector<ConfigFault> faults;
+  for (const SettingError& error : settingErrorsOf(present, values)) {
+    const SettingOrigin origin = originOf(wanted.origins, error.name());
+    ConfigPlace place = origin.place;
+    if (origin.from != SettingOrigin::file) place.file = originText(origin);
+    faults.push_back(
+        {.place = place,
+         .what = fmt::format("{} {} on {}: {}", settingKey(error.name()),
+                             error.value().value_or(""), wanted.name, error.reason())});
+  }
+  return faults;
 }
 
 }  // namespace Agent

@@ -1,4 +1,4 @@
-// The kinds of events in one table: the name of each, its keys in JSON, and its words.
+// The kinds of events in one table: name, priority, keys in JSON, and words of each.
 #include <Events/Event.h>
 
 #include <array>
@@ -7,9 +7,13 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <syslog.h>
 
 #include <Text/Json.h>
+#include <Text/Printable.h>
 #include <Text/QuerierNames.h>
+
+#include "EventLine.h"
 
 namespace Agent {
 
@@ -188,75 +192,120 @@ constexpr void forEachPart(std::string_view words, F f) {
   }
 }
 
+// The journal has an address of an event under that name where JSON has it, too.
+struct JournalField {
+  Field field;
+  std::string_view name;
+  Ilvo::IpAddr Event::*address;
+};
+
+constexpr std::array journalFields{
+    JournalField{addGroup, "IGMP_GROUP", &Event::group},
+    JournalField{addKnownGroup, "IGMP_GROUP", &Event::group},
+    JournalField{addReporter, "IGMP_HOST", &Event::address},
+    JournalField{addSender, "IGMP_HOST", &Event::address},
+    JournalField{addSource, "IGMP_SOURCE", &Event::source},
+    JournalField{addQuerier, "IGMP_QUERIER", &Event::address},
+};
+
 struct Row {
   Event::Kind kind;
   const char* name;             // "event" in JSON
+  int priority;                 // in the journal
   std::array<Field, 5> fields;  // what follows the interface in JSON, in that order
   std::string_view words;       // what follows the interface in a line for people
 };
 
 constexpr std::array rows{
-    Row{Event::role, "role", {addRole, addQuerier}, "role {role}{elected}"},
+    Row{Event::role, "role", LOG_NOTICE, {addRole, addQuerier}, "role {role}{elected}"},
     Row{Event::groupJoined,
         "groupJoined",
+        LOG_INFO,
         {addGroup, addReporter, addMode, addFilter},
         "joined {group} by {address} {mode}"},
     Row{Event::groupChanged,
         "groupChanged",
+        LOG_INFO,
         {addGroup, addMode, addFilter},
         "changed {group} {mode}"},
-    Row{Event::groupLeft, "groupLeft", {addGroup}, "left {group}"},
+    Row{Event::groupLeft, "groupLeft", LOG_INFO, {addGroup}, "left {group}"},
     Row{Event::sourceJoined,
         "sourceJoined",
+        LOG_INFO,
         {addGroup, addSource},
         "joined {group} source {source}"},
     Row{Event::sourceExcluded,
         "sourceExcluded",
+        LOG_INFO,
         {addGroup, addSource},
         "excluded {group} source {source}"},
-    Row{Event::sourceLeft, "sourceLeft", {addGroup, addSource}, "left {group} source {source}"},
+    Row{Event::sourceLeft,
+        "sourceLeft",
+        LOG_INFO,
+        {addGroup, addSource},
+        "left {group} source {source}"},
     Row{Event::sourcesChanged,
         "sourcesChanged",
+        LOG_INFO,
         {addGroup, addSourcesJoined, addSourcesExcluded, addSourcesLeft},
         "changed {group} sources: {sourceCounts}"},
     Row{Event::querySent,
         "querySent",
+        LOG_DEBUG,
         {addGroup, addVersion, addMaxResponse, addSources},
         "query sent for {groups}, version {version}, answers within {maxResponse}s{sources}"},
     Row{Event::versionMismatch,
         "versionMismatch",
+        LOG_WARNING,
         {addOtherVersion, addConfigured, addText},
         "{text}"},
-    Row{Event::invalidSource, "invalidSource", {addText}, "{text}"},
-    Row{Event::interfaceUp, "interfaceUp", {addAddress}, "interface up{atAddress}"},
-    Row{Event::interfaceDown, "interfaceDown", {addAddress}, "interface down{atAddress}"},
-    Row{Event::interfaceGone, "interfaceGone", {addAddress}, "interface gone{atAddress}"},
-    Row{Event::addressChanged, "addressChanged", {addAddress}, "address changed{atAddress}"},
+    Row{Event::invalidSource, "invalidSource", LOG_WARNING, {addText}, "{text}"},
+    Row{Event::interfaceUp, "interfaceUp", LOG_NOTICE, {addAddress}, "interface up{atAddress}"},
+    Row{Event::interfaceDown,
+        "interfaceDown",
+        LOG_NOTICE,
+        {addAddress},
+        "interface down{atAddress}"},
+    Row{Event::interfaceGone,
+        "interfaceGone",
+        LOG_NOTICE,
+        {addAddress},
+        "interface gone{atAddress}"},
+    Row{Event::addressChanged,
+        "addressChanged",
+        LOG_NOTICE,
+        {addAddress},
+        "address changed{atAddress}"},
     Row{Event::configChanged,
         "configChanged",
+        LOG_NOTICE,
         {addAttribute, addValue},
         "configured {attribute} {value}"},
-    Row{Event::counters, "counters", {addCounters}, "counters {counters}"},
+    Row{Event::counters, "counters", LOG_INFO, {addCounters}, "counters {counters}"},
     Row{Event::eventsLost,
         "eventsLost",
+        LOG_WARNING,
         {addCount},
         "{count} events were lost: the output did not take them"},
     Row{Event::eventsSummed,
         "eventsSummed",
+        LOG_NOTICE,
         {addKind, addCount},
         "{count} more {attribute} events within a second"},
-    Row{Event::agentLost, "agentLost", {addText}, "{text}"},
-    Row{Event::agentBack, "agentBack", {}, "the agent is back"},
+    Row{Event::agentLost, "agentLost", LOG_WARNING, {addText}, "{text}"},
+    Row{Event::agentBack, "agentBack", LOG_NOTICE, {}, "the agent is back"},
     Row{Event::intake,
         "intake",
+        LOG_NOTICE,
         {addRule, addSender, addKnownGroup, addCount, addText},
         "{text}, from {sender}{ofGroup}; {count} so far"},
     Row{Event::intakeWarning,
         "intakeWarning",
+        LOG_WARNING,
         {addRule, addSender, addCount, addText},
         "warning: {text}: {sender}; {count} so far"},
-    Row{Event::notice, "notice", {addText}, "{text}"},
-    Row{Event::error, "error", {addText}, "error: {text}"},
+    Row{Event::notice, "notice", LOG_NOTICE, {addText}, "{text}"},
+    Row{Event::error, "error", LOG_ERR, {addText}, "error: {text}"},
 };
 
 consteval bool eachKindHasItsRow() {
@@ -306,6 +355,27 @@ std::string eventText(const Event& event) {
   std::string text;
   appendEventText(text, event);
   return text;
+}
+
+// Values of more than a line would have another form, so interface and words are made printable.
+std::string eventJournalEntry(const Event& event) {
+  const Row& row = rows.at(event.kind);
+  std::string entry = "MESSAGE=";
+  if (!event.interface.empty()) appendPrintable(entry, event.interface + ": ");
+  appendPrintable(entry, eventText(event));
+  append(entry, "\nPRIORITY={}\nSYSLOG_IDENTIFIER=igmpq\nIGMP_EVENT={}\n", row.priority, row.name);
+  if (!event.interface.empty()) {
+    append(entry, "IGMP_INTERFACE={}\n", printable(event.interface));
+  }
+  for (const Field field : row.fields) {
+    for (const JournalField& each : journalFields) {
+      if (each.field != field || (event.*each.address).isZero()) continue;
+      append(entry, "{}=", each.name);
+      Ilvo::appendText(entry, event.*each.address);
+      entry += '\n';
+    }
+  }
+  return entry;
 }
 
 std::string eventJson(const Event& event, std::string memory) {

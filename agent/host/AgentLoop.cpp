@@ -15,6 +15,7 @@
 #include <boost/asio/post.hpp>
 
 #include "AgentLoopImpl.h"
+#include "ServiceStatus.h"
 
 namespace Agent {
 
@@ -75,7 +76,8 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
       requests_(makeRequestServer(setup, sink)),
       links_(io_, wheel_,
-             [this](const std::string& name, const Link* link) { handleLink(name, link); }) {
+             [this](const std::string& name, const Link* link) { handleLink(name, link); }),
+      serviceManager_(wheel_, setup.service, [this] { return serviceStatus(); }) {
   waitForSignal();
   waitForPackets();
   copySettings(*configured_.values.process, *process_.config);
@@ -236,7 +238,12 @@ bool AgentLoop::Impl::handleNext() {
 // One in a round of the loop: the kernel takes its time to open a port, and neither a signal nor
 // packets on those that are open wait for all.
 void AgentLoop::Impl::startNext() {
-  if (starting_.empty()) return;
+  if (isStarted_) return;
+  if (starting_.empty()) {
+    isStarted_ = true;
+    serviceManager_.stateIs(ServiceManager::ready);
+    return;
+  }
   const std::string name = std::move(starting_.front());
   starting_.pop_front();
   boost::asio::post(io_, [] {});  // the loop comes back at once
@@ -259,9 +266,20 @@ std::vector<InterfaceView> AgentLoop::Impl::views() const {
   return all;
 }
 
+std::string AgentLoop::Impl::serviceStatus() const {
+  ServiceCounts counts{.interfaces = queriers_.size()};
+  for (const auto& querier : queriers_) {
+    const Gmp::Igmp::QuerierStatus& status = *querier->status();
+    const bool isElected = status.state() == Gmp::Igmp::QuerierStatus::querierStateQuerier;
+    if (querier->running() && isElected) ++counts.elected;
+    counts.groups += status.group().size();
+  }
+  return serviceStatusText(counts);
+}
+
 void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
   const auto found = queriersByName_.find(name);
-  if (found == queriersByName_.end()) return;
+  if (found == queriersByName_.end() || isLeaving(name)) return;
   if (!inBatch_) handleBatch();  // a timer may have found the change
   found->second->linkIs(link);
   reportChanges();
@@ -299,6 +317,7 @@ void AgentLoop::Impl::handleSignal(int number) {
   } else if (number == SIGHUP) {
     reloadAtSignal();
   } else {
+    serviceManager_.stateIs(ServiceManager::stopping);
     io_.stop();
     return;
   }

@@ -48,6 +48,7 @@ InterfaceSetup setupOf(const ConfiguredInterface& configured) {
 std::vector<ConfigChange> AgentLoop::Impl::reload() {
   if (!configure_) throw std::runtime_error(noFileText);
   std::vector<ConfigChange> changes;
+  serviceManager_.stateIs(ServiceManager::reloading);
   try {
     changes = takeOver();
   } catch (const ConfigError& error) {
@@ -55,6 +56,7 @@ std::vector<ConfigChange> AgentLoop::Impl::reload() {
   } catch (const std::exception& error) {
     changes = {{.kind = ConfigChange::fault, .what = error.what()}};
   }
+  serviceManager_.stateIs(ServiceManager::ready);
   report(changes);
   return changes;
 }
@@ -160,8 +162,18 @@ void AgentLoop::Impl::deleteEmptied() {
   const auto first =
       std::ranges::find_if(leaving_, [](const auto& querier) { return querier->hasEnded(); });
   if (first == leaving_.end()) return;
+  const std::string name = (*first)->name();
   leaving_.erase(first);
+  const auto successor = queriersByName_.find(name);
+  if (successor != queriersByName_.end() && !isLeaving(name)) {
+    successor->second->linkIs(links_.links().find(name));
+    reportChanges();
+  }
   if (!leaving_.empty()) boost::asio::post(io_, [] {});  // the loop comes back at once
+}
+
+bool AgentLoop::Impl::isLeaving(const std::string& interface) const {
+  return std::ranges::any_of(leaving_, [&](const auto& each) { return each->name() == interface; });
 }
 
 void AgentLoop::Impl::applySettings(const ConfigPlan& plan) {
@@ -182,11 +194,9 @@ void AgentLoop::Impl::applySettings(const ConfigPlan& plan) {
 void AgentLoop::Impl::addQueriers(const ConfigPlan& plan, Queriers added) {
   for (std::unique_ptr<InterfaceQuerier>& querier : added) {
     const std::string& name = querier->name();
-    // The events of one that is still ending must not come after those of its successor.
-    std::erase_if(leaving_, [&](const auto& each) { return each->name() == name; });
     queriersByName_.emplace(name, querier.get());
     publish(*querier);
-    querier->linkIs(links_.links().find(name));
+    if (!isLeaving(name)) querier->linkIs(links_.links().find(name));
   }
   std::map<std::string, std::unique_ptr<InterfaceQuerier>, std::less<>> all;
   for (auto& querier : queriers_) all.emplace(querier->name(), std::move(querier));

@@ -81,8 +81,10 @@ class AgentLoop::Impl {
   void addQueriers(const ConfigPlan& plan, Queriers added);
   // Of those that are leaving.
   void deleteEmptied();
+  bool isLeaving(const std::string& interface) const;
   SettingEntities entitiesOf(const std::string& interface) const;
   std::optional<std::vector<ShownSetting>> shownSettings(const std::string& interface) const;
+  std::string serviceStatus() const;
   void handleLink(const std::string& name, const Link* link);
   bool handleNext();
   void startNext();
@@ -127,7 +129,8 @@ class AgentLoop::Impl {
   std::unique_ptr<AttrLogServer> attrLog_;  // null for none, and at the end
   InterfaceQuerier::Services services_;
   Queriers queriers_;  // in the order of the configuration
-  Queriers leaving_;   // no longer in it: their groups end in steps
+  // No longer in it: their groups end in steps. A successor begins after the last event of that.
+  Queriers leaving_;
   std::map<std::string, InterfaceQuerier*, std::less<>> queriersByName_;
   std::deque<std::string> starting_;         // queriers that have not been given their link yet
   std::unique_ptr<RequestServer> requests_;  // null for none, and at the end
@@ -135,6 +138,8 @@ class AgentLoop::Impl {
   const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
   std::deque<std::string> rebuilding_;  // queriers that have not been rebuilt after the last gap
   Mox::Seconds gap_ = 0.0;              // how long that was
+  ServiceManager serviceManager_;
+  bool isStarted_ = false;
   bool inBatch_ = false;
   bool stateRequested_ = false;
   Mox::Seconds endSignalled_ = 0.0;  // when the last signal was handled

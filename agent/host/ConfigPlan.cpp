@@ -107,9 +107,9 @@ class Planner {
                                .after = boundaryText(wanted.boundary),
                                .origin = originText(originOf(wanted.origins, boundaryKey))});
     }
-    if (auto fault = contradictionOf(wanted, *present.config, change.querier)) {
-      fault->what += "; a value that it contradicts was set at run time";
-      faults_.push_back(*std::move(fault));
+    for (ConfigFault& fault : contradictionsOf(wanted, *present.config, change.querier)) {
+      fault.what += "; a value that it contradicts was set at run time";
+      faults_.push_back(std::move(fault));
     }
     const bool isChanged =
         change.isBoundaryChanged || !change.querier.empty() || !change.intake.empty();

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <set>
 #include <string_view>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -78,19 +79,30 @@ std::string intakeRefusalOf(std::span<const Written> values) {
 
 }  // namespace
 
-std::optional<SettingError> settingErrorOf(const QuerierConfig& config,
-                                           std::span<const Written> values) {
-  for (const Written& setting : values) {
-    if (auto error = rangeErrorOf(setting)) return error;
-  }
+std::vector<SettingError> settingErrorsOf(const QuerierConfig& config,
+                                          std::span<const Written> values) {
+  std::vector<SettingError> errors;
+  const auto add = [&](const std::optional<SettingError>& error) {
+    if (error) errors.push_back(*error);
+  };
+  for (const Written& setting : values) add(rangeErrorOf(setting));
+  if (!errors.empty()) return errors;
   const auto after = copyOf(config);
   Given given;
   for (const auto& [attr, value] : values) {
     attr->set(*after, value);
     given.insert(attr->name);
   }
-  auto error = intervalErrorOf(*after, given);
-  return error ? error : lastMemberErrorOf(*after);
+  add(intervalErrorOf(*after, given));
+  add(lastMemberErrorOf(*after));
+  return errors;
+}
+
+std::optional<SettingError> settingErrorOf(const QuerierConfig& config,
+                                           std::span<const Written> values) {
+  std::vector<SettingError> errors = settingErrorsOf(config, values);
+  if (errors.empty()) return std::nullopt;
+  return std::move(errors.front());
 }
 
 std::string whyConfigRefused(const Mox::EntityBase& config, std::span<const Written> values) {

@@ -126,4 +126,5 @@ def compact(text):
 
 
 def all_pages():
-    return sorted(path.name for path in FOLDER.iterdir() if path.suffix in (".1", ".3", ".5", ".7"))
+    return sorted(path.name for path in FOLDER.iterdir()
+                  if path.suffix in (".1", ".3", ".5", ".7", ".8"))

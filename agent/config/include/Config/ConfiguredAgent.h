@@ -53,9 +53,9 @@ ConfiguredAgent configuredAgent(const Configuration* files, const GivenSettings&
                                 const std::vector<std::string>& names);
 
 // Why an interface cannot have these values beside those that it has, in the words of a file and
-// with the place of the value; none when it can.
-std::optional<ConfigFault> contradictionOf(const ConfiguredInterface& wanted,
-                                           const Gmp::Igmp::QuerierConfig& present,
-                                           std::span<const Mox::NboAttrLog::Written> values);
+// with the places of the values; empty when it can.
+std::vector<ConfigFault> contradictionsOf(const ConfiguredInterface& wanted,
+                                          const Gmp::Igmp::QuerierConfig& present,
+                                          std::span<const Mox::NboAttrLog::Written> values);
 
 }  // namespace Agent

@@ -22,6 +22,7 @@
 #include <Link/LinkTable.h>
 #include <Local/LocalPeer.h>
 #include <Report/InterfaceView.h>
+#include <Service/ServiceManager.h>
 
 namespace Agent {
 
@@ -43,6 +44,7 @@ class AgentLoop {
     std::function<void(const Config&)> onConfig = {};
     // SIGUSR1. Called again, between other work, while it returns true: there is more to write.
     std::function<bool()> onStateRequested = {};
+    ServiceManager::Setup service = {};
   };
 
   // The queriers start one after the other while it runs. Throws std::system_error when the

@@ -27,6 +27,10 @@ struct AgentSettings {
   std::optional<Mox::U64> ringKib;  // none: by the number of interfaces
 };
 
+// The account of this machine that a text names, if any.
+enum class AccountKind { none, user, group, groupOrAll };
+inline constexpr const char* everyUser = "all";  // in the place of a group
+
 struct AgentSetting {
   using Member =
       std::variant<std::string AgentSettings::*, bool AgentSettings::*, Mox::U64 AgentSettings::*,
@@ -38,7 +42,8 @@ struct AgentSetting {
   NumberRange range;                            // of a number
   const char* unset = "";                       // the meaning of no value
   std::span<const std::string_view> choices{};  // of a text; empty for any
-  bool atStart = false;                         // a running agent keeps the value that it has
+  AccountKind names = AccountKind::none;
+  bool atStart = false;  // a running agent keeps the value that it has
   const char* help;
 };
 
@@ -55,6 +60,7 @@ inline constexpr std::array agentSettings{
                  .member = &AgentSettings::user,
                  .range = {},
                  .unset = "this one",
+                 .names = AccountKind::user,
                  .atStart = true,
                  .help = "the user that the agent becomes; the right to raw packets stays"},
     AgentSetting{.name = "read-group",
@@ -62,12 +68,14 @@ inline constexpr std::array agentSettings{
                  .member = &AgentSettings::readGroup,
                  .range = {},
                  .unset = "none",
+                 .names = AccountKind::groupOrAll,
                  .help = "group whose members can read the state, or all for every user"},
     AgentSetting{.name = "configure-group",
                  .valueName = "NAME",
                  .member = &AgentSettings::configureGroup,
                  .range = {},
                  .unset = "none",
+                 .names = AccountKind::group,
                  .help = "group whose members can read and change it"},
     AgentSetting{.name = "max-readers",
                  .valueName = "N",

@@ -1,0 +1,261 @@
+"""The unit igmpq.service under a systemd of its own, in a container on the link.
+
+The container has the machine's programs and nothing of its configuration. Its /usr/local is what
+the build installs.
+"""
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+from lab import PREFIX, is_stale, wait_until
+from querier import NOBODY, program
+from testcase import SKIPPED, LabTestCase, main
+
+GROUP = "239.1.1.1"
+NET_RAW = f"{1 << 13:016x}"
+CONFIG = """
+[defaults]
+query-interval = 1000
+query-response-interval = 1
+[[interface]]
+name = "eth0"
+"""
+# Started once the file systems and the journal are there; nothing of a login or of first use.
+INIT = ("--unit=basic.target", "systemd.firstboot=off",
+        "systemd.mask=systemd-firstboot.service", "systemd.mask=systemd-networkd.service",
+        "systemd.mask=systemd-timesyncd.service")
+# The firewall of the unit is a program of the kernel, which systemd must be able to load.
+FIREWALL = ("--system-call-filter=bpf", "--capability=CAP_BPF,CAP_NET_ADMIN,CAP_SYS_ADMIN")
+
+
+class ControlGroup:
+    """One for each container, which is ended with it: its processes outlive systemd-nspawn."""
+
+    def __init__(self, name):
+        mounts = [line.split() for line in pathlib.Path("/proc/mounts").read_text().splitlines()]
+        root = pathlib.Path(next(mount[1] for mount in mounts if mount[2] == "cgroup2"))
+        for path in root.glob(f"{PREFIX}*"):
+            if is_stale(path.name): self.end(path)
+        self.path = root / name
+        self.path.mkdir()
+
+    def enter(self):
+        (self.path / "cgroup.procs").write_text("0")
+
+    def close(self):
+        self.end(self.path)
+
+    @staticmethod
+    def end(path):
+        (path / "cgroup.kill").write_text("1")
+        wait_until(lambda: "populated 0" in (path / "cgroup.events").read_text(), 10,
+                   "the processes of a container to end")
+        for folder, _, _ in os.walk(path, topdown=False): os.rmdir(folder)
+
+
+class ServiceTestCase(LabTestCase):
+    def setUp(self):
+        super().setUp()
+        self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
+        prefix = pathlib.Path(self.lab.scratch.name, "prefix")
+        subprocess.run(("cmake", "--install", program().parents[1], "--prefix", prefix),
+                       capture_output=True, check=True)
+        for path in (prefix, *prefix.rglob("*")): path.chmod(path.stat().st_mode | 0o055)
+        self.boot(prefix)
+
+    def boot(self, prefix):
+        name = self.lab.prefix.rstrip("-")
+        control_group = ControlGroup(name)
+        self.log = pathlib.Path(self.lab.scratch.name, "container.log").open("w+")
+        self.addCleanup(self.log.close)
+        self.container = subprocess.Popen(
+            ("systemd-nspawn", "--quiet", "--register=no", "--keep-unit", f"--machine={name}",
+             "--directory=/", "--volatile=yes", f"--bind-ro={prefix}:/usr/local", *FIREWALL,
+             f"--network-namespace-path=/run/netns/{self.router.namespace}", "--boot", "--", *INIT),
+            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log, start_new_session=True,
+            preexec_fn=control_group.enter)
+        self.addCleanup(self.container.wait)
+        self.addCleanup(control_group.close)
+        wait_until(self.find_init, 20, "the container's first process")
+        try:
+            wait_until(self.is_up, 30, "the container's systemd")
+        except TimeoutError as error:
+            self.log.seek(0)
+            raise AssertionError(f"{error}:\n{self.log.read()}") from error
+        self.write("/etc/igmpq/igmpq.toml", CONFIG)
+
+    def is_up(self):
+        return self.inside("systemctl", "is-active", "basic.target").returncode == 0
+
+    def find_init(self):
+        """Among the children of systemd-nspawn; the others only prepare the container."""
+        task = pathlib.Path(f"/proc/{self.container.pid}/task/{self.container.pid}/children")
+        self.init = next((child for child in task.read_text().split() if self.is_init(child)), None)
+        return self.init
+
+    @staticmethod
+    def is_init(process):
+        try:
+            return pathlib.Path(f"/proc/{process}/comm").read_text() == "systemd\n"
+        except OSError:
+            return False  # it has ended
+
+    def inside(self, *command, **options):
+        """Runs a command in the container."""
+        return subprocess.run(
+            ("nsenter", "--target", self.init, "--mount", "--pid", "--net", "--ipc", "--uts",
+             "--cgroup", "--", *map(str, command)),
+            capture_output=True, text=True, timeout=60, check=False, **options)
+
+    def write(self, path, text):
+        done = self.inside("sh", "-c", f"mkdir -p {os.path.dirname(path)} && cat >{path}",
+                           input=text)
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+
+    def systemctl(self, *arguments, status=0):
+        done = self.inside("systemctl", *arguments)
+        self.assertEqual(status, done.returncode, done.stderr + self.messages())
+        return done
+
+    def shown(self, name):
+        return self.systemctl("show", "igmpq", f"--property={name}", "--value").stdout.strip()
+
+    def messages(self):
+        return self.inside("journalctl", "--no-pager", "--unit=igmpq").stdout
+
+    def journal(self, *fields):
+        """The entries that the agent wrote and that have these fields."""
+        done = self.inside("journalctl", "--output=json", "_COMM=igmpq", *fields)
+        return [json.loads(line) for line in done.stdout.splitlines()]
+
+    def status_of_agent(self):
+        done = self.inside("cat", f"/proc/{self.shown('MainPID')}/status")
+        return {key: rest.split() for key, _, rest in
+                (line.partition(":") for line in done.stdout.splitlines())}
+
+    def wait_status(self, text):
+        wait_until(lambda: self.shown("StatusText") == text, 20, f"the status line {text}")
+
+
+class ServiceTest(ServiceTestCase):
+    def test_it_serves_hosts_and_shows_its_state(self):
+        self.systemctl("start", "igmpq")
+        self.assertEqual("active", self.shown("ActiveState"))
+        self.wait_status("1 interface, querier on 1, 0 groups")
+        self.host.join(GROUP)
+        self.wait_status("1 interface, querier on 1, 1 group")
+        # A query that the firewall or the system call filter held back would be an error.
+        self.host.leave(GROUP)
+        self.wait_status("1 interface, querier on 1, 0 groups")
+        self.assertEqual([], self.journal("PRIORITY=3"))
+        self.systemctl("stop", "igmpq")
+        self.assertEqual("success", self.shown("Result"))
+        self.assertEqual(0, self.inside("sh", "-c", "! test -e /run/igmpq").returncode)
+
+    def test_it_has_a_user_of_its_own_and_the_one_right(self):
+        self.systemctl("start", "igmpq")
+        status = self.status_of_agent()
+        user = self.inside("id", "-u", "igmpq").stdout.strip()
+        self.assertNotEqual("0", user)
+        self.assertEqual({user}, set(status["Uid"]))
+        self.assertEqual(
+            [NET_RAW, NET_RAW, NET_RAW, f"{0:016x}", "1", "2"],
+            [status[key][0] for key in
+             ("CapPrm", "CapEff", "CapBnd", "CapAmb", "NoNewPrivs", "Seccomp")])
+
+    def test_an_address_outside_the_unit_cannot_be_reached(self):
+        """The firewall works here: a process with the unit's addresses cannot send to the host."""
+        run = ("systemd-run", "--quiet", "--wait", "--pipe")
+        send = ("bash", "-c", f"echo x >/dev/udp/{self.host.address}/9")
+        done = self.inside(*run, *send)
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+        rules = [f"--property={name}={rule}" for name in ("IPAddressDeny", "IPAddressAllow")
+                 for rule in self.rules_of(name)]
+        done = self.inside(*run, *rules, *send)
+        self.assertIn("Operation not permitted", done.stderr)
+
+    def rules_of(self, name):
+        text = self.inside("cat", "/usr/local/lib/systemd/system/igmpq.service").stdout
+        return re.search(rf"^{name}=(.*)$", text, re.MULTILINE)[1].split()
+
+    def test_the_journal_has_each_event_once_with_its_fields(self):
+        self.systemctl("start", "igmpq")
+        self.wait_status("1 interface, querier on 1, 0 groups")
+        self.host.join(GROUP)
+        wait_until(lambda: self.journal(f"IGMP_GROUP={GROUP}"), 20, "an entry for the group")
+        entries = [entry for entry in self.journal() if f"joined {GROUP}" in entry["MESSAGE"]]
+        self.assertEqual(1, len(entries))
+        self.assertEqual(
+            {"MESSAGE": f"eth0: joined {GROUP} by {self.host.address} (version 2)", "PRIORITY": "6",
+             "SYSLOG_IDENTIFIER": "igmpq", "IGMP_EVENT": "groupJoined", "IGMP_INTERFACE": "eth0",
+             "IGMP_GROUP": GROUP, "IGMP_HOST": self.host.address, "_TRANSPORT": "journal"},
+            {key: entries[0].get(key) for key in
+             ("MESSAGE", "PRIORITY", "SYSLOG_IDENTIFIER", "IGMP_EVENT", "IGMP_INTERFACE",
+              "IGMP_GROUP", "IGMP_HOST", "_TRANSPORT")})
+        self.systemctl("stop", "igmpq")
+        self.assertEqual([], [entry["MESSAGE"] for entry in self.journal("_TRANSPORT=stdout")])
+
+    def test_a_reload_is_taken_over_or_fails(self):
+        self.systemctl("start", "igmpq")
+        agent = self.shown("MainPID")
+        self.write("/etc/igmpq/igmpq.toml", CONFIG + "robustness = 3\n")
+        self.systemctl("reload", "igmpq")
+        self.assertEqual("3\n", self.inside("igmpq", "get", "config/eth0/robustness").stdout)
+        self.write("/etc/igmpq/igmpq.toml", CONFIG + "robustness = 99\n")
+        self.systemctl("reload", "igmpq", status=1)
+        self.assertIn("/etc/igmpq/igmpq.toml:7:", self.messages())
+        self.assertEqual("3\n", self.inside("igmpq", "get", "config/eth0/robustness").stdout)
+        self.assertEqual(("active", agent), (self.shown("ActiveState"), self.shown("MainPID")))
+
+    def test_a_loop_that_hangs_is_killed_and_started_again(self):
+        self.write("/run/systemd/system/igmpq.service.d/watchdog.conf",
+                   "[Service]\nWatchdogSec=1\nLimitCORE=0\n")
+        self.systemctl("daemon-reload")
+        self.systemctl("start", "igmpq")
+        agent = self.shown("MainPID")
+        self.inside("kill", "-STOP", agent)
+        wait_until(lambda: self.shown("NRestarts") == "1" and self.shown("StatusText"), 30,
+                   "the agent to be started again")
+        self.assertNotEqual(agent, self.shown("MainPID"))
+        self.assertIn("Watchdog timeout", self.messages())
+
+    def test_a_watchdog_that_is_fed_does_nothing(self):
+        self.write("/run/systemd/system/igmpq.service.d/watchdog.conf",
+                   "[Service]\nWatchdogSec=1\n")
+        self.write("/etc/igmpq/igmpq.toml", CONFIG + "last-member-query-count = 5\n")
+        self.systemctl("daemon-reload")
+        self.systemctl("start", "igmpq")
+        self.wait_status("1 interface, querier on 1, 0 groups")
+        # Five times as long as it has patience, until the group ends after its queries.
+        self.host.join(GROUP)
+        self.wait_status("1 interface, querier on 1, 1 group")
+        self.host.leave(GROUP)
+        self.wait_status("1 interface, querier on 1, 0 groups")
+        self.assertEqual("0", self.shown("NRestarts"))
+
+    def test_a_configuration_without_interfaces_is_not_tried_again(self):
+        self.write("/etc/igmpq/igmpq.toml", "[defaults]\nrobustness = 3\n")
+        self.systemctl("start", "igmpq", status=1)
+        self.assertEqual(("failed", "exit-code", "2", "0"), tuple(
+            self.shown(name) for name in ("ActiveState", "Result", "ExecMainStatus", "NRestarts")))
+        self.assertIn("the configuration names no interface", self.messages())
+
+    def test_other_users_can_read_where_the_file_permits_it(self):
+        self.write("/etc/igmpq/igmpq.toml", CONFIG + '[agent]\nread-group = "all"\n')
+        self.systemctl("start", "igmpq")
+        done = self.inside(*NOBODY, "igmpq", "get", "config/eth0/robustness")
+        self.assertEqual((0, "2\n"), (done.returncode, done.stdout), done.stderr)
+
+
+if __name__ == "__main__":
+    if shutil.which("systemd-nspawn") is None:
+        print("skipped: no systemd-nspawn here: install systemd-container", file=sys.stderr)
+        sys.exit(SKIPPED)
+    if os.environ.get("LAB_SANITIZED") == "1":
+        print("skipped: sanitizers need more than the unit permits", file=sys.stderr)
+        sys.exit(SKIPPED)
+    main()
