@@ -149,7 +149,7 @@ void InterfaceQuerier::makeQuerier() {
   intake_.querierIs(querier_);
 }
 
-// What is left of it are its groups, perhaps a million.
+// Its groups, perhaps a million, are left.
 void InterfaceQuerier::querierDel() {
   if (!querier_) return;
   intake_.querierIs(nullptr);

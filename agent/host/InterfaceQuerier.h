@@ -156,7 +156,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   Gmp::Igmp::QueryOutput output_{
       [this](const Gmp::Igmp::PublishedQuery& query) { transmit(query); }};
   Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm> querier_;
-  // Queriers that have ended and whose groups are still to be deleted, and how far the first one is.
+  // Queriers that have ended and whose groups are still to be deleted; how far the first one is.
   std::deque<Gmp::Igmp::Ptr<Gmp::Igmp::QuerierSm>> retired_;
   Mox::U64 retireBookmark_ = 0;
   std::deque<Ilvo::IpAddr> clearing_;   // groups that are still to be ended
