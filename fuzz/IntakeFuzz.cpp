@@ -1,8 +1,9 @@
 // Whatever blocks of frames a ring hands out, the way from the port through the intake into a
-// querier stays within the limits of the intake: groups, sources, notifications, bytes sent, memory.
+// querier stays within the limits of the intake: groups, sources, notifications, bytes sent,
+// memory.
 //
-// The first byte chooses the limits. A step is a byte, a length of two bytes, and as many bytes of a
-// frame, up to 9,000. The byte has the time that passes before it, in its highest bit whether
+// The first byte chooses the limits. A step is a byte, a length of two bytes, and as many bytes of
+// a frame, up to 9,000. The byte has the time that passes before it, in its highest bit whether
 // checksums are corrected, and in the next whether the frame that follows is of the same block.
 #include <stdlib.h>
 

@@ -11,7 +11,7 @@ namespace {
 
 // Of a step, in sources that end.
 constexpr size_t groupCost = 8;
-constexpr size_t mostCost = 8192;
+constexpr size_t mostClearCost = 8192;
 
 }  // namespace
 
@@ -35,7 +35,7 @@ size_t InterfaceQuerier::clearGroups(std::optional<IpAddr> only) {
 
 // Packets and timers have their turn before the next step.
 void InterfaceQuerier::handleClearTimer() {
-  for (size_t cost = 0; cost < mostCost && !clearing_.empty(); clearing_.pop_front()) {
+  for (size_t cost = 0; cost < mostClearCost && !clearing_.empty(); clearing_.pop_front()) {
     const IpAddr group = clearing_.front();
     if (const auto status = status_->group(group)) cost += groupCost + status->source().size();
     if (querier_) {
@@ -52,11 +52,11 @@ void InterfaceQuerier::handleClearTimer() {
 void InterfaceQuerier::handleRetireTimer() {
   Gmp::Igmp::QuerierSm& querier = *retired_.front();
   std::vector<IpAddr> part;
-  Mox::U64 next = querier.groupSm().walk(retireBookmark_, mostCost / groupCost,
+  Mox::U64 next = querier.groupSm().walk(retireBookmark_, mostClearCost / groupCost,
                                          [&](IpAddr group, const auto&) { part.push_back(group); });
   size_t cost = 0;
   for (const IpAddr group : part) {
-    if (cost >= mostCost) {
+    if (cost >= mostClearCost) {
       next = retireBookmark_;
       break;
     }

@@ -13,8 +13,8 @@ using Mox::U8;
 
 namespace {
 
-// Eight bytes that end a group, or say that it excludes nothing, concern all of its sources. A query
-// costs as much as some sources.
+// Eight bytes that end a group, or say that it excludes nothing, concern all of its sources. A
+// query costs as much as some sources.
 constexpr size_t usualCost = ReceivedFrame::usualCost;
 constexpr size_t queryCost = 5;
 

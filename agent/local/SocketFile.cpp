@@ -21,8 +21,6 @@ namespace {
 
 constexpr const char* otherAgent = "another agent serves there; choose another path with --socket";
 
-[[noreturn]] void fail() { throw std::runtime_error(errorText(errno)); }
-
 std::string nameIn(const std::string& path) { return std::filesystem::path(path).filename(); }
 
 // Another user who can write to the folder could put a socket of their own in the place of this
@@ -46,7 +44,7 @@ void checkFolder(const struct stat& status, const std::string& path) {
 Descriptor checkedFolder(const std::string& path) {
   SocketFolder folder = openedSocketFolder(path);
   struct stat status {};
-  if (fstat(folder.opened.fd(), &status) != 0) fail();
+  if (fstat(folder.opened.fd(), &status) != 0) failWithErrno();
   checkFolder(status, path);
   return std::move(folder.opened);
 }
@@ -83,10 +81,10 @@ Descriptor SocketFile::lockedFile() {
     }
     if (flock(file.fd(), LOCK_EX | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) throw std::runtime_error(otherAgent);
-      fail();
+      failWithErrno();
     }
     struct stat status {};
-    if (fstat(file.fd(), &status) != 0) fail();
+    if (fstat(file.fd(), &status) != 0) failWithErrno();
     lockFile_.device = status.st_dev;
     lockFile_.number = status.st_ino;
     if (isThere(lockFile_)) return file;
@@ -105,14 +103,15 @@ Descriptor SocketFile::servingSocket() {
   Descriptor socket = newUnixSocket();
   {
     const FileMask mask(S_IXUSR | S_IXGRP | S_IXOTH);
-    if (::bind(socket.fd(), genericAddress(address), sizeof(address)) != 0) fail();
+    if (::bind(socket.fd(), genericAddress(address), sizeof(address)) != 0) failWithErrno();
   }
   socketFile_.name = nameIn(path_);
   struct stat status {};
-  if (fstatat(folder_.fd(), socketFile_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) fail();
+  if (fstatat(folder_.fd(), socketFile_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    failWithErrno();
   socketFile_.device = status.st_dev;
   socketFile_.number = status.st_ino;
-  if (::listen(socket.fd(), SOMAXCONN) != 0) fail();
+  if (::listen(socket.fd(), SOMAXCONN) != 0) failWithErrno();
   return socket;
 }
 
@@ -122,7 +121,7 @@ void SocketFile::removeStale() const {
   const std::string name = nameIn(path_);
   if (fstatat(folder_.fd(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return;
-    fail();
+    failWithErrno();
   }
   if (!S_ISSOCK(status.st_mode)) {
     throw std::runtime_error(
@@ -130,7 +129,7 @@ void SocketFile::removeStale() const {
   }
   const int error = connectError(newUnixSocket(), pathInFolder());
   if (error != ECONNREFUSED) throw std::runtime_error(otherAgent);
-  if (::unlinkat(folder_.fd(), name.c_str(), 0) != 0) fail();
+  if (::unlinkat(folder_.fd(), name.c_str(), 0) != 0) failWithErrno();
 }
 
 bool SocketFile::isThere(const Made& file) const {

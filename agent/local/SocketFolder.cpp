@@ -20,8 +20,6 @@ namespace {
 constexpr int mostLinks = 40;  // as the kernel follows at most
 constexpr mode_t othersWrite = S_IWGRP | S_IWOTH;
 
-[[noreturn]] void fail() { throw std::runtime_error(errorText(errno)); }
-
 // From the root of the file system to the wanted folder.
 class Walk {
  public:
@@ -43,7 +41,7 @@ class Walk {
  private:
   void enterRoot() {
     at_ = {.opened = Descriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC))};
-    if (!at_.opened.isOpen()) fail();
+    if (!at_.opened.isOpen()) failWithErrno();
     path_ = "/";
   }
 
@@ -59,7 +57,7 @@ class Walk {
   // Any user who can write to a folder can replace its contents.
   void check() const {
     struct stat status {};
-    if (fstat(at_.opened.fd(), &status) != 0) fail();
+    if (fstat(at_.opened.fd(), &status) != 0) failWithErrno();
     const std::string shown = path_.string();
     if (status.st_uid != 0 && status.st_uid != geteuid()) {
       throw std::runtime_error(fmt::format(
@@ -85,11 +83,11 @@ class Walk {
     if (!next.isOpen() && errno == ENOENT) {
       const FileMask mask(othersWrite);
       isNew = ::mkdirat(at_.opened.fd(), name.c_str(), 0777) == 0;
-      if (!isNew && errno != EEXIST) fail();
+      if (!isNew && errno != EEXIST) failWithErrno();
       next = open();
     }
     struct stat status {};
-    if (!next.isOpen() || fstat(next.fd(), &status) != 0) fail();
+    if (!next.isOpen() || fstat(next.fd(), &status) != 0) failWithErrno();
     if (S_ISLNK(status.st_mode)) return follow(next, status, name);
     if (!S_ISDIR(status.st_mode)) throw std::runtime_error(errorText(ENOTDIR));
     at_ = {.opened = std::move(next), .isNew = isNew};
@@ -110,7 +108,7 @@ class Walk {
     }
     std::string target(PATH_MAX, '\0');
     const ssize_t length = ::readlinkat(link.fd(), "", target.data(), target.size());
-    if (length < 0) fail();
+    if (length < 0) failWithErrno();
     target.resize(static_cast<size_t>(length));
     const std::filesystem::path to(target);
     if (to.is_absolute()) enterRoot();

@@ -16,6 +16,8 @@ namespace Agent {
 
 inline std::string errorText(int error) { return std::generic_category().message(error); }
 
+[[noreturn]] inline void failWithErrno() { throw std::runtime_error(errorText(errno)); }
+
 inline sockaddr_un unixAddress(const std::string& path) {
   sockaddr_un address{};
   if (path.size() >= sizeof(address.sun_path)) {
@@ -32,7 +34,7 @@ inline const sockaddr* genericAddress(const sockaddr_un& address) {
 
 inline Descriptor newUnixSocket() {
   Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket.isOpen()) throw std::runtime_error(errorText(errno));
+  if (!socket.isOpen()) failWithErrno();
   return socket;
 }
 
