@@ -90,6 +90,7 @@ void Ledger::onQueryReceived(const Frame& query, const Router& router) {
   if (query.kind != Frame::specificQuery || query.suppresses) return;
   forEachChannel(query.asks, [&](unsigned channel) {
     Entry& at = entry(router, channel);
+    at.askedByOther = Mox::now();
     if (at.evidence >= query.sent) at.overtaken = Mox::now();
   });
 }

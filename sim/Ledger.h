@@ -18,14 +18,15 @@ class Ledger {
     unsigned lost = 0;  // rounds in a row
     U32 lostRound = 0;
     U32 evidenceRound = 0;
-    Seconds evidence = 0.0;     // the last time
-    Seconds servedUntil = 0.0;  // it may be served so long
-    Seconds dropped = 0.0;      // the last report without it was received
-    Seconds listed = 0.0;       // it was given a timer because one without it names it
-    Seconds dropLost = 0.0;     // one without it was lost
-    Seconds lastLoss = 0.0;     // of any frame that concerns the channel
-    Seconds overtaken = 0.0;    // its timers were lowered again, before the querier had the answer
-    bool isIgnored = false;     // the last report was of a version that the router does not take
+    Seconds evidence = 0.0;      // the last time
+    Seconds servedUntil = 0.0;   // it may be served so long
+    Seconds dropped = 0.0;       // the last report without it was received
+    Seconds listed = 0.0;        // it was given a timer because one without it names it
+    Seconds dropLost = 0.0;      // one without it was lost
+    Seconds lastLoss = 0.0;      // of any frame that concerns the channel
+    Seconds askedByOther = 0.0;  // a query that lowers its timers was received
+    Seconds overtaken = 0.0;     // its timers were lowered again, before the querier had the answer
+    bool isIgnored = false;      // the last report was of a version that the router does not take
   };
 
   explicit Ledger(Facts& facts) : facts_(facts), entries_(facts.routers.size()) {}

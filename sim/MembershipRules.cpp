@@ -134,12 +134,13 @@ bool MembershipRules::isOvertaken(const Router& router, const Ledger::Entry& ent
 }
 
 // An answer to two queries at once was lost or is late, and the timer that has fired is the one
-// that they are about.
+// that they are about, or that the last query of their row has lowered again: they are a round
+// fewer than the robustness covers.
 bool MembershipRules::isCrowded(const Router& router, unsigned channel) const {
   const Ledger::Entry& entry = ledger_.entry(router, channel);
   const Seconds crowded = ledger_.crowded(channel);
   const Seconds since = std::min(entry.evidence, entry.dropped - 2 * facts_.lan->longestDelay());
-  return crowded >= since && Mox::now() <= crowded + longestLastMemberTime() &&
+  return crowded >= since && Mox::now() <= crowded + 2 * longestLastMemberTime() &&
          (std::max(entry.lost, lostWithQuerier(router, channel)) != 0 || isLate(router, channel));
 }
 
@@ -156,11 +157,11 @@ bool MembershipRules::isActedOnAlone(const Router& router, unsigned channel) con
          known.evidence >= known.dropped;
 }
 
-// The querier asks about a source that this router excludes: the query starts its timer.
+// The querier asks about a source that this router excludes: the query starts its timer. This
+// router may have become the querier since.
 bool MembershipRules::isAskedAfterExclusion(const Router& router, unsigned channel) const {
-  return router.status().electedQuerierAddr() != router.address() &&
-         channel % channelsOfGroup != sourcesMost &&
-         Mox::now() <= ledger_.askedSpecifically(channel) + longestLastMemberTime();
+  return channel % channelsOfGroup != sourcesMost &&
+         Mox::now() <= ledger_.entry(router, channel).askedByOther + longestLastMemberTime();
 }
 
 // Of the querier, and of a router that takes it from the robustness in a query.
