@@ -1,6 +1,7 @@
 #include "Ledger.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Sim {
 
@@ -36,9 +37,17 @@ void Ledger::noteOvertaken(Node querier, unsigned channel) {
   }
 }
 
-void Ledger::fail(Node router, unsigned channel) {
+// A host sends some answers before the next query reaches it: they are of the round before.
+bool Ledger::isOfRoundBefore(const Frame& frame, unsigned channel) const {
+  return !frame.isQuery() && !frame.isUnsolicited &&
+         frame.sent < asked_[channel] + facts_.lan->longestDelay();
+}
+
+void Ledger::fail(Node router, unsigned channel, bool isBefore) {
   Entry& entry = entries_[router][channel];
-  const U32 round = round_[channel];
+  U32 round = round_[channel];
+  const U32 known = std::max(entry.lostRound, entry.evidenceRound);
+  if (isBefore && known + 1 < round) --round;
   if (round == entry.lostRound || round == entry.evidenceRound) return;
   entry.lostRound = round;
   ++entry.lost;
@@ -47,7 +56,9 @@ void Ledger::fail(Node router, unsigned channel) {
 void Ledger::onLost(const Frame& frame, Node receiver) {
   const size_t routers = facts_.routers.size();
   if (receiver < routers) {
-    forEachChannel(frame.wanted, [&](unsigned channel) { fail(receiver, channel); });
+    forEachChannel(frame.wanted, [&](unsigned channel) {
+      fail(receiver, channel, isOfRoundBefore(frame, channel));
+    });
     forEachChannel(frame.asserts | frame.drops | frame.asks,
                    [&](unsigned channel) { entries_[receiver][channel].lastLoss = Mox::now(); });
     forEachChannel(frame.drops,
@@ -59,7 +70,7 @@ void Ledger::onLost(const Frame& frame, Node receiver) {
 
 void Ledger::onUnanswered(Mask channels) {
   for (Node router = 0; router < facts_.routers.size(); ++router) {
-    forEachChannel(channels, [&](unsigned channel) { fail(router, channel); });
+    forEachChannel(channels, [&](unsigned channel) { fail(router, channel, false); });
   }
 }
 
@@ -71,7 +82,7 @@ void Ledger::onReceived(const Frame& frame, const Router& router, const Before& 
     Entry& at = entry(router, channel);
     at.isIgnored = ignored;
     if (ignored) return;
-    at.lost = 0;
+    if (at.lost != 0) at.lostRow = std::exchange(at.lost, 0);
     at.evidenceRound = round_[channel];
     at.evidence = Mox::now();
   });

@@ -15,7 +15,8 @@ namespace Sim {
 class Ledger {
  public:
   struct Entry {
-    unsigned lost = 0;  // rounds in a row
+    unsigned lost = 0;     // rounds in a row
+    unsigned lostRow = 0;  // the last time that there were any, until an answer ended it
     U32 lostRound = 0;
     U32 evidenceRound = 0;
     Seconds evidence = 0.0;      // the last time
@@ -62,7 +63,8 @@ class Ledger {
   void allow(const Router& router, Mask channels, Seconds interval);
 
  private:
-  void fail(Node router, unsigned channel);
+  bool isOfRoundBefore(const Frame& frame, unsigned channel) const;
+  void fail(Node router, unsigned channel, bool isBefore);
   bool isUnderWay(Node receiver, unsigned channel) const;
   void noteOvertaken(Node querier, unsigned channel);
   void onQueryReceived(const Frame& query, const Router& router);

@@ -98,7 +98,8 @@ unsigned MembershipRules::lostWithQuerier(const Router& router, unsigned channel
   const Router* querier = querierOf();
   if (querier == nullptr || ledger_.askedSpecifically(channel) < own.evidence) return 0;
   const Ledger::Entry& other = ledger_.entry(*querier, channel);
-  return std::max(other.lost, own.lost + (other.lastLoss >= own.dropped ? 1 : 0));
+  const unsigned before = other.lastLoss >= own.dropped ? std::max(other.lostRow, 1U) : 0;
+  return std::max(other.lost, own.lost + before);
 }
 
 bool MembershipRules::hasVersionOneMember(unsigned channel) const {
