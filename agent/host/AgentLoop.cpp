@@ -15,7 +15,6 @@
 #include <boost/asio/post.hpp>
 
 #include "AgentLoopImpl.h"
-#include "ServiceStatus.h"
 
 namespace Agent {
 
@@ -264,17 +263,6 @@ std::vector<InterfaceView> AgentLoop::Impl::views() const {
   std::vector<InterfaceView> all;
   for (const auto& querier : queriers_) all.push_back(querier->view());
   return all;
-}
-
-std::string AgentLoop::Impl::serviceStatus() const {
-  ServiceCounts counts{.interfaces = queriers_.size()};
-  for (const auto& querier : queriers_) {
-    const Gmp::Igmp::QuerierStatus& status = *querier->status();
-    const bool isElected = status.state() == Gmp::Igmp::QuerierStatus::querierStateQuerier;
-    if (querier->running() && isElected) ++counts.elected;
-    counts.groups += status.group().size();
-  }
-  return serviceStatusText(counts);
 }
 
 void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
