@@ -3,6 +3,7 @@
   manual_test.py            compares
   manual_test.py --write    writes into the manual what the commands write now
 """
+import re
 import subprocess
 import sys
 import unittest
@@ -47,6 +48,12 @@ class FormTest(unittest.TestCase):
                            (False, "IP 10.77.0.5 > 224.0.0.1: igmp query v2")):
             self.assert_same(same, shown, [line])
         self.assert_same(False, shown, shown * 2)
+
+
+def names_in_text(pattern):
+    """What stands between backquotes, outside the blocks."""
+    text = re.sub(r"^```.*?^```$", "", DOCUMENT.read_text("utf-8"), flags=re.M | re.S)
+    return set(re.findall(rf"`({pattern})(?: = [^`]*)?`", text))
 
 
 class ManualTest(service_test.ServiceTestCase):
@@ -137,6 +144,20 @@ class ManualTest(service_test.ServiceTestCase):
         if self.writes:
             text = "\n".join(manual.rewritten(lines, outputs)) + "\n"
             DOCUMENT.write_text(text, "utf-8")
+
+    def test_keys_of_the_configuration_exist(self):
+        example = self.inside("igmpq", "check", "--example").stdout
+        named = names_in_text(r"[a-z]+(?:-[a-z]+)+")
+        self.assertGreaterEqual(len(named), 15)
+        self.assertEqual(set(), named - set(re.findall(r"^#([a-z-]+) = ", example, re.M)))
+
+    def test_counters_and_settings_exist(self):
+        self.systemctl("start", "igmpq")
+        shown = "".join(self.inside("igmpq", "show", part).stdout
+                        for part in ("counters", "config"))
+        named = names_in_text(r"[a-z]+[A-Z]\w*")
+        self.assertGreaterEqual(len(named), 15)
+        self.assertEqual({"nonQuerier"}, named - set(re.findall(r"\w+", shown)))
 
     def compare(self, command, written):
         self.assertEqual(manual.form(command.shown), manual.form(written),
