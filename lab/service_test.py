@@ -61,13 +61,17 @@ class ServiceTestCase(LabTestCase):
     def setUp(self):
         super().setUp()
         self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
+        self.boot()
+
+    def installed(self):
         prefix = pathlib.Path(self.lab.scratch.name, "prefix")
         subprocess.run(("cmake", "--install", program().parents[1], "--prefix", prefix),
                        capture_output=True, check=True)
         for path in (prefix, *prefix.rglob("*")): path.chmod(path.stat().st_mode | 0o055)
-        self.boot(prefix)
+        return prefix
 
-    def boot(self, prefix):
+    def boot(self):
+        prefix = self.installed()
         name = self.lab.prefix.rstrip("-")
         control_group = ControlGroup(name)
         self.log = pathlib.Path(self.lab.scratch.name, "container.log").open("w+")
@@ -251,7 +255,7 @@ class ServiceTest(ServiceTestCase):
         self.assertEqual((0, "2\n"), (done.returncode, done.stdout), done.stderr)
 
 
-if __name__ == "__main__":
+def main_in_container():
     if shutil.which("systemd-nspawn") is None:
         print("skipped: no systemd-nspawn here: install systemd-container", file=sys.stderr)
         sys.exit(SKIPPED)
@@ -259,3 +263,7 @@ if __name__ == "__main__":
         print("skipped: sanitizers need more than the unit permits", file=sys.stderr)
         sys.exit(SKIPPED)
     main()
+
+
+if __name__ == "__main__":
+    main_in_container()
