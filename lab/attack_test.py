@@ -310,6 +310,21 @@ class AttackTest(LabTestCase):
             self.querier.expect("groupLeft", group=late)
         self.assert_queries_on_time()
 
+    # In the name of the host: its own reports must not be lost behind them.
+    def test_forged_reports_of_a_host_end_none_of_its_groups(self):
+        self.start()
+        groups = addresses(12)
+        fill = [records((ALLOW, group, sources(300))) for group in groups]
+        costly = records(*[(TO_INCLUDE, group, ()) for group in groups * 15])
+        with self.unharmed(most_groups=len(groups) + 3, most_growth=16 * MIB):
+            # Longer than a group lives without a report.
+            for _ in range(4):
+                query = len(self.querier.seen("querySent", group="0.0.0.0"))
+                while len(self.querier.seen("querySent", group="0.0.0.0")) == query:
+                    send(self.attacker, *((1, each) for each in fill),
+                         (2 if SANITIZED else 20, costly))
+        self.assert_queries_on_time()
+
 
 if __name__ == "__main__":
     main()

@@ -5,58 +5,59 @@
 
 namespace Agent {
 
-using Ilvo::IpAddr;
-
-bool DeferredPackets::holds(IpAddr sender) const {
-  return std::ranges::find(senders_, sender, &Sender::addr) != senders_.end();
+bool DeferredPackets::holds(const Sender& sender) const {
+  return std::ranges::find(queues_, sender, &Queue::sender) != queues_.end();
 }
 
-bool DeferredPackets::add(IpAddr sender, Received received) {
-  const bool hasRoom = packets_ < mostPackets;
-  if (!hasRoom && !makeRoom(sender)) return false;
-  senderAt(sender).packets.push_back(std::move(received));
+void DeferredPackets::add(const Sender& sender, Received received) {
+  packetsOf(sender).push_back({std::move(received), false});
   ++packets_;
-  return hasRoom;
 }
 
-bool DeferredPackets::addRest(IpAddr sender, Received received) {
-  const bool hasRoom = packets_ < mostPackets;
-  if (!hasRoom && !makeRoom(sender)) return false;
-  senderAt(sender).packets.push_front(std::move(received));
+std::optional<DeferredPackets::Waiting> DeferredPackets::addRest(const Sender& sender,
+                                                                 Received rest) {
+  std::optional<Waiting> pushedOut;
+  if (!hasRoom()) {
+    pushedOut = pushOut(sender);
+    if (!pushedOut) return Waiting{std::move(rest), true};
+  }
+  packetsOf(sender).push_front({std::move(rest), true});
   ++packets_;
-  return hasRoom;
+  return pushedOut;
 }
 
 DeferredPackets::Received DeferredPackets::take() {
-  Sender sender = std::move(senders_.front());
-  senders_.pop_front();
-  Received first = std::move(sender.packets.front());
-  sender.packets.pop_front();
+  Queue queue = std::move(queues_.front());
+  queues_.pop_front();
+  Received first = std::move(queue.packets.front().received);
+  queue.packets.pop_front();
   --packets_;
-  if (!sender.packets.empty()) senders_.push_back(std::move(sender));
+  if (!queue.packets.empty()) queues_.push_back(std::move(queue));
   return first;
 }
 
 size_t DeferredPackets::clear() {
-  senders_.clear();
+  queues_.clear();
   return std::exchange(packets_, 0);
 }
 
-bool DeferredPackets::makeRoom(IpAddr sender) {
-  const auto held = [](const Sender& each) { return each.packets.size(); };
-  const auto most = std::ranges::max_element(senders_, {}, held);
-  const auto own = std::ranges::find(senders_, sender, &Sender::addr);
-  const size_t ownAfter = (own == senders_.end() ? 0 : held(*own)) + 1;
-  if (most == own || held(*most) <= ownAfter) return false;
+std::optional<DeferredPackets::Waiting> DeferredPackets::pushOut(const Sender& sender) {
+  const auto held = [](const Queue& each) { return each.packets.size(); };
+  const auto most = std::ranges::max_element(queues_, {}, held);
+  const auto own = std::ranges::find(queues_, sender, &Queue::sender);
+  const size_t ownAfter = (own == queues_.end() ? 0 : held(*own)) + 1;
+  if (most != own && held(*most) <= ownAfter) return std::nullopt;
+  Waiting latest = std::move(most->packets.back());
   most->packets.pop_back();
   --packets_;
-  return true;
+  if (most->packets.empty()) queues_.erase(most);
+  return latest;
 }
 
-DeferredPackets::Sender& DeferredPackets::senderAt(IpAddr addr) {
-  const auto found = std::ranges::find(senders_, addr, &Sender::addr);
-  if (found != senders_.end()) return *found;
-  return senders_.emplace_back(Sender{.addr = addr, .packets = {}});
+std::deque<DeferredPackets::Waiting>& DeferredPackets::packetsOf(const Sender& sender) {
+  const auto found = std::ranges::find(queues_, sender, &Queue::sender);
+  if (found != queues_.end()) return found->packets;
+  return queues_.emplace_back(Queue{.sender = sender, .packets = {}}).packets;
 }
 
 }  // namespace Agent

@@ -1,16 +1,18 @@
 // Packets of an interface that wait while others are handled: rests of reports that cost too much
 // at once, and what their senders have sent since.
 //
-// Packets of a sender keep their order, and senders take turns. Where there is no room, the sender
-// with the most packets loses its latest: a flood of costly reports does not push out those of
-// other hosts.
+// Packets of a sender keep their order, and senders take turns. Where there is no room for a rest,
+// the sender with the most packets has its latest pushed out: a flood of costly reports does not
+// push out those of other hosts. Whole packets never push out anything.
 //
-//   deferred.addRest(sender, packet);  // nothing of that sender waits, or it was taken just now
-//   if (deferred.holds(sender)) deferred.add(sender, packet);
+//   if (deferred.holds(sender) && deferred.hasRoom()) deferred.add(sender, packet);
+//   pushedOut = deferred.addRest(sender, rest);  // nothing of that sender waits, or it was taken
 //   handle(deferred.take());
 #pragma once
 
+#include <array>
 #include <deque>
+#include <optional>
 
 #include <Ilvo/IpAddr.h>
 #include "ReceivedBatch.h"
@@ -20,30 +22,42 @@ namespace Agent {
 class DeferredPackets {
  public:
   using Received = ReceivedBatch::Received;
+  // A station, as its frames name it; zeros for a link without MAC addresses.
+  struct Sender {
+    Ilvo::IpAddr addr;
+    std::array<Mox::U8, PacketView::macBytes> mac{};
+    bool operator==(const Sender&) const = default;
+  };
+  struct Waiting {
+    Received received;
+    bool isRest;
+  };
   // Each is as long as a frame at most, and may take as long to handle as a packet may cost.
   static constexpr size_t mostPackets = 64;
 
   bool empty() const { return packets_ == 0; }
-  bool holds(Ilvo::IpAddr sender) const;
-  // Behind the packets of the same sender. False when a packet was lost, be it this or another.
-  bool add(Ilvo::IpAddr sender, Received received);
-  // Before them.
-  bool addRest(Ilvo::IpAddr sender, Received received);
+  bool hasRoom() const { return packets_ < mostPackets; }
+  bool holds(const Sender& sender) const;
+  // Behind the packets of the same sender. There must be room.
+  void add(const Sender& sender, Received received);
+  // Before them. Returns what found no room for it, this one or another; nothing where all did.
+  std::optional<Waiting> addRest(const Sender& sender, Received rest);
   // The first packet of the sender whose turn it is. There must be one.
   Received take();
   // Returns how many there were.
   size_t clear();
 
  private:
-  struct Sender {
-    Ilvo::IpAddr addr;
-    std::deque<Received> packets;  // at least one
+  struct Queue {
+    Sender sender;
+    std::deque<Waiting> packets;  // at least one
   };
-  // False when there is none for one more packet of that sender.
-  bool makeRoom(Ilvo::IpAddr sender);
-  Sender& senderAt(Ilvo::IpAddr addr);
 
-  std::deque<Sender> senders_;  // in the order of their turns
+  // The latest of the sender with the most; nothing where that would be the given one.
+  std::optional<Waiting> pushOut(const Sender& sender);
+  std::deque<Waiting>& packetsOf(const Sender& sender);
+
+  std::deque<Queue> queues_;  // in the order of their turns
   size_t packets_ = 0;
 };
 

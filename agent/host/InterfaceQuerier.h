@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -128,10 +129,10 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void rxPacket(const RxPacket& packet) override;
   void rxBatchEnd() override;
   void handIn(const ReceivedBatch::Received& received);
-  void handInNow(const ReceivedBatch::Received& received, size_t mostCost);
+  std::span<const Mox::U8> handInNow(const ReceivedBatch::Received& received, size_t mostCost);
+  size_t costLeft() const;
+  void deferRest(const ReceivedBatch::Received& received, std::span<const Mox::U8> rest);
   void handleDeferredTimer();
-  // `isRoomLeft` as the deferred packets say it.
-  void handInLater(bool isRoomLeft);
   void deferredLost(Mox::U64 packets);
   void handleClearTimer();
   void handleRetireTimer();

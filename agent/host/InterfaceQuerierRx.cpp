@@ -5,6 +5,7 @@
 
 #include <Events/IntakeEvents.h>
 #include <GmpIgmpQuerierSm/GroupLookahead.h>
+#include <Ilvo/IgmpHdr.h>
 #include <Ilvo/IpHdr.h>
 #include <Link/QueryDatagram.h>
 #include <Mox/ActivityClock.h>
@@ -25,9 +26,22 @@ constexpr size_t mostBlockCost = 4 * usualCost;
 const Mox::Call<Mox::Ptr<Ilvo::Pkt>> doRxPkt(Mox::typeInfoOf<Gmp::Igmp::QuerierSm>(), "doRxPkt");
 
 // 0.0.0.0 for what is too short for an IPv4 header.
-Ilvo::IpAddr senderOf(const ReceivedBatch::Received& received) {
-  const auto header = Ilvo::IpHdr::of(received.pkt->data());
-  return header ? header->src() : Ilvo::IpAddr();
+DeferredPackets::Sender senderOf(const ReceivedBatch::Received& received,
+                                 std::span<const Mox::U8> packet) {
+  DeferredPackets::Sender sender;
+  if (const auto header = Ilvo::IpHdr::of(packet)) sender.addr = header->src();
+  if (received.hasMacs) {
+    std::copy_n(received.macs.begin() + PacketView::macBytes, PacketView::macBytes,
+                sender.mac.begin());
+  }
+  return sender;
+}
+
+bool isQuery(const ReceivedBatch::Received& received) {
+  const std::span<const Mox::U8> packet = received.pkt->data();
+  const auto header = Ilvo::IpHdr::of(packet);
+  return header && header->headerBytes() < packet.size() &&
+         packet[header->headerBytes()] == Ilvo::igmpMembershipQuery;
 }
 
 ReceivedBatch::Received copyOf(const ReceivedBatch::Received& received,
@@ -60,38 +74,53 @@ void InterfaceQuerier::rxBatchEnd() {
   services_.batch.clear();
 }
 
-// The packets of a sender are handled in their order.
+// The packets of a sender are handled in their order, as far as there is room. A whole packet is
+// not lost: a sender that forges a host's address could end the host's groups otherwise. Queries do
+// not wait: they change no group at once, and the election depends on them.
 void InterfaceQuerier::handIn(const ReceivedBatch::Received& received) {
-  if (!deferred_.empty()) {
-    const Ilvo::IpAddr sender = senderOf(received);
+  if (!deferred_.empty() && deferred_.hasRoom() && !isQuery(received)) {
+    const std::span<const Mox::U8> packet = received.pkt->data();
+    const DeferredPackets::Sender sender = senderOf(received, packet);
     if (deferred_.holds(sender)) {
-      return handInLater(deferred_.add(sender, copyOf(received, received.pkt->data())));
+      deferred_.add(sender, copyOf(received, packet));
+      return;
     }
   }
-  handInNow(received, std::min(usualCost, mostBlockCost - std::min(mostBlockCost, blockCost_)));
+  deferRest(received, handInNow(received, costLeft()));
 }
 
-void InterfaceQuerier::handInNow(const ReceivedBatch::Received& received, size_t mostCost) {
+size_t InterfaceQuerier::costLeft() const {
+  return std::min(usualCost, mostBlockCost - std::min(mostBlockCost, blockCost_));
+}
+
+// Returns what has to wait.
+std::span<const Mox::U8> InterfaceQuerier::handInNow(const ReceivedBatch::Received& received,
+                                                     size_t mostCost) {
   ReceivedFrame frame{.packet = received.pkt->data(), .mostCost = mostCost};
   if (received.hasMacs) frame.macs = received.macs;
   const IntakeVerdict verdict = intake_.judge(frame);
   blockCost_ += verdict.cost;
-  if (!verdict.rest.empty()) {
-    handInLater(deferred_.addRest(senderOf(received), copyOf(received, verdict.rest)));
-  }
-  if (verdict.isRefused) return;
+  if (verdict.isRefused) return verdict.rest;
   if (verdict.isChanged()) received.pkt->bytesIs(verdict.packet);
   doRxPkt(*querier_, received.pkt);
+  return verdict.rest;
 }
 
-// They have room for a turn of the wheel: the packets of others that have arrived come first.
-void InterfaceQuerier::handInLater(bool isRoomLeft) {
-  if (!isRoomLeft) deferredLost(1);
+// It has room for a turn of the wheel: the packets of others that have arrived come first. A whole
+// packet that it pushes out is handled now.
+void InterfaceQuerier::deferRest(const ReceivedBatch::Received& received,
+                                 std::span<const Mox::U8> rest) {
+  if (rest.empty()) return;
   deferredTimer_.timeMinIs(Mox::now());
+  const auto pushedOut = deferred_.addRest(senderOf(received, rest), copyOf(received, rest));
+  if (!pushedOut) return;
+  if (pushedOut->isRest || !handInNow(pushedOut->received, costLeft()).empty()) deferredLost(1);
 }
 
 void InterfaceQuerier::handleDeferredTimer() {
-  handInNow(deferred_.take(), usualCost);
+  blockCost_ = 0;
+  const ReceivedBatch::Received received = deferred_.take();
+  deferRest(received, handInNow(received, usualCost));
   deferredTimer_.timeMinIs(deferred_.empty() ? Mox::never : Mox::now());
 }
 

@@ -87,10 +87,13 @@ size_t Intake::RecordPass::unlistedSources(const GroupRecord& record) const {
   return usesList ? roomOf(sources, record.sources) : sources;
 }
 
+// Where the packets before have used up a part, only sources that are not listed count: the others
+// are bounded by the bytes of a block.
 bool Intake::RecordPass::isAffordable(const GroupRecord& record) {
   const size_t unlisted = (isAsking(record) ? queryCost : 0) + unlistedSources(record);
-  const size_t cost = record.sources + unlisted;
-  const bool isFirst = cost_ == 0 && mostCost_ == usualCost;
+  const bool isFresh = mostCost_ == usualCost;
+  const size_t cost = unlisted + (isFresh ? record.sources : 0);
+  const bool isFirst = cost_ == 0 && isFresh;
   if (cost != 0 && !isFirst && cost_ + cost > mostCost_) return false;
   cost_ += cost;
   unlisted_ += unlisted;

@@ -24,7 +24,8 @@ struct ReceivedFrame {
   std::span<const Mox::U8> macs = {};  // destination and source as the frame begins; empty where
                                        // the link has none
   // What the packet may cost before others get their turn, in sources that the querier touches. A
-  // record may cost more if it is the first, and if nothing of the usual cost is used up.
+  // record may cost more if it is the first, and if nothing of the usual cost is used up; else
+  // only sources that it does not list count.
   static constexpr std::size_t usualCost = 1024;
   std::size_t mostCost = usualCost;
 };
