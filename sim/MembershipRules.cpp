@@ -1,6 +1,7 @@
 #include "MembershipRules.h"
 
 #include <bit>
+#include <cmath>
 
 namespace Sim {
 
@@ -98,7 +99,8 @@ unsigned MembershipRules::lostWithQuerier(const Router& router, unsigned channel
   const Router* querier = querierOf();
   if (querier == nullptr || ledger_.askedSpecifically(channel) < own.evidence) return 0;
   const Ledger::Entry& other = ledger_.entry(*querier, channel);
-  const unsigned before = other.lastLoss >= own.dropped ? std::max(other.lostRow, 1U) : 0;
+  const bool isSince = other.lastLoss >= own.dropped - facts_.lan->longestDelay();
+  const unsigned before = isSince ? std::max(other.lostRow, 1U) : 0;
   return std::max(other.lost, own.lost + before);
 }
 
@@ -200,7 +202,10 @@ bool MembershipRules::isSameCourse(const Router& router, const Router& querier,
   const Ledger::Entry& own = ledger_.entry(router, channel);
   const Ledger::Entry& other = ledger_.entry(querier, channel);
   const Seconds since = Mox::now() - 2 * facts_.bounds.groupMembershipInterval();
-  return own.lastLoss <= since && other.lastLoss <= since &&
+  const auto mayCross = [&](const Ledger::Entry& entry) {
+    return std::abs(entry.evidence - entry.dropped) <= 2 * facts_.lan->longestDelay();
+  };
+  return own.lastLoss <= since && other.lastLoss <= since && !mayCross(own) && !mayCross(other) &&
          own.evidence <= other.evidence + facts_.lan->longestDelay() &&
          own.listed <= own.evidence &&
          (own.evidence > own.dropped) == (other.evidence > other.dropped);
