@@ -59,7 +59,9 @@ class ManyInterfacesTest(LabTestCase):
             self.assertEqual([], querier.errors)
             opened = len(querier.seen("interfaceUp"))
             self.assertEqual(interface == self.names[-1], opened == INTERFACES)
-            self.assertEqual("state", querier.events[-1]["event"])
+            last = querier.events[-1]
+            if last["event"] != "state":  # on a slow machine the time is up before
+                self.assertIn("than can be shown before the end", last["text"])
 
     def test_an_answer_that_changes_interrupt_hides_no_interface(self):
         # Each change of an interface interrupts the answer in which the kernel lists them.
