@@ -107,8 +107,9 @@ Descriptor SocketFile::servingSocket() {
   }
   socketFile_.name = nameIn(path_);
   struct stat status {};
-  if (fstatat(folder_.fd(), socketFile_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+  if (fstatat(folder_.fd(), socketFile_.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
     failWithErrno();
+  }
   socketFile_.device = status.st_dev;
   socketFile_.number = status.st_ino;
   if (::listen(socket.fd(), SOMAXCONN) != 0) failWithErrno();
