@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include <AgentTestSupport/TestLink.h>
 #include <Events/Event.h>
 #include <Intake/Intake.h>
 #include <Link/QueryDatagram.h>
@@ -145,16 +146,7 @@ class World {
 
   const Fuzz::WheelInPlace wheel_{begin};
   const Fuzz::MessageWorld messages_;
-  const Agent::Link link_{
-      .index = 2,
-      .name = "eth0",
-      .up = true,
-      .running = true,
-      .ethernet = true,
-      .multicast = true,
-      .mtu = 1500,
-      .mac = {2, 0, 0, 0, 0, 5},
-      .addresses = {{.address = IpAddr(10, 0, 0, 5), .prefixLength = 24, .global = true}}};
+  const Agent::Link link_ = Agent::runningLink(IpAddr(10, 0, 0, 5), {2, 0, 0, 0, 0, 5});
   const Ptr<Agent::IntakeConfig> config_ = makePtr<Agent::IntakeConfig>("eth0");
   const Ptr<Gmp::Igmp::QuerierConfig> querierConfig_ = Gmp::Igmp::querierConfigFactory("eth0");
   NoEvents events_;

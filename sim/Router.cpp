@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include <AgentTestSupport/TestLink.h>
 #include <Mox/ActivityClock.h>
 
 #include "Wire.h"
@@ -51,15 +52,10 @@ Router::Router(Node node, Ilvo::IpAddr address, const Settings& settings, Transm
 Router::~Router() = default;
 
 Agent::Link Router::link() const {
-  return {.index = 2,
-          .name = name_,
-          .up = up_,
-          .running = up_,
-          .ethernet = true,
-          .multicast = true,
-          .mtu = 1500,
-          .mac = {0x02, 0, 0, 0, 0, static_cast<U8>(node_ + 1)},
-          .addresses = {{.address = address_, .prefixLength = 24, .global = true}}};
+  Agent::Link link = Agent::runningLink(address_, {0x02, 0, 0, 0, 0, static_cast<U8>(node_ + 1)});
+  link.name = name_;
+  link.up = link.running = up_;
+  return link;
 }
 
 void Router::start() {

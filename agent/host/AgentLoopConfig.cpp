@@ -56,7 +56,7 @@ std::vector<ConfigChange> AgentLoop::Impl::reload() {
   } catch (const std::exception& error) {
     changes = {{.kind = ConfigChange::fault, .what = error.what()}};
   }
-  serviceManager_.stateIs(ServiceManager::ready);
+  serviceManager_.stateIs(isStarted_ ? ServiceManager::ready : ServiceManager::starting);
   report(changes);
   return changes;
 }

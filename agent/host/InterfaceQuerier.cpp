@@ -175,7 +175,7 @@ void InterfaceQuerier::stopQuerier() {
   portTimer_.timeMinIs(Mox::never);
   resendTimer_.timeMinIs(Mox::never);
   deferredTimer_.timeMinIs(Mox::never);
-  deferredLost(deferred_.clear());
+  state_->deferredLostInc(deferred_.clear());
   dropUnsent();
   sentFrom_.clear();
   querierDel();

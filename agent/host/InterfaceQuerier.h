@@ -133,7 +133,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   size_t costLeft() const;
   void deferRest(const ReceivedBatch::Received& received, std::span<const Mox::U8> rest);
   void handleDeferredTimer();
-  void deferredLost(Mox::U64 packets);
+  void deferredLost();
   void handleClearTimer();
   void handleRetireTimer();
   void onIntakeEvent(const IntakeEvent& event) override;

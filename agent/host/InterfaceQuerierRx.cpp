@@ -114,7 +114,7 @@ void InterfaceQuerier::deferRest(const ReceivedBatch::Received& received,
   deferredTimer_.timeMinIs(Mox::now());
   const auto pushedOut = deferred_.addRest(senderOf(received, rest), copyOf(received, rest));
   if (!pushedOut) return;
-  if (pushedOut->isRest || !handInNow(pushedOut->received, costLeft()).empty()) deferredLost(1);
+  if (pushedOut->isRest || !handInNow(pushedOut->received, costLeft()).empty()) deferredLost();
 }
 
 void InterfaceQuerier::handleDeferredTimer() {
@@ -124,12 +124,11 @@ void InterfaceQuerier::handleDeferredTimer() {
   deferredTimer_.timeMinIs(deferred_.empty() ? Mox::never : Mox::now());
 }
 
-void InterfaceQuerier::deferredLost(Mox::U64 packets) {
-  if (packets == 0) return;
-  state_->deferredLostInc(packets);
-  reportProblem("deferred",
-                fmt::format("costly reports come faster than they can be handled: {} lost so far",
-                            state_->deferredLost()));
+void InterfaceQuerier::deferredLost() {
+  const Mox::U64 lost = state_->deferredLostInc(1);
+  reportProblem("deferred", fmt::format("costly reports come faster than they can be handled: {} "
+                                        "lost so far",
+                                        lost));
 }
 
 void InterfaceQuerier::onIntakeEvent(const IntakeEvent& event) {

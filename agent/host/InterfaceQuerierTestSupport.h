@@ -16,6 +16,7 @@
 
 #include <AgentTestSupport/EventRecorder.h>
 #include <AgentTestSupport/TestAddresses.h>
+#include <AgentTestSupport/TestLink.h>
 
 namespace Agent {
 
@@ -27,17 +28,7 @@ class InterfaceQuerierTest : public testing::Test {
   static constexpr Ilvo::IpAddr lowerAddr{10, 0, 0, 1};
   static constexpr MacAddr ourMac{0x02, 0, 0, 0, 0, 2};
 
-  static Link linkWith(Ilvo::IpAddr addr) {
-    return {.index = 2,
-            .name = "eth0",
-            .up = true,
-            .running = true,
-            .ethernet = true,
-            .multicast = true,
-            .mtu = 1500,
-            .mac = ourMac,
-            .addresses = {{.address = addr, .prefixLength = 24, .global = true}}};
-  }
+  static Link linkWith(Ilvo::IpAddr addr) { return runningLink(addr, ourMac); }
 
   struct Port final : FramePort {
     explicit Port(InterfaceQuerierTest& owner) : test(owner) { ++test.portsOpen_; }

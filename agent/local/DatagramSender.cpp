@@ -5,9 +5,11 @@
 #include <cstring>
 #include <utility>
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+
+#include "UnixAddress.h"
+#include "Writable.h"
 
 namespace Agent {
 
@@ -34,19 +36,13 @@ bool DatagramSender::connect() {
   const auto bytes = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address_.size());
   socket_ = Descriptor(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (!socket_.isOpen()) return false;
-  if (::connect(socket_.fd(), reinterpret_cast<const sockaddr*>(&to), bytes) == 0) return true;
+  if (::connect(socket_.fd(), genericAddress(to), bytes) == 0) return true;
   socket_.close();
   return false;
 }
 
 bool DatagramSender::waitWritable(std::chrono::milliseconds patience) {
-  if (!socket_.isOpen() && !connect()) return false;
-  pollfd wait{.fd = socket_.fd(), .events = POLLOUT, .revents = 0};
-  int ready = 0;
-  do {
-    ready = poll(&wait, 1, static_cast<int>(patience.count()));
-  } while (ready < 0 && errno == EINTR);
-  return ready > 0 && (wait.revents & POLLOUT) != 0;
+  return (socket_.isOpen() || connect()) && isWritableWithin(socket_.fd(), patience);
 }
 
 }  // namespace Agent

@@ -6,10 +6,11 @@
 #include <string>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "Writable.h"
 
 namespace Agent {
 
@@ -69,12 +70,7 @@ ssize_t OutputFile::writeSome(std::string_view text) const {
 }
 
 bool OutputFile::waitWritable(std::chrono::milliseconds patience) const {
-  pollfd wait{.fd = fd_, .events = POLLOUT, .revents = 0};
-  int ready = 0;
-  do {
-    ready = poll(&wait, 1, static_cast<int>(patience.count()));
-  } while (ready < 0 && errno == EINTR);
-  return ready > 0 && (wait.revents & POLLOUT) != 0;
+  return isWritableWithin(fd_, patience);
 }
 
 }  // namespace Agent

@@ -40,8 +40,8 @@ struct ReplayOptions {
   Mox::Seconds maxGap = 86400.0;  // between two frames
   // The rules that decide what the querier sees. Without them it sees everything.
   Mox::Ptr<const IntakeConfig> intake = {};
-  PrefixList subnets =
-      {};  // of the captured link; each address counts as local where none is given
+  // Of the captured link; each address counts as local where none is given.
+  PrefixList subnets = {};
   Mox::Ptr<IntakeProcessConfig> process = {};  // needed with intake
 };
 
