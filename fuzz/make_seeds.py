@@ -197,6 +197,9 @@ def captures():
     yield "demo.pcap", (ROOT / "lab" / "captures" / "demo.pcap").read_bytes()
 
 
+FEW_SOURCES = bytes(1)  # the first byte: the limit of sources
+
+
 def on_link(wait, packet, repaired=False):
     """A step of the intake's target: quarters of a second, and a frame to a multicast address."""
     content = bytes.fromhex("01005e010101" "02000000004d" "0800") + packet
@@ -308,6 +311,9 @@ REQUEST_LINES = {
                   b'{"op":"trace","op":"call"}\n{"op":7}\n',
     "no-object": bytes([MAY | 63]) + b'{"op":"traceHandles"}\n[1]\n' + CALL % b"clearCounters",
     "bad-text": bytes([MAY | 63]) + b'{"op":"tr\xc0"}\n',
+    "config": bytes([63]) + b'{"op":"config"}\n{"op":"config","interface":"eth0"}\n'
+              b'{"op":"config","interface":"x"}\n{"op":"reload"}\n',
+    "reload": bytes([MAY | 63]) + b'{"op":"reload"}\n{"op":"clear"}\n{"op":"reload"}\n',
     "deep": bytes([63]) + b"[" * 3000 + b"\n",
     "long": bytes([63]) + b" " * 4000,
 }
@@ -380,7 +386,7 @@ def main():
     for name, content in captures():
         write("CaptureFuzz", name, content)
     for name, content in intakes():
-        write("IntakeFuzz", name, content)
+        write("IntakeFuzz", name, FEW_SOURCES + content)
     for name, content in ATTR_LOGS.items():
         write("AttrLogFuzz", name, content)
     for name, content in REQUEST_LINES.items():
