@@ -13,6 +13,7 @@
 
 #include <Client/AttrLogClient.h>
 #include <Client/BadRequest.h>
+#include <Client/CopyView.h>
 #include <Mox/ActivityClock.h>
 #include <Report/StateReport.h>
 
@@ -108,17 +109,7 @@ class ShowVerb final : public Verb {
     std::vector<Agent::InterfaceView> all;
     for (const auto& [name, copy] : interfaces) {
       if (!words_.empty() && std::ranges::find(words_, name) == words_.end()) continue;
-      Agent::InterfaceView view{.name = name, .address = {}, .status = copy.status};
-      if (copy.state) {
-        view.address = copy.state->address();
-        view.running = copy.state->running();
-        view.electedTime = copy.state->electedTime();
-        view.state = copy.state;
-      }
-      view.intake = copy.intake;
-      view.intakeStatus = copy.intakeStatus;
-      view.isCopy = !copy.state;
-      all.push_back(view);
+      all.push_back(viewOf(name, copy));
     }
     return all;
   }

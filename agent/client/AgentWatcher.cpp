@@ -24,7 +24,12 @@ AgentWatcher::AgentWatcher(EventLoop& loop, Options options, EventSink& sink)
       counterTimer_(loop.wheel(), *this) {}
 
 void AgentWatcher::start() {
-  copy_.connect();
+  since_ = Mox::now();
+  if (options_.waits) {
+    handleRetryTimer();
+  } else {
+    copy_.connect();
+  }
   if (options_.counters) counterTimer_.timeMinIs(Mox::now() + counterInterval);
 }
 
@@ -35,6 +40,8 @@ void AgentWatcher::handleCurrent() {
     sink_.event({.time = Mox::now(), .kind = Event::agentBack});
   }
   wasCurrent_ = isCurrent_ = true;
+  since_ = Mox::now();
+  absence_.clear();
   watcher_.flush();
 }
 
@@ -50,9 +57,13 @@ void AgentWatcher::handleAnswer() {
 }
 
 void AgentWatcher::handleEnded(AttrLogCopy::End end, const std::string& why) {
-  if (end == AttrLogCopy::End::protocolError || !wasCurrent_) throw std::runtime_error(why);
+  if (!options_.waits && (end == AttrLogCopy::End::protocolError || !wasCurrent_)) {
+    throw std::runtime_error(why);
+  }
   isAsked_ = false;
+  absence_ = why;
   if (std::exchange(isCurrent_, false)) {
+    since_ = Mox::now();
     Event event{.time = Mox::now(), .kind = Event::agentLost};
     event.text = why + "; waiting for it to come back";
     sink_.event(event);
@@ -63,7 +74,8 @@ void AgentWatcher::handleEnded(AttrLogCopy::End end, const std::string& why) {
 void AgentWatcher::handleRetryTimer() {
   try {
     copy_.connect();
-  } catch (const ConnectError&) {
+  } catch (const ConnectError& error) {
+    absence_ = error.what();
     retryTimer_.timeMinIs(Mox::now() + retryInterval);
   }
 }

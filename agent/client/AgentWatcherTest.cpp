@@ -10,10 +10,10 @@
 #include <Client/BadRequest.h>
 
 #include <AgentTestSupport/EventRecorder.h>
+#include <AgentTestSupport/ServedAgent.h>
 #include <AgentTestSupport/TestAddresses.h>
 #include <AgentTestSupport/TestSocket.h>
 #include <boost/asio/io_context.hpp>
-#include "ServedAgent.h"
 
 namespace Agent {
 namespace {

@@ -8,11 +8,11 @@
 
 #include <Client/BadRequest.h>
 
+#include <AgentTestSupport/ServedAgent.h>
 #include <AgentTestSupport/TestAddresses.h>
 #include <AgentTestSupport/TestSocket.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include "ServedAgent.h"
 
 namespace Agent {
 namespace {

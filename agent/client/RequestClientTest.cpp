@@ -11,11 +11,11 @@
 #include <Mox/Trace.h>
 #include <Server/RequestServer.h>
 
+#include <AgentTestSupport/ServedAgent.h>
 #include <AgentTestSupport/TempFolder.h>
 #include <AgentTestSupport/TestSocket.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include "ServedAgent.h"
 
 namespace Agent {
 namespace {

@@ -150,11 +150,12 @@ void addGroups(Table& table, const InterfaceView& view, Seconds now, size_t firs
                GroupWindow& window) {
   const QuerierStatus::GroupMap& groups = view.status->group();
   for (auto at = groups.lowerBound(window.group); at != groups.end(); ++at) {
-    if (window.rows == 0) {
+    if (window.isFull()) {
       window.group = at.key();
       return;
     }
     addGroup(table, view, **at, now, firstColumn);
+    --window.groups;
     window.rows -= std::min(window.rows, 1 + (*at)->source().size());
   }
   window.group = Ilvo::IpAddr();
@@ -242,7 +243,7 @@ Table moreGroupsTable(InterfaceViews interfaces, Seconds now, GroupWindow& windo
   Table table(Columns{{"interface", "INTERFACE"}});
   Table& groups = table.belowIs("groups", withoutFirst(groupColumns));
   groups.belowIs("sources", groupSourceColumns);
-  while (window.interface < interfaces.size() && window.rows > 0) {
+  while (window.interface < interfaces.size() && !window.isFull()) {
     const InterfaceView& view = interfaces[window.interface];
     table.row({view.name});
     addGroups(groups, view, now, 1, window);
@@ -253,9 +254,17 @@ Table moreGroupsTable(InterfaceViews interfaces, Seconds now, GroupWindow& windo
 Table groupTable(InterfaceViews interfaces, Seconds now, GroupWindow& window) {
   Table table(groupColumns);
   table.belowIs("sources", groupSourceColumns);
-  while (window.interface < interfaces.size() && window.rows > 0) {
+  while (window.interface < interfaces.size() && !window.isFull()) {
     addGroups(table, interfaces[window.interface], now, 0, window);
   }
+  return table;
+}
+
+Table oneGroupTable(const InterfaceView& interface, Ilvo::IpAddr group, Seconds now) {
+  Table table(groupColumns);
+  table.belowIs("sources", groupSourceColumns);
+  const QuerierStatus::GroupMap& groups = interface.status->group();
+  if (const auto* found = groups.find(group)) addGroup(table, interface, **found, now, 0);
   return table;
 }
 

@@ -15,14 +15,18 @@ namespace Agent {
 
 using InterfaceViews = std::span<const InterfaceView>;
 
-// Which groups go into a table: from one group of one interface on, until there are so many rows.
+// Which groups go into a table: from one group of one interface on, until there are so many rows, or
+// so many groups.
 // Making a table moves it on to the first group that found no room.
 struct GroupWindow {
   static constexpr size_t allRows = static_cast<size_t>(-1);
 
   size_t rows = allRows;  // of groups and sources
-  size_t interface = 0;   // all of them stand before it at the end
+  size_t groups = allRows;
+  size_t interface = 0;  // all of them stand before it at the end
   Ilvo::IpAddr group = {};
+
+  bool isFull() const { return rows == 0 || groups == 0; }
 };
 
 // Which interfaces go into a table that has a row or a column for each. Its other dimension is the
@@ -47,6 +51,8 @@ Table everythingTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& 
 Table moreGroupsTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
 // A row for each group, with its sources below.
 Table groupTable(InterfaceViews interfaces, Mox::Seconds now, GroupWindow& window);
+// That group alone; no row when the interface does not have it.
+Table oneGroupTable(const InterfaceView& interface, Ilvo::IpAddr group, Mox::Seconds now);
 Table sourceTable(InterfaceViews interfaces, Mox::Seconds now);
 // A row for each interface and a column for each counter: for people rather turned.
 Table counterTable(InterfaceViews interfaces, InterfaceRange range = {});

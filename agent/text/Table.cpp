@@ -176,6 +176,13 @@ void Table::appendObject(std::string& out, size_t row) const {
   out += '}';
 }
 
+void Table::appendJsonRows(std::string& out, bool isFirst) const {
+  for (size_t row = 0; row < rows(); ++row) {
+    out += isFirst && row == 0 ? "\n" : ",\n";
+    appendObject(out, row);
+  }
+}
+
 void Table::appendJson(std::string& out, Lines lines, size_t first, size_t end) const {
   const char* const between = lines == Lines::each ? "\n" : "";
   out += '[';

@@ -72,6 +72,10 @@ class Table {
   // An array of objects, all on one line or each on its own line.
   enum class Lines { one, each };
   void appendJson(std::string& out, Lines lines) const { appendJson(out, lines, 0, rows()); }
+  // The objects alone, each on its own line: a part of an array that other tables go on with.
+  void appendJsonRows(std::string& out, bool isFirst) const;
+  // One row, which is not an array.
+  void appendJsonRow(std::string& out, size_t row) const { appendObject(out, row); }
 
  private:
   using Line = std::vector<std::string>;

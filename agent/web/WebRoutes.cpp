@@ -1,0 +1,77 @@
+#include <Web/WebRoutes.h>
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <span>
+#include <utility>
+
+#include <Web/WebTarget.h>
+#include "ApiAnswers.h"
+
+namespace Agent {
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+struct Route {
+  std::span<const std::string_view> path;  // "*" is any name
+  std::span<const std::string_view> keys;  // that the query may have
+  WebAnswer (*answer)(const ApiCall& call);
+};
+
+template <size_t count>
+using Words = std::array<std::string_view, count>;
+
+constexpr Words<3> agentPath{"api", "v1", "agent"};
+constexpr Words<3> interfacesPath{"api", "v1", "interfaces"};
+constexpr Words<4> interfacePath{"api", "v1", "interfaces", "*"};
+constexpr Words<5> groupsPath{"api", "v1", "interfaces", "*", "groups"};
+constexpr Words<6> groupPath{"api", "v1", "interfaces", "*", "groups", "*"};
+constexpr Words<3> countersPath{"api", "v1", "counters"};
+constexpr Words<3> configPath{"api", "v1", "config"};
+constexpr Words<3> eventsPath{"api", "v1", "events"};
+constexpr Words<2> pageKeys{"from", "limit"};
+
+constexpr std::array routes{
+    Route{agentPath, {}, agentAnswer},         Route{interfacesPath, {}, interfacesAnswer},
+    Route{interfacePath, {}, interfaceAnswer}, Route{groupsPath, pageKeys, groupsAnswer},
+    Route{groupPath, {}, groupAnswer},         Route{countersPath, {}, countersAnswer},
+    Route{configPath, {}, configAnswer},       Route{eventsPath, {}, eventsAnswer}};
+
+// The names in the place of "*"; nothing where the path is another one.
+std::optional<Names> matched(const Route& route, const Names& path) {
+  if (route.path.size() != path.size()) return std::nullopt;
+  Names names;
+  for (size_t at = 0; at < path.size(); ++at) {
+    if (route.path[at] == "*") {
+      names.push_back(path[at]);
+    } else if (route.path[at] != path[at]) {
+      return std::nullopt;
+    }
+  }
+  return names;
+}
+
+}  // namespace
+
+WebAnswer WebRoutes::answer(const WebRequest& request) const {
+  std::optional<WebTarget> target = webTarget(request.target);
+  if (!target) return webError(400, "the path or its query is not well-formed");
+  for (const Route& route : routes) {
+    std::optional<Names> names = matched(route, target->path);
+    if (!names) continue;
+    for (const auto& [key, value] : target->query) {
+      if (std::ranges::find(route.keys, key) != route.keys.end()) continue;
+      return webError(400, "the query has an unknown key: " + key);
+    }
+    return route.answer({.state = state_,
+                         .names = std::move(*names),
+                         .query = std::move(target->query),
+                         .lastEventId = request.lastEventId});
+  }
+  return webError(404, "nothing is served at this path; /api/v1/interfaces is a beginning");
+}
+
+}  // namespace Agent

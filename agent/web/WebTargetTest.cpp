@@ -1,0 +1,56 @@
+#include <Web/WebTarget.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace Agent {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+TEST(WebTarget, isTakenApart) {
+  const auto target = webTarget("/api/v1/interfaces/eth0/groups?from=239.1.1.1&limit=10");
+  ASSERT_TRUE(target);
+  EXPECT_THAT(target->path, ElementsAre("api", "v1", "interfaces", "eth0", "groups"));
+  EXPECT_THAT(target->query, ElementsAre(Pair("from", "239.1.1.1"), Pair("limit", "10")));
+}
+
+TEST(WebTarget, ofTheRootHasNoSegments) {
+  const auto target = webTarget("/");
+  ASSERT_TRUE(target);
+  EXPECT_THAT(target->path, IsEmpty());
+}
+
+TEST(WebTarget, isDecodedOnce) {
+  const auto target = webTarget("/a%62%c3%a9/%2525?k%3d=%26&flag");
+  ASSERT_TRUE(target);
+  EXPECT_THAT(target->path, ElementsAre("ab\xc3\xa9", "%25"));
+  EXPECT_THAT(target->query, ElementsAre(Pair("flag", ""), Pair("k=", "&")));
+}
+
+TEST(WebTarget, mayEndWithASlash) {
+  const auto target = webTarget("/api/");
+  ASSERT_TRUE(target);
+  EXPECT_THAT(target->path, ElementsAre("api"));
+}
+
+class WrongWebTargetTest : public testing::TestWithParam<const char*> {};
+
+TEST_P(WrongWebTargetTest, isRefused) { EXPECT_FALSE(webTarget(GetParam())) << GetParam(); }
+
+INSTANTIATE_TEST_SUITE_P(Targets, WrongWebTargetTest,
+                         testing::Values("", "*", "api", "http://host/api", "/%", "/%4", "/%4g",
+                                         "/% 1", "/%+1", "/a%00b", "/a%0ab", "/a\x7f", "/..",
+                                         "/api/../page", "/%2e%2e/page", "/./page", "//host",
+                                         "/api//v1", "/a%2fb", "/page?a=1&a=2", "/page?a=%zz"),
+                         [](const auto& instance) { return std::to_string(instance.index); });
+
+TEST(WebTarget, isRefusedBeyondItsLength) {
+  EXPECT_TRUE(webTarget("/" + std::string(WebTarget::mostBytes - 1, 'a')));
+  EXPECT_FALSE(webTarget("/" + std::string(WebTarget::mostBytes, 'a')));
+}
+
+}  // namespace
+}  // namespace Agent
