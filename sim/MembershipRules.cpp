@@ -1,7 +1,6 @@
 #include "MembershipRules.h"
 
 #include <bit>
-#include <cmath>
 
 namespace Sim {
 
@@ -212,10 +211,8 @@ bool MembershipRules::isSameCourse(const Router& router, const Router& querier,
   const Ledger::Entry& own = ledger_.entry(router, channel);
   const Ledger::Entry& other = ledger_.entry(querier, channel);
   const Seconds since = Mox::now() - 2 * facts_.bounds.groupMembershipInterval();
-  const auto mayCross = [&](const Ledger::Entry& entry) {
-    return std::abs(entry.evidence - entry.dropped) <= 2 * facts_.lan->longestDelay();
-  };
-  return own.lastLoss <= since && other.lastLoss <= since && !mayCross(own) && !mayCross(other) &&
+  const auto isCrossed = [](const Ledger::Entry& entry) { return entry.crossed >= entry.evidence; };
+  return own.lastLoss <= since && other.lastLoss <= since && !isCrossed(own) && !isCrossed(other) &&
          own.evidence <= other.evidence + facts_.lan->longestDelay() &&
          own.listed <= own.evidence &&
          (own.evidence > own.dropped) == (other.evidence > other.dropped);
