@@ -319,6 +319,26 @@ REQUEST_LINES = {
 }
 
 
+# The first byte: eighths of how many bytes are sent at a time.
+HOST = b" HTTP/1.1\r\nHost: localhost\r\n\r\n"
+WEB = {
+    "interfaces": b"\xffGET /api/v1/interfaces" + HOST,
+    "groups": b"\xffGET /api/v1/interfaces/eth0/groups" + HOST,
+    "page-of-groups": b"\x01GET /api/v1/interfaces/eth0/groups?from=239.0.0.9&limit=7" + HOST,
+    "group": b"\xffGET /api/v1/interfaces/eth0/groups/239.0.0.1" + HOST,
+    "pipelined": b"\xffGET /api/v1/agent" + HOST + b"HEAD /api/v1/counters" + HOST +
+                 b"GET /api/v1/config" + HOST,
+    "events": b"\xffGET /api/v1/events HTTP/1.1\r\nHost: [::1]:9645\r\nLast-Event-ID: 1-1\r\n\r\n",
+    "old": b"\x00GET /api/v1/interfaces/eth0/groups HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n",
+    "body": b"\xffPOST / HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n"
+            b"1\r\nx\r\n",
+    "wrong-code": b"\xffGET /%2e%2e/%zz" + HOST,
+    "other-host": b"\xffGET / HTTP/1.1\r\nHost: other.example\r\n\r\n",
+    "upgrade": b"\xffGET / HTTP/1.1\r\nHost: localhost\r\nUpgrade: x\r\n"
+               b"Expect: 100-continue\r\n\r\n",
+}
+
+
 # Messages of the kernel about interfaces, in the byte order of this machine.
 NEW_LINK, DEL_LINK, NEW_ADDRESS, DEL_ADDRESS = 16, 17, 20, 21
 UP, LOWER_UP = 0x1, 0x1040  # with multicast, and with a carrier
@@ -393,6 +413,8 @@ def main():
         write("RequestFuzz", name, content)
     for name, text in SETTINGS.items():
         write("SettingsFuzz", name, text)
+    for name, content in WEB.items():
+        write("WebFuzz", name, content)
     for name, content in LINKS.items():
         write("LinkTableFuzz", name, content)
 

@@ -35,7 +35,7 @@ struct VerbGroup {
 };
 
 const std::vector<VerbGroup> groups{{"Run", {Igmpq::runVerb, Igmpq::checkVerb, Igmpq::reloadVerb}},
-                                    {"Look", {Igmpq::showVerb, Igmpq::watchVerb, Igmpq::getVerb}},
+                                    {"Look", {Igmpq::showVerb, Igmpq::watchVerb, Igmpq::getVerb, Igmpq::webVerb}},
                                     {"Change", {Igmpq::setVerb, Igmpq::clearVerb, Igmpq::callVerb}},
                                     {"Diagnose", {Igmpq::traceVerb, Igmpq::replayVerb}},
                                     {"For developers", {Igmpq::typesVerb}}};

@@ -98,7 +98,7 @@ class WebServer::Listener::OfTcp final : public Listener {
         wait();
         return;
       }
-      server_.accepted(socket.release());
+      server_.accepted(Descriptor(socket.release()));
       accept();
     });
   }
@@ -120,7 +120,7 @@ class WebServer::Listener::OfPath final : public Listener {
   OfPath(WebServer& server, const WebAddress& listen)
       : listener_(server.loop_.io(), {.path = listen.address, .what = "the page"},
                   server.loop_.wheel(),
-                  [&server](Descriptor socket) { server.accepted(socket.released()); }) {}
+                  [&server](Descriptor socket) { server.accepted(std::move(socket)); }) {}
 
  private:
   LocalListener listener_;
@@ -144,19 +144,19 @@ void WebServer::start() {
 
 Mox::U16 WebServer::port() const { return listener_->port(); }
 
-void WebServer::accepted(int descriptor) {
-  const int family = setup_.listen.isPath                                   ? AF_UNIX
-                     : setup_.listen.address.find(':') == std::string::npos ? AF_INET
-                                                                            : AF_INET6;
-  WebSession::Socket socket(loop_.io(), {family, family == AF_UNIX ? 0 : IPPROTO_TCP}, descriptor);
+void WebServer::accepted(Descriptor client) {
+  sockaddr_storage own{};
+  socklen_t size = sizeof(own);
+  if (getsockname(client.fd(), reinterpret_cast<sockaddr*>(&own), &size) != 0) return;
   if (sessions_.size() == mostSessions && !endOldestIdle()) {
     ++refused_;
-    // It has room in the kernel, or the client is told nothing.
-    const auto sent =
-        send(descriptor, busyText.data(), busyText.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-    (void)sent;
+    // It fits into the buffer of a new connection; a client that has gone needs no answer.
+    send(client.fd(), busyText.data(), busyText.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     return;
   }
+  const int protocol = own.ss_family == AF_UNIX ? 0 : IPPROTO_TCP;
+  WebSession::Socket socket(loop_.io(), {own.ss_family, protocol}, client.fd());
+  client.released();
   const auto session = std::make_shared<WebSession>(*this, std::move(socket));
   sessions_.emplace(session.get(), session);
   session->start();

@@ -15,6 +15,7 @@
 #include <string>
 #include <variant>
 
+#include <Local/Descriptor.h>
 #include <Local/EventLoop.h>
 #include <MoxBase/Types.h>
 #include <Web/WebHosts.h>
@@ -56,6 +57,8 @@ class WebServer {
 
   // Throws std::runtime_error with the reason and a remedy when it cannot listen there.
   void start();
+  // Serves a client that is connected there, as those that connect where it listens.
+  void accepted(Descriptor client);
   // The port that it listens at: the one of the setup, unless that was 0.
   Mox::U16 port() const;
   size_t sessions() const { return sessions_.size(); }
@@ -67,8 +70,6 @@ class WebServer {
   class Listener;
   friend class WebSession;
 
-  // Takes over the descriptor.
-  void accepted(int descriptor);
   // False when all sessions are being answered.
   bool endOldestIdle();
   WebAnswer answer(const WebRequest& request);
