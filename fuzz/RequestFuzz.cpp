@@ -127,7 +127,7 @@ class World {
   // The other interface has gone meanwhile.
   static std::optional<std::vector<Agent::ShownSetting>> settingsOf(const std::string& interface) {
     if (interface == "eth1") return std::nullopt;
-    return {{{.key = "robustness", .name = "robustness", .value = 2, .text = "2"},
+    return {{{.key = "robustness", .name = "robustness", .value = 2, .text = "2", .origin = ""},
              {.key = "user", .name = "user", .value = "", .text = "", .origin = "\xff:1"}}};
   }
 
