@@ -86,7 +86,7 @@ class World {
 
   Served& served_;
   Agent::WebServer server_{
-      served_.loop(), served_.routes(), {.listen = Agent::WebAddress::of("unix:/web")}};
+      served_.loop(), served_.routes(), {.address = Agent::WebAddress::of("unix:/web")}};
   Agent::Descriptor client_;
   std::string answers_;
 };

@@ -29,9 +29,9 @@ class WebVerb final : public Verb {
       : WebVerb(app.add_subcommand("web", "Serve the state of an agent over HTTP")) {}
 
   int run() override {
-    const Agent::WebAddress address = addressOf(listen_);
+    const Agent::WebAddress address = addressOf(address_);
     if (!address.isLoopback && !allowRemote_) {
-      throw BadUse(listen_ +
+      throw BadUse(address_ +
                    " can be reached from other machines, and everybody there could read "
                    "the state; give --allow-remote if that is wanted");
     }
@@ -39,7 +39,7 @@ class WebVerb final : public Verb {
     Agent::WebState state(loop, socketPath(socket_));
     const Agent::WebRoutes routes(state);
     Agent::WebServer server(loop, routes,
-                            {.listen = address, .hosts = {hosts_.begin(), hosts_.end()}});
+                            {.address = address, .hosts = {hosts_.begin(), hosts_.end()}});
     server.start();
     Agent::keepNoRight();
     loop.stopAtSignals();
@@ -59,7 +59,7 @@ class WebVerb final : public Verb {
         "  igmpq web --listen 0.0.0.0:9645 --allow-remote --host querier.example\n"
         "It goes on when the agent restarts, until SIGINT or SIGTERM.\n"
         "Exit status: 0 ended by a signal, 1 failure (the port is in use), 2 bad use.\n");
-    options->add_option("--listen", listen_, "address and port, or unix:PATH")
+    options->add_option("--listen", address_, "address and port, or unix:PATH")
         ->capture_default_str()
         ->type_name("ADDRESS");
     options->add_flag("--allow-remote", allowRemote_,
@@ -79,7 +79,7 @@ class WebVerb final : public Verb {
     return fmt::format("http://{}:{}/", host, port);
   }
 
-  std::string listen_ = "127.0.0.1:9645";
+  std::string address_ = "127.0.0.1:9645";
   bool allowRemote_ = false;
   std::vector<std::string> hosts_;
   std::string socket_;

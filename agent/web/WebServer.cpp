@@ -61,20 +61,20 @@ WebAddress WebAddress::of(const std::string& text) {
 }
 
 // Where clients connect.
-class WebServer::Listener {
+class WebServer::Acceptor {
  public:
-  virtual ~Listener() = default;
+  virtual ~Acceptor() = default;
   virtual Mox::U16 port() const { return 0; }
 
   class OfTcp;
   class OfPath;
 };
 
-class WebServer::Listener::OfTcp final : public Listener {
+class WebServer::Acceptor::OfTcp final : public Acceptor {
  public:
-  OfTcp(WebServer& server, const WebAddress& listen)
+  OfTcp(WebServer& server, const WebAddress& address)
       : server_(server), acceptor_(server.loop_.io()), retry_(server.loop_.io()) {
-    const Tcp::endpoint endpoint(asio::ip::make_address(listen.address), listen.port);
+    const Tcp::endpoint endpoint(asio::ip::make_address(address.address), address.port);
     try {
       acceptor_.open(endpoint.protocol());
       acceptor_.set_option(Tcp::acceptor::reuse_address(true));
@@ -82,9 +82,9 @@ class WebServer::Listener::OfTcp final : public Listener {
       acceptor_.listen();
     } catch (const boost::system::system_error& error) {
       throw std::runtime_error(
-          fmt::format("cannot listen at {} port {}: {}; choose another one "
+          fmt::format("cannot serve at {} port {}: {}; choose another one "
                       "with --listen",
-                      listen.address, listen.port, error.code().message()));
+                      address.address, address.port, error.code().message()));
     }
     accept();
   }
@@ -115,34 +115,34 @@ class WebServer::Listener::OfTcp final : public Listener {
   asio::steady_timer retry_;
 };
 
-class WebServer::Listener::OfPath final : public Listener {
+class WebServer::Acceptor::OfPath final : public Acceptor {
  public:
-  OfPath(WebServer& server, const WebAddress& listen)
-      : listener_(server.loop_.io(), {.path = listen.address, .what = "the page"},
+  OfPath(WebServer& server, const WebAddress& address)
+            : local_(server.loop_.io(), {.path = address.address, .what = "the page"},
                   server.loop_.wheel(),
                   [&server](Descriptor socket) { server.accepted(std::move(socket)); }) {}
 
  private:
-  LocalListener listener_;
+  LocalListener local_;
 };
 
 WebServer::WebServer(EventLoop& loop, const WebRoutes& routes, Setup setup)
     : loop_(loop), routes_(routes), setup_(std::move(setup)), hosts_(setup_.hosts) {}
 
 WebServer::~WebServer() {
-  listener_.reset();
+  acceptor_.reset();
   for (const auto& [key, session] : sessions_) session->close();
 }
 
 void WebServer::start() {
-  if (setup_.listen.isPath) {
-    listener_ = std::make_unique<Listener::OfPath>(*this, setup_.listen);
+  if (setup_.address.isPath) {
+    acceptor_ = std::make_unique<Acceptor::OfPath>(*this, setup_.address);
   } else {
-    listener_ = std::make_unique<Listener::OfTcp>(*this, setup_.listen);
+    acceptor_ = std::make_unique<Acceptor::OfTcp>(*this, setup_.address);
   }
 }
 
-Mox::U16 WebServer::port() const { return listener_->port(); }
+Mox::U16 WebServer::port() const { return acceptor_->port(); }
 
 void WebServer::accepted(Descriptor client) {
   sockaddr_storage own{};

@@ -80,7 +80,7 @@ class WebServerTest : public testing::Test {
     server_.emplace(
         agent_.loop(), routes_,
         WebServer::Setup{
-            .listen = WebAddress::of("127.0.0.1:0"), .patience = patience, .idleInterval = idle});
+            .address = WebAddress::of("127.0.0.1:0"), .patience = patience, .idleInterval = idle});
     server_->start();
     agent_.advance(1.0);
   }

@@ -3,7 +3,7 @@
 // A client that sends slowly, takes slowly or does nothing is disconnected after some time, and
 // makes nobody else wait. Handlers run in the loop's thread.
 //
-//   WebServer server(loop, routes, {.listen = "127.0.0.1:9645"});
+//   WebServer server(loop, routes, {.address = WebAddress::of("127.0.0.1:9645")});
 //   server.start();
 //   loop.run();
 #pragma once
@@ -44,7 +44,7 @@ class WebServer {
   static constexpr std::chrono::seconds idleInterval{15};
 
   struct Setup {
-    WebAddress listen;
+    WebAddress address;
     std::set<std::string> hosts = {};  // names of this server besides addresses and localhost
     std::chrono::milliseconds patience = WebServer::patience;
     std::chrono::milliseconds idleInterval = WebServer::idleInterval;
@@ -55,11 +55,11 @@ class WebServer {
   WebServer(const WebServer&) = delete;
   WebServer& operator=(const WebServer&) = delete;
 
-  // Throws std::runtime_error with the reason and a remedy when it cannot listen there.
+  // Throws std::runtime_error with the reason and a remedy when it cannot serve there.
   void start();
-  // Serves a client that is connected there, as those that connect where it listens.
+  // Serves a client that is connected there, as those that connect to its address.
   void accepted(Descriptor client);
-  // The port that it listens at: the one of the setup, unless that was 0.
+  // The port of its address, which the kernel has chosen if that was 0.
   Mox::U16 port() const;
   size_t sessions() const { return sessions_.size(); }
   // Requests that were answered, and connections that were refused since there were too many.
@@ -67,7 +67,7 @@ class WebServer {
   Mox::U64 refused() const { return refused_; }
 
  private:
-  class Listener;
+  class Acceptor;
   friend class WebSession;
 
   // False when all sessions are being answered.
@@ -79,7 +79,7 @@ class WebServer {
   const WebRoutes& routes_;
   const Setup setup_;
   const WebHosts hosts_;
-  std::unique_ptr<Listener> listener_;
+  std::unique_ptr<Acceptor> acceptor_;
   std::map<const class WebSession*, std::shared_ptr<class WebSession>> sessions_;
   Mox::U64 requests_ = 0;
   Mox::U64 refused_ = 0;
