@@ -13,7 +13,9 @@ ROOT = FUZZ.parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(ROOT / "test" / "scenarios"))
 
+from link_seeds import LINKS  # noqa: E402
 from packets import packet  # noqa: E402
+from web_seeds import WEB  # noqa: E402
 
 IP_HEADER = 24
 RAW, REPAIRED, MESSAGE, RESTART = range(4)
@@ -316,77 +318,6 @@ REQUEST_LINES = {
     "reload": bytes([MAY | 63]) + b'{"op":"reload"}\n{"op":"clear"}\n{"op":"reload"}\n',
     "deep": bytes([63]) + b"[" * 3000 + b"\n",
     "long": bytes([63]) + b" " * 4000,
-}
-
-
-# The first byte: eighths of how many bytes are sent at a time.
-HOST = b" HTTP/1.1\r\nHost: localhost\r\n\r\n"
-WEB = {
-    "interfaces": b"\xffGET /api/v1/interfaces" + HOST,
-    "groups": b"\xffGET /api/v1/interfaces/eth0/groups" + HOST,
-    "page-of-groups": b"\x01GET /api/v1/interfaces/eth0/groups?from=239.0.0.9&limit=7" + HOST,
-    "group": b"\xffGET /api/v1/interfaces/eth0/groups/239.0.0.1" + HOST,
-    "pipelined": b"\xffGET /api/v1/agent" + HOST + b"HEAD /api/v1/counters" + HOST +
-                 b"GET /api/v1/config" + HOST,
-    "events": b"\xffGET /api/v1/events HTTP/1.1\r\nHost: [::1]:9645\r\nLast-Event-ID: 1-1\r\n\r\n",
-    "old": b"\x00GET /api/v1/interfaces/eth0/groups HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n",
-    "body": b"\xffPOST / HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n"
-            b"1\r\nx\r\n",
-    "wrong-code": b"\xffGET /%2e%2e/%zz" + HOST,
-    "other-host": b"\xffGET / HTTP/1.1\r\nHost: other.example\r\n\r\n",
-    "upgrade": b"\xffGET / HTTP/1.1\r\nHost: localhost\r\nUpgrade: x\r\n"
-               b"Expect: 100-continue\r\n\r\n",
-}
-
-
-# Messages of the kernel about interfaces, in the byte order of this machine.
-NEW_LINK, DEL_LINK, NEW_ADDRESS, DEL_ADDRESS = 16, 17, 20, 21
-UP, LOWER_UP = 0x1, 0x1040  # with multicast, and with a carrier
-
-
-def attributes_of(*pairs):
-    return b"".join(struct.pack("=HH", 4 + len(value), kind) + value + bytes(-len(value) % 4)
-                    for kind, value in pairs)
-
-
-def kernel_message(kind, fixed, attributes=b""):
-    content = fixed + attributes
-    return struct.pack("=IHHII", 16 + len(content), kind, 0, 0, 0) + content
-
-
-def link(kind, index, name=None, flags=UP | LOWER_UP, family=0):
-    fixed = struct.pack("=BxHiII", family, 1, index, flags, 0)
-    named = ((3, name + b"\0"),) if name else ()
-    return kernel_message(kind, fixed, attributes_of(
-        *named, (4, struct.pack("=I", 1500)), (1, bytes.fromhex("020000000001"))))
-
-
-def with_length(message, length):
-    return struct.pack("=I", length) + message[4:]
-
-
-def address(kind, index, last, flags=0):
-    return kernel_message(kind, struct.pack("=BBBBI", 2, 24, flags, 0, index),
-                          attributes_of((1, bytes((10, 0, 0, 254))), (2, bytes((10, 0, 0, last)))))
-
-
-def two_datagrams(first, second):
-    return bytes([len(first) // 16]) + first + bytes(-len(first) % 16) + second
-
-
-LINKS = {
-    "link": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(NEW_LINK, 2, b"eth0", UP)),
-    "addresses": two_datagrams(
-        link(NEW_LINK, 2, b"eth0") + address(NEW_ADDRESS, 2, 1) + address(NEW_ADDRESS, 2, 9, 1),
-        address(DEL_ADDRESS, 2, 1)),
-    "renamed": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(NEW_LINK, 2, b"eth1")),
-    "gone": two_datagrams(link(NEW_LINK, 2, b"eth0"),
-                          link(DEL_LINK, 2) + link(NEW_LINK, 3, b"eth0")),
-    "bridge-port": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(DEL_LINK, 2, family=7)),
-    "cut": two_datagrams(link(NEW_LINK, 2, b"eth0")[:-8], link(NEW_LINK, 3)[:40]),
-    "longer-than-its-datagram": two_datagrams(
-        with_length(link(NEW_LINK, 2, b"eth0"), 0xfffffffc),
-        with_length(link(NEW_LINK, 2, b"eth0"), 0x80000000)),
 }
 
 

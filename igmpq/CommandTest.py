@@ -81,7 +81,8 @@ class CommandTest(unittest.TestCase):
                 groups[line.strip()] = verbs = []
             else:
                 verbs.append(line.split()[0])
-        self.assertEqual({"Run:": ["run", "check", "reload"], "Look:": ["show", "watch", "get", "web"],
+        self.assertEqual({"Run:": ["run", "check", "reload"],
+                          "Look:": ["show", "watch", "get", "web"],
                           "Change:": ["set", "clear", "call"], "Diagnose:": ["trace", "replay"],
                           "For developers:": ["types"]}, groups)
 

@@ -34,11 +34,12 @@ struct VerbGroup {
   std::vector<MakeVerb> verbs;
 };
 
-const std::vector<VerbGroup> groups{{"Run", {Igmpq::runVerb, Igmpq::checkVerb, Igmpq::reloadVerb}},
-                                    {"Look", {Igmpq::showVerb, Igmpq::watchVerb, Igmpq::getVerb, Igmpq::webVerb}},
-                                    {"Change", {Igmpq::setVerb, Igmpq::clearVerb, Igmpq::callVerb}},
-                                    {"Diagnose", {Igmpq::traceVerb, Igmpq::replayVerb}},
-                                    {"For developers", {Igmpq::typesVerb}}};
+const std::vector<VerbGroup> groups{
+    {"Run", {Igmpq::runVerb, Igmpq::checkVerb, Igmpq::reloadVerb}},
+    {"Look", {Igmpq::showVerb, Igmpq::watchVerb, Igmpq::getVerb, Igmpq::webVerb}},
+    {"Change", {Igmpq::setVerb, Igmpq::clearVerb, Igmpq::callVerb}},
+    {"Diagnose", {Igmpq::traceVerb, Igmpq::replayVerb}},
+    {"For developers", {Igmpq::typesVerb}}};
 
 // Examples come first: most readers need one of them and nothing else.
 class ExamplesFirst final : public CLI::Formatter {

@@ -87,7 +87,7 @@ size_t Intake::RecordPass::unlistedSources(const GroupRecord& record) const {
   return usesList ? roomOf(sources, record.sources) : sources;
 }
 
-// What is refused walks nothing: it must not make the rest of its packet wait either.
+// A refused leave walks nothing: it must not make the rest of its packet wait either.
 bool Intake::RecordPass::isRefusedLeave(const GroupRecord& record,
                                         const GroupStatus& status) const {
   return asks_ && record.type == RecordType::changeToInclude &&

@@ -15,9 +15,8 @@ namespace Agent {
 
 using InterfaceViews = std::span<const InterfaceView>;
 
-// Which groups go into a table: from one group of one interface on, until there are so many rows, or
-// so many groups.
-// Making a table moves it on to the first group that found no room.
+// Which groups go into a table: from one group of one interface on, until there are so many rows,
+// or so many groups. Making a table moves it on to the first group that found no room.
 struct GroupWindow {
   static constexpr size_t allRows = static_cast<size_t>(-1);
 

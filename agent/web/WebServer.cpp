@@ -118,9 +118,9 @@ class WebServer::Acceptor::OfTcp final : public Acceptor {
 class WebServer::Acceptor::OfPath final : public Acceptor {
  public:
   OfPath(WebServer& server, const WebAddress& address)
-            : local_(server.loop_.io(), {.path = address.address, .what = "the page"},
-                  server.loop_.wheel(),
-                  [&server](Descriptor socket) { server.accepted(std::move(socket)); }) {}
+      : local_(server.loop_.io(), {.path = address.address, .what = "the page"},
+               server.loop_.wheel(),
+               [&server](Descriptor socket) { server.accepted(std::move(socket)); }) {}
 
  private:
   LocalListener local_;

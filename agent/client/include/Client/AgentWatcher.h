@@ -33,9 +33,9 @@ class AgentWatcher {
 
   AgentWatcher(EventLoop& loop, Options options, EventSink& sink);
 
-  // Throws ConnectError, unless it waits. After this call, the loop throws BadRequest when the agent lacks one of
+  // Throws ConnectError. After this call, the loop throws BadRequest when the agent lacks one of
   // the named interfaces. It throws std::runtime_error when the agent ends the first connection
-  // before the copies are complete, or violates the protocol.
+  // before the copies are complete, or violates the protocol. With `waits` none of this is thrown.
   void start();
 
   // The copies of its state: as it was at the end, while there is no agent.
