@@ -6,8 +6,8 @@
 #include <span>
 #include <utility>
 
-#include <Web/WebTarget.h>
 #include "ApiAnswers.h"
+#include "WebTarget.h"
 
 namespace Agent {
 

@@ -148,7 +148,7 @@ void WebServer::accepted(Descriptor client) {
   sockaddr_storage own{};
   socklen_t size = sizeof(own);
   if (getsockname(client.fd(), reinterpret_cast<sockaddr*>(&own), &size) != 0) return;
-  if (sessions_.size() == mostSessions && !endOldestIdle()) {
+  if (sessions() == mostSessions && !endOldestIdle()) {
     ++refused_;
     // It fits into the buffer of a new connection; a client that has gone needs no answer.
     send(client.fd(), busyText.data(), busyText.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -9,6 +9,10 @@ namespace Agent {
 
 namespace {
 
+constexpr size_t mostEvents = 10'000;
+constexpr size_t mostEventBytes = size_t{4} << 20;
+
+// Different in each process of a machine.
 std::string newRun() {
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
   return fmt::format("{:x}",

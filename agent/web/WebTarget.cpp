@@ -1,4 +1,4 @@
-#include <Web/WebTarget.h>
+#include "WebTarget.h"
 
 #include <algorithm>
 #include <charconv>

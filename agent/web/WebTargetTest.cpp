@@ -1,4 +1,4 @@
-#include <Web/WebTarget.h>
+#include "WebTarget.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -19,9 +19,6 @@ namespace Agent {
 
 class WebState {
  public:
-  static constexpr size_t mostEvents = 10'000;
-  static constexpr size_t mostEventBytes = size_t{4} << 20;
-
   WebState(EventLoop& loop, const std::string& path);
 
   void start() { watcher_.start(); }
