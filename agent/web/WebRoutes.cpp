@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ApiAnswers.h"
+#include "PageFiles.h"
 #include "WebTarget.h"
 
 namespace Agent {
@@ -54,11 +55,28 @@ std::optional<Names> matched(const Route& route, const Names& path) {
   return names;
 }
 
+const char* typeOf(std::string_view name) {
+  if (name.ends_with(".html")) return "text/html; charset=utf-8";
+  if (name.ends_with(".css")) return "text/css; charset=utf-8";
+  if (name.ends_with(".js")) return "text/javascript; charset=utf-8";
+  return "image/svg+xml";
+}
+
+std::optional<WebAnswer> pageAnswer(const WebTarget& target) {
+  if (target.path.size() > 1 || !target.query.empty()) return std::nullopt;
+  const std::string_view name =
+      target.path.empty() ? "index.html" : std::string_view(target.path[0]);
+  const auto found = std::ranges::find(pageFiles(), name, &PageFile::name);
+  if (found == pageFiles().end()) return std::nullopt;
+  return WebAnswer{.type = typeOf(name), .text = std::string(found->content)};
+}
+
 }  // namespace
 
 WebAnswer WebRoutes::answer(const WebRequest& request) const {
   std::optional<WebTarget> target = webTarget(request.target);
   if (!target) return webError(400, "the path or its query is not well-formed");
+  if (std::optional<WebAnswer> page = pageAnswer(*target)) return std::move(*page);
   for (const Route& route : routes) {
     std::optional<Names> names = matched(route, target->path);
     if (!names) continue;

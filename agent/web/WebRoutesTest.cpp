@@ -140,6 +140,17 @@ TEST_F(WebRoutesTest, eventsAreAStreamThatWaits) {
   EXPECT_THAT(text, HasSubstr(R"("event":"groupJoined","interface":"eth0","group":"239.0.0.0")"));
 }
 
+TEST_F(WebRoutesTest, thePageIsPartOfTheProgram) {
+  begin();
+  EXPECT_EQ(answerOf("/").text, answerOf("/index.html").text);
+  EXPECT_EQ(answerOf("/").type, "text/html; charset=utf-8");
+  EXPECT_THAT(answerOf("/").text, HasSubstr("src=\"app.js\""));
+  EXPECT_EQ(answerOf("/app.js").type, "text/javascript; charset=utf-8");
+  EXPECT_EQ(answerOf("/style.css").type, "text/css; charset=utf-8");
+  EXPECT_EQ(answerOf("/icon.svg").type, "image/svg+xml");
+  EXPECT_EQ(answerOf("/page/index.html").status, 404u);
+}
+
 struct WrongCase {
   const char* target;
   unsigned status;

@@ -1,0 +1,18 @@
+// The requests of the page. Everything is of the origin that has served it.
+
+export async function known(path) {
+  const answer = await fetch(`api/v1/${path}`, {cache: "no-store"});
+  if (answer.status === 404) return null;
+  if (!answer.ok) throw new Error(`${path}: ${answer.status}`);
+  return answer.json();
+}
+
+export const groupsPath = (name) => `interfaces/${encodeURIComponent(name)}/groups`;
+
+// Calls `take` for each event; `changed` with whether the stream is open.
+export function follow(take, changed) {
+  const stream = new EventSource("api/v1/events");
+  stream.onopen = () => changed(true);
+  stream.onerror = () => changed(false);
+  stream.onmessage = (message) => take(JSON.parse(message.data));
+}

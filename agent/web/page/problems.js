@@ -1,0 +1,55 @@
+// Everything that an operator should look at first, from the state as it is now.
+import {duration} from "./format.js";
+
+// Counters of ordinary traffic, and high-water marks.
+const ordinary = /^(?!error)(joins|.*Sent|.*Received|.*Most)$/;
+const mismatchMinutes = 10;
+
+function ofCounters(row) {
+  const counts = Object.entries(row).filter(
+      ([name, value]) => typeof value === "number" && value > 0 && !ordinary.test(name));
+  if (counts.length === 0) return [];
+  const list = counts.map(([name, value]) => `${name} ${value}`).join(", ");
+  return [`${row.interface}: packets refused or lost, or limits reached: ${list}`];
+}
+
+function ofInterface(each) {
+  if (!each.running) return [`${each.interface}: no querier runs; it is down or has no address`];
+  if (each.role === "nonQuerier") {
+    return [`${each.interface}: another router is the querier, ${each.querier}, since ` +
+            duration(each.querierUpSeconds)];
+  }
+  return each.role === "initial" ? [`${each.interface}: nobody asks for members`] : [];
+}
+
+export class Problems {
+  constructor(list) {
+    this.list = list;
+    this.mismatches = new Map();
+  }
+
+  mismatch(event) {
+    this.mismatches.set(event.interface, performance.now() + mismatchMinutes * 60000);
+  }
+
+  show(agent, interfaces, counters) {
+    const texts = [];
+    if (!agent) texts.push("this page cannot reach its server");
+    else if (!agent.connected) {
+      texts.push(`no agent for ${duration(agent.sinceSeconds)}: ${agent.reason}; what is shown is ` +
+                 "its last state");
+    }
+    texts.push(...interfaces.flatMap(ofInterface), ...counters.flatMap(ofCounters));
+    for (const [name, until] of this.mismatches) {
+      if (until > performance.now()) texts.push(`${name}: queries of another version are received`);
+    }
+    if (texts.join("\n") === this.text) return;
+    this.text = texts.join("\n");
+    this.list.replaceChildren(...(texts.length ? texts : ["none"]).map((text) => {
+      const item = document.createElement("li");
+      item.textContent = text;
+      if (!texts.length) item.className = "none";
+      return item;
+    }));
+  }
+}
