@@ -35,7 +35,7 @@ constexpr Words<3> configPath{"api", "v1", "config"};
 constexpr Words<3> eventsPath{"api", "v1", "events"};
 constexpr Words<2> pageKeys{"from", "limit"};
 
-constexpr std::array routes{
+constexpr std::array allRoutes{
     Route{agentPath, {}, agentAnswer},         Route{interfacesPath, {}, interfacesAnswer},
     Route{interfacePath, {}, interfaceAnswer}, Route{groupsPath, pageKeys, groupsAnswer},
     Route{groupPath, {}, groupAnswer},         Route{countersPath, {}, countersAnswer},
@@ -77,7 +77,7 @@ WebAnswer WebRoutes::answer(const WebRequest& request) const {
   std::optional<WebTarget> target = webTarget(request.target);
   if (!target) return webError(400, "the path or its query is not well-formed");
   if (std::optional<WebAnswer> page = pageAnswer(*target)) return std::move(*page);
-  for (const Route& route : routes) {
+  for (const Route& route : allRoutes) {
     std::optional<Names> names = matched(route, target->path);
     if (!names) continue;
     for (const auto& [key, value] : target->query) {

@@ -16,7 +16,7 @@ namespace asio = boost::asio;
 
 namespace {
 
-constexpr size_t partBytes = size_t{64} * 1024;
+constexpr size_t sentBytes = size_t{64} * 1024;
 
 std::string_view view(boost::beast::string_view text) { return {text.data(), text.size()}; }
 
@@ -175,7 +175,7 @@ void WebSession::handleSent(Error error) {
 void WebSession::sendPart() {
   std::string text;
   WebBody::Progress progress = WebBody::Progress::more;
-  while (text.size() < partBytes && progress == WebBody::Progress::more) {
+  while (text.size() < sentBytes && progress == WebBody::Progress::more) {
     progress = body_->append(text);
   }
   if (!text.empty()) {

@@ -102,8 +102,9 @@ function gather(name, group) {
 function describe(event) {
   const hidden = new Set(["time", "utc", "event", "interface"]);
   const rest = Object.entries(event).filter(([key, value]) => !hidden.has(key) && value !== null);
-  return [event.interface, event.event, ...rest.map(([key, value]) =>
-    `${key} ${typeof value === "object" ? JSON.stringify(value) : value}`)].filter(Boolean).join(" ");
+  const words = rest.map(([key, value]) =>
+    `${key} ${typeof value === "object" ? JSON.stringify(value) : value}`);
+  return [event.interface, event.event, ...words].filter(Boolean).join(" ");
 }
 
 function take(event) {

@@ -36,8 +36,8 @@ export class Problems {
     const texts = [];
     if (!agent) texts.push("this page cannot reach its server");
     else if (!agent.connected) {
-      texts.push(`no agent for ${duration(agent.sinceSeconds)}: ${agent.reason}; what is shown is ` +
-                 "its last state");
+      texts.push(`no agent for ${duration(agent.sinceSeconds)}: ${agent.reason}; ` +
+                 "this is its last state");
     }
     texts.push(...interfaces.flatMap(ofInterface), ...counters.flatMap(ofCounters));
     for (const [name, until] of this.mismatches) {

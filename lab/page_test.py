@@ -1,0 +1,222 @@
+"""The page of `igmpq web` in a browser, beside a real querier with real hosts.
+
+    page_test.py [--pictures FOLDER]    also writes pictures of the page
+"""
+import pathlib
+import signal
+import subprocess
+import sys
+import unittest
+import urllib.parse
+
+import browser
+from frames import frame, report_v3, send
+from lab import wait_until
+from querier import Querier, program
+from testcase import QUIET, SHORT, LabTestCase, main
+
+GROUP, OTHER, WANTED, SENDER = "239.1.1.1", "239.1.1.2", "232.1.1.1", "10.0.0.5"
+MANY = 10_000
+IS_EXCLUDE = 2
+ENOUGH_CONTRAST = 4.5  # for text of this size (WCAG 2.1, 1.4.3)
+WAIT = 60  # seconds at most, where browsers are slow
+ARROW_DOWN, END = "\ue015", "\ue010"
+ROWS = "return [...document.querySelectorAll('#groups .row')].map((row) => row.innerText)"
+TEXT = "return document.getElementById(arguments[0]).innerText"
+# Each text that can be seen, with its contrast to the background behind it.
+CONTRASTS = """
+const part = (color) => {
+  const [r, g, b, a = 1] = color.match(/[\\d.]+/g).map(Number);
+  const scaled = color.startsWith("color(") ? [r, g, b] : [r, g, b].map((each) => each / 255);
+  return [...scaled, a];
+};
+const light = ([r, g, b]) => [r, g, b].map((each) =>
+    each <= 0.04045 ? each / 12.92 : ((each + 0.055) / 1.055) ** 2.4)
+    .reduce((sum, each, at) => sum + each * [0.2126, 0.7152, 0.0722][at], 0);
+const behind = (element) => {
+  for (; element; element = element.parentElement) {
+    const color = part(getComputedStyle(element).backgroundColor);
+    if (color[3] === 1) return color;
+  }
+  return [1, 1, 1];
+};
+const found = [];
+const texts = document.createTreeWalker(document.body, NodeFilter.SHOW_TEXT);
+while (texts.nextNode()) {
+  const element = texts.currentNode.parentElement;
+  if (!texts.currentNode.data.trim() || !element.checkVisibility()) continue;
+  const [a, b] = [light(part(getComputedStyle(element).color)), light(behind(element))];
+  found.push([texts.currentNode.data.trim(), (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05)]);
+}
+return found;
+"""
+# Everything that can be used must say what it is.
+UNNAMED = """
+return [...document.querySelectorAll("input, button, a, [tabindex], [role], table, img")].filter(
+    (each) => !each.getAttribute("aria-label") && !each.getAttribute("aria-labelledby") &&
+        !each.labels?.length && !each.innerText.trim()).map((each) => each.outerHTML);
+"""
+
+
+class PageTest(LabTestCase):
+    pictures = None
+
+    def setUp(self):
+        missing = browser.why_not()
+        if missing: raise unittest.SkipTest(missing)
+        super().setUp()
+        self.router = self.lab.station(5)
+        self.old, self.new = self.lab.station(11, 2), self.lab.station(12, 3)
+        self.querier = self.run_querier()
+        # It needs the agent's socket only, and the browser reaches it here.
+        self.web = subprocess.Popen(
+            (program(), "web", "--listen", "127.0.0.1:0", "--socket", self.querier.socket),
+            stdout=subprocess.PIPE, text=True)
+        self.addCleanup(self.end_web)
+        self.url = self.web.stdout.readline().split()[1]
+        self.browser = browser.Browser()
+        self.addCleanup(self.browser.close)
+        self.browser.go(self.url)
+        self.wait_text("agent", "agent connected")
+
+    def end_web(self):
+        self.web.terminate()
+        self.web.wait(10)
+        self.web.stdout.close()
+
+    def run_querier(self, *options):
+        querier = Querier(self.router, *(options or (*QUIET[:-1], "3")))
+        querier.expect("role", role="querier")
+        return querier
+
+    def text(self, name):
+        return self.browser.script(TEXT, name)
+
+    def wait_text(self, name, text):
+        wait_until(lambda: text in self.text(name), WAIT, f"{text} in {name}")
+
+    def rows(self):
+        return self.browser.script(ROWS)
+
+    def wait_row(self, *texts):
+        wait_until(lambda: any(all(text in row for text in texts) for row in self.rows()), 20,
+                   f"a row with {' and '.join(texts)}")
+
+    def picture(self, name):
+        if self.pictures is not None: self.browser.picture(self.pictures / f"{name}.png")
+
+    def assert_sound(self):
+        """No error in the console, no request beyond the page's own origin."""
+        wrong = [entry["message"] for entry in self.browser.log("browser")
+                 if entry["level"] == "SEVERE" and "ERR_CONNECTION_REFUSED" not in entry["message"]]
+        self.assertEqual([], wrong)
+        sent = [entry["message"] for entry in self.browser.log("performance")
+                if "Network.requestWillBeSent\"" in entry["message"]]
+        self.assertTrue(sent)
+        for message in sent:
+            url = message.partition('"request":')[2].partition('"url":"')[2].partition('"')[0]
+            if url.startswith("data:"): continue
+            self.assertEqual(urllib.parse.urlsplit(self.url).netloc,
+                             urllib.parse.urlsplit(url).netloc)
+
+    def test_shows_who_joins_and_who_leaves(self):
+        self.old.join(GROUP)
+        self.wait_row(GROUP, "eth0", self.old.address, "v2")
+        self.new.join(WANTED, SENDER)
+        self.wait_row(WANTED, SENDER, "include")
+        self.wait_text("events", f"groupJoined group {WANTED}")
+        self.picture("page")
+        self.new.leave(WANTED, SENDER)
+        wait_until(lambda: not any(WANTED in row for row in self.rows()), WAIT, "the row to go")
+        self.wait_text("events", "groupLeft")
+        self.assert_sound()
+
+    def test_shows_that_another_router_takes_over(self):
+        self.wait_text("interfaces", "querier")
+        lower = Querier(self.lab.station(1), *SHORT)
+        lower.expect("role", role="querier")
+        self.wait_text("interfaces", "nonQuerier")
+        self.wait_text("problems", "eth0: another router is the querier, 10.77.0.1")
+        self.assert_sound()
+
+    def test_goes_on_when_the_agent_was_restarted(self):
+        self.old.join(GROUP)
+        self.wait_row(GROUP)
+        self.querier.stop(signal.SIGKILL)
+        self.wait_text("agent", "no agent")
+        self.wait_text("problems", "this is its last state")
+        self.wait_row(GROUP)
+        self.querier = self.run_querier()
+        self.wait_text("agent", "agent connected")
+        self.new.join(OTHER)
+        self.wait_row(OTHER, self.new.address)
+        self.assert_sound()
+
+    def test_ten_thousand_groups_are_a_few_rows_in_the_document(self):
+        self.add_groups(MANY)
+        wait_until(lambda: self.text("count").strip() == str(MANY), 60, "all groups to be counted")
+        self.assertLess(len(self.rows()), 100)
+        self.assertIn("239.2.0.0", self.rows()[0])
+        self.browser.script("document.getElementById('groups').scrollTop = 1e9")
+        last = f"239.2.{(MANY - 1) // 256}.{(MANY - 1) % 256}"
+        self.wait_row(last)
+        self.assertLess(len(self.rows()), 100)
+        self.picture("groups")
+        self.browser.script("const search = document.getElementById('search');"
+                            "search.value = '239.2.7.7';"
+                            "search.dispatchEvent(new Event('input'))")
+        wait_until(lambda: self.text("count").strip().endswith(f"of {MANY}"), WAIT, "the search")
+        self.wait_row("239.2.7.7")
+        self.assert_sound()
+
+    def add_groups(self, count):
+        """In the reports of one host."""
+        records = [(IS_EXCLUDE, f"239.2.{number // 256}.{number % 256}", ())
+                   for number in range(count)]
+        reports = (report_v3(*records[at:at + 100]) for at in range(0, count, 100))
+        send(self.new, *((1, frame(self.new.address, "224.0.0.22", each)) for each in reports))
+
+    def test_can_be_used_with_keys_alone(self):
+        for group in (GROUP, OTHER): self.old.join(group)
+        for group in (GROUP, OTHER): self.wait_row(group)
+        self.browser.script("document.getElementById('groups').focus()")
+        self.browser.press([ARROW_DOWN])
+        self.wait_text("detail", f"{GROUP} on eth0")
+        self.browser.press([END])
+        self.wait_text("detail", f"{OTHER} on eth0")
+        active = self.browser.script(
+            "const list = document.getElementById('groups');"
+            "return document.getElementById(list.getAttribute('aria-activedescendant')).innerText")
+        self.assertIn(OTHER, active)
+
+    def test_everything_is_named_and_can_be_read(self):
+        self.old.join(GROUP)
+        self.wait_row(GROUP)
+        for scheme in ("light", "dark"):
+            with self.subTest(scheme):
+                self.browser.emulate("Emulation.setEmulatedMedia", features=[
+                    {"name": "prefers-color-scheme", "value": scheme},
+                    {"name": "prefers-reduced-motion", "value": "reduce"}])
+                self.assertEqual([], self.browser.script(UNNAMED))
+                contrasts = self.browser.script(CONTRASTS)
+                self.assertGreater(len(contrasts), 10)
+                self.assertEqual([], [each for each in contrasts if each[1] < ENOUGH_CONTRAST])
+                self.picture(scheme)
+
+    def test_fits_a_phone(self):
+        self.old.join(GROUP)
+        self.wait_row(GROUP)
+        self.browser.emulate("Emulation.setDeviceMetricsOverride", width=360, height=760,
+                             deviceScaleFactor=2, mobile=True)
+        wait_until(lambda: self.browser.script("return innerWidth") == 360, WAIT, "the phone")
+        wide = self.browser.script("return document.documentElement.scrollWidth")
+        self.assertLessEqual(wide, 360)
+        self.picture("phone")
+
+
+if __name__ == "__main__":
+    if "--pictures" in sys.argv:
+        at = sys.argv.index("--pictures")
+        PageTest.pictures = pathlib.Path(sys.argv[at + 1])
+        del sys.argv[at:at + 2]
+    main()
