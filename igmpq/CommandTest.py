@@ -160,8 +160,8 @@ class CommandTest(unittest.TestCase):
             path = pathlib.Path(folder, "new.toml")
             path.write_text(igmpq("check", "--example").stdout, "utf-8")
             self.assertEqual(0, igmpq("check", path).returncode)
-            self.expect_bad_use(("run", "--config", path), "the configuration names no interface")
-            self.expect_bad_use(("run", "--config", path), "[[interface]]")
+            self.expect_bad_use(("run", "--config", path), "the configuration names no interface; "
+                                "add for instance the lines [[interface]] and name = ")
 
     def test_settings_out_of_range_are_bad_use_before_any_connection(self):
         for assignment, text in (

@@ -107,7 +107,8 @@ class ReloadTest(ReloadTestCase):
         self.run_with(self.INTERFACES)
         for make, words in (
                 (lambda: self.write("#" * (10 << 20)), "igmpq.toml: is longer than 1048576 bytes"),
-                (lambda: self.write(""), "the configuration names no interface"),
+                (lambda: self.write(""), r"names no interface; add for instance the lines "
+                                         r"\[\[interface\]\] and name = \"eth0\"\n"),
                 (lambda: self.write("# \udcff\n"), "igmpq.toml:1:2: "),
                 (self.file.unlink, "igmpq.toml: No such file"),
                 (self.file.mkdir, "igmpq.toml: is no regular file")):
