@@ -152,6 +152,8 @@ def check_installed(system):
     wants = list(system.root.glob("etc/systemd/system/*/igmpq.service"))
     check(not wants, f"the service is enabled: {wants}")
     check((system.root / "lib/systemd/system/igmpq.service").is_file(), "there is no unit")
+    manual = system.root / "usr/share/doc/igmpq/operating.md"
+    check(manual.is_file(), "there is no manual where igmpq(8) names it")
     example = system.run(COMMAND, "check", "--example")
     check((system.root / "etc/igmpq/igmpq.toml").read_text() == example, "another example")
 
