@@ -1,6 +1,8 @@
 """The configuration is read again: all of it or nothing, and what did not change is not touched."""
 import json
 import os
+import pathlib
+import re
 import signal
 import subprocess
 
@@ -68,6 +70,23 @@ class ReloadTest(ReloadTestCase):
         self.write(self.INTERFACES + "robustness = 9\n")
         self.querier.process.send_signal(signal.SIGHUP)
         self.querier.expect("error", text=lambda text: f"{self.file}:3:14: robustness 9" in text)
+
+    def hang_up(self):
+        """Returns when the signal is with the process: another one is not the same then."""
+        process = self.querier.process
+        process.send_signal(signal.SIGHUP)
+        status = pathlib.Path(f"/proc/{process.pid}/status")
+        while int(re.search(r"^ShdPnd:\s*(\w+)", status.read_text(), re.MULTILINE)[1], 16):
+            self.assertIsNone(process.poll())
+
+    def test_its_end_does_not_wait_for_hangups_that_wait(self):
+        # So long a file takes longer to be read than the time between two hangups.
+        self.run_with(self.INTERFACES + "#" * 500000)
+        for name in ("eth0", "eth1"): self.querier.expect("interfaceUp", interface=name)
+        hangups = 100
+        for _ in range(hangups): self.hang_up()
+        self.assertEqual(0, self.querier.stop())
+        self.assertLess(len(self.querier.seen("notice")), hangups)
 
     def test_an_agent_without_a_file_has_nothing_to_read(self):
         station = Router(self.lab, self.router, 1)
