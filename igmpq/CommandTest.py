@@ -180,7 +180,7 @@ class CommandTest(unittest.TestCase):
             done = igmpq(*arguments, "--socket", NOWHERE)
             self.assertEqual((done.returncode, done.stdout), (1, ""), arguments)
             self.assertIn(f"igmpq: no agent is running: nobody serves {NOWHERE}; start one with "
-                          "`sudo igmpq run --all`", done.stderr)
+                          "`systemctl start igmpq` or `igmpq run`, ", done.stderr)
 
     def test_requests_look_beside_the_attribute_log(self):
         for arguments in (["call", "eth0", "clearCounters"], ["trace"], ["trace", "--follow"],
