@@ -155,6 +155,14 @@ class CommandTest(unittest.TestCase):
                      f"{path}:3:1: there is no key qurey-interval; is it query-interval?"],
                     done.stderr.splitlines())
 
+    def test_a_check_marks_the_interfaces_that_are_not_there(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "new.toml")
+            path.write_text('[[interface]]\nname = "nosuch0"\n', "utf-8")
+            done = igmpq("check", path)
+            self.assertEqual((0, f"{path}: no fault; for nosuch0 (not there now)\n"),
+                             (done.returncode, done.stdout))
+
     def test_a_configuration_without_interfaces_is_bad_use_and_the_lines_to_write_are_shown(self):
         with tempfile.TemporaryDirectory() as folder:
             path = pathlib.Path(folder, "new.toml")
