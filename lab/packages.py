@@ -179,7 +179,8 @@ def main(folder):
     report("removing and purging")
     system.run("apt-get", "remove", "--yes", *PACKAGES)
     check((system.root / "etc/igmpq/igmpq.toml").is_file(), "a removal deleted the configuration")
-    system.run("apt-get", "purge", "--yes", *PACKAGES)
+    # The others have no configuration: apt does not know them any more.
+    system.run("apt-get", "purge", "--yes", COMMAND)
     after = system.files()
     left = sorted(set(after) - set(before))
     changed = sorted(name for name in before if after.get(name) != before[name])
