@@ -5,11 +5,13 @@ import pathlib
 import re
 import signal
 import subprocess
+import time
 
 from configured import Requests, ReloadTestCase, Router
 from lab import wait_until
 from querier import Querier, copy_for_all, program
 from testcase import NO_DELAY, main
+MANY = 150
 
 
 class ReloadTest(ReloadTestCase):
@@ -185,6 +187,31 @@ class ReloadTest(ReloadTestCase):
         shown = self.igmpq("show", "interfaces", "--json", "--socket", self.querier.socket)
         self.assertEqual(["eth1"], [each["interface"] for each in json.loads(shown.stdout)])
         self.assertIsNone(watch.poll())
+
+    # A gap would end groups, so a querier asks anew after a long one.
+    def test_many_new_interfaces_make_no_gap_for_the_others(self):
+        self.run_with('[[interface]]\nname = "eth0"\n')
+        names = [f"m{number}" for number in range(MANY)]
+        self.add_links(names)
+        self.write(self.file.read_text("utf-8") + '[[interface]]\nname = "m*"\n')
+        self.querier.expect("role", role="querier")
+        begin = time.monotonic()
+        self.assertEqual(set(names), {change["interface"] for change in self.agent.reload()})
+        self.assertLess(self.longest_gap(), (time.monotonic() - begin) / 2)
+
+    def add_links(self, names):
+        def batch(namespace, commands):
+            subprocess.run(("ip", "-n", namespace, "-batch", "-"), input=commands, text=True,
+                           check=True)
+        batch(self.router, "".join(
+            f"link add name {name} up type veth peer name {name} netns {self.hosts}\n"
+            f"address add 10.80.{number}.1/24 dev {name}\n" for number, name in enumerate(names)))
+        batch(self.hosts, "".join(f"link set {name} up\n" for name in names))
+
+    def longest_gap(self):
+        done = self.igmpq("get", "loop/longestGap", "--json", "--socket", self.querier.socket)
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+        return json.loads(done.stdout)
 
     def test_links_that_come_and_go_meanwhile(self):
         self.run_with(self.INTERFACES + 'robustness = 7\n[[interface]]\nname = "x*"\n')

@@ -199,7 +199,7 @@ Mox::Seconds AgentLoop::Impl::run() {
   do {
     startNext();
     if (requests_) requests_->followUp();
-    if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
+    handleBatchIfDue();
     deleteEmptied();
     flushOutput();
     reportState();
@@ -208,6 +208,10 @@ Mox::Seconds AgentLoop::Impl::run() {
   requests_.reset();
   attrLog_.reset();
   return endSignalled_;
+}
+
+void AgentLoop::Impl::handleBatchIfDue() {
+  if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
 }
 
 // Waits for something to be handled. False after a signal to end.

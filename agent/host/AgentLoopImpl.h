@@ -89,6 +89,8 @@ class AgentLoop::Impl {
   // Handles the packets that the rings hold, then the timers that are due, then reports what they
   // changed. So an answer that was received counts before the timer that waits for it.
   void handleBatch();
+  // After handlers that have taken long.
+  void handleBatchIfDue();
   Mox::Seconds batchDuration() const;
   void turnWheel();
   void seeGap();
