@@ -116,9 +116,19 @@ bool isInterfaceName(std::string_view name) {
 
 class ConfigurationReader {
  public:
+  static constexpr size_t mostFaults = 100;
+
   Configuration read(const std::filesystem::path& file) {
+    size_t bytes = 0;
     for (const std::filesystem::path& each : configFiles(file)) {
-      readDocument(configDocument(configText(each), each));
+      const std::string text = configText(each);
+      bytes += text.size();
+      if (bytes > mostConfigBytes) {
+        throw ConfigError({{{.file = each},
+                            "is too long: all files together have more than " +
+                                std::to_string(mostConfigBytes) + " bytes"}});
+      }
+      readDocument(configDocument(text, each));
     }
     checkTogether();
     if (!faults_.empty()) throw ConfigError(std::move(faults_));
@@ -128,12 +138,17 @@ class ConfigurationReader {
  private:
   using Section = Configuration::Section;
 
+  // An agent that reads its files again has packets to handle, too, so it does not look for all.
   void fault(const ConfigPlace& place, std::string what) {
+    if (faults_.size() == mostFaults) {
+      faults_.push_back({place, "more faults from here on are not listed"});
+      throw ConfigError(std::move(faults_));
+    }
     faults_.push_back({place, std::move(what)});
   }
 
   void readDocument(ConfigDocument document) {
-    std::ranges::move(document.faults, std::back_inserter(faults_));
+    for (ConfigFault& each : document.faults) fault(each.place, std::move(each.what));
     for (const ConfigTable& table : document.tables) {
       if (table.section == "agent") {
         readAgent(table);
@@ -318,7 +333,7 @@ class ConfigurationReader {
     const ConfigFault found{place, fmt::format("{} {}: {}", settingKey(error.name()),
                                                error.value().value_or(""), error.reason())};
     const auto isSame = [&](const ConfigFault& each) { return each.place == found.place; };
-    if (std::ranges::none_of(faults_, isSame)) faults_.push_back(found);
+    if (std::ranges::none_of(faults_, isSame)) fault(found.place, found.what);
   }
 
   Configuration read_;

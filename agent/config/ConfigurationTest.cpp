@@ -22,6 +22,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 class ConfigurationTest : public testing::Test {
  protected:
@@ -301,6 +302,24 @@ TEST_F(ConfigurationTest, whatIsNoFileOfSettingsIsRefused) {
   EXPECT_THAT(why(folder_ / "pipe"), EndsWith("is no regular file"));
   write("long.toml", std::string(mostConfigBytes, '#') + "#");
   EXPECT_THAT(why(folder_ / "long.toml"), EndsWith("is longer than 1048576 bytes"));
+}
+
+TEST_F(ConfigurationTest, allFilesTogetherAreAsLongAsOneMayBe) {
+  const std::string half(mostConfigBytes / 2, '#');
+  write("conf.d/10.toml", half);
+  EXPECT_THAT(faultsOf(half), IsEmpty());
+  EXPECT_THAT(faultsOf(half + '#'),
+              ElementsAre("conf.d/10.toml: is too long: all files together have more than 1048576 "
+                          "bytes"));
+}
+
+TEST_F(ConfigurationTest, noMoreThanAHundredFaultsAreLookedFor) {
+  std::string text = "[defaults]\n";
+  for (int i = 0; i < 100; ++i) text += "unknown" + std::to_string(i) + " = 1\n";
+  EXPECT_THAT(faultsOf(text), SizeIs(100));
+  text += "other = 1\nanother = 1\n";
+  EXPECT_THAT(faultsOf(text), SizeIs(101));
+  EXPECT_THAT(faultsOf(text).back(), EndsWith("more faults from here on are not listed"));
 }
 
 // The process may have become another user since it read them first.
