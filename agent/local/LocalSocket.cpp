@@ -16,8 +16,8 @@ std::string connectErrorText(const std::string& path, int error) {
     case ENOTDIR:
     case ECONNREFUSED:
       return fmt::format(
-          "no agent is running: nobody serves {}; start one with `sudo igmpq run --all`, or name "
-          "another one's with --socket",
+          "no agent is running: nobody serves {}; start one with `systemctl start igmpq` or `igmpq "
+          "run`, or name another one's with --socket",
           path);
     case EACCES:
       return fmt::format(
