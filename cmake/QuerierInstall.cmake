@@ -50,9 +50,9 @@ Libs: -L${libdir} @libs@
   install(FILES "${PROJECT_BINARY_DIR}/${file}.pc" DESTINATION "${pc_dir}")
 endfunction()
 querier_pkg_config(gmp-platform GmpPlatform
-  "Entities, timer wheel, network values and trace ring" "-lGmpPlatform" "")
+  "Entities, timer wheel, network values and trace ring" "-lIgmpQuerierPlatform" "")
 querier_pkg_config(gmp-igmp-querier GmpIgmpQuerier
-  "Router side of IGMP versions 1, 2 and 3" "-lGmpIgmpQuerier" "gmp-platform")
+  "Router side of IGMP versions 1, 2 and 3" "-lIgmpQuerier" "gmp-platform")
 
 if(TARGET igmpq)
   file(RELATIVE_PATH to_lib "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")

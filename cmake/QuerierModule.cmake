@@ -40,9 +40,12 @@ endfunction()
 # Joins modules into one shared library: only their exports are visible. Types register at load
 # time, so every object of the modules is linked, used or not.
 #
-#   querier_shared_library(GmpPlatform MODULES MoxBase Mox DEPS ...)
+# FILE is the name of its file without "lib", which packages take theirs from: one that begins with
+# "gmp" would read as a part of the GNU library of that name.
+#
+#   querier_shared_library(GmpPlatform FILE IgmpQuerierPlatform MODULES MoxBase Mox DEPS ...)
 function(querier_shared_library name)
-  cmake_parse_arguments(ARG "" "" "MODULES;DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "FILE" "MODULES;DEPS" ${ARGN})
   set(anchor "${CMAKE_CURRENT_BINARY_DIR}/${name}Version.cpp")
   file(CONFIGURE OUTPUT "${anchor}" CONTENT
     "// NOLINTBEGIN(readability-identifier-naming): called as the library is
@@ -51,7 +54,7 @@ const char ${name}Version[] = \"${PROJECT_VERSION}\";
 // NOLINTEND(readability-identifier-naming)\n")
   add_library(${name} SHARED "${anchor}")
   add_library(Querier::${name} ALIAS ${name})
-  set_target_properties(${name} PROPERTIES
+  set_target_properties(${name} PROPERTIES OUTPUT_NAME ${ARG_FILE}
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   foreach(module IN LISTS ARG_MODULES)
     # Objects, not archives: an archive that several modules need would be linked twice.

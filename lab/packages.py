@@ -18,7 +18,7 @@ from lab import PREFIX, SCRATCH, Lab, wait_until
 
 GROUP = "239.1.1.1"
 COMMAND = "igmpq"
-PACKAGES = ("libgmpplatform0", "libgmpigmpquerier0", "igmp-querier-dev", COMMAND)
+PACKAGES = ("libigmpquerierplatform0", "libigmpquerier0", "igmp-querier-dev", COMMAND)
 # Logs, caches and the databases of the package manager; backups of the lists of users.
 NOT_COMPARED = re.compile(
     r"/(proc|sys|dev|run/lock|tmp|packages|var/(log|cache|lib/(dpkg|apt|systemd)|tmp))(/|$)"

@@ -35,7 +35,7 @@ def copy_for_all():
     atexit.register(folder.cleanup)
     os.chmod(folder.name, 0o755)
     linked = subprocess.run(("ldd", program()), capture_output=True, text=True, check=True).stdout
-    for path in (program(), *re.findall(r"libGmp\S+ => (\S+)", linked)):
+    for path in (program(), *re.findall(r"libIgmpQuerier\S+ => (\S+)", linked)):
         shutil.copy(path, folder.name)
         os.chmod(pathlib.Path(folder.name, pathlib.Path(path).name), 0o755)
     return folder.name
