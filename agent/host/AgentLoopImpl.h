@@ -62,7 +62,8 @@ class AgentLoop::Impl {
   ObjectRoots roots() const;
   RequestServices::Queriers queriersByName() const;
   void publishProcess();
-  void publish(const InterfaceQuerier& querier);
+  // With what the configuration says, of which settings made at run time differ.
+  void publish(const InterfaceQuerier& querier, const SettingEntities& configured);
   void unpublish(const std::string& interface);
   size_t clearGroups(const std::string& interface, std::optional<Ilvo::IpAddr> group);
   // Reads the configuration again and reports what came of it. Throws std::runtime_error where no
