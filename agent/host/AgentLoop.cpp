@@ -71,9 +71,12 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
   waitForSignal();
   waitForPackets();
   copySettings(*configured_.values.process, *process_.config);
+  const KeptState kept = readStore();
+  takeOverProcess(kept);
   for (const std::string& name : configured_.names) {
-    queriers_.push_back(
-        std::make_unique<InterfaceQuerier>(services_, setupOf(configured_.interfaces.at(name))));
+    InterfaceSetup made = setupOf(configured_.interfaces.at(name));
+    takeOver(kept, made);
+    queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, made));
     InterfaceQuerier& querier = *queriers_.back();
     queriersByName_.emplace(name, &querier);
     publish(querier, configured_.interfaces.at(name).values);

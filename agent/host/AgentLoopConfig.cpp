@@ -70,7 +70,7 @@ std::vector<ConfigChange> AgentLoop::Impl::reload() {
   std::vector<ConfigChange> changes;
   serviceManager_.stateIs(ServiceManager::reloading);
   try {
-    changes = takeOver();
+    changes = takeOverConfig();
   } catch (const ConfigError& error) {
     changes = changesOf(error);
   } catch (const std::exception& error) {
@@ -106,7 +106,7 @@ void AgentLoop::Impl::report(const std::vector<ConfigChange>& changes) {
 }
 
 // All that can fail comes first.
-std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
+std::vector<ConfigChange> AgentLoop::Impl::takeOverConfig() {
   links_.readNow();
   if (!links_.isWhole()) {
     throw std::runtime_error("the interfaces change too fast to be listed; try again");
