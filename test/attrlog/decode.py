@@ -82,6 +82,9 @@ TYPES = {
         attributes(258, "maxProcessGroups:u32", "maxProcessSources:u32"), None),
     "Agent::IntakeProcessStatus": (
         attributes(258, "groupsMost:u64", "sourcesMost:u64"), None),
+    "Agent::StoreState": (
+        attributes(258, "formatVersion:u32", "bootId:text", "machineId:text", "complete:flag",
+                   "lostTime:seconds", "lostWallClock:seconds", "groups:u64"), None),
     "Gmp::Igmp::QuerierSourceStatus": (
         attributes(259, "expired:flag", "creationTime:seconds", "expiryTime:seconds"), None),
 }
