@@ -40,6 +40,8 @@ class AttrLogClient {
   bool settle(std::chrono::seconds longest);
 
   const AttrLogCopy::Interfaces& interfaces() const { return copy_.interfaces(); }
+  // Null when the server is no store.
+  const Mox::Ptr<StoreState>& storeState() const { return copy_.storeState(); }
 
  private:
   EventLoop& loop_;
