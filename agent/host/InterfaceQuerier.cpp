@@ -6,6 +6,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <Link/QueryDatagram.h>
 #include <Link/RingSize.h>
@@ -96,6 +97,7 @@ void InterfaceQuerier::boundaryIs(Mox::Ptr<const Ilvo::IntfBoundaryStatus> bound
 }
 
 void InterfaceQuerier::linkIs(const Link* link) {
+  if (link != nullptr) publishLink(*link);
   if (link == nullptr || !isUsable(*link)) stop();
   if (link != nullptr && link_.index != 0 && link->index != link_.index) {
     stop();
@@ -114,6 +116,11 @@ void InterfaceQuerier::linkIs(const Link* link) {
     start();
   }
   watcher_.flush();
+}
+
+void InterfaceQuerier::publishLink(const Link& link) {
+  state_->indexIs(link.index);
+  state_->macIs(fmt::format("{:02x}", fmt::join(link.mac, ":")));
 }
 
 // The new querier begins on the status that the one before left: only the first begins with none.

@@ -106,6 +106,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   };
   enum class Presence { unknown, up, down, gone };
 
+  void publishLink(const Link& link);
   void start();
   void makeQuerier();
   void querierDel();

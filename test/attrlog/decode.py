@@ -59,7 +59,8 @@ TYPES = {
     "Agent::InterfaceState": (
         attributes(258, "address:addr", "running:flag", "electedTime:seconds", "framesLost:u64",
                    "framesUnparsable:u64", "fragmentsReceived:u64", "otherVlanFrames:u64",
-                   "sendFailures:u64", "queriesLost:u64", "deferredLost:u64"),
+                   "sendFailures:u64", "queriesLost:u64", "deferredLost:u64", "index:u32",
+                   "mac:text", "takenOverTime:seconds", "takenOverGroups:u64"),
         None),
     "Agent::IntakeConfig": (
         attributes(258, "multicastOnly:flag", "refuseFragments:flag", "ttlOne:flag",
