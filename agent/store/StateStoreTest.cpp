@@ -40,7 +40,7 @@ TEST_F(StateStoreTest, withoutAnyAgentServesNothingButItsOwnState) {
   EXPECT_EQ(copy.storeState()->lostTime(), 0.0);
 }
 
-// A reader decides by it before it has received the groups, of which there may be a million.
+// A reader decides by it before it has received the groups, and there may be a million.
 TEST_F(StateStoreTest, sendsItsOwnStateFirstAndInOneFrame) {
   interfaceIs("eth0");
   agentStarts();
@@ -130,7 +130,7 @@ TEST_F(StateStoreTest, keepsEverythingAfterTheAgentHasEnded) {
   EXPECT_DOUBLE_EQ(state().lostWallClock(), 1507.0);
 }
 
-// What was on its way counts as well: the kernel keeps what a killed process has sent.
+// The kernel keeps the bytes that a killed process has sent.
 TEST_F(StateStoreTest, takesAllBytesOfTheAgentBeforeItCountsAsLost) {
   Status& status = interfaceIs("eth0");
   agentStarts();

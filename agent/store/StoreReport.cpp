@@ -24,6 +24,8 @@ const Columns storeColumns{{"complete", "COPY"},   {"agentLostSeconds", "AGENT L
                            {"formatVersion"},      {"bootId"},
                            {"machineId"}};
 const Columns interfaceColumns{{"interface", "INTERFACE"},
+                               {"index"},
+                               {"mac"},
                                {"role", "ROLE"},
                                {"groupCount", "GROUPS"},
                                {"setAtRunTime", "SET AT RUN TIME"}};
@@ -63,8 +65,10 @@ void addStore(Table& table, const StoreState& state, Mox::Seconds now) {
 
 void addInterfaces(Table& table, const AttrLogCopy::Interfaces& interfaces) {
   for (const auto& [name, interface] : interfaces) {
-    table.row({table.kept(name), roleName(interface.status->state()),
-               Mox::U64{interface.status->group().size()},
+    const bool isKnown = interface.state != nullptr && interface.state->index() != 0;
+    table.row({table.kept(name), isKnown ? Cell(Mox::U64{interface.state->index()}) : Cell(),
+               isKnown ? known(table.kept(interface.state->mac())) : Cell(),
+               roleName(interface.status->state()), Mox::U64{interface.status->group().size()},
                known(table.kept(setAtRunTime(interface)))});
   }
 }

@@ -19,6 +19,9 @@ class StoreReportTest : public testing::Test {
     eth0.status = Gmp::Igmp::querierStatusFactory();
     eth0.status->stateIs(Gmp::Igmp::QuerierStatus::querierStateQuerier);
     eth0.status->groupIs(group);
+    eth0.state = Mox::makePtr<InterfaceState>("eth0");
+    eth0.state->indexIs(7);
+    eth0.state->macIs("02:00:00:00:00:01");
   }
   void lost() {
     state_->lostTimeIs(1000.0);
@@ -80,7 +83,8 @@ TEST_F(StoreReportTest, programsGetOneObject) {
             "{\"complete\":true,\"agentLostSeconds\":250.0,"
             "\"agentLostUtc\":\"1970-01-02T00:00:00.000000Z\",\"groupCount\":1,"
             "\"formatVersion\":1,\"bootId\":\"2c5f3d4e-8a6b-4f0e-9d1c-7b8a9e0f1a2b\","
-            "\"machineId\":null,\"interfaces\":[{\"interface\":\"eth0\",\"role\":\"querier\","
+            "\"machineId\":null,\"interfaces\":[{\"interface\":\"eth0\",\"index\":7,"
+            "\"mac\":\"02:00:00:00:00:01\",\"role\":\"querier\","
             "\"groupCount\":1,\"setAtRunTime\":null}]}\n");
 }
 

@@ -28,10 +28,19 @@ const CollectionInfo* TreeIn::collection(const EntityBase& entity, AttrId id) co
   return collections.front().add == nullptr ? nullptr : &collections.front();
 }
 
+// A peer of a later build has attributes at the end of a table that this one does not know. What
+// stands behind the first of them is as unknown, since identifiers ascend within a frame. A writer
+// is refused instead: it would take its value for written.
+bool TreeIn::isOfLaterBuild(const EntityBase& entity, AttrId id) const {
+  return out_.copy() != TreeOut::Copy::original && id > entity.type().attrs.back().id;
+}
+
 std::string TreeIn::readValues(const EntityBase& entity, Reader& in) {
   values_.clear();
   while (!in.atEnd()) {
-    const AttrInfo* attr = entity.type().attr(AttrId{in.u16()});
+    const AttrId id = in.u16();
+    if (isOfLaterBuild(entity, id)) return {};
+    const AttrInfo* attr = entity.type().attr(id);
     if (attr == nullptr || attr->set == nullptr) {
       return std::string("an attribute that ") + entity.typeName() + " does not receive";
     }
