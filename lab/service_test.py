@@ -1,5 +1,6 @@
-"""The units igmpq.service and igmpq-store.service under a systemd of their own, in a container on the
-link.
+"""The units igmpq.service and igmpq-store.service under a systemd of their own, in a container.
+
+It is on the link of the lab.
 
 The container has the machine's programs and nothing of its configuration. Its /usr/local is what
 the build installs.
