@@ -211,6 +211,9 @@ class StoreTest(LabTestCase):
         done = self.igmpq("store", "--forget", "eth7")
         self.assertEqual((2, ""), (done.returncode, done.stdout))
         self.assertIn("eth0", done.stderr)
+        done = self.igmpq("clear", "groups", "eth0", GROUP)
+        self.assertEqual((1, ""), (done.returncode, done.stdout))
+        self.assertEqual({GROUP}, self.groups())
         self.assertEqual("1 group of eth0 forgotten\n",
                          self.igmpq("store", "--forget", "eth0").stdout)
         self.assertEqual([], self.shown()["interfaces"])

@@ -1,5 +1,6 @@
 #include <Store/StateStore.h>
 
+#include <optional>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -86,8 +87,11 @@ RequestServices StateStore::services() {
   return {.queriers = [this] { return interfaceNames(); },
           .roots = [this] { return roots(); },
           .turn = [this] { countGroups(); },
-          .clearGroups = [this](const std::string& interface,
-                                std::optional<Ilvo::IpAddr>) { return forget(interface); },
+          .clearGroups =
+              [this](const std::string& interface, std::optional<Ilvo::IpAddr> group) {
+                if (group) throw std::runtime_error("a store forgets interfaces, not groups");
+                return forget(interface);
+              },
           .config = {.reload = []() -> std::vector<ConfigChange> {
                        throw std::runtime_error("a store has no configuration");
                      },

@@ -60,7 +60,6 @@ class MOX_PUBLIC TreeIn {
                                     const std::string& peerName);
 
  private:
-  bool isOfLaterBuild(const EntityBase& entity, AttrId id) const;
   std::string readValues(const EntityBase& entity, Reader& in);
   EntityBase* find(const Ref& ref) const;
   void checkWritable(const EntityBase& entity, const std::string& peerName) const;
