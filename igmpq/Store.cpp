@@ -12,6 +12,7 @@
 #include <Events/LibraryMessages.h>
 #include <Link/Privileges.h>
 #include <Local/AttrLogSocket.h>
+#include <Local/LocalSocket.h>
 #include <Mox/ActivityClock.h>
 #include <Mox/HashMap.h>
 #include <Store/StateStore.h>
@@ -93,7 +94,7 @@ class StoreVerb final : public Verb {
   int show() {
     Agent::EventLoop loop;
     Agent::AttrLogClient client(loop, socket_);
-    client.fetch();
+    client.fetch(Agent::connectToStore(socket_));
     if (!client.storeState()) {
       throw std::runtime_error(fmt::format("an agent serves {}, and no store", socket_));
     }
@@ -104,6 +105,8 @@ class StoreVerb final : public Verb {
 
   int forget() {
     Agent::EventLoop loop;
+    // Where there is none, the error names the store.
+    const Agent::Descriptor store = Agent::connectToStore(socket_);
     Agent::RequestClient client(loop, Agent::requestSocketPath(socket_));
     const Mox::U64 groups = client.clearGroups(forgotten_, {});
     fmt::print("{} {} of {} forgotten\n", groups, groups == 1 ? "group" : "groups", forgotten_);

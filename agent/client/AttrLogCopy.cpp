@@ -178,8 +178,10 @@ AttrLogCopy::~AttrLogCopy() {
   if (connection_) connection_->close();
 }
 
-void AttrLogCopy::connect() {
-  connection_ = std::make_shared<Connection>(*this, connectToAgent(path_));
+void AttrLogCopy::connect() { connect(connectToAgent(path_)); }
+
+void AttrLogCopy::connect(Descriptor socket) {
+  connection_ = std::make_shared<Connection>(*this, std::move(socket));
   connection_->start();
 }
 

@@ -22,6 +22,7 @@
 #include <Intake/IntakeConfig.h>
 #include <Intake/IntakeProcess.h>
 #include <Intake/IntakeStatus.h>
+#include <Local/Descriptor.h>
 #include <Local/IoContext.h>
 #include <Local/LocalSocket.h>
 #include <MoxBase/Ptr.h>
@@ -78,6 +79,8 @@ class AttrLogCopy {
 
   // Throws ConnectError.
   void connect();
+  // To the peer of that socket, which the caller has looked at.
+  void connect(Descriptor socket);
   bool isConnected() const { return connection_ != nullptr; }
   const std::string& path() const { return path_; }
 
