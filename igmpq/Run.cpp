@@ -1,18 +1,15 @@
 // `igmpq run [INTERFACE...]`: queriers on real interfaces, until a signal ends them.
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <Config/ConfigPath.h>
@@ -32,6 +29,7 @@
 #include <Text/TraceText.h>
 
 #include "Interfaces.h"
+#include "RandomNumber.h"
 #include "Rights.h"
 #include "RunOutput.h"
 #include "Verb.h"
@@ -47,14 +45,6 @@ namespace {
 // A service manager waits for the end: from the signal on, for the state, the output and the ports
 // together. The kernel has the rest of the second.
 constexpr Mox::Seconds endDuration = 0.6;
-
-Mox::U64 randomNumber() {
-  Mox::U64 number = 0;
-  if (getrandom(&number, sizeof(number), 0) != sizeof(number)) {
-    throw std::system_error(errno, std::generic_category(), "no random numbers");
-  }
-  return number;
-}
 
 // Neighbours must not be able to predict the times of queries, nor which addresses collide in
 // tables.

@@ -53,7 +53,7 @@ TEST_F(AttrLogCopyEntriesTest, holdsTheStateOfAStoreApartFromItsEntries) {
   const auto state = Mox::makePtr<StoreState>();
   state->bootIdIs("of today");
   state->groupsIs(3);
-  server_->directory().entryIs("store", state, Access::readOnly);
+  server_->directory().entryIs(AttrLogCopy::storePath, state, Access::readOnly);
   copy_->connect();
   EXPECT_EQ(copy_->storeState(), nullptr);
   settle();

@@ -54,7 +54,7 @@ class KeptStateTest : public testing::Test {
     return server_->directory();
   }
   void serveStore() {
-    serve().entryIs("store", state_, Access::readOnly);
+    serve().entryIs(AttrLogCopy::storePath, state_, Access::readOnly);
     if (!hasInterface_) return;
     server_->directory().entryIs("status/eth0", status_, Access::readOnly);
     server_->directory().entryIs("config/eth0", config_, Access::readOnly);

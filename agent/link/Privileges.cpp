@@ -27,10 +27,10 @@ namespace {
 
 // What no program that this process executes could have. Only root can shrink that; without root,
 // a program gets no more rights by executing another one, see below.
-void dropBoundingSet() {
+void dropBoundingSet(std::uint32_t kept) {
   for (unsigned long capability = 0; prctl(PR_CAPBSET_READ, capability, 0, 0, 0) >= 0;
        ++capability) {
-    if (capability == CAP_NET_RAW) continue;
+    if (capability < 32 && (kept & (1u << capability)) != 0) continue;
     if (prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) != 0 && errno != EPERM) {
       fail("drop capabilities");
     }
@@ -48,12 +48,18 @@ void userIs(const User& user) {
 }
 
 // The ambient set goes with the inheritable one.
-void keepPacketCapability() {
+void capabilitiesAre(std::uint32_t kept) {
   __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
-  constexpr std::uint32_t packets = 1u << CAP_NET_RAW;
   const __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {
-      {.effective = packets, .permitted = packets, .inheritable = 0}, {}};
+      {.effective = kept, .permitted = kept, .inheritable = 0}, {}};
   if (syscall(SYS_capset, &header, sets) != 0) fail("drop capabilities");
+}
+
+void rightsAre(std::uint32_t kept, const std::optional<User>& user) {
+  dropBoundingSet(kept);
+  if (user) userIs(*user);
+  capabilitiesAre(kept);
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) fail("refuse new privileges");
 }
 
 }  // namespace
@@ -84,11 +90,8 @@ void raiseDescriptorLimit() {
   setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void keepPacketRightOnly(const std::optional<User>& user) {
-  dropBoundingSet();
-  if (user) userIs(*user);
-  keepPacketCapability();
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) fail("refuse new privileges");
-}
+void keepPacketRightOnly(const std::optional<User>& user) { rightsAre(1u << CAP_NET_RAW, user); }
+
+void keepNoRight() { rightsAre(0, std::nullopt); }
 
 }  // namespace Agent

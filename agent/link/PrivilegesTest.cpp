@@ -87,6 +87,20 @@ TEST_F(PrivilegesTest, canBeCalledAgainWithTheOneRight) {
   });
 }
 
+TEST_F(PrivilegesTest, programWithoutPacketsKeepsNone) {
+  inAProcess([] {
+    keepNoRight();
+    return isStatus({{"CapPrm:", none},
+                     {"CapEff:", none},
+                     {"CapBnd:", none},
+                     {"CapInh:", none},
+                     {"CapAmb:", none},
+                     {"NoNewPrivs:", "1"},
+                     {"Uid:", "0\t0\t0\t0"}}) &&
+           !missingPrivilege().empty();
+  });
+}
+
 TEST_F(PrivilegesTest, whatTheKernelRefusesIsAnError) {
   inAProcess([] {
     keepPacketRightOnly(User{.name = "test", .id = 4001, .group = 4002, .groups = {4002}});

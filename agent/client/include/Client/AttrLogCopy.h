@@ -34,6 +34,8 @@ namespace Agent {
 
 class AttrLogCopy {
  public:
+  static constexpr const char* storePath = "storeState";  // where a store has its own state
+
   struct Interface {
     Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
     Mox::Ptr<Gmp::Igmp::QuerierStatus> status;
@@ -113,7 +115,6 @@ class AttrLogCopy {
 
   static constexpr const char* processPath = "intakeProcessConfig";
   static constexpr const char* configuredProcessPath = "configuredIntakeProcessConfig";
-  static constexpr const char* storePath = "store";
 
   // Calls f(folder, member) for each entity of an interface that the directory has.
   template <class F>

@@ -1,4 +1,5 @@
-// The one right that a program needs to receive and send raw packets, and the end of all others.
+// The one right that a program needs to receive and send raw packets, and the end of all others,
+// or of all.
 #pragma once
 
 #include <optional>
@@ -21,5 +22,7 @@ void raiseDescriptorLimit();
 // Everything that is opened later is opened with that right alone, so that what works at the start
 // works when an interface comes back, too.
 void keepPacketRightOnly(const std::optional<User>& user);
+// The same without any right at all, for a program that handles no packets.
+void keepNoRight();
 
 }  // namespace Agent

@@ -1,5 +1,5 @@
-// What a store of an agent's state says about its copy: the entry `store` in its attribute log,
-// before all others. A new agent decides by it whether the copy can be its own state.
+// What a store of an agent's state says about its copy: the entry storeState in its attribute
+// log, before all others. A new agent decides by it whether the copy can be its own state.
 #pragma once
 
 #include <string>
@@ -24,7 +24,7 @@ class StoreState final : public Mox::Entity<StoreState> {
   std::string name() const { return {}; }
   // Of the attribute log in which the copy was received.
   Mox::U32 formatVersion() const { return formatVersion_; }
-  // Which boot of which machine the store runs in: times of the activity clock hold within a boot.
+  // The machine that the store runs on, and its boot: times of the activity clock hold within one.
   const std::string& bootId() const { return bootId_; }
   const std::string& machineId() const { return machineId_; }
   // Whether an agent has once sent everything that it had.
