@@ -24,7 +24,7 @@ def run(*command):
                           check=False)
 
 
-class StoreTest(LabTestCase):
+class StoreTestCase(LabTestCase):
     def setUp(self):
         super().setUp()
         self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
@@ -57,8 +57,8 @@ class StoreTest(LabTestCase):
     def shown(self):
         return self.json_of("store", "--show")
 
-    def is_copied(self, *groups):
-        done = self.igmpq("show", "groups", "--json")
+    def is_copied(self, *groups, at=None):
+        done = self.igmpq("show", "groups", "--json", at=at)
         return done.returncode == 0 and set(groups) <= {
             group["group"] for group in json.loads(done.stdout)}
 
@@ -74,6 +74,8 @@ class StoreTest(LabTestCase):
     def wait_complete(self):
         wait_until(self.is_complete, 20, "the store to have a copy of the agent that runs")
 
+
+class StoreTest(StoreTestCase):
     def test_a_killed_agent_leaves_what_it_had(self):
         agent = self.agent()
         self.host.join(GROUP)
@@ -259,6 +261,78 @@ class StoreTest(LabTestCase):
                 wait_until(lambda: self.shown()["agentLostSeconds"] is not None, 20, "the end")
             store.terminate()
             self.assertEqual(0, store.wait(10))
+
+
+class TakeOverTest(StoreTestCase):
+    """Agents that begin with the state in the store, on a link whose host answers nothing more."""
+
+    def successor(self, *options):
+        return self.agent(*QUIET, "--store", self.socket, *options)
+
+    def start_with_group(self):
+        agent = self.successor()
+        self.host.join(GROUP)
+        self.wait_copied(GROUP)
+        self.wait_complete()
+        self.host.cut()
+        return agent
+
+    def test_the_next_agent_continues_the_group(self):
+        self.kill(self.start_with_group())
+        before = self.json_of("show", "groups")[0]
+        agent = self.successor()
+        agent.expect("takenOver", groups=1)
+        wait_until(lambda: self.is_copied(GROUP, at=self.agent_socket), 20, "the group")
+        after = self.json_of("show", "groups", at=self.agent_socket)[0]
+        self.assertGreaterEqual(after["upSeconds"], before["upSeconds"])
+        same = ("group", "filterMode", "compatibilityMode")
+        self.assertEqual([before[key] for key in same], [after[key] for key in same])
+        # A group that is continued has the whole interval again: hosts were not asked meanwhile.
+        self.assertGreater(after["timeLeftSeconds"], 1990)
+
+    def test_agents_that_are_killed_one_after_the_other_lose_nothing(self):
+        self.kill(self.start_with_group())
+        chance = random.Random(7)
+        for _ in range(10):
+            agent = self.successor()
+            try:
+                agent.process.wait(chance.uniform(0.0, 0.1))
+            except subprocess.TimeoutExpired:
+                pass
+            self.kill(agent)
+            self.assertEqual({GROUP}, self.groups())
+        agent = self.successor()
+        agent.expect("takenOver", groups=1)
+        self.assertEqual({GROUP}, self.groups())
+
+    def test_settings_of_the_run_time_return(self):
+        agent = self.start_with_group()
+        done = self.igmpq("set", "eth0", "query-interval=777", at=self.agent_socket)
+        self.assertEqual(0, done.returncode, done.stderr)
+        wait_until(lambda: self.shown()["interfaces"][0]["setAtRunTime"] == "query-interval=777s",
+                   20, "the setting in the store")
+        self.kill(agent)
+        agent = self.successor()
+        agent.expect("takenOver")
+        self.assertEqual("777\n", self.igmpq("get", "config/eth0/queryInterval",
+                                             at=self.agent_socket).stdout)
+
+    def test_after_forgetting_the_next_agent_begins_without_the_group(self):
+        self.kill(self.start_with_group())
+        self.store.expect("agentLost")
+        self.assertEqual(0, self.igmpq("store", "--forget", "eth0").returncode)
+        agent = self.successor()
+        agent.expect("role", role="querier")
+        self.assertEqual([], agent.seen("takenOver"))
+        self.assertEqual(set(), self.groups(at=self.agent_socket))
+
+    def test_the_state_passes_from_the_agent_to_the_next_store_and_the_next_agent(self):
+        agent = self.start_with_group()
+        self.kill(self.store)
+        self.store = self.new_store()
+        self.wait_copied(GROUP)
+        self.kill(agent)
+        self.successor().expect("takenOver", groups=1)
 
 
 if __name__ == "__main__":
