@@ -1,8 +1,9 @@
 // A router of the world: the agent's querier of one interface with its intake, whose port ends on
 // the simulated link. Above the port everything is as in the agent.
 //
-// It can crash and lose its state, be killed and begin on what a store has of it, go down and come back on its state, be stopped for a while, and
-// change its address and settings. `served` is what a forwarding plane would deliver by its status.
+// It can crash and lose its state, be killed and begin on the state that a store has of it, go down
+// and come back on its state, be stopped for a while, and change its address and settings.
+// `served` is what a forwarding plane would deliver by its status.
 #pragma once
 
 #include <deque>

@@ -1,5 +1,5 @@
-// What must hold when a router begins on the state that a store has kept of it: who wanted what then
-// is served, except for what ended meanwhile, and the hosts are asked at once if it was the querier.
+// The rules for a router that begins on the state that a store has kept of it: it serves the
+// members of then except for those that ended meanwhile, and asks at once if it was the querier.
 //
 //   const TakeOverRules before(facts, *router.keptState());
 //   router.start();

@@ -20,8 +20,8 @@ using Mox::Seconds;
 
 namespace {
 
-// What has a time that was published is over at that time; the latest possible end of one without is
-// a whole membership interval after the agent was lost.
+// A source whose time was never published ends a whole membership interval after the agent was lost
+// at the latest.
 Seconds endOf(const QuerierSourceStatus& source, Seconds latest) {
   return source.expiryTime() != 0.0 ? source.expiryTime() : latest;
 }
