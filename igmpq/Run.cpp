@@ -116,7 +116,6 @@ class RunVerb final : public Verb {
         "  sudo igmpq run eth0 eth1            on these interfaces\n"
         "  sudo igmpq run --all --json         on all that are up now, with JSON Lines on standard "
         "output\n"
-        "  sudo igmpq run --config new.toml    as that file says; `igmpq check` looks at it first\n"
         "SIGUSR1 prints its state, SIGINT and SIGTERM end it with that, SIGHUP reads its files "
         "again.\n"
         "Exit status: 0 ended by a signal, 1 failure (no permission, no socket), 2 bad use.\n");

@@ -62,8 +62,7 @@ inline constexpr std::array agentSettings{
                  .range = {},
                  .unset = "none",
                  .atStart = true,
-                 .help = "socket of a store, whose copy of the state of the agent before it is "
-                         "taken over at the start"},
+                 .help = "socket of a store that has kept the state of the agent before"},
     AgentSetting{.name = "user",
                  .valueName = "NAME",
                  .member = &AgentSettings::user,
