@@ -74,7 +74,8 @@ class AgentLoop::Impl {
                         const Mox::Ptr<Mox::EntityBase>& present);
   void notice(const std::string& interface, std::string text);
   void publishProcess();
-  // With what the configuration says, of which settings made at run time differ.
+  // With the values of the configuration, beside those that hold: they differ where a setting was
+  // made at run time.
   void publish(const InterfaceQuerier& querier, const SettingEntities& configured);
   void unpublish(const std::string& interface);
   size_t clearGroups(const std::string& interface, std::optional<Ilvo::IpAddr> group);

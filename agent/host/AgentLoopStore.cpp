@@ -11,8 +11,8 @@
 
 namespace Agent {
 
-// Readers wait at the sockets meanwhile. Without these no store could follow this agent: the copy is
-// another one's.
+// Readers wait at the sockets meanwhile. Without these no store could follow this agent: the copy
+// is another one's.
 KeptState AgentLoop::Impl::readStore() {
   const std::string& path = configured_.agent.store;
   if (path.empty() || attrLog_ == nullptr) return {};

@@ -140,9 +140,9 @@ void InterfaceQuerier::start() {
   if (!status_->electedQuerierAddr().isZero()) state_->electedTimeIs(Mox::now());
 }
 
-// On the status of a querier it asks at once, as hosts may have joined or left meanwhile; on that of a
-// non-querier it would ask with the intervals of the router that was elected. One that may not ask
-// has no role.
+// On the status of a querier it asks at once, as hosts may have joined or left meanwhile; on that
+// of a non-querier it would ask with the intervals of the router that was elected. One that may not
+// ask has no role.
 void InterfaceQuerier::makeQuerier() {
   const QuerierStatus::QuerierState state = status_->state();
   if (state == QuerierStatus::querierStateNonQuerier ||

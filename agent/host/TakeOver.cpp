@@ -12,6 +12,7 @@
 
 namespace Agent {
 
+using Gmp::Igmp::filterModeExclude;
 using Gmp::Igmp::QuerierGroupStatus;
 using Gmp::Igmp::QuerierSourceStatus;
 using Gmp::Igmp::QuerierStatus;
@@ -19,8 +20,8 @@ using Mox::Seconds;
 
 namespace {
 
-// What has a time that was published is over at that time; the latest possible end of one without is
-// a whole membership interval after the agent was lost.
+// A source whose time was never published ends a whole membership interval after the agent was lost
+// at the latest.
 Seconds endOf(const QuerierSourceStatus& source, Seconds latest) {
   return source.expiryTime() != 0.0 ? source.expiryTime() : latest;
 }
@@ -68,10 +69,16 @@ void leavePassed(QuerierStatus& status, const PassedTime& time) {
   for (auto at = groups.begin(); at != groups.end();) {
     const Mox::Ptr<QuerierGroupStatus> group = *at;
     ++at;
-    const bool isPassed = !isWhole(*group) || group->expiryTime() <= time.now;
-    const bool isWanted = !isPassed && leavePassedSources(*group, time, latest);
-    const bool isInclude = group->filterMode() == Gmp::Igmp::filterModeInclude;
-    if (isPassed || (isInclude && !isWanted)) status.groupDel(group->groupAddr());
+    if (!isWhole(*group)) {
+      status.groupDel(group->groupAddr());
+      continue;
+    }
+    const bool isWanted = leavePassedSources(*group, time, latest);
+    // A query for the group gives it a time in INCLUDE mode, too, where that means nothing.
+    const bool isExclude =
+        group->filterMode() == filterModeExclude && group->expiryTime() > time.now;
+    if (!isExclude) group->filterModeIs(Gmp::Igmp::filterModeInclude);
+    if (!isExclude && !isWanted) status.groupDel(group->groupAddr());
   }
 }
 

@@ -26,8 +26,9 @@ struct PassedTime {
   Mox::Seconds grace;  // that the times of sources may be behind: they are not always published
 };
 
-// Groups whose time has run out leave the status. Sources count as expired, and a group that is left
-// without a source that anybody wants goes, too. So does what was not received whole.
+// Sources whose time has run out count as expired, and a group whose time has run out is left with
+// the sources that somebody wants (RFC 3376 6.5). One that has none of these leaves the status; so
+// does what was not received whole.
 void leavePassed(Gmp::Igmp::QuerierStatus& status, const PassedTime& time);
 
 // Sets again what was set at run time, as far as the configuration says the same as it did before:

@@ -1,5 +1,6 @@
 #include "TakeOver.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@ struct PassedCase {
   bool stays;
   std::vector<bool> expired;  // of the sources that stay, in the order of addresses
   Seconds now = nowAt;
+  std::optional<IgmpFilterMode> modeAfter = {};  // none for the same
 };
 
 class LeavePassedTest : public testing::TestWithParam<PassedCase> {};
@@ -65,6 +67,7 @@ TEST_P(LeavePassedTest, keepsWhatHostsStillWant) {
   leavePassed(*status, {.lost = lostAt, .now = param.now, .grace = grace});
   EXPECT_EQ(status->group(group) != nullptr, param.stays);
   if (!param.stays) return;
+  EXPECT_EQ(kept->filterMode(), param.modeAfter.value_or(param.mode));
   std::vector<bool> expired;
   for (Mox::U32 at = 0x0a000001; at < address; ++at) {
     if (const auto source = kept->source(Ilvo::IpAddr(at))) expired.push_back(source->expired());
@@ -78,7 +81,18 @@ INSTANTIATE_TEST_SUITE_P(
         PassedCase{"groupWithTimeLeft", filterModeExclude, 800.0, 1000.5, {}, true, {}},
         PassedCase{"groupWhoseTimeHasPassed", filterModeExclude, 800.0, 1000.0, {}, false, {}},
         PassedCase{"groupWithoutAttributes", filterModeInclude, 0.0, 0.0, {}, false, {}},
-        PassedCase{"groupReceivedInPart", filterModeInclude, 800.0, 0.0, {{}}, false, {}},
+        PassedCase{"groupReceivedInPart", filterModeExclude, 800.0, 0.0, {}, false, {}},
+        // Its timer was lowered by a query for the group, and has passed.
+        PassedCase{"includeWithATime", filterModeInclude, 800.0, 990.0, {{}}, true, {false}},
+        PassedCase{"excludeThatHasPassedButForASource",
+                   filterModeExclude,
+                   800.0,
+                   990.0,
+                   {{.expiryTime = 960.0}, {}},
+                   true,
+                   {true, false},
+                   nowAt,
+                   filterModeInclude},
         PassedCase{"wantedSource", filterModeInclude, 800.0, Mox::never, {{}}, true, {false}},
         PassedCase{"includeWithoutSources", filterModeInclude, 800.0, Mox::never, {}, false, {}},
         PassedCase{"includeWhoseSourcesHavePassed",

@@ -2,7 +2,7 @@
 //
 // The store shares the machine, its boot and the user of the agent, or runs as root; what it sends
 // is the agent's only when nothing of the agent before is still on its way to the store. Nothing is
-// taken from a store of which any of that is in doubt.
+// taken from a store where any of that is in doubt.
 //
 //   const KeptState kept = keptState(loop, "/run/igmpq-store/store.sock");
 //   kept.interfaces.at("eth0").status->group();
