@@ -81,7 +81,7 @@ class CommandTest(unittest.TestCase):
                 groups[line.strip()] = verbs = []
             else:
                 verbs.append(line.split()[0])
-        self.assertEqual({"Run:": ["run", "check", "reload"],
+        self.assertEqual({"Run:": ["run", "check", "reload", "store"],
                           "Look:": ["show", "watch", "get", "web"],
                           "Change:": ["set", "clear", "call"], "Diagnose:": ["trace", "replay"],
                           "For developers:": ["types"]}, groups)
@@ -190,6 +190,20 @@ class CommandTest(unittest.TestCase):
             self.assertEqual((done.returncode, done.stdout), (1, ""), arguments)
             self.assertIn(f"igmpq: no agent is running: nobody serves {NOWHERE}; start one with "
                           "`systemctl start igmpq` or `igmpq run`, ", done.stderr)
+
+    def test_without_a_store_its_socket_is_named(self):
+        for arguments in (["--show"], ["--forget", "eth0"]):
+            done = igmpq("store", *arguments, "--socket", "/nonexistent/1.sock")
+            self.assertEqual((1, ""), (done.returncode, done.stdout), arguments)
+            self.assertIn("no store is running: nobody serves /nonexistent/1.sock", done.stderr)
+
+    def test_an_agent_is_no_store(self):
+        with served() as server:
+            self.expect_failure(["store", "--show"], server,
+                                [agent_with_eth0(may_configure=False)], "an agent serves")
+
+    def test_a_store_shows_or_forgets(self):
+        self.expect_bad_use(["store", "--show", "--forget", "eth0"], "--show excludes --forget")
 
     def test_requests_look_beside_the_attribute_log(self):
         for arguments in (["call", "eth0", "clearCounters"], ["trace"], ["trace", "--follow"],

@@ -1,6 +1,5 @@
 // `igmpq run [INTERFACE...]`: queriers on real interfaces, until a signal ends them.
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -8,12 +7,10 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <Config/ConfigPath.h>
@@ -33,6 +30,7 @@
 #include <Text/TraceText.h>
 
 #include "Interfaces.h"
+#include "RandomNumber.h"
 #include "Rights.h"
 #include "RunOutput.h"
 #include "Verb.h"
@@ -48,14 +46,6 @@ namespace {
 // A service manager waits for the end: from the signal on, for the state, the output and the ports
 // together. The kernel has the rest of the second.
 constexpr Mox::Seconds endDuration = 0.6;
-
-Mox::U64 randomNumber() {
-  Mox::U64 number = 0;
-  if (getrandom(&number, sizeof(number), 0) != sizeof(number)) {
-    throw std::system_error(errno, std::generic_category(), "no random numbers");
-  }
-  return number;
-}
 
 // Neighbours must not be able to predict the times of queries, nor which addresses collide in
 // tables.
@@ -127,7 +117,6 @@ class RunVerb final : public Verb {
         "  sudo igmpq run eth0 eth1            on these interfaces\n"
         "  sudo igmpq run --all --json         on all that are up now, with JSON Lines on standard "
         "output\n"
-        "  sudo igmpq run --config new.toml    as that file says; `igmpq check` looks at it first\n"
         "SIGUSR1 prints its state, SIGINT and SIGTERM end it with that, SIGHUP reads its files "
         "again.\n"
         "Exit status: 0 ended by a signal, 1 failure (no permission, no socket), 2 bad use.\n");

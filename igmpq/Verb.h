@@ -51,6 +51,7 @@ std::unique_ptr<Verb> getVerb(CLI::App& app);
 std::unique_ptr<Verb> checkVerb(CLI::App& app);
 std::unique_ptr<Verb> reloadVerb(CLI::App& app);
 std::unique_ptr<Verb> webVerb(CLI::App& app);
+std::unique_ptr<Verb> storeVerb(CLI::App& app);
 std::unique_ptr<Verb> typesVerb(CLI::App& app);
 
 }  // namespace Igmpq

@@ -35,7 +35,7 @@ struct VerbGroup {
 };
 
 const std::vector<VerbGroup> groups{
-    {"Run", {Igmpq::runVerb, Igmpq::checkVerb, Igmpq::reloadVerb}},
+    {"Run", {Igmpq::runVerb, Igmpq::checkVerb, Igmpq::reloadVerb, Igmpq::storeVerb}},
     {"Look", {Igmpq::showVerb, Igmpq::watchVerb, Igmpq::getVerb, Igmpq::webVerb}},
     {"Change", {Igmpq::setVerb, Igmpq::clearVerb, Igmpq::callVerb}},
     {"Diagnose", {Igmpq::traceVerb, Igmpq::replayVerb}},
@@ -153,6 +153,7 @@ int command(int argc, const char* const* argv) {
       "  sudo igmpq run eth0 --querier-version 3 --query-interval 60\n"
       "  sudo igmpq run                      as /etc/igmpq/igmpq.toml says\n"
       "  sudo igmpq reload                   has the running one read that file again\n"
+      "  sudo igmpq store                    keeps its state for the next one\n"
       "  sudo igmpq show groups              its groups\n"
       "  sudo igmpq watch                    its changes as they happen\n"
       "  sudo igmpq set eth0 query-interval=60\n"

@@ -120,6 +120,11 @@ class DecoderTest(LabTestCase):
         interface.is_equal("address", state.pop("address"))
         interface.is_equal("running", state.pop("running"))
         interface.is_time("querierUpSeconds", interface.now - state.pop("electedTime"))
+        # A first agent takes nothing over; the rest is for a later one to know the interface by.
+        for name in ("takenOverTime", "takenOverGroups"): self.assertEqual(0, state.pop(name))
+        for name in ("takenOverSeconds", "takenOverGroups"): interface.is_equal(name, None)
+        self.assertEqual("02:00:00:00:00:01", state.pop("mac"))
+        self.assertLess(0, state.pop("index"))
         intake = decoded["eth0"]["intakeStatus"]
         self.assertEqual("eth0", intake.pop("name"))
         # The counters of the querier, of its port and of its intake are shown as one.

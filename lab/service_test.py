@@ -1,4 +1,6 @@
-"""The unit igmpq.service under a systemd of its own, in a container on the link.
+"""The units igmpq.service and igmpq-store.service under a systemd of their own, in a container.
+
+It is on the link of the lab.
 
 The container has the machine's programs and nothing of its configuration. Its /usr/local is what
 the build installs.
@@ -125,8 +127,8 @@ class ServiceTestCase(LabTestCase):
         self.assertEqual(status, done.returncode, done.stderr + self.messages())
         return done
 
-    def shown(self, name):
-        return self.systemctl("show", "igmpq", f"--property={name}", "--value").stdout.strip()
+    def shown(self, name, unit="igmpq"):
+        return self.systemctl("show", unit, f"--property={name}", "--value").stdout.strip()
 
     def messages(self):
         return self.inside("journalctl", "--no-pager", "--unit=igmpq").stdout
@@ -136,13 +138,67 @@ class ServiceTestCase(LabTestCase):
         done = self.inside("journalctl", "--output=json", "_COMM=igmpq", *fields)
         return [json.loads(line) for line in done.stdout.splitlines()]
 
-    def status_of_agent(self):
-        done = self.inside("cat", f"/proc/{self.shown('MainPID')}/status")
+    def status_of(self, unit):
+        done = self.inside("cat", f"/proc/{self.shown('MainPID', unit)}/status")
         return {key: rest.split() for key, _, rest in
                 (line.partition(":") for line in done.stdout.splitlines())}
 
-    def wait_status(self, text):
-        wait_until(lambda: self.shown("StatusText") == text, 20, f"the status line {text}")
+    def wait_status(self, text, unit="igmpq"):
+        wait_until(lambda: self.shown("StatusText", unit) == text, 20, f"the status line {text}")
+
+
+class StoreServiceTest(ServiceTestCase):
+    STORE = "igmpq-store"
+
+    def kept(self):
+        done = self.inside("igmpq", "store", "--show", "--json")
+        return json.loads(done.stdout) if done.returncode == 0 else {"groupCount": None}
+
+    def start_with_group(self):
+        self.systemctl("start", "igmpq")
+        self.host.join(GROUP)
+        self.wait_status("1 interface, querier on 1, 1 group")
+        wait_until(lambda: self.kept()["groupCount"] == 1, 20, "the store to have the group")
+
+    def test_it_is_started_before_the_agent_and_goes_on_without_it(self):
+        self.start_with_group()
+        self.assertEqual("active", self.shown("ActiveState", self.STORE))
+        self.assertLess(int(self.shown("ActiveEnterTimestampMonotonic", self.STORE)),
+                        int(self.shown("ExecMainStartTimestampMonotonic")))
+        store = self.shown("MainPID", self.STORE)
+        self.systemctl("stop", "igmpq")
+        self.wait_status("1 interface, 1 group", self.STORE)
+        self.assertIsNotNone(self.kept()["agentLostSeconds"])
+        self.systemctl("start", "igmpq")
+        self.systemctl("restart", "igmpq")
+        self.assertEqual(("active", store), (self.shown("ActiveState", self.STORE),
+                                             self.shown("MainPID", self.STORE)))
+
+    def test_it_knows_the_boot_and_has_the_agents_user_and_no_right(self):
+        self.start_with_group()
+        agent, store = self.status_of("igmpq"), self.status_of(self.STORE)
+        self.assertEqual(agent["Uid"], store["Uid"])
+        none = f"{0:016x}"
+        self.assertEqual([none] * 4 + ["1", "2"], [store[key][0] for key in (
+            "CapPrm", "CapEff", "CapBnd", "CapAmb", "NoNewPrivs", "Seccomp")])
+        links = self.inside("nsenter", "--target", self.shown("MainPID", self.STORE), "--net",
+                            "ip", "-j", "link", "show")
+        self.assertEqual(["lo"], [link["ifname"] for link in json.loads(links.stdout)])
+        # A container has a number of its own, which the new /proc of a unit does not show.
+        boot = pathlib.Path("/proc/sys/kernel/random/boot_id").read_text().strip()
+        self.assertEqual(boot, self.kept()["bootId"])
+
+    def test_a_store_that_is_killed_is_started_again_and_copies_the_agent(self):
+        self.start_with_group()
+        self.inside("kill", "-KILL", self.shown("MainPID", self.STORE))
+        wait_until(lambda: self.shown("NRestarts", self.STORE) == "1", 20, "the next store")
+        wait_until(lambda: self.kept()["groupCount"] == 1, 20, "the store to have the group again")
+        self.assertEqual(("active", "0"), (self.shown("ActiveState"), self.shown("NRestarts")))
+
+    def test_an_agent_runs_where_the_store_cannot(self):
+        self.systemctl("mask", self.STORE)
+        self.systemctl("start", "igmpq")
+        self.wait_status("1 interface, querier on 1, 0 groups")
 
 
 class ServiceTest(ServiceTestCase):
@@ -162,7 +218,7 @@ class ServiceTest(ServiceTestCase):
 
     def test_it_has_a_user_of_its_own_and_the_one_right(self):
         self.systemctl("start", "igmpq")
-        status = self.status_of_agent()
+        status = self.status_of("igmpq")
         user = self.inside("id", "-u", "igmpq").stdout.strip()
         self.assertNotEqual("0", user)
         self.assertEqual({user}, set(status["Uid"]))

@@ -10,6 +10,7 @@ void Counts::add(const Counts& other) {
   losses += other.losses;
   suppressed += other.suppressed;
   restarts += other.restarts;
+  takeOvers += other.takeOvers;
   handOvers += other.handOvers;
   excused += other.excused;
   for (size_t k = 0; k < known.size(); ++k) {

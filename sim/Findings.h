@@ -60,6 +60,7 @@ struct Counts {
   U64 losses = 0;
   U64 suppressed = 0;  // answers of versions 1 and 2
   U64 restarts = 0;
+  U64 takeOvers = 0;  // restarts on what a store has kept
   U64 handOvers = 0;  // elections lost with retransmissions pending
   U64 excused = 0;    // members forgotten after more losses than the robustness covers
   std::array<U64, knownNames.size()> known{};

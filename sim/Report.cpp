@@ -57,9 +57,9 @@ std::string textOf(const Counts& counts) {
   return recordsText(counts) + rolesText(counts) + knownText(counts) +
          fmt::format(
              "worlds {}, simulated {:.0f} s, packets into queriers {}, elections {}, losses {}, "
-             "restarts {}, answers suppressed {}, forgotten after losses {}\n",
+             "restarts {}, on kept state {}, answers suppressed {}, forgotten after losses {}\n",
              counts.worlds, counts.simulatedTime, counts.packets, counts.elections, counts.losses,
-             counts.restarts, counts.suppressed, counts.excused);
+             counts.restarts, counts.takeOvers, counts.suppressed, counts.excused);
 }
 
 }  // namespace Sim

@@ -5,6 +5,7 @@
 #include <AgentTestSupport/TestLink.h>
 #include <Mox/ActivityClock.h>
 
+#include "TakeOver.h"
 #include "Wire.h"
 
 namespace Sim {
@@ -58,14 +59,38 @@ Agent::Link Router::link() const {
   return link;
 }
 
+void Router::storeIs() {
+  if (!store_) store_ = std::make_unique<Store>();
+  if (querier_) store_->follow(querier_->status());
+}
+
+void Router::sendToStore() {
+  if (store_) store_->receive();
+}
+
 void Router::start() {
-  querier_ = std::make_unique<Agent::InterfaceQuerier>(
-      *services_, Agent::InterfaceSetup{.name = name_, .config = config_, .intake = intake_});
+  Agent::InterfaceSetup setup{.name = name_, .config = config_, .intake = intake_};
+  if (fault_ != Fault::forgetsOnRestart) setup.kept = keptState();
+  if (setup.kept) {
+    Agent::leavePassed(*setup.kept,
+                       {.lost = store_->lostTime(), .now = Mox::now(), .grace = storeGrace});
+  }
+  querier_ = std::make_unique<Agent::InterfaceQuerier>(*services_, setup);
+  if (store_) store_->follow(querier_->status());
   const Agent::Link now = link();
   querier_->linkIs(&now);
 }
 
 void Router::crash() {
+  if (store_) store_->forget();
+  querier_ = nullptr;
+  stopped_ = false;
+  ring_.clear();
+}
+
+void Router::kill() {
+  if (!querier_) return;
+  store_->lose();
   querier_ = nullptr;
   stopped_ = false;
   ring_.clear();
@@ -118,6 +143,7 @@ bool Router::isDropped(const Frame& frame) const {
 }
 
 void Router::receive(const Frame& frame) {
+  sendToStore();
   if (!isRunning() || isDropped(frame)) return;
   if (stopped_) {
     ring_.push_back(&frame);
@@ -141,6 +167,7 @@ void Router::send(std::span<const U8> packet) {
 }
 
 bool Router::turn() {
+  sendToStore();
   if (fault_ == Fault::hoards && isRunning()) {
     for (auto at = status().group().begin(); at != status().group().end(); ++at) {
       const auto group = querier_->status()->group(at.key());

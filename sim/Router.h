@@ -1,8 +1,9 @@
 // A router of the world: the agent's querier of one interface with its intake, whose port ends on
 // the simulated link. Above the port everything is as in the agent.
 //
-// It can crash and lose its state, go down and come back on its state, be stopped for a while, and
-// change its address and settings. `served` is what a forwarding plane would deliver by its status.
+// It can crash and lose its state, be killed and begin on the state that a store has of it, go down
+// and come back on its state, be stopped for a while, and change its address and settings.
+// `served` is what a forwarding plane would deliver by its status.
 #pragma once
 
 #include <deque>
@@ -18,6 +19,7 @@
 
 #include "Frame.h"
 #include "Settings.h"
+#include "Store.h"
 
 namespace Sim {
 
@@ -25,6 +27,8 @@ class Router {
  public:
   // A fault on purpose, which an invariant must find.
   enum class Fault { none, silentWinner, dropsLeaves, forgetsOnRestart, sendsTwice, hoards };
+  // How long the times of sources may be behind in what a store has.
+  static constexpr Seconds storeGrace = 30.0;
   using Transmit = std::function<void(std::span<const U8> packet)>;
   using QuerierState = Gmp::Igmp::QuerierStatus::QuerierState;
 
@@ -42,9 +46,17 @@ class Router {
 
   void settingsIs(const Settings& settings);
   void addressIs(Ilvo::IpAddr address);
+  // A store keeps its state from here on.
+  void storeIs();
   // Its process ends, and its state with it; then a new one begins.
   void crash();
   void start();
+  // Its process ends in the middle of its work: the changes that it made last are lost.
+  void kill();
+  // What the store has, for the next process; null for nothing.
+  Store::Status keptState() const { return store_ && !hasProcess() ? store_->kept() : nullptr; }
+  // Everything that it has changed arrives at the store.
+  void sendToStore();
   // The interface goes down and comes back: the next querier begins on the state of the last.
   void upIs(bool up);
   // The process does not run; its receive ring keeps what is received.
@@ -102,6 +114,7 @@ class Router {
   std::unique_ptr<Agent::InterfaceQuerier::Services> services_;
   Agent::FrameReceiver* receiver_ = nullptr;  // while a port is open
   std::unique_ptr<Agent::InterfaceQuerier> querier_;
+  std::unique_ptr<Store> store_;   // null for none
   std::deque<const Frame*> ring_;  // received while it was stopped
   std::map<const void*, Mox::Ptr<Gmp::Igmp::QuerierGroupStatus>> hoard_;  // by itself
 };

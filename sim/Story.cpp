@@ -14,12 +14,13 @@ struct VerbName {
   const char* name;
 };
 constexpr std::array verbNames{
-    VerbName{Line::want, "want"},   VerbName{Line::hostCrash, "hostCrash"},
-    VerbName{Line::crash, "crash"}, VerbName{Line::start, "start"},
-    VerbName{Line::down, "down"},   VerbName{Line::up, "up"},
-    VerbName{Line::stop, "stop"},   VerbName{Line::resume, "resume"},
-    VerbName{Line::set, "set"},     VerbName{Line::address, "address"},
-    VerbName{Line::link, "link"},   VerbName{Line::cut, "cut"}};
+    VerbName{Line::want, "want"},       VerbName{Line::hostCrash, "hostCrash"},
+    VerbName{Line::crash, "crash"},     VerbName{Line::start, "start"},
+    VerbName{Line::kill, "kill"},       VerbName{Line::down, "down"},
+    VerbName{Line::up, "up"},           VerbName{Line::stop, "stop"},
+    VerbName{Line::resume, "resume"},   VerbName{Line::set, "set"},
+    VerbName{Line::address, "address"}, VerbName{Line::link, "link"},
+    VerbName{Line::cut, "cut"}};
 
 std::string number(double v) {
   char text[32];

@@ -24,7 +24,8 @@ struct Line {
     want,       // a host wants these channels of a group from now on
     hostCrash,  // a host ends without a word
     crash,      // a router ends with its state
-    start,      // it begins again, with none
+    kill,       // it ends, and a store has its state
+    start,      // it begins again, with what is kept of it
     down,       // its interface goes down; the state stays
     up,
     stop,  // its process does not run for a while
@@ -71,5 +72,7 @@ Story storyOf(const std::string& text);
 
 // A story that follows from its seed.
 Story makeStory(U64 seed);
+// The same, in which routers are killed and begin again many times.
+Story makeKillStory(U64 seed);
 
 }  // namespace Sim

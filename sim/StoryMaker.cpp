@@ -10,7 +10,14 @@ namespace {
 
 class StoryMaker {
  public:
-  explicit StoryMaker(U64 seed) : random_(seed, 1) { story_.seed = seed; }
+  explicit StoryMaker(U64 seed) : random_(seed, 1), kills_(seed, 2) { story_.seed = seed; }
+
+  Story makeWithKills() {
+    make();
+    makeKills();
+    std::ranges::stable_sort(story_.lines, {}, &Line::time);
+    return story_;
+  }
 
   Story make() {
     makeVersions();
@@ -172,7 +179,27 @@ class StoryMaker {
          .value = choice.value});
   }
 
+  // From a moment between two frames to longer than any member is known; often twice in a row.
+  void makeKills() {
+    const Seconds end = story_.lines.back().time;
+    const unsigned kills = 4 + kills_.below(13);
+    for (unsigned k = 0; k < kills; ++k) {
+      const Node router = kills_.below(static_cast<unsigned>(story_.routers.size()));
+      const Seconds longest = 2 * settings_.groupMembershipInterval();
+      Seconds time = rounded(kills_.between(0.0, end));
+      const unsigned row = kills_.chance(0.3) ? 2 : 1;
+      for (unsigned at = 0; at < row; ++at) {
+        const Seconds away = longest * std::pow(kills_.unit(), 4);
+        add({.time = time, .verb = Line::kill, .node = router});
+        time = rounded(time + away + 0.001);
+        add({.time = time, .verb = Line::start, .node = router});
+        time = rounded(time + kills_.between(0.0, 0.1));
+      }
+    }
+  }
+
   Random random_;
+  Random kills_;  // of its own, so that the rest of the story is the same
   Story story_;
   Settings settings_;
   std::vector<Ilvo::IpAddr> addresses_;
@@ -183,5 +210,7 @@ class StoryMaker {
 }  // namespace
 
 Story makeStory(U64 seed) { return StoryMaker(seed).make(); }
+
+Story makeKillStory(U64 seed) { return StoryMaker(seed).makeWithKills(); }
 
 }  // namespace Sim

@@ -53,6 +53,11 @@ void World::makeNodes(Canary canary) {
         node, setup.address, setup.settings,
         [this, node](std::span<const U8> packet) { transmit(node, packet); }));
   }
+  for (const Line& line : story_.lines) {
+    if (line.verb == Line::kill && line.node < facts_.routers.size()) {
+      facts_.routers[line.node]->storeIs();
+    }
+  }
   facts_.routers.back()->faultIs(faultOf(canary));
   for (Node host = 0; host < story_.hosts.size(); ++host) {
     facts_.hosts.push_back(
@@ -98,6 +103,7 @@ void World::finish(size_t cells) {
 }
 
 void World::checkMemory(size_t cells) {
+  for (const auto& each : facts_.routers) each->sendToStore();
   const auto left = Gmp::Igmp::membershipInProcess();
   size_t timers = 0;
   for (const auto& each : facts_.routers) timers += each->timers();

@@ -37,6 +37,7 @@ class World final : private Lan::Watcher {
   void change(const Line& line);
   void cut(const std::string& parts);
   void start(Router& router);
+  void startProcess(Router& router);
   void deliver(const Frame& frame, Node receiver);
   void receive(const Frame& frame, Router& router);
   void resume(Router& router);

@@ -1,4 +1,5 @@
 // How a world carries out the lines of its story.
+#include "TakeOverRules.h"
 #include "World.h"
 
 namespace Sim {
@@ -22,10 +23,12 @@ void World::carryOut(const Line& line) {
 }
 
 void World::carryOutRouter(const Line& line, Router& router) {
-  if (line.verb != Line::crash) resume(router);
+  const bool ends = line.verb == Line::crash || line.verb == Line::kill;
+  if (!ends) resume(router);
   facts_.disturb();
   switch (line.verb) {
     case Line::crash: router.crash(); break;
+    case Line::kill: router.kill(); break;
     case Line::start: return start(router);
     case Line::down: router.upIs(false); break;
     case Line::up: return start(router);
@@ -56,10 +59,19 @@ void World::start(Router& router) {
       }
     }
   }
-  if (!router.hasProcess()) router.start();
+  if (!router.hasProcess()) startProcess(router);
   ledger_->onRestart(router);
   membership_->onRestart(router);
   noteRole(router);
+}
+
+void World::startProcess(Router& router) {
+  const Store::Status kept = router.keptState();
+  if (!kept) return router.start();
+  const TakeOverRules rules(facts_, *kept);
+  router.start();
+  rules.check(router);
+  ++facts_.findings.counts.takeOvers;
 }
 
 void World::change(const Line& line) {

@@ -48,6 +48,29 @@ TEST_F(SimWorldTest, invariantsHoldInWorldsFromManySeeds) {
   EXPECT_GT(counts.restarts, 100U);
 }
 
+TEST_F(SimWorldTest, invariantsHoldWhereRoutersAreKilledAndBeginOnKeptState) {
+  Counts counts;
+  for (U64 seed = 1; seed <= worlds; ++seed) {
+    const Story story = makeKillStory(seed);
+    const Findings found = World(story).run();
+    counts.add(found.counts);
+    ASSERT_FALSE(found.breach) << textOf(*found.breach) << "\n" << textOf(story);
+  }
+  EXPECT_GT(counts.takeOvers, worlds);
+  EXPECT_GT(counts.losses, 1000U);
+}
+
+TEST_F(SimWorldTest, aRouterThatDoesNotReadItsStoreIsFound) {
+  unsigned found = 0;
+  for (U64 seed = 1; seed <= worlds; ++seed) {
+    const Findings findings = World(makeKillStory(seed), Canary::forgetsOnRestart).run();
+    if (!findings.breach) continue;
+    ++found;
+    EXPECT_EQ(findings.breach->invariant, Invariant::restartKeeps) << seed;
+  }
+  EXPECT_GT(found, 0U);
+}
+
 TEST_F(SimWorldTest, aWorldRepeatsFromItsStory) {
   for (U64 seed = 1; seed <= 20; ++seed) {
     const Story story = makeStory(seed);

@@ -28,6 +28,7 @@ constexpr const char* usage =
     "\n"
     "  sim --seconds 30             worlds from the seeds 1, 2, ... for 30 seconds\n"
     "  sim --seed 7 --worlds 1      the world of one seed\n"
+    "  sim --kills --seconds 30     worlds whose routers are killed and begin on kept state\n"
     "  sim --story FILE --log       a story, with all that happens; - for standard input\n"
     "  sim --canary muteHost        with a fault that an invariant must find\n"
     "  sim --canary list            the names of these faults\n"
@@ -45,6 +46,11 @@ struct Options {
   Canary canary = Canary::none;
   std::string story = {};
   bool log = false;
+  bool kills = false;
+
+  Story makeStory(Sim::U64 number) const {
+    return kills ? Sim::makeKillStory(number) : Sim::makeStory(number);
+  }
 };
 
 [[noreturn]] void refuse(const std::string& why) {
@@ -62,11 +68,15 @@ Canary canaryOf(const std::string& name) {
 }
 
 Options optionsOf(int argc, char** argv) {
-  constexpr option names[] = {
-      {"seed", required_argument, nullptr, 's'},   {"seconds", required_argument, nullptr, 't'},
-      {"worlds", required_argument, nullptr, 'w'}, {"canary", required_argument, nullptr, 'c'},
-      {"story", required_argument, nullptr, 'f'},  {"log", no_argument, nullptr, 'l'},
-      {"help", no_argument, nullptr, 'h'},         {nullptr, 0, nullptr, 0}};
+  constexpr option names[] = {{"seed", required_argument, nullptr, 's'},
+                              {"seconds", required_argument, nullptr, 't'},
+                              {"worlds", required_argument, nullptr, 'w'},
+                              {"canary", required_argument, nullptr, 'c'},
+                              {"story", required_argument, nullptr, 'f'},
+                              {"log", no_argument, nullptr, 'l'},
+                              {"kills", no_argument, nullptr, 'k'},
+                              {"help", no_argument, nullptr, 'h'},
+                              {nullptr, 0, nullptr, 0}};
   Options options;
   for (int name; (name = getopt_long(argc, argv, "h", names, nullptr)) != -1;) {
     switch (name) {
@@ -76,6 +86,7 @@ Options optionsOf(int argc, char** argv) {
       case 'c': options.canary = canaryOf(optarg); break;
       case 'f': options.story = optarg; break;
       case 'l': options.log = true; break;
+      case 'k': options.kills = true; break;
       case 'h': std::cout << usage; std::exit(0);
       default: std::cerr << usage; std::exit(2);
     }
@@ -122,7 +133,7 @@ int runSeeds(const Options& options) {
   unsigned broken = 0;
   for (Sim::U64 at = 0; at < options.worlds; ++at) {
     if (options.seconds > 0 && passed() > options.seconds) break;
-    const Story story = Sim::makeStory(options.seed + at);
+    const Story story = options.makeStory(options.seed + at);
     const Findings found = run(story, options);
     counts.add(found.counts);
     if (!found.breach) continue;
@@ -142,7 +153,7 @@ int runCanary(const Options& options) {
   const auto* canary = Sim::canaries.begin();
   while (canary->canary != options.canary) ++canary;
   for (Sim::U64 at = 0; at < options.worlds; ++at) {
-    const Story story = Sim::makeStory(options.seed + at);
+    const Story story = options.makeStory(options.seed + at);
     const Findings found = run(story, options);
     if (!found.breach) continue;
     print(story, *found.breach, options.canary);

@@ -1,10 +1,12 @@
 #include <Client/AttrLogClient.h>
 
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include <Client/BadRequest.h>
 #include <Local/AgentErrors.h>
+#include <Local/LocalSocket.h>
 #include <Text/Listed.h>
 
 namespace Agent {
@@ -31,8 +33,10 @@ AttrLogClient::AttrLogClient(EventLoop& loop, const std::string& path, std::chro
                    throw std::runtime_error(isRefused ? "the agent refuses: " + why : why);
                  }}) {}
 
-void AttrLogClient::fetch() {
-  copy_.connect();
+void AttrLogClient::fetch() { fetch(connectToAgent(copy_.path())); }
+
+void AttrLogClient::fetch(Descriptor socket) {
+  copy_.connect(std::move(socket));
   do {
     inputCame_ = false;
     if (loop_.runUntil(isCurrent_, silence_)) return;

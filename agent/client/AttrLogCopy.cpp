@@ -17,18 +17,26 @@ using Mox::NboAttrLog::Session;
 
 namespace {
 
-constexpr std::string_view configFolder = "config/";
-constexpr std::string_view statusFolder = "status/";
-constexpr std::string_view stateFolder = "interface/";
-constexpr std::string_view intakeFolder = "intakeConfig/";
-constexpr std::string_view intakeStatusFolder = "intakeStatus/";
-constexpr std::string_view processPath = "intakeProcessConfig";
-
 // The copies of an earlier connection stay, so that watchers are notified of differences only.
-template <class E>
-Mox::Ptr<Mox::EntityBase> keptOrNew(Mox::Ptr<E>& copy, const std::string& name) {
-  if (!copy) copy = Mox::makePtr<E>(Mox::Name(name));
+template <class E, class... Name>
+Mox::Ptr<Mox::EntityBase> keptOrNew(Mox::Ptr<E>& copy, Name... name) {
+  if (!copy) copy = Mox::makePtr<E>(name...);
   return copy;
+}
+
+Mox::Ptr<Mox::EntityBase> keptOrNew(Mox::Ptr<QuerierConfig>& copy, const std::string& name) {
+  if (!copy) copy = Gmp::Igmp::querierConfigFactory(name);
+  return copy;
+}
+
+Mox::Ptr<Mox::EntityBase> keptOrNew(Mox::Ptr<QuerierStatus>& copy, const std::string&) {
+  if (!copy) copy = Gmp::Igmp::querierStatusFactory();
+  return copy;
+}
+
+template <class E>
+bool isOf(std::string_view typeName, const Mox::Ptr<E>&) {
+  return typeName == E::entityTypeName;
 }
 
 }  // namespace
@@ -51,7 +59,9 @@ class AttrLogCopy::Connection final : public LocalConnection, private Mox::NboAt
   void onOutput() override { outputDue(); }
   Mox::Ptr<Mox::EntityBase> rootIs(std::string_view path, std::string_view typeName,
                                    const Mox::Value& key) override;
-  Mox::Ptr<Mox::EntityBase> processIs();
+  Mox::Ptr<Mox::EntityBase> entityAt(std::string_view path, std::string_view typeName);
+  Mox::Ptr<Mox::EntityBase> processIs(Mox::Ptr<IntakeProcessConfig>& copy,
+                                      Mox::Ptr<IntakeProcessConfig> Interface::*member);
   void rootDel(std::string_view path) override;
   void onCurrent() override;
   void onAnswer(Mox::U32 token) override {
@@ -63,12 +73,16 @@ class AttrLogCopy::Connection final : public LocalConnection, private Mox::NboAt
   AttrLogCopy& owner_;
   Session session_{*this, {.name = "igmpq", .peerName = "agent"}};
   std::set<std::string> named_;  // interfaces that the agent has
+  bool entriesChanged_ = false;  // since onEntries was called
 };
 
 void AttrLogCopy::Connection::handleInput(std::string_view bytes) {
   const bool goesOn =
       session_.input({reinterpret_cast<const Mox::U8*>(bytes.data()), bytes.size()});
   if (!isOpen()) return;
+  if (std::exchange(entriesChanged_, false) && owner_.handlers_.onEntries) {
+    owner_.handlers_.onEntries();
+  }
   if (owner_.handlers_.onInput) owner_.handlers_.onInput();
   if (goesOn || !isOpen()) return;
   sendOnce();  // the agent may want to know why
@@ -92,52 +106,69 @@ void AttrLogCopy::Connection::end() {
 Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::rootIs(std::string_view path,
                                                           std::string_view typeName,
                                                           const Mox::Value&) {
-  if (path == processPath && typeName == IntakeProcessConfig::entityTypeName) return processIs();
-  const auto is = [&](std::string_view folder, std::string_view type) {
-    return path.starts_with(folder) && typeName == type;
-  };
-  const bool config = is(configFolder, QuerierConfig::entityTypeName);
-  const bool status = is(statusFolder, QuerierStatus::entityTypeName);
-  const bool state = is(stateFolder, InterfaceState::entityTypeName);
-  const bool intake = is(intakeFolder, IntakeConfig::entityTypeName);
-  const bool intakeStatus = is(intakeStatusFolder, IntakeStatus::entityTypeName);
-  if (!config && !status && !state && !intake && !intakeStatus) return {};
-  const std::string name(path.substr(path.find('/') + 1));
-  named_.insert(name);
-  Interface& interface = owner_.interfaces_[name];
-  if (!interface.config) interface.config = Gmp::Igmp::querierConfigFactory(name);
-  if (!interface.status) interface.status = Gmp::Igmp::querierStatusFactory();
-  interface.configurable = session_.ownRights() == Rights::configure;
-  interface.process = owner_.process_;
-  if (state) return keptOrNew(interface.state, name);
-  if (intake) return keptOrNew(interface.intake, name);
-  if (intakeStatus) return keptOrNew(interface.intakeStatus, name);
-  if (config) return interface.config;
-  return interface.status;
+  Mox::Ptr<Mox::EntityBase> entity = entityAt(path, typeName);
+  if (entity) entriesChanged_ = true;
+  return entity;
 }
 
-Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::processIs() {
-  if (!owner_.process_) owner_.process_ = Mox::makePtr<IntakeProcessConfig>();
-  for (auto& [name, interface] : owner_.interfaces_) interface.process = owner_.process_;
-  return owner_.process_;
+Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::entityAt(std::string_view path,
+                                                            std::string_view typeName) {
+  const auto isAt = [&](const char* known, const auto& copy) {
+    return path == known && isOf(typeName, copy);
+  };
+  if (isAt(storePath, owner_.storeState_)) return keptOrNew(owner_.storeState_);
+  if (isAt(processPath, owner_.process_)) return processIs(owner_.process_, &Interface::process);
+  if (isAt(configuredProcessPath, owner_.configuredProcess_)) {
+    return processIs(owner_.configuredProcess_, &Interface::configuredProcess);
+  }
+  Mox::Ptr<Mox::EntityBase> entity;
+  forEachFolder([&](std::string_view folder, auto of) {
+    if (!path.starts_with(folder) || !isOf(typeName, Interface().*of)) return;
+    const std::string name(path.substr(folder.size()));
+    Interface& interface = owner_.interfaceIs(name);
+    interface.configurable = session_.ownRights() == Rights::configure;
+    named_.insert(name);
+    entity = keptOrNew(interface.*of, name);
+  });
+  return entity;
+}
+
+Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::processIs(
+    Mox::Ptr<IntakeProcessConfig>& copy, Mox::Ptr<IntakeProcessConfig> Interface::*member) {
+  keptOrNew(copy);
+  for (auto& [name, interface] : owner_.interfaces_) interface.*member = copy;
+  return copy;
 }
 
 void AttrLogCopy::Connection::rootDel(std::string_view path) {
   const std::string name(path.substr(path.find('/') + 1));
-  const auto interface = owner_.interfaces_.find(name);
-  if (interface == owner_.interfaces_.end()) return;
-  if (path.starts_with(stateFolder)) interface->second.state = nullptr;
-  if (path.starts_with(intakeFolder)) interface->second.intake = nullptr;
-  if (path.starts_with(intakeStatusFolder)) interface->second.intakeStatus = nullptr;
-  if (!path.starts_with(configFolder) && !path.starts_with(statusFolder)) return;
+  const auto found = owner_.interfaces_.find(name);
+  if (found == owner_.interfaces_.end()) return;
+  entriesChanged_ = true;
+  Interface& interface = found->second;
+  forEachFolder([&](std::string_view folder, auto of) {
+    if (path.starts_with(folder)) interface.*of = nullptr;
+  });
+  if (interface.config && interface.status) return;
   named_.erase(name);
-  owner_.interfaces_.erase(interface);
+  owner_.interfaces_.erase(found);
 }
 
 void AttrLogCopy::Connection::onCurrent() {
-  std::erase_if(owner_.interfaces_,
-                [&](const auto& interface) { return !named_.contains(interface.first); });
+  const size_t gone = std::erase_if(
+      owner_.interfaces_, [&](const auto& interface) { return !named_.contains(interface.first); });
+  if (gone != 0) entriesChanged_ = true;
   if (owner_.handlers_.onCurrent) owner_.handlers_.onCurrent();
+}
+
+// Each has a configuration and a status from the first entry on, whichever that is.
+AttrLogCopy::Interface& AttrLogCopy::interfaceIs(const std::string& name) {
+  Interface& interface = interfaces_[name];
+  keptOrNew(interface.config, name);
+  keptOrNew(interface.status, name);
+  interface.process = process_;
+  interface.configuredProcess = configuredProcess_;
+  return interface;
 }
 
 AttrLogCopy::AttrLogCopy(boost::asio::io_context& io, std::string path, Handlers handlers)
@@ -147,8 +178,10 @@ AttrLogCopy::~AttrLogCopy() {
   if (connection_) connection_->close();
 }
 
-void AttrLogCopy::connect() {
-  connection_ = std::make_shared<Connection>(*this, connectToAgent(path_));
+void AttrLogCopy::connect() { connect(connectToAgent(path_)); }
+
+void AttrLogCopy::connect(Descriptor socket) {
+  connection_ = std::make_shared<Connection>(*this, std::move(socket));
   connection_->start();
 }
 

@@ -23,6 +23,7 @@ class AttrLogCopyTest : public testing::Test {
     wheel_ = Mox::makePtr<Obel::TimerWheel>(Mox::now());
     copy_.emplace(io_, path_,
                   AttrLogCopy::Handlers{.onCurrent = [this] { ++currentCount_; },
+                                        .onEntries = [this] { ++entriesChanged_; },
                                         .onInput = [this] { ++inputs_; },
                                         .onAnswer = [this](Mox::U32 token) { answer_ = token; },
                                         .onEnded =
@@ -68,6 +69,7 @@ class AttrLogCopyTest : public testing::Test {
   std::optional<AttrLogServer> server_;
   std::optional<AttrLogCopy> copy_;
   int currentCount_ = 0;
+  int entriesChanged_ = 0;
   int inputs_ = 0;
   Mox::U32 answer_ = 0;
   std::optional<AttrLogCopy::End> end_;

@@ -53,6 +53,7 @@ void addSender(JsonObject& json, const Event& e) {
 void addKnownGroup(JsonObject& json, const Event& e) { json.knownAddress("group", e.group); }
 void addKind(JsonObject& json, const Event& e) { json.text("kind", e.attribute); }
 void addCount(JsonObject& json, const Event& e) { json.number("count", e.count); }
+void addGroups(JsonObject& json, const Event& e) { json.number("groups", e.count); }
 void addText(JsonObject& json, const Event& e) { json.text("text", e.text); }
 void addAddress(JsonObject& json, const Event& e) { json.knownAddress("address", e.address); }
 void addAttribute(JsonObject& json, const Event& e) { json.text("attribute", e.attribute); }
@@ -276,6 +277,11 @@ constexpr std::array rows{
         LOG_NOTICE,
         {addAddress},
         "address changed{atAddress}"},
+    Row{Event::takenOver,
+        "takenOver",
+        LOG_NOTICE,
+        {addGroups},
+        "state of the agent before taken over, with {count} groups"},
     Row{Event::configChanged,
         "configChanged",
         LOG_NOTICE,

@@ -66,6 +66,12 @@ Event configured(const char* attribute, Mox::Value value) {
   return event;
 }
 
+Event takenOver() {
+  Event event = eth0(Event::takenOver);
+  event.count = 20000;
+  return event;
+}
+
 Event counters() {
   Event event = eth0(Event::counters);
   event.counts = {{"joins", 3}, {"v2QueriesSent", 7}};
@@ -182,6 +188,8 @@ std::vector<Form> formsOfTheAgent() {
        R"("event":"interfaceGone","interface":"eth0","address":null})"},
       {ofLink(Event::addressChanged), "address changed, address 10.0.0.1",
        R"("event":"addressChanged","interface":"eth0","address":"10.0.0.1"})"},
+      {takenOver(), "state of the agent before taken over, with 20000 groups",
+       R"("event":"takenOver","interface":"eth0","groups":20000})"},
       {configured("queryInterval", 60.5), "configured queryInterval 60.5s",
        R"("event":"configChanged","interface":"eth0","attribute":"queryInterval",)"
        R"("valueSeconds":60.5})"},

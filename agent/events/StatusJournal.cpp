@@ -45,7 +45,8 @@ AttrId attrId(const char* name) {
 }  // namespace
 
 StatusJournal::StatusJournal(std::string interface, Ptr<const QuerierStatus> status,
-                             EventSink& sink, EventScope scope, StatusWatcher& watcher)
+                             EventSink& sink, EventScope scope, FirstGroups first,
+                             StatusWatcher& watcher)
     : interface_(std::move(interface)),
       status_(std::move(status)),
       sink_(sink),
@@ -53,15 +54,35 @@ StatusJournal::StatusJournal(std::string interface, Ptr<const QuerierStatus> sta
       watcher_(watcher),
       usualVersion_(status_->querierVersion()) {
   status_->treeNotifieeAdd(this);
-  begin();
+  begin(first);
 }
 
 StatusJournal::~StatusJournal() { status_->treeNotifieeRemove(this); }
 
-void StatusJournal::begin() {
+void StatusJournal::begin(FirstGroups first) {
   if (scope_ == EventScope::none) return;
   const QuerierStatus::GroupMap& groups = status_->group();
-  for (auto at = groups.begin(); at != groups.end(); ++at) noteGroupCame(**at);
+  for (auto at = groups.begin(); at != groups.end(); ++at) {
+    if (first == FirstGroups::reported) {
+      noteGroupCame(**at);
+    } else {
+      noteKnown(**at);
+    }
+  }
+}
+
+void StatusJournal::noteKnown(const Group& group) {
+  group.treeWatchedIs();
+  for (const auto& [addr, source] : group.source()) source->treeWatchedIs();
+  noteVersion(group);
+}
+
+void StatusJournal::noteVersion(const Group& group) {
+  if (group.compatibilityMode() == usualVersion_) {
+    otherVersions_.erase(group.groupAddr());
+  } else {
+    otherVersions_.insert(group.groupAddr(), group.compatibilityMode());
+  }
 }
 
 void StatusJournal::onAttr(const EntityBase& entity, AttrId id) {
@@ -248,10 +269,10 @@ void StatusJournal::reportGroup(Event::Kind kind, const Group& group) {
   event.address = group.lastReporter();
   event.version = group.compatibilityMode();
   event.filterMode = group.filterMode();
-  if (kind == Event::groupLeft || group.compatibilityMode() == usualVersion_) {
+  if (kind == Event::groupLeft) {
     otherVersions_.erase(group.groupAddr());
   } else {
-    otherVersions_.insert(group.groupAddr(), group.compatibilityMode());
+    noteVersion(group);
   }
   sink_.event(event);
 }

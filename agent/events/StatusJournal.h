@@ -20,7 +20,7 @@ namespace Agent {
 class StatusJournal final : public Mox::TreeNotifiee {
  public:
   StatusJournal(std::string interface, Mox::Ptr<const Gmp::Igmp::QuerierStatus> status,
-                EventSink& sink, EventScope scope, StatusWatcher& watcher);
+                EventSink& sink, EventScope scope, FirstGroups first, StatusWatcher& watcher);
   ~StatusJournal() override;
 
   void flush();
@@ -69,7 +69,9 @@ class StatusJournal final : public Mox::TreeNotifiee {
     Place place;
   };
 
-  void begin();
+  void begin(FirstGroups first);
+  void noteKnown(const Group& group);
+  void noteVersion(const Group& group);
   Place noteGroup(const Group& group, bool isNew);
   Place noteSource(Place group, const Source& source, bool isNew, bool wasExpired);
   void noteGroupCame(const Group& group);

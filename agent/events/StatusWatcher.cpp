@@ -9,11 +9,11 @@
 namespace Agent {
 
 StatusWatcher::StatusWatcher(std::string interface, Mox::Ptr<const Gmp::Igmp::QuerierStatus> status,
-                             EventSink& sink, Pending* pending, EventScope scope)
+                             EventSink& sink, Pending* pending, EventScope scope, FirstGroups first)
     : pending_(pending) {
   markPending();  // the contents of the status are yet to be reported
-  journal_ =
-      std::make_unique<StatusJournal>(std::move(interface), std::move(status), sink, scope, *this);
+  journal_ = std::make_unique<StatusJournal>(std::move(interface), std::move(status), sink, scope,
+                                             first, *this);
 }
 
 StatusWatcher::~StatusWatcher() {

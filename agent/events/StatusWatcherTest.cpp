@@ -76,6 +76,20 @@ TEST_F(StatusWatcherTest, reportsEachChangeOnce) {
   EXPECT_THAT(reported(), IsEmpty());
 }
 
+TEST_F(StatusWatcherTest, knownGroupsAreReportedWhenTheyChange) {
+  const Ptr<QuerierStatus> status = Gmp::Igmp::querierStatusFactory();
+  status->groupIs(group)->compatibilityModeIs(igmpVersion2);
+  status->groupIs(other)->sourceIs(sender);
+  StatusWatcher watcher("eth0", status, events_, nullptr, EventScope::all, FirstGroups::known);
+  watcher.flush();
+  EXPECT_THAT(events_.taken(), IsEmpty());
+  status->group(group)->compatibilityModeIs(igmpVersion1);
+  status->group(other)->source(sender)->expiredIs(true);
+  watcher.flush();
+  EXPECT_THAT(events_.taken(), ElementsAre("1000 changed 239.1.1.1 (version 1, include)",
+                                           "1000 left 239.2.2.2 source 10.0.0.50"));
+}
+
 TEST_F(StatusWatcherTest, aRoleIsReportedWithItsQuerierWhenEitherChanges) {
   status_->electedQuerierAddrIs(IpAddr(10, 0, 0, 5));
   status_->stateIs(QuerierStatus::querierStateQuerier);

@@ -71,12 +71,15 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
   waitForRequestSignal();
   waitForPackets();
   copySettings(*configured_.values.process, *process_.config);
+  const KeptState kept = readStore();
+  takeOverProcess(kept);
   for (const std::string& name : configured_.names) {
-    queriers_.push_back(
-        std::make_unique<InterfaceQuerier>(services_, setupOf(configured_.interfaces.at(name))));
+    InterfaceSetup made = setupOf(configured_.interfaces.at(name));
+    takeOver(kept, made);
+    queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, made));
     InterfaceQuerier& querier = *queriers_.back();
     queriersByName_.emplace(name, &querier);
-    publish(querier);
+    publish(querier, configured_.interfaces.at(name).values);
   }
   if (links_.isWhole()) starting_.assign(configured_.names.begin(), configured_.names.end());
   publishProcess();
@@ -162,6 +165,7 @@ void AgentLoop::Impl::publishProcess() {
   Mox::NboAttrLog::Directory& directory = attrLog_->directory();
   directory.entryIs("intakeProcessConfig", process_.config, Access::configurable);
   directory.entryIs("intakeProcessStatus", process_.status, Access::readOnly);
+  directory.entryIs("configuredIntakeProcessConfig", configured_.values.process, Access::readOnly);
 }
 
 size_t AgentLoop::Impl::clearGroups(const std::string& interface,
@@ -173,7 +177,7 @@ size_t AgentLoop::Impl::clearGroups(const std::string& interface,
   return groups;
 }
 
-void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
+void AgentLoop::Impl::publish(const InterfaceQuerier& querier, const SettingEntities& configured) {
   using Mox::NboAttrLog::Access;
   if (attrLog_ == nullptr) return;
   Mox::NboAttrLog::Directory& directory = attrLog_->directory();
@@ -182,12 +186,15 @@ void AgentLoop::Impl::publish(const InterfaceQuerier& querier) {
   directory.entryIs("interface/" + querier.name(), querier.state(), Access::readOnly);
   directory.entryIs("intakeConfig/" + querier.name(), querier.intakeConfig(), Access::configurable);
   directory.entryIs("intakeStatus/" + querier.name(), querier.intakeStatus(), Access::readOnly);
+  directory.entryIs("configuredConfig/" + querier.name(), configured.config, Access::readOnly);
+  directory.entryIs("configuredIntakeConfig/" + querier.name(), configured.intake,
+                    Access::readOnly);
 }
 
 void AgentLoop::Impl::unpublish(const std::string& interface) {
   if (attrLog_ == nullptr) return;
-  for (const char* folder :
-       {"config/", "status/", "interface/", "intakeConfig/", "intakeStatus/"}) {
+  for (const char* folder : {"config/", "status/", "interface/", "intakeConfig/", "intakeStatus/",
+                             "configuredConfig/", "configuredIntakeConfig/"}) {
     attrLog_->directory().entryDel(folder + interface);
   }
 }

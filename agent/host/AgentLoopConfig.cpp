@@ -27,6 +27,26 @@ std::vector<ConfigChange> changesOf(const ConfigError& error) {
   return changes;
 }
 
+void keepPublished(SettingEntities& before, SettingEntities& after) {
+  const auto keep = [](const auto& was, auto& is) {
+    if (!was || !is) return;
+    copySettings(*is, *was);
+    is = was;
+  };
+  keep(before.config, after.config);
+  keep(before.intake, after.intake);
+  keep(before.process, after.process);
+}
+
+// Readers keep the entities of what the configuration says, and see which of it is new.
+void keepPublished(ConfiguredAgent& before, ConfiguredAgent& after) {
+  keepPublished(before.values, after.values);
+  for (auto& [name, interface] : after.interfaces) {
+    const auto was = before.interfaces.find(name);
+    if (was != before.interfaces.end()) keepPublished(was->second.values, interface.values);
+  }
+}
+
 }  // namespace
 
 // Both are open before the agent leaves the old path.
@@ -50,7 +70,7 @@ std::vector<ConfigChange> AgentLoop::Impl::reload() {
   std::vector<ConfigChange> changes;
   serviceManager_.stateIs(ServiceManager::reloading);
   try {
-    changes = takeOver();
+    changes = takeOverConfig();
   } catch (const ConfigError& error) {
     changes = changesOf(error);
   } catch (const std::exception& error) {
@@ -86,7 +106,7 @@ void AgentLoop::Impl::report(const std::vector<ConfigChange>& changes) {
 }
 
 // All that can fail comes first.
-std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
+std::vector<ConfigChange> AgentLoop::Impl::takeOverConfig() {
   links_.readNow();
   if (!links_.isWhole()) {
     throw std::runtime_error("the interfaces change too fast to be listed; try again");
@@ -104,6 +124,7 @@ std::vector<ConfigChange> AgentLoop::Impl::takeOver() {
   removeQueriers(plan);
   applySettings(plan);
   addQueriers(plan, std::move(added));
+  keepPublished(configured_, plan.after);
   configured_ = std::move(plan.after);
   next.socketPath = servedPath_;
   if (onConfig_) onConfig_(next);
@@ -198,7 +219,7 @@ void AgentLoop::Impl::addQueriers(const ConfigPlan& plan, Queriers added) {
   for (std::unique_ptr<InterfaceQuerier>& querier : added) {
     const std::string& name = querier->name();
     queriersByName_.emplace(name, querier.get());
-    publish(*querier);
+    publish(*querier, plan.after.interfaces.at(name).values);
     if (!isLeaving(name)) querier->linkIs(links_.links().find(name));
   }
   std::map<std::string, std::unique_ptr<InterfaceQuerier>, std::less<>> all;

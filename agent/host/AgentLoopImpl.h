@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <Client/KeptState.h>
 #include <Host/AgentLoop.h>
 #include <Link/LinkMonitor.h>
 #include <Link/RingPort.h>
@@ -55,15 +56,28 @@ class AgentLoop::Impl {
   // What requests can read by path: what the attribute log serves, and the machines behind it.
   ObjectRoots roots() const;
   RequestServices::Queriers queriersByName() const;
+  // Of the configured store; nothing where there is none, or, with an event that says why, where it
+  // is not to be taken over.
+  KeptState readStore();
+  // Each does so as far as the state fits this agent.
+  void takeOver(const KeptState& kept, InterfaceSetup& setup);
+  void takeOverProcess(const KeptState& kept);
+  void takeOverSettings(const std::string& interface, const Mox::Ptr<Mox::EntityBase>& kept,
+                        const Mox::Ptr<Mox::EntityBase>& keptConfigured,
+                        const Mox::Ptr<Mox::EntityBase>& configured,
+                        const Mox::Ptr<Mox::EntityBase>& present);
+  void notice(const std::string& interface, std::string text);
   void publishProcess();
-  void publish(const InterfaceQuerier& querier);
+  // With the values of the configuration, beside those that hold: they differ where a setting was
+  // made at run time.
+  void publish(const InterfaceQuerier& querier, const SettingEntities& configured);
   void unpublish(const std::string& interface);
   size_t clearGroups(const std::string& interface, std::optional<Ilvo::IpAddr> group);
   // Reads the configuration again and reports what came of it. Throws std::runtime_error where no
   // file is in use.
   std::vector<ConfigChange> reload();
   void reloadAtSignal();
-  std::vector<ConfigChange> takeOver();
+  std::vector<ConfigChange> takeOverConfig();
   void report(const std::vector<ConfigChange>& changes);
   // Each opens all that it needs, and changes nothing. Throws std::runtime_error.
   std::optional<NewSockets> newSocketsAt(const std::string& path);

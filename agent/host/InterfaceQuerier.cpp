@@ -7,13 +7,13 @@
 
 #include <fmt/format.h>
 
-#include <Link/QueryDatagram.h>
 #include <Link/RingSize.h>
 #include <Mox/ActivityClock.h>
 
+#include "MacText.h"
+
 namespace Agent {
 
-using Gmp::Igmp::PublishedQuery;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
 using Mox::makePtr;
@@ -25,15 +25,6 @@ namespace {
 constexpr Seconds retryInterval = 1.0;
 constexpr Seconds longestPortCheckInterval = 5.0;
 constexpr Seconds problemInterval = 60.0;  // between two events of the same problem
-constexpr Seconds resendInterval = 0.05;
-// By then the query is not worth sending: hosts are asked again, or the group's time is over.
-constexpr Seconds resendDuration = 1.0;
-constexpr int sendsAtOnce = 64;  // of a step of the resending
-
-bool isWantOfMemory(const std::error_code& error) {
-  return error == std::errc::no_buffer_space || error == std::errc::not_enough_memory ||
-         error == std::errc::resource_unavailable_try_again;
-}
 
 // What the port counts, where the state publishes it, and the event of its steps.
 struct CountedFrames {
@@ -72,17 +63,25 @@ class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
 InterfaceQuerier::InterfaceQuerier(const Services& services, const InterfaceSetup& setup)
     : services_(services),
       setup_(setup),
-      status_(Gmp::Igmp::querierStatusFactory()),
+      status_(setup.kept ? setup.kept : Gmp::Igmp::querierStatusFactory()),
       state_(makePtr<InterfaceState>(setup.name)),
       election_(std::make_unique<Election>(status_, *state_)),
-      watcher_(setup.name, status_, services.sink, services.pending, services.eventScope),
+      watcher_(setup.name, status_, services.sink, services.pending, services.eventScope,
+               FirstGroups::known),
       intakeStatus_(makePtr<IntakeStatus>(setup.name)),
       intake_(services.process, setup.intake, intakeStatus_, status_, *this),
       portTimer_(services.wheel, *this),
       resendTimer_(services.wheel, *this),
       deferredTimer_(services.wheel, *this),
       clearTimer_(services.wheel, *this),
-      retireTimer_(services.wheel, *this) {}
+      retireTimer_(services.wheel, *this) {
+  if (!setup_.kept) return;
+  state_->takenOverTimeIs(Mox::now());
+  state_->takenOverGroupsIs(status_->group().size());
+  Event event{.time = Mox::now(), .interface = setup_.name, .kind = Event::takenOver};
+  event.count = state_->takenOverGroups();
+  services_.sink.event(event);
+}
 
 InterfaceQuerier::~InterfaceQuerier() { stop(); }
 
@@ -96,6 +95,7 @@ void InterfaceQuerier::boundaryIs(Mox::Ptr<const Ilvo::IntfBoundaryStatus> bound
 }
 
 void InterfaceQuerier::linkIs(const Link* link) {
+  if (link != nullptr) publishLink(*link);
   if (link == nullptr || !isUsable(*link)) stop();
   if (link != nullptr && link_.index != 0 && link->index != link_.index) {
     stop();
@@ -114,6 +114,11 @@ void InterfaceQuerier::linkIs(const Link* link) {
     start();
   }
   watcher_.flush();
+}
+
+void InterfaceQuerier::publishLink(const Link& link) {
+  state_->indexIs(link.index);
+  state_->macIs(macText(link.mac));
 }
 
 // The new querier begins on the status that the one before left: only the first begins with none.
@@ -135,9 +140,13 @@ void InterfaceQuerier::start() {
   if (!status_->electedQuerierAddr().isZero()) state_->electedTimeIs(Mox::now());
 }
 
-// On the status of a non-querier it would ask with the intervals of the router that was elected.
+// On the status of a querier it asks at once, as hosts may have joined or left meanwhile; on that
+// of a non-querier it would ask with the intervals of the router that was elected. One that may not
+// ask has no role.
 void InterfaceQuerier::makeQuerier() {
-  if (status_->state() == QuerierStatus::querierStateNonQuerier) {
+  const QuerierStatus::QuerierState state = status_->state();
+  if (state == QuerierStatus::querierStateNonQuerier ||
+      (state == QuerierStatus::querierStateQuerier && !setup_.config->sendQuery())) {
     status_->stateIs(QuerierStatus::querierStateInitial);
     status_->electedQuerierAddrIs(IpAddr());
   }
@@ -279,67 +288,6 @@ void InterfaceQuerier::handlePortTimer() {
   portTimer_.timeMinIs(Mox::now() + portCheckInterval());
   takeCounts();
   reportCounts();
-}
-
-void InterfaceQuerier::transmit(const PublishedQuery& query) {
-  const IpAddr group = query.dstGroup;
-  // Another router's group-specific query may name any address, and this querier retransmits the
-  // query once that router falls silent.
-  if (!queryDestination(group).isMulticast()) {
-    reportProblem("notMulticast", "a query for " + group.stringValue() +
-                                      " is due, which is no multicast group: not sent");
-    return;
-  }
-  if (!send(query)) resendLater({.query = query, .until = Mox::now() + resendDuration});
-}
-
-bool InterfaceQuerier::send(const PublishedQuery& query) {
-  if (setup_.intake->listenOnly()) return true;
-  if (std::ranges::find(sentFrom_, query.src) == sentFrom_.end()) sentFrom_.push_back(query.src);
-  const std::error_code failed =
-      port_->send(queryDatagram(query.src, query.dstGroup, query.message->data()));
-  if (failed) {
-    state_->sendFailuresInc(1);
-    reportProblem("send", fmt::format("cannot send a query: {}; {} failures so far",
-                                      failed.message(), state_->sendFailures()));
-    return !isWantOfMemory(failed);
-  }
-  if (services_.reportQueries) {
-    services_.sink.event(querySentEvent(setup_.name, query.dstGroup, query.message));
-  }
-  return true;
-}
-
-// As many specific queries wait as hosts may cause at once. A general query always waits: without
-// it all groups would end.
-void InterfaceQuerier::resendLater(Unsent unsent) {
-  if (!unsent.query.dstGroup.isZero() && unsent_.size() >= setup_.intake->maxQueryBurst()) {
-    state_->queriesLostInc(1);
-    return;
-  }
-  unsent_.push_back(std::move(unsent));
-  if (resendTimer_.timeMin() == Mox::never) resendTimer_.timeMinIs(Mox::now() + resendInterval);
-}
-
-void InterfaceQuerier::dropUnsent() {
-  state_->queriesLostInc(unsent_.size());
-  unsent_.clear();
-}
-
-// While there is no memory for one query, there is none for those behind it.
-void InterfaceQuerier::handleResendTimer() {
-  Seconds next = Mox::now();
-  for (int i = 0; i < sendsAtOnce && !unsent_.empty(); ++i) {
-    if (!send(unsent_.front().query)) {
-      if (Mox::now() < unsent_.front().until) {
-        next += resendInterval;
-        break;
-      }
-      state_->queriesLostInc(1);
-    }
-    unsent_.pop_front();
-  }
-  resendTimer_.timeMinIs(unsent_.empty() ? Mox::never : next);
 }
 
 void InterfaceQuerier::portFailed(const std::string& why) {

@@ -2,8 +2,9 @@
 //
 // It runs while the interface can carry it: present, up, with a carrier and an IPv4 address. While
 // it does not run, the status stays as it is, and the next querier takes the groups over. A
-// new address starts a new election. A problem is reported as an event, each kind at most once a
-// minute, and the operation is tried again; no problem ends the process.
+// new address starts a new election. It can begin with the status that an agent before has left: if
+// that agent was the querier, the first query is sent at once. A problem is reported as an event,
+// each kind at most once a minute, and the operation is tried again; no problem ends the process.
 //
 // Packets are handled before the timers that are due at the same time: its host reads all ports,
 // turns the wheel and then flushes what has changed.
@@ -106,6 +107,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   };
   enum class Presence { unknown, up, down, gone };
 
+  void publishLink(const Link& link);
   void start();
   void makeQuerier();
   void querierDel();

@@ -73,6 +73,16 @@ TEST_F(InterfaceQuerierTest, publishesItsAddressAndWhetherItRuns) {
   EXPECT_EQ(state().address(), lowerAddr);
 }
 
+TEST_F(InterfaceQuerierTest, publishesTheInterfaceThatItIsOn) {
+  EXPECT_EQ(state().index(), 0u);
+  EXPECT_EQ(state().mac(), "");
+  querier().linkIs(nullptr);
+  EXPECT_EQ(state().index(), 0u);
+  down();
+  EXPECT_EQ(state().index(), linkWith(ourAddr).index);
+  EXPECT_EQ(state().mac(), "02:00:00:00:00:02");
+}
+
 TEST_F(InterfaceQuerierTest, reportsQueriesOnRequestOnly) {
   reportQueries_ = true;
   up();

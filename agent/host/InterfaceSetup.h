@@ -4,6 +4,7 @@
 #include <string>
 
 #include <GmpIgmpQuerier/QuerierConfig.h>
+#include <GmpIgmpQuerier/QuerierStatus.h>
 #include <Ilvo/IntfBoundaryStatus.h>
 #include <Intake/IntakeConfig.h>
 #include <MoxBase/Ptr.h>
@@ -15,6 +16,8 @@ struct InterfaceSetup {
   Mox::Ptr<Gmp::Igmp::QuerierConfig> config;
   Mox::Ptr<IntakeConfig> intake;
   Mox::Ptr<const Ilvo::IntfBoundaryStatus> boundary = {};  // null for none
+  // What an agent before has left; null for nothing.
+  Mox::Ptr<Gmp::Igmp::QuerierStatus> kept = {};
 };
 
 }  // namespace Agent

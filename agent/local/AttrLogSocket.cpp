@@ -14,15 +14,21 @@ namespace Agent {
 namespace {
 
 constexpr const char* rootPath = "/run/igmpq/attrlog.sock";
+constexpr const char* rootStorePath = "/run/igmpq-store/store.sock";
+
+// In the directory of this user's sockets, for all but root; empty when the environment names none.
+std::string ownPath(const char* ofRoot, const char* name) {
+  if (geteuid() == 0) return ofRoot;
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (runtime == nullptr || *runtime == '\0') return {};
+  return std::string(runtime) + name;
+}
 
 }  // namespace
 
-std::string attrLogSocketPath() {
-  if (geteuid() == 0) return rootPath;
-  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (runtime == nullptr || *runtime == '\0') return {};
-  return std::string(runtime) + "/igmpq/attrlog.sock";
-}
+std::string attrLogSocketPath() { return ownPath(rootPath, "/igmpq/attrlog.sock"); }
+
+std::string storeSocketPath() { return ownPath(rootStorePath, "/igmpq-store/store.sock"); }
 
 std::string servedAttrLogSocketPath() {
   const std::string own = attrLogSocketPath();

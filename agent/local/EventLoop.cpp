@@ -72,7 +72,9 @@ void EventLoop::poll() {
 
 bool EventLoop::step() {
   wheel_->turn(Mox::now());
-  return asio_->io.poll_one() != 0;
+  const bool isHandled = asio_->io.poll_one() != 0;
+  if (onRound_) onRound_();
+  return isHandled;
 }
 
 void EventLoop::sleepUntil(Clock::time_point end) {

@@ -57,6 +57,14 @@ TEST_F(EventLoopTest, firesTimersThatTheClockHasReached) {
   EXPECT_EQ(marks_, "t");
 }
 
+TEST_F(EventLoopTest, reportsEachRoundAndOnceMoreBeforeItWaits) {
+  boost::asio::post(loop_->io(), [this] { marks_ += 'a'; });
+  boost::asio::post(loop_->io(), [this] { marks_ += 'b'; });
+  loop_->onRoundIs([this] { marks_ += '.'; });
+  loop_->poll();
+  EXPECT_EQ(marks_, "a.b..");
+}
+
 TEST_F(EventLoopTest, runsUntilWhatIsWaitedForIsThere) {
   bool done = false;
   boost::asio::post(loop_->io(), [&] { done = true; });

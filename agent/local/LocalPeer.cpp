@@ -25,6 +25,8 @@ std::optional<ucred> credentials(int fd) {
   return peer;
 }
 
+bool isTrusted(const ucred& peer) { return peer.uid == 0 || peer.uid == geteuid(); }
+
 bool hasSupplementaryGroup(int fd, gid_t group) {
   std::vector<gid_t> groups(NGROUPS_MAX);
   auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
@@ -42,12 +44,15 @@ RightsOf peerRights(const PeerAccess& access) {
     const auto isOf = [&](const std::optional<gid_t>& group) {
       return group && (peer->gid == *group || hasSupplementaryGroup(fd, *group));
     };
-    if (peer->uid == 0 || peer->uid == geteuid() || isOf(access.configureGroup)) {
-      return Rights::configure;
-    }
+    if (isTrusted(*peer) || isOf(access.configureGroup)) return Rights::configure;
     if (access.isOpen || isOf(access.readGroup)) return Rights::read;
     return std::nullopt;
   };
+}
+
+bool isPeerTrusted(int fd) {
+  const std::optional<ucred> peer = credentials(fd);
+  return peer && isTrusted(*peer);
 }
 
 std::string peerName(int fd) {

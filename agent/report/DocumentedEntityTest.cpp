@@ -1,4 +1,5 @@
 #include <Report/InterfaceState.h>
+#include <Report/StoreState.h>
 
 #include <fstream>
 #include <iterator>
@@ -35,7 +36,7 @@ const char* valueName(Mox::ValueKind kind) {
 template <class E>
 class DocumentedEntityTest : public testing::Test {};
 using Entities = testing::Types<InterfaceState, IntakeConfig, IntakeStatus, IntakeProcessConfig,
-                                IntakeProcessStatus>;
+                                IntakeProcessStatus, StoreState>;
 TYPED_TEST_SUITE(DocumentedEntityTest, Entities);
 
 // The authors of decoders read the document, which has one line for each attribute.

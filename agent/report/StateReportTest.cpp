@@ -155,6 +155,23 @@ TEST(StateText, saysWhichQuerierTransmitsNothing) {
   EXPECT_EQ(json["listenOnly"], true);
 }
 
+TEST(StateText, showsWhenAnInterfaceWasTakenOverAndWithHowManyGroups) {
+  std::vector views{interfaceNamed("eth0", IpAddr(10, 0, 0, 1)),
+                    interfaceNamed("eth1", IpAddr(10, 0, 1, 1))};
+  const auto state = Mox::makePtr<InterfaceState>(Mox::Name("eth0"));
+  state->takenOverTimeIs(880.0);
+  state->takenOverGroupsIs(20000);
+  views[0].state = state;
+  const std::string text = stateText(StatePart::interfaces, views, now);
+  EXPECT_NE(text.find("GROUPS  TAKEN OVER  WITH GROUPS\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("  0       2m00s       20000\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("  0       -           -\n"), std::string::npos) << text;
+  const auto json = nlohmann::json::parse(stateJson(StatePart::interfaces, views, now));
+  EXPECT_EQ(json[0]["takenOverSeconds"], 120.0);
+  EXPECT_EQ(json[0]["takenOverGroups"], 20000);
+  EXPECT_TRUE(json[1]["takenOverSeconds"].is_null());
+}
+
 TEST(StateText, reportsThatThereIsNothing) {
   EXPECT_EQ(stateText(StatePart::everything, {}, now), "no interfaces\n");
   const std::vector views{interfaceNamed("eth0", IpAddr())};
@@ -190,7 +207,8 @@ TEST(StateJson, holdsEverythingInOneLine) {
       R"("querier":"10.0.0.1",)"
       R"("querierUpSeconds":250.0,"querierVersion":2,"robustness":2,"queryIntervalSeconds":125.0,)"
       R"("queryResponseIntervalSeconds":10.0,"nextQuerySeconds":12.3,)"
-      R"("otherQuerierExpirySeconds":null,"groupCount":1,"counters":{"joins":0,"v1QueriesSent":0,)"
+      R"("otherQuerierExpirySeconds":null,"groupCount":1,"takenOverSeconds":null,)"
+      R"("takenOverGroups":null,"counters":{"joins":0,"v1QueriesSent":0,)"
       R"("v2QueriesSent":4294967295,"v3QueriesSent":0,"v3GSQueriesSent":0,)"
       R"("v3GSSQueriesSent":0,"v1QueriesReceived":0,"v2QueriesReceived":0,)"
       R"("v3QueriesReceived":0,"v1ReportReceived":0,"v2ReportReceived":0,)"

@@ -70,6 +70,10 @@ const char* roleText(const InterfaceView& view) {
   return "unknown";
 }
 
+bool isTakenOver(const InterfaceView& view) {
+  return view.state && view.state->takenOverTime() != 0.0;
+}
+
 const Columns interfaceColumns{{"interface", "INTERFACE"},
                                {"address", "ADDRESS"},
                                {"running"},
@@ -84,7 +88,10 @@ const Columns interfaceColumns{{"interface", "INTERFACE"},
                                {"queryResponseIntervalSeconds", "RESPONSE"},
                                {"nextQuerySeconds", "NEXT QUERY"},
                                {"otherQuerierExpirySeconds", "QUERIER LOST"},
-                               {"groupCount", "GROUPS"}};
+                               {"groupCount", "GROUPS"},
+                               {"takenOverSeconds", "TAKEN OVER"},
+                               {"takenOverGroups", "WITH GROUPS"}};
+constexpr size_t takenOverColumns = 2;  // the last ones
 
 Cells interfaceCells(const InterfaceView& view, Seconds now) {
   const QuerierStatus& status = *view.status;
@@ -102,7 +109,9 @@ Cells interfaceCells(const InterfaceView& view, Seconds now) {
           Duration{status.queryResponseInterval()},
           timeLeft(view, status.generalQueryExpiryTime(), now),
           timeLeft(view, status.otherQuerierExpiryTime(), now),
-          Mox::U64{status.group().size()}};
+          Mox::U64{status.group().size()},
+          isTakenOver(view) ? Cell(Duration{now - view.state->takenOverTime()}) : Cell(),
+          isTakenOver(view) ? Cell(view.state->takenOverGroups()) : Cell()};
 }
 
 const Columns groupColumns{{"interface", "INTERFACE"},   {"group", "GROUP"},
@@ -112,11 +121,16 @@ const Columns groupColumns{{"interface", "INTERFACE"},   {"group", "GROUP"},
 const Columns groupSourceColumns{
     {"source", "GROUP"}, {"excluded", "MODE"}, {"upSeconds", "UP"}, {"timeLeftSeconds", "LEFT"}};
 
-// Where no address can be known people are not shown a column of dashes.
+// Where no address can be known, or nothing was taken over, people are not shown columns of dashes.
 Columns interfaceColumnsOf(InterfaceViews interfaces) {
   Columns columns = interfaceColumns;
   const bool copies = std::ranges::all_of(interfaces, &InterfaceView::isCopy);
   if (copies) columns[1].heading = nullptr;
+  if (std::ranges::none_of(interfaces, isTakenOver)) {
+    for (auto at = columns.end() - takenOverColumns; at != columns.end(); ++at) {
+      at->heading = nullptr;
+    }
+  }
   return columns;
 }
 

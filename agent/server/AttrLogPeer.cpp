@@ -16,7 +16,7 @@ AttrLogPeer::AttrLogPeer(boost::asio::io_context& io, Descriptor socket,
       name_(peerName(fd())),
       connectedSince_(Mox::now()),
       stallTimeout_(setup.stallTimeout),
-      session_(*this, {.name = "igmpq run", .peerName = name_, .rights = setup.rights}, &directory),
+      session_(*this, {.name = setup.name, .peerName = name_, .rights = setup.rights}, &directory),
       arrears_(setup.stallTimeout) {}
 
 bool AttrLogPeer::isTooSlow() {

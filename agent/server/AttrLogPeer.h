@@ -24,6 +24,7 @@ class AttrLogPeer final : public LocalConnection, private Mox::NboAttrLog::Sessi
   };
 
   struct Setup {
+    std::string name;  // of this side
     Mox::NboAttrLog::Rights rights;
     Mox::Seconds stallTimeout;
   };

@@ -97,7 +97,8 @@ void AttrLogServer::accept(Descriptor socket) {
       .onBlocked = [this](const AttrLogPeer& peer,
                           bool isBlocked) { handleBlocked(peer, isBlocked); },
       .onEnded = [this](const AttrLogPeer& peer, const std::string& why) { peerDel(peer, why); }};
-  const AttrLogPeer::Setup setup{.rights = *rights, .stallTimeout = setup_.stallTimeout};
+  const AttrLogPeer::Setup setup{
+      .name = setup_.name, .rights = *rights, .stallTimeout = setup_.stallTimeout};
   peers_.push_back(std::make_shared<AttrLogPeer>(io_, std::move(socket), directory_, setup,
                                                  std::move(handlers)));
   peers_.back()->start();
@@ -107,7 +108,7 @@ void AttrLogServer::accept(Descriptor socket) {
 
 void AttrLogServer::refuse(const Descriptor& socket, const std::string& why) const {
   Refused host;
-  Session session(host, {.name = "igmpq run", .peerName = {}});
+  Session session(host, {.name = setup_.name, .peerName = {}});
   session.refuse(why);
   const auto pending = session.stream().pending();
   ::send(socket.fd(), pending.data(), pending.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

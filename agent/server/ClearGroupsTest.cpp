@@ -1,6 +1,8 @@
 // Requests that end groups.
 #include "RequestSession.h"
 
+#include <stdexcept>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -39,6 +41,16 @@ TEST_F(ClearGroupsTest, endsNoneByMistake) {
   EXPECT_THAT(answerTo(R"({"op":"clearGroups","group":"all"})"),
               HasSubstr("all is no IPv4 address such as 239.1.1.1"));
   EXPECT_EQ(agent_.cleared(), "");
+}
+
+TEST_F(ClearGroupsTest, failWithTheReasonWhereNoneCanEndNow) {
+  RequestServices services = services_;
+  services.clearGroups = [](const std::string&, std::optional<Ilvo::IpAddr>) -> size_t {
+    throw std::runtime_error("not now");
+  };
+  RequestSession session(services, Rights::configure);
+  session.in("{\"op\":\"clearGroups\"}\n");
+  EXPECT_THAT(std::string(session.out()), HasSubstr("\"error\":\"not now\""));
 }
 
 TEST_F(ClearGroupsTest, needsTheRightToConfigure) {

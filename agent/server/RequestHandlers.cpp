@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -73,9 +74,13 @@ std::unique_ptr<Answer> answerClearGroups(const RequestServices& services, const
   }
   if (!interface.empty()) querierOrNullOf(services, interface);
   services.turn();  // what came before the request counts before it
-  const size_t groups = services.clearGroups(interface, group);
-  services.turn();
-  return lineAnswer({{"groups", groups}});
+  try {
+    const size_t groups = services.clearGroups(interface, group);
+    services.turn();
+    return lineAnswer({{"groups", groups}});
+  } catch (const std::runtime_error& error) {
+    throw RequestError(RequestError::failure, error.what());
+  }
 }
 
 struct Row {

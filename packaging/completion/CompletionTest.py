@@ -104,6 +104,10 @@ class CompletionTest(unittest.TestCase):
         self.expect("igmpq watch --socket other.sock ", "other0")
         self.expect("igmpq watch --socket=other.sock ", "other0")
 
+    def test_a_store_forgets_interfaces_that_it_has(self):
+        self.expect("igmpq store --forget ", "quer0", "quer1")
+        self.expect("igmpq store --socket other.sock --forget o", "other0")
+
     def test_without_an_agent_interfaces_are_those_of_the_machine(self):
         self.assertEqual(machine_interfaces(), self.offered("igmpq watch --socket no.sock "))
 

@@ -63,6 +63,7 @@ _igmpq_values() {
   case $verb,$option,$kind in
     *,*,*\|*) tr '|' '\n' <<<"$kind" ;;
     trace,--handle,*) _igmpq_handles ;;
+    store,--forget,*) _igmpq_agent_interfaces ;;
     trace,--level,*) printf '%s\n' {-1..9} ;;
     get,--complete,*) _igmpq_ask_agent get --complete "$begun" ;;
   esac

@@ -7,6 +7,17 @@
 
 namespace Mox::NboAttrLog {
 
+namespace {
+
+// The peer has attributes at the end of a table that this side does not know. What stands behind
+// the first of them is as unknown, since identifiers ascend within a frame. Copies do without them;
+// a writer is refused instead, because it would take its value for written.
+bool isOfLaterBuild(const EntityBase& entity, AttrId id) {
+  return id > entity.type().attrs.back().id;
+}
+
+}  // namespace
+
 EntityBase* TreeIn::find(const Ref& ref) const {
   EntityBase* at = entity_.get();
   for (U8 level = 0; at != nullptr && level < ref.depth; ++level) {
@@ -31,7 +42,9 @@ const CollectionInfo* TreeIn::collection(const EntityBase& entity, AttrId id) co
 std::string TreeIn::readValues(const EntityBase& entity, Reader& in) {
   values_.clear();
   while (!in.atEnd()) {
-    const AttrInfo* attr = entity.type().attr(AttrId{in.u16()});
+    const AttrId id = in.u16();
+    if (out_.copy() != TreeOut::Copy::original && isOfLaterBuild(entity, id)) return {};
+    const AttrInfo* attr = entity.type().attr(id);
     if (attr == nullptr || attr->set == nullptr) {
       return std::string("an attribute that ") + entity.typeName() + " does not receive";
     }

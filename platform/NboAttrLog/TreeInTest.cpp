@@ -104,6 +104,16 @@ TEST_F(TreeInTest, eachKindOfValueIsRead) {
   EXPECT_EQ(root()->address(), Number(0xc0a80001u));
 }
 
+TEST_F(TreeInTest, attributesBehindTheEndOfTheTableAreSkippedWithTheRestOfTheFrame) {
+  ASSERT_TRUE(send(rootFrame));
+  const U32 last = Root::attributes.first + Root::attributes.size - 1;
+  ASSERT_LT(last, 0x01ffu);
+  ASSERT_TRUE(send("04 00000001 00 0103 00000003 01ff 0102 7f"));
+  EXPECT_EQ(root()->count(), 3u);
+  ASSERT_TRUE(send("04 00000001 00 01ff"));
+  EXPECT_FALSE(send("04 00000001 00 0106 00000003"));  // in the table, and never sent
+}
+
 TEST_F(TreeInTest, derivedAttributeIsComputedHere) {
   ASSERT_TRUE(send(rootFrame));
   ASSERT_TRUE(send("04 00000001 00 0103 00000003"));

@@ -103,20 +103,24 @@ class BrokenLog(unittest.TestCase):
     """The decoder refuses wrong logs: otherwise its agreement would prove nothing."""
 
     def decoded(self, *frames):
+        return self.written(*frames)[:2]
+
+    def written(self, *frames, options=()):
         with tempfile.TemporaryDirectory() as folder, socket.socket(socket.AF_UNIX) as listening:
             path = str(pathlib.Path(folder, "log"))
             listening.bind(path)
             listening.listen()
-            with subprocess.Popen([sys.executable, DECODER, path], stderr=subprocess.PIPE,
-                                  stdout=subprocess.DEVNULL, text=True) as process:
+            with subprocess.Popen([sys.executable, DECODER, *options, path],
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                  text=True) as process:
                 connection, _ = listening.accept()
                 with connection:
                     for frame in frames:
                         data = bytes.fromhex(frame)
                         connection.sendall(struct.pack(">H", len(data)) + data)
                     connection.shutdown(socket.SHUT_WR)
-                    error = process.stderr.read().strip()
-            return process.wait(LONGEST), error
+                    state, error = process.communicate(timeout=LONGEST)
+            return process.wait(LONGEST), error.strip(), state
 
     HELLO = "01 4d6f784c 0001 408f400000000000 00 0000"
 
@@ -133,6 +137,15 @@ class BrokenLog(unittest.TestCase):
 
     def test_frame_with_too_many_bytes_is_refused(self):
         self.assertEqual(self.decoded(self.HELLO, "09 00"), (1, "a current is too long"))
+
+    def test_attributes_of_a_later_build_are_skipped(self):
+        root = b"\x02" + struct.pack(">IH", 1, 10) + b"storeState\0"
+        root += struct.pack(">H", 17) + b"Agent::StoreState\0"
+        status, error, state = self.written(
+            self.HELLO, root.hex(), "04 00000001 00 0102 00000001 01ff 7f7f", "09",
+            options=("--whole",))
+        self.assertEqual((0, ""), (status, error))
+        self.assertEqual({"storeState": {"formatVersion": 1}}, json.loads(state))
 
     def test_entity_that_was_not_announced_is_refused(self):
         self.assertEqual(self.decoded(self.HELLO, "04 00000007 00"),

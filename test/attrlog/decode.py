@@ -3,8 +3,8 @@
 
 A second implementation of doc/attribute-log.md, written from that document alone: it shares no code
 with the library. Connects to a Unix socket, reads until the state is complete, and writes the state
-of every interface; with --follow it writes each frame as a line of JSON when it is received, and
-the state in a line of its own when the log ends.
+of every interface, or with --whole what belongs to none; with --follow it writes each frame as a
+line of JSON when it is received, and the state in a line of its own when the log ends.
 
 Exit status: 0, 1 when the log breaks its rules or is refused, 2 when it cannot be reached.
 """
@@ -59,7 +59,8 @@ TYPES = {
     "Agent::InterfaceState": (
         attributes(258, "address:addr", "running:flag", "electedTime:seconds", "framesLost:u64",
                    "framesUnparsable:u64", "fragmentsReceived:u64", "otherVlanFrames:u64",
-                   "sendFailures:u64", "queriesLost:u64", "deferredLost:u64"),
+                   "sendFailures:u64", "queriesLost:u64", "deferredLost:u64", "index:u32",
+                   "mac:text", "takenOverTime:seconds", "takenOverGroups:u64"),
         None),
     "Agent::IntakeConfig": (
         attributes(258, "multicastOnly:flag", "refuseFragments:flag", "ttlOne:flag",
@@ -82,6 +83,9 @@ TYPES = {
         attributes(258, "maxProcessGroups:u32", "maxProcessSources:u32"), None),
     "Agent::IntakeProcessStatus": (
         attributes(258, "groupsMost:u64", "sourcesMost:u64"), None),
+    "Agent::StoreState": (
+        attributes(258, "formatVersion:u32", "bootId:text", "machineId:text", "complete:flag",
+                   "lostTime:seconds", "lostWallClock:seconds", "groups:u64"), None),
     "Gmp::Igmp::QuerierSourceStatus": (
         attributes(259, "expired:flag", "creationTime:seconds", "expiryTime:seconds"), None),
 }
@@ -137,6 +141,9 @@ class Fields:
         if kind and kind not in ARGUMENTS:
             raise LogError("an argument is of no known kind")
         return self.value(ARGUMENTS[kind]) if kind else None
+
+    def skip(self):
+        self.at = len(self.data)
 
     def more(self):
         return self.at < len(self.data)
@@ -225,6 +232,9 @@ class Log:
         values = {}
         while fields.more():
             identifier = fields.value("u16")
+            if identifier > max(entity.attributes):
+                fields.skip()  # of a later build, with all behind it
+                break
             if identifier not in entity.attributes:
                 raise LogError(f"attribute {identifier} of {entity.type_name} is not known")
             name, kind = entity.attributes[identifier]
@@ -287,6 +297,11 @@ class Log:
             interfaces.setdefault(name, {})[part] = self.roots[number].state()
         return interfaces
 
+    def whole(self):
+        """What belongs to no interface: {"storeState": {...}, ...}."""
+        return {path: self.roots[number].state() for number, path in self.paths.items()
+                if "/" not in path}
+
 
 def framed(data):
     return struct.pack(">H", len(data)) + data
@@ -310,7 +325,7 @@ def next_frame(stream):
     return exactly(stream, length)
 
 
-def read(stream, send, follow):
+def read(stream, send, follow, whole):
     log = Log()
     while follow or not log.current:
         data = next_frame(stream)
@@ -323,13 +338,16 @@ def read(stream, send, follow):
             print(json.dumps(content), flush=True)
     if not log.current:
         raise EOFError
-    print(json.dumps({"state": log.state()}) if follow else json.dumps(log.state(), indent=2))
+    state = log.whole() if whole else log.state()
+    print(json.dumps({"state": state}) if follow else json.dumps(state, indent=2))
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("socket", help="path of the Unix socket")
     parser.add_argument("--follow", action="store_true", help="write each frame as it is received")
+    parser.add_argument("--whole", action="store_true",
+                        help="write what belongs to no interface instead")
     arguments = parser.parse_args()
     name = b"decode.py"
     with socket.socket(socket.AF_UNIX) as connection:
@@ -341,7 +359,7 @@ def main():
         connection.sendall(framed(struct.pack(">BIHdBH", 1, MAGIC, VERSION, time.monotonic(), 0,
                                               len(name)) + name))
         try:
-            read(connection.makefile("rb"), connection.sendall, arguments.follow)
+            read(connection.makefile("rb"), connection.sendall, arguments.follow, arguments.whole)
         except LogError as error:
             print(error, file=sys.stderr)
             return 1

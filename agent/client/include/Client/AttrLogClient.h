@@ -33,6 +33,8 @@ class AttrLogClient {
   // Connects, and returns when the copies are complete. There is no time limit while the agent
   // keeps sending.
   void fetch();
+  // The same from a server that the caller has connected to.
+  void fetch(Descriptor socket);
   // Sends the values that `write` sets in the copies as one change; see AttrLogCopy.
   void writeTogether(const std::function<void()>& write) { copy_.writeTogether(write); }
   // Waits until the agent has acted on everything that was written. Returns false when that takes
@@ -40,6 +42,8 @@ class AttrLogClient {
   bool settle(std::chrono::seconds longest);
 
   const AttrLogCopy::Interfaces& interfaces() const { return copy_.interfaces(); }
+  // Null when the server is no store.
+  const Mox::Ptr<StoreState>& storeState() const { return copy_.storeState(); }
 
  private:
   EventLoop& loop_;

@@ -44,6 +44,7 @@ struct Event {
     interfaceDown,
     interfaceGone,
     addressChanged,
+    takenOver,  // an interface begins with the state of an agent before
     configChanged,
     counters,
     eventsLost,

@@ -4,8 +4,8 @@
 // shows the group as the whole report left it. The host flushes after each batch of packets and
 // each turn of the timer wheel. A member that came and went in between is no event; a value that
 // changed several times is reported once. The stream is complete: the first flush reports what the
-// status holds when the watcher begins, as if it had just come. The sink must outlive the watcher.
-// One thread.
+// status holds when the watcher begins, as if it had just come, unless its groups are known
+// already. The sink must outlive the watcher. One thread.
 //
 // A host with many watchers gives them a list, in which they put themselves when something changes.
 //
@@ -31,6 +31,9 @@ class StatusJournal;
 // a group in one batch as their number; none.
 enum class EventScope { all, changes, none };
 
+// Of the groups that a status has when its watcher begins: they are reported, or were before.
+enum class FirstGroups { reported, known };
+
 class StatusWatcher {
  public:
   // The watchers that have changes to report. It outlives them.
@@ -45,7 +48,8 @@ class StatusWatcher {
   };
 
   StatusWatcher(std::string interface, Mox::Ptr<const Gmp::Igmp::QuerierStatus> status,
-                EventSink& sink, Pending* pending = nullptr, EventScope scope = EventScope::all);
+                EventSink& sink, Pending* pending = nullptr, EventScope scope = EventScope::all,
+                FirstGroups first = FirstGroups::reported);
   ~StatusWatcher();
   StatusWatcher(const StatusWatcher&) = delete;
   StatusWatcher& operator=(const StatusWatcher&) = delete;

@@ -12,6 +12,10 @@ namespace Agent {
 // the environment names no such directory.
 std::string attrLogSocketPath();
 
+// Where a store keeps the state of such an agent: "/run/igmpq-store/store.sock" for root,
+// "$XDG_RUNTIME_DIR/igmpq-store/store.sock" for others; empty as above.
+std::string storeSocketPath();
+
 // The path of a running agent: the socket of this user's agent if it exists, else that of root's.
 std::string servedAttrLogSocketPath();
 

@@ -10,7 +10,9 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <utility>
 
 #include <Local/IoContext.h>
 #include <MoxBase/Ptr.h>
@@ -32,6 +34,9 @@ class EventLoop {
   void stopAtSignals();
   void stop() { isStopped_ = true; }
   bool isStopped() const { return isStopped_; }
+
+  // Called after each round of handlers, and before the loop waits; none for an empty function.
+  void onRoundIs(std::function<void()> onRound) { onRound_ = std::move(onRound); }
 
   // Runs until it is stopped.
   void run();
@@ -55,6 +60,7 @@ class EventLoop {
 
   const std::unique_ptr<Asio> asio_;
   const Mox::Ptr<Obel::TimerWheel> wheel_;
+  std::function<void()> onRound_;
   bool isStopped_ = false;
 };
 

@@ -28,6 +28,10 @@ struct PeerAccess {
 using RightsOf = std::function<std::optional<Mox::NboAttrLog::Rights>(int fd)>;
 RightsOf peerRights(const PeerAccess& access);
 
+// Whether the peer runs as root or as the user of this process, so that it can do as much as this
+// process anyway.
+bool isPeerTrusted(int fd);
+
 // "user 1000 (process 4711)"
 std::string peerName(int fd);
 // "user 1000"

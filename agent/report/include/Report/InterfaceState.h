@@ -3,6 +3,9 @@
 // agent was started.
 #pragma once
 
+#include <string>
+#include <utility>
+
 #include <Ilvo/IpAddr.h>
 #include <Mox/Entity.h>
 #include <Mox/Name.h>
@@ -27,6 +30,10 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
     virtual void onSendFailures() {}
     virtual void onQueriesLost() {}
     virtual void onDeferredLost() {}
+    virtual void onIndex() {}
+    virtual void onMac() {}
+    virtual void onTakenOverTime() {}
+    virtual void onTakenOverGroups() {}
   };
 
   explicit InterfaceState(Mox::Name name) : name_(name) {}
@@ -54,6 +61,13 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   // Packets that had to wait, since what their senders ask for costs too much at once, and that
   // found no room.
   Mox::U64 deferredLost() const { return deferredLost_; }
+  // By both the kernel's interface is known again: its index, and its address of the link, as text.
+  // 0 and empty before there is one.
+  Mox::U32 index() const { return index_; }
+  const std::string& mac() const { return mac_; }
+  // When this agent took over the state of one before it, and the groups that it had; 0 for none.
+  Mox::Seconds takenOverTime() const { return takenOverTime_; }
+  Mox::U64 takenOverGroups() const { return takenOverGroups_; }
 
   void addressIs(Ilvo::IpAddr v) { set<&Self::address_>(v); }
   void runningIs(bool v) { set<&Self::running_>(v); }
@@ -72,6 +86,10 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 queriesLostInc(Mox::U64 by) { return inc<&Self::queriesLost_>(by); }
   void deferredLostIs(Mox::U64 v) { set<&Self::deferredLost_>(v); }
   Mox::U64 deferredLostInc(Mox::U64 by) { return inc<&Self::deferredLost_>(by); }
+  void indexIs(Mox::U32 v) { set<&Self::index_>(v); }
+  void macIs(std::string v) { set<&Self::mac_>(std::move(v)); }
+  void takenOverTimeIs(Mox::Seconds v) { set<&Self::takenOverTime_>(v); }
+  void takenOverGroupsIs(Mox::U64 v) { set<&Self::takenOverGroups_>(v); }
 
  private:
   using Self = InterfaceState;
@@ -86,6 +104,10 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   Mox::U64 sendFailures_ = 0;
   Mox::U64 queriesLost_ = 0;
   Mox::U64 deferredLost_ = 0;
+  Mox::U32 index_ = 0;
+  std::string mac_;
+  Mox::Seconds takenOverTime_ = 0.0;
+  Mox::U64 takenOverGroups_ = 0;
 
   friend class Mox::Entity<InterfaceState>;
 
@@ -110,6 +132,12 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
                    &NotifieeConst::onQueriesLost},
       Mox::Counter{"deferredLost", &Self::deferredLost_, &Self::deferredLostIs,
                    &Self::deferredLostInc, &NotifieeConst::onDeferredLost},
+      Mox::Attr{"index", &Self::index_, &Self::indexIs, &NotifieeConst::onIndex},
+      Mox::Attr{"mac", &Self::mac_, &Self::macIs, &NotifieeConst::onMac},
+      Mox::Attr{"takenOverTime", &Self::takenOverTime_, &Self::takenOverTimeIs,
+                &NotifieeConst::onTakenOverTime, Mox::Unit::time},
+      Mox::Attr{"takenOverGroups", &Self::takenOverGroups_, &Self::takenOverGroupsIs,
+                &NotifieeConst::onTakenOverGroups},
   };
 };
 

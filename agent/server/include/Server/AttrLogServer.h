@@ -43,6 +43,7 @@ class AttrLogServer {
     Mox::Seconds stallTimeout = 30.0;
     size_t maxReaders = 64;
     RightsOf rightsOf = peerRights({});
+    std::string name = "igmpq run";  // of this side, for the peers' messages
   };
 
   // `turn` is called before and after a peer changes something. Throws std::runtime_error with the
@@ -61,6 +62,7 @@ class AttrLogServer {
   void limitsAre(const RightsOf& rightsOf, Mox::Seconds stallTimeout, size_t maxReaders);
 
   Mox::NboAttrLog::Directory& directory() { return directory_; }
+  const Mox::NboAttrLog::Directory& directory() const { return directory_; }
   // Reports whether the most congested peer's socket is clogged.
   const Mox::Ptr<Gmp::Igmp::GmpAttrLogSm>& monitor() const { return monitor_; }
   size_t peers() const { return peers_.size(); }

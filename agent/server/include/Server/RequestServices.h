@@ -25,7 +25,7 @@ struct RequestServices {
   // Turns the wheel to the current time. Called before and after a request changes something.
   std::function<void()> turn;
   // Ends the groups of one interface, or of all for an empty name; all of them, or only that one.
-  // Returns how many there were.
+  // Returns how many there were. Throws std::runtime_error where that is not possible now.
   std::function<size_t(const std::string& interface, std::optional<Ilvo::IpAddr> group)>
       clearGroups;
   ConfigServices config = {};

@@ -16,6 +16,7 @@ namespace Agent {
 
 struct AgentSettings {
   std::string socket;  // empty: the usual path
+  std::string store;   // empty: none
   std::string user;    // empty: the user that has started it
   std::string readGroup;
   std::string configureGroup;
@@ -55,6 +56,13 @@ inline constexpr std::array agentSettings{
                  .member = &AgentSettings::socket,
                  .range = {},
                  .help = "socket at which other processes read and set the state"},
+    AgentSetting{.name = "store",
+                 .valueName = "PATH",
+                 .member = &AgentSettings::store,
+                 .range = {},
+                 .unset = "none",
+                 .atStart = true,
+                 .help = "socket of a store that has kept the state of the agent before"},
     AgentSetting{.name = "user",
                  .valueName = "NAME",
                  .member = &AgentSettings::user,

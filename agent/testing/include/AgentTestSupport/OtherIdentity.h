@@ -15,13 +15,13 @@ inline constexpr unsigned nobodyId = 65534;
 
 class OtherIdentity {
  public:
-  explicit OtherIdentity(uid_t user = nobodyId, gid_t group = nobodyId,
+  explicit OtherIdentity(uid_t user = nobodyId, gid_t mainGroup = nobodyId,
                          const std::vector<gid_t>& supplementary = {}) {
     const int count = ::getgroups(0, nullptr);
     before_.resize(static_cast<size_t>(count));
     isTaken_ = ::getgroups(count, before_.data()) == count &&
                ::setgroups(supplementary.size(), supplementary.data()) == 0 &&
-               ::setegid(group) == 0 && ::seteuid(user) == 0;
+               ::setegid(mainGroup) == 0 && ::seteuid(user) == 0;
   }
   ~OtherIdentity() {
     const bool isBack =
