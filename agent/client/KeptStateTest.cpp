@@ -16,12 +16,12 @@
 #include <Server/AttrLogServer.h>
 
 #include <AgentTestSupport/OtherIdentity.h>
+#include <AgentTestSupport/ServedAgent.h>
 #include <AgentTestSupport/TempFolder.h>
 #include <AgentTestSupport/TestAddresses.h>
 #include <AgentTestSupport/TestSocket.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
-#include "ServedAgent.h"
 
 namespace Agent {
 namespace {
