@@ -65,7 +65,13 @@ class World {
                         property(rights_ == Rights::configure,
                                  "a client that may only read ends no group");
                         return size_t{0};
-                      }},
+                      },
+                  .config = {.reload = [this] { return reloaded(); },
+                             .interfaces =
+                                 [] {
+                                   return std::vector<std::string>{"eth0", "eth1"};
+                                 },
+                             .settings = settingsOf}},
         session_(services_, rights) {}
   ~World() {
     for (Mox::TraceHandle* handle : Mox::TraceHandle::all()) {
@@ -105,6 +111,26 @@ class World {
   }
 
  private:
+  // Paths of files are bytes, and need not be UTF-8.
+  std::vector<Agent::ConfigChange> reloaded() const {
+    property(rights_ == Rights::configure, "a client that may only read has nothing read again");
+    if (chunks_ == 0) throw std::runtime_error("no file is in use: \xff");
+    return {{.kind = Agent::ConfigChange::fault, .origin = "\xff:7", .what = "no number"},
+            {.kind = Agent::ConfigChange::added, .interface = "eth1"},
+            {.kind = Agent::ConfigChange::changed,
+             .interface = "eth0",
+             .setting = "robustness",
+             .before = "2",
+             .after = "3",
+             .origin = "\xff:9"}};
+  }
+  // The other interface has gone meanwhile.
+  static std::optional<std::vector<Agent::ShownSetting>> settingsOf(const std::string& interface) {
+    if (interface == "eth1") return std::nullopt;
+    return {{{.key = "robustness", .name = "robustness", .value = 2, .text = "2", .origin = ""},
+             {.key = "user", .name = "user", .value = "", .text = "", .origin = "\xff:1"}}};
+  }
+
   const Rights rights_;
   const Fuzz::WheelInPlace wheel_{Mox::now()};
   const Mox::Ptr<QuerierSm> querier_ = Gmp::Igmp::querierSmFactory(

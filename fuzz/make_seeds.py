@@ -13,6 +13,7 @@ ROOT = FUZZ.parent
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(ROOT / "test" / "scenarios"))
 
+from link_seeds import LINKS  # noqa: E402
 from packets import packet  # noqa: E402
 
 IP_HEADER = 24
@@ -197,6 +198,9 @@ def captures():
     yield "demo.pcap", (ROOT / "lab" / "captures" / "demo.pcap").read_bytes()
 
 
+FEW_SOURCES = bytes(1)  # the first byte: the limit of sources
+
+
 def on_link(wait, packet, repaired=False):
     """A step of the intake's target: quarters of a second, and a frame to a multicast address."""
     content = bytes.fromhex("01005e010101" "02000000004d" "0800") + packet
@@ -308,59 +312,11 @@ REQUEST_LINES = {
                   b'{"op":"trace","op":"call"}\n{"op":7}\n',
     "no-object": bytes([MAY | 63]) + b'{"op":"traceHandles"}\n[1]\n' + CALL % b"clearCounters",
     "bad-text": bytes([MAY | 63]) + b'{"op":"tr\xc0"}\n',
+    "config": bytes([63]) + b'{"op":"config"}\n{"op":"config","interface":"eth0"}\n'
+              b'{"op":"config","interface":"x"}\n{"op":"reload"}\n',
+    "reload": bytes([MAY | 63]) + b'{"op":"reload"}\n{"op":"clear"}\n{"op":"reload"}\n',
     "deep": bytes([63]) + b"[" * 3000 + b"\n",
     "long": bytes([63]) + b" " * 4000,
-}
-
-
-# Messages of the kernel about interfaces, in the byte order of this machine.
-NEW_LINK, DEL_LINK, NEW_ADDRESS, DEL_ADDRESS = 16, 17, 20, 21
-UP, LOWER_UP = 0x1, 0x1040  # with multicast, and with a carrier
-
-
-def attributes_of(*pairs):
-    return b"".join(struct.pack("=HH", 4 + len(value), kind) + value + bytes(-len(value) % 4)
-                    for kind, value in pairs)
-
-
-def kernel_message(kind, fixed, attributes=b""):
-    content = fixed + attributes
-    return struct.pack("=IHHII", 16 + len(content), kind, 0, 0, 0) + content
-
-
-def link(kind, index, name=None, flags=UP | LOWER_UP, family=0):
-    fixed = struct.pack("=BxHiII", family, 1, index, flags, 0)
-    named = ((3, name + b"\0"),) if name else ()
-    return kernel_message(kind, fixed, attributes_of(
-        *named, (4, struct.pack("=I", 1500)), (1, bytes.fromhex("020000000001"))))
-
-
-def with_length(message, length):
-    return struct.pack("=I", length) + message[4:]
-
-
-def address(kind, index, last, flags=0):
-    return kernel_message(kind, struct.pack("=BBBBI", 2, 24, flags, 0, index),
-                          attributes_of((1, bytes((10, 0, 0, 254))), (2, bytes((10, 0, 0, last)))))
-
-
-def two_datagrams(first, second):
-    return bytes([len(first) // 16]) + first + bytes(-len(first) % 16) + second
-
-
-LINKS = {
-    "link": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(NEW_LINK, 2, b"eth0", UP)),
-    "addresses": two_datagrams(
-        link(NEW_LINK, 2, b"eth0") + address(NEW_ADDRESS, 2, 1) + address(NEW_ADDRESS, 2, 9, 1),
-        address(DEL_ADDRESS, 2, 1)),
-    "renamed": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(NEW_LINK, 2, b"eth1")),
-    "gone": two_datagrams(link(NEW_LINK, 2, b"eth0"),
-                          link(DEL_LINK, 2) + link(NEW_LINK, 3, b"eth0")),
-    "bridge-port": two_datagrams(link(NEW_LINK, 2, b"eth0"), link(DEL_LINK, 2, family=7)),
-    "cut": two_datagrams(link(NEW_LINK, 2, b"eth0")[:-8], link(NEW_LINK, 3)[:40]),
-    "longer-than-its-datagram": two_datagrams(
-        with_length(link(NEW_LINK, 2, b"eth0"), 0xfffffffc),
-        with_length(link(NEW_LINK, 2, b"eth0"), 0x80000000)),
 }
 
 
@@ -380,7 +336,7 @@ def main():
     for name, content in captures():
         write("CaptureFuzz", name, content)
     for name, content in intakes():
-        write("IntakeFuzz", name, content)
+        write("IntakeFuzz", name, FEW_SOURCES + content)
     for name, content in ATTR_LOGS.items():
         write("AttrLogFuzz", name, content)
     for name, content in REQUEST_LINES.items():

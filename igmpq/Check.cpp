@@ -1,6 +1,7 @@
 // `igmpq check [FILE]`: reads the configuration without an agent.
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -18,6 +19,14 @@ namespace Igmpq {
 
 namespace {
 
+// A querier waits for one that is not there, so that a wrong name is no fault.
+std::string shownName(const Agent::LinkTable& links, const std::string& name) {
+  const Agent::Link* link = links.find(name);
+  if (link == nullptr) return name + " (not there now)";
+  const std::string unfit = whyUnfit(*link);
+  return unfit.empty() ? name : fmt::format("{} ({})", name, unfit);
+}
+
 class CheckVerb final : public Verb {
  public:
   explicit CheckVerb(CLI::App& app)
@@ -29,7 +38,11 @@ class CheckVerb final : public Verb {
       return exitOk;
     }
     const auto configuration = Agent::Configuration::read(file_);
-    const auto names = configuration.interfacesAmong(fitNames(Agent::currentLinks()));
+    const Agent::LinkTable links = Agent::currentLinks();
+    std::vector<std::string> names;
+    for (const std::string& name : configuration.interfacesAmong(fitNames(links))) {
+      names.push_back(shownName(links, name));
+    }
     const std::string interfaces = !configuration.namesInterfaces()
                                        ? "no interface: `igmpq run` needs an [[interface]]"
                                    : names.empty() ? "no interface of this machine"

@@ -156,13 +156,21 @@ class CommandTest(unittest.TestCase):
                      f"{path}:3:1: there is no key qurey-interval; is it query-interval?"],
                     done.stderr.splitlines())
 
+    def test_a_check_marks_the_interfaces_that_are_not_there(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "new.toml")
+            path.write_text('[[interface]]\nname = "nosuch0"\n', "utf-8")
+            done = igmpq("check", path)
+            self.assertEqual((0, f"{path}: no fault; for nosuch0 (not there now)\n"),
+                             (done.returncode, done.stdout))
+
     def test_a_configuration_without_interfaces_is_bad_use_and_the_lines_to_write_are_shown(self):
         with tempfile.TemporaryDirectory() as folder:
             path = pathlib.Path(folder, "new.toml")
             path.write_text(igmpq("check", "--example").stdout, "utf-8")
             self.assertEqual(0, igmpq("check", path).returncode)
-            self.expect_bad_use(("run", "--config", path), "the configuration names no interface")
-            self.expect_bad_use(("run", "--config", path), "[[interface]]")
+            self.expect_bad_use(("run", "--config", path), "the configuration names no interface; "
+                                "add for instance the lines [[interface]] and name = ")
 
     def test_settings_out_of_range_are_bad_use_before_any_connection(self):
         for assignment, text in (
@@ -181,7 +189,7 @@ class CommandTest(unittest.TestCase):
             done = igmpq(*arguments, "--socket", NOWHERE)
             self.assertEqual((done.returncode, done.stdout), (1, ""), arguments)
             self.assertIn(f"igmpq: no agent is running: nobody serves {NOWHERE}; start one with "
-                          "`sudo igmpq run --all`", done.stderr)
+                          "`systemctl start igmpq` or `igmpq run`, ", done.stderr)
 
     def test_without_a_store_its_socket_is_named(self):
         for arguments in (["--show"], ["--forget", "eth0"]):

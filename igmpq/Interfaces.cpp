@@ -1,7 +1,5 @@
 #include "Interfaces.h"
 
-#include <stdexcept>
-
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -32,11 +30,6 @@ std::vector<std::string> usableNames(const LinkTable& links) {
   std::vector<std::string> names;
   for (const auto& [index, link] : links.links()) {
     if (isUsable(link)) names.push_back(link.name);
-  }
-  if (names.empty()) {
-    throw std::runtime_error(
-        "there is no Ethernet interface that is up and has an IPv4 address; name one that `igmpq "
-        "run` shall wait for");
   }
   return names;
 }

@@ -12,7 +12,7 @@ namespace Igmpq {
 void checkFit(const Agent::LinkTable& links, const std::string& name);
 // Those that can carry a querier, up or down.
 std::vector<std::string> fitNames(const Agent::LinkTable& links);
-// Those that are up and have an address. Throws std::runtime_error when there is none.
+// Those that are up and have an address.
 std::vector<std::string> usableNames(const Agent::LinkTable& links);
 
 }  // namespace Igmpq

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -165,14 +166,18 @@ class RunVerb final : public Verb {
     const LinkTable links = Agent::currentLinks();
     if (all_) {
       named_ = usableNames(links);
+      if (named_.empty()) {
+        throw std::runtime_error(
+            "there is no Ethernet interface that is up and has an IPv4 address; name one that "
+            "`igmpq run` shall wait for");
+      }
     } else if (!interfaces_.empty()) {
       for (const std::string& name : interfaces_) {
         checkFit(links, name);
         if (std::ranges::find(named_, name) == named_.end()) named_.push_back(name);
       }
     } else if (file_.empty()) {
-      throw BadUse(fmt::format("name interfaces, or give --all for these: {}",
-                               fmt::join(usableNames(links), ", ")));
+      throw BadUse(noNameText(usableNames(links)));
     }
     return fitNames(links);
   }
@@ -196,10 +201,17 @@ class RunVerb final : public Verb {
     return config;
   }
 
+  static std::string noNameText(const std::vector<std::string>& usable) {
+    std::string text = fmt::format("name interfaces, here or in {}", Agent::usualConfigPath);
+    if (!usable.empty()) text += fmt::format(", or give --all for {}", fmt::join(usable, ", "));
+    return text;
+  }
+
+  // One line, as a running agent reports it as an event.
   static std::string noInterfaceText(const std::vector<std::string>& fit) {
     return fmt::format(
-        "the configuration names no interface; add for instance\n"
-        "[[interface]]\nname = \"{}\"",
+        "the configuration names no interface; add for instance the lines [[interface]] and name = "
+        "\"{}\"",
         fit.empty() ? "eth0" : fit.front());
   }
 

@@ -158,9 +158,11 @@ class AttackTest(LabTestCase):
         least = max(len(sent()) + 2, 4)
         wait_until(lambda: len(sent()) >= least, 10, "more queries")
         times = sent()
-        # The first two are startup queries, a quarter of the interval apart.
+        # The first two are startup queries, a quarter of the interval apart. A frame of an attack
+        # takes a sanitized querier some twenty times as long.
+        most_late = 0.5 if SANITIZED else 0.1
         for earlier, later in zip(times[2:], times[3:]):
-            self.assertAlmostEqual(2, later - earlier, delta=0.1)
+            self.assertAlmostEqual(2, later - earlier, delta=most_late)
 
     def test_each_rule_refuses_counts_and_reports(self):
         self.start()
@@ -294,9 +296,10 @@ class AttackTest(LabTestCase):
 
     # Some bytes give each group hundreds of sources, and fewer bytes delete them all.
     def test_reports_that_concern_many_sources_hold_up_nobody(self):
-        rounds = 2 if SANITIZED else 40
+        # With sanitizers, the answers of the host would stay in the ring for longer than its groups
+        # live without them.
+        rounds, groups = (2, addresses(10)) if SANITIZED else (40, addresses(40))
         self.start()
-        groups = addresses(40)
         fill = [records((ALLOW, group, sources(300))) for group in groups]
         delete = [records(*((IS_EXCLUDE, group, ()) for group in groups))]
         turn_back = [records(*((1, group, sources(1)) for group in groups))]

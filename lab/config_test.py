@@ -1,13 +1,17 @@
 """The configuration is read again: all of it or nothing, and what did not change is not touched."""
 import json
 import os
+import pathlib
+import re
 import signal
 import subprocess
+import time
 
 from configured import Requests, ReloadTestCase, Router
 from lab import wait_until
 from querier import Querier, copy_for_all, program
 from testcase import NO_DELAY, main
+MANY = 150
 
 
 class ReloadTest(ReloadTestCase):
@@ -69,6 +73,23 @@ class ReloadTest(ReloadTestCase):
         self.querier.process.send_signal(signal.SIGHUP)
         self.querier.expect("error", text=lambda text: f"{self.file}:3:14: robustness 9" in text)
 
+    def hang_up(self):
+        """Returns when the signal is with the process: another one is not the same then."""
+        process = self.querier.process
+        process.send_signal(signal.SIGHUP)
+        status = pathlib.Path(f"/proc/{process.pid}/status")
+        while int(re.search(r"^ShdPnd:\s*(\w+)", status.read_text(), re.MULTILINE)[1], 16):
+            self.assertIsNone(process.poll())
+
+    def test_its_end_does_not_wait_for_hangups_that_wait(self):
+        # So long a file takes longer to be read than the time between two hangups.
+        self.run_with(self.INTERFACES + "#" * 500000)
+        for name in ("eth0", "eth1"): self.querier.expect("interfaceUp", interface=name)
+        hangups = 100
+        for _ in range(hangups): self.hang_up()
+        self.assertEqual(0, self.querier.stop())
+        self.assertLess(len(self.querier.seen("notice")), hangups)
+
     def test_an_agent_without_a_file_has_nothing_to_read(self):
         station = Router(self.lab, self.router, 1)
         self.querier = Querier(station, *NO_DELAY, verb=("run", "eth0"))
@@ -107,7 +128,8 @@ class ReloadTest(ReloadTestCase):
         self.run_with(self.INTERFACES)
         for make, words in (
                 (lambda: self.write("#" * (10 << 20)), "igmpq.toml: is longer than 1048576 bytes"),
-                (lambda: self.write(""), "the configuration names no interface"),
+                (lambda: self.write(""), r"names no interface; add for instance the lines "
+                                         r"\[\[interface\]\] and name = \"eth0\"\n"),
                 (lambda: self.write("# \udcff\n"), "igmpq.toml:1:2: "),
                 (self.file.unlink, "igmpq.toml: No such file"),
                 (self.file.mkdir, "igmpq.toml: is no regular file")):
@@ -165,6 +187,31 @@ class ReloadTest(ReloadTestCase):
         shown = self.igmpq("show", "interfaces", "--json", "--socket", self.querier.socket)
         self.assertEqual(["eth1"], [each["interface"] for each in json.loads(shown.stdout)])
         self.assertIsNone(watch.poll())
+
+    # A gap would end groups, so a querier asks anew after a long one.
+    def test_many_new_interfaces_make_no_gap_for_the_others(self):
+        self.run_with('[[interface]]\nname = "eth0"\n')
+        names = [f"m{number}" for number in range(MANY)]
+        self.add_links(names)
+        self.write(self.file.read_text("utf-8") + '[[interface]]\nname = "m*"\n')
+        self.querier.expect("role", role="querier")
+        begin = time.monotonic()
+        self.assertEqual(set(names), {change["interface"] for change in self.agent.reload()})
+        self.assertLess(self.longest_gap(), (time.monotonic() - begin) / 2)
+
+    def add_links(self, names):
+        def batch(namespace, commands):
+            subprocess.run(("ip", "-n", namespace, "-batch", "-"), input=commands, text=True,
+                           check=True)
+        batch(self.router, "".join(
+            f"link add name {name} up type veth peer name {name} netns {self.hosts}\n"
+            f"address add 10.80.{number}.1/24 dev {name}\n" for number, name in enumerate(names)))
+        batch(self.hosts, "".join(f"link set {name} up\n" for name in names))
+
+    def longest_gap(self):
+        done = self.igmpq("get", "loop/longestGap", "--json", "--socket", self.querier.socket)
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+        return json.loads(done.stdout)
 
     def test_links_that_come_and_go_meanwhile(self):
         self.run_with(self.INTERFACES + 'robustness = 7\n[[interface]]\nname = "x*"\n')

@@ -18,7 +18,7 @@ from lab import PREFIX, SCRATCH, Lab, wait_until
 
 GROUP = "239.1.1.1"
 COMMAND = "igmpq"
-RUNTIME = ("libgmpplatform0", "libgmpigmpquerier0", COMMAND)
+PACKAGES = ("libgmpplatform0", "libgmpigmpquerier0", "igmp-querier-dev", COMMAND)
 # Logs, caches and the databases of the package manager; backups of the lists of users.
 NOT_COMPARED = re.compile(
     r"/(proc|sys|dev|run/lock|tmp|packages|var/(log|cache|lib/(dpkg|apt|systemd)|tmp))(/|$)"
@@ -48,7 +48,7 @@ def packages_in(folder):
 def dependencies(packages):
     """The first choice of each, except for our own packages."""
     names = set()
-    for name in RUNTIME:
+    for name in PACKAGES:
         depends = run("dpkg-deb", "-f", packages[name], "Depends")
         names |= {re.split(r"[ (|]", part.strip())[0] for part in depends.split(",")}
     return names - set(packages)
@@ -152,32 +152,35 @@ def check_installed(system):
     wants = list(system.root.glob("etc/systemd/system/*/igmpq.service"))
     check(not wants, f"the service is enabled: {wants}")
     check((system.root / "lib/systemd/system/igmpq.service").is_file(), "there is no unit")
+    manual = system.root / "usr/share/doc/igmpq/operating.md"
+    check(manual.is_file(), "there is no manual where igmpq(8) names it")
     example = system.run(COMMAND, "check", "--example")
     check((system.root / "etc/igmpq/igmpq.toml").read_text() == example, "another example")
 
 
 def main(folder):
     packages = packages_in(folder)
-    check(set(RUNTIME) < set(packages), f"there are only {sorted(packages)}")
+    check(set(PACKAGES) <= set(packages), f"there are only {sorted(packages)}")
     report("making a fresh system")
     system = System(packages)
     before = system.files()
     report("installing")
-    system.install([packages[name] for name in RUNTIME])
+    system.install([packages[name] for name in PACKAGES])
     check_installed(system)
     report("serving a host")
     serve_host(system)
     report("upgrading")
     version = system.version() + "+upgrade"
     with tempfile.TemporaryDirectory(prefix=f"{PREFIX}{os.getpid()}-", dir=SCRATCH) as made:
-        for name in RUNTIME: newer(packages[name], pathlib.Path(made), version)
+        for name in PACKAGES: newer(packages[name], pathlib.Path(made), version)
         system.install(sorted(pathlib.Path(made).glob("*.deb")))
-    check({system.version(name) for name in RUNTIME} == {version}, "not all were upgraded")
+    check({system.version(name) for name in PACKAGES} == {version}, "not all were upgraded")
     check_installed(system)
     report("removing and purging")
-    system.run("apt-get", "remove", "--yes", *RUNTIME)
+    system.run("apt-get", "remove", "--yes", *PACKAGES)
     check((system.root / "etc/igmpq/igmpq.toml").is_file(), "a removal deleted the configuration")
-    system.run("apt-get", "purge", "--yes", *RUNTIME)
+    # The others have no configuration: apt does not know them any more.
+    system.run("apt-get", "purge", "--yes", COMMAND)
     after = system.files()
     left = sorted(set(after) - set(before))
     changed = sorted(name for name in before if after.get(name) != before[name])

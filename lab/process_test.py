@@ -81,7 +81,15 @@ class ProcessTest(LabTestCase):
         router.ip("link", "add", "name", "bare0", "type", "bridge")
         done = run_once(router, "run")
         self.assertEqual((2, ""), (done.returncode, done.stdout))
-        self.assertIn("name interfaces, or give --all for these: eth0\n", done.stderr)
+        self.assertIn("name interfaces, here or in /etc/igmpq/igmpq.toml, or give --all for eth0\n",
+                      done.stderr)
+
+    def test_without_interface_names_and_candidates_it_is_bad_use_as_well(self):
+        router = self.lab.station(1)
+        router.ip("link", "set", "eth0", "down")
+        done = run_once(router, "run")
+        self.assertEqual((2, ""), (done.returncode, done.stdout))
+        self.assertIn("name interfaces, here or in /etc/igmpq/igmpq.toml\n", done.stderr)
 
     def test_with_all_it_takes_all_usable_ones(self):
         router, host = self.lab.station(1), self.lab.station(11, 2)

@@ -304,6 +304,15 @@ class ServiceTest(ServiceTestCase):
             self.shown(name) for name in ("ActiveState", "Result", "ExecMainStatus", "NRestarts")))
         self.assertIn("the configuration names no interface", self.messages())
 
+    def test_a_unit_without_the_right_to_packets_reports_how_to_grant_it(self):
+        self.write("/run/systemd/system/igmpq.service.d/rights.conf",
+                   "[Service]\nCapabilityBoundingSet=\nAmbientCapabilities=\nRestart=no\n")
+        self.systemctl("daemon-reload")
+        self.systemctl("start", "igmpq", status=1)
+        self.assertEqual("1", self.shown("ExecMainStatus"))
+        self.assertIn("(needs CAP_NET_RAW): a unit of systemd grants it with "
+                      "AmbientCapabilities=CAP_NET_RAW", self.messages())
+
     def test_other_users_can_read_where_the_file_permits_it(self):
         self.write("/etc/igmpq/igmpq.toml", CONFIG + '[agent]\nread-group = "all"\n')
         self.systemctl("start", "igmpq")

@@ -77,6 +77,7 @@ void Ledger::onUnanswered(Mask channels) {
 void Ledger::onReceived(const Frame& frame, const Router& router, const Before& before) {
   if (frame.isQuery()) return onQueryReceived(frame, router);
   const bool ignored = router.settings().version < frame.version;
+  noteCrossed(frame, router);
   const Mask wanted = frame.wanted & ~before.disregarded;
   forEachChannel(wanted, [&](unsigned channel) {
     Entry& at = entry(router, channel);
@@ -95,6 +96,18 @@ void Ledger::onReceived(const Frame& frame, const Router& router, const Before& 
   const Mask listed = frame.drops & ~before.tracked & ~inEachGroup(rest);
   forEachChannel(listed, [&](unsigned channel) { entry(router, channel).listed = Mox::now(); });
   allow(router, listed, router.groupMembershipInterval());
+}
+
+void Ledger::noteCrossed(const Frame& frame, const Router& router) {
+  const Seconds since = Mox::now() - 2 * facts_.lan->longestDelay();
+  const auto note = [&](Mask channels, Seconds Entry::*other) {
+    forEachChannel(channels, [&](unsigned channel) {
+      Entry& at = entry(router, channel);
+      if (at.*other >= since) at.crossed = Mox::now();
+    });
+  };
+  note(frame.wanted, &Entry::dropped);
+  note(frame.drops, &Entry::evidence);
 }
 
 void Ledger::onQueryReceived(const Frame& query, const Router& router) {

@@ -22,6 +22,8 @@ class Ledger {
     Seconds evidence = 0.0;      // the last time
     Seconds servedUntil = 0.0;   // it may be served so long
     Seconds dropped = 0.0;       // the last report without it was received
+    Seconds crossed = 0.0;       // a report with it and one without it came so close together that
+                                 // another router may have received them in the other order
     Seconds listed = 0.0;        // it was given a timer because one without it names it
     Seconds dropLost = 0.0;      // one without it was lost
     Seconds lastLoss = 0.0;      // of any frame that concerns the channel
@@ -67,6 +69,7 @@ class Ledger {
   void fail(Node router, unsigned channel, bool isBefore);
   bool isUnderWay(Node receiver, unsigned channel) const;
   void noteOvertaken(Node querier, unsigned channel);
+  void noteCrossed(const Frame& frame, const Router& router);
   void onQueryReceived(const Frame& query, const Router& router);
 
   Facts& facts_;

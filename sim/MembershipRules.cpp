@@ -1,7 +1,6 @@
 #include "MembershipRules.h"
 
 #include <bit>
-#include <cmath>
 
 namespace Sim {
 
@@ -143,8 +142,18 @@ bool MembershipRules::isCrowded(const Router& router, unsigned channel) const {
   const Ledger::Entry& entry = ledger_.entry(router, channel);
   const Seconds crowded = ledger_.crowded(channel);
   const Seconds since = std::min(entry.evidence, entry.dropped - 2 * facts_.lan->longestDelay());
-  return crowded >= since && Mox::now() <= crowded + 2 * longestLastMemberTime() &&
+  return (crowded >= since || isAskedAgainSince(router, channel, crowded)) &&
+         Mox::now() <= crowded + 2 * longestLastMemberTime() &&
          (std::max(entry.lost, lostWithQuerier(router, channel)) != 0 || isLate(router, channel));
+}
+
+// This router received an answer that the querier lost, and the next query lowered its timer again.
+bool MembershipRules::isAskedAgainSince(const Router& router, unsigned channel,
+                                        Seconds time) const {
+  const Router* querier = querierOf();
+  if (router.isQuerier() || querier == nullptr) return false;
+  const Seconds loss = ledger_.entry(*querier, channel).lastLoss;
+  return loss >= time && loss <= ledger_.entry(router, channel).askedByOther;
 }
 
 // It lowers its timers on a leave; the querier did not receive it, or received an answer after it,
@@ -202,10 +211,8 @@ bool MembershipRules::isSameCourse(const Router& router, const Router& querier,
   const Ledger::Entry& own = ledger_.entry(router, channel);
   const Ledger::Entry& other = ledger_.entry(querier, channel);
   const Seconds since = Mox::now() - 2 * facts_.bounds.groupMembershipInterval();
-  const auto mayCross = [&](const Ledger::Entry& entry) {
-    return std::abs(entry.evidence - entry.dropped) <= 2 * facts_.lan->longestDelay();
-  };
-  return own.lastLoss <= since && other.lastLoss <= since && !mayCross(own) && !mayCross(other) &&
+  const auto isCrossed = [](const Ledger::Entry& entry) { return entry.crossed >= entry.evidence; };
+  return own.lastLoss <= since && other.lastLoss <= since && !isCrossed(own) && !isCrossed(other) &&
          own.evidence <= other.evidence + facts_.lan->longestDelay() &&
          own.listed <= own.evidence &&
          (own.evidence > own.dropped) == (other.evidence > other.dropped);

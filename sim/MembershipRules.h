@@ -32,6 +32,7 @@ class MembershipRules {
   bool isLate(const Router& router, unsigned channel) const;
   bool isOvertaken(const Router& router, const Ledger::Entry& entry) const;
   bool isCrowded(const Router& router, unsigned channel) const;
+  bool isAskedAgainSince(const Router& router, unsigned channel, Seconds time) const;
   bool isActedOnAlone(const Router& router, unsigned channel) const;
   std::optional<Known> knownReason(const Router& router, unsigned channel) const;
   bool isAskedAfterExclusion(const Router& router, unsigned channel) const;

@@ -69,7 +69,7 @@ TEST_F(AttrLogClientTest, refusalIsThrownWithItsReason) {
 
 TEST_F(AttrLogClientTest, withoutAnAgentItSaysHowToStartOne) {
   EXPECT_THAT([&] { client_.fetch(); },
-              ThrowsMessage<ConnectError>(HasSubstr("start one with `sudo igmpq run --all`")));
+              ThrowsMessage<ConnectError>(HasSubstr("start one with `systemctl start igmpq` or")));
 }
 
 TEST_F(AttrLogClientTest, agentThatSendsNothingIsNamed) {

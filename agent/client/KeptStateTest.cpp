@@ -170,8 +170,9 @@ TEST_F(KeptStateTest, isNotOfAnotherFormat) {
 
 TEST_F(KeptStateTest, withoutAStoreItSaysHowToStartOne) {
   EXPECT_THAT([&] { read(); },
-              ThrowsMessage<ConnectError>("no store is running: nobody serves " + path_ +
-                                          "; start one with `igmpq store`"));
+              ThrowsMessage<ConnectError>(
+                  "no store is running: nobody serves " + path_ +
+                  "; start one with `systemctl start igmpq-store` or `igmpq store`"));
 }
 
 TEST_F(KeptStateTest, isNotWhatAnAgentServes) {

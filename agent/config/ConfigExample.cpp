@@ -73,11 +73,18 @@ std::string agentRange(const AgentSetting& setting) {
   for (const std::string_view choice : setting.choices) {
     choices += fmt::format("{}\"{}\"", choices.empty() ? "" : ", ", choice);
   }
-  return choices.empty() ? "a string, empty for none" : "one of " + choices;
+  if (!choices.empty()) return "one of " + choices;
+  return *setting.unset == '\0' ? "a string, empty for the usual one" : "a string, empty for none";
+}
+
+const char* unitOf(const AgentSetting& setting) {
+  if (std::holds_alternative<Mox::Seconds AgentSettings::*>(setting.member)) return "seconds, ";
+  return setting.valueName == std::string_view("KIB") ? "KiB, " : "";
 }
 
 std::string agentEntry(const AgentSetting& setting) {
   std::string value = agentSettingText({}, setting);
+  std::string range = unitOf(setting) + agentRange(setting);
   if (std::holds_alternative<std::string AgentSettings::*>(setting.member)) {
     value = '"' + value + '"';
   } else if (std::holds_alternative<bool AgentSettings::*>(setting.member)) {
@@ -85,9 +92,10 @@ std::string agentEntry(const AgentSetting& setting) {
   } else if (value.empty()) {
     value = setting.unset;
     value.resize(std::min(value.find(' '), value.size()));
+    range += fmt::format("; without it {}", setting.unset);
   }
-  const char* const reload = setting.atStart ? "; read at the start only" : "";
-  return entry(setting.help, agentRange(setting) + reload, setting.name, value);
+  if (setting.atStart) range += "; read at the start only";
+  return entry(setting.help, range, setting.name, value);
 }
 
 }  // namespace

@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <Config/Configuration.h>
 #include <Settings/SettingEntities.h>
+#include <Settings/SettingRules.h>
 #include <Settings/SettingText.h>
 
 namespace Agent {
@@ -69,6 +71,37 @@ TEST(ConfigExample, eachOfItsLinesCanBeUsed) {
     }
     EXPECT_NO_THROW(read(text)) << lines[used];
   }
+}
+
+// The line above the key.
+std::string rangeOfKey(const std::string& key) {
+  std::string before;
+  for (const std::string& line : linesOf(configExample())) {
+    if (line.starts_with("#" + key + " = ")) return before;
+    before = line;
+  }
+  return {};
+}
+
+TEST(ConfigExample, eachKeyHasItsUnitAndRange) {
+  for (const SettingRule& rule : settingRules) {
+    const std::string key = settingKey(rule.attribute);
+    const bool isTime = key.ends_with("interval");
+    EXPECT_EQ(rangeOfKey(key).starts_with("# seconds, "), isTime) << rangeOfKey(key);
+    const bool isFlag = rangeOfKey(key).starts_with("# true or false");
+    EXPECT_TRUE(isFlag || rangeOfKey(key).find(fmt::to_string(rule.most)) != std::string::npos)
+        << rangeOfKey(key);
+  }
+  EXPECT_EQ(rangeOfKey("stall-timeout"), "# seconds, from 1 to 86400");
+  EXPECT_EQ(
+      rangeOfKey("ring-size"),
+      "# KiB, from 32 to 1048576; without it 4096 for up to 16 interfaces, else 65536 in all; "
+      "read at the start only");
+  EXPECT_EQ(rangeOfKey("socket"), "# a string, empty for the usual one");
+  EXPECT_EQ(rangeOfKey("user"), "# a string, empty for none; read at the start only");
+  EXPECT_EQ(rangeOfKey("events"),
+            "# one of \"all\", \"changes\", \"none\"; read at the start only");
+  EXPECT_EQ(rangeOfKey("max-groups"), "# a whole number from 1 to 16777216");
 }
 
 // The values that it shows are those that hold without them.

@@ -60,7 +60,10 @@ std::vector<std::filesystem::path> configFiles(const std::filesystem::path& file
   std::error_code error;
   std::filesystem::directory_iterator entry(folder, error);
   while (!error && entry != std::filesystem::directory_iterator()) {
-    if (entry->path().extension() == ".toml") files.push_back(entry->path());
+    const std::filesystem::path& path = entry->path();
+    // Editors keep hidden files beside the one that they change.
+    const bool isHidden = path.filename().native().starts_with('.');
+    if (path.extension() == ".toml" && !isHidden) files.push_back(path);
     entry.increment(error);
   }
   // Without the files of a folder that cannot be read, their settings would seem to be taken away.

@@ -1,6 +1,7 @@
 #include <Config/Configuration.h>
 
 #include <algorithm>
+#include <cctype>
 #include <iterator>
 #include <optional>
 #include <set>
@@ -9,6 +10,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <fnmatch.h>
+#include <net/if.h>
 
 #include <Intake/IntakeSettings.h>
 #include <Local/Accounts.h>
@@ -99,13 +101,34 @@ std::string unknownAccount(const AgentSetting& setting, const std::string& name)
 
 bool isName(const ConfigEntry& entry) { return entry.key == "name"; }
 
+bool isBoundary(const ConfigEntry& entry) { return entry.key == "boundary"; }
+
+// As the kernel permits it: no interface would ever have another one.
+bool isInterfaceName(std::string_view name) {
+  const auto isForbidden = [](unsigned char c) {
+    return c == '\0' || c == '/' || c == ':' || std::isspace(c) != 0;
+  };
+  return name.size() < IFNAMSIZ && name != "." && name != ".." &&
+         std::ranges::none_of(name, isForbidden);
+}
+
 }  // namespace
 
 class ConfigurationReader {
  public:
+  static constexpr size_t mostFaults = 100;
+
   Configuration read(const std::filesystem::path& file) {
+    size_t bytes = 0;
     for (const std::filesystem::path& each : configFiles(file)) {
-      readDocument(configDocument(configText(each), each));
+      const std::string text = configText(each);
+      bytes += text.size();
+      if (bytes > mostConfigBytes) {
+        throw ConfigError({{{.file = each},
+                            "is too long: all files together have more than " +
+                                std::to_string(mostConfigBytes) + " bytes"}});
+      }
+      readDocument(configDocument(text, each));
     }
     checkTogether();
     if (!faults_.empty()) throw ConfigError(std::move(faults_));
@@ -115,19 +138,24 @@ class ConfigurationReader {
  private:
   using Section = Configuration::Section;
 
+  // An agent that reads its files again has packets to handle, too, so it does not look for all.
   void fault(const ConfigPlace& place, std::string what) {
+    if (faults_.size() == mostFaults) {
+      faults_.push_back({place, "more faults from here on are not listed"});
+      throw ConfigError(std::move(faults_));
+    }
     faults_.push_back({place, std::move(what)});
   }
 
   void readDocument(ConfigDocument document) {
-    std::ranges::move(document.faults, std::back_inserter(faults_));
+    for (ConfigFault& each : document.faults) fault(each.place, std::move(each.what));
     for (const ConfigTable& table : document.tables) {
       if (table.section == "agent") {
         readAgent(table);
       } else if (table.section == "interface") {
         readInterface(table);
       } else {
-        for (const ConfigEntry& entry : table.entries) readSetting(entry, read_.defaults_, {});
+        readSettings(table, read_.defaults_);
       }
     }
   }
@@ -136,6 +164,10 @@ class ConfigurationReader {
     for (const ConfigEntry& entry : table.entries) {
       if (const AgentSetting* setting = agentSetting(entry.key)) {
         readAgentSetting(entry, *setting);
+      } else if (isName(entry)) {
+        fault(entry.keyPlace, "name belongs into [[interface]]");
+      } else if (isBoundary(entry)) {
+        fault(entry.keyPlace, "boundary belongs into [defaults] or [[interface]]");
       } else if (const auto written = writtenOf(entry, agentKeys())) {
         if (isOfProcess(*written)) {
           put(read_.process_, {*written, entry.key, shown(entry), entry.place});
@@ -169,26 +201,42 @@ class ConfigurationReader {
     }
     Section section{.pattern = name->texts.front(), .place = name->place, .own = {}};
     if (section.pattern == "lo") fault(name->place, "lo is the loopback interface: it has no link");
+    if (!Configuration::isPattern(section.pattern) && !isInterfaceName(section.pattern)) {
+      fault(name->place, fmt::format("name {}: must have at most {} bytes, without blanks, / and :",
+                                     section.pattern, IFNAMSIZ - 1));
+    }
     const auto [same, isNew] = read_.sectionAt_.emplace(section.pattern, read_.sections_.size());
     if (!isNew) {
       fault(name->place, fmt::format("{} has a section already, at {}", section.pattern,
                                      placeText(read_.sections_[same->second].place)));
     }
-    std::set<std::string_view> given;
-    for (const ConfigEntry& entry : table.entries) {
-      if (!isName(entry)) readSetting(entry, section.own, &given);
-    }
+    readSettings(table, section.own);
     read_.sections_.push_back(std::move(section));
   }
 
-  // Two keys may name one attribute; a later file may replace a default of an earlier one.
+  // A later file may replace a default of an earlier one.
+  void readSettings(const ConfigTable& table, ResolvedSettings& to) {
+    std::set<std::string_view> given;
+    for (const ConfigEntry& entry : table.entries) {
+      if (!isName(entry)) {
+        readSetting(entry, to, given);
+      } else if (table.section != "interface") {
+        fault(entry.keyPlace, "name belongs into [[interface]]");
+      }
+    }
+  }
+
+  // Two keys may name one attribute.
   void readSetting(const ConfigEntry& entry, ResolvedSettings& to,
-                   std::set<std::string_view>* given) {
-    if (entry.key == "boundary") return readBoundary(entry, to);
+                   std::set<std::string_view>& given) {
+    if (isBoundary(entry)) return readBoundary(entry, to);
+    if (agentSetting(entry.key) != nullptr) {
+      return fault(entry.keyPlace, entry.key + " belongs into [agent]");
+    }
     const auto written = writtenOf(entry, interfaceKeys());
     if (!written) return;
     if (isOfProcess(*written)) return fault(entry.keyPlace, entry.key + " belongs into [agent]");
-    if (given != nullptr && !given->insert(written->attr->name).second) {
+    if (!given.insert(written->attr->name).second) {
       return fault(entry.place, fmt::format("{} gives {} a second value", entry.key,
                                             settingKey(written->attr->name)));
     }
@@ -285,7 +333,7 @@ class ConfigurationReader {
     const ConfigFault found{place, fmt::format("{} {}: {}", settingKey(error.name()),
                                                error.value().value_or(""), error.reason())};
     const auto isSame = [&](const ConfigFault& each) { return each.place == found.place; };
-    if (std::ranges::none_of(faults_, isSame)) faults_.push_back(found);
+    if (std::ranges::none_of(faults_, isSame)) fault(found.place, found.what);
   }
 
   Configuration read_;

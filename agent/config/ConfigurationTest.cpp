@@ -22,6 +22,7 @@ using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 class ConfigurationTest : public testing::Test {
  protected:
@@ -102,6 +103,7 @@ TEST_F(ConfigurationTest, laterFilesReplaceDefaultsAndAddInterfaces) {
   write("conf.d/20-late.toml", "[defaults]\nrobustness = 5\n");
   write("conf.d/10-early.toml", "[defaults]\nrobustness = 4\n[[interface]]\nname = \"eth1\"\n");
   write("conf.d/30-ignored.txt", "this is no configuration");
+  write("conf.d/.hidden.toml", "this is no configuration either");
   const Configuration configuration =
       read("[defaults]\nrobustness = 3\n[[interface]]\nname = \"eth0\"\n");
   EXPECT_THAT(textsOf(configuration, "eth1"), ElementsAre("robustness 5"));
@@ -199,6 +201,24 @@ INSTANTIATE_TEST_SUITE_P(
             "igmpq.toml:4:19: immediate-leave gives last-member-query-count a second value"},
         Bad{"ofTheAgent", "[defaults]\nmax-process-groups = 5\n",
             "igmpq.toml:2:1: max-process-groups belongs into [agent]"},
+        Bad{"twoKeysOfOneDefault",
+            "[defaults]\nlast-member-query-count = 5\nimmediate-leave = false\n",
+            "igmpq.toml:3:19: immediate-leave gives last-member-query-count a second value"},
+        Bad{"settingOfTheAgent", "[defaults]\nmax-readers = 5\n",
+            "igmpq.toml:2:1: max-readers belongs into [agent]"},
+        Bad{"boundaryOfTheAgent", "[agent]\nboundary = []\n",
+            "igmpq.toml:2:1: boundary belongs into [defaults] or [[interface]]"},
+        Bad{"nameInDefaults", "[defaults]\nname = \"eth0\"\n",
+            "igmpq.toml:2:1: name belongs into [[interface]]"},
+        Bad{"nameOfTheAgent", "[agent]\nname = \"eth0\"\n",
+            "igmpq.toml:2:1: name belongs into [[interface]]"},
+        Bad{"longName", "[[interface]]\nname = \"interface7890123456\"\n",
+            "igmpq.toml:2:8: name interface7890123456: must have at most 15 bytes, without blanks, "
+            "/ and :"},
+        Bad{"nameWithSlash", "[[interface]]\nname = \"eth0/1\"\n",
+            "igmpq.toml:2:8: name eth0/1: must have"},
+        Bad{"nameWithBlank", "[[interface]]\nname = \"eth 0\"\n", "igmpq.toml:2:8: name eth 0: "},
+        Bad{"nameOfFolder", "[[interface]]\nname = \"..\"\n", "igmpq.toml:2:8: name ..: "},
         Bad{"ofAnInterface", "[agent]\nrobustness = 2\n",
             "igmpq.toml:2:1: robustness belongs into [defaults] or [[interface]]"},
         Bad{"choice", "[agent]\nevents = \"some\"\n",
@@ -223,6 +243,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(BadConfiguration, isRefusedWithItsPlace) {
   EXPECT_THAT(faultsOf(GetParam().text), ElementsAre(testing::StartsWith(GetParam().fault)));
+}
+
+TEST_F(ConfigurationTest, aNameMayBeAsLongAsTheKernelPermits) {
+  EXPECT_THAT(faultsOf("[[interface]]\nname = \"interface789012\"\n"), IsEmpty());
+  EXPECT_THAT(faultsOf("[[interface]]\nname = \"v[0-9][0-9][0-9][0-9]*\"\n"), IsEmpty());
 }
 
 TEST_F(ConfigurationTest, allFaultsOfContentAreReported) {
@@ -277,6 +302,24 @@ TEST_F(ConfigurationTest, whatIsNoFileOfSettingsIsRefused) {
   EXPECT_THAT(why(folder_ / "pipe"), EndsWith("is no regular file"));
   write("long.toml", std::string(mostConfigBytes, '#') + "#");
   EXPECT_THAT(why(folder_ / "long.toml"), EndsWith("is longer than 1048576 bytes"));
+}
+
+TEST_F(ConfigurationTest, allFilesTogetherAreAsLongAsOneMayBe) {
+  const std::string half(mostConfigBytes / 2, '#');
+  write("conf.d/10.toml", half);
+  EXPECT_THAT(faultsOf(half), IsEmpty());
+  EXPECT_THAT(faultsOf(half + '#'),
+              ElementsAre("conf.d/10.toml: is too long: all files together have more than 1048576 "
+                          "bytes"));
+}
+
+TEST_F(ConfigurationTest, noMoreThanAHundredFaultsAreLookedFor) {
+  std::string text = "[defaults]\n";
+  for (int i = 0; i < 100; ++i) text += "unknown" + std::to_string(i) + " = 1\n";
+  EXPECT_THAT(faultsOf(text), SizeIs(100));
+  text += "other = 1\nanother = 1\n";
+  EXPECT_THAT(faultsOf(text), SizeIs(101));
+  EXPECT_THAT(faultsOf(text).back(), EndsWith("more faults from here on are not listed"));
 }
 
 // The process may have become another user since it read them first.

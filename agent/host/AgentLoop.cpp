@@ -1,7 +1,6 @@
 #include <Host/AgentLoop.h>
 
 #include <algorithm>
-#include <csignal>
 #include <map>
 #include <stdexcept>
 
@@ -68,7 +67,8 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
       links_(io_, wheel_,
              [this](const std::string& name, const Link* link) { handleLink(name, link); }),
       serviceManager_(wheel_, setup.service, [this] { return serviceStatus(); }) {
-  waitForSignal();
+  waitForEnd();
+  waitForRequestSignal();
   waitForPackets();
   copySettings(*configured_.values.process, *process_.config);
   const KeptState kept = readStore();
@@ -87,11 +87,6 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
 
 AgentLoop::Impl::~Impl() {
   if (packets_.is_open()) packets_.release();
-}
-
-AgentLoop::Impl::Signals::Signals(boost::asio::io_context& io)
-    : boost::asio::signal_set(io, SIGINT, SIGTERM, SIGUSR1) {
-  add(SIGHUP);
 }
 
 // Rings that are opened later share what is for as many as there are then.
@@ -211,7 +206,7 @@ Mox::Seconds AgentLoop::Impl::run() {
   do {
     startNext();
     if (requests_) requests_->followUp();
-    if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
+    handleBatchIfDue();
     deleteEmptied();
     flushOutput();
     reportState();
@@ -220,6 +215,10 @@ Mox::Seconds AgentLoop::Impl::run() {
   requests_.reset();
   attrLog_.reset();
   return endSignalled_;
+}
+
+void AgentLoop::Impl::handleBatchIfDue() {
+  if (Mox::now() > lastBatchEnd_ + handlersQuantum) handleBatch();
 }
 
 // Waits for something to be handled. False after a signal to end.
@@ -282,25 +281,27 @@ void AgentLoop::Impl::handleLink(const std::string& name, const Link* link) {
   reportChanges();
 }
 
-void AgentLoop::Impl::waitForSignal() {
-  signals_.async_wait([this](const boost::system::error_code& failed, int number) {
-    if (!failed) handleSignal(number);
+void AgentLoop::Impl::waitForEnd() {
+  ends_.async_wait([this](const boost::system::error_code& failed, int) {
+    if (failed) return;
+    endSignalled_ = Mox::now();
+    handleBatch();
+    serviceManager_.stateIs(ServiceManager::stopping);
+    io_.stop();
   });
 }
 
-void AgentLoop::Impl::handleSignal(int number) {
-  endSignalled_ = Mox::now();
-  handleBatch();
-  if (number == SIGUSR1) {
-    if (onStateRequested_) stateRequested_ = true;
-  } else if (number == SIGHUP) {
-    reloadAtSignal();
-  } else {
-    serviceManager_.stateIs(ServiceManager::stopping);
-    io_.stop();
-    return;
-  }
-  waitForSignal();
+void AgentLoop::Impl::waitForRequestSignal() {
+  requestSignals_.async_wait([this](const boost::system::error_code& failed, int number) {
+    if (failed) return;
+    handleBatch();
+    if (number == SIGHUP) {
+      reloadAtSignal();
+    } else if (onStateRequested_) {
+      stateRequested_ = true;
+    }
+    waitForRequestSignal();
+  });
 }
 
 void AgentLoop::Impl::trimMemory() {

@@ -138,6 +138,8 @@ std::optional<AgentLoop::Impl::NewSockets> AgentLoop::Impl::newSocketsAt(const s
                     .requests = requests_->socketAt(requestSocketPath(path))};
 }
 
+// The kernel takes its time to open a port: packets and timers of the other interfaces do not wait
+// for all of them.
 AgentLoop::Impl::Queriers AgentLoop::Impl::newQueriers(const ConfigPlan& plan) {
   Queriers added;
   const size_t countBefore = std::exchange(interfaceCount_, plan.after.names.size());
@@ -146,6 +148,7 @@ AgentLoop::Impl::Queriers AgentLoop::Impl::newQueriers(const ConfigPlan& plan) {
         std::make_unique<InterfaceQuerier>(services_, setupOf(plan.after.interfaces.at(name))));
     try {
       added.back()->prepare(links_.links().find(name));
+      handleBatchIfDue();
     } catch (const std::exception& error) {
       interfaceCount_ = countBefore;
       throw std::runtime_error(fmt::format("{} cannot be added: {}", name, error.what()));

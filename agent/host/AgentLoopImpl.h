@@ -2,6 +2,7 @@
 // the configuration again in AgentLoopConfig.cpp.
 #pragma once
 
+#include <csignal>
 #include <deque>
 #include <functional>
 #include <map>
@@ -47,13 +48,6 @@ class AgentLoop::Impl {
 
  private:
   struct NewSockets;
-
-  // From the first moment on: a signal that is not watched ends the process at once, with files
-  // left behind.
-  class Signals : public boost::asio::signal_set {
-   public:
-    explicit Signals(boost::asio::io_context& io);
-  };
 
   std::unique_ptr<AttrLogServer> makeAttrLogServer(const Setup& setup, EventSink& sink);
   std::unique_ptr<RequestServer> makeRequestServer(const Setup& setup, EventSink& sink);
@@ -103,12 +97,14 @@ class AgentLoop::Impl {
   bool handleNext();
   void startNext();
   void closePorts();
-  void handleSignal(int number);
-  void waitForSignal();
+  void waitForEnd();
+  void waitForRequestSignal();
   void waitForPackets();
   // Handles the packets that the rings hold, then the timers that are due, then reports what they
   // changed. So an answer that was received counts before the timer that waits for it.
   void handleBatch();
+  // After handlers that have taken long.
+  void handleBatchIfDue();
   Mox::Seconds batchDuration() const;
   void turnWheel();
   void seeGap();
@@ -123,7 +119,10 @@ class AgentLoop::Impl {
   void flushOutput();
 
   boost::asio::io_context io_{1};
-  Signals signals_{io_};
+  // From the first moment on: a signal that is not watched ends the process at once, with files
+  // left behind. Those of a set wait for each other, and the end must not wait for many reloads.
+  boost::asio::signal_set ends_{io_, SIGINT, SIGTERM};
+  boost::asio::signal_set requestSignals_{io_, SIGUSR1, SIGHUP};
   const Mox::Ptr<Obel::TimerWheel> wheel_;
   WheelAlarm alarm_{io_, [this] { handleBatch(); }};
   Obel::TimerReactor<Impl, &Impl::flushOutput> outputTimer_{wheel_, *this};
@@ -156,7 +155,7 @@ class AgentLoop::Impl {
   bool isStarted_ = false;
   bool inBatch_ = false;
   bool stateRequested_ = false;
-  Mox::Seconds endSignalled_ = 0.0;  // when the last signal was handled
+  Mox::Seconds endSignalled_ = 0.0;  // when the signal to end was handled
   size_t mostCells_ = 0;             // bytes of objects, since memory was given back
   Mox::Seconds lastBatchEnd_ = Mox::now();
   SuspendedTime suspended_;

@@ -111,7 +111,11 @@ const Intake::GroupStatus* Intake::known(IpAddr group) const {
 
 bool Intake::asks() const {
   return querierStatus_->state() == QuerierStatus::querierStateQuerier &&
-         querier_->querierConfig()->lastMemberQueryCount() != 0;
+         lastMemberQueryCount() != 0;
+}
+
+U64 Intake::lastMemberQueryCount() const {
+  return querier_->querierConfig()->lastMemberQueryCount();
 }
 
 // Sources are asked about in two lists, with the S flag and without, each in packets of its own.
@@ -123,10 +127,15 @@ U64 Intake::sourceQueries(U64 sources) const {
   return 2 + sources / ofAPacket;
 }
 
+bool Intake::canAsk(U64 queries) {
+  return queries == 0 || queryBudget_.has(queries * lastMemberQueryCount(), config_->maxQueryRate(),
+                                          config_->maxQueryBurst());
+}
+
 bool Intake::mayAsk(U64 queries) {
   if (queries == 0) return true;
-  const U64 all = queries * querier_->querierConfig()->lastMemberQueryCount();
-  const bool taken = queryBudget_.take(all, config_->maxQueryRate(), config_->maxQueryBurst());
+  const bool taken = queryBudget_.take(queries * lastMemberQueryCount(), config_->maxQueryRate(),
+                                       config_->maxQueryBurst());
   status_->queryBurstMostIs(queryBudget_.used());
   return taken;
 }

@@ -318,6 +318,18 @@ TEST_P(UnlistedSourcesTest, doNotLetMoreRecordsOfAGroupPass) {
   EXPECT_EQ(counted(IntakeRule::groupRecordLimit), 183u - 16u);
 }
 
+TEST_F(IntakeReportsTest, leavesThatAreRefusedCostNothing) {
+  std::vector<Ilvo::V3Record> records;
+  for (U64 i = 0; i < 40; ++i) {
+    receivedRecord(5, group(i), sources(300));
+    records.push_back({.type = 3, .group = group(i)});
+  }
+  useUpBurst();
+  EXPECT_EQ(partsOf(records), 1u);
+  EXPECT_EQ(counted(IntakeRule::queryLimit), 40u);
+  EXPECT_EQ(querierStatus_->sources(), 40u * 300u);
+}
+
 TEST_F(IntakeReportsTest, refreshThatLosesNoSourceIsHandledAtOnce) {
   std::vector<Ilvo::V3Record> records;
   for (U64 i = 0; i < 9; ++i) {

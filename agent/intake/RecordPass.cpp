@@ -79,12 +79,19 @@ bool Intake::RecordPass::mayCostMuch() const {
 size_t Intake::RecordPass::unlistedSources(const GroupRecord& record) const {
   if (!concernsAllSources(record)) return 0;
   const GroupStatus* status = intake_.known(view_.addrAt(record.at + 4));
-  if (status == nullptr) return 0;
+  if (status == nullptr || isRefusedLeave(record, *status)) return 0;
   const size_t sources = status->source().size();
   const bool usesList = record.type == RecordType::modeIsExclude ||
                         (record.type == RecordType::changeToExclude &&
                          status->compatibilityMode() == Gmp::Igmp::igmpVersion3);
   return usesList ? roomOf(sources, record.sources) : sources;
+}
+
+// A refused leave walks nothing: it must not make the rest of its packet wait either.
+bool Intake::RecordPass::isRefusedLeave(const GroupRecord& record,
+                                        const GroupStatus& status) const {
+  return asks_ && record.type == RecordType::changeToInclude &&
+         !intake_.canAsk(leaveQueries(status.source().size()));
 }
 
 // Where the packets before have used up a part, only sources that are not listed count: the others
@@ -177,7 +184,12 @@ bool Intake::RecordPass::mayAsk(const GroupRecord& record, const Entry& entry,
     return intake_.mayAsk(intake_.sourceQueries(record.sources));
   }
   const size_t sources = status == nullptr ? sum_.sources : status->source().size();
-  return intake_.mayAsk(1 + intake_.sourceQueries(sources));
+  return intake_.mayAsk(leaveQueries(sources));
+}
+
+// The group is asked about, and each of its sources.
+U64 Intake::RecordPass::leaveQueries(size_t sources) const {
+  return 1 + intake_.sourceQueries(sources);
 }
 
 void Intake::RecordPass::judgeSources(const GroupRecord& record, RecordType type, Entry& entry,

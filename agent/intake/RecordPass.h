@@ -34,6 +34,9 @@ class Intake::RecordPass {
 
   // How many sources the record makes the querier touch that it does not list.
   size_t unlistedSources(const GroupRecord& record) const;
+  // Whether the record ends the group's EXCLUDE mode, and the limit of queries forbids that.
+  bool isRefusedLeave(const GroupRecord& record, const GroupStatus& status) const;
+  Mox::U64 leaveQueries(size_t sources) const;
   // Adds to what the records so far cost; false when this one has to wait for the next packet.
   bool isAffordable(const GroupRecord& record);
   void judge(const GroupRecord& record);

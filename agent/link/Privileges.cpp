@@ -74,12 +74,16 @@ std::string missingPrivilege() {
   if (errno != EPERM) {
     return "cannot open a packet socket: " + std::generic_category().message(errno);
   }
+  const std::string missing = "not permitted to receive and send packets (needs CAP_NET_RAW): ";
+  // A file's capabilities have no effect then, as in the unit of the service.
+  if (prctl(PR_GET_NO_NEW_PRIVS, 0, 0, 0, 0) == 1) {
+    return missing + "a unit of systemd grants it with AmbientCapabilities=CAP_NET_RAW";
+  }
   std::error_code failed;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", failed);
   const std::string path = failed ? "igmpq" : self.string();
-  return "not permitted to receive and send packets (needs CAP_NET_RAW): run it as root, or grant "
-         "it once with `sudo setcap cap_net_raw+ep " +
-         path + "`";
+  return missing + "run it as root, or grant it once with `sudo setcap cap_net_raw+ep " + path +
+         "`";
 }
 
 // A descriptor each for a thousand interfaces is more than shells allow by default.

@@ -105,7 +105,8 @@ TEST(LocalSocketTest, errorsOfAConnectionSayWhatToDo) {
   const auto failure = [](const std::string& at) { return ThrowsMessage<ConnectError>(at); };
   const auto noAgent = [&](const std::string& at) {
     return failure("no agent is running: nobody serves " + at +
-                   "; start one with `sudo igmpq run --all`, or name another one's with --socket");
+                   "; start one with `systemctl start igmpq` or `igmpq run`, or name another one's "
+                   "with --socket");
   };
   EXPECT_THAT([&] { connectToAgent(path); }, noAgent(path));
   TestSocket::servingAt(path).close();  // its file stays

@@ -12,21 +12,22 @@ namespace {
 
 struct Server {
   const char* name;
-  const char* start;   // a command
-  const char* others;  // how another one of them is named
+  const char* start;  // how one is started, or another one is named
 };
 constexpr Server agentServer{.name = "agent",
-                             .start = "sudo igmpq run --all",
-                             .others = ", or name another one's with --socket"};
-constexpr Server storeServer{.name = "store", .start = "igmpq store", .others = ""};
+                             .start =
+                                 "`systemctl start igmpq` or `igmpq run`, or name another "
+                                 "one's with --socket"};
+constexpr Server storeServer{.name = "store",
+                             .start = "`systemctl start igmpq-store` or `igmpq store`"};
 
 std::string connectErrorText(const Server& server, const std::string& path, int error) {
   switch (error) {
     case ENOENT:
     case ENOTDIR:
     case ECONNREFUSED:
-      return fmt::format("no {} is running: nobody serves {}; start one with `{}`{}", server.name,
-                         path, server.start, server.others);
+      return fmt::format("no {} is running: nobody serves {}; start one with {}", server.name, path,
+                         server.start);
     case EACCES:
       return fmt::format(
           "not permitted to connect to the {0} at {1}: its folder is closed to this user; be root "

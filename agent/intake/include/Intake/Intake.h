@@ -124,6 +124,9 @@ class Intake {
   bool asks() const;
   // How many queries it takes at most to ask about so many sources once.
   Mox::U64 sourceQueries(Mox::U64 sources) const;
+  Mox::U64 lastMemberQueryCount() const;
+  // Whether the budget has so many, each retransmitted as configured.
+  bool canAsk(Mox::U64 queries);
   // Uses up the budget for queries that are retransmitted as configured; false beyond it.
   bool mayAsk(Mox::U64 queries);
 

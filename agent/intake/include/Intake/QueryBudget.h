@@ -12,14 +12,17 @@ namespace Agent {
 
 class QueryBudget {
  public:
-  // Uses up that many if they are there. After a rest even more than the burst may be taken: what
-  // is asked for at once would otherwise be refused for ever. A rate or burst that has changed
-  // holds from now on.
-  bool take(Mox::U64 queries, Mox::U32 rate, Mox::U32 burst) {
+  // Whether that many are there. After a rest even more than the burst are: what is asked for at
+  // once would otherwise be refused for ever. A rate or burst that has changed holds from now on.
+  bool has(Mox::U64 queries, Mox::U32 rate, Mox::U32 burst) {
     const Mox::Seconds now = Mox::now();
     used_ = std::max(0.0, used_ - (now - time_) * rate);
     time_ = now;
-    if (used_ > 0.0 && used_ + static_cast<double>(queries) > burst) return false;
+    return used_ <= 0.0 || used_ + static_cast<double>(queries) <= burst;
+  }
+  // Uses them up if they are there.
+  bool take(Mox::U64 queries, Mox::U32 rate, Mox::U32 burst) {
+    if (!has(queries, rate, burst)) return false;
     used_ += static_cast<double>(queries);
     return true;
   }

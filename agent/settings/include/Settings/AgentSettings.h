@@ -89,12 +89,13 @@ inline constexpr std::array agentSettings{
                  .valueName = "N",
                  .member = &AgentSettings::maxReaders,
                  .range = {.least = 1, .most = 4096, .whole = true},
-                 .help = "of the attribute log at a time"},
-    AgentSetting{.name = "stall-timeout",
-                 .valueName = "SECONDS",
-                 .member = &AgentSettings::stallTimeout,
-                 .range = {.least = 1, .most = 86400},
-                 .help = "over which a reader in arrears must take 64 KiB/s, or is disconnected"},
+                 .help = "readers of the attribute log at a time"},
+    AgentSetting{
+        .name = "stall-timeout",
+        .valueName = "SECONDS",
+        .member = &AgentSettings::stallTimeout,
+        .range = {.least = 1, .most = 86400},
+        .help = "time over which a reader in arrears must take 64 KiB/s, or is disconnected"},
     AgentSetting{.name = "events",
                  .valueName = "WHICH",
                  .member = &AgentSettings::events,
@@ -120,7 +121,7 @@ inline constexpr std::array agentSettings{
                  .range = {.least = 32, .most = 1048576, .whole = true},
                  .unset = "4096 for up to 16 interfaces, else 65536 in all",
                  .atStart = true,
-                 .help = "of each interface's receive ring"},
+                 .help = "size of each interface's receive ring"},
 };
 
 // Null for a name that no setting has.

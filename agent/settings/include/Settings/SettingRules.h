@@ -25,15 +25,15 @@ struct SettingRule {
 // seconds the longest response time (RFC 3376 4.1.1, 4.1.7).
 inline constexpr std::array settingRules{
     SettingRule{"robustness", 1, 7, nullptr, "RFC 3376 8.1", "expected loss of the link"},
-    SettingRule{"queryInterval", 1, 31744, nullptr, "RFC 3376 8.2", "between general queries"},
+    SettingRule{"queryInterval", 1, 31744, nullptr, "RFC 3376 8.2", "time between general queries"},
     SettingRule{"queryResponseInterval", 0.1, 3174.4, nullptr, "RFC 3376 8.3",
                 "time for the answers to a general query"},
     SettingRule{"startupQueryInterval", 1, 31744, "a quarter of the query interval", "RFC 3376 8.6",
-                "between the first general queries"},
+                "time between the first general queries"},
     SettingRule{"startupQueryCount", 1, 255, nullptr, "RFC 3376 8.7",
                 "general queries sent at that interval"},
     SettingRule{"lastMemberQueryInterval", 0.1, 3174.4, nullptr, "RFC 3376 8.8",
-                "between specific queries"},
+                "time between specific queries"},
     SettingRule{"querierVersion", 1, 3, nullptr, "RFC 3376 7", "version that the querier speaks"},
     SettingRule{"lastMemberQueryCount", 0, 255, nullptr, "RFC 3376 8.9",
                 "specific queries sent after a leave"},
