@@ -46,7 +46,8 @@ class SetVerb final : public Verb {
         "  sudo igmpq set eth0 max-groups=1000 permitted-queriers=10.0.0.1\n"
         "ATTRIBUTE is one of {}; `igmpq run --help-all` explains them and `igmpq show config` "
         "shows "
-        "their values. A restarted agent begins with the settings of its command line.\n"
+        "their values. A restarted agent begins with the settings of its command line and files,\n"
+        "unless a store has kept these.\n"
         "Exit status: 0 set, 1 failure (no agent, no permission, refused), 2 bad use.\n",
         fmt::join(Agent::settingNames(), ", ")));
     options->add_option("INTERFACE", interface_, "interface of the running agent")

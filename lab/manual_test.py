@@ -127,7 +127,8 @@ class ManualTest(service_test.ServiceTestCase):
         self.wait_attribute("intakeStatus/eth0/unpermittedQuerier", 1)
 
     def the_host_has_answered_again(self):
-        self.wait_output(GROUP, "show", "groups")
+        self.wait_output(self.host.address, "show", "groups")
+        self.wait_output('"agentLostSeconds":null', "store", "--show", "--json")
 
     def test_the_commands_write_what_the_manual_shows(self):
         lines = DOCUMENT.read_text("utf-8").splitlines()
