@@ -6,6 +6,7 @@ namespace Agent {
 namespace {
 
 struct HostCase {
+  const char* name;
   const char* host;
   bool isAccepted;
 };
@@ -19,17 +20,24 @@ TEST_P(WebHostsTest, acceptAddressesAndNamesOfTheirOwn) {
 
 INSTANTIATE_TEST_SUITE_P(
     Hosts, WebHostsTest,
-    testing::Values(HostCase{"localhost", true}, HostCase{"LocalHost:9645", true},
-                    HostCase{"127.0.0.1:9645", true}, HostCase{"10.0.0.1", true},
-                    HostCase{"[::1]", true}, HostCase{"[::1]:9645", true},
-                    HostCase{"querier.EXAMPLE:80", true}, HostCase{"", false},
-                    HostCase{"other.example", false}, HostCase{"localhost.example", false},
-                    HostCase{"localhost:", true}, HostCase{"localhost:80x", false},
-                    HostCase{"localhost:123456", false}, HostCase{"127.0.0.1.example", false},
-                    HostCase{"[::1", false}, HostCase{"[]", false}, HostCase{"[::1]x", false},
-                    HostCase{"::1", false}, HostCase{"2130706433", false},
-                    HostCase{"localhost:80:80", false}),
-    [](const auto& instance) { return std::to_string(instance.index); });
+    testing::Values(HostCase{"localhost", "localhost", true},
+                    HostCase{"localhostWithPort", "LocalHost:9645", true},
+                    HostCase{"loopback", "127.0.0.1:9645", true},
+                    HostCase{"address", "10.0.0.1", true}, HostCase{"longAddress", "[::1]", true},
+                    HostCase{"longAddressWithPort", "[::1]:9645", true},
+                    HostCase{"ownNameInAnyCase", "querier.EXAMPLE:80", true},
+                    HostCase{"empty", "", false}, HostCase{"otherName", "other.example", false},
+                    HostCase{"nameThatBeginsLikeIt", "localhost.example", false},
+                    HostCase{"emptyPort", "localhost:", true},
+                    HostCase{"portWithLetters", "localhost:80x", false},
+                    HostCase{"portOfSixDigits", "localhost:123456", false},
+                    HostCase{"nameThatBeginsLikeAnAddress", "127.0.0.1.example", false},
+                    HostCase{"openBracket", "[::1", false}, HostCase{"emptyBrackets", "[]", false},
+                    HostCase{"textBehindBrackets", "[::1]x", false},
+                    HostCase{"longAddressWithoutBrackets", "::1", false},
+                    HostCase{"number", "2130706433", false},
+                    HostCase{"twoPorts", "localhost:80:80", false}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace
 }  // namespace Agent

@@ -152,6 +152,7 @@ TEST_F(WebRoutesTest, thePageIsPartOfTheProgram) {
 }
 
 struct WrongCase {
+  const char* name;
   const char* target;
   unsigned status;
   const char* text;
@@ -168,21 +169,30 @@ TEST_P(WrongRequestTest, isAnsweredWithTheReason) {
 INSTANTIATE_TEST_SUITE_P(
     Targets, WrongRequestTest,
     testing::Values(
-        WrongCase{"/%zz", 400, "not well-formed"},
-        WrongCase{"/api/v1/../x", 400, "not well-formed"},
-        WrongCase{"/api", 404, "/api/v1/interfaces"}, WrongCase{"/api/v2/interfaces", 404, "path"},
-        WrongCase{"/api/v1/interfaces/eth7", 404, "no interface eth7"},
-        WrongCase{"/api/v1/interfaces/eth7/groups", 404, "no interface eth7"},
-        WrongCase{"/api/v1/interfaces/eth7/groups/239.1.1.1", 404, "no interface eth7"},
-        WrongCase{"/api/v1/interfaces/eth0/groups/239.1.1.1", 404, "eth0 has no group 239.1.1.1"},
-        WrongCase{"/api/v1/interfaces/eth0/groups/x", 400, "no IPv4 address"},
-        WrongCase{"/api/v1/interfaces/eth0/groups?from=x", 400, "from is no IPv4 address"},
-        WrongCase{"/api/v1/interfaces/eth0/groups?limit=0", 400, "from 1 to 10000"},
-        WrongCase{"/api/v1/interfaces/eth0/groups?limit=10001", 400, "from 1 to 10000"},
-        WrongCase{"/api/v1/interfaces/eth0/groups?limit=-1", 400, "from 1 to 10000"},
-        WrongCase{"/api/v1/interfaces/eth0/groups?limit=", 400, "from 1 to 10000"},
-        WrongCase{"/api/v1/interfaces?form=1", 400, "unknown key: form"}),
-    [](const auto& instance) { return std::to_string(instance.index); });
+        WrongCase{"wrongCode", "/%zz", 400, "not well-formed"},
+        WrongCase{"parentSegment", "/api/v1/../x", 400, "not well-formed"},
+        WrongCase{"partOfAPath", "/api", 404, "/api/v1/interfaces"},
+        WrongCase{"otherVersion", "/api/v2/interfaces", 404, "path"},
+        WrongCase{"unknownInterface", "/api/v1/interfaces/eth7", 404, "no interface eth7"},
+        WrongCase{"groupsOfAnUnknownInterface", "/api/v1/interfaces/eth7/groups", 404,
+                  "no interface eth7"},
+        WrongCase{"groupOfAnUnknownInterface", "/api/v1/interfaces/eth7/groups/239.1.1.1", 404,
+                  "no interface eth7"},
+        WrongCase{"unknownGroup", "/api/v1/interfaces/eth0/groups/239.1.1.1", 404,
+                  "eth0 has no group 239.1.1.1"},
+        WrongCase{"groupThatIsNoAddress", "/api/v1/interfaces/eth0/groups/x", 400,
+                  "no IPv4 address"},
+        WrongCase{"fromThatIsNoAddress", "/api/v1/interfaces/eth0/groups?from=x", 400,
+                  "from is no IPv4 address"},
+        WrongCase{"limitOfNothing", "/api/v1/interfaces/eth0/groups?limit=0", 400,
+                  "from 1 to 10000"},
+        WrongCase{"limitBeyondAPage", "/api/v1/interfaces/eth0/groups?limit=10001", 400,
+                  "from 1 to 10000"},
+        WrongCase{"negativeLimit", "/api/v1/interfaces/eth0/groups?limit=-1", 400,
+                  "from 1 to 10000"},
+        WrongCase{"emptyLimit", "/api/v1/interfaces/eth0/groups?limit=", 400, "from 1 to 10000"},
+        WrongCase{"unknownKey", "/api/v1/interfaces?form=1", 400, "unknown key: form"}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 }  // namespace
 }  // namespace Agent

@@ -266,6 +266,7 @@ TEST_F(WebServerTest, refusesAClientWhileAllOthersAreAnswered) {
 }
 
 struct AddressCase {
+  const char* name;
   const char* text;
   const char* address;
   unsigned port;
@@ -285,14 +286,15 @@ TEST_P(WebAddressTest, isTakenApart) {
 
 INSTANTIATE_TEST_SUITE_P(
     Addresses, WebAddressTest,
-    testing::Values(AddressCase{"127.0.0.1:9645", "127.0.0.1", 9645, false, true},
-                    AddressCase{"127.8.0.1:1", "127.8.0.1", 1, false, true},
-                    AddressCase{"[::1]:9645", "::1", 9645, false, true},
-                    AddressCase{"0.0.0.0:80", "0.0.0.0", 80, false, false},
-                    AddressCase{"[::]:80", "::", 80, false, false},
-                    AddressCase{"10.0.0.1:65535", "10.0.0.1", 65535, false, false},
-                    AddressCase{"unix:/run/w.sock", "/run/w.sock", 0, true, true}),
-    [](const auto& instance) { return std::to_string(instance.index); });
+    testing::Values(AddressCase{"loopback", "127.0.0.1:9645", "127.0.0.1", 9645, false, true},
+                    AddressCase{"otherLoopback", "127.8.0.1:1", "127.8.0.1", 1, false, true},
+                    AddressCase{"longLoopback", "[::1]:9645", "::1", 9645, false, true},
+                    AddressCase{"allAddresses", "0.0.0.0:80", "0.0.0.0", 80, false, false},
+                    AddressCase{"allLongAddresses", "[::]:80", "::", 80, false, false},
+                    AddressCase{"addressOfALink", "10.0.0.1:65535", "10.0.0.1", 65535, false,
+                                false},
+                    AddressCase{"path", "unix:/run/w.sock", "/run/w.sock", 0, true, true}),
+    [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST(WebAddress, isRefusedWithWhatIsWrong) {
   for (const char* text : {"", "127.0.0.1", ":80", "localhost:80", "127.0.0.1:", "127.0.0.1:65536",
