@@ -68,8 +68,8 @@ class StateStoreTakeOverTest : public StateStoreTest {
     EXPECT_NE(found, std::string::npos);
     size_t end = 0;
     while (end <= found) {
-      end += 2 + (static_cast<unsigned char>(frames[end]) << 8u) +
-             static_cast<unsigned char>(frames[end + 1]);
+      const auto byteAt = [&](size_t at) { return size_t{static_cast<unsigned char>(frames[at])}; };
+      end += 2 + (byteAt(end) << 8u) + byteAt(end + 1);
     }
     return end;
   }

@@ -92,9 +92,9 @@ class AttrLogCopy {
   // has it at.
   template <class F>
   void forEachEntry(F f) const {
-    for (const auto& [name, interface] : interfaces_) {
+    for (const auto& each : interfaces_) {
       forEachFolder([&](const char* folder, auto entity) {
-        if (interface.*entity) f(folder + name, interface.*entity);
+        if (each.second.*entity) f(folder + each.first, each.second.*entity);
       });
     }
     if (process_) f(std::string(processPath), process_);
