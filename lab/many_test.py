@@ -44,6 +44,7 @@ class ManyInterfacesTest(LabTestCase):
         begin = time.monotonic()
         done = run_once(self.router, "show", "interfaces", "--json", "--socket", querier.socket)
         print(f"show interfaces: {time.monotonic() - begin:.2f} s", file=sys.stderr)
+        self.assertEqual("", done.stderr)
         self.assertEqual(INTERFACES, len(json.loads(done.stdout)))
 
     def test_it_ends_soon_while_it_opens_its_ports_and_after_that(self):

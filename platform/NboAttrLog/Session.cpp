@@ -208,10 +208,8 @@ std::string Session::handleRoot(Reader& in) {
   const U8 writable = in.u8();
   const std::string type(in.text());
   const Value key = in.argument();
-  const auto taken = [&](const auto& tree) {
-    return tree.first == number || tree.second.path == path;
-  };
-  if (serving() || writable > 1 || !in.complete() || std::ranges::any_of(trees_, taken)) {
+  if (serving() || writable > 1 || !in.complete() || trees_.contains(number) ||
+      !paths_.insert(path).second) {
     return "a directory entry that does not belong here";
   }
   Tree& tree = trees_[number];
@@ -234,6 +232,7 @@ std::string Session::handleRootGone(Reader& in) {
   }
   const std::string path = tree->second.path;
   trees_.erase(tree);
+  paths_.erase(path);
   host_.rootDel(path);
   return {};
 }

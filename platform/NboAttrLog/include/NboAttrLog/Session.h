@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -135,6 +136,7 @@ class MOX_PUBLIC Session final : private TreeOut::Host,
   OutStream out_;
   InStream in_;
   std::map<U32, Tree> trees_;
+  std::set<std::string> paths_;  // of the entries that the peer has announced
   std::vector<U32> gone_;        // removed entries whose end has not been sent
   std::optional<U32> question_;  // to be sent; a later one replaces those before it
   std::optional<U32> answer_;    // to be sent
