@@ -103,8 +103,9 @@ class StoreTest(StoreTestCase):
             self.wait_complete()
             wait_until(lambda: not self.groups(), 20, "the copy of an agent without groups")
             reports = self.lab.spawn(self.host.namespace, sys.executable, REPORTS, GROUPS, 0, 1)
-            wanted = chance.randrange(1, GROUPS)
-            wait_until(lambda: len(self.groups()) >= wanted, 30, f"{wanted} groups in the store")
+            # A busy agent may lose some of the reports.
+            wanted = chance.randrange(1, GROUPS // 2)
+            wait_until(lambda: len(self.groups()) >= wanted, 120, f"{wanted} groups in the store")
             before = self.groups()
             self.kill(agent)
             self.store.expect("agentLost")

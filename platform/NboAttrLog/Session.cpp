@@ -1,6 +1,5 @@
 #include <NboAttrLog/Session.h>
 
-#include <algorithm>
 #include <utility>
 
 #include <Mox/ActivityClock.h>
