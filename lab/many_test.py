@@ -12,6 +12,8 @@ from testcase import NO_DELAY, LabTestCase, main
 
 INTERFACES = 1000
 
+SANITIZED = os.environ.get("LAB_SANITIZED") == "1"
+
 
 class ManyInterfacesTest(LabTestCase):
     def setUp(self):
@@ -61,7 +63,8 @@ class ManyInterfacesTest(LabTestCase):
             opened = len(querier.seen("interfaceUp"))
             self.assertEqual(interface == self.names[-1], opened == INTERFACES)
             last = querier.events[-1]
-            if last["event"] != "state":  # on a slow machine the time is up before
+            # On a slow machine the time is up before; with sanitizers even for that line.
+            if last["event"] != "state" and not SANITIZED:
                 self.assertIn("than can be shown before the end", last["text"])
 
     def test_an_answer_that_changes_interrupt_hides_no_interface(self):
