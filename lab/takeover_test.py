@@ -21,6 +21,10 @@ time.sleep(600)
 
 
 class TakeOverTestCase(StoreTestCase):
+    def setUp(self):
+        super().setUp()
+        wait_until(lambda: self.igmpq("store", "--show").returncode == 0, 20, "the store")
+
     def successor(self, *options, store=None):
         return self.agent(*(options or QUIET), "--store", store or self.socket)
 

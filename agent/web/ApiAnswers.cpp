@@ -59,7 +59,7 @@ class EventsBody final : public WebBody {
     reader_.append(out, partBytes);
     return out.size() == before ? Progress::waits : Progress::more;
   }
-  void wakeIs(std::function<void()> wake) override { reader_.wakeIs(std::move(wake)); }
+  void wakeIs(const std::function<void()>& wake) override { reader_.wakeIs(wake); }
   std::string idleText() const override { return ":\n\n"; }
 
  private:

@@ -52,8 +52,10 @@ auto WebSession::whenSent() {
 void WebSession::close() {
   isOpen_ = false;
   body_.reset();
-  idle_.cancel();
-  stream_.close();
+  // Closing cannot fail here, and a destructor calls it.
+  Error ignored;
+  idle_.cancel(ignored);
+  stream_.socket().close(ignored);
 }
 
 void WebSession::end() {
@@ -161,12 +163,10 @@ void WebSession::sendHead(const WebAnswer& answer) {
 
 void WebSession::handleSent(Error error) {
   message_.reset();
-  if (error) {
+  if (error || (!body_ && isLast_)) {
     end();
   } else if (body_) {
     sendPart();
-  } else if (isLast_) {
-    end();
   } else {
     read();
   }

@@ -23,7 +23,7 @@ class WebBody {
 
   virtual Progress append(std::string& out) = 0;
   // Of a body that waits: called at most once for each time that it waits.
-  virtual void wakeIs(std::function<void()>) {}
+  virtual void wakeIs(const std::function<void()>&) {}
   // Is sent while a body waits for long, so that a client that has gone is noticed.
   virtual std::string idleText() const { return {}; }
 };
