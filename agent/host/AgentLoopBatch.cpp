@@ -18,6 +18,8 @@ constexpr size_t timersOfTurn = 2;  // between two looks at the clock
 // A batch of packets takes no longer, so that timers that are due do not wait.
 constexpr Mox::Seconds longestBatch = 0.05;
 constexpr std::chrono::milliseconds packetsPause(1);
+// Timers wait no longer for packets that the loop has no time for: queries leave in a flood, too.
+constexpr Mox::Seconds longestBacklog = 0.05;
 // A timer that is less late is no sign of a gap to any querier: half of the shortest query response
 // interval.
 constexpr Mox::Seconds leastGap = 0.05;
@@ -47,9 +49,12 @@ void AgentLoop::Impl::handleBatch() {
   seeGap();
   rebuildNext();
   state_->ringsReadBegins();
+  const Mox::Seconds begin = Mox::now();
   rings_.readReady(batchDuration());
   state_->ringsReadEnds();
-  if (rebuilding_.empty()) turnWheel();
+  if (rebuilding_.empty()) {
+    turnWheel(std::min(begin, Mox::now() - std::min(rings_.backlog(), longestBacklog)));
+  }
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
   reportChanges();
@@ -61,11 +66,13 @@ Mox::Seconds AgentLoop::Impl::batchDuration() const {
   return std::clamp(Mox::now() - lastBatchEnd_, RingPolls::usualBatch, longestBatch);
 }
 
-void AgentLoop::Impl::turnWheel() {
-  const Mox::Seconds begin = Mox::now();
+// To the time before which all packets have been handled: an answer that waits in a ring counts
+// before the timer that it answers.
+void AgentLoop::Impl::turnWheel(Mox::Seconds to) {
+  const Mox::Seconds end = Mox::now() + turnQuantum;
   do {
-    wheel_->turn(Mox::now(), timersOfTurn);
-  } while (wheel_->nextDue() <= begin && Mox::now() < begin + turnQuantum);
+    wheel_->turn(to, timersOfTurn);
+  } while (wheel_->nextDue() <= to && Mox::now() < end);
 }
 
 // A loop that was stopped comes back late to a timer. One that has much to do is late, too, but has

@@ -106,7 +106,7 @@ class AgentLoop::Impl {
   // After handlers that have taken long.
   void handleBatchIfDue();
   Mox::Seconds batchDuration() const;
-  void turnWheel();
+  void turnWheel(Mox::Seconds to);
   void seeGap();
   void rebuildNext();
   void reportChanges();

@@ -207,7 +207,9 @@ void InterfaceQuerier::follow(const Link& link) {
   ipAddrIs(*link.primaryAddress());
   if (!longerFrames) return;
   try {
-    portIs(services_.openPort(link_, *this));
+    auto port = services_.openPort(link_, *this);
+    port_->handOver();  // the new one has only what arrived since
+    portIs(std::move(port));
   } catch (const std::exception& error) {
     portFailed(error.what());
   }

@@ -28,6 +28,15 @@ TEST_F(InterfaceQuerierTest, opensAnotherPortForAnMtuThatNeedsLongerBlocks) {
   EXPECT_TRUE(querier().running());
 }
 
+TEST_F(InterfaceQuerierTest, takesWhatThePortHasBeforeAnotherReplacesIt) {
+  up();
+  notRead_ = {Ilvo::buildV2Report(group, {.src = host})};
+  Link longer = linkWith(ourAddr);
+  longer.mtu = 65535;
+  querier().linkIs(&longer);
+  EXPECT_NE(status().group(group), nullptr);
+}
+
 TEST_F(InterfaceQuerierTest, beginsOnThePortThatWasOpenedBefore) {
   const Link link = linkWith(ourAddr);
   querier().prepare(&link);

@@ -37,6 +37,9 @@ class InterfaceQuerierTest : public testing::Test {
       if (!test.sendFails_) test.sent_.emplace_back(packet.begin(), packet.end());
       return test.sendFails_;
     }
+    void handOver() override {
+      for (const Bytes& packet : std::exchange(test.notRead_, {})) test.receive(packet);
+    }
     PortCounts counts() override { return test.counts_; }
     InterfaceQuerierTest& test;
   };
@@ -119,6 +122,7 @@ class InterfaceQuerierTest : public testing::Test {
   bool reportQueries_ = false;
   std::string openFails_;
   std::error_code sendFails_;
+  std::vector<Bytes> notRead_;  // in the port
   PortCounts counts_;
   int portsOpen_ = 0;
   std::vector<Bytes> sent_;

@@ -34,7 +34,7 @@ class FrameRing {
   // Calls use(frame) for each frame of the next block; false when none is ready.
   template <class Use>
   bool readBlock(Use&& use) {
-    RingBlock block(memory_.subspan(next_ * blockBytes_, blockBytes_));
+    RingBlock block(nextBlock());
     if (!block.isReady()) return false;
     for (RingFrame frame; block.nextFrame(frame);) use(frame);
     block.release();
@@ -42,12 +42,20 @@ class FrameRing {
     return true;
   }
 
+  // How long the next frame has been waiting; 0 when no block is ready.
+  Mox::Seconds backlog() const {
+    const RingBlock block(nextBlock());
+    return block.isReady() ? block.age() : 0.0;
+  }
   // Frames that found no place in the ring, since it was opened.
   Mox::U64 lost();
   // The error that the socket reports, which is taken from it; 0 for none.
   int error();
 
  private:
+  std::span<std::byte> nextBlock() const {
+    return memory_.subspan(next_ * blockBytes_, blockBytes_);
+  }
   void map(const Link& link, const RingSize& size);
   void watchAllGroups(const Link& link);
 

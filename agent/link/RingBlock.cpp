@@ -1,6 +1,7 @@
 #include "RingBlock.h"
 
 #include <atomic>
+#include <ctime>
 
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -41,6 +42,15 @@ RingBlock::RingBlock(std::span<std::byte> memory)
 bool RingBlock::isReady() const {
   const std::atomic_ref<U32> status(headerOf(memory_).block_status);
   return (status.load(std::memory_order_acquire) & TP_STATUS_USER) != 0;
+}
+
+// Frames bear the time of the wall clock.
+Mox::Seconds RingBlock::age() const {
+  const tpacket_bd_ts& first = headerOf(memory_).ts_first_pkt;
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<Mox::Seconds>(now.tv_sec - time_t{first.ts_sec}) +
+         (static_cast<Mox::Seconds>(now.tv_nsec) - static_cast<Mox::Seconds>(first.ts_nsec)) * 1e-9;
 }
 
 bool RingBlock::nextFrame(RingFrame& frame) {

@@ -27,6 +27,8 @@ class RingBlock {
   explicit RingBlock(std::span<std::byte> memory);
 
   bool isReady() const;
+  // How long its first frame has been waiting; of a block that is ready.
+  Mox::Seconds age() const;
   // False at the end of the block. The frame is valid until the block is released.
   bool nextFrame(RingFrame& frame);
   void release();

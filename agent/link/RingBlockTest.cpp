@@ -51,6 +51,19 @@ TEST(RingBlock, holdsFramesOfVariableLengthInTheirOrder) {
   EXPECT_FALSE(block.nextFrame(frame));
 }
 
+TEST(RingBlock, isAsOldAsItsFirstFrame) {
+  RingMemory memory;
+  memory.add({.bytes = {1}});
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  memory.header().ts_first_pkt.ts_sec = static_cast<Mox::U32>(now.tv_sec - 100);
+  memory.header().ts_first_pkt.ts_nsec = static_cast<Mox::U32>(now.tv_nsec);
+  memory.handOver();
+  EXPECT_GE(RingBlock(memory.memory()).age(), 99.9);
+  memory.header().ts_first_pkt.ts_sec += 200;  // the clock was set back meanwhile
+  EXPECT_LT(RingBlock(memory.memory()).age(), 0.0);
+}
+
 TEST(RingBlock, goesBackToTheKernelWhenItIsReleased) {
   RingMemory memory;
   memory.handOver();

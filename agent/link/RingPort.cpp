@@ -71,6 +71,12 @@ void RingPolls::readReady(Mox::Seconds longest) {
   }
 }
 
+Mox::Seconds RingPolls::backlog() const {
+  Mox::Seconds longest = 0.0;
+  for (const RingPort* port : ready_) longest = std::max(longest, port->ring_->backlog());
+  return longest;
+}
+
 RingPort::RingPort(RingPolls& polls, QuerySocket& sender, const Link& link, FrameReceiver& receiver,
                    const RingSize& size)
     : polls_(polls),
@@ -93,16 +99,25 @@ PortCounts RingPort::counts() {
   return all;
 }
 
-// An interface that is down reports an error and receives again once it is up: netlink reports
-// both.
-bool RingPort::readBlock() {
+// What arrives meanwhile has time.
+void RingPort::handOver() {
+  for (std::size_t left = ring_->blocks(); left > 0 && readRing(); --left) {
+  }
+}
+
+bool RingPort::readRing() {
   const auto use = [this](const RingFrame& frame) {
     if (const auto packet = rxPacketOf(frame, counts_)) receiver_.rxPacket(*packet);
   };
-  if (ring_->readBlock(use)) {
-    receiver_.rxBatchEnd();
-    return true;
-  }
+  if (!ring_->readBlock(use)) return false;
+  receiver_.rxBatchEnd();
+  return true;
+}
+
+// An interface that is down reports an error and receives again once it is up: netlink reports
+// both.
+bool RingPort::readBlock() {
+  if (readRing()) return true;
   const int error = ring_->error();
   if (error != 0 && error != ENETDOWN) {
     receiver_.portFailed(std::generic_category().message(error));

@@ -87,6 +87,32 @@ TEST_F(RingPortTest, receivesReportsForGroupsThatThisMachineIsNoMemberOf) {
   EXPECT_EQ(batches_, 1);
 }
 
+TEST_F(RingPortTest, knowsHowLongWhatItLeavesBehindHasBeenWaiting) {
+  open();
+  EXPECT_EQ(polls_.backlog(), 0.0);
+  sendFrame(frameOf(report_));
+  pollfd readable{.fd = polls_.fd(), .events = POLLIN, .revents = 0};
+  ASSERT_EQ(poll(&readable, 1, 60000), 1);
+  polls_.readReady(-1.0);  // has no time
+  EXPECT_FALSE(polls_.isDrained());
+  EXPECT_GT(polls_.backlog(), 0.0);
+  EXPECT_THAT(packets(), IsEmpty());
+  readFrames(1);
+  EXPECT_EQ(polls_.backlog(), 0.0);
+}
+
+TEST_F(RingPortTest, handsOverWhatHasArrivedWhenItIsAskedTo) {
+  open();
+  port_->handOver();
+  sendFrame(frameOf(report_));
+  pollfd readable{.fd = polls_.fd(), .events = POLLIN, .revents = 0};
+  ASSERT_EQ(poll(&readable, 1, 60000), 1);
+  port_->handOver();
+  EXPECT_THAT(packets(), ElementsAre(report_));
+  polls_.readReady();
+  EXPECT_EQ(batches_, 1);
+}
+
 TEST_F(RingPortTest, leavesOtherProtocolsOut) {
   open();
   Bytes udp = report_;

@@ -40,6 +40,9 @@ class FramePort {
   // Sends an IPv4 packet, or returns the error that prevented it.
   virtual std::error_code send(std::span<const Mox::U8> packet) = 0;
 
+  // Hands over what has arrived, without a wait for its turn.
+  virtual void handOver() {}
+
   virtual PortCounts counts() = 0;
 };
 

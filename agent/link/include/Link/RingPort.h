@@ -42,6 +42,9 @@ class RingPolls {
   void readReady(Mox::Seconds longest = usualBatch);
   // Whether the last reading has left nothing behind, for which it would have had time.
   bool isDrained() const { return ready_.empty(); }
+  // How long the oldest frame has been waiting that the last reading has left behind; 0 for none.
+  // Wrong by as much as the wall clock was set meanwhile.
+  Mox::Seconds backlog() const;
   static constexpr Mox::Seconds usualBatch = 0.005;
 
  private:
@@ -66,6 +69,7 @@ class RingPort final : public FramePort {
   ~RingPort() override;
 
   std::error_code send(std::span<const Mox::U8> packet) override;
+  void handOver() override;
   PortCounts counts() override;
 
  private:
@@ -73,6 +77,7 @@ class RingPort final : public FramePort {
 
   // False when no block was ready; nothing of the port is used after that.
   bool readBlock();
+  bool readRing();
 
   RingPolls& polls_;
   QuerySocket& sender_;
