@@ -1,11 +1,13 @@
 #include "ShowConfig.h"
 
 #include <cstdio>
+#include <deque>
 #include <utility>
 
 #include <Client/RequestClient.h>
 #include <Intake/IntakeProcess.h>
 #include <Mox/TypeInfo.h>
+#include <Settings/SettingText.h>
 #include <Text/Json.h>
 #include <Text/Table.h>
 
@@ -40,12 +42,14 @@ Shown shownOf(const std::string& socket, const std::vector<std::string>& interfa
   return shown;
 }
 
-void addRows(Agent::Table& table, const Settings& settings) {
+// Named as in the file, where people go to change them. The names are kept for the table.
+void addRows(Agent::Table& table, const Settings& settings, std::deque<std::string>& names) {
   const auto cell = [](const std::string& text) {
     return text.empty() ? Agent::Cell() : Agent::Cell(std::string_view(text));
   };
   for (const RequestClient::Setting& each : settings.settings) {
-    table.row({cell(settings.interface), each.name, each.text, cell(each.origin)});
+    const std::string_view name = names.emplace_back(Agent::settingKey(each.name));
+    table.row({cell(settings.interface), name, each.text, cell(each.origin)});
   }
 }
 
@@ -54,8 +58,9 @@ void printText(const Shown& shown, bool withAgent) {
                       {"setting", "SETTING"},
                       {"value", "VALUE"},
                       {"origin", "ORIGIN"}});
-  for (const Settings& settings : shown.interfaces) addRows(table, settings);
-  if (withAgent) addRows(table, shown.agent);
+  std::deque<std::string> names;
+  for (const Settings& settings : shown.interfaces) addRows(table, settings, names);
+  if (withAgent) addRows(table, shown.agent, names);
   std::string text;
   table.appendText(text);
   std::fputs(text.c_str(), stdout);

@@ -107,10 +107,10 @@ class ReloadTest(ReloadTestCase):
             {("INTERFACE", "SETTING", "VALUE", "ORIGIN"),
              ("eth0", "robustness", "3", f"{self.file}:2"),
              ("eth1", "robustness", "4", "set at run time"),
-             ("eth0", "queryInterval", "60s", "command line"),
-             ("eth0", "lastMemberQueryTime", "2s", "-"),
+             ("eth0", "query-interval", "60s", "command line"),
+             ("eth0", "last-member-query-time", "2s", "-"),
              ("eth0", "boundary", "239.255.0.0/16", f"{self.file}:5"),
-             ("eth0", "maxGroups", "65536", "default")}, rows)
+             ("eth0", "max-groups", "65536", "default")}, rows)
         everything = self.igmpq("show", "config", "--socket", self.querier.socket).stdout
         self.assertRegex(everything, r"\n-  +max-readers +64 +default\n")
         unknown = self.igmpq("show", "config", "eth7", "--socket", self.querier.socket)

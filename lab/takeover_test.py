@@ -80,7 +80,7 @@ class TakeOverTest(TakeOverTestCase):
         agent.expect("role", role="querier")
         done = self.igmpq("show", "config", "eth0", at=self.agent_socket).stdout
         self.assertRegex(done, r"\neth0 +robustness +4 +set at run time\n")
-        self.assertRegex(done, r"\neth0 +maxGroups +55 +command line\n")
+        self.assertRegex(done, r"\neth0 +max-groups +55 +command line\n")
 
     def test_another_interface_of_the_same_name_begins_anew(self):
         self.killed_with(GROUP)
