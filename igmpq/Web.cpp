@@ -5,6 +5,8 @@
 #include <vector>
 
 #include <Link/Privileges.h>
+#include <Service/ServiceManager.h>
+#include <Text/Counted.h>
 #include <Web/WebServer.h>
 #include <fmt/format.h>
 
@@ -46,7 +48,11 @@ class WebVerb final : public Verb {
     state.start();
     std::printf("serving %s\n", placeOf(address, server.port()).c_str());
     std::fflush(stdout);
+    Agent::ServiceManager manager(loop.wheel(), Agent::ServiceManager::fromEnvironment(),
+                                  [&] { return statusOf(state, server); });
+    manager.stateIs(Agent::ServiceManager::ready);
     loop.run();
+    manager.stateIs(Agent::ServiceManager::stopping);
     return exitOk;
   }
 
@@ -72,6 +78,13 @@ class WebVerb final : public Verb {
     addSocketOption(*options, socket_);
   }
 
+  static std::string statusOf(const Agent::WebState& state, const Agent::WebServer& server) {
+    const std::string clients = Agent::counted(server.sessions(), "client");
+    if (!state.agent().isCurrent()) {
+      return fmt::format("no agent: {}; {}", state.agent().absence(), clients);
+    }
+    return fmt::format("{}, {}", Agent::counted(state.interfaces().size(), "interface"), clients);
+  }
   static std::string placeOf(const Agent::WebAddress& address, Mox::U16 port) {
     if (address.isPath) return "unix:" + address.address;
     const bool isLong = address.address.find(':') != std::string::npos;

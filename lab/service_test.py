@@ -1,4 +1,4 @@
-"""The units igmpq.service and igmpq-store.service under a systemd of their own, in a container.
+"""The units of the agent, its store and its page under a systemd of their own, in a container.
 
 It is on the link of the lab.
 
@@ -199,6 +199,42 @@ class StoreServiceTest(ServiceTestCase):
         self.systemctl("mask", self.STORE)
         self.systemctl("start", "igmpq")
         self.wait_status("1 interface, querier on 1, 0 groups")
+
+
+class WebServiceTest(ServiceTestCase):
+    WEB = "igmpq-web"
+    FETCH = ("import sys, urllib.request\n"
+             "sys.stdout.buffer.write(urllib.request.urlopen(sys.argv[1]).read())")
+
+    def fetch(self, path):
+        done = self.inside("python3", "-c", self.FETCH, f"http://127.0.0.1:9645{path}")
+        self.assertEqual(0, done.returncode, done.stderr)
+        return done.stdout
+
+    def test_it_serves_what_the_agent_knows_and_outlives_it(self):
+        self.systemctl("start", self.WEB)
+        wait_until(lambda: self.shown("StatusText", self.WEB).startswith("no agent: "), 20,
+                   "a page without an agent")
+        self.systemctl("start", "igmpq")
+        self.host.join(GROUP)
+        self.wait_status("1 interface, 0 clients", self.WEB)
+        wait_until(lambda: GROUP in self.fetch("/api/v1/interfaces/eth0/groups"), 20, "the group")
+        self.assertIn("<!doctype html>", self.fetch("/"))
+        self.systemctl("stop", "igmpq")
+        wait_until(lambda: not json.loads(self.fetch("/api/v1/agent"))["connected"], 20,
+                   "the page to know that the agent has gone")
+        self.systemctl("start", "igmpq")
+        wait_until(lambda: json.loads(self.fetch("/api/v1/agent"))["connected"], 20, "the agent")
+        self.assertEqual("0", self.shown("NRestarts", self.WEB))
+
+    def test_it_has_no_right_and_reaches_only_this_machine(self):
+        self.systemctl("start", self.WEB)
+        status = self.status_of(self.WEB)
+        none = f"{0:016x}"
+        self.assertEqual([none] * 4 + ["1", "2"], [status[key][0] for key in (
+            "CapPrm", "CapEff", "CapBnd", "CapAmb", "NoNewPrivs", "Seccomp")])
+        self.assertNotEqual("0", status["Uid"][0])
+        self.assertEqual({"0.0.0.0/0", "::/0"}, set(self.shown("IPAddressDeny", self.WEB).split()))
 
 
 class ServiceTest(ServiceTestCase):

@@ -12,6 +12,7 @@
 #include <Local/MachineIdentity.h>
 #include <Mox/ActivityClock.h>
 #include <NboAttrLog/Frame.h>
+#include <Text/Counted.h>
 #include <Text/WallClock.h>
 
 namespace Agent {
@@ -22,10 +23,6 @@ namespace {
 
 // Until an output that takes nothing is tried again.
 constexpr Mox::Seconds outputRetry = 0.1;
-
-std::string counted(size_t count, const char* what) {
-  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
-}
 
 }  // namespace
 
