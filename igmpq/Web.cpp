@@ -79,11 +79,11 @@ class WebVerb final : public Verb {
   }
 
   static std::string statusOf(const Agent::WebState& state, const Agent::WebServer& server) {
-    const std::string clients = Agent::counted(server.sessions(), "client");
-    if (!state.agent().isCurrent()) {
-      return fmt::format("no agent: {}; {}", state.agent().absence(), clients);
-    }
-    return fmt::format("{}, {}", Agent::counted(state.interfaces().size(), "interface"), clients);
+    const auto& agent = state.agent();
+    return fmt::format("{}, {}",
+                       agent.isCurrent() ? Agent::counted(state.interfaces().size(), "interface")
+                                         : "no agent: " + agent.absence(),
+                       Agent::counted(server.sessions(), "client"));
   }
   static std::string placeOf(const Agent::WebAddress& address, Mox::U16 port) {
     if (address.isPath) return "unix:" + address.address;

@@ -40,7 +40,7 @@ class Show:
         return line.split()[1]
 
     def steps(self):
-        """What is said, what is done, and how many seconds there are to watch it."""
+        """The text, the action, and how many seconds there are to watch it."""
         old, host, laptop = self.old, self.host, self.laptop
         yield f"{old.address} (IGMPv2) joins 239.1.1.1.", lambda: old.join("239.1.1.1"), 2
         yield f"{host.address} joins it too.", lambda: host.join("239.1.1.1"), 2
@@ -74,14 +74,14 @@ class Show:
 
 def main():
     parser = argparse.ArgumentParser(description="the page of igmpq at work")
-    parser.add_argument("--listen", metavar="ADDRESS", default="127.0.0.1:9645")
+    parser.add_argument("--listen", metavar="ADDRESS", dest="place", default="127.0.0.1:9645")
     arguments = parser.parse_args()
     reason = why_not()
     if reason: raise OSError(f"the page needs a link of network namespaces: {reason}")
     with Lab() as lab:
         show = Show(lab)
         _, socket = show.run(show.router)
-        url = show.serve(socket, arguments.listen)
+        url = show.serve(socket, arguments.place)
         print(f"The page of a querier with three Linux hosts is at\n\n    {url}\n\n"
               "To see it from another machine, forward the port with `ssh -L`.\n"
               "Ctrl-C ends the show.\n", flush=True)
