@@ -57,10 +57,15 @@ class Browser:
 
     def emulate(self, command, **parameters):
         """A command of the browser's own protocol, such as for a dark screen."""
-        self.post("/goog/cdp/execute", cmd=command, params=parameters)
+        return self.post("/goog/cdp/execute", cmd=command, params=parameters)
 
     def picture(self, path):
-        path.write_bytes(base64.b64decode(self.call("GET", f"{self.session}/screenshot")))
+        """The whole page, also what is below the window."""
+        width, height = self.script("return [innerWidth, document.documentElement.scrollHeight]")
+        shown = self.emulate(
+            "Page.captureScreenshot", captureBeyondViewport=True,
+            clip={"x": 0, "y": 0, "width": width, "height": height, "scale": 1})
+        path.write_bytes(base64.b64decode(shown["data"]))
 
     def close(self):
         try:

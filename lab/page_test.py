@@ -10,14 +10,18 @@ import unittest
 import urllib.parse
 
 import browser
-from frames import frame, report_v3, send
+from frames import REPORT_V2, frame, igmp, report_v3, send
 from lab import wait_until
 from querier import Querier, program
 from testcase import QUIET, SHORT, LabTestCase, main
 
 GROUP, OTHER, WANTED, SENDER = "239.1.1.1", "239.1.1.2", "232.1.1.1", "10.0.0.5"
 MANY = 10_000
-IS_EXCLUDE = 2
+IS_INCLUDE, IS_EXCLUDE = 1, 2
+# Audio, video, discovery, market data.
+SCENE = (("224.0.1.129", ()), ("232.9.4.1", ("198.51.100.20",)), ("239.69.0.7", ()),
+         ("239.69.0.8", ()), ("232.44.0.1", ("192.0.2.10", "192.0.2.11")),
+         ("239.255.255.250", ()), ("239.192.17.3", ()))
 ENOUGH_CONTRAST = 4.5  # for text of this size (WCAG 2.1, 1.4.3)
 WAIT = 60  # seconds at most, where browsers are slow
 ARROW_DOWN, END = "\ue015", "\ue010"
@@ -119,16 +123,29 @@ class PageTest(LabTestCase):
             self.assertEqual(urllib.parse.urlsplit(self.url).netloc,
                              urllib.parse.urlsplit(url).netloc)
 
-    def test_shows_who_joins_and_who_leaves(self):
+    def add_scene(self):
+        """Something of everything, also of what goes wrong."""
+        send(self.new, (1, frame(self.new.address, OTHER, igmp(REPORT_V2, OTHER), ttl=64)))
+        for host, (group, sources) in enumerate(SCENE, 20):
+            report = report_v3((IS_INCLUDE if sources else IS_EXCLUDE, group, sources))
+            send(self.new, (1, frame(f"10.77.0.{host}", "224.0.0.22", report)))
         self.old.join(GROUP)
+        count = len(SCENE) + 1
+        wait_until(lambda: self.text("count").strip() == str(count), WAIT, "the groups")
+        self.wait_text("problems", "wrongTtl 1")
+        self.wait_text("interfaces", f"\t{count}")
+
+    def test_shows_who_joins_and_who_leaves(self):
+        self.add_scene()
         self.wait_row(GROUP, "eth0", self.old.address, "v2")
         self.new.join(WANTED, SENDER)
         self.wait_row(WANTED, SENDER, "include")
-        self.wait_text("events", f"groupJoined group {WANTED}")
+        self.wait_text("events", f"eth0 joined {WANTED} by {self.new.address} (version 3, include)")
+        self.wait_text("interfaces", f"\t{len(SCENE) + 2}")
         self.picture("page")
         self.new.leave(WANTED, SENDER)
         wait_until(lambda: not any(WANTED in row for row in self.rows()), WAIT, "the row to go")
-        self.wait_text("events", "groupLeft")
+        self.wait_text("events", f"eth0 left {WANTED}")
         self.assert_sound()
 
     def test_shows_that_another_router_takes_over(self):
@@ -190,8 +207,7 @@ class PageTest(LabTestCase):
         self.assertIn(OTHER, active)
 
     def test_everything_is_named_and_can_be_read(self):
-        self.old.join(GROUP)
-        self.wait_row(GROUP)
+        self.add_scene()
         for scheme in ("light", "dark"):
             with self.subTest(scheme):
                 self.browser.emulate("Emulation.setEmulatedMedia", features=[
@@ -201,16 +217,23 @@ class PageTest(LabTestCase):
                 contrasts = self.browser.script(CONTRASTS)
                 self.assertGreater(len(contrasts), 10)
                 self.assertEqual([], [each for each in contrasts if each[1] < ENOUGH_CONTRAST])
-                self.picture(scheme)
+                if scheme == "dark": self.picture("dark")
 
     def test_fits_a_phone(self):
-        self.old.join(GROUP)
-        self.wait_row(GROUP)
+        self.add_scene()
         self.browser.emulate("Emulation.setDeviceMetricsOverride", width=360, height=760,
                              deviceScaleFactor=2, mobile=True)
         wait_until(lambda: self.browser.script("return innerWidth") == 360, WAIT, "the phone")
         wide = self.browser.script("return document.documentElement.scrollWidth")
         self.assertLessEqual(wide, 360)
+        cut = "return [...document.querySelectorAll('.wide, .groups, #groups')].map(" \
+              "(each) => each.scrollWidth - each.clientWidth)"
+        self.assertEqual([0, 0, 0], self.browser.script(cut))
+        hidden = "return [...document.querySelectorAll('#groups .row')].filter((row) =>" \
+                 " row.firstChild.scrollWidth > row.firstChild.clientWidth).length"
+        self.assertEqual(0, self.browser.script(hidden))
+        row = next(row for row in self.rows() if GROUP in row)
+        for text in ("eth0", self.old.address, "v2"): self.assertIn(text, row)
         self.picture("phone")
 
 

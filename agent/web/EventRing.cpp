@@ -9,8 +9,19 @@
 
 namespace Agent {
 
+namespace {
+
+// With the words that people read.
+std::string eventLine(const Event& event) {
+  std::string line = eventJson(event);
+  line.back() = ',';
+  return line += JsonObject().text("message", eventText(event)).line().substr(1);
+}
+
+}  // namespace
+
 void EventRing::event(const Event& event) {
-  lines_.push_back(eventJson(event));
+  lines_.push_back(eventLine(event));
   bytes_ += lines_.back().size();
   ++end_;
   while (lines_.size() > mostEvents_ || bytes_ > mostBytes_) {

@@ -18,23 +18,36 @@ const changed = new Map();  // groups by interface
 let isGathering = false;
 
 const columns = [
-  (each) => each.interface, (each) => each.address ?? "-",
-  (each) => each.running ? each.role : "stopped", (each) => each.querier ?? "-",
-  (each) => duration(each.querierUpSeconds === null ? null : -secondsUntil(each.since)),
-  (each) => String(each.querierVersion), (each) => duration(secondsUntil(each.next)),
-  (each) => String(each.groupCount)];
+  ["Interface", (each) => each.interface],
+  ["Address", (each) => each.address ?? "-"],
+  ["Role", (each) => each.running ? each.role : "stopped"],
+  ["Elected querier", (each) => each.querier ?? "-"],
+  ["Since", (each) => duration(
+      each.querierUpSeconds === null ? null : -secondsUntil(each.since))],
+  ["Version", (each) => String(each.querierVersion)],
+  ["Next query", (each) => duration(secondsUntil(each.next))],
+  ["Groups", (each) => String(each.groupCount)]];
 
 function showInterfaces() {
   const body = byId("interfaces");
   while (body.rows.length > state.interfaces.length) body.deleteRow(-1);
   state.interfaces.forEach((each, at) => {
     const row = body.rows[at] ?? body.insertRow();
-    columns.forEach((column, number) => {
+    columns.forEach(([name, column], number) => {
       const cell = row.cells[number] ?? row.insertCell();
+      cell.dataset.name = name;  // for a narrow screen, which has no head
       const text = column(each);
       if (cell.textContent !== text) cell.textContent = text;
     });
   });
+}
+
+function showHead() {
+  byId("columns").replaceChildren(...columns.map(([name]) => {
+    const head = element("th", name);
+    head.scope = "col";
+    return head;
+  }));
 }
 
 function showAgent() {
@@ -99,18 +112,11 @@ function gather(name, group) {
   }, gatherInterval);
 }
 
-function describe(event) {
-  const hidden = new Set(["time", "utc", "event", "interface"]);
-  const rest = Object.entries(event).filter(([key, value]) => !hidden.has(key) && value !== null);
-  const words = rest.map(([key, value]) =>
-    `${key} ${typeof value === "object" ? JSON.stringify(value) : value}`);
-  return [event.interface, event.event, ...words].filter(Boolean).join(" ");
-}
-
 function take(event) {
   const list = byId("events");
   const item = element("li", undefined, "new");
-  item.append(element("time", timeOfDay(event.utc)), describe(event));
+  item.append(element("time", timeOfDay(event.utc)),
+              [event.interface, event.message ?? event.event].filter(Boolean).join(" "));
   list.prepend(item);
   while (list.children.length > mostEvents) list.lastChild.remove();
   if (event.event === "versionMismatch") problems.mismatch(event);
@@ -134,4 +140,5 @@ setInterval(() => {
   }
 }, refreshInterval);
 follow(take, (isOpen) => { if (isOpen) loadGroups().catch(() => {}); });
+showHead();
 loadState();

@@ -28,11 +28,16 @@ export class GroupList {
     this.list.addEventListener("scroll", () => this.renderSoon());
     this.list.addEventListener("keydown", (event) => this.key(event));
     this.list.addEventListener("click", (event) => this.select(event.target.closest(".row")?.key));
-    new ResizeObserver(() => this.renderSoon()).observe(this.list);
+    new ResizeObserver(() => this.measure()).observe(this.list);
+    this.measure();
   }
 
-  get height() {
-    return 2.25 * parseFloat(getComputedStyle(document.documentElement).fontSize);
+  // Rows are higher where the screen is narrow.
+  measure() {
+    const height = this.space.firstElementChild.offsetHeight;
+    if (height === this.height) return this.renderSoon();
+    this.height = height;
+    this.arrange();
   }
 
   // All groups of an interface, in place of those that were known.
