@@ -25,7 +25,7 @@ class Web:
             ("taskset", "-c", str(SENDER_CPU), IGMPQ, "web", "--listen", "127.0.0.1:0",
              "--socket", world.socket), stdout=subprocess.PIPE, text=True)
         self.port = int(self.process.stdout.readline().rstrip("/\n").rpartition(":")[2])
-        wait_until(lambda: len(self.get("/api/v1/interfaces")[0]) > 10, 120, "the copy")
+        wait_until(lambda: b'"connected":true' in self.get("/api/v1/agent")[0], 120, "the copy")
 
     def __enter__(self):
         return self
