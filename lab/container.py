@@ -4,7 +4,7 @@
   container.inside("systemctl", "start", "igmpq")
   container.close()
 
-What is in its file system, and whether it stays, the options of systemd-nspawn say.
+The options of systemd-nspawn choose its file system, and whether changes to that are kept.
 """
 import os
 import pathlib
