@@ -172,7 +172,7 @@ class World {
   // With what was set at run time, as far as that is permitted.
   template <class E, class Make>
   static Ptr<E> settingsOf(const Ptr<E>& kept, const Ptr<E>& configured, Make make) {
-    const Ptr<E> present = make();
+    Ptr<E> present = make();
     if (kept && configured) Agent::returnSettings(*kept, *configured, *make(), *present);
     checkSettings(*present);
     return present;
