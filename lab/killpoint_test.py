@@ -110,11 +110,16 @@ class KillPointTest(TakeOverTestCase):
                                  for group in groups))
 
     def creations(self, path):
-        """When each group began, read by a reader that shares no code with igmpq."""
+        """When each group began, read by a reader that shares no code with igmpq.
+
+        The agent can be killed between the frame that adds a group and that of its values. Such a
+        group has no time, and is not taken over: its hosts report it again.
+        """
         done = run(sys.executable, DECODER, path)
         self.assertEqual((0, ""), (done.returncode, done.stderr))
         groups = json.loads(done.stdout)["eth0"]["status"]["group"]
-        return {group: each["creationTime"] for group, each in groups.items()}
+        return {group: each["creationTime"] for group, each in groups.items()
+                if each["creationTime"] != 0}
 
     def start_with_group(self, agent):
         self.host.join(GROUP)
