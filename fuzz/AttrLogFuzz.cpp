@@ -16,11 +16,13 @@
 #include <Mox/ActivityClock.h>
 #include <NboAttrLog/Session.h>
 
+#include "EntityValues.h"
 #include "Property.h"
 
 namespace {
 
 using Fuzz::property;
+using Fuzz::valuesOf;
 using Gmp::Igmp::QuerierConfig;
 using Gmp::Igmp::QuerierStatus;
 using Ilvo::IpAddr;
@@ -31,30 +33,6 @@ using Mox::NboAttrLog::Rights;
 using Mox::NboAttrLog::Session;
 
 using Bytes = std::span<const std::uint8_t>;
-
-// All values of an entity and of those below it. NaN is a number like any other here.
-void collect(const Mox::EntityBase& entity, std::string& out) {
-  for (const Mox::AttrInfo& attr : entity.type().attrs) {
-    if (attr.get == nullptr) continue;
-    const Mox::Value value = attr.get(entity);
-    if (const auto* flag = std::get_if<bool>(&value)) out += *flag ? "yes" : "no";
-    if (const auto* number = std::get_if<Mox::U64>(&value)) out += std::to_string(*number);
-    if (const auto* seconds = std::get_if<double>(&value)) out += std::to_string(*seconds);
-    if (const auto* text = std::get_if<std::string>(&value)) out += *text;
-    out += ' ';
-  }
-  for (const Mox::CollectionInfo& collection : entity.type().collections) {
-    std::vector<Mox::U32> keys = collection.keys(entity);
-    std::sort(keys.begin(), keys.end());
-    for (const Mox::U32 key : keys) collect(*collection.find(entity, key), out);
-  }
-}
-
-std::string all(const Mox::EntityBase& entity) {
-  std::string out;
-  collect(entity, out);
-  return out;
-}
 
 class Host final : public Mox::NboAttrLog::SessionHost {
  public:
@@ -101,14 +79,14 @@ void receive(Session& session, Bytes bytes, std::size_t chunk) {
 
 void serve(Rights rights, Bytes bytes, std::size_t chunk) {
   Original original;
-  const std::string status = all(*original.status);
-  const std::string config = all(*original.config);
+  const std::string status = valuesOf(*original.status);
+  const std::string config = valuesOf(*original.config);
   Host host;
   Session session(host, {.name = "agent", .peerName = "anyone", .rights = rights},
                   &original.directory);
   receive(session, bytes, chunk);
-  property(all(*original.status) == status, "no peer writes the status");
-  property(rights == Rights::configure || all(*original.config) == config,
+  property(valuesOf(*original.status) == status, "no peer writes the status");
+  property(rights == Rights::configure || valuesOf(*original.config) == config,
            "a peer without the right to configure writes nothing");
 }
 
@@ -129,8 +107,8 @@ void copy(Bytes bytes, std::size_t chunk) {
     property(to.input(waiting), "a correct peer is accepted after a wrong one");
     from.stream().taken(waiting.size());
   } while (!from.allSent());
-  property(all(*host.status) == all(*original.status), "a copy equals the original");
-  property(all(*host.config) == all(*original.config), "a copy equals the original");
+  property(valuesOf(*host.status) == valuesOf(*original.status), "a copy equals the original");
+  property(valuesOf(*host.config) == valuesOf(*original.config), "a copy equals the original");
 }
 
 }  // namespace

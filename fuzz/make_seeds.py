@@ -14,6 +14,7 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, str(ROOT / "test" / "scenarios"))
 
 from link_seeds import LINKS  # noqa: E402
+from log_seeds import AGENTS, ATTR_LOGS, STORES  # noqa: E402
 from packets import packet  # noqa: E402
 from web_seeds import WEB  # noqa: E402
 
@@ -231,67 +232,6 @@ def intakes():
     yield "too-short", on_link(0, b"")[:-5]
 
 
-# The attribute log, as doc/attribute-log.md has it.
-CONFIG, STATUS = 1, 2
-READER, WRITER, COPY = 0xf0, 0xf1, 0xf2  # the first byte: the receiver, and chunks of 32 KiB
-
-
-def frame(kind, content=b""):
-    return struct.pack(">HB", len(content) + 1, kind) + content
-
-
-def words(text):
-    return struct.pack(">H", len(text)) + text.encode()
-
-
-def entity(root, *keys):
-    return struct.pack(">IB", root, len(keys)) + b"".join(struct.pack(">I", key) for key in keys)
-
-
-def attribute(number, form, value):
-    return struct.pack(">H" + form, number, value)
-
-
-HELLO = frame(1, struct.pack(">IHdB", 0x4d6f784c, 1, 1000.0, 1) + words("seed"))
-CONFIGURES = frame(4, entity(CONFIG) + attribute(258, "I", 3) + attribute(259, "d", 60.0) +
-                   attribute(264, "I", 3) + attribute(268, "B", 0))
-ROOTS = (frame(2, struct.pack(">I", CONFIG) + words("config/eth0") + b"\1" +
-               words("Gmp::Igmp::QuerierConfig") + b"\5" + words("eth0")) +
-         frame(2, struct.pack(">I", STATUS) + words("status/eth0") + b"\0" +
-               words("Gmp::Igmp::QuerierStatus") + b"\0"))
-GROUP, SOURCE = 0xef010105, 0x0a000007
-
-
-def walk(flags, *keys):
-    return entity(STATUS, *keys) + struct.pack(">HB", 260, flags)
-
-
-def member(kind, *keys):
-    return (entity(STATUS, *keys) + struct.pack(">H", 260) + words("Gmp::Igmp::" + kind) +
-            struct.pack(">I", keys[-1]))
-
-
-STATE = (frame(5, walk(1)) + frame(6, member("QuerierGroupStatus", GROUP)) +
-         frame(4, entity(STATUS, GROUP) + attribute(259, "I", 1)) + frame(5, walk(1, GROUP)) +
-         frame(6, member("QuerierSourceStatus", GROUP, SOURCE)) +
-         frame(4, entity(STATUS, GROUP, SOURCE) + attribute(261, "d", 1260.0)) +
-         frame(8, walk(1, GROUP)) + frame(8, walk(1)) + frame(9))
-REMOVED = frame(7, entity(STATUS) + struct.pack(">HI", 260, GROUP))
-ATTR_LOGS = {
-    "reader": bytes([READER]) + HELLO + frame(10, struct.pack(">I", 7)),
-    "reader-who-writes": bytes([READER]) + HELLO + CONFIGURES,
-    "writer": bytes([WRITER]) + HELLO + CONFIGURES + frame(10, struct.pack(">I", 8)),
-    "writer-of-status": bytes([WRITER]) + HELLO + frame(6, member("QuerierGroupStatus", GROUP)),
-    "copy": bytes([COPY]) + HELLO + ROOTS + STATE + REMOVED,
-    "copy-in-small-chunks": bytes([0x20]) + HELLO + ROOTS + STATE,
-    "copy-interrupted": bytes([COPY]) + HELLO + ROOTS + frame(5, walk(1)) + frame(8, walk(3)) +
-                        frame(5, walk(3)) + frame(8, walk(1)) + frame(3, struct.pack(">I", STATUS)),
-    "refused": bytes([COPY]) + HELLO + frame(12, words("no")),
-    "another-version":
-        bytes([COPY]) + frame(1, struct.pack(">IHdB", 0x4d6f784c, 2, 0, 0) + words("")),
-    "too-long": bytes([READER]) + b"\xff\xff\1",
-}
-
 # Requests: the first byte holds the client's right, the part size and whether traces follow.
 MAY, TRACES = 0x80, 0x40
 CALL = b'{"op":"call","interface":"eth0","operation":"%s"}\n'
@@ -340,6 +280,10 @@ def main():
         write("IntakeFuzz", name, FEW_SOURCES + content)
     for name, content in ATTR_LOGS.items():
         write("AttrLogFuzz", name, content)
+    for name, content in AGENTS.items():
+        write("StoreFuzz", name, content)
+    for name, content in STORES.items():
+        write("KeptStateFuzz", name, content)
     for name, content in REQUEST_LINES.items():
         write("RequestFuzz", name, content)
     for name, text in SETTINGS.items():

@@ -6,6 +6,8 @@ The system is a folder. It has what the packages depend on from the beginning, s
 there in the end and was not before was left by them.
 """
 import atexit
+import contextlib
+import json
 import os
 import pathlib
 import re
@@ -13,10 +15,14 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import threading
 
+from configured import GROUPS, TRAFFIC
+from container import Container
 from lab import PREFIX, SCRATCH, Lab, wait_until
 
 GROUP = "239.1.1.1"
+INTERFACE = '[[interface]]\nname = "eth0"\n'
 COMMAND = "igmpq"
 PACKAGES = ("libigmpquerierplatform0", "libigmpquerier0", "igmp-querier-dev", COMMAND)
 # Logs, caches and the databases of the package manager; backups of the lists of users.
@@ -121,7 +127,7 @@ def serve_host(system):
         router, host = lab.station(1), lab.station(11, 2)
         config = system.root / "etc/igmpq/conf.d"
         config.mkdir()
-        (config / "eth0.toml").write_text('[[interface]]\nname = "eth0"\n')
+        (config / "eth0.toml").write_text(INTERFACE)
         querier = subprocess.Popen(
             system.command("setpriv", "--reuid=igmpq", "--regid=igmpq", "--clear-groups",
                            "--inh-caps=-all,+net_raw", "--ambient-caps=-all,+net_raw",
@@ -147,6 +153,82 @@ def serve_host(system):
         config.rmdir()
 
 
+class Service:
+    """The units of the package at work, in the system as it is, which keeps nothing of that."""
+
+    def __init__(self, system, lab, station, *options):
+        self.container = Container(lab, station, f"--directory={system.root}", "--volatile=overlay",
+                                   *options)
+
+    def run(self, *command, **options):
+        done = self.container.inside(*command, **options)
+        if done.returncode != 0:
+            raise AssertionError(f"{' '.join(command)}: {done.stdout}{done.stderr}")
+        return done.stdout
+
+    def groups(self, *store):
+        done = self.container.inside(COMMAND, "show", "groups", "--json", *store)
+        return {each["group"] for each in json.loads(done.stdout)} if done.returncode == 0 else None
+
+    def creation(self):
+        return self.run(COMMAND, "get", f"status/eth0/group[{GROUP}]/creationTime")
+
+    def times(self):
+        """When the agent and the store have become active."""
+        return [int(self.run("systemctl", "show", unit, "--value",
+                             "--property=ActiveEnterTimestampMonotonic"))
+                for unit in ("igmpq", "igmpq-store")]
+
+
+@contextlib.contextmanager
+def readings(service, wanted):
+    """Shows the groups again and again; yields [how many showed them, how many showed fewer]."""
+    counts = [0, 0]
+    ending = threading.Event()
+
+    def read():
+        while not ending.is_set():
+            shown = service.groups()
+            if shown is not None: counts[not wanted <= shown] += 1
+
+    thread = threading.Thread(target=read)
+    thread.start()
+    try:
+        yield counts
+        before = sum(counts)
+        wait_until(lambda: sum(counts) >= before + 2, 60, "readings of the agent")
+    finally:
+        ending.set()
+        thread.join()
+
+
+def upgrade_under_traffic(system, made):
+    """The maintainer scripts restart both processes, and the groups of the hosts stay."""
+    with Lab() as lab:
+        router, host = lab.station(1), lab.station(11, 2)
+        service = Service(system, lab, router, f"--bind-ro={made}:/upgrade")
+        with contextlib.closing(service.container):
+            service.run("mkdir", "/etc/igmpq/conf.d")
+            service.run("tee", "/etc/igmpq/conf.d/eth0.toml", input=INTERFACE)
+            service.run("systemctl", "start", COMMAND)
+            host.join(GROUP)
+            lab.spawn(host.namespace, sys.executable, TRAFFIC, GROUPS, "eth0")
+            wanted = {GROUP, *(f"239.1.0.{number}" for number in range(1, GROUPS + 1))}
+            store = ("--socket", "/run/igmpq-store/store.sock")
+            wait_until(lambda: service.groups(*store) == wanted, 30, "the groups in the store")
+            creation, before = service.creation(), service.times()
+            with readings(service, wanted) as counts:
+                service.run("sh", "-c", "DEBIAN_FRONTEND=noninteractive apt-get install --yes "
+                            "--quiet /upgrade/*.deb", timeout=300)
+            after = service.times()
+            check(before[0] < after[0] < after[1], f"not restarted in turn: {before}, {after}")
+            check(service.creation() == creation, f"the group of the host began anew: {creation}")
+            check(counts[1] == 0, f"groups were missing in {counts[1]} of {sum(counts)} readings")
+            report(f"the groups were there in {counts[0]} readings, the agent taken over "
+                   f"{(after[1] - after[0]) / 1e6:.1f} s before the store was restarted")
+            wait_until(lambda: service.groups(*store) == wanted, 30, "the groups in the next store")
+
+
 def check_installed(system):
     check("igmpq:" in system.run("getent", "passwd", COMMAND), "there is no user igmpq")
     wants = list(system.root.glob("etc/systemd/system/*/igmpq.service"))
@@ -169,10 +251,13 @@ def main(folder):
     check_installed(system)
     report("serving a host")
     serve_host(system)
-    report("upgrading")
     version = system.version() + "+upgrade"
     with tempfile.TemporaryDirectory(prefix=f"{PREFIX}{os.getpid()}-", dir=SCRATCH) as made:
         for name in PACKAGES: newer(packages[name], pathlib.Path(made), version)
+        os.chmod(made, 0o755)
+        report("upgrading under traffic")
+        upgrade_under_traffic(system, made)
+        report("upgrading")
         system.install(sorted(pathlib.Path(made).glob("*.deb")))
     check({system.version(name) for name in PACKAGES} == {version}, "not all were upgraded")
     check_installed(system)

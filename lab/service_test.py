@@ -13,7 +13,8 @@ import shutil
 import subprocess
 import sys
 
-from lab import PREFIX, is_stale, wait_until
+from container import Container
+from lab import wait_until
 from querier import NOBODY, program
 from testcase import SKIPPED, LabTestCase, main
 
@@ -26,37 +27,6 @@ query-response-interval = 1
 [[interface]]
 name = "eth0"
 """
-# Started once the file systems and the journal are there; nothing of a login or of first use.
-INIT = ("--unit=basic.target", "systemd.firstboot=off",
-        "systemd.mask=systemd-firstboot.service", "systemd.mask=systemd-networkd.service",
-        "systemd.mask=systemd-timesyncd.service")
-# The firewall of the unit is a program of the kernel, which systemd must be able to load.
-FIREWALL = ("--system-call-filter=bpf", "--capability=CAP_BPF,CAP_NET_ADMIN,CAP_SYS_ADMIN")
-
-
-class ControlGroup:
-    """One for each container, which is ended with it: its processes outlive systemd-nspawn."""
-
-    def __init__(self, name):
-        mounts = [line.split() for line in pathlib.Path("/proc/mounts").read_text().splitlines()]
-        root = pathlib.Path(next(mount[1] for mount in mounts if mount[2] == "cgroup2"))
-        for path in root.glob(f"{PREFIX}*"):
-            if is_stale(path.name): self.end(path)
-        self.path = root / name
-        self.path.mkdir()
-
-    def enter(self):
-        (self.path / "cgroup.procs").write_text("0")
-
-    def close(self):
-        self.end(self.path)
-
-    @staticmethod
-    def end(path):
-        (path / "cgroup.kill").write_text("1")
-        wait_until(lambda: "populated 0" in (path / "cgroup.events").read_text(), 10,
-                   "the processes of a container to end")
-        for folder, _, _ in os.walk(path, topdown=False): os.rmdir(folder)
 
 
 class ServiceTestCase(LabTestCase):
@@ -73,49 +43,11 @@ class ServiceTestCase(LabTestCase):
         return prefix
 
     def boot(self):
-        prefix = self.installed()
-        name = self.lab.prefix.rstrip("-")
-        control_group = ControlGroup(name)
-        self.log = pathlib.Path(self.lab.scratch.name, "container.log").open("w+")
-        self.addCleanup(self.log.close)
-        self.container = subprocess.Popen(
-            ("systemd-nspawn", "--quiet", "--register=no", "--keep-unit", f"--machine={name}",
-             "--directory=/", "--volatile=yes", f"--bind-ro={prefix}:/usr/local", *FIREWALL,
-             f"--network-namespace-path=/run/netns/{self.router.namespace}", "--boot", "--", *INIT),
-            stdin=subprocess.DEVNULL, stdout=self.log, stderr=self.log, start_new_session=True,
-            preexec_fn=control_group.enter)
-        self.addCleanup(self.container.wait)
-        self.addCleanup(control_group.close)
-        wait_until(self.find_init, 20, "the container's first process")
-        try:
-            wait_until(self.is_up, 30, "the container's systemd")
-        except TimeoutError as error:
-            self.log.seek(0)
-            raise AssertionError(f"{error}:\n{self.log.read()}") from error
+        container = Container(self.lab, self.router, "--directory=/", "--volatile=yes",
+                              f"--bind-ro={self.installed()}:/usr/local")
+        self.addCleanup(container.close)
+        self.inside = container.inside
         self.write("/etc/igmpq/igmpq.toml", CONFIG)
-
-    def is_up(self):
-        return self.inside("systemctl", "is-active", "basic.target").returncode == 0
-
-    def find_init(self):
-        """Among the children of systemd-nspawn; the others only prepare the container."""
-        task = pathlib.Path(f"/proc/{self.container.pid}/task/{self.container.pid}/children")
-        self.init = next((child for child in task.read_text().split() if self.is_init(child)), None)
-        return self.init
-
-    @staticmethod
-    def is_init(process):
-        try:
-            return pathlib.Path(f"/proc/{process}/comm").read_text() == "systemd\n"
-        except OSError:
-            return False  # it has ended
-
-    def inside(self, *command, **options):
-        """Runs a command in the container."""
-        return subprocess.run(
-            ("nsenter", "--target", self.init, "--mount", "--pid", "--net", "--ipc", "--uts",
-             "--cgroup", "--", *map(str, command)),
-            capture_output=True, text=True, timeout=60, check=False, **options)
 
     def write(self, path, text):
         done = self.inside("sh", "-c", f"mkdir -p {os.path.dirname(path)} && cat >{path}",

@@ -25,9 +25,11 @@ def run(*command):
 
 
 class StoreTestCase(LabTestCase):
+    ROUTER = 1  # its number on the link
+
     def setUp(self):
         super().setUp()
-        self.router, self.host = self.lab.station(1), self.lab.station(11, 2)
+        self.router, self.host = self.lab.station(self.ROUTER), self.lab.station(11, 2)
         self.agent_socket = pathlib.Path(self.lab.scratch.name, "agent.sock")
         self.socket = pathlib.Path(self.lab.scratch.name, "store.sock")
         self.store = self.new_store()

@@ -142,11 +142,9 @@ void InterfaceQuerier::start() {
 
 // On the status of a querier it asks at once, as hosts may have joined or left meanwhile; on that
 // of a non-querier it would ask with the intervals of the router that was elected. One that may not
-// ask has no role.
+// ask has no role, and would wait without end for a router that may have gone.
 void InterfaceQuerier::makeQuerier() {
-  const QuerierStatus::QuerierState state = status_->state();
-  if (state == QuerierStatus::querierStateNonQuerier ||
-      (state == QuerierStatus::querierStateQuerier && !setup_.config->sendQuery())) {
+  if (status_->state() != QuerierStatus::querierStateQuerier || !setup_.config->sendQuery()) {
     status_->stateIs(QuerierStatus::querierStateInitial);
     status_->electedQuerierAddrIs(IpAddr());
   }

@@ -129,6 +129,20 @@ TEST_F(TakenOverQuerierTest, hasNoRoleWhereItMayNotAskAnyMore) {
   EXPECT_THAT(sent(), IsEmpty());
 }
 
+// The elected router may have gone meanwhile, and no timer of this querier would find that.
+TEST_F(TakenOverQuerierTest, knowsNoElectedRouterBeforeItsNextQueryWhereItMayNotAsk) {
+  constexpr IpAddr higherAddr(10, 0, 0, 9);
+  config_->sendQueryIs(false);
+  leave(false);
+  ASSERT_EQ(kept_->electedQuerierAddr(), lowerAddr);
+  takeOver();
+  up();
+  EXPECT_EQ(status().state(), QuerierStatus::querierStateInitial);
+  EXPECT_TRUE(status().electedQuerierAddr().isZero());
+  receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = higherAddr}));
+  EXPECT_EQ(status().electedQuerierAddr(), higherAddr);
+}
+
 TEST_F(TakenOverQuerierTest, reportsTheEndOfAGroupThatItTookOver) {
   leave(true);
   takeOver();

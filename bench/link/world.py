@@ -32,7 +32,7 @@ class World:
         self.lab = Lab()
         self.router = self.lab.add_namespace("router")
         self.hosts = self.lab.add_namespace("hosts")
-        names = [f"eth{number}" for number in range(interfaces)]
+        self.names = [f"eth{number}" for number in range(interfaces)]
         for number in range(interfaces):
             ip("-n", self.router, "link", "add", "name", f"eth{number}", "type", "veth",
                "peer", "name", f"load{number}", "netns", self.hosts)
@@ -54,9 +54,7 @@ class World:
             self.output.close()
             self.unread, output = os.pipe()
             self.output = open(output, "wb")
-        self.agent = self.lab.spawn(
-            self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", *names,
-            "--querier-version", "3", "--socket", self.socket, *options, stdout=self.output)
+        self.agent = self.start_agent(*options, stdout=self.output)
         wait_until(lambda: self.socket.exists() and self.running() == interfaces, 60,
                    "the queriers to run")
 
@@ -67,6 +65,11 @@ class World:
         self.lab.close()
         self.output.close()
         if self.unread is not None: os.close(self.unread)
+
+    def start_agent(self, *options, stdout):
+        return self.lab.spawn(
+            self.router, "taskset", "-c", AGENT_CPU, IGMPQ, "run", *self.names,
+            "--querier-version", "3", "--socket", self.socket, *options, stdout=stdout)
 
     def running(self):
         return sum(shown["running"] for shown in self.shown("interfaces"))
@@ -122,9 +125,7 @@ class World:
 
     def memory_bytes(self, which):
         """VmHWM for the peak, RssAnon and RssFile for what is resident now, without rings."""
-        status = pathlib.Path(f"/proc/{self.agent.pid}/status").read_text(encoding="ascii")
-        line = next(line for line in status.splitlines() if line.startswith(which))
-        return int(line.split()[1]) * 1024
+        return memory_bytes(self.agent.pid, which)
 
     def resident_bytes(self):
         return self.memory_bytes("RssAnon") + self.memory_bytes("RssFile")
@@ -158,6 +159,12 @@ def busy_seconds(cpu):
             user, nice, system, _, _, irq, softirq = map(int, ticks[:7])
             return (user + nice + system + irq + softirq) / os.sysconf("SC_CLK_TCK")
     raise OSError(f"no processor {cpu}")
+
+
+def memory_bytes(pid, which):
+    status = pathlib.Path(f"/proc/{pid}/status").read_text(encoding="ascii")
+    line = next(line for line in status.splitlines() if line.startswith(which))
+    return int(line.split()[1]) * 1024
 
 
 def cpu_seconds(pid):
