@@ -46,12 +46,13 @@ void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
   seeGap();
   rebuildNext();
-  state_->ringsReadBegins();
+  watch_.ringsReadBegins();
   rings_.readReady(batchDuration());
-  state_->ringsReadEnds();
+  watch_.ringsReadEnds();
   if (rebuilding_.empty()) turnWheel();
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
+  watch_.publishIfDue();
   reportChanges();
 }
 
