@@ -146,6 +146,16 @@ TEST_F(WebServerTest, sendsManyGroupsInChunks) {
   EXPECT_THAT(answer, HasSubstr("239.0.11.183"));
 }
 
+TEST_F(WebServerTest, sendsMetricsOfGroupsThatAreCountedInSteps) {
+  groups(12000);
+  serve();
+  Client& client = connected();
+  client.send(get("/metrics"));
+  const std::string& answer = client.receivedUntil("\r\n0\r\n\r\n");
+  EXPECT_THAT(answer, HasSubstr("Content-Type: text/plain; version=0.0.4; charset=utf-8\r\n"));
+  EXPECT_THAT(answer, HasSubstr("igmp_high_water"));
+}
+
 // HTTP/1.0 knows no chunks: the end of the connection ends the body.
 TEST_F(WebServerTest, sendsManyGroupsToOldClients) {
   groups(700);
