@@ -212,7 +212,8 @@ constexpr std::array allInterfaceMetrics{
           text.add({{"interface", interface.label}}, interface.view.status->v3GSQueriesSent());
         }},
     InterfaceMetric{{"igmp_packets_dropped_total",
-                     "What was refused or lost, by the part that did so", MetricType::Counter},
+                     "Packets and records that were refused or lost, by the part that did so",
+                     MetricType::Counter},
                     addDropped},
     InterfaceMetric{{"igmp_intake_notices_total", "Packets that were accepted and are worth a look",
                      MetricType::Counter},

@@ -49,8 +49,8 @@ class MetricsBody final : public WebBody {
     Ilvo::IpAddr group = {};
   };
 
-  // Calls f(interface, group) for so many groups from that place on, and moves it behind them. False
-  // when there are no more.
+  // Calls f(interface, group) for so many groups from that place on, and moves it behind them.
+  // False when there are no more.
   template <class F>
   bool walk(Place& place, size_t groups, F f);
   void one(std::string& out, const Metric& metric, double value, MetricsText::Labels labels = {});

@@ -134,8 +134,8 @@ TEST_F(MetricsTest, nameTheQuerierAndItsState) {
   agent_.status()->otherQuerierExpiryTimeIs(Mox::now() + 256.0);
   EXPECT_THAT(
       samples("igmp_querier_info"),
-      ElementsAre(
-          R"(igmp_querier_info{interface="eth0",address="10.0.0.2",querier="10.0.0.1",version="2"} 1)"));
+      ElementsAre(R"(igmp_querier_info{interface="eth0",address="10.0.0.2",querier="10.0.0.1",)"
+                  R"(version="2"} 1)"));
   EXPECT_THAT(samples("igmp_querier_state"),
               ElementsAre(R"(igmp_querier_state{interface="eth0",state="initial"} 0)",
                           R"(igmp_querier_state{interface="eth0",state="querier"} 0)",

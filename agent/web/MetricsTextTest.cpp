@@ -7,7 +7,7 @@
 namespace Agent {
 namespace {
 
-constexpr Metric counted{"igmp_x_total", "What is counted", prometheus::MetricType::Counter};
+constexpr Metric counted{"igmp_x_total", "Packets of a test", prometheus::MetricType::Counter};
 
 TEST(MetricsText, beginsAFamilyOnce) {
   MetricsText text;
@@ -20,7 +20,7 @@ TEST(MetricsText, beginsAFamilyOnce) {
   text.familyIs({"igmp_y", "Another one"});
   text.add({}, 0.25);
   text.appendTo(out);
-  EXPECT_EQ(out, R"(# HELP igmp_x_total What is counted
+  EXPECT_EQ(out, R"(# HELP igmp_x_total Packets of a test
 # TYPE igmp_x_total counter
 igmp_x_total{interface="eth0",reason="a"} 5
 igmp_x_total{interface="eth1"} 12345678901
@@ -39,7 +39,7 @@ TEST(MetricsText, leavesOutAFamilyWithoutSamples) {
   text.add({}, 1);
   text.appendTo(out);
   EXPECT_EQ(out,
-            "# HELP igmp_x_total What is counted\n# TYPE igmp_x_total counter\n"
+            "# HELP igmp_x_total Packets of a test\n# TYPE igmp_x_total counter\n"
             "igmp_x_total 1\n");
 }
 

@@ -153,7 +153,7 @@ TEST_F(WebServerTest, sendsMetricsOfGroupsThatAreCountedInSteps) {
   client.send(get("/metrics"));
   const std::string& answer = client.receivedUntil("\r\n0\r\n\r\n");
   EXPECT_THAT(answer, HasSubstr("Content-Type: text/plain; version=0.0.4; charset=utf-8\r\n"));
-  EXPECT_THAT(answer, HasSubstr("igmp_high_water"));
+  EXPECT_THAT(answer, HasSubstr("igmp_v3_group_queries_sent_total{interface=\"eth0\"} 0\n"));
 }
 
 // HTTP/1.0 knows no chunks: the end of the connection ends the body.

@@ -46,7 +46,7 @@ class Page:
     def flags_mentioned(self):
         """Every option named anywhere, also where it is not described."""
         return {"-" + name for line in self.lines if line.startswith(".")
-                for name in re.findall(r"(?<= )Fl (-?[a-z][a-z-]*)", " " + line[1:])}
+                for name in re.findall(r"(?<= )Fl (-?[a-z][a-z0-9-]*)", " " + line[1:])}
 
     def rows(self, header):
         """The cells of a table's rows, by the first word of its heading row."""

@@ -1,5 +1,5 @@
-// How long the agent's event loop keeps packets and queries waiting: the entry loop in the attribute
-// log. The loop measures all the time and publishes about once a second.
+// How long the agent's event loop keeps packets and queries waiting: the entry loop in the
+// attribute log. The loop measures all the time and publishes about once a second.
 //
 // A gap is the time for which the loop does not take packets from the rings. The delay of a general
 // query is the time from when it is due until it is given to the kernel. Both are counted in
