@@ -70,7 +70,9 @@ const std::map<std::string, std::string>& modelLeaves() {
 // Checks each leaf, and gives the paths of all.
 void walk(const ModelJson& json, const std::string& path, std::set<std::string>& seen) {
   if (json.is_object()) {
-    for (const auto& [key, value] : json.items()) walk(value, path + '/' + key, seen);
+    for (const auto& [key, value] : json.items()) {
+      walk(value, std::string(path).append("/").append(key), seen);
+    }
   } else if (json.is_array()) {
     EXPECT_FALSE(json.empty()) << path;
     for (const ModelJson& each : json) walk(each, path, seen);

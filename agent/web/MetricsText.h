@@ -43,7 +43,7 @@ class MetricsText {
   void appendTo(std::string& out);
 
  private:
-  const prometheus::TextSerializer serializer_;
+  const prometheus::TextSerializer serializer_{};
   std::vector<prometheus::MetricFamily> families_{1};  // the one that is being written
   std::ostringstream stream_;
   bool isBegun_ = false;
