@@ -9,6 +9,8 @@ WEB = {
     "pipelined": b"\xffGET /api/v1/agent" + HOST + b"HEAD /api/v1/counters" + HOST +
                  b"GET /api/v1/config" + HOST,
     "events": b"\xffGET /api/v1/events HTTP/1.1\r\nHost: [::1]:9645\r\nLast-Event-ID: 1-1\r\n\r\n",
+    "metrics": b"\xffGET /metrics" + HOST,
+    "metrics-of-groups": b"\x05GET /metrics?groups=10000" + HOST + b"GET /metrics?groups=0" + HOST,
     "old": b"\x00GET /api/v1/interfaces/eth0/groups HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n",
     "body": b"\xffPOST / HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n"
             b"1\r\nx\r\n",

@@ -183,8 +183,14 @@ class CommandTest(unittest.TestCase):
         self.expect_bad_use(["set", "eth0"], "SETTING is required")
         self.expect_bad_use(["set"], "INTERFACE is required")
 
+    def test_the_model_has_no_parts(self):
+        for words in (["groups"], ["config", "eth0"]):
+            self.expect_bad_use(["show", "--rfc8652", *words], "--rfc8652 shows everything")
+        self.expect_bad_use(["show", "--rfc8652", "--json"], "--json excludes --rfc8652")
+
     def test_without_an_agent_it_says_so_and_how_to_start_one(self):
         for arguments in (["show"], ["show", "groups", "eth0", "--json"], ["watch"],
+                          ["show", "--rfc8652"],
                           ["set", "eth0", "robustness=3"]):
             done = igmpq(*arguments, "--socket", NOWHERE)
             self.assertEqual((done.returncode, done.stdout), (1, ""), arguments)

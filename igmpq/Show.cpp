@@ -15,6 +15,7 @@
 #include <Client/BadRequest.h>
 #include <Client/CopyView.h>
 #include <Mox/ActivityClock.h>
+#include <Report/ModelReport.h>
 #include <Report/StateReport.h>
 
 #include "ShowConfig.h"
@@ -48,6 +49,9 @@ class ShowVerb final : public Verb {
 
   int run() override {
     const std::optional<StatePart> part = takePart();
+    if (model_ && part != StatePart::everything) {
+      throw BadUse("--rfc8652 shows everything; only interfaces can be named");
+    }
     if (!part) {
       showConfig(requestPath(socket_), words_, json_);
       return exitOk;
@@ -55,6 +59,10 @@ class ShowVerb final : public Verb {
     Agent::EventLoop loop;
     Agent::AttrLogClient client(loop, socketPath(socket_));
     client.fetch();
+    if (model_) {
+      printModel(client);
+      return exitOk;
+    }
     printState(stdout, *part, views(client.interfaces()), Mox::now(),
                json_ ? Format::json : Format::text);
     return exitOk;
@@ -68,6 +76,7 @@ class ShowVerb final : public Verb {
         "  igmpq show groups eth0        the groups of one interface, with their sources\n"
         "  igmpq show counters --json\n"
         "  igmpq show config eth0        its settings, and where each comes from\n"
+        "  igmpq show --rfc8652          for programs that know the model ietf-igmp-mld\n"
         "PART is interfaces, groups, sources, counters, config or all (if none).\n"
         "Exit status: 0 ok, 1 failure (no agent, no permission), 2 bad use.\n");
     options
@@ -76,7 +85,9 @@ class ShowVerb final : public Verb {
         ->type_name("")
         ->option_text("[PART] [INTERFACE...]")
         ->expected(0, -1);
-    options->add_flag("--json", json_, "write JSON; times are seconds");
+    auto* const json = options->add_flag("--json", json_, "write JSON; times are seconds");
+    options->add_flag("--rfc8652", model_, "write JSON of the YANG model ietf-igmp-mld")
+        ->excludes(json);
     addSocketOption(*options, socket_);
   }
 
@@ -104,6 +115,15 @@ class ShowVerb final : public Verb {
     }
   }
 
+  void printModel(const Agent::AttrLogClient& client) const {
+    std::vector<Agent::InterfaceView> all;
+    for (const auto& [name, copy] : client.interfaces()) all.push_back(viewOf(name, copy));
+    const std::string text =
+        modelJson(all, views(client.interfaces()), client.process(), Mox::now());
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fflush(stdout);
+  }
+
   std::vector<Agent::InterfaceView> views(const Agent::AttrLogCopy::Interfaces& interfaces) const {
     for (const std::string& name : words_) checkKnown(interfaces, name);
     std::vector<Agent::InterfaceView> all;
@@ -117,6 +137,7 @@ class ShowVerb final : public Verb {
   std::vector<std::string> words_;
   bool partNamed_ = false;
   bool json_ = false;
+  bool model_ = false;
   std::string socket_;
 };
 

@@ -236,6 +236,8 @@ def check_installed(system):
     check((system.root / "lib/systemd/system/igmpq.service").is_file(), "there is no unit")
     manual = system.root / "usr/share/doc/igmpq/operating.md"
     check(manual.is_file(), "there is no manual where igmpq(8) names it")
+    rules = system.root / "usr/share/doc/igmpq/examples/igmpq.rules.yml"
+    check(rules.is_file(), "there are no rules for alerts where igmpq-web(1) names them")
     example = system.run(COMMAND, "check", "--example")
     check((system.root / "etc/igmpq/igmpq.toml").read_text() == example, "another example")
 

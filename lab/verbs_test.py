@@ -75,6 +75,25 @@ class VerbsTest(LabTestCase):
         self.assertEqual(2, self.show("counters", "eth0")[0]["joins"])
         self.assertIn(GROUP, self.igmpq("show").stdout)
 
+    def test_show_prints_the_model_of_the_protocol(self):
+        host = self.lab.station(11, 2)
+        querier = self.run_querier(*QUIET)
+        host.join(GROUP)
+        querier.expect("groupJoined", group=GROUP)
+        done = self.igmpq("show", "--rfc8652", "eth0")
+        self.assertEqual((0, ""), (done.returncode, done.stderr))
+        protocols = json.loads(done.stdout)["ietf-routing:routing"]["control-plane-protocols"]
+        igmp, = (each["ietf-igmp-mld:igmp"] for each in protocols["control-plane-protocol"])
+        shown, = igmp["interfaces"]["interface"]
+        self.assertEqual(("eth0", "up", 2, 1000, self.router.address),
+                         tuple(shown[key] for key in ("interface-name", "oper-status", "version",
+                                                      "query-interval", "querier")))
+        group = next(each for each in shown["group"] if each["group-address"] == GROUP)
+        self.assertEqual((host.address, "exclude"), (group["last-reporter"], group["filter-mode"]))
+        self.assertEqual(len(shown["group"]), igmp["global"]["groups-count"])
+        self.assertGreaterEqual(int(igmp["global"]["statistics"]["received"]["report"]), 1)
+        self.assertEqual(2, self.igmpq("show", "--rfc8652", "eth7").returncode)
+
     def test_an_unknown_interface_is_refused_with_the_known_ones(self):
         self.run_querier(*QUIET)
         for arguments in (("show", "groups", "eth7"), ("watch", "eth0", "eth7"),

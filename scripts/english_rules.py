@@ -59,7 +59,7 @@ ALLOWED = (
      "the system call, and its socket"),
     ("*", r"\b(int|accept4?\(|setsockopt\(|bind\(|getsockname\(|close\()\W?listener\b|"
           r"\blisten\(listener\b", "the descriptor that accepts"),
-    ("*", r"-listen\b|acceptor_\.listen\b", "the option and the call, by their usual names"),
+    ("*", r"[-.]listen\b|acceptor_\.listen\b", "the option and the call, by their usual names"),
     ("*.js", r"addEventListener", "the browser's own call"),
     ("*", r"LocalListener", "a local socket that accepts connections"),
     ("*Listener*", r"(?i)listen(s|er|ers)?", "a local socket that accepts connections"),

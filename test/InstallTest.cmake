@@ -52,7 +52,8 @@ function(installTree)
     check_installed(share/man/man1/igmpq.1 share/man/man1/igmpq-run.1
       share/man/man5/igmpq-scenario.5 share/man/man8/igmpq.8
       share/bash-completion/completions/igmpq share/zsh/site-functions/_igmpq
-      lib/systemd/system/igmpq.service lib/sysusers.d/igmpq.conf)
+      lib/systemd/system/igmpq.service lib/sysusers.d/igmpq.conf
+      share/doc/igmpq/examples/igmpq.rules.yml share/doc/igmpq/examples/igmpq.dashboard.json)
   endif()
 endfunction()
 

@@ -117,6 +117,8 @@ Mox::Ptr<Mox::EntityBase> AttrLogCopy::Connection::entityAt(std::string_view pat
     return path == known && isOf(typeName, copy);
   };
   if (isAt(storePath, owner_.storeState_)) return keptOrNew(owner_.storeState_);
+  if (isAt(processStatusPath, owner_.processStatus_)) return keptOrNew(owner_.processStatus_);
+  if (isAt(loopPath, owner_.loop_)) return keptOrNew(owner_.loop_);
   if (isAt(processPath, owner_.process_)) return processIs(owner_.process_, &Interface::process);
   if (isAt(configuredProcessPath, owner_.configuredProcess_)) {
     return processIs(owner_.configuredProcess_, &Interface::configuredProcess);

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <Client/SettingWrite.h>
+#include <Intake/IntakeProcess.h>
+#include <Report/LoopState.h>
 
 #include "AttrLogCopyTestSupport.h"
 
@@ -57,6 +59,28 @@ TEST_F(AttrLogCopyTest, writesNoSettingOfAnIntakeThatTheAgentRefuses) {
   settle();
   EXPECT_EQ(config->maxGroups(), 65536u);
   EXPECT_THAT(why_, HasSubstr("maxGroups: must be a whole number from 1 to 16777216"));
+}
+
+TEST_F(AttrLogCopyTest, holdsWhatAllInterfacesHaveTogether) {
+  interfaceIs("eth0");
+  serve();
+  const auto status = Mox::makePtr<IntakeProcessStatus>();
+  const auto loop = Mox::makePtr<LoopState>();
+  server_->directory().entryIs("intakeProcessStatus", status, Access::readOnly);
+  server_->directory().entryIs("loop", loop, Access::readOnly);
+  EXPECT_EQ(copy_->processStatus(), nullptr);
+  EXPECT_EQ(copy_->loop(), nullptr);
+  copy_->connect();
+  settle();
+  status->groupsMostIs(7);
+  DelayCounts gaps;
+  gaps.add(0.003);
+  loop->gapsIs(gaps);
+  settle();
+  EXPECT_EQ(copy_->processStatus()->groupsMost(), 7u);
+  EXPECT_EQ(copy_->loop()->gaps().counts, gaps.counts);
+  EXPECT_EQ(copy_->loop()->gaps().sum, 0.003);
+  EXPECT_EQ(copy_->process(), nullptr);
 }
 
 }  // namespace

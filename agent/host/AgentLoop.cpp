@@ -60,6 +60,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
                 .process = process_,
                 .batch = batch_,
                 .pending = &pending_,
+                .onQuery = [this](Mox::Seconds delay) { watch_.querySent(delay); },
                 .reportQueries = configured_.agent.queries,
                 .eventScope = scopes.at(configured_.agent.events),
                 .attrLogSm = attrLog_ == nullptr ? nullptr : attrLog_->monitor()},
@@ -128,7 +129,11 @@ std::unique_ptr<RequestServer> AgentLoop::Impl::makeRequestServer(const Setup& s
 RequestServices AgentLoop::Impl::services() {
   return {
       .queriers = [this] { return queriersByName(); },
-      .roots = [this] { return roots(); },
+      .roots =
+          [this] {
+            watch_.publish();
+            return roots();
+          },
       .turn = [this] { handleBatch(); },
       .clearGroups =
           [this](const std::string& interface, std::optional<Ilvo::IpAddr> group) {
@@ -155,7 +160,6 @@ ObjectRoots AgentLoop::Impl::roots() const {
     if (querier->running()) all.emplace_back("querierSm/" + querier->name(), querier->querier());
   }
   all.emplace_back("attrLogSm", attrLog_->monitor());
-  all.emplace_back("loop", state_);
   return all;
 }
 
@@ -166,6 +170,7 @@ void AgentLoop::Impl::publishProcess() {
   directory.entryIs("intakeProcessConfig", process_.config, Access::configurable);
   directory.entryIs("intakeProcessStatus", process_.status, Access::readOnly);
   directory.entryIs("configuredIntakeProcessConfig", configured_.values.process, Access::readOnly);
+  directory.entryIs("loop", watch_.state(), Access::readOnly);
 }
 
 size_t AgentLoop::Impl::clearGroups(const std::string& interface,
@@ -225,7 +230,7 @@ void AgentLoop::Impl::handleBatchIfDue() {
 bool AgentLoop::Impl::handleNext() {
   if (io_.poll_one() == 0 && !io_.stopped()) {
     alarm_.timeIs(wheel_->nextWake());
-    state_->sleepBegins();
+    watch_.sleepBegins();
     io_.run_one();
   }
   return !io_.stopped();
@@ -246,7 +251,7 @@ void AgentLoop::Impl::startNext() {
   const auto found = queriersByName_.find(name);
   if (found == queriersByName_.end()) return;  // the configuration has changed since
   found->second->linkIs(links_.links().find(name));
-  state_->gapDel();
+  watch_.gapDel();
   reportChanges();
 }
 

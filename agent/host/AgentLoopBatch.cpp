@@ -48,15 +48,16 @@ void AgentLoop::Impl::handleBatch() {
   inBatch_ = true;
   seeGap();
   rebuildNext();
-  state_->ringsReadBegins();
+  watch_.ringsReadBegins();
   const Mox::Seconds begin = Mox::now();
   rings_.readReady(batchDuration());
-  state_->ringsReadEnds();
+  watch_.ringsReadEnds();
   if (rebuilding_.empty()) {
     turnWheel(std::min(begin, Mox::now() - std::min(rings_.backlog(), longestBacklog)));
   }
   inBatch_ = false;
   lastBatchEnd_ = Mox::now();
+  watch_.publishIfDue();
   reportChanges();
 }
 

@@ -25,7 +25,7 @@
 
 #include "ConfigPlan.h"
 #include "InterfaceQuerier.h"
-#include "LoopState.h"
+#include "LoopWatch.h"
 #include "SuspendedTime.h"
 #include "WheelAlarm.h"
 
@@ -139,6 +139,7 @@ class AgentLoop::Impl {
   size_t interfaceCount_;
   IntakeProcess process_;
   ReceivedBatch batch_;
+  LoopWatch watch_;
   std::unique_ptr<AttrLogServer> attrLog_;  // null for none, and at the end
   InterfaceQuerier::Services services_;
   Queriers queriers_;  // in the order of the configuration
@@ -148,7 +149,6 @@ class AgentLoop::Impl {
   std::deque<std::string> starting_;         // queriers that have not been given their link yet
   std::unique_ptr<RequestServer> requests_;  // null for none, and at the end
   LinkMonitor links_;
-  const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
   std::deque<std::string> rebuilding_;  // queriers that have not been rebuilt after the last gap
   Mox::Seconds gap_ = 0.0;              // how long that was
   ServiceManager serviceManager_;

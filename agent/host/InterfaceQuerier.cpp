@@ -52,6 +52,7 @@ class InterfaceQuerier::Election final : public QuerierStatus::NotifieeConst {
  public:
   Election(const Mox::Ptr<QuerierStatus>& status, InterfaceState& state)
       : NotifieeConst(status), state_(state) {}
+  void onState() override { state_.roleChangesInc(1); }
   void onElectedQuerierAddr() override {
     state_.electedTimeIs(notifier()->electedQuerierAddr().isZero() ? 0.0 : Mox::now());
   }

@@ -15,6 +15,7 @@
 
 #include <array>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -52,7 +53,9 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
     IntakeProcess& process;
     ReceivedBatch& batch;
     StatusWatcher::Pending* pending = nullptr;  // flushed by the host
-    bool reportQueries = false;                 // an event for each query sent
+    // Called with the time from when a general query was due until it is sent; may be empty.
+    std::function<void(Mox::Seconds delay)> onQuery = {};
+    bool reportQueries = false;  // an event for each query sent
     EventScope eventScope = EventScope::changes;
     Mox::Ptr<Gmp::Igmp::GmpAttrLogSm> attrLogSm = {};  // null where no log is served
   };
@@ -122,6 +125,7 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   void handlePortTimer();
   void handleResendTimer();
   void transmit(const Gmp::Igmp::PublishedQuery& query);
+  void reportDelay() const;
   // False when another attempt may succeed.
   bool send(const Gmp::Igmp::PublishedQuery& query);
   void resendLater(Unsent unsent);

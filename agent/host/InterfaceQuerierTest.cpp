@@ -16,6 +16,7 @@ using Ilvo::IpAddr;
 using Mox::U8;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 const std::vector<U8> generalQuery{0x11, 0x64, 0xee, 0x9b, 0, 0, 0, 0};
 
@@ -90,6 +91,37 @@ TEST_F(InterfaceQuerierTest, reportsQueriesOnRequestOnly) {
   advance(10.0);
   ASSERT_EQ(events_.events().back().kind, Event::querySent);
   EXPECT_EQ(events_.events().back().interface, "eth0");
+}
+
+TEST_F(InterfaceQuerierTest, reportsHowLateGeneralQueriesAre) {
+  up();
+  advance(10.0);
+  EXPECT_THAT(delays_, ElementsAre(0.0));
+  const Mox::Seconds due = status().generalQueryExpiryTime();
+  Mox::virtualTimeIs(due + 0.25);
+  turn();
+  EXPECT_THAT(delays_, ElementsAre(0.0, 0.25));
+  join();
+  receive(Ilvo::buildV2Leave(group, {.src = host}));
+  EXPECT_THAT(delays_, SizeIs(2)) << "of a specific query";
+}
+
+TEST_F(InterfaceQuerierTest, aQueryThatIsNotTransmittedIsNotLate) {
+  intake_->listenOnlyIs(true);
+  up();
+  advance(1000.0);
+  EXPECT_THAT(delays_, IsEmpty());
+}
+
+TEST_F(InterfaceQuerierTest, countsTheChangesOfItsRole) {
+  up();
+  EXPECT_EQ(state().roleChanges(), 1u);
+  for (int i = 0; i < 2; ++i) {
+    receive(Ilvo::buildV2Query(IpAddr(), 100, {.src = lowerAddr}));
+    EXPECT_EQ(state().roleChanges(), 2u);
+  }
+  advance(1000.0);
+  EXPECT_EQ(state().roleChanges(), 3u);
 }
 
 TEST_F(InterfaceQuerierTest, asksForAGroupThatAHostLeaves) {

@@ -56,21 +56,22 @@ class InterfaceQuerierTest : public testing::Test {
     return *querier_;
   }
   const InterfaceQuerier::Services& services() {
-    services_ = std::make_unique<InterfaceQuerier::Services>(
-        InterfaceQuerier::Services{.wheel = wheel_,
-                                   .openPort =
-                                       [this](const Link&, FrameReceiver& receiver) {
-                                         if (!openFails_.empty()) {
-                                           throw std::runtime_error(openFails_);
-                                         }
-                                         receiver_ = &receiver;
-                                         return std::make_unique<Port>(*this);
-                                       },
-                                   .sink = events_,
-                                   .process = process_,
-                                   .batch = batch_,
-                                   .pending = &pending_,
-                                   .reportQueries = reportQueries_});
+    services_ = std::make_unique<InterfaceQuerier::Services>(InterfaceQuerier::Services{
+        .wheel = wheel_,
+        .openPort =
+            [this](const Link&, FrameReceiver& receiver) {
+              if (!openFails_.empty()) {
+                throw std::runtime_error(openFails_);
+              }
+              receiver_ = &receiver;
+              return std::make_unique<Port>(*this);
+            },
+        .sink = events_,
+        .process = process_,
+        .batch = batch_,
+        .pending = &pending_,
+        .onQuery = [this](Mox::Seconds delay) { delays_.push_back(delay); },
+        .reportQueries = reportQueries_});
     return *services_;
   }
   InterfaceSetup setup() const { return {.name = "eth0", .config = config_, .intake = intake_}; }
@@ -126,6 +127,7 @@ class InterfaceQuerierTest : public testing::Test {
   PortCounts counts_;
   int portsOpen_ = 0;
   std::vector<Bytes> sent_;
+  std::vector<Mox::Seconds> delays_;  // of general queries
   FrameReceiver* receiver_ = nullptr;
   StatusWatcher::Pending pending_;
   std::unique_ptr<InterfaceQuerier::Services> services_;

@@ -38,7 +38,18 @@ void InterfaceQuerier::transmit(const PublishedQuery& query) {
                                       " is due, which is no multicast group: not sent");
     return;
   }
+  if (group.isZero()) reportDelay();
   if (!send(query)) resendLater({.query = query, .until = Mox::now() + resendDuration});
+}
+
+// The status still has the time that the query was due at. One that a querier sends because it has
+// become one, perhaps while it is constructed, was not due before.
+void InterfaceQuerier::reportDelay() const {
+  const Seconds due = status_->generalQueryExpiryTime();
+  if (!services_.onQuery || setup_.intake->listenOnly()) return;
+  if (querier_ && due != 0.0 && due <= Mox::now()) {
+    services_.onQuery(Mox::now() - due);
+  }
 }
 
 bool InterfaceQuerier::send(const PublishedQuery& query) {

@@ -1,4 +1,5 @@
 #include <Report/InterfaceState.h>
+#include <Report/LoopState.h>
 #include <Report/StoreState.h>
 
 #include <fstream>
@@ -36,7 +37,7 @@ const char* valueName(Mox::ValueKind kind) {
 template <class E>
 class DocumentedEntityTest : public testing::Test {};
 using Entities = testing::Types<InterfaceState, IntakeConfig, IntakeStatus, IntakeProcessConfig,
-                                IntakeProcessStatus, StoreState>;
+                                IntakeProcessStatus, LoopState, StoreState>;
 TYPED_TEST_SUITE(DocumentedEntityTest, Entities);
 
 // The authors of decoders read the document, which has one line for each attribute.

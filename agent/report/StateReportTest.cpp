@@ -115,6 +115,7 @@ otherVlanFrames           0           -
 sendFailures              5000000000  -
 queriesLost               0           -
 deferredLost              0           -
+roleChanges               0           -
 )");
 }
 

@@ -25,14 +25,6 @@ WebAnswer noInterface(const std::string& name) {
   return webError(404, "there is no interface " + name);
 }
 
-std::optional<size_t> numberOf(std::string_view text) {
-  size_t number = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, number);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return number;
-}
-
 class GroupsBody final : public WebBody {
  public:
   explicit GroupsBody(InterfaceView view) : parts_(std::move(view)) {}
@@ -91,6 +83,14 @@ void appendSettings(JsonObject& json, const Mox::EntityBase* entity) {
 }
 
 }  // namespace
+
+std::optional<size_t> numberOf(std::string_view text) {
+  size_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
 
 WebAnswer agentAnswer(const ApiCall& call) {
   const AgentWatcher& agent = call.state.agent();

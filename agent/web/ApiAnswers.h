@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +19,9 @@ struct ApiCall {
   std::map<std::string, std::string> query = {};
   std::string_view lastEventId = {};
 };
+
+// The whole text as a number.
+std::optional<size_t> numberOf(std::string_view text);
 
 WebAnswer agentAnswer(const ApiCall& call);
 WebAnswer interfacesAnswer(const ApiCall& call);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ApiAnswers.h"
+#include "Metrics.h"
 #include "PageFiles.h"
 #include "WebTarget.h"
 
@@ -33,13 +34,19 @@ constexpr Words<6> groupPath{"api", "v1", "interfaces", "*", "groups", "*"};
 constexpr Words<3> countersPath{"api", "v1", "counters"};
 constexpr Words<3> configPath{"api", "v1", "config"};
 constexpr Words<3> eventsPath{"api", "v1", "events"};
+constexpr Words<1> metricsPath{"metrics"};
 constexpr Words<2> pageKeys{"from", "limit"};
+constexpr Words<1> metricsKeys{"groups"};
 
-constexpr std::array allRoutes{
-    Route{agentPath, {}, agentAnswer},         Route{interfacesPath, {}, interfacesAnswer},
-    Route{interfacePath, {}, interfaceAnswer}, Route{groupsPath, pageKeys, groupsAnswer},
-    Route{groupPath, {}, groupAnswer},         Route{countersPath, {}, countersAnswer},
-    Route{configPath, {}, configAnswer},       Route{eventsPath, {}, eventsAnswer}};
+constexpr std::array allRoutes{Route{agentPath, {}, agentAnswer},
+                               Route{interfacesPath, {}, interfacesAnswer},
+                               Route{interfacePath, {}, interfaceAnswer},
+                               Route{groupsPath, pageKeys, groupsAnswer},
+                               Route{groupPath, {}, groupAnswer},
+                               Route{countersPath, {}, countersAnswer},
+                               Route{configPath, {}, configAnswer},
+                               Route{eventsPath, {}, eventsAnswer},
+                               Route{metricsPath, metricsKeys, metricsAnswer}};
 
 // The names in the place of "*"; nothing where the path is another one.
 std::optional<Names> matched(const Route& route, const Names& path) {

@@ -191,6 +191,12 @@ INSTANTIATE_TEST_SUITE_P(
         WrongCase{"negativeLimit", "/api/v1/interfaces/eth0/groups?limit=-1", 400,
                   "from 1 to 10000"},
         WrongCase{"emptyLimit", "/api/v1/interfaces/eth0/groups?limit=", 400, "from 1 to 10000"},
+        WrongCase{"metricsOfNoGroups", "/metrics?groups=0", 400, "from 1 to 10000"},
+        WrongCase{"metricsOfTooManyGroups", "/metrics?groups=10001", 400, "from 1 to 10000"},
+        WrongCase{"metricsOfSomeGroups", "/metrics?groups=x", 400, "from 1 to 10000"},
+        WrongCase{"metricsOfGroupsTwice", "/metrics?groups=1&groups=2", 400, "not well-formed"},
+        WrongCase{"unknownKeyOfMetrics", "/metrics?group=1", 400, "unknown key: group"},
+        WrongCase{"pathBelowMetrics", "/metrics/eth0", 404, "path"},
         WrongCase{"unknownKey", "/api/v1/interfaces?form=1", 400, "unknown key: form"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 

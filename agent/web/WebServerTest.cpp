@@ -146,6 +146,16 @@ TEST_F(WebServerTest, sendsManyGroupsInChunks) {
   EXPECT_THAT(answer, HasSubstr("239.0.11.183"));
 }
 
+TEST_F(WebServerTest, sendsMetricsOfGroupsThatAreCountedInSteps) {
+  groups(12000);
+  serve();
+  Client& client = connected();
+  client.send(get("/metrics"));
+  const std::string& answer = client.receivedUntil("\r\n0\r\n\r\n");
+  EXPECT_THAT(answer, HasSubstr("Content-Type: text/plain; version=0.0.4; charset=utf-8\r\n"));
+  EXPECT_THAT(answer, HasSubstr("igmp_v3_group_queries_sent_total{interface=\"eth0\"} 0\n"));
+}
+
 // HTTP/1.0 knows no chunks: the end of the connection ends the body.
 TEST_F(WebServerTest, sendsManyGroupsToOldClients) {
   groups(700);
@@ -217,7 +227,8 @@ INSTANTIATE_TEST_SUITE_P(
             "withALongHead",
             "GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(9000, 'x') + "\r\n\r\n",
             "HTTP/1.1 431"},
-        RefusedCase{"ofAnotherProtocol", "\x16\x03\x01\x02\x00\x01\x00\r\n\r\n", "HTTP/1.1 400"},
+        RefusedCase{"ofAnotherProtocol", std::string("\x16\x03\x01\x02\x00\x01\x00\r\n\r\n", 11),
+                    "HTTP/1.1 400"},
         RefusedCase{"withWrongCodes", "GET /%zz HTTP/1.1\r\nHost: localhost\r\n\r\n",
                     "HTTP/1.1 400"},
         RefusedCase{"outsideOfThePage", "GET /../etc/passwd HTTP/1.1\r\nHost: localhost\r\n\r\n",

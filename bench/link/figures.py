@@ -16,11 +16,8 @@ import sys
 from join_figures import join_works
 from loop_figures import loop_works
 from output_figures import output_works
-<<<<<<< HEAD
-from web_figures import web_works
-=======
 from store_figures import store_works
->>>>>>> kills
+from web_figures import web_works
 from world import MEGABYTE, OFTEN_QUERIED, RATE, World, latest_query, measured
 from lab import why_not
 
@@ -116,11 +113,8 @@ def works(tiny):
                          {"wrong": 0, "late_ms": 100, "peak_mb": 250},
                          lambda work=work, hosts=hosts: flood(work, hosts, RATE,
                                                               6 if tiny else 10)))
-<<<<<<< HEAD
-    return rows + join_works(tiny) + loop_works(tiny) + output_works(tiny) + web_works(tiny)
-=======
-    return rows + join_works(tiny) + loop_works(tiny) + output_works(tiny) + store_works(tiny)
->>>>>>> kills
+    return (rows + join_works(tiny) + loop_works(tiny) + output_works(tiny) + store_works(tiny) +
+            web_works(tiny))
 
 
 def main():

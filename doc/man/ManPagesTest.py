@@ -218,7 +218,7 @@ class FormatTest(unittest.TestCase):
         document = (ROOT / "doc/attribute-log.md").read_text("utf-8")
         page = Page("igmpq-attribute-log.5")
         types = re.findall(r"^### (\S+)\n(.*?)(?=^#)", document, re.M | re.S)
-        self.assertEqual(10, len(types))
+        self.assertEqual(11, len(types))
         for name, text in types:
             rows = [line.strip("| ").split(" | ")[:4] for line in text.splitlines()
                     if re.match(r"\| \d", line)]

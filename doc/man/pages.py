@@ -38,10 +38,15 @@ class Page:
         if not rest: names, _, rest = names.partition(" Cm ")
         return ["-" + name for name in names.split(" , ")], rest.replace(" ", "")
 
+    def metrics(self):
+        """The names of metrics that are described."""
+        return {name for line in self.lines
+                for name in re.findall(r"\b(?:igmp|process)_[a-z0-9_]+\b", line)}
+
     def flags_mentioned(self):
         """Every option named anywhere, also where it is not described."""
         return {"-" + name for line in self.lines if line.startswith(".")
-                for name in re.findall(r"(?<= )Fl (-?[a-z][a-z-]*)", " " + line[1:])}
+                for name in re.findall(r"(?<= )Fl (-?[a-z][a-z0-9-]*)", " " + line[1:])}
 
     def rows(self, header):
         """The cells of a table's rows, by the first word of its heading row."""

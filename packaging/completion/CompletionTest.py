@@ -43,7 +43,7 @@ def long_options(verb):
     everything = subprocess.run([COMMAND, verb, "--help-all"], capture_output=True, text=True,
                                 timeout=60, check=False)
     text = everything.stdout if everything.returncode == 0 else igmpq(verb, "--help")
-    return set(re.findall(r"^  (?:-h,)?(--[a-z-]+)", text, re.M))
+    return set(re.findall(r"^  (?:-h,)?(--[a-z0-9-]+)", text, re.M))
 
 
 def machine_interfaces():

@@ -25,8 +25,8 @@ _igmpq_verbs() {
 _igmpq_options() {
   { _igmpq_ask "$1" --help-all || _igmpq_ask "$1" --help; } | sed 's/ \(Excludes\|Needs\): .*//' | sed -n '/^Options:/,$ {
     s/^  -h,--help .*/-h\n--help/p; t
-    s/^  \(--[a-z-]\+\) \([^ =]\+\).*/\1 \2/p; t
-    s/^  \(--[a-z-]\+\).*/\1/p
+    s/^  \(--[a-z0-9-]\+\) \([^ =]\+\).*/\1 \2/p; t
+    s/^  \(--[a-z0-9-]\+\).*/\1/p
   }'
 }
 

@@ -60,7 +60,8 @@ TYPES = {
         attributes(258, "address:addr", "running:flag", "electedTime:seconds", "framesLost:u64",
                    "framesUnparsable:u64", "fragmentsReceived:u64", "otherVlanFrames:u64",
                    "sendFailures:u64", "queriesLost:u64", "deferredLost:u64", "index:u32",
-                   "mac:text", "takenOverTime:seconds", "takenOverGroups:u64"),
+                   "mac:text", "takenOverTime:seconds", "takenOverGroups:u64",
+                   "roleChanges:u64"),
         None),
     "Agent::IntakeConfig": (
         attributes(258, "multicastOnly:flag", "refuseFragments:flag", "ttlOne:flag",
@@ -83,6 +84,15 @@ TYPES = {
         attributes(258, "maxProcessGroups:u32", "maxProcessSources:u32"), None),
     "Agent::IntakeProcessStatus": (
         attributes(258, "groupsMost:u64", "sourcesMost:u64"), None),
+    "Agent::LoopState": (
+        attributes(258, "batches:u64", "longestGap:seconds", "gaps500us:u64", "gaps1ms:u64",
+                   "gaps2ms:u64", "gaps5ms:u64", "gaps10ms:u64",
+                   "gaps20ms:u64", "gaps50ms:u64", "gaps100ms:u64",
+                   "gaps1s:u64", "gapsLonger:u64", "gapSum:seconds",
+                   "queries500us:u64", "queries1ms:u64", "queries2ms:u64",
+                   "queries5ms:u64", "queries10ms:u64", "queries20ms:u64",
+                   "queries50ms:u64", "queries100ms:u64", "queries1s:u64",
+                   "queriesLonger:u64", "querySum:seconds"), None),
     "Agent::StoreState": (
         attributes(258, "formatVersion:u32", "bootId:text", "machineId:text", "complete:flag",
                    "lostTime:seconds", "lostWallClock:seconds", "groups:u64"), None),

@@ -2,7 +2,7 @@
 import {duration} from "./format.js";
 
 // Counters of ordinary traffic, and high-water marks.
-const ordinary = /^(?!error)(joins|.*Sent|.*Received|.*Most)$/;
+const ordinary = /^(?!error)(joins|roleChanges|.*Sent|.*Received|.*Most)$/;
 const mismatchMinutes = 10;
 
 function ofCounters(row) {

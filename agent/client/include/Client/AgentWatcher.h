@@ -40,6 +40,8 @@ class AgentWatcher {
 
   // The copies of its state: as it was at the end, while there is no agent.
   const AttrLogCopy::Interfaces& interfaces() const { return copy_.interfaces(); }
+  // The same, with what all interfaces have together.
+  const AttrLogCopy& copy() const { return copy_; }
   // Whether the copies are those of an agent that runs now.
   bool isCurrent() const { return isCurrent_; }
   // When that became what it is, on the activity clock.

@@ -42,6 +42,8 @@ class AttrLogClient {
   bool settle(std::chrono::seconds longest);
 
   const AttrLogCopy::Interfaces& interfaces() const { return copy_.interfaces(); }
+  // Limits of all interfaces; null when the agent serves none.
+  const Mox::Ptr<IntakeProcessConfig>& process() const { return copy_.process(); }
   // Null when the server is no store.
   const Mox::Ptr<StoreState>& storeState() const { return copy_.storeState(); }
 

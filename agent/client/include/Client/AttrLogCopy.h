@@ -28,6 +28,7 @@
 #include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
 #include <Report/InterfaceState.h>
+#include <Report/LoopState.h>
 #include <Report/StoreState.h>
 
 namespace Agent {
@@ -88,8 +89,12 @@ class AttrLogCopy {
   const Interfaces& interfaces() const { return interfaces_; }
   // Null when the server is no store.
   const Mox::Ptr<StoreState>& storeState() const { return storeState_; }
-  // Calls f(path, entity) for each copy but the state of a store, under the path that the server
-  // has it at.
+  // Of all interfaces together; each is null when the agent serves none. A store keeps neither.
+  const Mox::Ptr<IntakeProcessConfig>& process() const { return process_; }
+  const Mox::Ptr<IntakeProcessStatus>& processStatus() const { return processStatus_; }
+  const Mox::Ptr<LoopState>& loop() const { return loop_; }
+  // Calls f(path, entity) for each copy of what a store keeps, under the path that the server has
+  // it at.
   template <class F>
   void forEachEntry(F f) const {
     for (const auto& each : interfaces_) {
@@ -114,6 +119,8 @@ class AttrLogCopy {
   class Connection;
 
   static constexpr const char* processPath = "intakeProcessConfig";
+  static constexpr const char* processStatusPath = "intakeProcessStatus";
+  static constexpr const char* loopPath = "loop";
   static constexpr const char* configuredProcessPath = "configuredIntakeProcessConfig";
 
   // Calls f(folder, member) for each entity of an interface that the directory has.
@@ -137,6 +144,8 @@ class AttrLogCopy {
   Interfaces interfaces_;
   Mox::Ptr<IntakeProcessConfig> process_;
   Mox::Ptr<IntakeProcessConfig> configuredProcess_;
+  Mox::Ptr<IntakeProcessStatus> processStatus_;
+  Mox::Ptr<LoopState> loop_;
   Mox::Ptr<StoreState> storeState_;
   std::shared_ptr<Connection> connection_;
 };

@@ -34,6 +34,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
     virtual void onMac() {}
     virtual void onTakenOverTime() {}
     virtual void onTakenOverGroups() {}
+    virtual void onRoleChanges() {}
   };
 
   explicit InterfaceState(Mox::Name name) : name_(name) {}
@@ -68,6 +69,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   // When this agent took over the state of one before it, and the groups that it had; 0 for none.
   Mox::Seconds takenOverTime() const { return takenOverTime_; }
   Mox::U64 takenOverGroups() const { return takenOverGroups_; }
+  // Times that the querier has won or lost an election, or began anew.
+  Mox::U64 roleChanges() const { return roleChanges_; }
 
   void addressIs(Ilvo::IpAddr v) { set<&Self::address_>(v); }
   void runningIs(bool v) { set<&Self::running_>(v); }
@@ -90,6 +93,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   void macIs(std::string v) { set<&Self::mac_>(std::move(v)); }
   void takenOverTimeIs(Mox::Seconds v) { set<&Self::takenOverTime_>(v); }
   void takenOverGroupsIs(Mox::U64 v) { set<&Self::takenOverGroups_>(v); }
+  void roleChangesIs(Mox::U64 v) { set<&Self::roleChanges_>(v); }
+  Mox::U64 roleChangesInc(Mox::U64 by) { return inc<&Self::roleChanges_>(by); }
 
  private:
   using Self = InterfaceState;
@@ -108,6 +113,7 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
   std::string mac_;
   Mox::Seconds takenOverTime_ = 0.0;
   Mox::U64 takenOverGroups_ = 0;
+  Mox::U64 roleChanges_ = 0;
 
   friend class Mox::Entity<InterfaceState>;
 
@@ -138,6 +144,8 @@ class InterfaceState final : public Mox::Entity<InterfaceState> {
                 &NotifieeConst::onTakenOverTime, Mox::Unit::time},
       Mox::Attr{"takenOverGroups", &Self::takenOverGroups_, &Self::takenOverGroupsIs,
                 &NotifieeConst::onTakenOverGroups},
+      Mox::Counter{"roleChanges", &Self::roleChanges_, &Self::roleChangesIs, &Self::roleChangesInc,
+                   &NotifieeConst::onRoleChanges},
   };
 };
 

@@ -42,6 +42,8 @@ class ServedAgent {
     server_->directory().entryIs("config/eth0", config_, Access::configurable);
     server_->directory().entryIs("status/eth0", status_, Access::readOnly);
   }
+  // For more entries, while it serves.
+  Mox::NboAttrLog::Directory& directory() { return server_->directory(); }
   void stop() { server_.reset(); }
   size_t clients() const { return server_->peers(); }
   // All that can be done within that time, second by second.

@@ -1,4 +1,4 @@
-// What the event loop does, for operators: `igmpq get loop`.
+// Measures for how long the event loop keeps packets and queries waiting.
 //
 // A gap is the time between two moments at which the loop can take packets from the rings: from
 // the end of one reading of them to the begin of the next, or until the loop sleeps since there is
@@ -7,49 +7,54 @@
 // processor alone, as the loop does not know when it woke. The opening of ports at the start is
 // left out.
 //
-//   state->ringsReadBegins();
+// Every change of the published state is sent to each reader, and sending it is work for the loop
+// that changes it again. So it is published once a second at most, when the loop has a batch to
+// handle anyway, and before a request is answered.
+//
+//   watch.ringsReadBegins();
 //   rings.readReady();
-//   state->ringsReadEnds();
+//   watch.ringsReadEnds();
 //   ...
-//   state->sleepBegins();
+//   watch.publishIfDue();
+//   watch.sleepBegins();
 #pragma once
 
-#include <algorithm>
-
-#include <Mox/AttrTable.h>
-#include <Mox/TypeInfo.h>
+#include <MoxBase/Ptr.h>
 #include <MoxBase/Types.h>
+#include <Report/LoopState.h>
 
 namespace Agent {
 
-class LoopState final : public Mox::ObjectOf<LoopState> {
+class LoopWatch {
  public:
-  static constexpr const char* entityTypeName = "Agent::LoopState";
+  static constexpr Mox::Seconds publishInterval = 1.0;
 
-  Mox::U64 batches() const { return batches_; }
-  Mox::Seconds longestGap() const { return longestGap_; }
+  const Mox::Ptr<LoopState>& state() const { return state_; }
 
   void ringsReadBegins();
   void ringsReadEnds();
   void sleepBegins();
   // What the loop does now is no gap: it opens its ports at the start.
   void gapDel() { gapBegin_ = Mox::never; }
+  // A general query is sent, so long after it was due.
+  void querySent(Mox::Seconds delay) { queryDelays_.add(delay); }
+
+  void publishIfDue();
+  void publish();
 
  private:
-  using Self = LoopState;
-
   void gapEnds();
 
+  const Mox::Ptr<LoopState> state_ = Mox::makePtr<LoopState>();
   Mox::U64 batches_ = 0;
   Mox::Seconds longestGap_ = 0.0;
+  DelayCounts gaps_;
+  DelayCounts queryDelays_;
   bool hasSlept_ = false;
   // Since when the gap lasts: on the activity clock, or on that of this thread's processor time
   // where the loop has slept.
   Mox::Seconds gapBegin_ = Mox::never;
-
- public:
-  static constexpr auto attributes = Mox::attrTableFrom<130>(
-      Mox::Part{"batches", &Self::batches_}, Mox::Part{"longestGap", &Self::longestGap_});
+  Mox::Seconds published_ = 0.0;
 };
 
 }  // namespace Agent
