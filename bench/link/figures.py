@@ -37,7 +37,7 @@ def refresh(groups, records=1, sources=0, rate=RATE, seconds=3):
         figures = {}
         with measured(world, figures, records * max(sources, 1)) as count:
             count.append(world.send("refresh", rate=rate, seconds=seconds, **work))
-        figures["lost"] = world.counters()["framesLost"]
+        figures["lost"] = world.lost()
         return figures
 
 
@@ -45,7 +45,7 @@ def burst(groups):
     with World() as world:
         world.send("joins", groups=groups, hosts=100)
         world.settle()
-        return {"missing": groups - len(world.groups()), "lost": world.counters()["framesLost"]}
+        return {"missing": groups - len(world.groups()), "lost": world.lost()}
 
 
 def minute(groups, rate, seconds):
@@ -54,7 +54,7 @@ def minute(groups, rate, seconds):
         world.send("refresh", groups=groups, rate=rate, seconds=seconds)
         world.settle()
         return {"missing": groups - len(world.groups()), "softnet": softnet_drops() - drops,
-                "lost": world.counters()["framesLost"]}
+                "lost": world.lost()}
 
 
 def honest_hosts(world, link, count, seconds):
@@ -85,7 +85,7 @@ def flood(work, hosts, rate, seconds):
         attack.communicate()
         return {"wrong": wrong, "peak_mb": world.memory_bytes("VmHWM") / MEGABYTE,
                 "late_ms": max(map(latest_query, captures)) * 1000,
-                "lost": world.counters()["framesLost"]}
+                "lost": world.lost()}
 
 
 # Each with the budgets of its figures; a figure without a budget is shown only.

@@ -92,6 +92,11 @@ class World:
     def counters(self):
         return self.shown("counters", "eth0")[0]
 
+    def lost(self):
+        """The agent takes the ring's count about once a second."""
+        time.sleep(3)
+        return self.counters()["framesLost"]
+
     def start(self, work, link=0, **options):
         words = [f"--{key.replace('_', '-')}={value}" for key, value in options.items()]
         return self.lab.spawn(self.hosts, "taskset", "-c", SENDER_CPU, LINK_LOAD, f"load{link}",
