@@ -23,7 +23,9 @@ StatusWatcher::~StatusWatcher() {
 }
 
 void StatusWatcher::markPending() {
-  if (pending_ == nullptr || std::exchange(isPending_, true)) return;
+  if (pending_ == nullptr) return;
+  ++pending_->changes_;
+  if (std::exchange(isPending_, true)) return;
   pending_->watchers_.push_back(this);
 }
 
@@ -33,6 +35,7 @@ void StatusWatcher::flush() { journal_->flush(); }
 // The changes of a batch have one time.
 void StatusWatcher::Pending::flush() {
   const Mox::StandingClock oneTime;
+  changes_ = 0;
   std::swap(watchers_, flushed_);
   for (StatusWatcher*& watcher : flushed_) {
     if (watcher == nullptr) continue;

@@ -70,6 +70,7 @@ void InterfaceQuerier::rxBatchEnd() {
   for (size_t i = 0; i < packets.size(); ++i) {
     prefetch(i + GroupLookahead::ahead);
     handIn(packets[i]);
+    if (services_.pending != nullptr) services_.pending->flushIfMany();
   }
   services_.batch.clear();
 }

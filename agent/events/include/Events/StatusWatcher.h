@@ -39,10 +39,19 @@ class StatusWatcher {
   // The watchers that have changes to report. It outlives them.
   class Pending {
    public:
+    // How many changes wait at most while packets are handled: to report them keeps the loop from
+    // its rings.
+    static constexpr size_t mostChanges = 1024;
+
     void flush();
+    // Between two packets of a batch.
+    void flushIfMany() {
+      if (changes_ >= mostChanges) flush();
+    }
 
    private:
     friend class StatusWatcher;
+    size_t changes_ = 0;  // at least as many as there are notes
     std::vector<StatusWatcher*> watchers_;
     std::vector<StatusWatcher*> flushed_;  // empty between two flushes
   };
