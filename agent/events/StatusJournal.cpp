@@ -9,6 +9,7 @@ namespace Agent {
 
 using Gmp::Igmp::filterModeExclude;
 using Gmp::Igmp::filterModeInclude;
+using Gmp::Igmp::igmpVersionUnknown;
 using Gmp::Igmp::QuerierStatus;
 using Mox::AttrId;
 using Mox::EntityBase;
@@ -51,8 +52,7 @@ StatusJournal::StatusJournal(std::string interface, Ptr<const QuerierStatus> sta
       status_(std::move(status)),
       sink_(sink),
       scope_(scope),
-      watcher_(watcher),
-      usualVersion_(status_->querierVersion()) {
+      watcher_(watcher) {
   status_->treeNotifieeAdd(this);
   begin(first);
 }
@@ -77,7 +77,9 @@ void StatusJournal::noteKnown(const Group& group) {
   noteVersion(group);
 }
 
+// The querier has no version before its machine runs, but has no groups then either.
 void StatusJournal::noteVersion(const Group& group) {
+  if (usualVersion_ == igmpVersionUnknown) usualVersion_ = status_->querierVersion();
   if (group.compatibilityMode() == usualVersion_) {
     otherVersions_.erase(group.groupAddr());
   } else {

@@ -100,7 +100,7 @@ class StatusJournal final : public Mox::TreeNotifiee {
   const EventScope scope_;
   StatusWatcher& watcher_;
   // The version that was reported last of each group, as far as it is not the usual one.
-  const Gmp::Igmp::IgmpVersion usualVersion_;
+  Gmp::Igmp::IgmpVersion usualVersion_ = Gmp::Igmp::igmpVersionUnknown;
   Mox::HashMap<Addr, Gmp::Igmp::IgmpVersion> otherVersions_;
   std::vector<Line> lines_;
   std::vector<GroupNote> groups_;
