@@ -13,7 +13,7 @@ namespace {
 
 // How long timers may keep the loop from the rings. Those that are left over are due at once. One
 // may begin just before that and take as long again.
-constexpr Mox::Seconds turnQuantum = 0.0015;
+constexpr Mox::Seconds turnQuantum = 0.001;
 constexpr size_t timersOfTurn = 2;  // between two looks at the clock
 // A batch of packets takes no longer, so that timers that are due do not wait.
 constexpr Mox::Seconds longestBatch = 0.05;
