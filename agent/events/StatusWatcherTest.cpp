@@ -373,6 +373,21 @@ TEST_F(PendingWatchersTest, areFlushedOnce) {
   EXPECT_THAT(flushed(), IsEmpty());
 }
 
+TEST_F(PendingWatchersTest, areFlushedEarlyOnceManyChangesWait) {
+  flushed();
+  const auto changed = [this](size_t changes) {
+    for (size_t i = 0; i < changes; ++i) {
+      firstStatus_->groupIs(IpAddr(239, 3, static_cast<Mox::U8>(i >> 8), static_cast<Mox::U8>(i)));
+    }
+    pending_.flushIfMany();
+    return events_.taken().size();
+  };
+  const size_t most = StatusWatcher::Pending::mostChanges;
+  EXPECT_EQ(changed(most - 1), 0u);
+  EXPECT_EQ(changed(most), most);
+  EXPECT_EQ(changed(most), 0u);  // all are there already
+}
+
 TEST_F(PendingWatchersTest, mayEndBeforeTheirFlush) {
   firstStatus_->groupIs(group);
   first_ = std::nullopt;

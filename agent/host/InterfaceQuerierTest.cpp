@@ -270,6 +270,24 @@ TEST_F(InterfaceQuerierTest, handlesABatchInItsOrderWhenItIsComplete) {
   EXPECT_EQ(status().v2ReportReceived(), 2u * count);
 }
 
+// Many events at once would keep the loop from the packets of other interfaces.
+TEST_F(InterfaceQuerierTest, reportsManyChangesBetweenThePacketsOfABatch) {
+  constexpr size_t count = 3 * StatusWatcher::Pending::mostChanges / 2;
+  up();
+  turn();
+  events_.taken();
+  for (size_t i = 0; i < count; ++i) {
+    const IpAddr joined(239, 2, static_cast<U8>(i >> 8), static_cast<U8>(i));
+    const Bytes report = Ilvo::buildV2Report(joined, {.src = host});
+    receiver_->rxPacket({.frame = {}, .packet = report, .outgoing = false});
+  }
+  receiver_->rxBatchEnd();
+  const size_t early = events_.taken().size();
+  EXPECT_GT(early, 0u);
+  turn();
+  EXPECT_EQ(early + events_.taken().size(), count);
+}
+
 TEST_F(InterfaceQuerierTest, learnsMembersOnItsOwnMachine) {
   up();
   receiveOutgoing(Ilvo::buildV2Report(group, {.src = ourAddr}));
