@@ -211,6 +211,9 @@ class CommandTest(unittest.TestCase):
     def test_a_store_shows_or_forgets(self):
         self.expect_bad_use(["store", "--show", "--forget", "eth0"], "--show excludes --forget")
 
+    def test_a_store_forgets_nothing_without_a_name(self):
+        self.expect_bad_use(["store", "--forget", ""], "--forget needs the name of an interface")
+
     def test_requests_look_beside_the_attribute_log(self):
         for arguments in (["call", "eth0", "clearCounters"], ["trace"], ["trace", "--follow"],
                           ["reload"], ["show", "config"],

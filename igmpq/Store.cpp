@@ -50,7 +50,8 @@ class StoreVerb final : public Verb {
         "  sudo igmpq store                   keeps the state of root's agent until a signal\n"
         "  sudo igmpq store --show            what it keeps\n"
         "  sudo igmpq store --forget eth0     the next agent begins without the groups of eth0\n"
-        "An agent that is started with the store's socket continues with that state.\n"
+        "An agent continues with that state if it is started with the store's socket:\n"
+        "  sudo igmpq run eth0 --store /run/igmpq-store/store.sock\n"
         "Exit status: 0 ok or ended by a signal, 1 failure (no store, no permission, no socket), 2 "
         "bad\nuse.\n");
     options->add_option("--socket", socket_, "the store's own")
@@ -104,6 +105,8 @@ class StoreVerb final : public Verb {
   }
 
   int forget() {
+    // A request without a name would be one for all interfaces.
+    if (forgotten_.empty()) throw BadUse("--forget needs the name of an interface");
     Agent::EventLoop loop;
     // Where there is none, the error names the store.
     const Agent::Descriptor store = Agent::connectToStore(socket_);

@@ -35,6 +35,11 @@ REBUILD = Point("the rebuilding of groups",
                 "Gmp::Igmp::QuerierSm::handleQuerierGroupStatus(Ilvo::IpAddr)", call=HALF)
 FIRST_WALK = Point("the first walk for the store", "Mox::NboAttrLog::EntitySa::sendMember",
                    call=HALF)
+# Interfaces are started one after the other, and the store is sent the state meanwhile: it connects
+# within 0.2 s, and the kernel takes more than a millisecond for each.
+OTHERS = [f"other{number}" for number in range(250)]
+START = Point("the start of the last interface", "Agent::InterfaceQuerier::linkIs",
+              call=len(OTHERS) + 1)
 ELECTION = Point("a lost election", "Gmp::Igmp::QuerierSm::doQuerierElection", at_end=True)
 # The first call is of the constructor.
 HAND_OVER = Point("the end of another querier", "Gmp::Igmp::QuerierSm::handleOtherQuerierTimer",
@@ -98,9 +103,9 @@ class KillPointTest(TakeOverTestCase):
         super().setUp()
         self.lower = self.lab.station(1)
 
-    def agent_to_kill(self, point, *options):
+    def agent_to_kill(self, point, *options, **others):
         return KilledQuerier(self.router, point, *(options or QUIET), "--store", self.socket,
-                             path=self.agent_socket)
+                             path=self.agent_socket, **others)
 
     def wait_killed(self, agent):
         self.kills.append((agent.point.name, agent.wait_killed()))
@@ -193,6 +198,17 @@ class KillPointTest(TakeOverTestCase):
     def test_in_the_adoption(self):
         before = self.leave_many()
         self.wait_killed(self.agent_to_kill(ADOPTION))
+        self.assert_continued(before)
+
+    def test_before_the_last_interface_is_started(self):
+        before = self.leave_many()
+        lines = []
+        for number, name in enumerate(OTHERS):
+            lines += [f"link add name {name} type veth peer name {name}p", f"link set {name} up",
+                      f"link set {name}p up", f"address add 10.200.{number}.1/24 dev {name}"]
+        subprocess.run(("ip", "-n", self.router.namespace, "-batch", "-"), text=True, check=True,
+                       input="\n".join(lines) + "\n")
+        self.wait_killed(self.agent_to_kill(START, verb=("run", *OTHERS, "eth0")))
         self.assert_continued(before)
 
     def test_in_a_lost_election(self):

@@ -8,6 +8,7 @@
 #include <Local/LocalPeer.h>
 #include <Local/LocalSocket.h>
 #include <Local/MachineIdentity.h>
+#include <Mox/ActivityClock.h>
 #include <NboAttrLog/Frame.h>
 
 namespace Agent {
@@ -38,11 +39,8 @@ class StoreReading {
            copy_.path(), peerUser(socket.fd()));
     }
     copy_.connect(std::move(socket));
-    if (!loop_.runUntil(hasBegun_, patience.begin)) failLate(patience.begin, "did not begin");
-    if (!loop_.runUntil(isComplete_, patience.complete)) {
-      failLate(patience.complete,
-               isCurrent_ ? "has an agent that has not ended" : "did not send all that it has");
-    }
+    waitUntil(hasBegun_, patience.begin);
+    waitUntil(isComplete_, patience.complete);
     return {.interfaces = copy_.interfaces(), .lostTime = copy_.storeState()->lostTime()};
   }
 
@@ -52,13 +50,26 @@ class StoreReading {
     throw std::runtime_error(fmt::format(why, std::forward<Args>(args)...));
   }
 
-  [[noreturn]] void failLate(std::chrono::nanoseconds waited, const char* what) const {
+  [[noreturn]] void failLate() const {
     if (loop_.isStopped()) fail("a signal came first");
-    fail("the store at {} {} within {} s", copy_.path(), what, secondsOf(waited));
+    const char* what = "did not begin";
+    if (hasBegun_) {
+      what = isCurrent_ ? "has an agent that has not ended" : "did not send all that it has";
+    }
+    fail("the store at {} {} within {} s", copy_.path(), what, secondsOf(patience_));
   }
 
-  // The state of the store is the first entry, and one frame has all of it.
+  void waitUntil(const bool& done, std::chrono::nanoseconds longest) {
+    patience_ = longest;
+    deadline_ = Mox::now() + secondsOf(longest);
+    if (!loop_.runUntil(done, longest)) failLate();
+  }
+
+  // The loop handles what has arrived before it looks at the time: a store that goes on sending
+  // would keep it from that. The state of the store is the first entry, and one frame has all of
+  // it.
   void handleInput() {
+    if (Mox::now() > deadline_) failLate();
     if (!hasBegun_) begin();
     if (!hasBegun_ || !isCurrent_) return;
     const bool isLost = copy_.storeState()->lostTime() != 0.0;
@@ -103,6 +114,8 @@ class StoreReading {
 
   EventLoop& loop_;
   AttrLogCopy copy_;
+  std::chrono::nanoseconds patience_{};  // of what it waits for now
+  Mox::Seconds deadline_ = 0.0;
   bool hasBegun_ = false;
   bool isCurrent_ = false;
   bool isAsked_ = false;

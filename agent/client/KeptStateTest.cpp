@@ -152,6 +152,22 @@ TEST_F(KeptStateTest, isNotThatOfAnAgentThatRuns) {
   expectRefused(" has an agent that has not ended within 0 s");
 }
 
+// There is always more to be read, and so the loop never waits.
+TEST_F(KeptStateTest, isNotThatOfAStoreThatSendsWithoutAnEnd) {
+  state_->lostTimeIs(0.0);
+  serveStore();
+  Mox::U32 rounds = 10000;
+  std::function<void()> later = [&] {
+    if (--rounds == 0) return state_->lostTimeIs(999.0);
+    status_->groupIs(Ilvo::IpAddr(0xe8000000u + rounds));
+    Mox::virtualTimeIs(Mox::now() + 0.1);
+    boost::asio::post(loop_->io(), later);
+  };
+  later();
+  EXPECT_THAT([&] { keptState(*loop_, path_); },
+              failure("the store at " + path_ + " has an agent that has not ended within 10 s"));
+}
+
 TEST_F(KeptStateTest, isNotThatOfAnotherMachine) {
   state_->machineIdIs("0123456789abcdef0123456789abcdef");
   expectRefused(" keeps the state of another machine");

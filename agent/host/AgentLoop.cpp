@@ -80,6 +80,7 @@ AgentLoop::Impl::Impl(const Setup& setup, EventSink& sink)
     queriers_.push_back(std::make_unique<InterfaceQuerier>(services_, made));
     InterfaceQuerier& querier = *queriers_.back();
     queriersByName_.emplace(name, &querier);
+    if (const Link* link = links_.links().find(name)) querier.publishLink(*link);
     publish(querier, configured_.interfaces.at(name).values);
   }
   if (links_.isWhole()) starting_.assign(configured_.names.begin(), configured_.names.end());

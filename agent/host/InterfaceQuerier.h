@@ -70,6 +70,10 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   const Mox::Ptr<IntakeConfig>& intakeConfig() const { return setup_.intake; }
   const Mox::Ptr<IntakeStatus>& intakeStatus() const { return intakeStatus_; }
 
+  // Publishes whose state this is, before the interface is started: an agent that is killed first
+  // leaves the state in a store, and the next one takes it over only if it is that of the same
+  // interface.
+  void publishLink(const Link& link);
   // Opens the port where the interface can carry the querier now, which begins with the next
   // linkIs: for a host that must know before that it can be opened. Throws std::runtime_error.
   void prepare(const Link* link);
@@ -110,7 +114,6 @@ class InterfaceQuerier final : private FrameReceiver, private IntakeWatcher {
   };
   enum class Presence { unknown, up, down, gone };
 
-  void publishLink(const Link& link);
   void start();
   void makeQuerier();
   void querierDel();

@@ -51,6 +51,7 @@ bool leavePassedSources(QuerierGroupStatus& group, const PassedTime& time, Secon
 
 std::string whyAnother(const InterfaceState& kept, const Link* link) {
   if (link == nullptr) return "there is no such interface now";
+  if (kept.index() == 0) return "that agent had no such interface";
   if (kept.index() != link->index) {
     return fmt::format("the interface is another one: its index is {}, not {}", link->index,
                        kept.index());

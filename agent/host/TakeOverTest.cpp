@@ -184,6 +184,12 @@ TEST_F(WhyAnotherTest, anotherIndexIsAnotherInterface) {
                                             std::to_string(link_.index + 1));
 }
 
+TEST_F(WhyAnotherTest, anInterfaceThatWasNotThereIsAnother) {
+  kept_->indexIs(0);
+  kept_->macIs("");
+  EXPECT_EQ(whyAnother(*kept_, &link_), "that agent had no such interface");
+}
+
 TEST_F(WhyAnotherTest, anotherMacIsAnotherInterface) {
   kept_->macIs("02:00:00:00:00:03");
   EXPECT_EQ(whyAnother(*kept_, &link_),

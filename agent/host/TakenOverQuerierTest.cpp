@@ -64,6 +64,17 @@ TEST_F(TakenOverQuerierTest, publishesWhenAndWithHowManyGroups) {
   EXPECT_EQ(state().takenOverGroups(), 1u);
 }
 
+// An agent that is killed before it starts the interface has left the state of that interface.
+TEST_F(TakenOverQuerierTest, publishesWhoseStateItIsBeforeTheInterfaceIsStarted) {
+  leave(true);
+  takeOver();
+  const Link link = linkWith(ourAddr);
+  querier().publishLink(link);
+  EXPECT_EQ(state().index(), link.index);
+  EXPECT_EQ(state().mac(), "02:00:00:00:00:02");
+  EXPECT_FALSE(querier().running());
+}
+
 TEST_F(TakenOverQuerierTest, isAnEventAndItsGroupsAreNone) {
   leave(true);
   takeOver();

@@ -60,7 +60,7 @@ def asked(world, *words):
 
 @contextlib.contextmanager
 def on_sender_cpu():
-    """What is started in it leaves the agent's processor to the agent."""
+    """Processes that are started in it leave the agent's processor to the agent."""
     before = os.sched_getaffinity(0)
     os.sched_setaffinity(0, {SENDER_CPU})
     try:
@@ -71,9 +71,10 @@ def on_sender_cpu():
 
 def longest_gap(groups, interval):
     """Groups that expire together, all kinds of readers, and reports on another interface."""
-    with on_sender_cpu(), World("--max-groups", "1048576", "--query-interval", str(interval), "--ring-size", "65536",
+    options = ("--max-groups", "1048576", "--query-interval", str(interval), "--ring-size", "65536",
                "--query-response-interval", str(interval / 5), "--startup-query-interval",
-               str(interval)) as world:
+               str(interval))
+    with on_sender_cpu(), World(*options) as world:
         load = world.start("refresh", 1, groups=1000, first_host=2_000_000, rate=50_000,
                            seconds=3600)
         world.send("joins", groups=groups, records=GROUPS_OF_FRAME, rate=4_000)
