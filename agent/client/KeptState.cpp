@@ -17,6 +17,8 @@ namespace {
 
 using Mox::NboAttrLog::protocolVersion;
 
+constexpr std::chrono::milliseconds connectPause(20);
+
 double secondsOf(std::chrono::nanoseconds duration) {
   return std::chrono::duration<double>(duration).count();
 }
@@ -33,13 +35,14 @@ class StoreReading {
                                  const std::string& why) { handleEnd(end, why); }}) {}
 
   KeptState read(const StorePatience& patience) {
-    Descriptor socket = connectToStore(copy_.path());
+    std::chrono::nanoseconds left = patience.begin;
+    Descriptor socket = connected(left);
     if (!isPeerTrusted(socket.fd())) {
       fail("the store at {} runs as {}: it must run as root or as the user of this agent",
            copy_.path(), peerUser(socket.fd()));
     }
     copy_.connect(std::move(socket));
-    waitUntil(hasBegun_, patience.begin);
+    waitUntil(hasBegun_, left);
     waitUntil(isComplete_, patience.complete);
     return {.interfaces = copy_.interfaces(), .lostTime = copy_.storeState()->lostTime()};
   }
@@ -48,6 +51,20 @@ class StoreReading {
   template <class... Args>
   [[noreturn]] static void fail(fmt::format_string<Args...> why, Args&&... args) {
     throw std::runtime_error(fmt::format(why, std::forward<Args>(args)...));
+  }
+
+  // A store that starts at the same time as this agent may serve a moment later: both were killed.
+  Descriptor connected(std::chrono::nanoseconds& left) {
+    const bool isNever = false;
+    for (; left > connectPause; left -= connectPause) {
+      try {
+        return connectToStore(copy_.path());
+      } catch (const ConnectError&) {
+        loop_.runUntil(isNever, connectPause);
+        if (loop_.isStopped()) failLate();
+      }
+    }
+    return connectToStore(copy_.path());
   }
 
   [[noreturn]] void failLate() const {

@@ -191,6 +191,13 @@ TEST_F(KeptStateTest, withoutAStoreItSaysHowToStartOne) {
                   "; start one with `systemctl start igmpq-store` or `igmpq store`"));
 }
 
+TEST_F(KeptStateTest, isReadFromAStoreThatStartsAMomentLater) {
+  boost::asio::post(loop_->io(), [this] { serveStore(); });
+  const KeptState kept =
+      keptState(*loop_, path_, {.begin = std::chrono::hours(1), .complete = {}});
+  EXPECT_EQ(kept.interfaces.size(), 1u);
+}
+
 TEST_F(KeptStateTest, isNotWhatAnAgentServes) {
   serve().entryIs("status/eth0", status_, Access::readOnly);
   EXPECT_THAT([&] { read(); }, failure("what serves " + path_ + " is no store"));
