@@ -1,6 +1,6 @@
 // The page: keeps what it shows in step with the server.
 import {follow, groupsPath, known} from "./api.js";
-import {duration, element, moment, secondsUntil, timeOfDay} from "./format.js";
+import {duration, element, mark, moment, secondsUntil, timeOfDay} from "./format.js";
 import {GroupList} from "./groups.js";
 import {Problems} from "./problems.js";
 
@@ -17,6 +17,7 @@ const state = {agent: null, interfaces: [], counters: []};
 const changed = new Map();  // groups by interface
 let isGathering = false;
 
+const markedColumns = new Set(["Address", "Role", "Elected querier", "Version"]);
 const columns = [
   ["Interface", (each) => each.interface],
   ["Address", (each) => each.address ?? "-"],
@@ -26,6 +27,7 @@ const columns = [
       each.querierUpSeconds === null ? null : -secondsUntil(each.since))],
   ["Version", (each) => String(each.querierVersion)],
   ["Next query", (each) => duration(secondsUntil(each.next))],
+  ["Other expires", (each) => duration(secondsUntil(each.otherExpires))],
   ["Groups", (each) => String(each.groupCount)]];
 
 function showInterfaces() {
@@ -33,11 +35,14 @@ function showInterfaces() {
   while (body.rows.length > state.interfaces.length) body.deleteRow(-1);
   state.interfaces.forEach((each, at) => {
     const row = body.rows[at] ?? body.insertRow();
+    const isKnown = row.cells[0]?.textContent === each.interface;
     columns.forEach(([name, column], number) => {
       const cell = row.cells[number] ?? row.insertCell();
       cell.dataset.name = name;  // for a narrow screen, which has no head
       const text = column(each);
-      if (cell.textContent !== text) cell.textContent = text;
+      if (cell.textContent === text) return;
+      cell.textContent = text;
+      if (isKnown && markedColumns.has(name)) mark(cell);
     });
   });
 }
@@ -65,6 +70,7 @@ async function loadState() {
     for (const each of interfaces) {
       each.since = moment(-(each.querierUpSeconds ?? 0));
       each.next = moment(each.nextQuerySeconds);
+      each.otherExpires = moment(each.otherQuerierExpirySeconds);
     }
     const before = state.interfaces.map((each) => each.interface).join();
     Object.assign(state, {agent, interfaces, counters});

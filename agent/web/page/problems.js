@@ -1,16 +1,23 @@
 // Everything that an operator should look at first, from the state as it is now.
 import {duration} from "./format.js";
 
-// Counters of ordinary traffic, and high-water marks.
-const ordinary = /^(?!error)(joins|roleChanges|.*Sent|.*Received|.*Most)$/;
+// Counters of ordinary traffic, also of other links on the same wire, and high-water marks.
+const ordinary = /^(?!error)(joins|roleChanges|otherVlanFrames|.*Sent|.*Received|.*Most)$/;
+// What the others mean; the first that fits.
+const meanings = [
+  ["limits reached", /Limit$/], ["packets or queries lost", /(Lost|Failures)$/],
+  ["to look into", /^(querierTimes|newQuerier|ownAddress)$/], ["packets refused", /./]];
 const mismatchMinutes = 10;
 
 function ofCounters(row) {
   const counts = Object.entries(row).filter(
       ([name, value]) => typeof value === "number" && value > 0 && !ordinary.test(name));
-  if (counts.length === 0) return [];
-  const list = counts.map(([name, value]) => `${name} ${value}`).join(", ");
-  return [`${row.interface}: packets refused or lost, or limits reached: ${list}`];
+  const texts = new Map();
+  for (const [name, value] of counts) {
+    const [meaning] = meanings.find(([, pattern]) => pattern.test(name));
+    texts.set(meaning, [...texts.get(meaning) ?? [], `${name} ${value}`]);
+  }
+  return [...texts].map(([meaning, list]) => `${row.interface}: ${meaning}: ${list.join(", ")}`);
 }
 
 function ofInterface(each) {
