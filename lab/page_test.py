@@ -29,7 +29,7 @@ SCENE = (("224.0.1.129", ()), ("232.9.4.1", ("198.51.100.20",)), ("239.69.0.7", 
          ("239.255.255.250", ()), ("239.192.17.3", ()))
 ENOUGH_CONTRAST = 4.5  # for text of this size (WCAG 2.1, 1.4.3)
 WAIT = 60  # seconds at most, where browsers are slow
-ARROW_DOWN, END = "\ue015", "\ue010"
+TAB, ARROW_DOWN, END = "\ue004", "\ue015", "\ue010"
 ROWS = "return [...document.querySelectorAll('#groups .row')].map((row) => row.innerText)"
 TEXT = "return document.getElementById(arguments[0]).innerText"
 # Each text that can be seen, with its contrast to the background behind it.
@@ -281,7 +281,12 @@ class PageTest(LabTestCase):
     def test_can_be_used_with_keys_alone(self):
         for group in (GROUP, OTHER): self.old.join(group)
         for group in (GROUP, OTHER): self.wait_row(group)
-        self.browser.script("document.getElementById('groups').focus()")
+        reached = []
+        for _ in range(10):
+            self.browser.press([TAB])
+            reached.append(self.browser.script("return document.activeElement.id"))
+            if reached[-1] == "groups": break
+        self.assertEqual(["search", "groups"], reached[-2:])
         self.browser.press([ARROW_DOWN])
         self.wait_text("detail", f"{GROUP} on eth0")
         self.browser.press([END])
