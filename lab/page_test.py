@@ -196,9 +196,23 @@ class PageTest(LabTestCase):
         self.wait_text("problems", "eth0: to look into: newQuerier 1")
         marked = "return [...document.querySelectorAll('td.new')].map((each) => each.dataset.name)"
         self.assertIn("Role", self.browser.script(marked))
+        self.assert_silent_while_times_pass()
         expires = "return document.querySelector('[data-name=\"Other expires\"]').innerText"
         wait_until(lambda: self.browser.script(expires).endswith("s"), WAIT, "the time left of it")
         self.assert_sound()
+
+    def assert_silent_while_times_pass(self):
+        """A screen reader reads anew what changes in such an element."""
+        self.browser.script("""
+            window.said = [];
+            const observer = new MutationObserver((all) => window.said.push(
+                ...all.map((each) => each.target.textContent)));
+            for (const each of document.querySelectorAll("[role=status], [aria-live]"))
+                observer.observe(each, {childList: true, characterData: true, subtree: true});""")
+        for _ in range(2):
+            before = self.text("since")
+            wait_until(lambda before=before: self.text("since") != before, WAIT, "the next second")
+        self.assertEqual([], self.browser.script("return window.said"))
 
     def test_a_row_stays_and_shows_what_changes(self):
         self.new.join(WANTED, SENDER)

@@ -58,8 +58,10 @@ function showHead() {
 function showAgent() {
   const {agent} = state;
   byId("agent").className = agent?.connected ? "on" : "off";
-  byId("agent").textContent = agent?.connected
-      ? `agent connected for ${duration(agent.sinceSeconds)}` : "no agent";
+  // A screen reader says what changes there; it need not count the seconds.
+  const text = agent?.connected ? "agent connected" : "no agent";
+  if (byId("agent").textContent !== text) byId("agent").textContent = text;
+  byId("since").textContent = agent ? `for ${duration(agent.sinceSeconds)}` : "";
 }
 
 async function loadState() {

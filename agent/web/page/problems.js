@@ -1,5 +1,5 @@
 // Everything that an operator should look at first, from the state as it is now.
-import {duration} from "./format.js";
+// Without durations: a screen reader would say the list again each second.
 
 // Counters of ordinary traffic, also of other links on the same wire, and high-water marks.
 const ordinary = /^(?!error)(joins|roleChanges|otherVlanFrames|.*Sent|.*Received|.*Most)$/;
@@ -23,8 +23,7 @@ function ofCounters(row) {
 function ofInterface(each) {
   if (!each.running) return [`${each.interface}: no querier runs; it is down or has no address`];
   if (each.role === "nonQuerier") {
-    return [`${each.interface}: another router is the querier, ${each.querier}, since ` +
-            duration(each.querierUpSeconds)];
+    return [`${each.interface}: another router is the querier, ${each.querier}`];
   }
   return each.role === "initial" ? [`${each.interface}: nobody asks for members`] : [];
 }
@@ -43,8 +42,7 @@ export class Problems {
     const texts = [];
     if (!agent) texts.push("this page cannot reach its server");
     else if (!agent.connected) {
-      texts.push(`no agent for ${duration(agent.sinceSeconds)}: ${agent.reason}; ` +
-                 "this is its last state");
+      texts.push(`no agent: ${agent.reason}; this is its last state`);
     }
     texts.push(...interfaces.flatMap(ofInterface), ...counters.flatMap(ofCounters));
     for (const [name, until] of this.mismatches) {
