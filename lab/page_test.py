@@ -194,6 +194,7 @@ class PageTest(LabTestCase):
         self.wait_text("interfaces", "nonQuerier")
         self.wait_text("problems", "eth0: another router is the querier, 10.77.0.1")
         self.wait_text("problems", "eth0: to look into: newQuerier 1")
+        self.wait_text("problems", "eth0: queries of another version are received")
         marked = "return [...document.querySelectorAll('td.new')].map((each) => each.dataset.name)"
         self.assertIn("Role", self.browser.script(marked))
         self.assert_silent_while_times_pass()

@@ -127,7 +127,6 @@ function take(event) {
               [event.interface, event.message ?? event.event].filter(Boolean).join(" "));
   list.prepend(item);
   while (list.children.length > mostEvents) list.lastChild.remove();
-  if (event.event === "versionMismatch") problems.mismatch(event);
   if (event.event === "groupLeft") groups.removed(event.interface, event.group);
   else if (event.group && event.event !== "querySent") gather(event.interface, event.group);
   if (["role", "agentLost", "agentBack", "interfaceUp", "interfaceDown"].includes(event.event)) {

@@ -31,14 +31,25 @@ function ofInterface(each) {
 export class Problems {
   constructor(list) {
     this.list = list;
-    this.mismatches = new Map();
+    this.otherQueries = new Map();  // the last count by interface
+    this.mismatches = new Map();    // until when they are shown
   }
 
-  mismatch(event) {
-    this.mismatches.set(event.interface, performance.now() + mismatchMinutes * 60000);
+  // The attribute log has no event of it, but the counts of queries by version.
+  countOtherVersions(interfaces, counters) {
+    for (const each of interfaces) {
+      const row = counters.find((counts) => counts.interface === each.interface) ?? {};
+      const count = [1, 2, 3].filter((version) => version !== each.querierVersion).reduce(
+          (sum, version) => sum + (row[`v${version}QueriesReceived`] ?? 0), 0);
+      if (count > (this.otherQueries.get(each.interface) ?? 0)) {
+        this.mismatches.set(each.interface, performance.now() + mismatchMinutes * 60000);
+      }
+      this.otherQueries.set(each.interface, count);
+    }
   }
 
   show(agent, interfaces, counters) {
+    this.countOtherVersions(interfaces, counters);
     const texts = [];
     if (!agent) texts.push("this page cannot reach its server");
     else if (!agent.connected) {
