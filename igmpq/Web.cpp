@@ -60,7 +60,8 @@ class WebVerb final : public Verb {
   explicit WebVerb(CLI::App* options) : Verb(options) {
     options->footer(
         "Examples:\n"
-        "  igmpq web                                   http://127.0.0.1:9645/api/v1/interfaces\n"
+        "  igmpq web                     for a browser, http://127.0.0.1:9645/, and for programs,\n"
+        "                                http://127.0.0.1:9645/api/v1/interfaces and /metrics\n"
         "  igmpq web --listen unix:/run/igmpq-web/web.sock\n"
         "  igmpq web --listen 0.0.0.0:9645 --allow-remote --host querier.example\n"
         "It goes on when the agent restarts, until SIGINT or SIGTERM.\n"

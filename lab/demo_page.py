@@ -13,7 +13,8 @@ from lab import Lab, why_not
 from querier import program
 
 # A group lives 2 * 5 + 1 = 11 s after its last report, and a lower querier is missed as soon.
-OPTIONS = ("--query-interval", "5", "--query-response-interval", "1")
+# Version 3 knows from which sources hosts want a group.
+OPTIONS = ("--query-interval", "5", "--query-response-interval", "1", "--querier-version", "3")
 OTHER_ROUTER, ROUTER = 1, 5
 OLD_HOST, HOST, LAPTOP = 11, 12, 13
 

@@ -6,6 +6,7 @@ import signal
 import subprocess
 import sys
 import unittest
+import urllib.error
 import urllib.request
 
 from lab import wait_until
@@ -35,11 +36,13 @@ class DemoTest(unittest.TestCase):
             url = next(line.strip() for line in lines if "http://" in line)
 
             def groups():
-                with urllib.request.urlopen(f"{url}api/v1/interfaces") as answer:
-                    interfaces = json.loads(answer.read())
-                if not interfaces: return 0
-                return interfaces[0]["groupCount"]
-            wait_until(lambda: groups() > 0, 60, "a group")
+                try:
+                    with urllib.request.urlopen(f"{url}api/v1/interfaces/eth0/groups") as answer:
+                        return json.loads(answer.read())
+                except urllib.error.HTTPError:
+                    return []  # the page does not know the interface yet
+            wait_until(lambda: any(each["sources"] for each in groups()), 60,
+                       "a group with its source")
             shown.send_signal(signal.SIGINT)
             self.assertEqual(0, shown.wait(60))
         with self.assertRaises(OSError): groups()

@@ -2,10 +2,12 @@
 
     page_test.py [--pictures FOLDER]    also writes pictures of the page
 """
+import http.server
 import pathlib
 import signal
 import subprocess
 import sys
+import threading
 import unittest
 import urllib.parse
 
@@ -16,15 +18,18 @@ from querier import Querier, program
 from testcase import QUIET, SHORT, LabTestCase, main
 
 GROUP, OTHER, WANTED, SENDER = "239.1.1.1", "239.1.1.2", "232.1.1.1", "10.0.0.5"
+SECOND_SENDER = "10.0.0.6"
 MANY = 10_000
-IS_INCLUDE, IS_EXCLUDE = 1, 2
+IS_INCLUDE, IS_EXCLUDE, ALLOW = 1, 2, 5
+# A name that Linux takes, and that must not become a part of the page.
+MARKUP = "<i>&\"'<b>"
 # Audio, video, discovery, market data.
 SCENE = (("224.0.1.129", ()), ("232.9.4.1", ("198.51.100.20",)), ("239.69.0.7", ()),
          ("239.69.0.8", ()), ("232.44.0.1", ("192.0.2.10", "192.0.2.11")),
          ("239.255.255.250", ()), ("239.192.17.3", ()))
 ENOUGH_CONTRAST = 4.5  # for text of this size (WCAG 2.1, 1.4.3)
 WAIT = 60  # seconds at most, where browsers are slow
-ARROW_DOWN, END = "\ue015", "\ue010"
+TAB, ARROW_DOWN, END = "\ue004", "\ue015", "\ue010"
 ROWS = "return [...document.querySelectorAll('#groups .row')].map((row) => row.innerText)"
 TEXT = "return document.getElementById(arguments[0]).innerText"
 # Each text that can be seen, with its contrast to the background behind it.
@@ -52,6 +57,11 @@ while (texts.nextNode()) {
   const [a, b] = [light(part(getComputedStyle(element).color)), light(behind(element))];
   found.push([texts.currentNode.data.trim(), (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05)]);
 }
+for (const element of document.querySelectorAll("[placeholder]")) {
+  const color = getComputedStyle(element, "::placeholder").color;
+  const [a, b] = [light(part(color)), light(behind(element))];
+  found.push([element.placeholder, (Math.max(a, b) + 0.05) / (Math.min(a, b) + 0.05)]);
+}
 return found;
 """
 # Everything that can be used must say what it is.
@@ -60,6 +70,32 @@ return [...document.querySelectorAll("input, button, a, [tabindex], [role], tabl
     (each) => !each.getAttribute("aria-label") && !each.getAttribute("aria-labelledby") &&
         !each.labels?.length && !each.innerText.trim()).map((each) => each.outerHTML);
 """
+
+
+class BrokenServer(http.server.ThreadingHTTPServer):
+    """In the place of `igmpq web`, as a proxy whose server has gone."""
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            self.server.asked.add(self.path)
+            self.send_error(502)
+
+        def log_message(self, *_):
+            """Nothing: it would stand between the results."""
+
+    def __init__(self, port):
+        super().__init__(("127.0.0.1", port), self.Handler)
+        self.asked = set()
+        self.thread = threading.Thread(target=self.serve_forever)
+
+    def __enter__(self):
+        self.thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self.shutdown()
+        self.thread.join()
+        self.server_close()
 
 
 class PageTest(LabTestCase):
@@ -72,16 +108,19 @@ class PageTest(LabTestCase):
         self.router = self.lab.station(5)
         self.old, self.new = self.lab.station(11, 2), self.lab.station(12, 3)
         self.querier = self.run_querier()
-        # It needs the agent's socket only, and the browser reaches it here.
-        self.web = subprocess.Popen(
-            (program(), "web", "--listen", "127.0.0.1:0", "--socket", self.querier.socket),
-            stdout=subprocess.PIPE, text=True)
+        self.url = self.serve("127.0.0.1:0")
         self.addCleanup(self.end_web)
-        self.url = self.web.stdout.readline().split()[1]
         self.browser = browser.Browser()
         self.addCleanup(self.browser.close)
         self.browser.go(self.url)
         self.wait_text("agent", "agent connected")
+
+    def serve(self, address):
+        """It needs the agent's socket only, and the browser reaches it here."""
+        self.web = subprocess.Popen(
+            (program(), "web", "--listen", address, "--socket", self.querier.socket),
+            stdout=subprocess.PIPE, text=True)
+        return self.web.stdout.readline().split()[1]
 
     def end_web(self):
         self.web.terminate()
@@ -154,6 +193,55 @@ class PageTest(LabTestCase):
         lower.expect("role", role="querier")
         self.wait_text("interfaces", "nonQuerier")
         self.wait_text("problems", "eth0: another router is the querier, 10.77.0.1")
+        self.wait_text("problems", "eth0: to look into: newQuerier 1")
+        self.wait_text("problems", "eth0: queries of another version are received")
+        marked = "return [...document.querySelectorAll('td.new')].map((each) => each.dataset.name)"
+        self.assertIn("Role", self.browser.script(marked))
+        self.assert_silent_while_times_pass()
+        expires = "return document.querySelector('[data-name=\"Other expires\"]').innerText"
+        wait_until(lambda: self.browser.script(expires).endswith("s"), WAIT, "the time left of it")
+        self.assert_sound()
+
+    def assert_silent_while_times_pass(self):
+        """A screen reader reads anew what changes in such an element."""
+        self.browser.script("""
+            window.said = [];
+            const observer = new MutationObserver((all) => window.said.push(
+                ...all.map((each) => each.target.textContent)));
+            for (const each of document.querySelectorAll("[role=status], [aria-live]"))
+                observer.observe(each, {childList: true, characterData: true, subtree: true});""")
+        for _ in range(2):
+            before = self.text("since")
+            wait_until(lambda before=before: self.text("since") != before, WAIT, "the next second")
+        self.assertEqual([], self.browser.script("return window.said"))
+
+    def test_a_row_stays_and_shows_what_changes(self):
+        self.new.join(WANTED, SENDER)
+        self.wait_row(WANTED, SENDER)
+        first = "document.querySelector('#groups .row')"
+        self.browser.script(f"{first}.isFirst = true")
+        self.old.join(GROUP)
+        self.wait_row(GROUP)
+        send(self.new, (1, frame(self.new.address, "224.0.0.22",
+                                 report_v3((ALLOW, WANTED, (SECOND_SENDER,))))))
+        self.wait_row(WANTED, SENDER, SECOND_SENDER)
+        isFirst, isMarked = self.browser.script(
+            f"return [{first}.isFirst, {first}.classList.contains('new')]")
+        self.assertTrue(isFirst)
+        self.assertTrue(isMarked)
+
+    def test_names_of_others_are_only_text(self):
+        self.querier.stop()
+        for words in (("down",), ("name", MARKUP), ("up",)):
+            self.router.ip("link", "set", MARKUP if words == ("up",) else "eth0", *words)
+        self.querier = Querier(self.router, *QUIET, verb=("run", MARKUP))
+        self.querier.expect("role", role="querier")
+        self.wait_text("interfaces", MARKUP)
+        self.router.wait_connected()
+        self.old.join(GROUP)
+        self.wait_row(GROUP, MARKUP)
+        self.wait_text("events", f"{MARKUP} joined {GROUP}")
+        self.assertEqual(0, self.browser.script("return document.querySelectorAll('i, b').length"))
         self.assert_sound()
 
     def test_goes_on_when_the_agent_was_restarted(self):
@@ -169,9 +257,21 @@ class PageTest(LabTestCase):
         self.wait_row(OTHER, self.new.address)
         self.assert_sound()
 
+    def test_goes_on_when_its_server_was_restarted_behind_a_proxy(self):
+        self.end_web()
+        address = urllib.parse.urlsplit(self.url)
+        self.wait_text("problems", "this page cannot reach its server")
+        with BrokenServer(address.port) as broken:
+            wait_until(lambda: "/api/v1/events" in broken.asked, WAIT, "the page to ask for events")
+        self.serve(address.netloc)
+        self.wait_text("agent", "agent connected")
+        self.old.join(GROUP)
+        self.wait_row(GROUP)
+
     def test_ten_thousand_groups_are_a_few_rows_in_the_document(self):
         self.add_groups(MANY)
         wait_until(lambda: self.text("count").strip() == str(MANY), 60, "all groups to be counted")
+        self.wait_text("interfaces", f"\t{MANY}")
         self.assertLess(len(self.rows()), 100)
         self.assertIn("239.2.0.0", self.rows()[0])
         self.browser.script("document.getElementById('groups').scrollTop = 1e9")
@@ -196,7 +296,12 @@ class PageTest(LabTestCase):
     def test_can_be_used_with_keys_alone(self):
         for group in (GROUP, OTHER): self.old.join(group)
         for group in (GROUP, OTHER): self.wait_row(group)
-        self.browser.script("document.getElementById('groups').focus()")
+        reached = []
+        for _ in range(10):
+            self.browser.press([TAB])
+            reached.append(self.browser.script("return document.activeElement.id"))
+            if reached[-1] == "groups": break
+        self.assertEqual(["search", "groups"], reached[-2:])
         self.browser.press([ARROW_DOWN])
         self.wait_text("detail", f"{GROUP} on eth0")
         self.browser.press([END])

@@ -15,6 +15,13 @@ GROUP, OTHER = "239.1.1.1", "239.1.1.2"
 NONE = f"{0:016x}"
 CLIENTS = 200
 PORT = 9645
+FIELDS = "HTTP/1.1\r\nHost: localhost\r\n"
+REFUSED = ((f"GET /%zz {FIELDS}\r\n", 400), (f"GET /%2e%2e/etc/passwd {FIELDS}\r\n", 400),
+           (f"GET /../../etc/passwd {FIELDS}\r\n", 400), (f"GET /etc/passwd {FIELDS}\r\n", 404),
+           (f"GET / {FIELDS}X: {'x' * 9000}\r\n\r\n", 431),
+           (f"POST / {FIELDS}Content-Length: 1000000000\r\n\r\n", 413),
+           (f"DELETE /api/v1/interfaces {FIELDS}\r\n", 405),
+           ("GET / HTTP/1.1\r\nHost: other.example\r\n\r\n", 421), ("no request\r\n\r\n", 400))
 
 
 class UnixConnection(http.client.HTTPConnection):
@@ -154,6 +161,34 @@ class WebTest(LabTestCase):
         self.assertLess(files, 64 + 20)
         for client in clients:
             client.close()
+
+    def sent(self, text):
+        client = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.addCleanup(client.close)
+        client.settimeout(10)
+        client.connect(str(self.path))
+        client.sendall(text.encode())
+        return client
+
+    def test_bad_requests_are_refused_with_the_reason(self):
+        for text, status in REFUSED:
+            with self.subTest(text[:40]):
+                answer = http.client.HTTPResponse(self.sent(text))
+                answer.begin()
+                self.assertEqual(status, answer.status)
+                self.assertEqual(["error"], list(json.loads(answer.read())))
+        self.assertTrue(self.known("/api/v1/agent")["connected"])
+
+    def test_requests_in_one_packet_are_answered_in_order(self):
+        paths = ("nothing", "agent", "interfaces")
+        fields = (FIELDS, FIELDS, f"{FIELDS}Connection: close\r\n")
+        client = self.sent("".join(f"GET /api/v1/{path} {lines}\r\n"
+                                   for path, lines in zip(paths, fields)))
+        text = client.makefile("rb").read().decode()
+        first, second, third = (text.index(each) for each in (
+            '"error"', '"connected":true', '"interface":"eth0"'))
+        self.assertLess(first, second)
+        self.assertLess(second, third)
 
     def test_refuses_bad_use(self):
         for arguments, status, text in (

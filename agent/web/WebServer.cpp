@@ -22,7 +22,9 @@ using Tcp = asio::ip::tcp;
 
 constexpr std::string_view pathMark = "unix:";
 constexpr std::string_view busyText =
-    "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
+    "HTTP/1.1 503 Service Unavailable\r\nConnection: close\r\nRetry-After: 5\r\n"
+    "Content-Type: application/json\r\nContent-Length: 50\r\n\r\n"
+    "{\"error\":\"64 clients are being answered already\"}\n";
 
 Mox::U16 portOf(const std::string& text) {
   unsigned port = 0;

@@ -272,7 +272,11 @@ TEST_F(WebServerTest, refusesAClientWhileAllOthersAreAnswered) {
     connected().send(get("/api/v1/events"));
     clients_.back().receivedUntil(": events");
   }
-  EXPECT_THAT(connected().receivedAll(), StartsWith("HTTP/1.1 503"));
+  const std::string& answer = connected().receivedAll();
+  EXPECT_THAT(answer, StartsWith("HTTP/1.1 503"));
+  const std::string body = answer.substr(answer.find("\r\n\r\n") + 4);
+  EXPECT_THAT(answer, HasSubstr("Content-Length: " + std::to_string(body.size()) + "\r\n"));
+  EXPECT_THAT(body, StartsWith("{\"error\":\"" + std::to_string(WebServer::mostSessions) + " "));
   EXPECT_EQ(server_->refused(), 1u);
 }
 

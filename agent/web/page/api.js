@@ -9,10 +9,18 @@ export async function known(path) {
 
 export const groupsPath = (name) => `interfaces/${encodeURIComponent(name)}/groups`;
 
+const retryInterval = 3000;  // milliseconds
+
 // Calls `take` for each event; `changed` with whether the stream is open.
 export function follow(take, changed) {
   const stream = new EventSource("api/v1/events");
   stream.onopen = () => changed(true);
-  stream.onerror = () => changed(false);
+  stream.onerror = () => {
+    changed(false);
+    // It tries again of its own accord, but not after an error of the server or of a proxy.
+    if (stream.readyState === EventSource.CLOSED) {
+      setTimeout(() => follow(take, changed), retryInterval);
+    }
+  };
   stream.onmessage = (message) => take(JSON.parse(message.data));
 }

@@ -1,6 +1,6 @@
 // The page: keeps what it shows in step with the server.
 import {follow, groupsPath, known} from "./api.js";
-import {duration, element, moment, secondsUntil, timeOfDay} from "./format.js";
+import {duration, element, mark, moment, secondsUntil, timeOfDay} from "./format.js";
 import {GroupList} from "./groups.js";
 import {Problems} from "./problems.js";
 
@@ -17,6 +17,7 @@ const state = {agent: null, interfaces: [], counters: []};
 const changed = new Map();  // groups by interface
 let isGathering = false;
 
+const markedColumns = new Set(["Address", "Role", "Elected querier", "Version"]);
 const columns = [
   ["Interface", (each) => each.interface],
   ["Address", (each) => each.address ?? "-"],
@@ -26,6 +27,7 @@ const columns = [
       each.querierUpSeconds === null ? null : -secondsUntil(each.since))],
   ["Version", (each) => String(each.querierVersion)],
   ["Next query", (each) => duration(secondsUntil(each.next))],
+  ["Other expires", (each) => duration(secondsUntil(each.otherExpires))],
   ["Groups", (each) => String(each.groupCount)]];
 
 function showInterfaces() {
@@ -33,11 +35,14 @@ function showInterfaces() {
   while (body.rows.length > state.interfaces.length) body.deleteRow(-1);
   state.interfaces.forEach((each, at) => {
     const row = body.rows[at] ?? body.insertRow();
+    const isKnown = row.cells[0]?.textContent === each.interface;
     columns.forEach(([name, column], number) => {
       const cell = row.cells[number] ?? row.insertCell();
       cell.dataset.name = name;  // for a narrow screen, which has no head
       const text = column(each);
-      if (cell.textContent !== text) cell.textContent = text;
+      if (cell.textContent === text) return;
+      cell.textContent = text;
+      if (isKnown && markedColumns.has(name)) mark(cell);
     });
   });
 }
@@ -53,8 +58,10 @@ function showHead() {
 function showAgent() {
   const {agent} = state;
   byId("agent").className = agent?.connected ? "on" : "off";
-  byId("agent").textContent = agent?.connected
-      ? `agent connected for ${duration(agent.sinceSeconds)}` : "no agent";
+  // A screen reader says what changes there; it need not count the seconds.
+  const text = agent?.connected ? "agent connected" : "no agent";
+  if (byId("agent").textContent !== text) byId("agent").textContent = text;
+  byId("since").textContent = agent ? `for ${duration(agent.sinceSeconds)}` : "";
 }
 
 async function loadState() {
@@ -65,6 +72,7 @@ async function loadState() {
     for (const each of interfaces) {
       each.since = moment(-(each.querierUpSeconds ?? 0));
       each.next = moment(each.nextQuerySeconds);
+      each.otherExpires = moment(each.otherQuerierExpirySeconds);
     }
     const before = state.interfaces.map((each) => each.interface).join();
     Object.assign(state, {agent, interfaces, counters});
@@ -119,7 +127,6 @@ function take(event) {
               [event.interface, event.message ?? event.event].filter(Boolean).join(" "));
   list.prepend(item);
   while (list.children.length > mostEvents) list.lastChild.remove();
-  if (event.event === "versionMismatch") problems.mismatch(event);
   if (event.event === "groupLeft") groups.removed(event.interface, event.group);
   else if (event.group && event.event !== "querySent") gather(event.interface, event.group);
   if (["role", "agentLost", "agentBack", "interfaceUp", "interfaceDown"].includes(event.event)) {

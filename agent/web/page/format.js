@@ -26,6 +26,17 @@ export function element(name, text, className) {
   return made;
 }
 
+export const markTime = 2500;  // milliseconds, as in the style
+
+// Changes are marked for a moment, which began so many milliseconds ago.
+export function mark(made, age = 0) {
+  if (age > markTime) return;
+  made.classList.remove("new");
+  void made.offsetWidth;  // the animation begins again
+  made.style.animationDelay = `-${age}ms`;
+  made.classList.add("new");
+}
+
 // Milliseconds of this machine until or since which a number of seconds counts.
 export const moment = (seconds) => seconds === null ? null : performance.now() + seconds * 1000;
 export const secondsUntil = (time) => time === null ? null : (time - performance.now()) / 1000;

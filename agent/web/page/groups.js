@@ -1,5 +1,5 @@
 // The list of groups. Of thousands, only the rows that can be seen are in the document.
-import {addressNumber, duration, element, moment, secondsUntil} from "./format.js";
+import {addressNumber, duration, element, mark, markTime, moment, secondsUntil} from "./format.js";
 
 const spare = 5;  // rows beyond the edges
 const keyOf = (name, group) => `${name} ${group}`;
@@ -10,7 +10,16 @@ function sourcesText(group) {
 
 function fieldsOf(group) {
   return [group.group, group.interface, group.filterMode, `v${group.compatibilityMode}`,
-          group.lastReporter, sourcesText(group) || "all", ""];
+          group.lastReporter, sourcesText(group) || "all", null];  // the last one counts down
+}
+
+// A row stays the same element, so that its mark goes on.
+function fill(row, group) {
+  fieldsOf(group).forEach((text, at) => {
+    const field = row.children[at] ?? row.appendChild(element("span", ""));
+    if (text !== null && field.textContent !== text) field.textContent = text;
+  });
+  row.title = sourcesText(group);
 }
 
 export class GroupList {
@@ -21,7 +30,8 @@ export class GroupList {
     this.detail = root.querySelector("#detail");
     this.all = new Map();
     this.shown = [];
-    this.rows = new Map();  // in the document, by key
+    this.rows = new Map();   // in the document, by key
+    this.marks = new Map();  // since when, by key
     this.wanted = "";
     this.selected = null;
     this.isDue = false;
@@ -54,15 +64,16 @@ export class GroupList {
 
   // One that has changed; it is marked for a moment.
   changed(group, isMarked) {
-    const isNew = !this.all.has(keyOf(group.interface, group.group));
+    const key = keyOf(group.interface, group.group);
+    const known = this.all.get(key);
+    const wasShown = known !== undefined && this.matches(known);
     this.put(group);
-    if (isNew) {
-      this.arrange();
-    } else {
-      this.forget(keyOf(group.interface, group.group));
-      this.renderSoon();
+    if (isMarked) {
+      this.marks.set(key, performance.now());
+      if (this.rows.has(key)) mark(this.rows.get(key));
     }
-    if (isMarked) this.marked = new Set(this.marked).add(keyOf(group.interface, group.group));
+    if (this.matches(this.all.get(key)) === wasShown) this.renderSoon();
+    else this.arrange();
   }
 
   removed(name, group) {
@@ -84,9 +95,11 @@ export class GroupList {
         ? Math.max(...group.sources.map((each) => each.timeLeftSeconds ?? 0), 0)
         : group.timeLeftSeconds;
     const text = `${group.group} ${group.interface} ${group.lastReporter} ${sourcesText(group)}`;
-    this.all.set(keyOf(group.interface, group.group),
-                 {...group, ends: moment(ends), text: text.toLowerCase(),
-                  order: addressNumber(group.group)});
+    const key = keyOf(group.interface, group.group);
+    if (!this.all.has(key)) this.all.set(key, {});
+    // The same object, which the arranged list has.
+    Object.assign(this.all.get(key), group, {ends: moment(ends), text: text.toLowerCase(),
+                                             order: addressNumber(group.group)});
   }
 
   matches(group) {
@@ -99,7 +112,6 @@ export class GroupList {
     const all = this.all.size;
     this.count.textContent = this.wanted ? `${this.shown.length} of ${all}` : `${all}`;
     this.space.style.height = `${this.shown.length * this.height}px`;
-    for (const key of [...this.rows.keys()]) this.forget(key);
     this.renderSoon();
   }
 
@@ -122,34 +134,36 @@ export class GroupList {
     const end = Math.min(this.shown.length,
                          Math.ceil((this.list.scrollTop + this.list.clientHeight) / this.height) +
                              spare);
-    const seen = new Set();
-    for (let at = first; at < end; ++at) {
-      const group = this.shown[at];
-      const key = keyOf(group.interface, group.group);
-      seen.add(key);
-      if (!this.rows.has(key)) this.rows.set(key, this.rowOf(key, group));
-      const row = this.rows.get(key);
+    const shown = this.shown.slice(first, end);
+    const seen = new Set(shown.map((each) => keyOf(each.interface, each.group)));
+    for (const key of [...this.rows.keys()]) if (!seen.has(key)) this.forget(key);
+    let before = this.space;
+    shown.forEach((group, number) => {
+      const row = this.rowOf(group);
+      fill(row, group);
+      if (before.nextSibling !== row) before.after(row);
+      before = row;
+      const at = first + number;
       row.style.top = `${at * this.height}px`;
       row.setAttribute("aria-posinset", at + 1);
       row.setAttribute("aria-setsize", this.shown.length);
-      row.setAttribute("aria-selected", key === this.selected);
-    }
-    for (const key of [...this.rows.keys()]) if (!seen.has(key)) this.forget(key);
+      row.setAttribute("aria-selected", row.key === this.selected);
+    });
     const active = this.rows.get(this.selected);
     if (active) this.list.setAttribute("aria-activedescendant", active.id);
     else this.list.removeAttribute("aria-activedescendant");
-    this.marked = undefined;
     this.countDown();
   }
 
-  rowOf(key, group) {
-    const row = element("div", undefined, this.marked?.has(key) ? "row new" : "row");
+  rowOf(group) {
+    const key = keyOf(group.interface, group.group);
+    if (this.rows.has(key)) return this.rows.get(key);
+    const row = element("div", undefined, "row");
     row.id = `group-${key.replace(/[^\w.-]/g, "_")}`;
     row.key = key;
     row.setAttribute("role", "option");
-    for (const text of fieldsOf(group)) row.append(element("span", text));
-    row.title = sourcesText(group);
-    this.list.append(row);
+    if (this.marks.has(key)) mark(row, performance.now() - this.marks.get(key));
+    this.rows.set(key, row);
     return row;
   }
 
@@ -158,6 +172,9 @@ export class GroupList {
     for (const [key, row] of this.rows) {
       const group = this.all.get(key);
       if (group) row.lastChild.textContent = duration(secondsUntil(group.ends));
+    }
+    for (const [key, since] of this.marks) {
+      if (performance.now() - since > markTime) this.marks.delete(key);
     }
     this.showDetail();
   }
