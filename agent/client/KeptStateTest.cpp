@@ -193,8 +193,7 @@ TEST_F(KeptStateTest, withoutAStoreItSaysHowToStartOne) {
 
 TEST_F(KeptStateTest, isReadFromAStoreThatStartsAMomentLater) {
   boost::asio::post(loop_->io(), [this] { serveStore(); });
-  const KeptState kept =
-      keptState(*loop_, path_, {.begin = std::chrono::hours(1), .complete = {}});
+  const KeptState kept = keptState(*loop_, path_, {.begin = std::chrono::hours(1), .complete = {}});
   EXPECT_EQ(kept.interfaces.size(), 1u);
 }
 

@@ -2,10 +2,10 @@
 //
 // Changes are collected as they are notified and reported by flush(), so that the event of a join
 // shows the group as the whole report left it. The host flushes after each batch of packets and
-// each turn of the timer wheel, and between two packets where many changes wait. A member that came and went in between is no event; a value that
-// changed several times is reported once. The stream is complete: the first flush reports what the
-// status holds when the watcher begins, as if it had just come, unless its groups are known
-// already. The sink must outlive the watcher. One thread.
+// each turn of the timer wheel, and between two packets where many changes wait. A member that came
+// and went in between is no event; a value that changed several times is reported once. The stream
+// is complete: the first flush reports what the status holds when the watcher begins, as if it had
+// just come, unless its groups are known already. The sink must outlive the watcher. One thread.
 //
 // A host with many watchers gives them a list, in which they put themselves when something changes.
 //
