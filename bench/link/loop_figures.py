@@ -14,7 +14,7 @@ import subprocess
 import threading
 import time
 
-from world import IGMPQ, MEGABYTE, SENDER_CPU, World, cpu_seconds
+from world import IGMPQ, MEGABYTE, World, cpu_seconds, on_sender_cpu
 from lab import wait_until
 
 READERS = 32
@@ -56,17 +56,6 @@ def group_count(world):
 
 def asked(world, *words):
     return subprocess.Popen((IGMPQ, *words, "--socket", world.socket), stdout=subprocess.DEVNULL)
-
-
-@contextlib.contextmanager
-def on_sender_cpu():
-    """Processes that are started in it leave the agent's processor to the agent."""
-    before = os.sched_getaffinity(0)
-    os.sched_setaffinity(0, {SENDER_CPU})
-    try:
-        yield
-    finally:
-        os.sched_setaffinity(0, before)
 
 
 def longest_gap(groups, interval):

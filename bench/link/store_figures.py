@@ -4,7 +4,7 @@ import pathlib
 import subprocess
 import time
 
-from world import IGMPQ, MEGABYTE, SENDER_CPU, World, measured, memory_bytes
+from world import IGMPQ, MEGABYTE, World, measured, memory_bytes, on_sender_cpu
 from lab import wait_until
 
 GROUPS_OF_FRAME = 60
@@ -14,18 +14,15 @@ LASTING = ("--max-groups", "1048576", "--query-interval", "3600", "--startup-que
 
 
 class Store:
-    """On the processor of the senders."""
-
     def __init__(self, world):
         self.world = world
         self.socket = pathlib.Path(world.lab.scratch.name, "store.sock")
         self.process = world.lab.spawn(
-            world.router, "taskset", "-c", SENDER_CPU, IGMPQ, "store", "--socket", self.socket,
-            "--agent", world.socket, stdout=subprocess.DEVNULL)
+            world.router, IGMPQ, "store", "--socket", self.socket, "--agent", world.socket,
+            stdout=subprocess.DEVNULL)
 
     def shown(self):
-        done = subprocess.run(("taskset", "-c", str(SENDER_CPU), IGMPQ, "store", "--show", "--json",
-                               "--socket", self.socket),
+        done = subprocess.run((IGMPQ, "store", "--show", "--json", "--socket", self.socket),
                               capture_output=True, text=True, check=False)
         return json.loads(done.stdout) if done.returncode == 0 else None
 
@@ -76,7 +73,7 @@ def take_over(world, store, groups):
 
 
 def life(groups):
-    with World(*LASTING, "--ring-size", "65536") as world:
+    with on_sender_cpu(), World(*LASTING, "--ring-size", "65536") as world:
         world.send("joins", groups=groups, records=GROUPS_OF_FRAME, rate=4_000)
         world.settle()
         store, figures = first_walk(world, groups)
@@ -87,7 +84,7 @@ def life(groups):
 def published(groups, seconds):
     """The difference that a store makes to the cost of a change of a group's time."""
     work = {"groups": groups, "records": GROUPS_OF_FRAME, "rate": 10_000, "seconds": seconds}
-    with World(*LASTING) as world:
+    with on_sender_cpu(), World(*LASTING) as world:
         world.send("joins", groups=groups, records=GROUPS_OF_FRAME, rate=2_000)
         world.settle()
         costs = []

@@ -23,6 +23,17 @@ OFTEN_QUERIED = ("--seed", "63230",  # the first queries leave within 0.1 s
 IGMP_QUERY = "ether[38] = 0x11"  # behind an IP header of 24 bytes
 
 
+@contextlib.contextmanager
+def on_sender_cpu():
+    """Processes that are started in it leave the agent's processor to the agent."""
+    before = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, {SENDER_CPU})
+    try:
+        yield
+    finally:
+        os.sched_setaffinity(0, before)
+
+
 class World:
     """An agent on eth0, eth1 and so on, and the other end of each link, load0 and so on."""
 
