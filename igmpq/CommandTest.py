@@ -211,6 +211,10 @@ class CommandTest(unittest.TestCase):
     def test_a_store_shows_or_forgets(self):
         self.expect_bad_use(["store", "--show", "--forget", "eth0"], "--show excludes --forget")
 
+    def test_clear_without_a_name_is_not_one_for_all(self):
+        self.expect_bad_use(["clear", "groups", ""], "INTERFACE is empty; leave it out to clear")
+        self.expect_bad_use(["clear", "groups", "eth0", ""], "GROUP is empty; leave it out to")
+
     def test_a_store_forgets_nothing_without_a_name(self):
         self.expect_bad_use(["store", "--forget", ""], "--forget needs the name of an interface")
 

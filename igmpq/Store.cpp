@@ -17,6 +17,7 @@
 #include <Mox/HashMap.h>
 #include <Store/StateStore.h>
 #include <Store/StoreReport.h>
+#include <Text/Json.h>
 
 #include "RandomNumber.h"
 #include "RunOutput.h"
@@ -112,7 +113,14 @@ class StoreVerb final : public Verb {
     const Agent::Descriptor store = Agent::connectToStore(socket_);
     Agent::RequestClient client(loop, Agent::requestSocketPath(socket_));
     const Mox::U64 groups = client.clearGroups(forgotten_, {});
-    fmt::print("{} {} of {} forgotten\n", groups, groups == 1 ? "group" : "groups", forgotten_);
+    if (json_) {
+      fmt::print("{}\n", Agent::JsonObject()
+                             .text("interface", forgotten_)
+                             .number("groupsForgotten", groups)
+                             .line());
+    } else {
+      fmt::print("{} {} of {} forgotten\n", groups, groups == 1 ? "group" : "groups", forgotten_);
+    }
     return exitOk;
   }
 

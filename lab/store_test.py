@@ -323,7 +323,8 @@ class TakeOverTest(StoreTestCase):
     def test_after_forgetting_the_next_agent_begins_without_the_group(self):
         self.kill(self.start_with_group())
         self.store.expect("agentLost")
-        self.assertEqual(0, self.igmpq("store", "--forget", "eth0").returncode)
+        done = self.igmpq("store", "--forget", "eth0", "--json")
+        self.assertEqual({"interface": "eth0", "groupsForgotten": 1}, json.loads(done.stdout))
         agent = self.successor()
         agent.expect("role", role="querier")
         self.assertEqual([], agent.seen("takenOver"))

@@ -21,7 +21,8 @@ REFUSED = ((f"GET /%zz {FIELDS}\r\n", 400), (f"GET /%2e%2e/etc/passwd {FIELDS}\r
            (f"GET / {FIELDS}X: {'x' * 9000}\r\n\r\n", 431),
            (f"POST / {FIELDS}Content-Length: 1000000000\r\n\r\n", 413),
            (f"DELETE /api/v1/interfaces {FIELDS}\r\n", 405),
-           ("GET / HTTP/1.1\r\nHost: other.example\r\n\r\n", 421), ("no request\r\n\r\n", 400))
+           ("GET / HTTP/1.1\r\nHost: other.example\r\n\r\n", 421),
+           (f"GET / {FIELDS}Host: other.example\r\n\r\n", 400), ("no request\r\n\r\n", 400))
 
 
 class UnixConnection(http.client.HTTPConnection):

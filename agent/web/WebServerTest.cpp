@@ -217,7 +217,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         RefusedCase{"ofAnotherHost", "GET / HTTP/1.1\r\nHost: other.example\r\n\r\n",
                     "HTTP/1.1 421"},
-        RefusedCase{"withoutAHost", "GET / HTTP/1.1\r\n\r\n", "HTTP/1.1 421"},
+        RefusedCase{"withoutAHost", "GET / HTTP/1.1\r\n\r\n", "HTTP/1.1 400"},
+        RefusedCase{"ofTwoHosts",
+                    "GET / HTTP/1.1\r\nHost: localhost\r\nHost: other.example\r\n\r\n",
+                    "HTTP/1.1 400"},
         RefusedCase{"thatChanges", "DELETE /api/v1/agent HTTP/1.1\r\nHost: localhost\r\n\r\n",
                     "HTTP/1.1 405"},
         RefusedCase{"withABody",

@@ -106,6 +106,9 @@ WebAnswer WebSession::answered(const Request& request) {
     answer.headers.emplace_back("Allow", "GET, HEAD");
     return answer;
   }
+  if (request.count(http::field::host) != 1) {  // RFC 9112 section 3.2
+    return webError(400, "a request has one field Host");
+  }
   if (!server_.hosts_.isAccepted(view(request[http::field::host]))) {
     return webError(421, "the field Host has a name that is not this server's");
   }
