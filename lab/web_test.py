@@ -48,6 +48,8 @@ class WebTest(LabTestCase):
         self.path = folder / "web.sock"
         self.querier = self.run_querier()
         self.web = self.serve("--listen", f"unix:{self.path}")
+        wait_until(lambda: [each["interface"] for each in self.get("/api/v1/interfaces")[1]],
+                   10, "the agent's state to be served")
 
     def run_querier(self):
         querier = Querier(self.router, *QUIET)
