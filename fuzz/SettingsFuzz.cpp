@@ -54,7 +54,7 @@ struct Parsed {
   Prefixes boundary;
 };
 
-// The options, made once: that takes longer than to parse a command line. The settings are new each
+// The options, which take longer to make than a command line to parse. The settings are new each
 // time, in the place that the options know.
 class CommandLine {
  public:
@@ -71,11 +71,19 @@ class CommandLine {
   CLI::App app_;
 };
 
+// Made anew at times: the parser keeps a list of all options that it has ever met.
+CommandLine& commandLine() {
+  constexpr unsigned usesMost = 10'000;
+  static std::optional<CommandLine> current;
+  static unsigned uses = 0;
+  if (uses++ % usesMost == 0) current.emplace();
+  return *current;
+}
+
 Parsed parsed(const Arguments& arguments) {
-  static CommandLine commandLine;
   Parsed result;
   try {
-    const Agent::QuerierSettings& settings = commandLine.parsed(arguments);
+    const Agent::QuerierSettings& settings = commandLine().parsed(arguments);
     settings.apply({.config = result.config, .intake = result.intake, .process = result.process});
     if (settings.boundary()) {
       for (const auto& [prefix, set] : settings.boundary()->boundary()) {

@@ -42,10 +42,26 @@ Mask Host::answering() const {
   Mask all = generalAnswer_ < Mox::never ? allChannels : 0;
   for (unsigned g = 0; g < groupsMost; ++g) {
     const Group& group = groups_[g];
-    if (group.answer == Mox::never) continue;
-    all |= inGroup(g, group.answersSources ? group.askedSources : wholeGroup);
+    if (group.answer < Mox::never) all |= inGroup(g, answerOf(group));
   }
   return all;
+}
+
+Mask Host::answeringSpecific() const {
+  Mask all = 0;
+  for (unsigned g = 0; g < groupsMost; ++g) {
+    if (groups_[g].isAsked) all |= inGroup(g, answerOf(groups_[g]));
+  }
+  return all;
+}
+
+Mask Host::answerOf(const Group& group) {
+  return group.answersSources ? group.askedSources : wholeGroup;
+}
+
+void Host::endAnswer(Group& group) {
+  group.answer = Mox::never;
+  group.isAsked = false;
 }
 
 Seconds Host::nextDue() const {
@@ -136,7 +152,7 @@ void Host::receive(Seconds now, const Frame& frame) {
   for (unsigned g = 0; g < groupsMost; ++g) {
     Group& group = groups_[g];
     if (ofGroup(frame.asserts, g) == 0 || group.answer == Mox::never) continue;
-    group.answer = Mox::never;
+    endAnswer(group);
     group.unsolicited = 0;
     group.isLastReporter = false;
     unanswered_ |= inGroup(g, wholeGroup);
@@ -174,6 +190,7 @@ void Host::answerOld(Seconds now, const Query& query) {
     Group& group = groups_[g];
     if (group.want == 0 || (!query.isGeneral && query.group != g)) continue;
     if (group.answer > now + most) group.answer = now + random_.between(0.0, most);
+    if (!query.isGeneral) group.isAsked = true;
   }
 }
 
@@ -196,6 +213,7 @@ void Host::answerV3(Seconds now, const Query& query) {
     group.askedSources |= query.sources;
   }
   group.answer = std::min(group.answer, at);
+  group.isAsked = true;
 }
 
 std::optional<Frame> Host::act(Seconds now) {
@@ -217,7 +235,7 @@ std::optional<Frame> Host::actOld(Seconds now) {
   for (unsigned g = 0; g < groupsMost; ++g) {
     Group& group = groups_[g];
     if (group.answer > now) continue;
-    group.answer = Mox::never;
+    endAnswer(group);
     group.isLastReporter = true;
     if (group.unsolicited > 0 && --group.unsolicited > 0) {
       group.answer = now + random_.between(0.0, oldUnsolicitedInterval);
@@ -240,7 +258,7 @@ std::optional<Frame> Host::actV3(Seconds now) {
   for (unsigned g = 0; g < groupsMost; ++g) {
     Group& group = groups_[g];
     if (group.answer > now) continue;
-    group.answer = Mox::never;
+    endAnswer(group);
     if (group.want == 0) continue;
     if (!group.answersSources) return v3Frame(now, {currentState(g, group.want)});
     const Mask sources = group.askedSources & group.want;

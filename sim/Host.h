@@ -55,6 +55,8 @@ class Host {
   Mask wants(Seconds now) const;
   // Among these, those that it is about to ask for.
   Mask answering() const;
+  // Among these, those that a query for a group or its sources has asked about.
+  Mask answeringSpecific() const;
   // Since when it has wanted the channel.
   Seconds wantsSince(unsigned channel, Seconds now) const;
   // Of the answers that were pending, those that it will not send, because another host's report
@@ -76,6 +78,7 @@ class Host {
     Seconds answer = Mox::never;
     bool answersSources = false;
     Mask askedSources = 0;
+    bool isAsked = false;  // in particular, and the answer is pending
     // Versions 1 and 2.
     unsigned unsolicited = 0;  // reports that remain to be sent of a join
     bool isLastReporter = false;
@@ -94,6 +97,8 @@ class Host {
   std::optional<Frame> actV3(Seconds now);
   Frame v3Frame(Seconds now, const std::deque<Record>& records);
   Frame oldFrame(Seconds now, unsigned number);
+  static Mask answerOf(const Group& group);
+  static void endAnswer(Group& group);
   static Record currentState(unsigned number, Mask want);
 
   const Setup setup_;

@@ -68,6 +68,10 @@ void Ledger::onLost(const Frame& frame, Node receiver) {
   }
 }
 
+void Ledger::onAskedAgain(Mask channels) {
+  forEachChannel(channels, [&](unsigned channel) { crowded_[channel] = Mox::now(); });
+}
+
 void Ledger::onUnanswered(Mask channels) {
   for (Node router = 0; router < facts_.routers.size(); ++router) {
     forEachChannel(channels, [&](unsigned channel) { fail(router, channel, false); });

@@ -42,13 +42,15 @@ class Ledger {
   // When a router last asked for the channel in particular, and when in any way.
   Seconds askedSpecifically(unsigned channel) const { return askedSpecifically_[channel]; }
   Seconds asked(unsigned channel) const { return asked_[channel]; }
-  // When last in the format of version 2, and when so soon after another time that a host gives one
-  // answer to both.
+  // When last in the format of version 2, and when so soon after another time, or with such a delay,
+  // that a host gives one answer to both.
   Seconds askedInOldFormat(unsigned channel) const { return askedInOldFormat_[channel]; }
   Seconds crowded(unsigned channel) const { return crowded_[channel]; }
 
   void onSent(const Frame& frame);
   void onLost(const Frame& frame, Node receiver);
+  // A query has reached a host that has not answered the one before.
+  void onAskedAgain(Mask channels);
   // These hosts' answers were suppressed, or dropped by a change of version.
   void onUnanswered(Mask channels);
   // The state of the router before it handled a frame: the sources that it knew, and what it

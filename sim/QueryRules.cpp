@@ -30,6 +30,9 @@ void QueryRules::onSent(const Frame& frame) {
     --sent.free;
   } else if (facts_.wasSilenced && frame.sent < sent.lastGeneral + least - rounding) {
     facts_.known(Known::queryingOff);
+  } else if (router.querierSm()->transitionToNonQuerier() &&
+             frame.sent < sent.lastGeneral + least - rounding) {
+    facts_.known(Known::handOverPending);
   } else if (frame.sent < sent.lastGeneral + least - rounding) {
     facts_.breach(Invariant::queriesAllowed, facts_.nameOf(router) + " asks again after " +
                                                  std::to_string(frame.sent - sent.lastGeneral) +

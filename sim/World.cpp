@@ -168,7 +168,11 @@ void World::deliver(const Frame& frame, Node receiver) {
     return;
   }
   const auto host = static_cast<Node>(receiver - facts_.routers.size());
-  facts_.hosts[host].receive(Mox::now(), frame);
+  Host& asked = facts_.hosts[host];
+  if (frame.kind == Frame::specificQuery) {
+    ledger_->onAskedAgain(frame.asks & asked.answeringSpecific() & asked.wants(Mox::now()));
+  }
+  asked.receive(Mox::now(), frame);
   act(host);
 }
 
