@@ -42,8 +42,8 @@ class Ledger {
   // When a router last asked for the channel in particular, and when in any way.
   Seconds askedSpecifically(unsigned channel) const { return askedSpecifically_[channel]; }
   Seconds asked(unsigned channel) const { return asked_[channel]; }
-  // When last in the format of version 2, and when so soon after another time, or at a host with such
-  // a delay, that it gives one answer to both.
+  // When last in the format of version 2, and when so soon after another time, or with such delays,
+  // that a host gives one answer to both.
   Seconds askedInOldFormat(unsigned channel) const { return askedInOldFormat_[channel]; }
   Seconds crowded(unsigned channel) const { return crowded_[channel]; }
 
